@@ -1,0 +1,45 @@
+# Writes the tables of country and language codes from the iso-codes data (Debian package iso-codes; the project's own
+# JSON form of ISO 3166-1 and ISO 639-2).
+# cmake -DISO_CODES=<folder of iso_*.json> -DOUT=<file.cpp> -P GenerateIsoTables.cmake
+cmake_minimum_required(VERSION 3.25)
+
+string(ASCII 1 mark)
+
+# Appends one table to `text`: every entry of FILE's list KEY that has a code, sorted by it.
+function(append_table text_var table file key code_fields)
+  file(READ ${ISO_CODES}/${file} json)
+  string(JSON list GET "${json}" ${key})
+  string(JSON count LENGTH "${list}")
+  math(EXPR last "${count} - 1")
+  set(rows "")
+  foreach(i RANGE ${last})
+    string(JSON entry GET "${list}" ${i})
+    set(code "")
+    foreach(field ${code_fields})
+      string(JSON code ERROR_VARIABLE none GET "${entry}" ${field})
+      if(NOT none)
+        break()
+      endif()
+      set(code "")
+    endforeach()
+    string(JSON name ERROR_VARIABLE none GET "${entry}" common_name)
+    if(none)
+      string(JSON name GET "${entry}" name)
+    endif()
+    if(code)
+      # ';' separates list elements in CMake: stands in as a control character until the rows are joined.
+      string(REPLACE ";" "${mark}" name "${name}")
+      list(APPEND rows "{\"${code}\", \"${name}\"},")
+    endif()
+  endforeach()
+  list(SORT rows)
+  list(JOIN rows "\n    " body)
+  string(REPLACE "${mark}" ";" body "${body}")
+  set(${text_var} "${${text_var}}constexpr IsoEntry k${table}[] = {\n    ${body}\n};\n\n" PARENT_SCOPE)
+endfunction()
+
+set(text "// Generated from iso-codes by cmake/GenerateIsoTables.cmake.\n#include \"client/identity/iso_tables.h\"\n\nnamespace {\n\n")
+append_table(text Countries iso_3166-1.json 3166-1 "alpha_2")
+append_table(text Languages iso_639-2.json 639-2 "alpha_2;alpha_3")
+string(APPEND text "}  // namespace\n\nstd::span<const IsoEntry> IsoCountries() { return kCountries; }\nstd::span<const IsoEntry> IsoLanguages() { return kLanguages; }\n")
+file(WRITE ${OUT} "${text}")
