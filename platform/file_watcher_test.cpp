@@ -1,0 +1,99 @@
+#include "platform/file_watcher.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "platform/local.h"
+#include "testing/temp_folder.h"
+
+namespace platform {
+namespace {
+
+// A folder of its own for each test, and a watcher whose callback signals an event.
+class FileWatcherTest : public testing::Test {
+ protected:
+  void Watch(std::vector<std::filesystem::path> files) {
+    std::string problem;
+    watcher_ = FileWatcher::Watch(
+        *runtime_, std::move(files), [this] { changed_->Set(); }, &problem);
+    ASSERT_TRUE(watcher_) << problem;
+  }
+
+  // Waits for a call that comes after `action`; false when none does.
+  bool ChangesOn(const std::function<void()>& action) {
+    changed_->Reset();
+    action();
+    return runtime_->Wait(*changed_, std::chrono::seconds(20)) == 0;
+  }
+
+  // As careful writers do: a new file that takes the old one's name.
+  static void Replace(const std::filesystem::path& file, std::string_view text) {
+    std::filesystem::path fresh = file;
+    fresh += ".new";
+    Write(fresh, text);
+    std::filesystem::rename(fresh, file);
+  }
+  static void Write(const std::filesystem::path& file, std::string_view text) { std::ofstream(file) << text; }
+
+  const TempFolder temp_;
+  const std::filesystem::path folder_ = temp_.path();
+  std::unique_ptr<Runtime> runtime_ = MakeRealRuntime({});
+  std::unique_ptr<Event> changed_ = runtime_->MakeEvent(EventReset::kManual);
+  std::unique_ptr<FileWatcher> watcher_;
+};
+
+TEST_F(FileWatcherTest, EveryWayToChangeAFileIsSeen) {
+  const std::filesystem::path file = folder_ / "policy.json";
+  const std::filesystem::path other = folder_ / "client.json";
+  Watch({file, other});
+  EXPECT_TRUE(ChangesOn([&] { Write(file, "created"); }));
+  EXPECT_TRUE(ChangesOn([&] { Write(file, "written again"); }));
+  EXPECT_TRUE(ChangesOn([&] { Replace(file, "replaced"); }));
+  EXPECT_TRUE(ChangesOn([&] { Write(other, "second file"); }));
+  EXPECT_TRUE(ChangesOn([&] { std::filesystem::remove(file); }));
+}
+
+TEST_F(FileWatcherTest, FoldersMayComeLater) {
+  const std::filesystem::path deep = folder_ / "a" / "b";
+  const std::filesystem::path file = deep / "policy.json";
+  Watch({file});
+  EXPECT_TRUE(ChangesOn([&] { std::filesystem::create_directories(deep); }));
+  // Whether the last folder is watched already or its parent still is: the file's own changes are seen.
+  EXPECT_TRUE(ChangesOn([&] { Write(file, "here"); }));
+  EXPECT_TRUE(ChangesOn([&] { Replace(file, "replaced"); }));
+}
+
+TEST_F(FileWatcherTest, OtherFilesDoNotCount) {
+  int calls = 0;
+  const std::filesystem::path file = folder_ / "policy.json";
+  {
+    const auto watcher = FileWatcher::Watch(*runtime_, {file}, [&] {
+      ++calls;
+      changed_->Set();
+    });
+    ASSERT_TRUE(watcher);
+    Write(folder_ / "policy.json.bak", "x");
+    std::filesystem::create_directory(folder_ / "data");
+    // Changes are told in order: once this one has come, those before it have been passed over.
+    std::filesystem::rename(folder_ / "policy.json.bak", file);
+    EXPECT_EQ(runtime_->Wait(*changed_, std::chrono::seconds(20)), 0u);
+  }
+  EXPECT_GE(calls, 1);
+  const int before = calls;
+  Write(file, "after the end");
+  EXPECT_EQ(calls, before);
+}
+
+TEST_F(FileWatcherTest, UnusableListsAreRefusedWithWords) {
+  for (const std::vector<std::filesystem::path>& files :
+       {std::vector<std::filesystem::path>{}, {folder_ / ""}, std::vector<std::filesystem::path>(33, folder_ / "x")}) {
+    std::string problem;
+    EXPECT_FALSE(FileWatcher::Watch(
+        *runtime_, files, [] {}, &problem));
+    EXPECT_NE(problem, "");
+  }
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,42 @@
+// Files and folders, where the standard library leaves something to be wished: permissions, durability, limits.
+// Any thread may call these functions.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+/// Makes `folder` and its missing parents, `folder` for the running account alone (Linux: mode 0750; Windows: an access
+/// list for SYSTEM, the administrators and the owner). A folder that exists keeps its permissions; that the account may
+/// not make files in it is a failure.
+/// Returns an empty text, or what went wrong.
+std::string MakePrivateFolder(const std::filesystem::path& folder);
+
+/// The content of `file`, or nothing when it cannot be read, is longer than `limit` bytes or, on Linux, is a pipe or a
+/// socket; `problem`, when given, then says which, in words that name the file.
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit,
+                                         std::string* problem = nullptr);
+
+/// Puts `content` in place of `file` so that a reader, or the loss of power, sees the old or the new content and
+/// nothing between: temporary file beside it, flush to disk, rename. Returns an empty text, or what went wrong; `file`
+/// is then untouched.
+std::string ReplaceFile(const std::filesystem::path& file, std::string_view content);
+
+/// Paths from and to UTF-8, whatever the process's locale.
+std::filesystem::path PathFromUtf8(std::string_view text);
+std::string PathToUtf8(const std::filesystem::path& path);
+
+/// Where the service keeps its things when the command line says nothing.
+struct DefaultPlaces {
+  std::filesystem::path policy_file;         ///< /etc/tvk/policy.json ; %ProgramData%\TVK\policy.json
+  std::filesystem::path data_folder;         ///< /var/lib/tvk ; %ProgramData%\TVK\data
+  std::filesystem::path log_folder;          ///< /var/log/tvk ; %ProgramData%\TVK\log
+  std::filesystem::path named_event_folder;  ///< /run/tvk ; not used on Windows
+};
+DefaultPlaces GetDefaultPlaces();
+
+}  // namespace platform

@@ -1,0 +1,141 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include "platform/files.h"
+#include "platform/linux/read_file.h"
+#include "platform/linux/unique_fd.h"
+
+namespace platform {
+namespace {
+
+std::string Describe(std::string_view what, const std::filesystem::path& path, int error) {
+  return std::string(what) + " " + PathToUtf8(path) + ": " + std::system_category().message(error);
+}
+
+bool WriteAll(int descriptor, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written = ::write(descriptor, content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+/// The permissions that a replaced file keeps; a new one is for the account and its group.
+mode_t ModeToGive(const std::filesystem::path& file) {
+  struct stat status = {};
+  return ::stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0640;
+}
+
+/// Writes `content` to the fresh file behind `descriptor` down to the disk. Returns 0 or errno.
+int FillTemporary(int descriptor, std::string_view content, mode_t mode) {
+  if (!WriteAll(descriptor, content) || ::fchmod(descriptor, mode) != 0 || ::fsync(descriptor) != 0) return errno;
+  return 0;
+}
+
+}  // namespace
+
+std::optional<std::string> ReadFileBytes(const std::filesystem::path& file, std::size_t limit, int& error) {
+  // A pipe or a device of that name must not make anybody wait for its other end.
+  const UniqueFd descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  struct stat status = {};
+  if (!descriptor || ::fstat(descriptor.get(), &status) != 0) {
+    error = errno;
+    return std::nullopt;
+  }
+  if (S_ISFIFO(status.st_mode)) {
+    error = ENXIO;  // as opening a socket gives
+    return std::nullopt;
+  }
+  std::string bytes;
+  std::array<char, 8192> block;
+  while (true) {
+    const ssize_t count = ::read(descriptor.get(), block.data(), block.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      error = errno;
+      return std::nullopt;
+    }
+    if (count == 0) return bytes;
+    if (static_cast<std::size_t>(count) > limit - bytes.size()) {
+      error = EFBIG;
+      return std::nullopt;
+    }
+    bytes.append(block.data(), static_cast<std::size_t>(count));
+  }
+}
+
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, std::string* problem) {
+  int error = 0;
+  auto bytes = ReadFileBytes(file, limit, error);
+  if (!bytes && problem != nullptr) {
+    *problem = error == EFBIG   ? PathToUtf8(file) + " is longer than " + std::to_string(limit) + " bytes"
+               : error == ENXIO ? PathToUtf8(file) + " is a pipe, a socket or a missing device, no file"
+                                : Describe("cannot read", file, error);
+  }
+  return bytes;
+}
+
+std::string MakePrivateFolder(const std::filesystem::path& folder) {
+  std::error_code failure;
+  if (const auto parent = folder.parent_path(); !parent.empty()) {
+    std::filesystem::create_directories(parent, failure);
+    if (failure) return Describe("cannot make the folder", parent, failure.value());
+  }
+  if (::mkdir(folder.c_str(), 0750) == 0) {
+    // The account's umask may have taken permissions away; what stands is to be the same on every machine.
+    if (::chmod(folder.c_str(), 0750) == 0) return {};
+    return Describe("cannot set the permissions of", folder, errno);
+  }
+  const int error = errno;
+  if (std::filesystem::is_directory(folder, failure)) {
+    if (::access(folder.c_str(), W_OK | X_OK) == 0) return {};
+    return Describe("cannot write in the folder", folder, errno);
+  }
+  return Describe("cannot make the folder", folder, error);
+}
+
+std::string ReplaceFile(const std::filesystem::path& file, std::string_view content) {
+  const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
+  const UniqueFd folder_descriptor(::open(folder.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
+  if (!folder_descriptor) return Describe("cannot open the folder", folder, errno);
+
+  std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
+  const UniqueFd descriptor(::mkostemp(temporary.data(), O_CLOEXEC));
+  if (!descriptor) return Describe("cannot write beside", file, errno);
+  int error = FillTemporary(descriptor.get(), content, ModeToGive(file));
+  if (error == 0 && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
+  if (error != 0) {
+    ::unlink(temporary.c_str());
+    return Describe("cannot write", file, error);
+  }
+  // Some file systems (EINVAL) know no flush of a folder. Where it fails otherwise the new content is in place for
+  // every reader, and only the loss of power could still bring back the old: the caller has what it asked for.
+  ::fsync(folder_descriptor.get());
+  return {};
+}
+
+std::filesystem::path PathFromUtf8(std::string_view text) {
+  return {text};
+}
+
+std::string PathToUtf8(const std::filesystem::path& path) {
+  return path.string();
+}
+
+DefaultPlaces GetDefaultPlaces() {
+  return {.policy_file = "/etc/tvk/policy.json",
+          .data_folder = "/var/lib/tvk",
+          .log_folder = "/var/log/tvk",
+          .named_event_folder = "/run/tvk"};
+}
+
+}  // namespace platform

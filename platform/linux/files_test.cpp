@@ -1,0 +1,102 @@
+#include "platform/files.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "platform/hash.h"
+#include "testing/temp_folder.h"
+
+namespace platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+unsigned ModeOf(const fs::path& path) {
+  return static_cast<unsigned>(fs::status(path).permissions());
+}
+
+TEST(Files, APrivateFolderIsForItsAccountAndKeepsWhatItHas) {
+  const TempFolder temp;
+  const fs::path folder = temp.path() / "a" / "b";
+  const mode_t mask = ::umask(077);
+  EXPECT_EQ(MakePrivateFolder(folder), "");
+  ::umask(mask);
+  EXPECT_EQ(ModeOf(folder), 0750u);
+  fs::permissions(folder, fs::perms(0700));
+  EXPECT_EQ(MakePrivateFolder(folder), "");
+  EXPECT_EQ(ModeOf(folder), 0700u);
+
+  fs::permissions(temp.path(), fs::perms(0755));
+  fs::permissions(folder.parent_path(), fs::perms(0755));
+  fs::permissions(folder, fs::perms(0555));
+  const uid_t own = ::getuid();
+  // The administrator may write everywhere; what may be done is asked for the real account.
+  const uid_t asked = own == 0 ? 65534 : own;
+  ASSERT_EQ(::setreuid(asked, ::geteuid()), 0);
+  EXPECT_EQ(MakePrivateFolder(folder), "cannot write in the folder " + folder.string() + ": Permission denied");
+  ASSERT_EQ(::setreuid(own, ::geteuid()), 0);
+
+  std::ofstream(temp.path() / "file") << "x";
+  EXPECT_NE(MakePrivateFolder(temp.path() / "file").find("file"), std::string::npos);
+  EXPECT_NE(MakePrivateFolder(temp.path() / "file" / "below"), "");
+}
+
+TEST(Files, ReadsUpToALimit) {
+  const TempFolder temp;
+  const fs::path file = temp.path() / "f";
+  const std::string content(20000, 'x');
+  std::ofstream(file) << content;
+  std::string problem;
+  EXPECT_EQ(ReadWholeFile(file, content.size()), content);
+  EXPECT_FALSE(ReadWholeFile(file, content.size() - 1, &problem));
+  EXPECT_EQ(problem, file.string() + " is longer than 19999 bytes");
+  EXPECT_FALSE(ReadWholeFile(temp.path() / "none", 10, &problem));
+  EXPECT_NE(problem.find("none: No such file"), std::string::npos) << problem;
+  EXPECT_FALSE(ReadWholeFile(temp.path(), 10, &problem)) << "a folder";
+
+  // What would make the reader wait, or read for ever.
+  const fs::path pipe = temp.path() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_FALSE(ReadWholeFile(pipe, 10, &problem));
+  EXPECT_EQ(problem, pipe.string() + " is a pipe, a socket or a missing device, no file");
+  EXPECT_FALSE(ReadWholeFile("/dev/zero", 10, &problem));
+  EXPECT_EQ(problem, "/dev/zero is longer than 10 bytes");
+}
+
+TEST(Files, ReplacesAFileAndLeavesNothingBeside) {
+  const TempFolder temp;
+  const fs::path file = temp.path() / "policy.json";
+  EXPECT_EQ(ReplaceFile(file, "old"), "");
+  EXPECT_EQ(ModeOf(file), 0640u);
+  fs::permissions(file, fs::perms(0604));
+  EXPECT_EQ(ReplaceFile(file, std::string("new\0er", 6)), "");
+  EXPECT_EQ(ReadWholeFile(file, 100), std::string("new\0er", 6));
+  EXPECT_EQ(ModeOf(file), 0604u) << "permissions are kept";
+
+  EXPECT_NE(ReplaceFile(temp.path() / "none" / "f", "x"), "");
+  fs::create_directory(temp.path() / "folder");
+  std::ofstream(temp.path() / "folder" / "keep") << "x";
+  EXPECT_NE(ReplaceFile(temp.path() / "folder", "x").find("folder"), std::string::npos);
+  EXPECT_EQ(std::distance(fs::directory_iterator(temp.path()), {}), 2) << "no temporary file stays";
+}
+
+TEST(Hash, GivesSha256) {
+  const Sha256Digest digest = Sha256("abc");  // FIPS 180-4, example.
+  EXPECT_EQ(digest.front(), 0xBA);
+  EXPECT_EQ(digest[1], 0x78);
+  EXPECT_EQ(digest.back(), 0xAD);
+}
+
+TEST(Hash, RandomBytesDiffer) {
+  std::array<std::uint8_t, 400> a{};
+  std::array<std::uint8_t, 400> b{};
+  FillRandom(a);
+  FillRandom(b);
+  EXPECT_NE(a, b);
+}
+
+}  // namespace
+}  // namespace platform

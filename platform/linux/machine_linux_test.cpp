@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "platform/local.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/recorded_tree.h"
+#include "testing/smbios_builder.h"
+
+namespace platform {
+namespace {
+
+using testing_support::Bytes;
+using testing_support::Table;
+using namespace std::chrono_literals;
+
+class LinuxMachineTest : public testing::Test {
+ protected:
+  VirtualRuntime runtime_;
+  RecordedTree tree_;
+  std::unique_ptr<Machine> machine_ = OpenLocalMachine({.sysroot = tree_.root()}, runtime_.clock());
+};
+
+TEST_F(LinuxMachineTest, MeasuresTheLoadFromSampleToSample) {
+  EXPECT_EQ(machine_->OpenProcessorUtility().error, ENOENT);
+  tree_.Write("/proc/stat", "intr 0\n");
+  EXPECT_EQ(machine_->OpenProcessorUtility().error, EBADMSG);
+  tree_.Write("/proc/stat", "cpu 100 0 0 900 0 0 0 0 0 0\n");
+  const ProcessorLoadOpening opening = machine_->OpenProcessorUtility();
+  ASSERT_TRUE(opening.reader);
+  const auto sample = [&](const char* stat, std::chrono::milliseconds later) {
+    tree_.Write("/proc/stat", stat);
+    runtime_.AdvanceBy(later);
+    return opening.reader->Sample();
+  };
+  using Sample = std::optional<std::int32_t>;
+  EXPECT_EQ(sample("cpu 105 0 0 905 0 0 0 0 0 0\n", 99ms), Sample()) << "open for too short a time";
+  EXPECT_EQ(sample("cpu 130 0 0 910 0 0 0 0 0 0\n", 1ms), 75) << "since the opening";
+  EXPECT_EQ(sample("cpu 130 0 0 990 0 0 0 0 0 0\n", 99ms), 75) << "the last one, without a reading";
+  EXPECT_EQ(sample("cpu 130 0 0 980 30 0 0 0 0 0\n", 1ms), 0);
+  EXPECT_EQ(sample("cpu 10 0 0 10 0 0 0 0 0 0\n", 1s), Sample()) << "counters that went backwards";
+  EXPECT_EQ(sample("cpu 20 0 0 20 0 0 0 0 0 0\n", 1s), 50) << "and on from there";
+  EXPECT_EQ(sample("garbage\n", 1s), Sample());
+  EXPECT_EQ(sample("cpu 30 0 0 50 0 0 0 0 0 0\n", 1s), 25);
+}
+
+TEST_F(LinuxMachineTest, GivesTheSmbiosTableTheHeaderOfWindows) {
+  const Table table = Table().Add(testing_support::MemoryArray()).End();
+  const auto write = [&](const char* name, const Bytes& bytes) {
+    tree_.Write(std::string("/sys/firmware/dmi/tables/") + name, {bytes.begin(), bytes.end()});
+  };
+  std::uint32_t error = 0;
+  EXPECT_TRUE(machine_->ReadSmbios(&error).empty());
+  EXPECT_EQ(error, std::uint32_t{ENOENT});
+  write("DMI", table.bytes());
+  write("smbios_entry_point", Table::EntryPoint64(4096));
+  EXPECT_EQ(machine_->ReadSmbios(), table.Rsmb());
+  write("smbios_entry_point", Table::EntryPoint32(static_cast<std::uint16_t>(table.bytes().size()), 2));
+  Bytes expected = table.Rsmb();
+  expected[1] = 2;
+  expected[2] = 8;
+  expected[3] = 0x28;
+  EXPECT_EQ(machine_->ReadSmbios(), expected);
+  for (const std::size_t announced : {table.bytes().size() - 3, table.bytes().size() + 3}) {
+    write("smbios_entry_point", Table::EntryPoint32(static_cast<std::uint16_t>(announced), 2));
+    Bytes part = expected;
+    part[4] = static_cast<std::uint8_t>(announced);
+    part.resize(std::min(8 + announced, part.size()));
+    EXPECT_EQ(machine_->ReadSmbios(), part) << "an exact length limits the table, and tells what is missing";
+  }
+  write("smbios_entry_point", {'_', 'S', 'M', '_', 0});
+  EXPECT_TRUE(machine_->ReadSmbios(&error).empty());
+  EXPECT_EQ(error, std::uint32_t{EBADMSG});
+}
+
+TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {
+  tree_.Write("/etc/os-release",
+              "NAME=\"Debian GNU/Linux\"\nVERSION_ID=\"12\"\nVERSION=\"12 (bookworm)\"\n"
+              "PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n");
+  tree_.Write("/etc/locale.conf", "LANG=de_AT.UTF-8\nLC_MESSAGES=en_GB.UTF-8\n");
+  tree_.Write("/etc/machine-id", "00112233445566778899aabbccddeeff\n");
+  tree_.Write("/proc/stat", "cpu 1 2 3 4\nbtime 1767222000\n");
+  tree_.Write("/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 400 kB\n");
+  tree_.Write("/sys/class/dmi/id/sys_vendor", "Contoso \n");
+  tree_.Write("/sys/class/dmi/id/ec_firmware_release", "1.9\n");
+  tree_.Write("/sys/class/dmi/id/board_vendor", "Litware\n");
+  tree_.Write("/sys/class/dmi/id/board_name", "NB14G3\n");
+  tree_.Write("/sys/class/dmi/id/board_version", "Rev 2\n");
+  std::filesystem::create_symlink("/usr/share/zoneinfo/Europe/Vienna", tree_.root() / "etc" / "localtime");
+
+  const OperatingSystemFacts system = machine_->ReadOperatingSystemFacts();
+  EXPECT_EQ(system.name, "Debian GNU/Linux");
+  EXPECT_EQ(system.version, "12");
+  EXPECT_EQ(system.display_language, "en-GB");
+  EXPECT_EQ(system.update_title, "12 (bookworm)");
+  EXPECT_EQ(system.update_description, "Debian GNU/Linux 12 (bookworm)");
+  const RegionFacts region = machine_->ReadRegionFacts();
+  EXPECT_EQ(region.nation, "AT");
+  EXPECT_EQ(region.locale_name, "de-AT");
+  EXPECT_EQ(region.time_zone, "Europe/Vienna");
+  EXPECT_EQ(machine_->ReadInstallationId(), "00112233445566778899aabbccddeeff");
+  EXPECT_EQ(machine_->ReadBootTime(), 1767222000);
+  EXPECT_EQ(machine_->ReadMemoryStatus()->load_percent, 60u);
+  EXPECT_EQ(machine_->ReadFirmwareFacts().manufacturer, "Contoso");
+  EXPECT_EQ(machine_->ReadFirmwareFacts().ec_release, "1.9");
+  EXPECT_EQ(machine_->ReadFirmwareFacts().board_manufacturer, "Litware");
+  EXPECT_EQ(machine_->ReadFirmwareFacts().board_product, "NB14G3");
+  EXPECT_EQ(machine_->ReadFirmwareFacts().board_version, "Rev 2");
+
+  tree_.Remove("/etc/os-release");
+  tree_.Write("/usr/lib/os-release", "NAME=Fedora\n");
+  EXPECT_EQ(machine_->ReadOperatingSystemFacts().name, "Fedora");
+}
+
+TEST_F(LinuxMachineTest, AnEmptyTreeTellsNothing) {
+  std::uint32_t error = 0;
+  EXPECT_FALSE(machine_->ReadMemoryStatus(&error));
+  EXPECT_EQ(error, std::uint32_t{ENOENT});
+  tree_.Write("/proc/meminfo", "nonsense");
+  EXPECT_FALSE(machine_->ReadMemoryStatus(&error));
+  EXPECT_EQ(error, std::uint32_t{EBADMSG});
+  EXPECT_EQ(machine_->ReadOperatingSystemFacts().name, "");
+  EXPECT_EQ(machine_->ReadRegionFacts().time_zone, "");
+  EXPECT_EQ(machine_->ReadInstallationId(), "");
+  EXPECT_EQ(machine_->ReadLoggedInUserId(), "");
+  EXPECT_FALSE(machine_->ReadBootTime());
+}
+
+TEST_F(LinuxMachineTest, PrefersTheUserAtTheScreen) {
+  const std::string sessions = "/run/systemd/sessions/";
+  tree_.Write(sessions + "1", "UID=1000\nACTIVE=1\nCLASS=user\n");
+  EXPECT_EQ(machine_->ReadLoggedInUserId(), "1000");
+  tree_.Write(sessions + "c2", "UID=1001\nACTIVE=1\nCLASS=user\nSEAT=seat0\n");
+  EXPECT_EQ(machine_->ReadLoggedInUserId(), "1001");
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,165 @@
+#include <poll.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+#include <string>
+#include <system_error>
+
+#include "platform/deadline.h"
+#include "platform/linux/thread_linux.h"
+#include "platform/linux/timer_thread_linux.h"
+#include "platform/linux/waitables_linux.h"
+#include "platform/local.h"
+
+namespace platform {
+namespace {
+
+class LinuxClock final : public Clock {
+ public:
+  WallTime Now() const override { return std::chrono::floor<milliseconds>(std::chrono::system_clock::now()); }
+
+  SteadyTime Steady() const override { return std::chrono::steady_clock::now().time_since_epoch(); }
+
+  LocalTime ToLocal(std::int64_t unix_seconds) const override {
+    ::tzset();  // A laptop changes its zone while we run, and localtime_r alone would not notice.
+    const std::time_t moment = unix_seconds;
+    std::tm local{};
+    if (::localtime_r(&moment, &local) == nullptr) return {};  // A year that an int does not hold.
+    return {.year = local.tm_year + 1900,
+            .month = local.tm_mon + 1,
+            .day = local.tm_mday,
+            .hour = local.tm_hour,
+            .minute = local.tm_min,
+            .second = local.tm_sec,
+            .utc_offset_minutes = static_cast<int>(local.tm_gmtoff / 60)};
+  }
+
+  std::int64_t FromLocal(const LocalTime& local) const override {
+    std::tm fields{};
+    if (__builtin_sub_overflow(local.year, 1900, &fields.tm_year)) return -1;
+    if (__builtin_sub_overflow(local.month, 1, &fields.tm_mon)) return -1;
+    fields.tm_mday = local.day;
+    fields.tm_hour = local.hour;
+    fields.tm_min = local.minute;
+    fields.tm_sec = local.second;
+    fields.tm_isdst = -1;
+    return std::max<std::int64_t>(::mktime(&fields), -1);
+  }
+};
+
+/// What is left of a wait, as ppoll takes it; null: for ever.
+const timespec* Remaining(std::optional<SteadyTime> deadline, SteadyTime now, timespec& storage) {
+  if (!deadline) return nullptr;
+  const auto left = *deadline - now;
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+  storage.tv_sec = seconds.count();
+  storage.tv_nsec = (left - seconds).count();
+  return &storage;
+}
+
+constexpr unsigned long kUsualLateness = 50'000;       // nanoseconds, what the kernel gives a process
+constexpr unsigned long kLatenessOfLong = 50'000'000;  // of long waits
+
+/// How late the kernel may end this thread's waits.
+void SetLateness(unsigned long nanoseconds) {
+  thread_local unsigned long in_force = 0;  // not known: a thread begins with what its starter had at that moment
+  if (nanoseconds == in_force) return;
+  ::prctl(PR_SET_TIMERSLACK, nanoseconds, 0, 0, 0);
+  in_force = nanoseconds;
+}
+
+/// Allows the kernel to end long waits somewhat late, together with another wake-up: a processor that wakes once for
+/// several threads sleeps deeper in between. Short waits stay exact.
+void AllowLateness(milliseconds timeout) {
+  constexpr milliseconds kLongWait{500};
+  SetLateness(timeout < kLongWait ? kUsualLateness : kLatenessOfLong);
+}
+
+class LinuxRuntime final : public Runtime {
+ public:
+  explicit LinuxRuntime(RealRuntimeOptions options) : named_events_(std::move(options.named_event_folder)) {}
+
+  const Clock& clock() const override { return clock_; }
+
+  std::unique_ptr<Event> MakeEvent(EventReset reset, bool signalled) override { return MakeEventFd(reset, signalled); }
+
+  NamedEventResult MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
+                                  EventAccess access) override {
+    return named_events_.Make(name, reset, signalled, access);
+  }
+
+  NamedEventResult OpenNamedEvent(std::wstring_view name) override { return named_events_.Open(name); }
+
+  std::unique_ptr<Semaphore> MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) override {
+    return MakeSemaphoreFd(initial, maximum);
+  }
+
+  WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) override;
+
+  std::thread StartThread(std::string_view name, std::function<void()> body) override {
+    return StartNamedThread(name, std::move(body));
+  }
+
+  void Join(std::thread& thread) override {
+    if (thread.get_id() == std::this_thread::get_id()) {
+      throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
+    thread.join();
+  }
+
+  std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) override {
+    return timers_.MakeTimer(std::move(callback));
+  }
+
+ private:
+  const LinuxClock clock_;
+  const NamedEventFolder named_events_;
+  TimerThread timers_;
+};
+
+WaitCode LinuxRuntime::WaitAny(std::span<Waitable* const> objects, milliseconds timeout) {
+  if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
+  std::array<PollableWaitable*, kMaximumWaitObjects> waitables;
+  std::array<pollfd, kMaximumWaitObjects> fds;
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    waitables[i] = dynamic_cast<PollableWaitable*>(objects[i]);
+    if (waitables[i] == nullptr) return kWaitFailed;
+    fds[i] = {.fd = waitables[i]->fd(), .events = POLLIN, .revents = 0};
+  }
+
+  SteadyTime now = clock_.Steady();
+  const std::optional<SteadyTime> deadline = DeadlineAfter(now, timeout);
+  if (deadline) AllowLateness(timeout);
+  while (true) {
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+      if (waitables[i]->TryConsume()) return static_cast<WaitCode>(i);
+    }
+    if (deadline && now >= *deadline) return kWaitTimeout;
+    timespec left{};
+    // Another waiter may take the signal between here and the next look; then the wait goes on.
+    if (::ppoll(fds.data(), objects.size(), Remaining(deadline, now, left), nullptr) < 0 && errno != EINTR) {
+      return kWaitFailed;
+    }
+    now = clock_.Steady();
+  }
+}
+
+}  // namespace
+
+std::thread StartNamedThread(std::string_view name, std::function<void()> body) {
+  return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
+    ::pthread_setname_np(::pthread_self(), name.c_str());
+    SetLateness(kUsualLateness);
+    body();
+  });
+}
+
+std::unique_ptr<Runtime> MakeRealRuntime(RealRuntimeOptions options) {
+  return std::make_unique<LinuxRuntime>(std::move(options));
+}
+
+}  // namespace platform

@@ -1,0 +1,21 @@
+// Where Windows keeps the facts that a device context is made of. Systems without a registry know the same facts under
+// the same names (fact_settings.h).
+#pragma once
+
+namespace Constants::Registry {
+
+/// Below HKEY_LOCAL_MACHINE: the installed system.
+inline constexpr wchar_t WindowsCurrentVersionSubPath[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+inline constexpr wchar_t OSProductName[] = L"ProductName";
+/// The build number. The value named "CurrentVersion" has said "6.3" since Windows 8.1.
+inline constexpr wchar_t WindowsCurrentVersion[] = L"CurrentBuild";
+
+/// Below HKEY_CURRENT_USER: the user's country or region, a decimal geographic id (GEOID).
+inline constexpr wchar_t CountryCodeInternationalGeoSubPath[] = L"Control Panel\\International\\Geo";
+inline constexpr wchar_t CountryCodeNation[] = L"Nation";
+
+/// Below HKEY_CURRENT_USER: the user's locale, "de-DE".
+inline constexpr wchar_t CountryCodeInternationalSubPath[] = L"Control Panel\\International";
+inline constexpr wchar_t CountryCodeLocaleName[] = L"LocaleName";
+
+}  // namespace Constants::Registry

@@ -1,0 +1,95 @@
+// The runtime: clock, waiting, threads and timers of one process or of one simulated world.
+//
+// Nothing outside this folder sleeps, waits with a timeout or asks the time but through a Runtime. There are two kinds:
+// the real one (MakeRealRuntime in local.h) and the virtual one (simulated/virtual_runtime.h), in which a day passes in
+// the time that the work in it takes.
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/waitable.h"
+
+namespace platform {
+
+/// A timer that fires once per arming. Its callback runs on a thread of the runtime and must not block.
+class OneShotTimer {
+ public:
+  OneShotTimer(const OneShotTimer&) = delete;
+  OneShotTimer& operator=(const OneShotTimer&) = delete;
+
+  /// Disarms. When it returns on any thread but the callback's own, no callback runs and none will.
+  virtual ~OneShotTimer() = default;
+
+  /// Fires once `delay` from now (negative counts as zero). A pending arming is replaced by the new one.
+  virtual void Arm(milliseconds delay) = 0;
+
+  /// Takes a pending arming back. When it returns on any thread but the callback's own, no callback is running.
+  virtual void Disarm() = 0;
+
+ protected:
+  OneShotTimer() = default;
+};
+
+/// What making or opening a named event gave.
+struct NamedEventResult {
+  std::unique_ptr<Event> event;  ///< Null on failure.
+  std::uint32_t error = 0;       ///< The system's error number (GetLastError, errno) when `event` is null.
+};
+
+class Runtime {
+ public:
+  Runtime() = default;
+  Runtime(const Runtime&) = delete;
+  Runtime& operator=(const Runtime&) = delete;
+  /// Everything that the runtime made must be gone before.
+  virtual ~Runtime() = default;
+
+  virtual const Clock& clock() const = 0;
+
+  /// This and the other makers throw std::system_error when the system gives no more objects.
+  virtual std::unique_ptr<Event> MakeEvent(EventReset reset, bool signalled = false) = 0;
+
+  /// Makes the event `name`, or opens it when any process has made it already (kind, state and access then stay as they
+  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system.
+  virtual NamedEventResult MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
+                                          EventAccess access) = 0;
+
+  /// Opens an event that some process made and still holds; fails when there is none or access is denied.
+  virtual NamedEventResult OpenNamedEvent(std::wstring_view name) = 0;
+
+  /// `initial` and `maximum` as CreateSemaphore takes them: 0 <= initial <= maximum, maximum > 0; throws
+  /// std::invalid_argument otherwise.
+  virtual std::unique_ptr<Semaphore> MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) = 0;
+
+  /// Waits until one of `objects` is signalled and consumes that one's signal. When several are, the lowest index wins.
+  /// Returns the index, kWaitTimeout once `timeout` has passed (zero: only looks; kForever: never), or kWaitFailed when
+  /// `objects` is empty, longer than 64 or holds a null pointer.
+  virtual WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) = 0;
+
+  /// WaitAny for one object.
+  WaitCode Wait(Waitable& object, milliseconds timeout) {
+    Waitable* const one[] = {&object};
+    return WaitAny(one, timeout);
+  }
+
+  /// Starts a thread that runs `body`. `name` (ASCII, 15 characters are kept) is what debuggers and `top -H` show.
+  /// An exception that leaves `body` ends the process: bodies catch at their own boundary.
+  /// Throws std::system_error when the system gives no thread.
+  virtual std::thread StartThread(std::string_view name, std::function<void()> body) = 0;
+
+  /// Waits for the end of a thread that StartThread gave, and joins it. Throws std::system_error with
+  /// resource_deadlock_would_occur when called on that thread itself.
+  virtual void Join(std::thread& thread) = 0;
+
+  /// `callback` must not block and must not throw.
+  virtual std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,287 @@
+// What every runtime promises, asked of the system's own and of the virtual one.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "platform/local.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/temp_folder.h"
+
+namespace platform {
+namespace {
+
+using std::chrono::hours;
+
+enum class Kind { kReal, kVirtual };
+
+class RuntimeContract : public testing::TestWithParam<Kind> {
+ protected:
+  RuntimeContract() {
+    if (GetParam() == Kind::kReal) {
+      runtime_ = MakeRealRuntime({folder_.path()});
+    } else {
+      runtime_ = std::make_unique<VirtualRuntime>();
+    }
+  }
+
+  std::wstring Name(const wchar_t* what) const { return L"Global\\tvk-contract-" + std::to_wstring(number_) + what; }
+
+  const unsigned number_ = std::random_device()();
+  const TempFolder folder_;
+  std::unique_ptr<Runtime> runtime_;
+};
+
+TEST_P(RuntimeContract, AutoResetSignalEndsOneWaitManualResetSignalStaysAndTimeoutsAreNotEarly) {
+  const auto once = runtime_->MakeEvent(EventReset::kAuto, true);
+  EXPECT_EQ(runtime_->Wait(*once, kForever), 0u);
+  EXPECT_EQ(runtime_->Wait(*once, milliseconds(0)), kWaitTimeout);
+  once->Set();
+  once->Set();
+  EXPECT_EQ(runtime_->Wait(*once, milliseconds(0)), 0u);
+  EXPECT_EQ(runtime_->Wait(*once, milliseconds(0)), kWaitTimeout);
+
+  const auto stays = runtime_->MakeEvent(EventReset::kManual);
+  EXPECT_EQ(runtime_->Wait(*stays, milliseconds(-1)), kWaitTimeout);
+  const SteadyTime start = runtime_->clock().Steady();
+  EXPECT_EQ(runtime_->Wait(*stays, milliseconds(3)), kWaitTimeout);
+  EXPECT_GE(runtime_->clock().Steady() - start, milliseconds(3));
+  stays->Set();
+  EXPECT_EQ(runtime_->Wait(*stays, kForever), 0u);
+  EXPECT_EQ(runtime_->Wait(*stays, kForever), 0u);
+  stays->Reset();
+  EXPECT_EQ(runtime_->Wait(*stays, milliseconds(0)), kWaitTimeout);
+}
+
+TEST_P(RuntimeContract, LowestSignalledIndexWinsAndIsTheOnlyOneConsumed) {
+  const auto first = runtime_->MakeEvent(EventReset::kAuto);
+  const auto second = runtime_->MakeSemaphore(2, 2);
+  const auto third = runtime_->MakeEvent(EventReset::kAuto, true);
+  Waitable* const all[] = {first.get(), second.get(), third.get()};
+  for (const WaitCode expected : {1u, 1u, 2u})
+    EXPECT_EQ(runtime_->WaitAny(all, kForever), expected);
+  EXPECT_EQ(runtime_->WaitAny(all, milliseconds(0)), kWaitTimeout);
+}
+
+TEST_P(RuntimeContract, WaitRefusesWhatItCannotWaitFor) {
+  const auto event = runtime_->MakeEvent(EventReset::kManual, true);
+  std::vector<Waitable*> objects(64, event.get());
+  EXPECT_EQ(runtime_->WaitAny(objects, milliseconds(0)), 0u);
+  objects.push_back(event.get());
+  EXPECT_EQ(runtime_->WaitAny(objects, milliseconds(0)), kWaitFailed);
+  Waitable* const with_null[] = {event.get(), nullptr};
+  EXPECT_EQ(runtime_->WaitAny(with_null, milliseconds(0)), kWaitFailed);
+  EXPECT_EQ(runtime_->WaitAny({}, milliseconds(0)), kWaitFailed);
+}
+
+TEST_P(RuntimeContract, SemaphoreNeverPassesItsMaximum) {
+  const auto semaphore = runtime_->MakeSemaphore(1, 3);
+  EXPECT_EQ(semaphore->Release(3), 298u);
+  EXPECT_EQ(semaphore->Release(2), 0u);
+  EXPECT_EQ(semaphore->Release(1), kErrorTooManyPosts);
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(runtime_->Wait(*semaphore, kForever), 0u);
+  EXPECT_EQ(runtime_->Wait(*semaphore, milliseconds(0)), kWaitTimeout);
+  EXPECT_EQ(semaphore->Release(3), 0u);
+  EXPECT_THROW(runtime_->MakeSemaphore(2, 1), std::invalid_argument);
+  EXPECT_THROW(runtime_->MakeSemaphore(0, 0), std::invalid_argument);
+}
+
+TEST_P(RuntimeContract, EachSignalWakesOneOfTheWaitersAndTheManualOneAllOfThem) {
+  const auto stop = runtime_->MakeEvent(EventReset::kManual);
+  const auto work = runtime_->MakeEvent(EventReset::kAuto);
+  const auto taken = runtime_->MakeSemaphore(0, 100);
+  std::atomic<int> count = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.push_back(runtime_->StartThread("waiter", [&] {
+      Waitable* const objects[] = {stop.get(), work.get()};
+      while (runtime_->WaitAny(objects, kForever) == 1) {
+        ++count;
+        taken->Release(1);
+      }
+    }));
+  }
+  for (int i = 0; i < 50; ++i) {
+    work->Set();
+    ASSERT_EQ(runtime_->Wait(*taken, kForever), 0u);
+  }
+  stop->Set();
+  for (std::thread& thread : threads)
+    runtime_->Join(thread);
+  EXPECT_EQ(count, 50);
+}
+
+TEST_P(RuntimeContract, SignalsCarryWhatTheirSenderWrote) {
+  constexpr int kRounds = 200;
+  const auto ping = runtime_->MakeEvent(EventReset::kAuto);
+  const auto pong = runtime_->MakeEvent(EventReset::kManual);
+  const auto turn = runtime_->MakeSemaphore(1, 1);
+  int ball = 0;     // Guarded by the two events.
+  int counter = 0;  // Guarded by `turn`.
+  const auto count = [&] {
+    for (int i = 0; i < kRounds; ++i) {
+      runtime_->Wait(*turn, kForever);
+      ++counter;
+      EXPECT_EQ(turn->Release(1), 0u);
+    }
+  };
+  std::vector<std::thread> threads;
+  threads.push_back(runtime_->StartThread("count-1", count));
+  threads.push_back(runtime_->StartThread("count-2", count));
+  threads.push_back(runtime_->StartThread("ping", [&] {
+    for (int i = 0; i < kRounds; ++i) {
+      runtime_->Wait(*ping, kForever);
+      ++ball;
+      pong->Set();
+    }
+  }));
+  for (int i = 0; i < kRounds; ++i) {
+    ping->Set();
+    runtime_->Wait(*pong, kForever);
+    pong->Reset();
+    ++ball;
+  }
+  for (std::thread& thread : threads)
+    runtime_->Join(thread);
+  EXPECT_EQ(ball, 2 * kRounds);
+  EXPECT_EQ(counter, 2 * kRounds);
+}
+
+TEST_P(RuntimeContract, NamedEventIsOneEventForAllWhoHoldItAndGoneWithTheLast) {
+  const std::wstring name = Name(L"-\u00e4/../x");
+  EXPECT_EQ(runtime_->OpenNamedEvent(name).event, nullptr);
+  EXPECT_NE(runtime_->OpenNamedEvent(name).error, 0u);
+
+  auto made = runtime_->MakeNamedEvent(name, EventReset::kManual, true, EventAccess::kServiceOnly);
+  ASSERT_NE(made.event, nullptr) << made.error;
+  auto made_again = runtime_->MakeNamedEvent(name, EventReset::kAuto, false, EventAccess::kServiceOnly);
+  ASSERT_NE(made_again.event, nullptr) << made_again.error;
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(runtime_->Wait(*made_again.event, kForever), 0u) << "still a manual-reset one";
+  made.event->Reset();
+  EXPECT_EQ(runtime_->Wait(*made_again.event, milliseconds(0)), kWaitTimeout);
+
+  made.event.reset();
+  auto opened = runtime_->OpenNamedEvent(name);
+  ASSERT_NE(opened.event, nullptr) << opened.error;
+  opened.event->Set();
+  EXPECT_EQ(runtime_->Wait(*made_again.event, kForever), 0u);
+
+  const auto other =
+      runtime_->MakeNamedEvent(Name(L"-\u00e4/../y"), EventReset::kManual, false, EventAccess::kSessionUsers);
+  ASSERT_NE(other.event, nullptr) << other.error;
+  EXPECT_EQ(runtime_->Wait(*other.event, milliseconds(0)), kWaitTimeout);
+
+  opened.event.reset();
+  made_again.event.reset();
+  EXPECT_EQ(runtime_->OpenNamedEvent(name).event, nullptr);
+  const auto reborn = runtime_->MakeNamedEvent(name, EventReset::kAuto, false, EventAccess::kServiceOnly);
+  ASSERT_NE(reborn.event, nullptr) << reborn.error;
+  EXPECT_EQ(runtime_->Wait(*reborn.event, milliseconds(0)), kWaitTimeout) << "nothing is left of the old state";
+  reborn.event->Set();
+  EXPECT_EQ(runtime_->Wait(*reborn.event, kForever), 0u);
+  EXPECT_EQ(runtime_->Wait(*reborn.event, milliseconds(0)), kWaitTimeout) << "nor of the old kind";
+}
+
+TEST_P(RuntimeContract, TimersFireOncePerArmingTheLastArmingCountsAndNoLaterOneHoldsThemUp) {
+  const auto fired = runtime_->MakeSemaphore(0, 10);
+  const auto too_early = runtime_->MakeEvent(EventReset::kManual);
+  const auto later = runtime_->MakeTimer([&] { too_early->Set(); });
+  later->Arm(hours(2));
+  const auto timer = runtime_->MakeTimer([&] { fired->Release(1); });
+  timer->Arm(hours(1));
+  timer->Arm(milliseconds(1));
+  EXPECT_EQ(runtime_->Wait(*fired, kForever), 0u);
+  timer->Arm(milliseconds(-5));
+  EXPECT_EQ(runtime_->Wait(*fired, kForever), 0u);
+  EXPECT_EQ(runtime_->Wait(*fired, milliseconds(4)), kWaitTimeout);
+  EXPECT_EQ(runtime_->Wait(*too_early, milliseconds(0)), kWaitTimeout);
+}
+
+TEST_P(RuntimeContract, DisarmTakesBackAndWaitsForTheCallback) {
+  const auto started = runtime_->MakeSemaphore(0, 1'000'000);
+  std::atomic<int> calls_over = 0;
+  OneShotTimer* self = nullptr;
+  const auto timer = runtime_->MakeTimer([&] {
+    started->Release(1);
+    self->Arm(milliseconds(1));  // Disarm takes this one back as well.
+    for (int i = 0; i < 100; ++i)
+      std::this_thread::yield();
+    ++calls_over;
+  });
+  self = timer.get();
+  timer->Arm(milliseconds(0));
+  EXPECT_EQ(runtime_->Wait(*started, kForever), 0u);
+  timer->Disarm();
+  const int calls = calls_over;
+  EXPECT_GE(calls, 1);
+  for (int i = 1; i < calls; ++i)
+    EXPECT_EQ(runtime_->Wait(*started, milliseconds(0)), 0u);
+  EXPECT_EQ(runtime_->Wait(*started, milliseconds(4)), kWaitTimeout) << "a callback began after Disarm";
+  EXPECT_EQ(calls_over, calls);
+}
+
+TEST_P(RuntimeContract, CallbackMayRearmDisarmAndDestroyItsOwnTimer) {
+  const auto done = runtime_->MakeEvent(EventReset::kAuto);
+  std::unique_ptr<OneShotTimer> timer;
+  int calls = 0;
+  timer = runtime_->MakeTimer([&] {
+    if (++calls < 3) {
+      timer->Arm(milliseconds(1));
+      timer->Disarm();
+      timer->Arm(milliseconds(0));
+      return;
+    }
+    timer.reset();
+    done->Set();
+  });
+  timer->Arm(milliseconds(0));
+  EXPECT_EQ(runtime_->Wait(*done, kForever), 0u);
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(timer, nullptr);
+}
+
+TEST_P(RuntimeContract, JoinWaitsForTheEndAndRefusesTheThreadItself) {
+  const auto go = runtime_->MakeEvent(EventReset::kAuto);
+  std::errc refused{};
+  bool ended = false;
+  std::thread thread;
+  thread = runtime_->StartThread("self-join", [&] {
+    runtime_->Wait(*go, kForever);
+    try {
+      runtime_->Join(thread);
+    } catch (const std::system_error& error) {
+      refused = static_cast<std::errc>(error.code().value());
+    }
+    ended = true;
+  });
+  std::thread joiner = runtime_->StartThread("joiner", [&] {
+    runtime_->Join(thread);
+    EXPECT_TRUE(ended);
+  });
+  go->Set();
+  runtime_->Join(joiner);
+  EXPECT_EQ(refused, std::errc::resource_deadlock_would_occur);
+  EXPECT_FALSE(thread.joinable());
+}
+
+TEST_P(RuntimeContract, CalendarIsInvertedCarriedOverAndEndsAt1970) {
+  const Clock& clock = runtime_->clock();
+  for (const std::int64_t moment : {std::int64_t{86'400}, std::int64_t{951'868'799}, std::int64_t{1'767'225'600}}) {
+    EXPECT_EQ(clock.FromLocal(clock.ToLocal(moment)), moment);
+  }
+  EXPECT_EQ(clock.FromLocal({.year = 2025, .month = 14, .day = 0, .hour = 36}),
+            clock.FromLocal({.year = 2026, .month = 2, .day = 1, .hour = 12}));
+  EXPECT_EQ(clock.FromLocal({.year = 1969, .month = 6}), -1);
+  EXPECT_EQ(clock.FromLocal({.year = -5, .month = -5}), -1);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RuntimeContract, testing::Values(Kind::kReal, Kind::kVirtual),
+                         [](const auto& row) { return row.param == Kind::kReal ? "Real" : "Virtual"; });
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,119 @@
+#include "platform/files.h"
+
+#include <userenv.h>
+
+#include <atomic>
+
+#include "platform/windows/owner.h"
+#include "platform/windows/security.h"
+#include "platform/windows/text.h"
+
+namespace platform {
+namespace {
+
+using windows::UniqueFile;
+
+// One read or write call counts in DWORD.
+constexpr std::size_t kLargestPiece = 1u << 30;
+
+std::string Failed(std::string_view call, const std::filesystem::path& file) {
+  const DWORD error = GetLastError();
+  return std::string(call) + " " + PathToUtf8(file) + ": " + windows::ErrorText(error);
+}
+
+std::string WriteAndFlush(const std::filesystem::path& file, std::string_view content) {
+  const UniqueFile out(
+      CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!out) return Failed("cannot create", file);
+  while (!content.empty()) {
+    DWORD written = 0;
+    const auto piece = static_cast<DWORD>(std::min(content.size(), kLargestPiece));
+    if (!WriteFile(out.get(), content.data(), piece, &written, nullptr)) return Failed("cannot write", file);
+    content.remove_prefix(written);
+  }
+  return FlushFileBuffers(out.get()) ? std::string() : Failed("cannot flush", file);
+}
+
+}  // namespace
+
+std::string MakePrivateFolder(const std::filesystem::path& folder) {
+  std::error_code error;
+  if (std::filesystem::is_directory(folder, error)) {
+    // The right to add a file is asked for, and not used.
+    constexpr DWORD kAnyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const UniqueFile writable(CreateFileW(folder.c_str(), FILE_ADD_FILE, kAnyShare, nullptr, OPEN_EXISTING,
+                                          FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    return writable ? std::string() : Failed("cannot write in", folder);
+  }
+  if (folder.has_parent_path() && folder.parent_path() != folder) {
+    std::filesystem::create_directories(folder.parent_path(), error);
+    if (error) {
+      return "cannot make " + PathToUtf8(folder.parent_path()) + ": " +
+             windows::ErrorText(static_cast<std::uint32_t>(error.value()));
+    }
+  }
+  // For the system, the administrators and the running account, for files and folders inside too; nothing inherited.
+  std::string list = "D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
+  if (const std::string own = windows::ProcessUserSid(); !own.empty()) list += "(A;OICI;FA;;;" + own + ")";
+  windows::SecurityAttributes security(list);
+  if (!security.ok()) return Failed("cannot make the access list of", folder);
+  return CreateDirectoryW(folder.c_str(), security.get()) ? std::string() : Failed("cannot make", folder);
+}
+
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, std::string* problem) {
+  const auto fail = [&](std::string text) {
+    if (problem != nullptr) *problem = std::move(text);
+    return std::nullopt;
+  };
+  const UniqueFile in(CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+  if (!in) return fail(Failed("cannot open", file));
+  // Not by its size: the file may grow while it is read.
+  std::string content;
+  for (;;) {
+    char piece[16384];
+    DWORD count = 0;
+    if (!ReadFile(in.get(), piece, sizeof piece, &count, nullptr)) return fail(Failed("cannot read", file));
+    if (count == 0) return content;
+    if (content.size() + count > limit) {
+      return fail(PathToUtf8(file) + " is longer than " + std::to_string(limit) + " bytes");
+    }
+    content.append(piece, count);
+  }
+}
+
+std::string ReplaceFile(const std::filesystem::path& file, std::string_view content) {
+  // A name of its own for each call: two writers must not share a temporary file.
+  static std::atomic<unsigned> calls{0};
+  std::filesystem::path temporary = file;
+  temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++calls) + L".new";
+  std::string problem = WriteAndFlush(temporary, content);
+  if (problem.empty() &&
+      !MoveFileExW(temporary.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    problem = Failed("cannot replace", file);
+  }
+  if (!problem.empty()) DeleteFileW(temporary.c_str());
+  return problem;
+}
+
+std::filesystem::path PathFromUtf8(std::string_view text) {
+  return windows::WideFromUtf8(text);
+}
+
+std::string PathToUtf8(const std::filesystem::path& path) {
+  return windows::Utf8FromWide(path.native());
+}
+
+DefaultPlaces GetDefaultPlaces() {
+  // Not the environment's word: whoever starts the process could point the service elsewhere.
+  wchar_t program_data[MAX_PATH + 1];
+  DWORD length = static_cast<DWORD>(std::size(program_data));
+  std::filesystem::path base = GetAllUsersProfileDirectoryW(program_data, &length) ? program_data : L"C:\\ProgramData";
+  base /= L"TVK";
+  return {.policy_file = base / L"policy.json",
+          .data_folder = base / L"data",
+          .log_folder = base / L"log",
+          .named_event_folder = {}};
+}
+
+}  // namespace platform

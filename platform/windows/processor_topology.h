@@ -1,0 +1,11 @@
+// What the system tells about its processors.
+#pragma once
+
+#include "platform/machine.h"
+
+namespace platform::windows {
+
+/// One try; the buffer grows until the answer fits. Counts the processors of the calling thread's processor group.
+TopologyReading ReadProcessorTopology();
+
+}  // namespace platform::windows

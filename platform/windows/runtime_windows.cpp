@@ -1,0 +1,162 @@
+#include "platform/windows/runtime_windows.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
+
+#include "platform/deadline.h"
+#include "platform/local.h"
+#include "platform/windows/security.h"
+#include "platform/windows/text.h"
+#include "platform/windows/timer.h"
+
+// In kernel32 since Windows 10 1607; the header of this compiler lacks it.
+extern "C" __declspec(dllimport) HRESULT __stdcall SetThreadDescription(HANDLE thread, const wchar_t* description);
+
+namespace platform {
+namespace windows {
+namespace {
+
+// What every waitable of this runtime has; WaitAny asks for it.
+class KernelObject {
+ public:
+  HANDLE handle() const { return handle_.get(); }
+
+ protected:
+  explicit KernelObject(UniqueKernelHandle handle) : handle_(std::move(handle)) {}
+  ~KernelObject() = default;
+
+ private:
+  UniqueKernelHandle handle_;
+};
+
+class KernelEvent final : public Event, public KernelObject {
+ public:
+  explicit KernelEvent(UniqueKernelHandle handle) : KernelObject(std::move(handle)) {}
+  void Set() override { SetEvent(handle()); }
+  void Reset() override { ResetEvent(handle()); }
+};
+
+class KernelSemaphore final : public Semaphore, public KernelObject {
+ public:
+  explicit KernelSemaphore(UniqueKernelHandle handle) : KernelObject(std::move(handle)) {}
+  std::uint32_t Release(std::uint32_t count) override {
+    // The call counts in LONG; it refuses 0 and what lies beyond, where the contract knows only "too many".
+    if (count == 0) return 0;
+    if (count > static_cast<std::uint32_t>(std::numeric_limits<LONG>::max())) return kErrorTooManyPosts;
+    return ReleaseSemaphore(handle(), static_cast<LONG>(count), nullptr) ? 0 : GetLastError();
+  }
+};
+
+// What a user of a named event needs: wait, set, reset. Not the right to change its access list.
+constexpr DWORD kEventRights = SYNCHRONIZE | EVENT_MODIFY_STATE;
+
+[[noreturn]] void ThrowLastError(const char* call) {
+  throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), call);
+}
+
+NamedEventResult Result(HANDLE handle) {
+  if (handle == nullptr) return {nullptr, GetLastError()};
+  return {std::make_unique<KernelEvent>(UniqueKernelHandle(handle)), 0};
+}
+
+// No name would make a private event; one with a null inside would be cut short.
+bool IsUsableName(std::wstring_view name) {
+  return !name.empty() && name.find(L'\0') == std::wstring_view::npos;
+}
+
+// The system, the administrators and the own account hold every right; logged-on users wait and signal at most.
+std::string AccessList(EventAccess access) {
+  std::string list = "D:P(A;;GA;;;SY)(A;;GA;;;BA)";
+  if (const std::string own = ProcessUserSid(); !own.empty()) list += "(A;;GA;;;" + own + ")";
+  if (access == EventAccess::kSessionUsers) list += "(A;;0x100002;;;IU)";
+  return list;
+}
+static_assert(kEventRights == 0x100002);
+
+}  // namespace
+
+std::unique_ptr<Event> WindowsRuntime::MakeEvent(EventReset reset, bool signalled) {
+  UniqueKernelHandle handle(CreateEventW(nullptr, reset == EventReset::kManual, signalled, nullptr));
+  if (!handle) ThrowLastError("CreateEvent");
+  return std::make_unique<KernelEvent>(std::move(handle));
+}
+
+NamedEventResult WindowsRuntime::MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
+                                                EventAccess access) {
+  if (!IsUsableName(name)) return {nullptr, ERROR_INVALID_NAME};
+  SecurityAttributes security(AccessList(access));
+  if (!security.ok()) return {nullptr, GetLastError()};
+  const DWORD flags =
+      (reset == EventReset::kManual ? CREATE_EVENT_MANUAL_RESET : 0u) | (signalled ? CREATE_EVENT_INITIAL_SET : 0u);
+  return Result(CreateEventExW(security.get(), std::wstring(name).c_str(), flags, kEventRights));
+}
+
+NamedEventResult WindowsRuntime::OpenNamedEvent(std::wstring_view name) {
+  if (!IsUsableName(name)) return {nullptr, ERROR_INVALID_NAME};
+  return Result(OpenEventW(kEventRights, FALSE, std::wstring(name).c_str()));
+}
+
+std::unique_ptr<Semaphore> WindowsRuntime::MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) {
+  if (maximum == 0 || initial > maximum) throw std::invalid_argument("semaphore: 0 <= initial <= maximum, maximum > 0");
+  constexpr std::uint32_t kMost = static_cast<std::uint32_t>(std::numeric_limits<LONG>::max());
+  UniqueKernelHandle handle(CreateSemaphoreW(nullptr, static_cast<LONG>(std::min(initial, kMost)),
+                                             static_cast<LONG>(std::min(maximum, kMost)), nullptr));
+  if (!handle) ThrowLastError("CreateSemaphore");
+  return std::make_unique<KernelSemaphore>(std::move(handle));
+}
+
+WaitCode WindowsRuntime::WaitAny(std::span<Waitable* const> objects, milliseconds timeout) {
+  std::array<HANDLE, kMaximumWaitObjects> handles;
+  static_assert(kMaximumWaitObjects == MAXIMUM_WAIT_OBJECTS);
+  if (objects.empty() || objects.size() > handles.size()) return kWaitFailed;
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    const auto* const object = dynamic_cast<const KernelObject*>(objects[i]);
+    if (object == nullptr) return kWaitFailed;
+    handles[i] = object->handle();
+  }
+  const auto wait = [&](DWORD limit) {
+    return WaitForMultipleObjects(static_cast<DWORD>(objects.size()), handles.data(), FALSE, limit);
+  };
+  if (timeout <= milliseconds(0)) return wait(0);
+  const auto deadline = DeadlineAfter(clock_.Steady(), timeout);
+  if (!deadline) return wait(INFINITE);
+
+  // The kernel counts in ticks of the timer and may be early, and a limit may be longer than it takes in one call.
+  constexpr milliseconds kLongestWait(INFINITE - 1);
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(*deadline - clock_.Steady());
+    const auto limit = std::clamp(left, milliseconds(0), kLongestWait);
+    const WaitCode code = wait(static_cast<DWORD>(limit.count()));
+    if (code != WAIT_TIMEOUT || clock_.Steady() >= *deadline) return code;
+  }
+}
+
+std::thread WindowsRuntime::StartThread(std::string_view name, std::function<void()> body) {
+  constexpr std::size_t kNameLength = 15;
+  return std::thread([name = WideFromUtf8(name.substr(0, kNameLength)), body = std::move(body)]() noexcept {
+    SetThreadDescription(GetCurrentThread(), name.c_str());  // a thread without a name works as well
+    body();
+  });
+}
+
+void WindowsRuntime::Join(std::thread& thread) {
+  if (thread.get_id() == std::this_thread::get_id()) {
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur), "Join");
+  }
+  thread.join();
+}
+
+std::unique_ptr<OneShotTimer> WindowsRuntime::MakeTimer(std::function<void()> callback) {
+  return std::make_unique<ThreadPoolTimer>(clock_, std::move(callback));
+}
+
+}  // namespace windows
+
+std::unique_ptr<Runtime> MakeRealRuntime(RealRuntimeOptions) {
+  return std::make_unique<windows::WindowsRuntime>();
+}
+
+}  // namespace platform

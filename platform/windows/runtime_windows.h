@@ -1,0 +1,26 @@
+// The real runtime over the kernel's own events, semaphores and waits.
+#pragma once
+
+#include "platform/runtime.h"
+#include "platform/windows/clock_windows.h"
+
+namespace platform::windows {
+
+class WindowsRuntime final : public Runtime {
+ public:
+  const Clock& clock() const override { return clock_; }
+  std::unique_ptr<Event> MakeEvent(EventReset reset, bool signalled) override;
+  NamedEventResult MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
+                                  EventAccess access) override;
+  NamedEventResult OpenNamedEvent(std::wstring_view name) override;
+  std::unique_ptr<Semaphore> MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) override;
+  WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) override;
+  std::thread StartThread(std::string_view name, std::function<void()> body) override;
+  void Join(std::thread& thread) override;
+  std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) override;
+
+ private:
+  const WindowsClock clock_;
+};
+
+}  // namespace platform::windows

@@ -1,0 +1,31 @@
+// Access lists for what we make, as texts of the security descriptor definition language.
+#pragma once
+
+#include <string>
+
+#include "platform/windows/owner.h"
+
+namespace platform::windows {
+
+/// The security identifier ("S-1-5-18") of the user that `token` belongs to; empty when the system does not say.
+std::string UserSid(HANDLE token);
+
+/// The security identifier of the account that this process runs as.
+std::string ProcessUserSid();
+
+/// A security descriptor made from its text, in the form that the calls which make things take.
+class SecurityAttributes {
+ public:
+  /// Check `ok` afterwards.
+  explicit SecurityAttributes(const std::string& definition);
+
+  /// False: the text was refused, GetLastError says why; `get` must not be used, since null would mean default access.
+  bool ok() const { return static_cast<bool>(descriptor_); }
+  SECURITY_ATTRIBUTES* get() { return &attributes_; }
+
+ private:
+  UniqueLocalMemory descriptor_;
+  SECURITY_ATTRIBUTES attributes_{};
+};
+
+}  // namespace platform::windows

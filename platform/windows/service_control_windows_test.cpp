@@ -1,0 +1,109 @@
+// A service from its installation to its end. This program is both the test and, started by the service manager, the
+// service, which answers through named events.
+#include "platform/service_control.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/local.h"
+#include "platform/windows/owner.h"
+
+namespace platform {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr wchar_t kServiceArgument[] = L"--as-service";
+constexpr unsigned long kAskedControl = 200;
+constexpr wchar_t kAskedEvent[] = L"Global\\TvkServiceTestAsked";
+constexpr wchar_t kArgumentEvent[] = L"Global\\TvkServiceTestArgument";
+
+// Ends with 7 when it was started with the argument "fail".
+int RunAsTheService() {
+  const auto runtime = MakeRealRuntime({});
+  const auto stop = runtime->MakeEvent(EventReset::kManual);
+  int context = 0;
+  ServiceProgram program;
+  program.context = &context;
+  program.main = [&](ServiceSession& session) {
+    if (session.status_handle() == nullptr) return 8;
+    if (session.arguments() == std::vector<std::wstring>{L"fail"}) return 7;
+    session.ReportRunning();
+    if (session.arguments() == std::vector<std::wstring>{L"hello"}) {
+      runtime->OpenNamedEvent(kArgumentEvent).event->Set();
+    }
+    runtime->Wait(*stop, kForever);
+    session.ReportStopping(seconds(5));
+    session.ReportStopping(seconds(5));
+    return 0;
+  };
+  program.control = [&](unsigned long control, unsigned long, void*, void* got) -> unsigned long {
+    if (control == kAskedControl && got == &context) runtime->OpenNamedEvent(kAskedEvent).event->Set();
+    return 0;
+  };
+  program.stop = [&] { stop->Set(); };
+  return RunServiceProgram(program).served ? 0 : 1;
+}
+
+ServiceInstallation ThisProgram() {
+  wchar_t path[MAX_PATH];
+  const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+  return {.program = std::wstring(path, length),
+          .arguments = {kServiceArgument},
+          .display_name = L"TVK test service",
+          .description = L"Lives as long as a test."};
+}
+
+bool SendControl(DWORD code) {
+  const windows::UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  const windows::UniqueService service(OpenServiceW(manager.get(), kServiceName, SERVICE_USER_DEFINED_CONTROL));
+  SERVICE_STATUS status{};
+  return ControlService(service.get(), code, &status) != FALSE;
+}
+
+TEST(ServiceControl, ServiceLivesFromInstallationToRemoval) {
+  const auto runtime = MakeRealRuntime({});
+  const auto asked = runtime->MakeNamedEvent(kAskedEvent, EventReset::kAuto, false, EventAccess::kServiceOnly);
+  const auto argued = runtime->MakeNamedEvent(kArgumentEvent, EventReset::kAuto, false, EventAccess::kServiceOnly);
+  ASSERT_TRUE(asked.event && argued.event);
+
+  EXPECT_EQ(UninstallService(seconds(0)), "");
+  EXPECT_EQ(ReadServiceReport().state, ServiceState::kNotInstalled);
+  EXPECT_NE(LaunchService({}, seconds(1)), "");
+  EXPECT_NE(InstallService({.program = "relative.exe", .arguments = {}, .display_name = {}, .description = {}}), "");
+  ASSERT_EQ(InstallService(ThisProgram()), "");
+  ASSERT_EQ(InstallService(ThisProgram()), "") << "a second time brings it up to date";
+  EXPECT_EQ(ReadServiceReport().state, ServiceState::kStopped);
+
+  ASSERT_EQ(LaunchService({L"hello"}, seconds(30)), "");
+  EXPECT_EQ(runtime->Wait(*argued.event, seconds(20)), 0u);
+  const ServiceReport running = ReadServiceReport();
+  EXPECT_EQ(running.state, ServiceState::kRunning);
+  EXPECT_NE(running.process_id, 0u);
+  EXPECT_TRUE(SendControl(kAskedControl));
+  EXPECT_EQ(runtime->Wait(*asked.event, seconds(20)), 0u);
+
+  EXPECT_EQ(HaltService(seconds(30)), "");
+  EXPECT_EQ(ReadServiceReport().state, ServiceState::kStopped);
+  EXPECT_EQ(HaltService(seconds(30)), "") << "it has stopped already";
+  EXPECT_NE(LaunchService({L"fail"}, seconds(30)).find("exit code 7"), std::string::npos);
+  EXPECT_EQ(ReadServiceReport().exit_code, 7u);
+  EXPECT_EQ(UninstallService(seconds(30)), "");
+  EXPECT_EQ(ReadServiceReport().state, ServiceState::kNotInstalled);
+}
+
+TEST(ServiceControl, ProcessOfNoServiceManagerIsToldSo) {
+  ServiceProgram program;
+  program.main = [](ServiceSession&) { return 0; };
+  const ServiceRun run = RunServiceProgram(program);
+  EXPECT_FALSE(run.served);
+  EXPECT_NE(run.problem.find("1063"), std::string::npos) << run.problem;
+}
+
+}  // namespace
+}  // namespace platform
+
+int main(int count, char** texts) {
+  if (count == 2 && std::string_view(texts[1]) == "--as-service") return platform::RunAsTheService();
+  testing::InitGoogleTest(&count, texts);
+  return RUN_ALL_TESTS();
+}
