@@ -1,0 +1,148 @@
+#include "client/bus/publisher_subscriber.h"
+
+#include <algorithm>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "client/log/log.h"
+#include "client/text/guid.h"
+#include "client/text/string.h"
+
+namespace {
+
+struct Subscription {
+  std::wstring id;
+  TVKPublisherSubscriber::Callback callback;
+};
+
+}  // namespace
+
+class TVKPublisherSubscriber::Impl {
+ public:
+  explicit Impl(platform::Runtime& runtime)
+      : runtime_(runtime),
+        work_(runtime.MakeEvent(platform::EventReset::kAuto)),
+        delivered_(runtime.MakeEvent(platform::EventReset::kManual, true)) {
+    TVK::utility::InitLog(log_, L"PublisherSubscriber.log", 4);
+    thread_ = runtime_.StartThread("tvk-bus", [this] { Deliver(); });
+  }
+
+  ~Impl() {
+    {
+      const std::lock_guard lock(mutex_);
+      ending_ = true;
+    }
+    work_->Set();
+    runtime_.Join(thread_);
+  }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  std::wstring Subscribe(Callback callback, bool replay_last) {
+    auto subscription =
+        std::make_shared<const Subscription>(Subscription{TVK::Utility::CGuid::NewGuid(), std::move(callback)});
+    const std::lock_guard lock(mutex_);
+    subscriptions_.push_back(subscription);
+    if (replay_last && last_.has_value()) {
+      queue_.push_back({*last_, subscription});
+      work_->Set();
+    }
+    return subscription->id;
+  }
+
+  void Unsubscribe(const std::wstring& id) {
+    std::unique_lock lock(mutex_);
+    std::erase_if(subscriptions_, [&](const auto& one) { return one->id == id; });
+    if (std::this_thread::get_id() == delivering_thread_) return;
+    while (called_ != nullptr && called_->id == id) {
+      lock.unlock();
+      runtime_.Wait(*delivered_, platform::kForever);
+      lock.lock();
+    }
+  }
+
+  void Publish(TVKNotificationData data) {
+    {
+      const std::lock_guard lock(mutex_);
+      last_ = data;
+      queue_.push_back({std::move(data), nullptr});
+    }
+    work_->Set();
+  }
+
+ private:
+  using SubscriptionPtr = std::shared_ptr<const Subscription>;
+  struct Delivery {
+    TVKNotificationData data;
+    SubscriptionPtr only;  // null: everybody who is subscribed when it is delivered
+  };
+
+  void Deliver() {
+    for (;;) {
+      std::unique_lock lock(mutex_);
+      delivering_thread_ = std::this_thread::get_id();
+      if (ending_) return;
+      if (queue_.empty()) {
+        lock.unlock();
+        runtime_.Wait(*work_, platform::kForever);
+        continue;
+      }
+      const Delivery delivery = std::move(queue_.front());
+      queue_.pop_front();
+      const std::vector<SubscriptionPtr> receivers =
+          delivery.only != nullptr ? std::vector{delivery.only} : subscriptions_;
+      lock.unlock();
+      for (const SubscriptionPtr& receiver : receivers)
+        Call(receiver, delivery.data);
+    }
+  }
+
+  void Call(const SubscriptionPtr& receiver, TVKNotificationData data) {
+    {
+      const std::lock_guard lock(mutex_);
+      // Whoever unsubscribed since the receivers were listed must not be called any more.
+      if (ending_ || std::ranges::find(subscriptions_, receiver) == subscriptions_.end()) return;
+      called_ = receiver;
+      delivered_->Reset();
+    }
+    try {
+      receiver->callback(data);
+    } catch (const std::exception& failure) {
+      log_.e(L"subscriber %s failed on notification %d %d: %s", receiver->id, data.getTopicId(), data.getEventState(),
+             TVK::String::UTF8ToUTF16(failure.what()));
+    } catch (...) {
+      log_.e(L"subscriber %s failed on notification %d %d", receiver->id, data.getTopicId(), data.getEventState());
+    }
+    const std::lock_guard lock(mutex_);
+    called_ = nullptr;
+    delivered_->Set();
+  }
+
+  platform::Runtime& runtime_;
+  TVK::Log log_;
+  const std::unique_ptr<platform::Event> work_;
+  const std::unique_ptr<platform::Event> delivered_;  // set while no callback runs
+  std::mutex mutex_;                                  // guards what follows
+  std::vector<SubscriptionPtr> subscriptions_;
+  std::deque<Delivery> queue_;
+  std::optional<TVKNotificationData> last_;
+  SubscriptionPtr called_;
+  std::thread::id delivering_thread_;
+  bool ending_ = false;
+  std::thread thread_;
+};
+
+TVKPublisherSubscriber::TVKPublisherSubscriber(platform::Runtime& runtime) : impl_(std::make_unique<Impl>(runtime)) {}
+TVKPublisherSubscriber::~TVKPublisherSubscriber() = default;
+
+std::wstring TVKPublisherSubscriber::Subscribe(Callback callback, bool replay_last) {
+  return impl_->Subscribe(std::move(callback), replay_last);
+}
+void TVKPublisherSubscriber::Unsubscribe(const std::wstring& id) {
+  impl_->Unsubscribe(id);
+}
+void TVKPublisherSubscriber::Publish(TVKNotificationData data) {
+  impl_->Publish(std::move(data));
+}

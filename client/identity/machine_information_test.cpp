@@ -1,0 +1,115 @@
+#include "client/identity/machine_information.h"
+
+#include <gtest/gtest.h>
+
+#include "client/identity/iso_tables.h"
+#include "client/identity/machine_device_id_agent.h"
+#include "client/identity/machine_firmware.h"
+#include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/virtual_runtime.h"
+
+using platform::SimulatedMachine;
+using platform::VirtualRuntime;
+
+namespace {
+
+// One system information structure (type 1, 27 bytes) with a UUID and no strings, and the end of the table.
+std::vector<std::uint8_t> TableWithUuid() {
+  std::vector<std::uint8_t> table = {0, 3, 2, 0, 0, 0, 0, 0, 1, 27, 1, 0, 0, 0, 0, 0};
+  for (std::uint8_t i = 1; i <= 16; ++i)
+    table.push_back(i);
+  table.insert(table.end(), {6, 0, 0, 0, 0, 127, 4, 2, 0, 0, 0});
+  table[4] = static_cast<std::uint8_t>(table.size() - 8);
+  return table;
+}
+
+}  // namespace
+
+TEST(RegionInformationTest, TakesCountryAndLanguageFromNationAndLocale) {
+  struct Row {
+    const char *nation, *locale;
+    const wchar_t *country, *country_name, *language, *language_name;
+  };
+  VirtualRuntime runtime;
+  SimulatedMachine machine;
+  machine.Change([](auto& state) { state.country_of_nation = {{"94", "DE"}, {"39070", "XX"}}; });
+  const RegionInformation region(machine, runtime.clock());
+  for (const Row& row : {
+           Row{"DE", "de-DE", L"DE", L"Germany", L"de", L"German"},
+           Row{"94", "de-AT", L"DE", L"Germany", L"de", L"German"},
+           Row{"39070", "de-AT", L"AT", L"Austria", L"de", L"German"},
+           Row{"", "zh-Hans-CN", L"CN", L"China", L"zh", L"Chinese"},
+           Row{"CH", "gsw", L"CH", L"Switzerland", L"gsw", L"Swiss German; Alemannic; Alsatian"},
+           Row{"", "", L"", L"", L"", L""},
+           Row{"", "xx-YY", L"YY", L"", L"xx", L""},
+       }) {
+    SCOPED_TRACE(row.locale);
+    machine.Change([&](auto& state) { state.region = {row.nation, row.locale, ""}; });
+    const RegionInformation::Facts facts = region.Describe(machine.ReadRegionFacts());
+    EXPECT_EQ(facts.country_code, row.country);
+    EXPECT_EQ(facts.country_name, row.country_name);
+    EXPECT_EQ(facts.language_code, row.language);
+    EXPECT_EQ(facts.language_name, row.language_name);
+  }
+}
+
+TEST(IsoTablesTest, AreCompleteAndSortedSoThatLookUpFinds) {
+  for (const auto table : {IsoCountries(), IsoLanguages()}) {
+    ASSERT_GT(table.size(), 200u);
+    for (const IsoEntry& entry : table)
+      EXPECT_EQ(FindIsoEntry(table, entry.code), &entry) << entry.code;
+  }
+  EXPECT_EQ(FindIsoEntry(IsoCountries(), "de"), nullptr);
+}
+
+TEST(MachineInformationTest, KeepsFactsUntilReInitialize) {
+  VirtualRuntime runtime;
+  SimulatedMachine machine;
+  MachineInformation information(machine, runtime.clock());
+  machine.Change([](auto& state) { state.firmware.product_family = "Notebook X1 Gen 2"; });
+  EXPECT_EQ(information.device_brand(), L"Notebook");
+  EXPECT_EQ(information.device_subbrand(), L"X1 Gen 2");
+  machine.Change([](auto& state) { state.system.version = "2.0"; });
+  EXPECT_EQ(information.os_version(), L"1.0");
+  information.ReInitialize(true);
+  EXPECT_EQ(information.os_version(), L"2.0");
+}
+
+TEST(MachineInformationTest, ReadsWhatThereIsOfATableThatDisagreesWithItsHeader) {
+  VirtualRuntime runtime;
+  SimulatedMachine machine;
+  machine.Change([](auto& state) {
+    state.smbios = TableWithUuid();
+    state.smbios.push_back(0);
+  });
+  const TVK::SmbiosIdentity firmware = TVK::ReadMachineFirmware(machine);
+  EXPECT_EQ(firmware.smbios_version, L"3.2");
+  EXPECT_EQ(firmware.board_product, L"NB14G3") << "a gap, filled by the system";
+}
+
+TEST(MachineDeviceIdAgentTest, IdsAreStableAndTellNothing) {
+  SimulatedMachine machine;
+  machine.Change([](auto& state) { state.smbios = TableWithUuid(); });
+  TVK::MachineDeviceIdAgent agent(machine);
+  std::wstring id, again, legacy;
+  ASSERT_EQ(agent.GetDeviceID(id), 0u);
+  ASSERT_EQ(agent.GetDeviceID(again), 0u);
+  ASSERT_EQ(agent.GetLegacyDeviceID(legacy), 0u);
+  EXPECT_EQ(id, again);
+  EXPECT_NE(id, legacy);
+  EXPECT_EQ(id.size(), 36u);
+  EXPECT_EQ(id.find(L"00112233"), std::wstring::npos);
+
+  machine.Change([](auto& state) { state.smbios.push_back(0); });
+  ASSERT_EQ(agent.GetLegacyDeviceID(again), 0u) << "of a table whose length is not what its header says";
+  EXPECT_EQ(again, legacy);
+
+  machine.Change([](auto& state) {
+    state.installation_id.clear();
+    state.smbios.clear();
+  });
+  std::wstring untouched = L"before";
+  EXPECT_NE(agent.GetDeviceID(untouched), 0u);
+  EXPECT_NE(agent.GetLegacyDeviceID(untouched), 0u);
+  EXPECT_EQ(untouched, L"before");
+}

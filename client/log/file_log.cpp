@@ -1,0 +1,75 @@
+#include <spdlog/sinks/rotating_file_sink.h>
+
+#include <cstdio>
+#include <map>
+#include <mutex>
+
+#include "client/log/log.h"
+#include "client/log/loss_counting_sink.h"
+#include "client/text/string.h"
+#include "platform/files.h"
+#include "platform/standard_error.h"
+
+namespace TVK {
+namespace {
+
+constexpr std::size_t kFileBytes = 5u << 20;
+constexpr std::size_t kOlderFiles = 4;  // five files in all
+
+spdlog::level::level_enum ToSpdlog(LogSeverity severity) {
+  switch (severity) {
+    case LogSeverity::kError:
+      return spdlog::level::err;
+    case LogSeverity::kInfo:
+      return spdlog::level::info;
+    case LogSeverity::kDebug:
+      return spdlog::level::debug;
+  }
+  return spdlog::level::debug;
+}
+
+// Error lines that a full disk refuses go to standard error, which a service manager keeps elsewhere.
+std::shared_ptr<LogSink> OpenFile(const std::filesystem::path& folder, const std::string& file_name) {
+  auto file = std::make_shared<spdlog::sinks::rotating_file_sink_st>(
+      (folder / platform::PathFromUtf8(file_name)).native(), kFileBytes, kOlderFiles);
+  return std::make_shared<LossCountingSink>(
+      [file](LogSeverity severity, const std::string& line) {
+        file->log(spdlog::details::log_msg({}, ToSpdlog(severity), line));
+        file->flush();
+      },
+      [file_name](const std::string& line) { platform::WriteLineToStandardError(file_name + ": " + line); });
+}
+
+class FileLogBackend final : public LogBackend {
+ public:
+  explicit FileLogBackend(std::filesystem::path folder) : folder_(std::move(folder)) {}
+
+  std::shared_ptr<LogSink> Open(const std::wstring& file_name) override {
+    const std::lock_guard lock(mutex_);
+    // One sink a file for as long as anybody uses it: two would rotate under each other.
+    if (auto open = sinks_[file_name].lock()) return open;
+    try {
+      auto sink = OpenFile(folder_, String::UTF16ToUTF8(file_name));
+      sinks_[file_name] = sink;
+      return sink;
+    } catch (const spdlog::spdlog_ex& failure) {
+      if (!complained_) static_cast<void>(std::fprintf(stderr, "cannot write logs: %s\n", failure.what()));
+      complained_ = true;
+      return nullptr;
+    }
+  }
+
+ private:
+  const std::filesystem::path folder_;
+  std::mutex mutex_;  // guards what follows
+  std::map<std::wstring, std::weak_ptr<LogSink>> sinks_;
+  bool complained_ = false;
+};
+
+}  // namespace
+
+std::shared_ptr<LogBackend> MakeFileLogBackend(const std::filesystem::path& folder) {
+  return std::make_shared<FileLogBackend>(folder);
+}
+
+}  // namespace TVK

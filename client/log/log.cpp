@@ -1,0 +1,53 @@
+#include "client/log/log.h"
+
+#include <mutex>
+
+namespace TVK {
+namespace {
+
+struct BackendSlot {
+  std::mutex mutex;  // guards backend
+  std::shared_ptr<LogBackend> backend;
+};
+
+BackendSlot& Slot() {
+  static BackendSlot slot;
+  return slot;
+}
+
+int LeastLevelFor(LogSeverity severity) {
+  switch (severity) {
+    case LogSeverity::kError:
+      return 1;
+    case LogSeverity::kInfo:
+      return 2;
+    case LogSeverity::kDebug:
+      return 4;
+  }
+  return 4;
+}
+
+}  // namespace
+
+void SetLogBackend(std::shared_ptr<LogBackend> backend) {
+  const std::lock_guard lock(Slot().mutex);
+  Slot().backend = std::move(backend);
+}
+
+void Log::Write(LogSeverity severity, const wchar_t* format, std::initializer_list<FormatArgument> args) const {
+  if (sink_ == nullptr || level_ < LeastLevelFor(severity)) return;
+  sink_->Write(severity, FormatWideArguments(format, args));
+}
+
+bool utility::InitLog(Log& log, const std::wstring& file_name, int level) {
+  std::shared_ptr<LogBackend> backend;
+  {
+    const std::lock_guard lock(Slot().mutex);
+    backend = Slot().backend;
+  }
+  log.sink_ = backend == nullptr ? nullptr : backend->Open(file_name);
+  log.level_ = level;
+  return log.sink_ != nullptr;
+}
+
+}  // namespace TVK

@@ -1,0 +1,93 @@
+#include "client/policy/config_agent.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "testing/log_capture.h"
+#include "testing/temp_folder.h"
+
+namespace {
+
+constexpr char kBasic[] = R"({"telemetryScope":"basic","datasets":[]})";
+constexpr char kFull[] = R"({"telemetryScope":"full","datasets":[]})";
+constexpr char kBroken[] = R"({"telemetryScope":"loud","datasets":[]})";
+
+class ConfigPolicyAgentTest : public testing::Test {
+ protected:
+  void Write(const std::filesystem::path& file, std::string_view text) {
+    std::ofstream(file, std::ios::binary).write(text.data(), static_cast<std::streamsize>(text.size()));
+  }
+  static std::string Read(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  static std::wstring Scope(ConfigPolicyAgent& agent) {
+    TelemetryPolicy policy;
+    return agent.GetTelemetryPolicy(policy) ? policy.telemetry_scope : L"no policy";
+  }
+
+  TempFolder folder_;
+  LogCapture log_;
+  const ConfigPolicyAgent::Files files_{folder_.path() / "policy.json", folder_.path() / "client-policy.json",
+                                        folder_.path() / "last-good.json"};
+};
+
+TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) {
+  ConfigPolicyAgent agent(files_);
+  EXPECT_EQ(Scope(agent), L"no policy");
+  EXPECT_FALSE(agent.LoadTelemetryPolicy().accepted);
+  EXPECT_EQ(Scope(agent), L"no policy");
+
+  Write(files_.telemetry_policy, kBasic);
+  PolicyLoad load = agent.LoadTelemetryPolicy();
+  EXPECT_TRUE(load.accepted && load.changed);
+  load = agent.LoadTelemetryPolicy();
+  EXPECT_TRUE(load.accepted && !load.changed);
+
+  Write(files_.telemetry_policy, kBroken);
+  load = agent.LoadTelemetryPolicy();
+  EXPECT_FALSE(load.accepted || load.changed);
+  ASSERT_EQ(load.problems.size(), 1u);
+  EXPECT_EQ(load.problems[0].path, "telemetryScope");
+  EXPECT_TRUE(log_.Has(L"policy.json: telemetryScope: \"loud\" is no scope"));
+  EXPECT_EQ(Scope(agent), L"basic");
+  EXPECT_EQ(Read(files_.last_good), kBasic);
+
+  Write(files_.telemetry_policy, kFull);
+  EXPECT_TRUE(agent.LoadTelemetryPolicy().changed);
+  EXPECT_EQ(Scope(agent), L"full");
+  EXPECT_EQ(Read(files_.last_good), kFull);
+
+  // A start with a broken file takes the copy; the same policy in the mended file is no change for those who saw it.
+  Write(files_.telemetry_policy, kBroken);
+  ConfigPolicyAgent next(files_);
+  EXPECT_FALSE(next.LoadTelemetryPolicy().accepted);
+  EXPECT_EQ(Scope(next), L"full");
+  EXPECT_EQ(Read(files_.last_good), kFull);
+  Write(files_.telemetry_policy, kFull);
+  load = next.LoadTelemetryPolicy();
+  EXPECT_TRUE(load.accepted && !load.changed);
+}
+
+TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
+  ConfigPolicyAgent agent(files_);
+  TvkPolicy policy{L"before", L"before"};
+  Write(files_.tvk_policy, "{");
+  EXPECT_FALSE(agent.LoadTvkPolicy().accepted);
+  EXPECT_FALSE(agent.GetTvkPolicy(policy));
+  EXPECT_EQ(policy.device_path, L"before");
+
+  Write(files_.tvk_policy, R"({"devicePath":"a/b"})");
+  EXPECT_TRUE(agent.LoadTvkPolicy().changed);
+  ASSERT_TRUE(agent.GetTvkPolicy(policy));
+  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L""}));
+
+  std::filesystem::remove(files_.tvk_policy);
+  EXPECT_TRUE(agent.LoadTvkPolicy().changed);
+  ASSERT_TRUE(agent.GetTvkPolicy(policy));
+  EXPECT_EQ(policy, TvkPolicy());
+}
+
+}  // namespace

@@ -1,0 +1,20 @@
+// Puts a telemetry policy in place.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/policy/policy_document.h"
+
+struct PolicyApplied {
+  bool applied = false;
+  std::vector<PolicyProblem> problems;  ///< Of the document; unknown keys are named though it was applied.
+  std::string failure;                  ///< Why `target` could not be written; empty otherwise.
+};
+
+/// Validates the document and puts it in place of `target`, as it stands, so that a reader sees the old or the new
+/// policy; a missing folder is made, for the running account alone. A document with a fatal problem, or a failed
+/// write, leaves `target` untouched. Any thread.
+PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target);

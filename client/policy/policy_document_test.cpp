@@ -1,0 +1,198 @@
+#include "client/policy/policy_document.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <sstream>
+
+namespace {
+
+constexpr char kFull[] = R"({
+  "$schema": "policy.schema.json", "telemetryScope": "basic",
+  "applicability": {"models": ["M*"], "manufacturers": ["F"], "brands": ["B"], "osNames": ["Linux"],
+                    "osVersionMin": "6.1", "osVersionMax": ""},
+  "settings": {"No_hash_network_data": "true"},
+  "datasets": [{"id": "ID", "name": "N\u00e4", "enabled": false, "applicability": {"models": ["X"]},
+                "settings": {"A": "1", "B": ""}},
+               {"id": "ID2", "name": "Two"}]
+})";
+
+std::string Describe(const std::vector<PolicyProblem>& problems) {
+  std::string text;
+  for (const PolicyProblem& problem : problems) {
+    text += (problem.fatal ? "fatal " : "error ") + problem.path + ": " + problem.message + "\n";
+  }
+  return text;
+}
+
+std::string FileText(const std::string& name) {
+  std::ifstream file(TVK_CONFIG_FOLDER "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Json::Value ToJson(std::string_view text) {
+  Json::Value value;
+  std::istringstream stream{std::string(text)};
+  stream >> value;
+  return value;
+}
+
+TEST(PolicyDocumentTest, ReadsEveryKey) {
+  const PolicyDocument document = ParseTelemetryPolicy(kFull);
+  ASSERT_TRUE(document.policy);
+  EXPECT_EQ(Describe(document.problems), "");
+  const TelemetryPolicy& policy = *document.policy;
+  EXPECT_EQ(policy.telemetry_scope, L"basic");
+  EXPECT_EQ(policy.applicability, (ApplicabilityFilter{{L"M*"}, {L"F"}, {L"B"}, {L"Linux"}, L"6.1", L""}));
+  EXPECT_EQ(policy.Setting(L"No_hash_network_data"), L"true");
+  EXPECT_EQ(policy.Setting(L"other"), L"");
+  const std::list<DataSet> datasets = {
+      {L"ID", L"N\u00e4", false, {{L"X"}, {}, {}, {}, L"", L""}, {{L"A", L"1"}, {L"B", L""}}},
+      {L"ID2", L"Two", true, {}, {}}};
+  EXPECT_EQ(policy.datasets, datasets);
+}
+
+TEST(PolicyDocumentTest, NamesEveryProblemWithItsPath) {
+  struct Row {
+    std::string json;
+    std::string problems;
+  };
+  const std::string start = R"({"telemetryScope":"full","datasets":[)";
+  for (const Row& row : {
+           Row{"", "fatal : the document is empty\n"},
+           Row{" \n", "fatal : the document is empty\n"},
+           Row{"[]", "fatal : an object is expected\n"},
+           Row{"{", "fatal line 1, column 2: Missing '}' or object member name\n"},
+           Row{"{\n \"a//\\\"\": 1, // x\n}", "fatal line 2, column 14: JSON has no comments\n"},
+           Row{"{/**/\"telemetryScope\":\"full\"}", "fatal line 1, column 2: JSON has no comments\n"},
+           Row{R"({"telemetryScope":"full","telemetryScope":"none","datasets":[]})",
+               "fatal line 1, column 26: Duplicate key: 'telemetryScope'\n"},
+           Row{start + "]} x", "fatal line 1, column 41: Extra non-whitespace after JSON value\n"},
+           Row{start + "]}\n\"\xC3(\"", "fatal line 2, column 2: the text is not well-formed UTF-8\n"},
+           Row{std::string(200000, '['), "fatal line 1, column 33: the document is nested deeper than 32 levels\n"},
+           Row{R"({"x":"[\"[",)" + std::string("\n\"y\":") + std::string(31, '[') + std::string(31, ']') + "}",
+               "fatal telemetryScope: the key is missing\nfatal datasets: the key is missing\n"
+               "error x: the key is unknown and has no effect\nerror y: the key is unknown and has no effect\n"},
+           Row{start + "]}\n" + std::string("\0{}", 3), "fatal line 2, column 1: the text holds a NUL byte\n"},
+           Row{std::string(10 << 20, '['), "fatal : the document is longer than 1048576 bytes\n"},
+           Row{"{}", "fatal telemetryScope: the key is missing\nfatal datasets: the key is missing\n"},
+           Row{R"({"telemetryScope":"Full","datasets":{}})",
+               "fatal telemetryScope: \"Full\" is no scope: none, basic, enhance and full are\n"
+               "fatal datasets: a list is expected, not an object\n"},
+           Row{R"({"telemetryScope":1,"datasets":[]})", "fatal telemetryScope: a text is expected, not a number\n"},
+           Row{start + R"(7,{"name":"","id":null,"enabled":"yes","zeta":1,"alpha":2}]})",
+               "fatal datasets[0]: an object is expected, not a number\n"
+               "fatal datasets[1].name: the text must not be empty\n"
+               "fatal datasets[1].id: a text is expected, not null\n"
+               "fatal datasets[1].enabled: true or false is expected, not a text\n"
+               "error datasets[1].zeta: the key is unknown and has no effect\n"
+               "error datasets[1].alpha: the key is unknown and has no effect\n"},
+           Row{start + R"({"id":"I","name":"N","settings":{"P":90,"Q":"a\u0007","R":"\udc00x"}}]})",
+               "fatal datasets[0].settings.P: a text is expected, not a number\n"
+               "fatal datasets[0].settings.Q: the text holds a control character\n"
+               "fatal datasets[0].settings.R: the text holds half of a surrogate pair\n"},
+           Row{start + R"(],"applicability":{"models":["",3],"osVersionMin":"10.","osVersionMax":"a","os":1}})",
+               "fatal applicability.models[0]: the text must not be empty\n"
+               "fatal applicability.models[1]: a text is expected, not a number\n"
+               "fatal applicability.osVersionMin: numbers joined by dots are expected, such as 10.0.19045\n"
+               "fatal applicability.osVersionMax: numbers joined by dots are expected, such as 10.0.19045\n"
+               "error applicability.os: the key is unknown and has no effect\n"},
+           Row{start + R"(],"settings":{"No_hash_network":"true","No_hash_network_data":"true"}})",
+               "error settings.No_hash_network: the key is unknown and has no effect\n"},
+           Row{start + R"(],"a\u001b[2J":0})", "error a?[2J: the key is unknown and has no effect\n"},
+       }) {
+    SCOPED_TRACE(row.json.substr(0, 200));
+    const PolicyDocument document = ParseTelemetryPolicy(row.json);
+    EXPECT_EQ(Describe(document.problems), row.problems);
+    EXPECT_EQ(document.policy.has_value(), row.problems.find("fatal") == std::string::npos);
+  }
+}
+
+TEST(PolicyDocumentTest, ManyProblemsAreCounted) {
+  std::string json = R"({"telemetryScope":"full","datasets":[],"k0":0)";
+  for (int i = 1; i < 150; ++i)
+    json += ",\"k" + std::to_string(i) + "\":0";
+  const PolicyDocument document = ParseTelemetryPolicy(json + "}");
+  ASSERT_EQ(document.problems.size(), 101u);
+  EXPECT_EQ(document.problems.back().message, "50 more problems");
+  EXPECT_TRUE(document.policy);
+}
+
+TEST(PolicyDocumentTest, ReadsTheClientPolicy) {
+  const TvkPolicyDocument both = ParseTvkPolicy(R"({"devicePath":"a/b","deviceSubscription":"s"})");
+  ASSERT_TRUE(both.policy);
+  EXPECT_EQ(*both.policy, (TvkPolicy{L"a/b", L"s"}));
+  EXPECT_TRUE(ParseTvkPolicy("{}").policy);
+  const TvkPolicyDocument wrong = ParseTvkPolicy(R"({"devicePath":1,"x":2})");
+  EXPECT_FALSE(wrong.policy);
+  EXPECT_EQ(Describe(wrong.problems),
+            "fatal devicePath: a text is expected, not a number\nerror x: the key is unknown and has no effect\n");
+}
+
+TEST(PolicyDocumentTest, DefaultFilesHaveNoProblems) {
+  const PolicyDocument policy = ParseTelemetryPolicy(FileText("policy.default.json"));
+  EXPECT_EQ(Describe(policy.problems), "");
+  ASSERT_TRUE(policy.policy);
+  EXPECT_EQ(policy.policy->datasets.size(), 23u);
+  const TvkPolicyDocument client = ParseTvkPolicy(FileText("client-policy.default.json"));
+  ASSERT_TRUE(client.policy);
+  EXPECT_EQ(*client.policy, TvkPolicy());
+}
+
+// Every key of the schema's `properties` must be one that the reader knows (a wrong type is refused, not passed over),
+// and the reader's document must use no other.
+void ExpectSameKeys(const Json::Value& properties, const Json::Value& full, const std::string& path,
+                    const std::function<std::string(const std::string& key)>& with_null) {
+  EXPECT_EQ(properties.getMemberNames(), full.getMemberNames()) << path;
+  for (const std::string& key : properties.getMemberNames()) {
+    const PolicyDocument document = ParseTelemetryPolicy(with_null(key));
+    ASSERT_EQ(document.problems.empty(), false) << path << key;
+    EXPECT_EQ(document.problems[0].path, path + key);
+    EXPECT_NE(document.problems[0].message.find(" is expected, not null"), std::string::npos);
+    EXPECT_NE(properties[key].get("description", "").asString(), "") << path << key;
+  }
+}
+
+TEST(PolicyDocumentTest, SchemaAndReaderAgree) {
+  EXPECT_EQ(TelemetryPolicySchema(), FileText("policy.schema.json"));
+  const Json::Value schema = ToJson(TelemetryPolicySchema());
+  const Json::Value full = ToJson(kFull);
+  const auto replaced = [&](auto&& change) {
+    Json::Value copy = full;
+    change(copy);
+    return Json::writeString(Json::StreamWriterBuilder(), copy);
+  };
+  ExpectSameKeys(schema["properties"]["settings"]["properties"], full["settings"], "settings.", [&](const auto& key) {
+    return replaced([&](Json::Value& copy) { copy["settings"][key] = Json::Value(); });
+  });
+  ExpectSameKeys(schema["properties"], full, "", [&](const std::string& key) {
+    return replaced([&](Json::Value& copy) { copy[key] = Json::Value(); });
+  });
+  const Json::Value& dataset = schema["$defs"]["dataset"];
+  ExpectSameKeys(dataset["properties"], full["datasets"][0], "datasets[0].", [&](const std::string& key) {
+    return replaced([&](Json::Value& copy) { copy["datasets"][0][key] = Json::Value(); });
+  });
+  ExpectSameKeys(schema["$defs"]["applicability"]["properties"], full["applicability"], "applicability.",
+                 [&](const std::string& key) {
+                   return replaced([&](Json::Value& copy) { copy["applicability"][key] = Json::Value(); });
+                 });
+  for (const Json::Value& key : schema["required"]) {
+    const std::string without = replaced([&](Json::Value& copy) { copy.removeMember(key.asString()); });
+    EXPECT_EQ(Describe(ParseTelemetryPolicy(without).problems), "fatal " + key.asString() + ": the key is missing\n");
+  }
+  for (const Json::Value& key : dataset["required"]) {
+    const std::string without = replaced([&](Json::Value& copy) { copy["datasets"][0].removeMember(key.asString()); });
+    EXPECT_EQ(Describe(ParseTelemetryPolicy(without).problems),
+              "fatal datasets[0]." + key.asString() + ": the key is missing\n");
+  }
+  for (const Json::Value& scope : schema["properties"]["telemetryScope"]["enum"]) {
+    const std::string with = replaced([&](Json::Value& copy) { copy["telemetryScope"] = scope; });
+    EXPECT_TRUE(ParseTelemetryPolicy(with).policy) << scope.asString();
+  }
+}
+
+}  // namespace

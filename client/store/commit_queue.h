@@ -1,0 +1,58 @@
+// Puts writers that meet into one commit, without a thread of its own: the first that finds nobody at work leads, takes
+// everything that waits and commits it; the others wait for their results. While it waits for the disk the next commit
+// gathers.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/records/record_kind.h"
+
+namespace TVK {
+
+/// A record on its way to the disk. The writer's thread owns it and keeps it until Write returns.
+struct QueuedRecord {
+  static constexpr int kNotWritten = -1;
+
+  QueuedRecord(RecordKind its_kind, std::string its_json, std::wstring_view its_dataset_name)
+      : kind(its_kind), json(std::move(its_json)), dataset_name(its_dataset_name) {}
+
+  RecordKind kind;
+  std::string json;
+  std::wstring_view dataset_name;  ///< For log lines.
+  std::string dataset_id;          ///< UTF-8; empty for device contexts.
+  std::string item_id;             ///< UTF-8; empty for contexts.
+  int result = kNotWritten;        ///< Set by the commit.
+
+ private:
+  friend class CommitQueue;
+  bool done_ = false;
+  bool leads_ = false;
+};
+
+class CommitQueue {
+ public:
+  /// Writes the records, in this order, and sets the result of each. Runs on one thread at a time. Must not throw.
+  using Commit = std::function<void(std::span<QueuedRecord* const>)>;
+
+  explicit CommitQueue(Commit commit) : commit_(std::move(commit)) {}
+
+  /// Returns the record's result. Any thread.
+  int Write(QueuedRecord& record);
+
+ private:
+  const Commit commit_;
+  std::mutex mutex_;  ///< Guards what follows and the flags of the records in it.
+  std::vector<QueuedRecord*> waiting_;
+  std::size_t last_batch_ = 0;  ///< How many the last commit carried.
+  bool busy_ = false;           ///< Somebody leads, or has been told to.
+
+  std::condition_variable finished_;  ///< A commit has ended: some are done, one may lead.
+};
+
+}  // namespace TVK

@@ -1,0 +1,289 @@
+#include "client/store/event_data_logging.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "client/store/record_reader.h"
+#include "client/store/sqlite_database.h"
+#include "client/store/store_test_records.h"
+
+namespace TVK {
+namespace {
+
+class EventDataLoggingTest : public StoreTest {
+ protected:
+  std::vector<std::filesystem::path> SetAsideFiles() const {
+    std::vector<std::filesystem::path> found;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+      if (entry.path().filename().string().find(".corrupt-") != std::string::npos) found.push_back(entry.path());
+    }
+    return found;
+  }
+};
+
+TEST_F(EventDataLoggingTest, LastRecordsAreFoundAfterAReopen) {
+  {
+    EventDataLogging store(options(), clock());
+    EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
+    EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D2")), 0);
+    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C1")), 0);
+    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M1")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"two")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I1", L"three")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I2", L"four")), 0);
+  }
+  const EventDataLogging store(options(), clock());
+  ItemEvent item;
+  EXPECT_EQ(store.GetLastItemEventWithItemId(kCpu, L"I1", item), 0);
+  EXPECT_EQ(item, MakeItem(kCpu, L"I1", L"two"));
+  EXPECT_EQ(store.GetLastItemEventOfAnyDataset(L"I1", item), 0);
+  EXPECT_EQ(ValueOf(item), L"three");
+  DatasetContext dataset;
+  EXPECT_EQ(store.GetLastDatasetContext(kCpu, dataset), 0);
+  EXPECT_EQ(dataset, MakeDatasetContext(kCpu, L"C1"));
+  DeviceContext device;
+  EXPECT_EQ(store.GetLastDeviceContext(device), 0);
+  EXPECT_EQ(device, MakeDeviceContext(L"D2"));
+  EXPECT_EQ(store.GetDeviceContext(L"D1", device), 0);
+  EXPECT_EQ(device, MakeDeviceContext(L"D1"));
+
+  EXPECT_EQ(store.GetLastItemEventWithItemId(kMemory, L"I2", item), kStoreNotFound);
+  EXPECT_EQ(store.GetLastItemEventOfAnyDataset(L"I9", item), kStoreNotFound);
+  EXPECT_EQ(store.GetDeviceContext(L"D9", device), kStoreNotFound);
+  EXPECT_EQ(ValueOf(item), L"three") << "a question without an answer changed the output";
+
+  std::vector<ItemEvent> events;
+  EXPECT_EQ(store.ReadItemEvents(kCpu, 0, 4, events), 0);
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(ValueOf(events[0]) + ValueOf(events[1]), L"onetwo");
+  EXPECT_EQ(store.ReadItemEvents(kCpu, 4, 5, events), 0);
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(ValueOf(events[0]), L"four");
+}
+
+TEST_F(EventDataLoggingTest, AFileOfVersion1IsReadAndWritten) {
+  // As version 1 made it; stays as it is when later versions come.
+  ExecuteOutside(
+      "PRAGMA application_id = 1414941509; PRAGMA journal_mode = WAL;"
+      "CREATE TABLE series(id INTEGER PRIMARY KEY, kind INTEGER NOT NULL, dataset_id TEXT NOT NULL,"
+      " item_id TEXT NOT NULL, UNIQUE(kind, dataset_id, item_id));"
+      "CREATE TABLE record(sequence INTEGER PRIMARY KEY, series INTEGER NOT NULL REFERENCES series(id),"
+      " number INTEGER NOT NULL, written INTEGER NOT NULL, json TEXT NOT NULL);"
+      "CREATE UNIQUE INDEX record_by_series ON record(series, number);"
+      "INSERT INTO series VALUES(1, 2, '', ''), (2, 0, 'DATASET', 'ITEM');"
+      "INSERT INTO record VALUES(6, 1, 6, 1767225600, 'no JSON'),"
+      " (7, 1, 7, 1767225600, '{\"device_context_id\":\"D1\"}'),"
+      " (8, 2, 5, 1767225600, '{\"dataset_id\":\"DATASET\",\"item_id\":\"ITEM\",\"item_data\":{\"value\":\"old\"}}');"
+      "PRAGMA user_version = 1");
+  EventDataLogging store(options(), clock());
+  DeviceContext device;
+  EXPECT_EQ(store.GetLastDeviceContext(device), 0);
+  EXPECT_EQ(device, MakeDeviceContext(L"D1"));
+  EXPECT_EQ(store.GetDeviceContext(L"D0", device), kStoreNotFound) << "a row that is no JSON stands in the way";
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"DATASET", L"ITEM", L"new")), 0);
+  std::vector<ItemEvent> events;
+  EXPECT_EQ(store.ReadItemEvents(L"DATASET", 5, 7, events), 0);
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(ValueOf(events[0]) + ValueOf(events[1]), L"oldnew");
+}
+
+TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOfTheStore) {
+  constexpr int kWriters = 8;
+  constexpr int kEach = 100;
+  EventDataLogging store(options(), clock());
+  std::vector<std::string> heard;  // needs no lock: the listener is called by one thread at a time
+  store.SetRecordListener([&](RecordKind, const std::string& json) { heard.push_back(json); });
+  std::vector<std::thread> writers;
+  for (int writer = 0; writer < kWriters; ++writer) {
+    writers.emplace_back([&, writer] {
+      ItemEvent last;
+      for (int i = 0; i < kEach; ++i) {
+        const std::wstring item_id = L"I" + std::to_wstring(writer);
+        EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, item_id, std::to_wstring(i))), 0);
+        EXPECT_EQ(store.GetLastItemEventWithItemId(kCpu, item_id, last), 0);
+        EXPECT_EQ(ValueOf(last), std::to_wstring(i)) << "a record that was reported as written is not there";
+      }
+    });
+  }
+  for (std::thread& writer : writers)
+    writer.join();
+  store.SetRecordListener(nullptr);
+
+  std::string problem;
+  const auto reader = RecordReader::Open(file(), problem);
+  ASSERT_NE(reader, nullptr) << problem;
+  std::vector<StoredRecord> records;
+  ASSERT_TRUE(reader->Read({}, records, problem)) << problem;
+  ASSERT_EQ(records.size(), std::size_t{kWriters * kEach});
+  ASSERT_EQ(heard.size(), records.size());
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    EXPECT_EQ(records[i].json, heard[i]);
+    EXPECT_EQ(records[i].sequence, static_cast<std::int64_t>(i + 1));
+  }
+}
+
+TEST_F(EventDataLoggingTest, ALockedDatabaseCostsTheRecordAndNothingElse) {
+  EventDataLogging store(options(), clock());
+  {
+    Database other;
+    ASSERT_EQ(other.Open(file(), SQLITE_OPEN_READWRITE), 0);
+    ASSERT_EQ(other.Execute("BEGIN IMMEDIATE"), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"lost")), SQLITE_BUSY);
+    EXPECT_TRUE(log_.Has(L"a record of dataset CPUEvent is lost, error 5"));
+    ItemEvent item;
+    EXPECT_EQ(store.GetLastItemEventWithItemId(kCpu, L"I1", item), kStoreNotFound) << "readers do not wait";
+  }
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"kept")), 0);
+}
+
+TEST_F(EventDataLoggingTest, ARecordThatNobodyCouldReadIsRefused) {
+  EventDataLogging store(options(), clock());
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::wstring(kLongestRecordJson, L'x'))), SQLITE_TOOBIG);
+  EXPECT_TRUE(log_.Has(L"error 18"));
+}
+
+TEST_F(EventDataLoggingTest, FilesThatCannotBeAStore) {
+  struct {
+    const char* name;
+    std::string content;
+  } const damaged[] = {{"text", "this is a text and no database, long enough to have a header of a hundred bytes: " +
+                                    std::string(200, '.')},
+                       {"noise", [] {
+                          std::string noise = "SQLite format 3";
+                          noise.resize(8192);
+                          for (std::size_t i = 16; i < noise.size(); ++i)
+                            noise[i] = static_cast<char>(i * 2654435761u >> 13);
+                          return noise;
+                        }()}};
+  for (const auto& [name, content] : damaged) {
+    SCOPED_TRACE(name);
+    std::ofstream(file(), std::ios::binary) << content;
+    EventDataLogging store(options(), clock());
+    EXPECT_TRUE(store.is_open());
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one")), 0);
+    EXPECT_TRUE(std::filesystem::exists(folder_.path() / "records.db.corrupt-20260101T000000"));
+    EXPECT_TRUE(log_.Has(L"the store was damaged"));
+    log_.Clear();
+    std::filesystem::remove(folder_.path() / "records.db.corrupt-20260101T000000");
+  }
+}
+
+TEST_F(EventDataLoggingTest, ForeignAndNewerFilesAreLeftAlone) {
+  for (const char* sql : {"CREATE TABLE other(x); INSERT INTO other VALUES(1)",
+                          "PRAGMA application_id = 1414941509; PRAGMA user_version = 1000; CREATE TABLE record(x)"}) {
+    SCOPED_TRACE(sql);
+    std::filesystem::remove(file());
+    ExecuteOutside(sql);
+    const auto read_all = [&] {
+      std::ifstream in(file(), std::ios::binary);
+      return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    const std::string before = read_all();
+    {
+      EventDataLogging store(options(), clock());
+      EXPECT_FALSE(store.is_open());
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one")), kStoreClosed);
+      DeviceContext device;
+      EXPECT_EQ(store.GetLastDeviceContext(device), kStoreClosed);
+    }
+    EXPECT_EQ(read_all(), before);
+    EXPECT_TRUE(SetAsideFiles().empty());
+    EXPECT_TRUE(log_.Has(L"cannot be used"));
+    log_.Clear();
+  }
+}
+
+TEST_F(EventDataLoggingTest, WithoutItsFolderItIsClosed) {
+  StoreOptions missing = options();
+  missing.file = folder_.path() / "missing" / "records.db";
+  EventDataLogging store(missing, clock());
+  EXPECT_FALSE(store.is_open());
+  EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), kStoreClosed);
+  EXPECT_TRUE(log_.Has(L"a record of dataset device context is lost, error 1002"));
+}
+
+TEST_F(EventDataLoggingTest, DamageMetWhileRunningBeginsANewFile) {
+  EventDataLogging store(options(), clock());
+  for (int i = 0; i < 200; ++i)
+    ASSERT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::to_wstring(i))), 0);
+  SpoilFile();
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
+  ItemEvent item;
+  EXPECT_EQ(store.GetLastItemEventWithItemId(kCpu, L"I1", item), 0);
+  EXPECT_EQ(ValueOf(item), L"after");
+  EXPECT_FALSE(SetAsideFiles().empty());
+}
+
+TEST_F(EventDataLoggingTest, OldItemsGoAndWhatSchedulesNeedStays) {
+  StoreOptions limited = options();
+  limited.limits.max_age_seconds = 3600;
+  {
+    EventDataLogging store(limited, clock());
+    EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
+    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C1")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I2", L"rhythm")), 0);
+    for (int i = 1; i <= 50; ++i)
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::to_wstring(i))), 0);
+  }
+  world_.AdvanceBy(std::chrono::hours(2));
+  EventDataLogging store(limited, clock());
+  std::vector<ItemEvent> events;
+  EXPECT_EQ(store.ReadItemEvents(kCpu, 0, 1000, events), 0);
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(ValueOf(events[0]), L"50");
+  ItemEvent item;
+  EXPECT_EQ(store.GetLastItemEventWithItemId(kMemory, L"I2", item), 0);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"next")), 0);
+  EXPECT_EQ(store.ReadItemEvents(kCpu, 52, 53, events), 0);
+  EXPECT_EQ(events.size(), 1u) << "record ids go on counting";
+}
+
+TEST_F(EventDataLoggingTest, SizeStaysBoundedAndContextsLiveAsLongAsTheirEvents) {
+  StoreOptions limited = options();
+  limited.limits.max_bytes = 256 << 10;
+  EventDataLogging store(limited, clock());
+  // One context of each kind for every four events; the first ones are referred to by an event that stays.
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I2", L"rhythm", L"C0", L"D0")), 0);
+  for (int i = 0; i < 1200; ++i) {
+    const std::wstring context = std::to_wstring(i / 4);
+    if (i % 4 == 0) {
+      ASSERT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D" + context)), 0);
+      ASSERT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C" + context, L"D" + context)), 0);
+    }
+    ASSERT_EQ(store.LogItemEvent(
+                  MakeItem(kCpu, L"I1", std::to_wstring(i) + std::wstring(200, L'.'), L"C" + context, L"D" + context)),
+              0);
+  }
+  EXPECT_LT(std::filesystem::file_size(file()), 640u << 10) << "the space of removed records is used again";
+
+  std::string problem;
+  const auto reader = RecordReader::Open(file(), problem);
+  std::vector<StoredRecord> records;
+  ASSERT_TRUE(reader->Read({}, records, problem));
+  std::set<std::wstring> contexts;
+  std::size_t kept_contexts = 0;
+  for (const StoredRecord& record : records) {
+    if (record.kind == RecordKind::kDataset) contexts.insert(DatasetContextFromJson(record.json)->dataset_context_id());
+    if (record.kind == RecordKind::kDevice) contexts.insert(DeviceContextFromJson(record.json)->device_context_id());
+    kept_contexts += record.kind != RecordKind::kItem;
+  }
+  std::size_t items = 0;
+  for (const StoredRecord& record : records) {
+    if (record.kind != RecordKind::kItem) continue;
+    ++items;
+    const ItemEvent event = *ItemEventFromJson(record.json);
+    EXPECT_TRUE(contexts.contains(event.dataset_context_id()));
+    EXPECT_TRUE(contexts.contains(event.device_context_id()));
+  }
+  EXPECT_GT(items, 100u);
+  EXPECT_LT(items, 900u);
+  EXPECT_LT(kept_contexts, 550u) << "contexts that nothing refers to go, too";
+}
+
+}  // namespace
+}  // namespace TVK

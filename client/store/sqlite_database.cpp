@@ -1,0 +1,119 @@
+#include "client/store/sqlite_database.h"
+
+#include <system_error>
+
+namespace TVK {
+namespace {
+
+int Primary(int code) {
+  return code & 0xFF;
+}
+
+}  // namespace
+
+bool IsCorruption(int code) {
+  return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+}
+
+bool HasMoved(sqlite3_file* file) {
+  int moved = 0;
+  return file->pMethods->xFileControl(file, SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved != 0;
+}
+
+Database::~Database() {
+  sqlite3_close(handle_);
+}
+
+int Database::Open(const std::filesystem::path& file, int flags) {
+  const std::u8string name = file.u8string();
+  return OpenName(std::string(name.begin(), name.end()), flags);
+}
+
+int Database::OpenName(const std::string& name, int flags) {
+  sqlite3_close(handle_);
+  handle_ = nullptr;
+  return Primary(sqlite3_open_v2(name.c_str(), &handle_, flags | SQLITE_OPEN_NOMUTEX, nullptr));
+}
+
+int Database::Execute(const char* sql) {
+  return Primary(sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr));
+}
+
+int Database::ReadNumber(const char* sql, std::int64_t& value) {
+  Statement statement;
+  if (const int code = statement.Prepare(*this, sql); code != SQLITE_OK) return code;
+  Run run(statement);
+  const int code = run.Step();
+  if (code == SQLITE_ROW) value = run.Number(0);
+  return code == SQLITE_ROW || code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+int Database::ReadText(const char* sql, std::string& value) {
+  Statement statement;
+  if (const int code = statement.Prepare(*this, sql); code != SQLITE_OK) return code;
+  Run run(statement);
+  const int code = run.Step();
+  if (code == SQLITE_ROW) value = run.Text(0);
+  return code == SQLITE_ROW || code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+void Database::Rollback() {
+  // After some errors SQLite has rolled back by itself; a second ROLLBACK would be an error of its own.
+  if (sqlite3_get_autocommit(handle_) == 0) Execute("ROLLBACK");
+}
+
+bool Database::FileHasMoved() {
+  sqlite3_file* file = nullptr;
+  return sqlite3_file_control(handle_, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && file != nullptr &&
+         file->pMethods != nullptr && HasMoved(file);
+}
+
+std::string Database::Message() const {
+  std::string message = sqlite3_errmsg(handle_);
+  const int system_error = sqlite3_system_errno(handle_);
+  if (Primary(sqlite3_errcode(handle_)) == SQLITE_CANTOPEN && system_error != 0) {
+    message += ": " + std::system_category().message(system_error);
+  }
+  return message;
+}
+
+int Statement::Prepare(Database& database, std::string_view sql) {
+  return Primary(sqlite3_prepare_v3(database.handle(), sql.data(), static_cast<int>(sql.size()),
+                                    SQLITE_PREPARE_PERSISTENT, &handle_, nullptr));
+}
+
+Run::~Run() {
+  sqlite3_reset(handle_);
+  sqlite3_clear_bindings(handle_);
+}
+
+Run& Run::Bind(int index, std::int64_t value) {
+  if (bind_result_ == SQLITE_OK) bind_result_ = Primary(sqlite3_bind_int64(handle_, index, value));
+  return *this;
+}
+
+Run& Run::Bind(int index, std::string_view value) {
+  if (bind_result_ == SQLITE_OK) {
+    // A null pointer would bind NULL, and an empty view may hold one.
+    const char* data = value.empty() ? "" : value.data();
+    bind_result_ =
+        Primary(sqlite3_bind_text64(handle_, index, data, value.size(), /*destructor=*/nullptr, SQLITE_UTF8));
+  }
+  return *this;
+}
+
+int Run::Step() {
+  return bind_result_ != SQLITE_OK ? bind_result_ : Primary(sqlite3_step(handle_));
+}
+
+int Run::Finish() {
+  const int code = Step();
+  return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+std::string_view Run::Text(int column) const {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(handle_, column));
+  return text == nullptr ? std::string_view() : std::string_view(text, sqlite3_column_bytes(handle_, column));
+}
+
+}  // namespace TVK

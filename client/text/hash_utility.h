@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace TVK {
+
+class HashUtility {
+ public:
+  /// SHA-256 of the UTF-8 forms of `salt`, a zero byte and `value`, as 64 upper-case hexadecimal digits. The same
+  /// inputs give the same text on every system. Any thread.
+  static std::wstring Hash(std::wstring_view value, std::wstring_view salt);
+};
+
+}  // namespace TVK

@@ -1,0 +1,36 @@
+// Text conversion and comparison. Wide texts run through the component; UTF-8 stands at its edges. A wide text holds
+// UTF-16 or UTF-32, whichever the system's wchar_t is; nothing here or above depends on which.
+// All functions are pure and may be called by any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace TVK {
+
+class String {
+ public:
+  /// Malformed input (a lone surrogate, a broken sequence) becomes U+FFFD, one for each bad unit or byte.
+  static std::string UTF16ToUTF8(std::wstring_view text);
+  static std::wstring UTF8ToUTF16(std::string_view text);
+
+  /// Upper and lower case of the ASCII letters; every other character stays. Ids and scopes are ASCII, and a result
+  /// that depends on the process's locale is of no use to them.
+  static std::wstring ToUpper(std::wstring text);
+  static std::wstring ToLower(std::wstring text);
+
+  /// Whether `needle` occurs in `haystack`, ASCII case aside. An empty needle occurs in every text.
+  static bool CaseInsesitiveFind(std::wstring haystack, std::wstring needle);
+  static bool CaseInsesitiveEqual(std::wstring_view a, std::wstring_view b);
+};
+
+/// Offset of the first byte that does not belong to a well-formed UTF-8 sequence (RFC 3629: no overlong forms, no
+/// surrogates, nothing above U+10FFFF), or npos.
+std::size_t FindInvalidUtf8(std::string_view text);
+
+}  // namespace TVK
+
+class StringHelper {
+ public:
+  static bool caseInsesitiveEqual(std::wstring_view a, std::wstring_view b);
+};
