@@ -1,0 +1,231 @@
+#include "framework/event_monitor_base.h"
+
+#include <gtest/gtest.h>
+
+#include "client/text/record_time.h"
+#include "client/text/string.h"
+#include "testing/monitor_world.h"
+
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+
+const DatasetIdentity kDataset{L"11111111-0000-4000-8000-000000000001", L"ProbeEvent", L"tvk/probe", L"probe"};
+constexpr wchar_t kItem[] = L"22222222-0000-4000-8000-000000000002";
+
+/// Opens the base's helpers to the tests and remembers its settings.
+class Probe final : public EventMonitorBase {
+ public:
+  explicit Probe(const MonitorServices& services, bool path_changed = false)
+      : EventMonitorBase(nullptr, path_changed, services) {
+    TVK::utility::InitLog(log_, L"Probe.log", 4);
+  }
+  using EventMonitorBase::getLastItemEventTimeStamp;
+  using EventMonitorBase::getLastItemEventTimeStampWithFallback;
+  using EventMonitorBase::GetTimeStamp;
+  using EventMonitorBase::isItemEventElapsed;
+  using EventMonitorBase::IsNewDatasetContextNeeded;
+  using EventMonitorBase::IsNewDeviceInitNeeded;
+  using EventMonitorBase::isTelemetryScopeNone;
+  using EventMonitorBase::SetDevicePathChanged;
+  using EventMonitorBase::UpdateDatasetSettingsFromConfigPolicy;
+  using EventMonitorBase::WriteDatasetContext;
+  using EventMonitorBase::WriteItemEvent;
+
+  void Initialize() override {}
+  void UnInitialize() override {}
+  void StartMonitor(std::wstring /*name*/) override {}
+  void StopMonitor() override {}
+  std::wstring GetName() const override { return kDataset.name; }
+  void LogDatasetContext(bool /*anew*/) override {}
+  int LogDevInitEvent() override { return 0; }
+  bool UpdateThrottleParameters(std::map<std::wstring, std::wstring>& given) override {
+    settings = given;
+    return overrides_settings || EventMonitorBase::UpdateThrottleParameters(given);
+  }
+
+  std::map<std::wstring, std::wstring> settings;
+  bool overrides_settings = true;
+};
+
+class EventMonitorBaseTest : public testing::Test {
+ protected:
+  MonitorWorld world_{{.start = platform::WallTime(1'800'000'000s), .utc_offset_minutes = 120}};
+  ServiceLife life_{world_};
+  Probe probe_{life_.services()};
+};
+
+TEST_F(EventMonitorBaseTest, AnItemIsDueWhenItsIntervalHasPassed) {
+  struct Row {
+    std::int64_t last_minus_now;
+    bool due;
+    bool due_with_remaining;
+    std::uint64_t remaining;
+  };
+  for (const Row& row : {Row{-3601, true, true, 0}, Row{-3600, true, true, 0}, Row{-3599, false, false, 1},
+                         Row{-600, false, false, 3000}, Row{0, false, false, 3600}, Row{600, false, false, 4200},
+                         Row{3599, false, false, 7199}, Row{3600, false, true, 0}, Row{7200, false, true, 0},
+                         Row{-1'800'000'000, true, true, 0}}) {
+    SCOPED_TRACE(row.last_minus_now);
+    const std::int64_t last = world_.runtime.clock().NowSeconds() + row.last_minus_now;
+    std::uint64_t remaining = 99;
+    EXPECT_EQ(probe_.isItemEventElapsed(last, 3600), row.due);
+    EXPECT_EQ(probe_.isItemEventElapsed(last, 3600, remaining), row.due_with_remaining);
+    EXPECT_EQ(remaining, row.remaining);
+  }
+}
+
+TEST_F(EventMonitorBaseTest, TheLastReportIsSoughtInFourPlaces) {
+  std::int64_t time = 7;
+  EXPECT_FALSE(probe_.getLastItemEventTimeStampWithFallback(kDataset.id, kItem, time));
+  EXPECT_EQ(time, 0);
+  // From the last resort to the first choice; each is written a minute after the one before.
+  std::wstring id;
+  const std::function<void()> writings[] = {
+      [&] {
+        DeviceContext context;
+        context.set_device_context_datetime(TVK::System::GetTime(world_.runtime.clock()));
+        EXPECT_EQ(life_.store.LogDeviceContext(context), 0);
+      },
+      [&] { EXPECT_EQ(probe_.WriteDatasetContext(kDataset, {}, id), 0); },
+      [&] { EXPECT_EQ(probe_.WriteItemEvent(kDataset, id, L"DeviceInit", EventMonitorBase::DeviceInitItemId, {}), 0); },
+      [&] { EXPECT_EQ(probe_.WriteItemEvent(kDataset, id, L"Item", kItem, {}), 0); },
+  };
+  for (const auto& write : writings) {
+    world_.runtime.AdvanceBy(1min);
+    const std::int64_t now = world_.runtime.clock().NowSeconds();
+    write();
+    world_.runtime.AdvanceBy(10s);
+    EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kDataset.id, kItem, time));
+    EXPECT_EQ(time, now);
+  }
+  EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(L"another dataset", kItem, time)) << "the device context";
+}
+
+TEST_F(EventMonitorBaseTest, TimesOfRecordsAreLocalAndNeverNegative) {
+  EXPECT_EQ(probe_.GetTimeStamp("2026-01-31T09:05:00+0200"), probe_.GetTimeStamp("2026-01-31T09:05:00+0000"));
+  const auto write = [&](const wchar_t* when) {
+    ItemEvent event;
+    event.set_dataset_id(kDataset.id);
+    event.set_item_id(kItem);
+    event.set_item_time(when);
+    EXPECT_EQ(life_.store.LogItemEvent(event), 0);
+  };
+  std::int64_t time = -5;
+  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kDataset.id, kItem, time));
+  EXPECT_EQ(time, world_.runtime.clock().NowSeconds());
+  time = 7;
+  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kDataset.id, kItem, time));
+  EXPECT_EQ(time, 7);
+  write(L"1955-01-01T00:00:00+0000");
+  write(L"2026-01-31T09:05:00+0200");
+  EXPECT_TRUE(probe_.getLastItemEventTimeStamp(kDataset.id, kItem, time)) << "the earliest counts";
+  EXPECT_EQ(time, world_.runtime.clock().NowSeconds());
+  EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kDataset.id, kItem, time)) << "the last counts";
+  EXPECT_EQ(time, probe_.GetTimeStamp("2026-01-31T09:05:00+0200"));
+}
+
+TEST_F(EventMonitorBaseTest, WaitingForAnothersContextEndsOnStopAndTimeout) {
+  auto stop = world_.runtime.MakeEvent(platform::EventReset::kAuto);
+  auto context = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  struct Row {
+    const char* what;
+    bool stop_set;
+    bool context_set;
+    bool first_null;
+    bool second_null;
+    bool result;
+    std::chrono::seconds waits;
+  };
+  for (const Row& row : {
+           Row{"context", false, true, false, false, false, 0s},
+           Row{"stop", true, false, false, false, true, 0s},
+           Row{"both", true, true, false, false, true, 0s},
+           Row{"neither", false, false, false, false, true, 3s},
+           Row{"no stop event", false, true, true, false, true, 0s},
+           Row{"no context event", true, false, false, true, true, 0s},
+       }) {
+    SCOPED_TRACE(row.what);
+    stop->Reset();
+    context->Reset();
+    if (row.stop_set) stop->Set();
+    if (row.context_set) context->Set();
+    platform::Waitable* const handles[] = {row.first_null ? nullptr : stop.get(),
+                                           row.second_null ? nullptr : context.get()};
+    const platform::SteadyTime before = world_.runtime.clock().Steady();
+    EXPECT_EQ(probe_.WaitForDatasetContextLog(handles, 3000, L"Other"), row.result);
+    EXPECT_EQ(world_.runtime.clock().Steady() - before, row.waits);
+  }
+}
+
+TEST_F(EventMonitorBaseTest, ANewDatasetContextIsWrittenWhenAFactChanged) {
+  std::wstring id;
+  EXPECT_TRUE(probe_.IsNewDatasetContextNeeded(kDataset.id, {}, false, id)) << "there is none";
+  ASSERT_EQ(probe_.WriteDatasetContext(kDataset, {{L"a", L"1"}, {L"b", L"2"}}, id), 0);
+  const std::wstring written = id;
+  struct Row {
+    const char* what;
+    ItemData facts;
+    bool anew;
+    bool needed;
+  };
+  for (const Row& row :
+       {Row{"the same", {{L"a", L"1"}, {L"b", L"2"}}, false, false}, Row{"fewer", {{L"a", L"1"}}, false, false},
+        Row{"none", {}, false, false}, Row{"another value", {{L"a", L"1"}, {L"b", L"3"}}, false, true},
+        Row{"one more", {{L"a", L"1"}, {L"c", L"1"}}, false, true}, Row{"asked for", {{L"a", L"1"}}, true, true}}) {
+    SCOPED_TRACE(row.what);
+    id = L"before";
+    EXPECT_EQ(probe_.IsNewDatasetContextNeeded(kDataset.id, row.facts, row.anew, id), row.needed);
+    EXPECT_EQ(id, row.needed ? L"before" : written);
+  }
+  const DatasetContext context = life_.DatasetContexts().at(0);
+  EXPECT_EQ(context.device_context_id(), L"DEVICE-CONTEXT");
+  EXPECT_EQ(context.source_component(), TVK::String::ToUpper(life_.tvk_info.GetId()));
+}
+
+TEST_F(EventMonitorBaseTest, ItemDataLoseEmptyAndUnknownValues) {
+  ItemData data = {{L"a", L""}, {L"b", L"UnKnown"}, {L"c", L"unknown"}, {L"d", L"x"}};
+  EventMonitorBase::SanitizeItemData(data, L"UnKnown");
+  EXPECT_EQ(data, (ItemData{{L"c", L"unknown"}, {L"d", L"x"}}));
+}
+
+TEST_F(EventMonitorBaseTest, SettingsAreThoseOfTheFirstEntryWithExactlyThisId) {
+  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(kDataset.id));
+  TelemetryPolicy policy = MakePolicy(L"full", {{L"abc", L"A"}, {L"ABC", L"B"}, {L"ABC", L"C"}});
+  for (DataSet& dataset : policy.datasets)
+    dataset.settings = {{L"name", dataset.name}};
+  world_.config.SetPolicy(policy);
+  EXPECT_TRUE(probe_.UpdateDatasetSettingsFromConfigPolicy(L"ABC"));
+  EXPECT_EQ(probe_.settings.at(L"name"), L"B");
+  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(L"Abc"));
+  probe_.overrides_settings = false;
+  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(L"ABC")) << "what a monitor without settings says";
+}
+
+TEST_F(EventMonitorBaseTest, DeviceInitIsNeededOnceForEachReason) {
+  struct Row {
+    bool first;
+    int version_answer;
+    bool path_changed;
+    bool needed;
+  };
+  for (const Row& row : {Row{false, 0, false, false}, Row{true, 0, false, true}, Row{false, 1, false, true},
+                         Row{false, 2, false, true}, Row{false, 0, true, true}}) {
+    life_.manager.first_invocation = row.first;
+    life_.manager.version_answer = row.version_answer;
+    Probe probe(life_.services(), row.path_changed);
+    EXPECT_EQ(probe.IsNewDeviceInitNeeded(kDataset.id), row.needed);
+    if (!row.path_changed) continue;
+    probe.SetDevicePathChanged(false);
+    EXPECT_FALSE(probe.IsNewDeviceInitNeeded(kDataset.id));
+  }
+}
+
+TEST_F(EventMonitorBaseTest, TheScopeNoneIsToldCaseAside) {
+  EventMonitorBase::SetTelemetryScope(L"full");
+  EXPECT_FALSE(Probe::isTelemetryScopeNone());
+  EventMonitorBase::SetTelemetryScope(L"NONE");
+  EXPECT_TRUE(Probe::isTelemetryScopeNone());
+}
+
+}  // namespace

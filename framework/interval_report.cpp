@@ -1,0 +1,61 @@
+#include "framework/interval_report.h"
+
+#include <utility>
+
+IntervalReport::IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report)
+    : runtime_(runtime), name_(std::move(name)), report_(std::move(report)) {}
+
+IntervalReport::~IntervalReport() {
+  Stop();
+}
+
+std::uint32_t IntervalReport::interval() const {
+  const std::lock_guard lock(mutex_);
+  return interval_;
+}
+
+bool IntervalReport::SetInterval(std::uint32_t milliseconds) {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(interval_, milliseconds) != milliseconds;
+}
+
+void IntervalReport::Pause() {
+  const std::lock_guard lock(mutex_);
+  PauseLocked();
+}
+
+void IntervalReport::PauseLocked() {
+  paused_.remove_if([](const auto& timer) { return timer->ended(); });
+  if (timer_ == nullptr) return;
+  timer_->RequestStop();
+  paused_.push_back(std::move(timer_));
+}
+
+void IntervalReport::Start(std::uint64_t first_delay_seconds) {
+  const std::lock_guard lock(mutex_);
+  if (stopped_) return;
+  PauseLocked();
+  timer_ = std::make_unique<Timer>(
+      runtime_, interval_ / 1000, name_, [this](const std::wstring&) { report_(); }, first_delay_seconds);
+}
+
+void IntervalReport::RequestStop() {
+  const std::lock_guard lock(mutex_);
+  stopped_ = true;
+  PauseLocked();
+}
+
+void IntervalReport::Stop() {
+  RequestStop();
+  std::list<std::unique_ptr<Timer>> paused;
+  {
+    const std::lock_guard lock(mutex_);
+    paused.swap(paused_);
+  }
+}
+
+std::uint32_t ReadUsageInterval(const std::wstring& pattern, const SettingTexts& settings, SettingReading& reading) {
+  const IntervalSetting setting{L"ReadUsageInterval",           pattern,    0,
+                                IntervalReport::kLeastInterval, UINT32_MAX, L"period of the usage report"};
+  return static_cast<std::uint32_t>(setting.Read(settings, reading));
+}

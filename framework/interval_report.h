@@ -1,0 +1,62 @@
+// The report that a monitor makes once in the interval of its policy.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "framework/dataset_settings.h"
+#include "framework/timer_thread.h"
+#include "platform/runtime.h"
+
+/// Holds the interval and the timer of one report. Any thread.
+class IntervalReport {
+ public:
+  /// In milliseconds. A report more often than once a minute would be felt on a laptop's battery.
+  static constexpr std::uint32_t kLeastInterval = 60'000;
+
+  /// `name` names the timer; `report` runs on the timer's thread. Nothing runs yet. `runtime` must outlive the object.
+  IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report);
+  /// As Stop.
+  ~IntervalReport();
+  IntervalReport(const IntervalReport&) = delete;
+  IntervalReport& operator=(const IntervalReport&) = delete;
+
+  /// In milliseconds, 0 when there is none; at first 0.
+  std::uint32_t interval() const;
+  /// Takes an interval over; true when it is another than before. What runs goes on until Pause.
+  bool SetInterval(std::uint32_t milliseconds);
+
+  /// Held by whoever exchanges the interval and the timer, so that one does it at a time.
+  std::unique_lock<std::mutex> LockForChange() { return std::unique_lock(change_mutex_); }
+  /// Ends the reports without waiting for one that is being made.
+  void Pause();
+  /// Begins the reports with the interval, the first after a delay. Nothing after RequestStop.
+  void Start(std::uint64_t first_delay_seconds);
+  /// Pause, for good.
+  void RequestStop();
+  /// RequestStop, and waits for every report that is being made.
+  void Stop();
+
+ private:
+  using Timer = TimerThread<std::wstring>;
+
+  void PauseLocked();  // with mutex_ held
+
+  platform::Runtime& runtime_;
+  const std::wstring name_;
+  const std::function<void()> report_;
+  std::mutex change_mutex_;   ///< See LockForChange; taken before mutex_.
+  mutable std::mutex mutex_;  ///< Guards what follows.
+  bool stopped_ = false;
+  std::uint32_t interval_ = 0;
+  std::unique_ptr<Timer> timer_;
+  std::list<std::unique_ptr<Timer>> paused_;  ///< Perhaps still in their last report.
+};
+
+/// Reads the setting "ReadUsageInterval" that the datasets with such a report share; `pattern` is the dataset's own. In
+/// milliseconds, at least IntervalReport::kLeastInterval, or 0: it has no default.
+std::uint32_t ReadUsageInterval(const std::wstring& pattern, const SettingTexts& settings, SettingReading& reading);

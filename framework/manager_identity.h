@@ -1,0 +1,23 @@
+// What monitors ask of the manager: the identity values that stand on every record.
+#pragma once
+
+#include <string>
+
+/// Implemented by the event manager. Any thread may call it at any time.
+class ManagerIdentity {
+ public:
+  /// Schema version of the records, "2.0".
+  virtual std::wstring get_schema_ver() = 0;
+  /// Id of the device context in force; empty before the first was built.
+  virtual std::wstring get_device_context_id() = 0;
+  /// Whether this is the client's first run on the device, or the first after it changed.
+  virtual bool get_FirstInvocation() = 0;
+  /// Whether the last device-initialisation event was written by another version of the client. `version`: the id of
+  /// the dataset that asks, whose own last event then counts; any other text: the last event of any dataset. 0: by this
+  /// version. 1: by another. 2: there is none, or its device context is gone.
+  virtual int DecideTVKVer(std::wstring version) = 0;
+  virtual bool get_NeedToLogDatasetContextOnChange() = 0;
+
+ protected:
+  ~ManagerIdentity() = default;
+};

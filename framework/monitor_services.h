@@ -1,0 +1,23 @@
+// Everything that a monitor is given to work with.
+#pragma once
+
+#include "client/identity/machine_information.h"
+#include "client/identity/tvk_info.h"
+#include "client/policy/config_agent.h"
+#include "client/store/event_data_logging.h"
+#include "framework/manager_identity.h"
+#include "framework/second_tick.h"
+#include "platform/machine.h"
+#include "platform/runtime.h"
+
+/// References to the process's (or a simulated world's) services. All of them outlive every monitor.
+struct MonitorServices {
+  platform::Runtime& runtime;
+  platform::Machine& machine;
+  TVK::EventDataLogging& store;
+  IConfigAgent& config;
+  MachineInformation& machine_information;
+  TvkInfo& tvk_info;
+  ManagerIdentity& manager;
+  SecondTick& second_tick;
+};

@@ -1,0 +1,114 @@
+#include "framework/timer_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/log_capture.h"
+
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+using std::chrono::seconds;
+
+/// Collects when a timer called. Read only while the world stands still.
+struct Calls {
+  std::function<void()> Counting(std::function<void()> then = [] {}) {
+    return [this, then = std::move(then)] {
+      at.push_back(std::chrono::duration_cast<seconds>(runtime.clock().Steady()));
+      then();
+    };
+  }
+  void Spend(seconds time) {
+    const auto never = runtime.MakeEvent(platform::EventReset::kAuto);
+    runtime.Wait(*never, time);
+  }
+
+  platform::VirtualRuntime runtime;
+  std::vector<seconds> at;
+};
+
+TEST(PeriodicThreadTest, CallsAreCountedFromStartToStart) {
+  struct Row {
+    const char* what;
+    seconds period;
+    seconds first_delay;
+    seconds callback_takes;
+    std::vector<seconds> calls;  // within 65 s
+  };
+  for (const Row& row : {
+           Row{"a first delay", 20s, 3s, 0s, {3s, 23s, 43s, 63s}},
+           Row{"no first delay", 20s, 0s, 0s, {0s, 20s, 40s, 60s}},
+           Row{"a delay below zero", 30s, -5s, 0s, {0s, 30s, 60s}},
+           Row{"a period below one second", 0s, 63s, 0s, {63s, 64s, 65s}},
+           Row{"a callback within the period", 20s, 0s, 19s, {0s, 20s, 40s, 60s}},
+           Row{"a callback that outlasts two periods", 10s, 0s, 25s, {0s, 30s, 60s}},
+           Row{"a first delay beyond the test", 1s, 66s, 0s, {}},
+       }) {
+    SCOPED_TRACE(row.what);
+    Calls calls;
+    PeriodicThread timer(calls.runtime, row.period, row.first_delay, "test", calls.Counting([&] {
+      if (row.callback_takes > 0s) calls.Spend(row.callback_takes);
+    }));
+    calls.runtime.AdvanceBy(65s);
+    EXPECT_EQ(calls.at, row.calls);
+  }
+}
+
+TEST(PeriodicThreadTest, StopWaitsForTheCallbackAndLetsNoOtherCome) {
+  Calls calls;
+  bool ended = false;
+  PeriodicThread timer(calls.runtime, 10s, 0s, "test", calls.Counting([&] {
+    calls.Spend(4s);
+    ended = true;
+  }));
+  calls.runtime.AdvanceBy(1s);
+  EXPECT_FALSE(ended);
+  timer.Stop();
+  EXPECT_TRUE(ended);
+  EXPECT_TRUE(calls.runtime.Threads().empty());
+  timer.Stop();
+  calls.runtime.AdvanceBy(60s);
+  EXPECT_EQ(calls.at.size(), 1u);
+}
+
+TEST(PeriodicThreadTest, MayBeStoppedFromItsFirstCallback) {
+  Calls calls;
+  std::unique_ptr<PeriodicThread> timer;
+  const auto made = calls.runtime.MakeEvent(platform::EventReset::kManual);
+  timer = std::make_unique<PeriodicThread>(calls.runtime, 1s, 0s, "test", calls.Counting([&] {
+    calls.runtime.Wait(*made, platform::kForever);
+    timer->Stop();
+  }));
+  made->Set();
+  calls.runtime.AdvanceBy(60s);
+  EXPECT_EQ(calls.at.size(), 1u);
+  EXPECT_TRUE(calls.runtime.Threads().empty());
+}
+
+TEST(PeriodicThreadTest, AFailingCallbackIsLoggedAndCalledAgain) {
+  const LogCapture logs;
+  Calls calls;
+  PeriodicThread timer(calls.runtime, 10s, 0s, "test", calls.Counting([&] {
+    if (calls.at.size() == 1) throw std::runtime_error("no luck");
+    if (calls.at.size() == 2) throw 7;
+  }));
+  calls.runtime.AdvanceBy(25s);
+  EXPECT_EQ(calls.at.size(), 3u);
+  EXPECT_EQ(logs.Count(L"test: callback failed: no luck"), 1u);
+  EXPECT_EQ(logs.Count(L"test: callback failed"), 2u);
+}
+
+TEST(TimerThreadTest, HandsItsNameOverAndBearsAnyDelay) {
+  Calls calls;
+  std::wstring heard;
+  TimerThread<std::wstring> timer(
+      calls.runtime, UINT64_MAX, L"usage", [&](const std::wstring& name) { heard = name; }, 2);
+  TimerThread<std::wstring> late(
+      calls.runtime, 1, L"late", [&](const std::wstring& name) { heard = name; }, UINT64_MAX);
+  calls.runtime.AdvanceBy(1h);
+  EXPECT_EQ(heard, L"usage");
+}
+
+}  // namespace
