@@ -1,0 +1,142 @@
+#include "monitors/logs/event_log_rendering.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+
+#include "client/text/string.h"
+
+using TVK::String;
+
+namespace {
+
+constexpr wchar_t kEmptyEventData[] = L"<EventData />";
+
+/// Where the element EventData begins; npos without one. '<' stands for itself nowhere else in XML.
+std::size_t FindEventData(std::string_view xml) {
+  constexpr std::string_view kStart = "<EventData";
+  for (std::size_t at = xml.find(kStart); at != std::string_view::npos; at = xml.find(kStart, at + 1)) {
+    const std::size_t behind = at + kStart.size();
+    if (behind < xml.size() && std::string_view("> /\t\r\n").find(xml[behind]) != std::string_view::npos) return at;
+  }
+  return std::string_view::npos;
+}
+
+std::size_t CountCharacters(std::string_view utf8) {
+  return static_cast<std::size_t>(
+      std::ranges::count_if(utf8, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+std::wstring ValueText(const platform::EventLogValue& value, const platform::Clock& clock) {
+  struct Writer {
+    const platform::Clock& clock;
+    std::wstring operator()(std::monostate) const { return {}; }
+    std::wstring operator()(std::uint64_t number) const { return std::to_wstring(number); }
+    std::wstring operator()(const std::string& text) const { return String::UTF8ToUTF16(text); }
+    std::wstring operator()(platform::WallTime time) const {
+      return EventTimeText(std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count(), clock);
+    }
+  };
+  return std::visit(Writer{clock}, value);
+}
+
+void LogFailure(const platform::EventLogReading& reading, const TVK::Log& log, const std::wstring& caller) {
+  using enum platform::EventLogFailure;
+  switch (reading.failure) {
+    case kNone:
+      break;
+    case kNotSupported:
+      log.i(L"%s, this system has no event log that can be queried.\n", caller);
+      break;
+    case kChannelNotFound:
+      log.e(L"%s, The requested channel was not found.\n", caller);
+      break;
+    case kInvalidQuery:
+      log.e(L"%s, The query passed is invalid.\n", caller);
+      break;
+    case kQuery:
+      log.e(L"%s, EvtQuery failed with %ul.\n", caller, reading.error);
+      break;
+    case kNext:
+      log.e(L"%s, EvtNext failed with %ul\n", caller, reading.error);
+      break;
+    case kCreateRenderContext:
+      log.e(L"%s, EvtCreateRenderContext failed with %ul", caller, reading.error);
+      break;
+    case kRenderValues:
+      log.e(L"%s, WITH_CONTEXT EvtRender failed with %d", caller, reading.error);
+      break;
+    case kRenderXml:
+      log.e(L"%s, NO_CONTEXT EvtRender failed with %d\n", caller, reading.error);
+      break;
+    case kNoMemoryForValues:
+      log.e(L"%s, Failed to allocate memory", caller);
+      break;
+    case kNoMemoryForXml:
+      log.e(L"%s, malloc failed\n", caller);
+      break;
+  }
+}
+
+}  // namespace
+
+std::wstring EventTimeText(std::int64_t unix_seconds, const platform::Clock& clock) {
+  const platform::LocalTime local = clock.ToLocal(unix_seconds);
+  const int offset = std::abs(local.utc_offset_minutes);
+  return TVK::FormatWide(L"%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", local.year, local.month, local.day, local.hour,
+                         local.minute, local.second, local.utc_offset_minutes < 0 ? L'-' : L'+', offset / 60,
+                         offset % 60);
+}
+
+std::wstring EventLevelName(std::uint64_t level) {
+  constexpr const wchar_t* kNames[] = {L"Information", L"Critical", L"Error", L"Warning", L"Information", L"Verbose"};
+  return level < std::size(kNames) ? kNames[level] : L"";
+}
+
+std::wstring EventDataText(std::string_view xml) {
+  constexpr std::string_view kEnd = "</EventData>";
+  const std::size_t start = FindEventData(xml);
+  const std::size_t tag_end = xml.find('>', start);
+  if (start == std::string_view::npos || tag_end == std::string_view::npos) return kEmptyEventData;
+  const std::size_t end = xml.find(kEnd, tag_end);
+  if (xml[tag_end - 1] == '/' || end == std::string_view::npos) return kEmptyEventData;
+  const std::string_view data = xml.substr(start, end + kEnd.size() - start);
+  return CountCharacters(data) > kLongestEventData ? kEventDataTooLarge : String::UTF8ToUTF16(std::string(data));
+}
+
+RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform::Clock& clock) {
+  RenderedEvent event;
+  constexpr std::size_t kFields = std::size(kEventLogFields);
+  for (std::size_t i = 0; i < std::min(kFields, record.values.size()); ++i) {
+    const platform::EventLogValue& value = record.values[i];
+    const std::wstring name = kEventLogFields[i].name;
+    std::wstring text = ValueText(value, clock);
+    if (!text.empty()) event.fields[name] = std::move(text);
+    if (const auto* const time = std::get_if<platform::WallTime>(&value)) {
+      event.time_created = std::chrono::floor<std::chrono::seconds>(*time).time_since_epoch().count();
+    }
+    const auto* const number = std::get_if<std::uint64_t>(&value);
+    if (name == L"Level" && number != nullptr && !EventLevelName(*number).empty()) {
+      event.fields[L"LevelName"] = EventLevelName(*number);
+    }
+  }
+  if (record.values.size() > kFields) event.provider_name = ValueText(record.values[kFields], clock);
+  event.fields[L"EventData"] = EventDataText(record.xml);
+  return event;
+}
+
+EventLogAnswer ReadLoggedEvents(platform::Machine& machine, const platform::Clock& clock, const std::string& channel,
+                                const std::string& xpath, std::size_t limit, const TVK::Log& log,
+                                const std::wstring& caller) {
+  platform::EventLogQuery query{.channel = channel, .xpath = xpath, .value_paths = {}, .limit = limit};
+  for (const EventLogField& field : kEventLogFields)
+    query.value_paths.emplace_back(field.path);
+  query.value_paths.emplace_back(kEventLogProviderPath);
+  const platform::EventLogReading reading = machine.QueryEventLog(query);
+  LogFailure(reading, log, caller);
+  EventLogAnswer answer;
+  answer.complete = reading.failure == platform::EventLogFailure::kNone;
+  for (const platform::EventLogRecord& record : reading.records)
+    answer.events.push_back(RenderEvent(record, clock));
+  return answer;
+}

@@ -1,0 +1,99 @@
+#include "monitors/logs/event_log_rendering.h"
+
+#include <gtest/gtest.h>
+
+#include "client/text/string.h"
+#include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/log_capture.h"
+
+namespace {
+
+using platform::EventLogFailure;
+using platform::WallTime;
+
+constexpr std::int64_t kMoment = 1'767'222'000;  // 2025-12-31T23:00:00Z
+
+TEST(EventLogRenderingTest, TimeIsLocalWithItsOffset) {
+  for (const auto& [minutes, text] : {std::pair(0, L"2025-12-31T23:00:00+00:00"),
+                                      {60, L"2026-01-01T00:00:00+01:00"},
+                                      {-210, L"2025-12-31T19:30:00-03:30"},
+                                      {-30, L"2025-12-31T22:30:00-00:30"}}) {
+    const platform::VirtualRuntime runtime({.utc_offset_minutes = minutes});
+    EXPECT_EQ(EventTimeText(kMoment, runtime.clock()), text);
+  }
+}
+
+TEST(EventLogRenderingTest, EventDataIsCutOut) {
+  const std::string kFrame = "<EventData></EventData>";
+  const std::string longest = "<EventData>" + std::string(kLongestEventData - kFrame.size(), 'x') + "</EventData>";
+  std::string of_wide_characters = "<EventData>";
+  for (std::size_t i = kFrame.size(); i < kLongestEventData; ++i)
+    of_wide_characters += "\xC3\xA4";
+  of_wide_characters += "</EventData>";
+  struct Row {
+    std::string xml;
+    std::string data;
+  };
+  const std::string too_large = TVK::String::UTF16ToUTF8(kEventDataTooLarge);
+  for (const Row& row : {
+           Row{"<Event><System/><EventData Name='a'><Data>1</Data></EventData></Event>",
+               "<EventData Name='a'><Data>1</Data></EventData>"},
+           Row{"<Event><EventDataX>1</EventDataX><EventData>2</EventData></Event>", "<EventData>2</EventData>"},
+           Row{"<Event><EventData/></Event>", "<EventData />"},
+           Row{"<Event><EventData Name='a'/><X></EventData></Event>", "<EventData />"},
+           Row{"<Event><UserData>1</UserData></Event>", "<EventData />"},
+           Row{"<Event><EventData><Data>cut off", "<EventData />"},
+           Row{"<EventData", "<EventData />"},
+           Row{"", "<EventData />"},
+           Row{longest, longest},
+           Row{of_wide_characters, of_wide_characters},
+           Row{"<EventData>" + longest.substr(10), too_large},
+       }) {
+    EXPECT_EQ(TVK::String::UTF16ToUTF8(EventDataText(row.xml)), row.data) << row.xml.substr(0, 60);
+  }
+}
+
+TEST(EventLogRenderingTest, AbsentValuesGiveNoField) {
+  const platform::VirtualRuntime runtime;
+  platform::EventLogRecord record;
+  record.values.resize(std::size(kEventLogFields) + 1);
+  record.values[0] = "System";
+  record.values[3] = std::uint64_t{2};
+  record.values[8] = WallTime(std::chrono::milliseconds(kMoment * 1000 + 999));
+  record.values.back() = "EventLog";
+  RenderedEvent event = RenderEvent(record, runtime.clock());
+  EXPECT_EQ(event.provider_name, L"EventLog");
+  EXPECT_EQ(event.time_created, kMoment);
+  EXPECT_EQ(event.fields, (std::map<std::wstring, std::wstring>{{L"Channel", L"System"},
+                                                                {L"Level", L"2"},
+                                                                {L"LevelName", L"Error"},
+                                                                {L"TimeCreated", L"2025-12-31T23:00:00+00:00"},
+                                                                {L"EventData", L"<EventData />"}}));
+  record.values = {platform::EventLogValue("System")};
+  EXPECT_EQ(RenderEvent(record, runtime.clock()).fields.size(), 2u) << "an answer shorter than the question";
+}
+
+TEST(EventLogRenderingTest, FailuresAreLoggedAndWhatCameBeforeCounts) {
+  const LogCapture logs;
+  TVK::Log log;
+  TVK::utility::InitLog(log, L"Test.log", 4);
+  const platform::VirtualRuntime runtime;
+  platform::SimulatedMachine machine;
+  for (const auto& [failure, line] : {std::pair(EventLogFailure::kQuery, L"Me, EvtQuery failed with 7l.\n"),
+                                      {EventLogFailure::kNext, L"Me, EvtNext failed with 7l\n"},
+                                      {EventLogFailure::kNoMemoryForXml, L"Me, malloc failed\n"}}) {
+    machine.Change([f = failure](platform::SimulatedMachineState& state) {
+      state.event_log = [f](const platform::EventLogQuery& query) {
+        EXPECT_EQ(query.value_paths.size(), std::size(kEventLogFields) + 1);
+        return platform::EventLogReading{.records = {{}}, .failure = f, .error = 7};
+      };
+    });
+    const EventLogAnswer answer = ReadLoggedEvents(machine, runtime.clock(), "System", "*", 2, log, L"Me");
+    EXPECT_FALSE(answer.complete);
+    EXPECT_EQ(answer.events.size(), 1u);
+    EXPECT_EQ(logs.Lines().back(), line);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,186 @@
+#include "monitors/system/memory_event_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include "testing/monitor_world.h"
+#include "testing/smbios_builder.h"
+
+namespace {
+
+using platform::MemoryStatus;
+using platform::SimulatedMachineState;
+using std::chrono::minutes;
+using std::chrono::seconds;
+
+constexpr std::uint64_t kGiB = 1ull << 30;
+
+class MemoryEventMonitorTest : public testing::Test {
+ protected:
+  MemoryEventMonitorTest() {
+    world_.config.SetPolicy(MakePolicy(L"full", {{MemoryEventMonitor::dataset_id, MemoryEventMonitor::dataset_name}}));
+    Settings({{L"ReadUsageInterval", L"1d"}});
+    Memory(MemoryStatus{40, 16 * kGiB, 9 * kGiB});
+  }
+  ~MemoryEventMonitorTest() override { EXPECT_TRUE(world_.runtime.Threads().empty()); }
+
+  std::unique_ptr<RunningMonitor> Start() {
+    auto monitor = std::make_unique<RunningMonitor>(
+        world_.runtime, std::make_unique<MemoryEventMonitor>(nullptr, false, life_->services()));
+    world_.runtime.Settle();
+    return monitor;
+  }
+  /// Another run of the service on the same records.
+  void NextLife() {
+    life_.reset();
+    life_.emplace(world_);
+  }
+  void Settings(const std::map<std::wstring, std::wstring>& settings) {
+    world_.config.SetSettings(MemoryEventMonitor::dataset_name, settings);
+  }
+  void Memory(std::optional<MemoryStatus> memory) {
+    world_.machine.Change([&](SimulatedMachineState& state) { state.memory = memory; });
+  }
+  void Smbios(const testing_support::Bytes& table) {
+    world_.machine.Change([&](SimulatedMachineState& state) { state.smbios = table; });
+  }
+  /// How many changes are reported when the load goes to `percent`.
+  std::size_t ChangesAt(std::uint32_t percent) {
+    const std::size_t before = life_->Items(L"Memory change").size();
+    Memory(MemoryStatus{percent, 16 * kGiB, 16 * kGiB / 100 * (100 - percent)});
+    world_.runtime.AdvanceBy(seconds(3));
+    return life_->Items(L"Memory change").size() - before;
+  }
+
+  MonitorWorld world_;
+  std::optional<ServiceLife> life_{std::in_place, world_};
+};
+
+TEST_F(MemoryEventMonitorTest, ChangesOfFivePointsAreReported) {
+  const auto monitor = Start();
+  for (const auto& [load, reports] : {std::pair(44u, 0u), {45u, 1u}, {40u, 1u}, {36u, 0u}, {100u, 1u}, {0u, 1u}}) {
+    EXPECT_EQ(ChangesAt(load), reports) << load;
+  }
+  const ItemEvent item = life_->Items(L"Memory change").front();
+  EXPECT_EQ(item.item_data(), (ItemData{{L"FreePhysicalMemory", L"9011MB"}, {L"VisibleMemory", L"16384MB"}}));
+  EXPECT_EQ(item.source(), L"tvk/memory");
+  EXPECT_EQ(item.dataset_context_id(), life_->DatasetContexts().back().dataset_context_id());
+}
+
+TEST_F(MemoryEventMonitorTest, OnlyAMissingKeyTurnsTheReportOnAgain) {
+  const auto monitor = Start();
+  const auto apply = [&](const std::map<std::wstring, std::wstring>& settings) {
+    Settings(settings);
+    (*monitor)->ReadAndUpdateDatasetSettings();
+  };
+  apply({{L"MemoryChangeEvent", L"enable"}});
+  EXPECT_EQ(ChangesAt(50), 1u);
+  for (const wchar_t* value : {L"disable", L"Disable", L"enable"}) {
+    apply({{L"MemoryChangeEvent", value}});
+    EXPECT_EQ(ChangesAt(70), 0u) << "the reference stays at 50 while the report is off";
+  }
+  apply({});
+  EXPECT_EQ(ChangesAt(70), 1u);
+}
+
+TEST_F(MemoryEventMonitorTest, AFailedReadingIsLoggedOnceAndKeepsTheReference) {
+  Start().reset();
+  Memory(std::nullopt);
+  const auto monitor = Start();
+  world_.runtime.AdvanceBy(seconds(10));
+  EXPECT_EQ(world_.logs.Count(L"MemoryStatusReportThread GlobalMemoryStatusEx() return error 50!"), 1u);
+  EXPECT_EQ(ChangesAt(44), 0u);
+  EXPECT_EQ(ChangesAt(45), 1u);
+}
+
+TEST_F(MemoryEventMonitorTest, UsageKeepsItsRhythmOverARestart) {
+  Settings({{L"ReadUsageInterval", L"10m"}});
+  auto monitor = Start();
+  world_.runtime.AdvanceBy(minutes(10) + seconds(1));
+  ASSERT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
+  monitor.reset();
+  world_.runtime.AdvanceBy(minutes(4));
+  NextLife();
+  monitor = Start();
+  world_.runtime.AdvanceBy(minutes(6) - seconds(5));
+  EXPECT_TRUE(life_->Items(L"MemoryUsagePerInterval").empty());
+  world_.runtime.AdvanceBy(seconds(10));
+  ASSERT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
+  EXPECT_EQ(life_->Items().back().item_data().at(L"FreePhysicalMemory"), L"9216MB");
+
+  Settings({{L"ReadUsageInterval", L"30s"}});
+  (*monitor)->ReadAndUpdateDatasetSettings();
+  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
+  world_.runtime.AdvanceBy(minutes(60));
+  EXPECT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
+}
+
+TEST_F(MemoryEventMonitorTest, ContextHoldsTheSlotsAsOneText) {
+  using namespace testing_support;
+  Smbios(Table()
+             .Add(MemoryArray())
+             .Add(MemoryDevice())
+             .Add(MemoryDevice({.handle = 0x1101, .size = 0}))
+             .Add(MemoryDevice({.handle = 0x1102, .locator = "\xE4", .length = 0x15}))
+             .End()
+             .Rsmb());
+  const auto monitor = Start();
+  const ItemData data = life_->DatasetContexts().back().item_data();
+  EXPECT_EQ(
+      data.at(L"mem_slot_info"),
+      L"[{\"DeviceLocator\":\"ChannelA-DIMM0\",\"MemoryClockSpeed\":\"2400MHz\",\"MemoryErrorCorrection\":\"None\","
+      L"\"MemorySlotBankLabel\":\"BANK 0\",\"MemorySlotManufacturer\":\"Contoso\",\"MemorySlotSize\":\"16384MB\","
+      L"\"MemorySpeed\":\"2667MHz\",\"MemoryType\":\"DDR4\"},"
+      L"{\"DeviceLocator\":\"\u00e4\",\"MemoryErrorCorrection\":\"None\",\"MemorySlotBankLabel\":\"BANK 0\","
+      L"\"MemorySlotSize\":\"16384MB\",\"MemoryType\":\"DDR4\"}]");
+  EXPECT_EQ(data.at(L"TotalPhysicalMemory"), L"32768MB");
+  EXPECT_EQ(data.at(L"MaximumPhysicalMemory"), L"32768MB");
+}
+
+TEST_F(MemoryEventMonitorTest, WithoutATableTheRestGoesOnAndABrokenOneStartsNothing) {
+  {
+    const auto monitor = Start();
+    EXPECT_TRUE(world_.logs.Has(L"MemoryInfo GetMemoryInfo GetSMBiosBufferByType(16) return fail! err: 5"));
+    EXPECT_TRUE(world_.logs.Has(L"MemoryEventMonitor StartMonitor GetMemoryInfo() return fail! err: 5"));
+    EXPECT_TRUE(world_.logs.Has(L"the machine gives no SMBIOS table ("));
+    EXPECT_TRUE(world_.logs.Has(L"(error 50)); no memory slot is described, the rest goes on"));
+    EXPECT_EQ(life_->DatasetContexts().back().item_data(), (ItemData{{L"TotalPhysicalMemory", L"16384MB"}}));
+    EXPECT_EQ(ChangesAt(60), 1u);
+  }
+  Smbios({0, 3, 2});
+  NextLife();
+  const auto monitor = Start();
+  EXPECT_TRUE(world_.logs.Has(L"MemoryEventMonitor StartMonitor GetMemoryInfo() return fail! err: 5"));
+  EXPECT_TRUE(world_.runtime.Threads().empty());
+  (*monitor)->OnDeviceContextChanges(true);
+  (*monitor)->ReadAndUpdateDatasetSettings();
+  EXPECT_EQ(life_->DatasetContexts().size() + life_->Items().size(), 0u);
+}
+
+TEST_F(MemoryEventMonitorTest, ChangedModulesAreReportedOnceAndOtherContextsAreNot) {
+  Start().reset();
+  EXPECT_TRUE(life_->Items(L"MemoryEvent context updated").empty()) << "the first description is no change";
+  Memory(MemoryStatus{40, 32 * kGiB, 9 * kGiB});
+  const auto monitor = Start();
+  ASSERT_EQ(life_->Items(L"MemoryEvent context updated").size(), 1u);
+  EXPECT_EQ(life_->Items().back().dataset_context_id(), life_->DatasetContexts().back().dataset_context_id());
+  (*monitor)->OnDeviceContextChanges(true);
+  EXPECT_EQ(life_->DatasetContexts().size(), 3u);
+  EXPECT_EQ(life_->Items(L"MemoryEvent context updated").size(), 1u);
+  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 1u);
+}
+
+TEST_F(MemoryEventMonitorTest, UnknownItemsAreNotWritten) {
+  MemoryEventMonitor monitor(nullptr, false, life_->services());
+  EXPECT_NE(monitor.LogItemEvent(L"Memory", {}), 0);
+  EXPECT_TRUE(world_.logs.Has(L"memory_event can't be found, event name: \"Memory\"!"));
+  EXPECT_TRUE(life_->Items().empty());
+}
+
+TEST_F(MemoryEventMonitorTest, AStopBeforeTheStartLeavesNoThread) {
+  MemoryEventMonitor monitor(nullptr, false, life_->services());
+  monitor.StopMonitor();
+  monitor.StartMonitor(L"test");
+  EXPECT_TRUE(world_.runtime.Threads().empty());
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+#include "monitors/system/memory_info.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "testing/log_capture.h"
+#include "testing/smbios_builder.h"
+
+namespace {
+
+using testing::IsEmpty;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+using testing_support::ArraySpec;
+using testing_support::DeviceSpec;
+using testing_support::MemoryArray;
+using testing_support::MemoryDevice;
+using testing_support::Structure;
+using testing_support::Table;
+
+/// Tool and decoder of one table.
+struct Decoded {
+  explicit Decoded(const Table& table, std::uint64_t usable_kb = 0) : tool(table.Rsmb()), info(tool, usable_kb) {
+    EXPECT_EQ(tool.Initialize(), 0);
+    EXPECT_EQ(info.GetMemoryInfo(), 0);
+  }
+  SMBiosTool tool;
+  MemoryInfo info;
+};
+
+TEST(MemoryInfo, DescribesAModule) {
+  const Decoded decoded(Table().Add(MemoryArray({.error_correction = 6})).Add(MemoryDevice()).End());
+  ASSERT_EQ(decoded.info.slots().size(), 1u);
+  const MemorySlot& slot = decoded.info.slots().front();
+  EXPECT_EQ(slot.handle, 0x1100);
+  EXPECT_EQ(slot.array_handle, 0x1000);
+  EXPECT_THAT(
+      slot.ItemData(),
+      UnorderedElementsAre(Pair(L"MemorySlotBankLabel", L"BANK 0"), Pair(L"MemorySlotManufacturer", L"Contoso"),
+                           Pair(L"MemorySlotSize", L"16384MB"), Pair(L"MemoryErrorCorrection", L"Multi-bit ECC"),
+                           Pair(L"DeviceLocator", L"ChannelA-DIMM0"), Pair(L"MemoryType", L"DDR4"),
+                           Pair(L"MemorySpeed", L"2667MHz"), Pair(L"MemoryClockSpeed", L"2400MHz")));
+  EXPECT_EQ(decoded.info.error_correction(), L"Multi-bit ECC");
+  EXPECT_EQ(MemoryInfo::AmountText(decoded.info.total_physical_kb()), L"16384MB");
+  EXPECT_EQ(MemoryInfo::AmountText(decoded.info.maximum_physical_kb()), L"32768MB");
+}
+
+TEST(MemoryInfo, DecodesSizes) {
+  struct Case {
+    std::uint16_t size;
+    std::uint32_t extended;
+    std::uint8_t length;
+    const wchar_t* text;  // Null: an empty slot.
+    std::uint64_t total_kb;
+  };
+  const Case cases[] = {
+      {0, 0, 0x28, nullptr, 0},
+      {0x8400, 0, 0x28, L"1024KB", 1024},
+      {0x7FFF, 32768, 0x28, L"32768MB", 32768ull << 10},
+      {0x7FFF, 0x80000000 | 131072, 0x28, L"131072MB", 131072ull << 10},
+      {0x7FFF, 0x7FFFFFFF, 0x20, L"2147483647MB", 2147483647ull << 10},
+      {0x7FFF, 32768, 0x1C, L"32767MB", 32767ull << 10},  // Older than the extended size.
+      {0xFFFF, 0, 0x28, L"Unknown", 0},
+      {1, 0, 0x15, L"1MB", 1024},
+      {512, 0, 0x0D, nullptr, 0},  // Too short for a size.
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << c.size << " length " << int{c.length});
+    const Decoded decoded(Table()
+                              .Add(MemoryArray())
+                              .Add(MemoryDevice({.size = c.size, .extended_size = c.extended, .length = c.length})));
+    ASSERT_EQ(decoded.info.slots().size(), c.text == nullptr ? 0u : 1u);
+    if (c.text != nullptr) {
+      EXPECT_EQ(decoded.info.slots().front().size, c.text);
+    }
+    EXPECT_EQ(decoded.info.total_physical_kb(), c.total_kb);
+  }
+}
+
+TEST(MemoryInfo, LeavesOutWhatAShortStructureLacks) {
+  struct Case {
+    std::uint8_t length;
+    const wchar_t *speed, *manufacturer, *clock_speed;
+  };
+  for (const Case& c : {Case{0x15, L"", L"", L""}, Case{0x16, L"", L"", L""}, Case{0x17, L"2667MHz", L"", L""},
+                        Case{0x1B, L"2667MHz", L"Contoso", L""}, Case{0x21, L"2667MHz", L"Contoso", L""},
+                        Case{0x22, L"2667MHz", L"Contoso", L"2400MHz"}}) {
+    SCOPED_TRACE(int{c.length});
+    const Decoded decoded(Table().Add(MemoryArray()).Add(MemoryDevice({.length = c.length})).Add(MemoryDevice()));
+    ASSERT_EQ(decoded.info.slots().size(), 2u);
+    const MemorySlot& slot = decoded.info.slots().front();
+    EXPECT_EQ(slot.type, L"DDR4");
+    EXPECT_EQ(slot.speed, c.speed);
+    EXPECT_EQ(slot.manufacturer, c.manufacturer);
+    EXPECT_EQ(slot.clock_speed, c.clock_speed);
+    EXPECT_EQ(slot.ItemData().contains(L"MemorySpeed"), c.speed[0] != 0);
+  }
+}
+
+TEST(MemoryInfo, ReadsAnExtendedSpeed) {
+  Structure device = MemoryDevice({.speed = 0xFFFF, .clock_speed = 0xFFFF, .length = 0x5C});
+  device.Put(0x54, 70000, 4).Put(0x58, 68000, 4);
+  const Decoded decoded(Table().Add(MemoryArray()).Add(device));
+  EXPECT_EQ(decoded.info.slots().at(0).speed, L"70000MHz");
+  EXPECT_EQ(decoded.info.slots().at(0).clock_speed, L"68000MHz");
+}
+
+TEST(MemoryInfo, MatchesModulesToTheirArrays) {
+  Table table;
+  table.Add(MemoryArray({.handle = 1, .use = 5, .error_correction = 3, .capacity_kb = 4096}));  // Flash.
+  table.Add(MemoryArray({.handle = 2, .error_correction = 5, .capacity_kb = 3ull << 30}));      // 3 TiB: extended.
+  table.Add(MemoryArray({.handle = 3, .error_correction = 6, .capacity_kb = 1u << 20}));
+  table.Add(MemoryArray({.handle = 3, .error_correction = 7, .capacity_kb = 1u << 20}));
+  table.Add(MemoryDevice({.handle = 0x10, .array = 3}));
+  table.Add(MemoryDevice({.handle = 0x11, .array = 9}));
+  table.Add(MemoryDevice({.handle = 0x12, .array = 1, .size = 4}));
+  table.Add(MemoryDevice({.handle = 0x13, .array = 2, .size = 0x7FFF, .extended_size = 65536}));
+  const Decoded decoded(table);
+  std::vector<std::tuple<int, int, std::wstring>> slots;
+  for (const MemorySlot& slot : decoded.info.slots()) {
+    slots.emplace_back(slot.handle, slot.array_handle, slot.error_correction);
+  }
+  EXPECT_THAT(slots, testing::ElementsAre(std::tuple(0x12, 1, L"None"), std::tuple(0x13, 2, L"Single-bit ECC"),
+                                          std::tuple(0x10, 3, L"Multi-bit ECC")));
+  EXPECT_EQ(decoded.info.error_correction(), L"Single-bit ECC");
+  EXPECT_EQ(decoded.info.total_physical_kb(), (65536ull + 16384) << 10) << "without the flash";
+  EXPECT_EQ(decoded.info.maximum_physical_kb(), (3ull << 30) + (1u << 20));
+}
+
+TEST(MemoryInfo, ReadsA64SlotServer) {
+  Table table;
+  table.Add(MemoryArray({.capacity_kb = 8ull << 30}));
+  for (std::uint16_t slot = 0; slot < 64; ++slot) {
+    table.Add(
+        MemoryDevice({.handle = static_cast<std::uint16_t>(0x1100 + slot), .size = 0x7FFF, .extended_size = 131072}));
+  }
+  const Decoded decoded(table.End());
+  ASSERT_EQ(decoded.info.slots().size(), 64u);
+  EXPECT_EQ(decoded.info.slots().back().handle, 0x113F);
+  EXPECT_EQ(MemoryInfo::AmountText(decoded.info.total_physical_kb()), L"8388608MB");
+}
+
+TEST(MemoryInfo, TheTotalIsNeverBelowWhatTheSystemSees) {
+  constexpr std::uint64_t kUsable = 20ull << 20;
+  Table table;
+  EXPECT_EQ(Decoded(table, kUsable).info.total_physical_kb(), kUsable);
+  table.Add(MemoryArray()).Add(MemoryDevice());
+  EXPECT_EQ(Decoded(table, kUsable).info.total_physical_kb(), kUsable) << "more modules than the table shows";
+  table.Add(MemoryDevice({.handle = 2}));
+  EXPECT_EQ(Decoded(table, kUsable).info.total_physical_kb(), 32ull << 20);
+}
+
+// A step for each array that looks at all slots before would take minutes here.
+TEST(MemoryInfo, DecodesATableOfArraysInTimeProportionalToItsSize) {
+  Table table;
+  for (std::uint32_t handle = 0; handle < 60000; ++handle) {
+    const auto number = static_cast<std::uint16_t>(handle);
+    table.Add(MemoryArray({.handle = number, .length = 0x0F}));
+    table.Add(MemoryDevice({.handle = number, .array = number, .length = 0x15}));
+  }
+  EXPECT_EQ(Decoded(table).info.slots().size(), 60000u);
+}
+
+TEST(MemoryInfo, WithoutAnArrayNoSlotMatches) {
+  const Decoded decoded(Table().Add(MemoryDevice()));
+  EXPECT_THAT(decoded.info.slots(), IsEmpty());
+  EXPECT_EQ(decoded.info.error_correction(), L"");
+}
+
+TEST(MemoryInfo, AnUnloadedTableIsAnErrorAndLeavesNothing) {
+  const LogCapture log;
+  SMBiosTool tool{testing_support::Bytes{}};
+  MemoryInfo info(tool, 1024);
+  EXPECT_EQ(info.GetMemoryInfo(), 5);
+  EXPECT_EQ(info.total_physical_kb(), 0u);
+  EXPECT_TRUE(log.Has(L"MemoryInfo GetMemoryInfo GetSMBiosBufferByType(16) return fail! err: 5"));
+}
+
+TEST(MemoryInfo, CodesBeyondTheTablesReadUnknown) {
+  const std::pair<int, const wchar_t*> types[] = {
+      {0, L"Unknown"}, {1, L"Other"},   {2, L"Unknown"},  {20, L"DDR2 FB-DIMM"}, {23, L"Reserved"},
+      {24, L"DDR3"},   {30, L"LPDDR4"}, {31, L"Unknown"}, {34, L"Unknown"},      {255, L"Unknown"}};
+  std::wstring text;
+  for (const auto& [code, expected] : types) {
+    MemoryInfo::GetMemoryType(static_cast<unsigned char>(code), text);
+    EXPECT_EQ(text, expected) << code;
+  }
+  for (const auto& [code, expected] : {std::pair(2, L"Unknown"), {4, L"Parity"}, {7, L"CRC"}, {8, L"Unknown"}}) {
+    MemoryInfo::GetMemoryErrorCorrection(static_cast<unsigned char>(code), text);
+    EXPECT_EQ(text, expected) << code;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include "monitors/system/system_bios_event_monitor.h"
+
+#include "client/text/string.h"
+#include "monitors/logs/event_log_rendering.h"
+
+namespace {
+
+const DatasetIdentity& Identity() {
+  static const DatasetIdentity identity{SystemBiosEventMonitor::dataset_id, SystemBiosEventMonitor::dataset_name,
+                                        L"tvk/systembios", L"device-activity"};
+  return identity;
+}
+
+constexpr wchar_t kReadInfoPerBoot[] = L"ReadInfoPerBoot";
+
+// In this order. The start of the kernel comes first, since it lies before the start of every service: a later record
+// of the same boot would make an item event written before it look like one of the boot before. A restart that was
+// asked for but has not happened yet costs at most one record too many.
+constexpr const char* kBootQueries[] = {
+    "*[System[Provider[@Name='Microsoft-Windows-Kernel-General'] and (EventID=12)]]",
+    "*[System[Provider[@Name='EventLog'] and (EventID=6005)]]",
+    "*[System[(EventID=1074)]]",
+};
+
+}  // namespace
+
+const std::map<std::wstring, std::wstring> SystemBiosEventMonitor::ITEM_EVENT_CONTEXT = {
+    {kReadInfoPerBoot, L"D385ED5A-E1CF-4D30-8CBE-DF063D4200F6"},
+};
+
+SystemBiosEventMonitor::SystemBiosEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
+                                               const MonitorServices& monitor_services)
+    : EventMonitorBase(handle, device_path_changed, monitor_services),
+      dataset_context_event_(monitor_services.runtime
+                                 .MakeNamedEvent(L"SystemBIOSEvent_LogDatasetContext", platform::EventReset::kManual,
+                                                 false, platform::EventAccess::kServiceOnly)
+                                 .event),
+      info_(&monitor_services.machine_information) {}
+
+SystemBiosEventMonitor::~SystemBiosEventMonitor() = default;
+
+void SystemBiosEventMonitor::Initialize() {
+  if (TVK::utility::InitLog(log_, L"SystemBiosEventMonitor.log", 4)) {
+    log_.d(L"SystemBiosEventMonitor Log Intialize OK!");
+  }
+}
+
+void SystemBiosEventMonitor::StartMonitor(std::wstring /*name*/) {
+  info_.CollectBiosInfo(log_);
+  if (info_.ToItemData().empty()) {
+    log_.i(L"%s: neither an SMBIOS table nor the system tells anything of the firmware; nothing is logged",
+           L"SystemBiosEventMonitor::StartMonitor");
+    return;
+  }
+  facts_known_ = true;
+  const bool new_device_init = IsNewDeviceInitNeeded(dataset_id);
+  LogDatasetContext(new_device_init);
+  if (new_device_init) {
+    if (LogDevInitEvent() != 0) log_.d(L"SystemBios LogDevInitEvent failed");
+    SetDevicePathChanged(false);
+  }
+  if (!stopping_) LogOncePerBoot();
+}
+
+void SystemBiosEventMonitor::LogOncePerBoot() {
+  constexpr wchar_t kThis[] = L"SystemBiosEventMonitor::StartMonitor";
+  // The last item of the whole store, and no other record in its place: a dataset context or a device-initialisation
+  // that was written before this boot's item must not stand for it.
+  ItemEvent last;
+  const int found =
+      services().store.GetLastItemEventWithItemId(dataset_id, ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot), last);
+  _lastModifiedTime = found == 0 ? GetTimeStamp(TVK::String::UTF16ToUTF8(last.item_time())) : 0;
+  log_.d(L"%s Log _lastModifiedTime : %lld", kThis, _lastModifiedTime);
+  const std::optional<std::int64_t> boot = GetLastbootTime();
+  if (!boot) {
+    log_.e(L"%s: the time of the last boot is not known; nothing is logged", kThis);
+    return;
+  }
+  log_.d(L"%s Log lastBootTime : %lld", kThis, *boot);
+  if (_lastModifiedTime < *boot) LogItemEvent(info_);
+}
+
+std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
+  constexpr wchar_t kThis[] = L"SystemBiosEventMonitor::GetLastbootTime";
+  for (const char* const query : kBootQueries) {
+    const EventLogAnswer answer =
+        ReadLoggedEvents(services().machine, services().runtime.clock(), "System", query, 1, log_, kThis);
+    if (!answer.events.empty() && answer.events.front().time_created) return answer.events.front().time_created;
+    if (!answer.complete) break;  // it would not answer the others either
+  }
+  return services().machine.ReadBootTime();
+}
+
+void SystemBiosEventMonitor::StopMonitor() {
+  stopping_ = true;
+  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
+}
+
+void SystemBiosEventMonitor::LogDatasetContext(bool new_context_needed) {
+  if (!facts_known_) return;
+  const std::lock_guard lock(context_mutex_);
+  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
+  const ItemData facts = info_.ToItemData();
+  const bool needed = IsNewDatasetContextNeeded(dataset_id, facts, new_context_needed, dataset_context_id_);
+  log_.d(L"SystemBiosEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.", needed ? L"true" : L"false");
+  if (needed) {
+    const int error = WriteDatasetContext(Identity(), facts, dataset_context_id_);
+    if (error != 0) log_.e(L"SystemBiosEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
+  }
+  if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
+}
+
+std::wstring SystemBiosEventMonitor::DatasetContextId() {
+  const std::lock_guard lock(context_mutex_);
+  return dataset_context_id_;
+}
+
+int SystemBiosEventMonitor::LogDevInitEvent() {
+  if (!facts_known_) return 0;
+  return WriteItemEvent(Identity(), DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+}
+
+int SystemBiosEventMonitor::LogItemEvent(const SystemBiosInfo& info) {
+  const int error = WriteItemEvent(Identity(), DatasetContextId(), kReadInfoPerBoot,
+                                   ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot), info.ToItemData());
+  if (error != 0) log_.e(L"%s : LogItemEvent return error: %d", L"SystemBiosEventMonitor::LogItemEvent", error);
+  return error;
+}

@@ -1,0 +1,148 @@
+#include "monitors/system/system_bios_event_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include "testing/monitor_world.h"
+#include "testing/smbios_builder.h"
+
+namespace {
+
+using platform::EventLogFailure;
+using platform::EventLogQuery;
+using platform::EventLogReading;
+using platform::EventLogRecord;
+using platform::SimulatedMachineState;
+using std::chrono::hours;
+
+class SystemBiosEventMonitorTest : public testing::Test {
+ protected:
+  SystemBiosEventMonitorTest() { BootAt(Now() - 3600); }
+
+  std::int64_t Now() const { return world_.runtime.clock().NowSeconds(); }
+  void BootAt(std::optional<std::int64_t> time) {
+    world_.machine.Change([&](SimulatedMachineState& state) { state.boot_time = time; });
+  }
+  void Log(std::function<EventLogReading(const EventLogQuery&)> log) {
+    world_.machine.Change([&](SimulatedMachineState& state) { state.event_log = log; });
+  }
+  /// Runs the service once; the records of that run.
+  struct Records {
+    std::vector<ItemEvent> items;
+    std::vector<DatasetContext> contexts;
+  };
+  Records Run(bool first_invocation = false, bool device_changes = false) {
+    ServiceLife life(world_);
+    life.manager.first_invocation = first_invocation;
+    RunningMonitor monitor(world_.runtime, std::make_unique<SystemBiosEventMonitor>(nullptr, false, life.services()));
+    world_.runtime.AdvanceBy(hours(1));
+    EXPECT_TRUE(world_.runtime.Threads().empty());
+    if (device_changes) monitor->OnDeviceContextChanges(true);
+    return {life.Items(), life.DatasetContexts()};
+  }
+
+  MonitorWorld world_;
+};
+
+EventLogReading RecordAt(std::int64_t time, const EventLogQuery& query) {
+  EventLogRecord record;
+  for (const std::string& path : query.value_paths) {
+    record.values.emplace_back();
+    if (path == "Event/System/TimeCreated/@SystemTime") {
+      record.values.back() = platform::WallTime(std::chrono::seconds(time));
+    }
+  }
+  return {.records = {record}};
+}
+
+TEST_F(SystemBiosEventMonitorTest, LogsOncePerBoot) {
+  const Records first = Run();
+  ASSERT_EQ(first.items.size(), 1u);
+  EXPECT_EQ(first.items[0].item_id(), L"D385ED5A-E1CF-4D30-8CBE-DF063D4200F6");
+  EXPECT_EQ(first.items[0].source(), L"tvk/systembios");
+  const ItemData facts = {{L"BIOSManufacturer", L"Contoso"},
+                          {L"BIOSName", L"C14ET50W (1.20 )"},
+                          {L"EmbeddedControllerVersion", L"1.10"},
+                          {L"SystemBIOSVersion", L"1.20"},
+                          {L"BIOSReleaseDate", L"2025-03-04"}};
+  EXPECT_EQ(first.items[0].item_data(), facts) << "what no source tells is left out";
+  ASSERT_EQ(first.contexts.size(), 1u);
+  EXPECT_EQ(first.contexts[0].item_data(), facts);
+  EXPECT_EQ(first.items[0].dataset_context_id(), first.contexts[0].dataset_context_id());
+
+  const Records same_boot = Run();
+  EXPECT_TRUE(same_boot.items.empty());
+  EXPECT_TRUE(same_boot.contexts.empty());
+
+  BootAt(Now());
+  const Records next_boot = Run();
+  ASSERT_EQ(next_boot.items.size(), 1u);
+  EXPECT_TRUE(next_boot.contexts.empty()) << "nothing of the firmware changed";
+  EXPECT_EQ(next_boot.items[0].dataset_context_id(), first.contexts[0].dataset_context_id());
+
+  world_.machine.Change([](SimulatedMachineState& state) {
+    state.firmware.bios_release = "1.21";
+    state.smbios = testing_support::Table().End().Rsmb();
+  });
+  BootAt(Now());
+  const Records new_firmware = Run();
+  ASSERT_EQ(new_firmware.items.size(), 1u);
+  EXPECT_EQ(new_firmware.items[0].item_data().at(L"SMBIOSVersion"), L"3.2");
+  ASSERT_EQ(new_firmware.contexts.size(), 1u);
+  EXPECT_EQ(new_firmware.items[0].dataset_context_id(), new_firmware.contexts[0].dataset_context_id());
+}
+
+TEST_F(SystemBiosEventMonitorTest, BootTimeComesFromTheLogOrElseFromTheMachine) {
+  Run();
+  const std::int64_t before = Now() - 1000 * 3600;
+  constexpr std::int64_t kNow = 0;
+  struct Row {
+    std::string found;  ///< Part of the query that the log answers with `time`.
+    std::int64_t time;  ///< kNow: when the service starts.
+    std::optional<std::int64_t> machine;
+    EventLogFailure failure;
+    std::size_t items;
+  };
+  for (const Row& row : {
+           Row{"EventID=12", before, kNow, EventLogFailure::kNone, 0},
+           Row{"EventID=6005", before, kNow, EventLogFailure::kNone, 0},
+           Row{"EventID=1074", before, kNow, EventLogFailure::kNone, 0},
+           Row{"nothing", before, std::nullopt, EventLogFailure::kNone, 0},
+           Row{"nothing", before, before, EventLogFailure::kQuery, 0},
+           Row{"nothing", before, kNow, EventLogFailure::kNone, 1},
+           Row{"nothing", before, kNow, EventLogFailure::kQuery, 1},
+           Row{"EventID=12", kNow, before, EventLogFailure::kNone, 1},
+       }) {
+    SCOPED_TRACE(row.found);
+    const auto resolve = [start = Now()](std::int64_t time) { return time == kNow ? start : time; };
+    Log([&](const EventLogQuery& query) {
+      EXPECT_EQ(query.channel, "System");
+      EXPECT_EQ(query.limit, 1u);
+      if (query.xpath.find(row.found) != std::string::npos) return RecordAt(resolve(row.time), query);
+      return EventLogReading{.records = {}, .failure = row.failure, .error = 5};
+    });
+    BootAt(row.machine ? std::optional(resolve(*row.machine)) : std::nullopt);
+    EXPECT_EQ(Run().items.size(), row.items);
+  }
+  EXPECT_EQ(world_.logs.Count(L"the time of the last boot is not known"), 1u);
+  EXPECT_TRUE(world_.logs.Has(L"SystemBiosEventMonitor::GetLastbootTime, EvtQuery failed with 5l.\n"));
+}
+
+TEST_F(SystemBiosEventMonitorTest, DeviceInitFollowsItsContext) {
+  const Records records = Run(true, true);
+  ASSERT_EQ(records.items.size(), 3u);
+  EXPECT_EQ(records.items[0].item_name(), L"DeviceInit");
+  EXPECT_EQ(records.items[1].item_name(), L"ReadInfoPerBoot");
+  EXPECT_EQ(records.items[2].item_name(), L"DeviceInit");
+  ASSERT_EQ(records.contexts.size(), 2u);
+  EXPECT_EQ(records.items[0].dataset_context_id(), records.contexts[0].dataset_context_id());
+  EXPECT_EQ(records.items[2].dataset_context_id(), records.contexts[1].dataset_context_id());
+}
+
+TEST_F(SystemBiosEventMonitorTest, AMachineThatTellsNothingIsNotDescribed) {
+  world_.machine.Change([](SimulatedMachineState& state) { state.firmware = {}; });
+  const Records records = Run(true, true);
+  EXPECT_EQ(records.items.size() + records.contexts.size(), 0u);
+  EXPECT_TRUE(world_.logs.Has(L"nothing is logged"));
+}
+
+}  // namespace
