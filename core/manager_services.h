@@ -1,0 +1,30 @@
+// Everything that the manager is given to work with.
+#pragma once
+
+#include <functional>
+
+#include "client/bus/publisher_subscriber.h"
+#include "client/identity/machine_information.h"
+#include "client/identity/tvk_info.h"
+#include "client/policy/config_agent.h"
+#include "client/store/event_data_logging.h"
+#include "core/dataset_table.h"
+#include "core/user_process_agent.h"
+#include "platform/machine.h"
+#include "platform/runtime.h"
+
+/// References to the process's (or a simulated world's) services. All of them outlive the manager.
+struct ManagerServices {
+  platform::Runtime& runtime;
+  platform::Machine& machine;
+  TVK::EventDataLogging& store;
+  IConfigAgent& config;
+  TVKPublisherSubscriber& bus;
+  MachineInformation& machine_information;
+  RegionInformation& region_information;
+  TvkInfo& tvk_info;
+  const DatasetTable& datasets;
+  UserProcessAgent& user_process_agent;
+  /// The event that says that the region changed; null: nobody watches the region.
+  platform::Event* region_change_event = nullptr;
+};

@@ -1,0 +1,21 @@
+// The manager's view of the user agent's process.
+#pragma once
+
+#include "platform/waitable.h"
+
+/// Starts and ends "TVKUserAgent.exe" in the session of the logged-on user. Any thread.
+class UserProcessAgent {
+ public:
+  virtual ~UserProcessAgent() = default;
+
+  /// Whether the display dataset is collected in the user's session.
+  virtual void SetDataSetEnable(bool enable) = 0;
+
+  /// Starts the process, or sees to it that it runs. `stop_event`: the manager's; no start is tried once it is set.
+  /// `wait_for_user`: when nobody is logged on yet, start it at the next logon. False, with the reason logged, when it
+  /// cannot be started.
+  virtual bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) = 0;
+
+  /// Ends the process and returns when it is gone. `reason` is its exit code when it must be forced.
+  virtual void StopUserProcess(int reason) = 0;
+};

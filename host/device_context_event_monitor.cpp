@@ -1,0 +1,186 @@
+#include "host/device_context_event_monitor.h"
+
+#include <cstdint>
+
+#include "platform/registry_names.h"
+
+namespace names = Constants::Registry;
+using platform::SettingRoot;
+
+namespace {
+
+constexpr wchar_t kEventName[] = L"Global\\_liveeventDeviceContextEvent";
+
+}  // namespace
+
+DeviceContextEventMonitor::DeviceContextEventMonitor(platform::Runtime& runtime, platform::Machine& machine,
+                                                     MachineInformation& machine_information)
+    : runtime_(runtime),
+      machine_(machine),
+      machine_information_(machine_information),
+      country_codes_(machine),
+      started_(runtime.MakeEvent(platform::EventReset::kAuto)) {
+  if (TVK::utility::InitLog(log_, L"DeviceContextEventMonitor.log", 4)) {
+    log_.d(L"DeviceContextEventMonitor.initLog success");
+  }
+}
+
+DeviceContextEventMonitor::~DeviceContextEventMonitor() {
+  Stop();
+}
+
+void DeviceContextEventMonitor::Start() {
+  stop_requested_ = false;
+  worker_ = runtime_.StartThread("tvk-devcontext", [this] { Init(); });
+  runtime_.Wait(*started_, platform::kForever);
+}
+
+void DeviceContextEventMonitor::Stop() {
+  stop_requested_ = true;
+  if (registry_ != nullptr) registry_->Stop();
+  if (worker_.joinable()) runtime_.Join(worker_);
+  ready_ = false;
+  registry_ = nullptr;
+  region_change_event_ = nullptr;
+}
+
+void DeviceContextEventMonitor::Init() {
+  InitEvent();
+  MonitorRegistryFields();
+}
+
+void DeviceContextEventMonitor::InitEvent() {
+  constexpr wchar_t kThis[] = L"DeviceContextEventMonitor::InitEvent";
+  log_.d(L"%s: Entry", kThis);
+  // Only the service waits for it.
+  platform::NamedEventResult made =
+      runtime_.MakeNamedEvent(kEventName, platform::EventReset::kAuto, false, platform::EventAccess::kServiceOnly);
+  if (made.event == nullptr) log_.e(L"%s: \"%s\" cannot be made, error %d", kThis, kEventName, made.error);
+  region_change_event_ = std::move(made.event);
+  log_.d(L"%s: Exit %llu", kThis, reinterpret_cast<std::uintptr_t>(region_change_event_.get()));
+}
+
+void DeviceContextEventMonitor::MonitorRegistryFields() {
+  constexpr wchar_t kThis[] = L"DeviceContextEventMonitor::MonitorRegistryFields";
+  const auto guarded = [&](auto step) {
+    try {
+      return step();
+    } catch (...) {
+      log_.e(L"%s: exception while initializing and monitoring the global context variables.", kThis);
+      return false;
+    }
+  };
+  log_.d(L"%s Entry: ", kThis);
+  const bool watching = guarded([&] { return AddMonitors(); });
+  ready_ = watching;
+  started_->Set();
+  if (watching) {
+    guarded([&] {
+      WaitForChanges();
+      return true;
+    });
+  }
+}
+
+bool DeviceContextEventMonitor::AddMonitors() {
+  constexpr wchar_t kThis[] = L"DeviceContextEventMonitor::MonitorRegistryFields";
+  const std::lock_guard lock(values_mutex_);
+  key_values_.clear();
+  user_monitors_added_ = false;
+  registry_ = std::make_unique<TVK::CRegMonitor>(machine_, runtime_);
+  if (!registry_->Init()) {
+    log_.e(L"%s: the system does not let its settings be watched", kThis);
+    return false;
+  }
+  AddMonitor(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath, names::OSProductName);
+  AddMonitor(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath, names::WindowsCurrentVersion);
+  log_.d(L"%s: Added system related registry monitors.", kThis);
+  if (registry_->HasUser()) {
+    log_.d(L"%s: Added user related registry monitors.", kThis);
+    AddUserMonitors();
+  } else {
+    log_.d(L"%s: Failed to add user related registry monitors.", kThis);
+  }
+  return true;
+}
+
+void DeviceContextEventMonitor::AddUserMonitors() {
+  AddMonitor(SettingRoot::kCurrentUser, names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation);
+  AddMonitor(SettingRoot::kCurrentUser, names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName);
+  user_monitors_added_ = true;
+}
+
+void DeviceContextEventMonitor::AddMonitor(SettingRoot root, const wchar_t* path, const wchar_t* name) {
+  const int index = registry_->AddMonitorKey(root, path, name);
+  if (index < 0) {
+    log_.e(L"%s: %s\\%s cannot be watched, error %d", L"DeviceContextEventMonitor::AddMonitor", path, name, -index);
+    return;
+  }
+  std::wstring value;
+  GetKeyValueForMonitor(static_cast<unsigned long>(index), value);
+  key_values_.push_back(std::move(value));
+}
+
+bool DeviceContextEventMonitor::TryAddUserRelatedMonitors() {
+  if (!ready_) return false;
+  const std::lock_guard lock(values_mutex_);
+  if (user_monitors_added_) {
+    // Perhaps another user than the one before; what differs counts as a change.
+    registry_->FollowUser();
+    return true;
+  }
+  log_.d(L"%s: Added user related registry monitors on user logon.",
+         L"DeviceContextEventMonitor::TryAddUserRelatedMonitors");
+  AddUserMonitors();
+  return user_monitors_added_;
+}
+
+void DeviceContextEventMonitor::WaitForChanges() {
+  unsigned long index = 0;
+  while (registry_->WaitForChange(index) && !stop_requested_ && index != 0)
+    OnChange(index);
+}
+
+void DeviceContextEventMonitor::OnChange(unsigned long index) {
+  constexpr wchar_t kThis[] = L"DeviceContextEventMonitor::MonitorRegistryFields";
+  std::wstring value;
+  {
+    const std::lock_guard lock(values_mutex_);
+    if (index > key_values_.size()) return;
+    const unsigned long error = GetKeyValueForMonitor(index, value);
+    log_.d(L"%s: IN WaitForChange new keyValue %s , rtn %d", kThis, value, error);
+    if (error != 0 || key_values_[index - 1] == value) return;
+    log_.d(L"%s: Going to verify key values", kThis);
+    key_values_[index - 1] = value;
+  }
+  if (VerifyKeyValueForMonitor(index, value)) RaiseDeviceInfoChangedEvent();
+}
+
+unsigned long DeviceContextEventMonitor::GetKeyValueForMonitor(unsigned long index, std::wstring& value) {
+  constexpr std::size_t kLength = 8192 / sizeof(wchar_t);
+  value.clear();
+  wchar_t buffer[kLength] = {};
+  unsigned long size = sizeof buffer;
+  const int error =
+      registry_->GetKeyValue(static_cast<int>(index), reinterpret_cast<unsigned char*>(buffer), &size, nullptr);
+  if (error == 0) value = buffer;
+  return static_cast<unsigned long>(error);
+}
+
+bool DeviceContextEventMonitor::VerifyKeyValueForMonitor(unsigned long index, const std::wstring& value) const {
+  const std::wstring name = registry_->GetMonitorValueNameKey(static_cast<int>(index));
+  const std::wstring path = registry_->GetMonitorPathRunKey(static_cast<int>(index));
+  if (name == names::CountryCodeNation && path == names::CountryCodeInternationalGeoSubPath) {
+    return !country_codes_.ValidateCountryCodeKey(value).empty();
+  }
+  if (name == names::CountryCodeLocaleName && path == names::CountryCodeInternationalSubPath) {
+    return country_codes_.ValidateLocaleNameKey(value);
+  }
+  return true;
+}
+
+void DeviceContextEventMonitor::RaiseDeviceInfoChangedEvent() {
+  log_.d(L"%s: Setting event on region change", L"DeviceContextEventMonitor::RaiseDeviceInfoChangedEvent");
+  machine_information_.ReInitialize(true);
+  if (region_change_event_ != nullptr) region_change_event_->Set();
+}

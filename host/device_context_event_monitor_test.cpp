@@ -1,0 +1,156 @@
+#include "host/device_context_event_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/log_capture.h"
+
+namespace {
+
+using platform::SimulatedMachineState;
+
+class DeviceContextEventMonitorTest : public testing::Test {
+ protected:
+  // Whether the change raises the event.
+  bool RaisedBy(const std::function<void(SimulatedMachineState&)>& change) {
+    machine_.Change(change);
+    runtime_.Settle();
+    return runtime_.Wait(*monitor_.getRegionChangeEventHandle(), platform::milliseconds(0)) == 0;
+  }
+  bool RaisedByNation(const std::string& nation) {
+    return RaisedBy([&](SimulatedMachineState& state) { state.region.nation = nation; });
+  }
+  bool RaisedByLocale(const std::string& name) {
+    return RaisedBy([&](SimulatedMachineState& state) { state.region.locale_name = name; });
+  }
+
+  LogCapture log_;
+  platform::VirtualRuntime runtime_;
+  platform::SimulatedMachine machine_;
+  MachineInformation information_{machine_, runtime_.clock()};
+  DeviceContextEventMonitor monitor_{runtime_, machine_, information_};
+};
+
+TEST_F(DeviceContextEventMonitorTest, TrueChangesRaiseTheEventWithTheFactsAlreadyRefreshed) {
+  monitor_.Start();
+  EXPECT_TRUE(monitor_.IsReady());
+  EXPECT_EQ(information_.os_version(), L"1.0");
+  EXPECT_TRUE(RaisedBy([](auto& state) { state.system.version = "2.0"; }));
+  EXPECT_EQ(information_.os_version(), L"2.0");
+  EXPECT_TRUE(RaisedBy([](auto& state) { state.system.name = "Simulated OS Pro"; }));
+  EXPECT_TRUE(RaisedByNation("DE"));
+  EXPECT_TRUE(RaisedByLocale("de-DE"));
+  EXPECT_EQ(log_.Count(L"DeviceContextEventMonitor::RaiseDeviceInfoChangedEvent: Setting event on region change"), 4u);
+}
+
+TEST_F(DeviceContextEventMonitorTest, EqualValuesAndOtherFactsRaiseNothing) {
+  monitor_.Start();
+  EXPECT_FALSE(RaisedByNation("US"));
+  EXPECT_FALSE(RaisedBy([](auto& state) { state.system.update_title = "22H2"; }));
+  EXPECT_TRUE(log_.Has(L"IN WaitForChange new keyValue US , rtn 0"));
+  EXPECT_FALSE(log_.Has(L"Going to verify key values"));
+}
+
+TEST_F(DeviceContextEventMonitorTest, ImpossibleValuesAreStoredButNotSignalled) {
+  monitor_.Start();
+  EXPECT_FALSE(RaisedByNation("YY"));
+  EXPECT_FALSE(RaisedByNation("YY"));
+  EXPECT_EQ(log_.Count(L"Going to verify key values"), 1u);
+  EXPECT_TRUE(RaisedByNation("US")) << "back to the value before";
+  EXPECT_FALSE(RaisedByLocale("xx-DE"));
+  EXPECT_TRUE(RaisedByLocale("en-US"));
+}
+
+TEST_F(DeviceContextEventMonitorTest, AnEmptyRegionIsKeptAndAnEmptySystemIsSkipped) {
+  monitor_.Start();
+  EXPECT_FALSE(RaisedByNation(""));
+  EXPECT_TRUE(RaisedByNation("US")) << "the return of the region counts";
+  const auto system_version = [](std::string version) {
+    return [version](auto& state) { state.system.version = version; };
+  };
+  EXPECT_TRUE(RaisedBy(system_version("2.0")));
+  EXPECT_FALSE(RaisedBy(system_version("")));
+  EXPECT_TRUE(log_.Has(L"IN WaitForChange new keyValue  , rtn 2"));
+  EXPECT_FALSE(RaisedBy(system_version("2.0"))) << "nothing was stored meanwhile";
+}
+
+TEST_F(DeviceContextEventMonitorTest, UserSettingsAreWatchedOnceAUserLogsOn) {
+  machine_.Change([](auto& state) { state.logged_in_user.clear(); });
+  EXPECT_FALSE(monitor_.TryAddUserRelatedMonitors()) << "not started";
+  monitor_.Start();
+  EXPECT_TRUE(log_.Has(L"Failed to add user related registry monitors."));
+  EXPECT_FALSE(RaisedByNation("DE"));
+  EXPECT_TRUE(RaisedBy([](auto& state) { state.system.version = "2.0"; }));
+
+  EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
+  EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
+  EXPECT_EQ(log_.Count(L"Added user related registry monitors on user logon."), 1u);
+  EXPECT_FALSE(RaisedByNation("DE"));
+  EXPECT_TRUE(RaisedByNation("FR"));
+  EXPECT_EQ(log_.Count(L"Setting event on region change"), 2u) << "each setting is watched once";
+}
+
+TEST_F(DeviceContextEventMonitorTest, StopsInEveryStateAndStartsAgain) {
+  monitor_.Stop();
+  EXPECT_EQ(monitor_.getRegionChangeEventHandle(), nullptr);
+  for (int round = 0; round < 2; ++round) {
+    monitor_.Start();
+    EXPECT_EQ(runtime_.Threads().size(), 1u);
+    EXPECT_TRUE(runtime_.OpenNamedEvent(L"Global\\_liveeventDeviceContextEvent").event);
+    EXPECT_TRUE(RaisedByNation(round == 0 ? "DE" : "FR"));
+    monitor_.Stop();
+    EXPECT_FALSE(monitor_.IsReady());
+    EXPECT_TRUE(runtime_.Threads().empty());
+    EXPECT_FALSE(runtime_.OpenNamedEvent(L"Global\\_liveeventDeviceContextEvent").event);
+  }
+  monitor_.Stop();
+}
+
+TEST_F(DeviceContextEventMonitorTest, SleepsWhileNothingChanges) {
+  monitor_.Start();
+  runtime_.Settle();
+  const std::uint64_t before = runtime_.WakeUps();
+  runtime_.AdvanceBy(std::chrono::hours(24));
+  EXPECT_EQ(runtime_.WakeUps(), before);
+}
+
+TEST_F(DeviceContextEventMonitorTest, ChangesLogonsAndStopMayMeet) {
+  machine_.Change([](auto& state) { state.logged_in_user.clear(); });
+  monitor_.Start();
+  std::thread changes = runtime_.StartThread("changes", [&] {
+    for (int i = 0; i < 200; ++i)
+      machine_.Change([&](auto& state) { state.system.version = std::to_string(i); });
+  });
+  for (int i = 0; i < 50; ++i)
+    EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
+  monitor_.Stop();
+  runtime_.Join(changes);
+  EXPECT_TRUE(runtime_.Threads().empty());
+}
+
+TEST(RegMonitorTest, TellsTheSizeThatAValueNeeds) {
+  platform::VirtualRuntime runtime;
+  platform::SimulatedMachine machine;
+  TVK::CRegMonitor monitor(machine, runtime);
+  ASSERT_TRUE(monitor.Init());
+  EXPECT_LT(monitor.AddMonitorKey(platform::SettingRoot::kCurrentUser, L"Control Panel", L"Nation"), 0);
+  const int index =
+      monitor.AddMonitorKey(platform::SettingRoot::kCurrentUser, L"Control Panel\\International", L"LocaleName");
+  ASSERT_EQ(index, 1);
+  EXPECT_EQ(monitor.GetMonitorValueNameKey(index), L"LocaleName");
+  EXPECT_EQ(monitor.GetMonitorPathRunKey(index), L"Control Panel\\International");
+  EXPECT_EQ(monitor.GetMonitorPathRunKey(2), L"");
+  wchar_t buffer[6] = {};
+  auto* const bytes = reinterpret_cast<unsigned char*>(buffer);
+  unsigned long size = sizeof buffer - 1;
+  unsigned long type = 0;
+  EXPECT_EQ(monitor.GetKeyValue(index, bytes, &size, &type), 234);
+  EXPECT_EQ(size, sizeof buffer);
+  EXPECT_EQ(monitor.GetKeyValue(index, bytes, &size, &type), 0);
+  EXPECT_STREQ(buffer, L"en-US");
+  EXPECT_EQ(type, 1u);
+  EXPECT_NE(monitor.GetKeyValue(2, bytes, &size, &type), 0);
+}
+
+}  // namespace
