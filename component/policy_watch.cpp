@@ -1,0 +1,84 @@
+#include "component/policy_watch.h"
+
+#include <utility>
+
+#include "platform/files.h"
+
+std::string ProblemLine(const std::filesystem::path& file, const PolicyProblem& problem) {
+  return platform::PathToUtf8(file) + ": " + (problem.path.empty() ? "" : problem.path + ": ") + problem.message;
+}
+
+PolicyWatch::PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, TVKPublisherSubscriber& bus, Files files,
+                         std::function<void(const std::string& line)> remarks)
+    : runtime_(runtime),
+      agent_(agent),
+      bus_(bus),
+      files_(std::move(files)),
+      remarks_(std::move(remarks)),
+      stop_(runtime.MakeEvent(platform::EventReset::kManual)),
+      told_(runtime.MakeEvent(platform::EventReset::kAuto)) {
+  TVK::utility::InitLog(log_, L"PolicyWatch.log", 4);
+}
+
+PolicyWatch::~PolicyWatch() {
+  watcher_ = nullptr;
+  stop_->Set();
+  if (thread_.joinable()) runtime_.Join(thread_);
+}
+
+std::string PolicyWatch::Start() {
+  thread_ = runtime_.StartThread("tvk-policy", [this] { Run(); });
+  std::string problem;
+  watcher_ = platform::FileWatcher::Watch(
+      runtime_, {files_.telemetry_policy, files_.tvk_policy}, [this] { told_->Set(); }, &problem);
+  return watcher_ != nullptr ? std::string() : "the policy files are not watched: " + problem;
+}
+
+void PolicyWatch::Run() {
+  platform::Waitable* const objects[] = {stop_.get(), told_.get()};
+  while (runtime_.WaitAny(objects, platform::kForever) == 1) {
+    WaitForQuiet();
+    Load();
+  }
+}
+
+void PolicyWatch::WaitForQuiet() {
+  platform::Waitable* const objects[] = {stop_.get(), told_.get()};
+  const platform::SteadyTime latest = runtime_.clock().Steady() + kLongest;
+  while (runtime_.clock().Steady() < latest && runtime_.WaitAny(objects, kQuiet) == 1) {
+  }
+}
+
+void PolicyWatch::Remark(const std::filesystem::path& file, const PolicyLoad& load, bool& refused) const {
+  const bool mended = std::exchange(refused, !load.accepted) && load.accepted;
+  if (!remarks_ || (load.accepted && !load.changed && !mended)) return;
+  for (const PolicyProblem& problem : load.problems)
+    remarks_(ProblemLine(file, problem));
+  remarks_(platform::PathToUtf8(file) + ": " +
+           (load.accepted ? "is in force now" : "cannot be used; the policy before it stays in force"));
+}
+
+void PolicyWatch::Load() {
+  constexpr int kPolicyTopic = 4;
+  constexpr int kTelemetryPolicyChanged = 14;
+  constexpr int kTvkPolicyChanged = 18;
+  TvkPolicy before;
+  agent_.GetTvkPolicy(before);
+  const PolicyLoad tvk = agent_.LoadTvkPolicy();
+  const PolicyLoad telemetry = agent_.LoadTelemetryPolicy();
+  Remark(files_.tvk_policy, tvk, tvk_refused_);
+  Remark(files_.telemetry_policy, telemetry, telemetry_refused_);
+  TvkPolicy now;
+  agent_.GetTvkPolicy(now);
+  const std::wstring payload =
+      MakeTvkPolicyPayload(now.device_path, now.device_subscription, now.device_path != before.device_path);
+  // First: a consent that was withdrawn counts for whatever the other change brings.
+  if (telemetry.changed) {
+    log_.i(L"the telemetry policy changed");
+    bus_.Publish(TVKNotificationData(kPolicyTopic, kTelemetryPolicyChanged, payload));
+  }
+  if (tvk.changed) {
+    log_.i(L"the client policy changed");
+    bus_.Publish(TVKNotificationData(kPolicyTopic, kTvkPolicyChanged, payload));
+  }
+}

@@ -1,0 +1,79 @@
+#include "component/user_process.h"
+
+#include "client/text/string.h"
+
+using TVK::String;
+
+namespace {
+
+constexpr wchar_t kProgram[] = L"TVKUserAgent.exe";
+constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
+
+}  // namespace
+
+UserProcess::UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder)
+    : runtime_(runtime), program_(folder / kProgram) {
+  TVK::utility::InitLog(log_, L"UserProcessAgent.log", 4);
+}
+
+UserProcess::~UserProcess() {
+  StopUserProcess(0);
+}
+
+void UserProcess::SetDataSetEnable(bool enable) {
+  log_.i(L"the display dataset is %s", enable ? L"enabled" : L"disabled");
+  const std::lock_guard lock(mutex_);
+  enabled_ = enable;
+}
+
+bool UserProcess::Start() {
+  if (process_ != nullptr && !process_->WaitForEnd(std::chrono::milliseconds(0))) return true;
+  process_ = nullptr;
+  platform::NamedEventResult made =
+      runtime_.MakeNamedEvent(kStopEvent, platform::EventReset::kManual, false, platform::EventAccess::kSessionUsers);
+  if (made.event == nullptr) {
+    log_.e(L"%s cannot be made: error %d", kStopEvent, made.error);
+    return false;
+  }
+  // Whoever held the event before us may have left it set, which would end the new process at once.
+  made.event->Reset();
+  platform::SessionProcessStart start = platform::StartInUserSession(program_, {});
+  waiting_for_user_ = waiting_for_user_ && start.nobody_logged_on;
+  if (start.process == nullptr) {
+    log_.e(L"the user agent is not started: %s", String::UTF8ToUTF16(start.problem));
+    return waiting_for_user_;
+  }
+  log_.i(L"%s runs", kProgram);
+  process_ = std::move(start.process);
+  stop_event_ = std::move(made.event);
+  return true;
+}
+
+bool UserProcess::StartUserProcess(platform::Event& stop_event, bool wait_for_user) {
+  if (runtime_.Wait(stop_event, std::chrono::milliseconds(0)) == 0) {
+    stop_event.Set();  // it is consumed by looking, and others wait for it
+    return false;
+  }
+  const std::lock_guard lock(mutex_);
+  waiting_for_user_ = wait_for_user;
+  return Start();
+}
+
+void UserProcess::OnUserLogon() {
+  const std::lock_guard lock(mutex_);
+  if (enabled_ && waiting_for_user_) Start();
+}
+
+void UserProcess::StopUserProcess(int reason) {
+  const std::lock_guard lock(mutex_);
+  waiting_for_user_ = false;
+  if (process_ == nullptr) return;
+  stop_event_->Set();
+  if (!process_->WaitForEnd(kPatience)) {
+    log_.e(L"%s did not end by itself", kProgram);
+    process_->Kill(static_cast<std::uint32_t>(reason));
+    process_->WaitForEnd(kPatience);
+  }
+  process_ = nullptr;
+  stop_event_ = nullptr;
+}

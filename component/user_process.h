@@ -1,0 +1,45 @@
+// The user agent's process in the session of the logged-on user.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+
+#include "client/log/log.h"
+#include "core/user_process_agent.h"
+#include "platform/runtime.h"
+#include "platform/session_process.h"
+
+/// Starts "TVKUserAgent.exe", which lies beside the service's program, and ends it through the event
+/// "Global\TvkUserAgentStopEvent". A process that ended by itself is started again when it is next asked for.
+class UserProcess final : public UserProcessAgent {
+ public:
+  /// How long the user agent may take to end before it is ended.
+  static constexpr std::chrono::milliseconds kPatience{3000};
+
+  /// `runtime` must outlive the object. `folder`: where the program lies.
+  UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder);
+  /// As StopUserProcess.
+  ~UserProcess() override;
+  UserProcess(const UserProcess&) = delete;
+  UserProcess& operator=(const UserProcess&) = delete;
+
+  void SetDataSetEnable(bool enable) override;
+  bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) override;
+  void StopUserProcess(int reason) override;
+
+  /// A user logged on: starts what was waiting for one.
+  void OnUserLogon();
+
+ private:
+  bool Start();  // with mutex_ held
+
+  platform::Runtime& runtime_;
+  const std::filesystem::path program_;
+  TVK::Log log_;
+  std::mutex mutex_;  ///< Guards what follows.
+  bool enabled_ = false;
+  bool waiting_for_user_ = false;
+  std::unique_ptr<platform::Event> stop_event_;  ///< Held while a process runs: the process opens it by its name.
+  std::unique_ptr<platform::SessionProcess> process_;
+};

@@ -1,0 +1,76 @@
+// Setting the component up inside a host process, before EventManager::GetInstance is first called.
+//
+//   TVK::Component::Open(options, observer);
+//   EventManager* manager = EventManager::GetInstance(handle);
+//   manager->Initialize(TVK::Component::device_id_agent());
+//   manager->InitAndStartEventMonitors();
+//   ...
+//   manager->Stop();
+//   TVK::Component::Close();
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "tvk/device_id_agent.h"
+#include "tvk/export.h"
+
+namespace TVK {
+
+/// Where the component's things are; an empty path stands for the default place (docs/building.md lists them).
+struct ComponentOptions {
+  std::filesystem::path policy_file;  ///< The client policy is "client-policy.json" in the same folder.
+  std::filesystem::path data_folder;  ///< Holds the store "records.db"; made, for the service's account alone.
+  std::filesystem::path log_folder;   ///< Made likewise.
+  std::filesystem::path sysroot;      ///< Linux: folder below which the machine's files are read.
+};
+
+enum class ComponentOutcome {
+  kReady,
+  kWrongConfiguration,  ///< A policy or a folder cannot be used.
+  kFailed,              ///< The system refused something.
+};
+
+struct ComponentResult {
+  ComponentOutcome outcome = ComponentOutcome::kReady;
+  std::string message;  ///< UTF-8, one line a problem; empty when ready without a remark.
+};
+
+/// Is told of each record after it was committed, as a line for a terminal (UTF-8, with its line feed). Called on the
+/// thread that wrote the record; must not block for long.
+using RecordObserver = std::function<void(const std::string& line)>;
+
+/// Is told what became of a policy file that changed while the component runs: a line a problem, with the file and the
+/// path in the document, and a line when a policy came into force. UTF-8, without a line feed. Called on a thread of
+/// the component; must not block for long.
+using RemarkObserver = std::function<void(const std::string& line)>;
+
+/// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy
+/// and OnUserLogon, which any thread may call.
+class TVK_EXPORT Component {
+ public:
+  /// Opens folders, logs, policy and store, and starts to watch the policy files. Once in a process.
+  static ComponentResult Open(const ComponentOptions& options, RecordObserver observer = {},
+                              RemarkObserver remarks = {});
+
+  /// The component's own identity agent; null before Open. Valid until Close.
+  static DeviceIdAgent* device_id_agent();
+
+  /// Reads the policy files again, soon and on a thread of the component; what changed goes to the event manager. The
+  /// files are watched anyway: this is for systems that cannot watch them, and for SIGHUP.
+  static void RereadPolicy();
+
+  /// A user has logged on at this machine: that one's region is watched from now on. For SERVICE_CONTROL_SESSIONCHANGE
+  /// with WTS_SESSION_LOGON, and once when the service has begun to accept it; nothing happens while nobody is logged
+  /// on. Systems whose region is the same for everybody need not call it.
+  static void OnUserLogon();
+
+  /// The names of the columns of the observer's lines.
+  static std::string RecordHeader();
+
+  /// Ends every thread of the component. The manager must have been stopped.
+  static void Close();
+};
+
+}  // namespace TVK
