@@ -1,0 +1,9 @@
+// The exit codes of our programs; each program's --help lists them.
+#pragma once
+
+enum ExitCode : int {
+  kExitOk = 0,
+  kExitWrongCommandLine = 1,
+  kExitWrongConfiguration = 2,  ///< Configuration or another input cannot be used as it is.
+  kExitFailed = 3,              ///< Failure while running.
+};

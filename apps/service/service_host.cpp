@@ -1,0 +1,178 @@
+#include "apps/service/service_host.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <iostream>
+
+#include "apps/service/console_output.h"
+#include "client/text/string.h"
+#include "platform/local.h"
+#include "platform/process_host.h"
+#include "platform/runtime.h"
+#include "platform/service_control.h"
+#include "platform/this_program.h"
+#include "tvk/event_manager.h"
+
+using TVK::String;
+
+namespace {
+
+// Codes of the service manager that the component is told of by a name of its own.
+constexpr unsigned long kSessionChange = 14;  // SERVICE_CONTROL_SESSIONCHANGE
+constexpr unsigned long kSessionLogon = 5;    // WTS_SESSION_LOGON
+
+/// The component, open for as long as the object lives.
+class OpenComponent {
+ public:
+  explicit OpenComponent(const ServiceOptions& options, TVK::RecordObserver observer = {},
+                         TVK::RemarkObserver remarks = {})
+      : result_(TVK::Component::Open(options.component, std::move(observer), std::move(remarks))) {}
+  ~OpenComponent() { TVK::Component::Close(); }
+  OpenComponent(const OpenComponent&) = delete;
+  OpenComponent& operator=(const OpenComponent&) = delete;
+
+  const std::string& message() const { return result_.message; }
+  int exit_code() const {
+    switch (result_.outcome) {
+      case TVK::ComponentOutcome::kReady:
+        return kExitOk;
+      case TVK::ComponentOutcome::kWrongConfiguration:
+        return kExitWrongConfiguration;
+      case TVK::ComponentOutcome::kFailed:
+        return kExitFailed;
+    }
+    return kExitFailed;
+  }
+
+ private:
+  const TVK::ComponentResult result_;
+};
+
+std::string StateText(const platform::ServiceReport& report) {
+  switch (report.state) {
+    case platform::ServiceState::kNotInstalled:
+      return "not installed";
+    case platform::ServiceState::kStopped:
+      return "stopped, exit code " + std::to_string(report.exit_code);
+    case platform::ServiceState::kStartPending:
+      return "starting";
+    case platform::ServiceState::kRunning:
+      return "running, process " + std::to_string(report.process_id);
+    case platform::ServiceState::kStopPending:
+      return "stopping";
+    case platform::ServiceState::kOther:
+      return "paused";
+  }
+  return "unknown";
+}
+
+EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
+  EventManager* const manager = EventManager::GetInstance(handle);
+  manager->Initialize(TVK::Component::device_id_agent());
+  manager->InitAndStartEventMonitors();
+  return manager;
+}
+
+// From the opened component to its end; the exit code.
+int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOptions& options, ConsoleOutput& output) {
+  TVK::RecordObserver show;
+  TVK::RemarkObserver complain;
+  if (options.console) {
+    show = [&](const std::string& line) { output.Show(line); };
+    complain = [&](const std::string& line) { output.Complain(line); };
+  }
+  OpenComponent component(options, show, complain);
+  if (!component.message().empty()) output.Complain(component.message());
+  if (component.exit_code() != kExitOk) return component.exit_code();
+  if (options.console) output.Show(TVK::Component::RecordHeader());
+  EventManager* const manager = StartManager(nullptr);
+  platform::NotifyServiceManager("READY=1");
+  runtime.Wait(stop, options.run_for.value_or(platform::kForever));
+  platform::NotifyServiceManager("STOPPING=1");
+  manager->Stop();
+  return kExitOk;
+}
+
+}  // namespace
+
+int RunInProcess(const ServiceOptions& options) {
+  const auto runtime = platform::MakeRealRuntime({});
+  const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
+  // Before any other thread starts: they inherit how the signals are dealt with. Until the output has ended, too.
+  const auto interrupts = platform::InterruptWatcher::Start({.stop = [&] { stop->Set(); },
+                                                             .reload = [] { TVK::Component::RereadPolicy(); },
+                                                             .ends_with_terminal = options.console});
+  ConsoleOutput output;
+  const int exit_code = RunUntil(*stop, *runtime, options, output);
+  // Everything but the output has ended properly by now.
+  if (!output.Finish()) std::_Exit(exit_code);
+  return exit_code;
+}
+
+std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
+  const auto runtime = platform::MakeRealRuntime({});
+  const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
+  // Controls that come before the manager is there have nobody to go to.
+  std::atomic<EventManager*> running = nullptr;
+  platform::ServiceProgram program;
+  program.main = [&](platform::ServiceSession& session) {
+    OpenComponent component(options);
+    if (component.exit_code() != kExitOk) return component.exit_code();
+    EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
+    running = manager;
+    session.ReportRunning();
+    TVK::Component::OnUserLogon();  // whoever logged on before that was told to nobody
+    runtime->Wait(*stop, options.run_for.value_or(platform::kForever));
+    session.ReportStopping(std::chrono::seconds(5));
+    manager->Stop();
+    return static_cast<int>(kExitOk);
+  };
+  program.control = [&](unsigned long control, unsigned long event_type, void* event_data, void* context) {
+    EventManager* const manager = running;
+    if (manager != nullptr && control == kSessionChange && event_type == kSessionLogon) TVK::Component::OnUserLogon();
+    return manager == nullptr ? 0 : manager->OnServiceControlHandle(control, event_type, event_data, context);
+  };
+  program.stop = [&] { stop->Set(); };
+  const platform::ServiceRun run = platform::RunServiceProgram(program);
+  if (!run.served) return std::nullopt;
+  return run.exit_code;
+}
+
+int ControlService(const ServiceOptions& options, const std::vector<std::string>& arguments) {
+  constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(30);
+  std::string problem;
+  switch (options.command) {
+    case ServiceCommand::kInstall: {
+      platform::ServiceInstallation installation;
+      installation.program = platform::ThisProgram();
+      // The service gets the options that stand on this command line, without the word "install".
+      for (const std::string& argument : arguments) {
+        if (argument != "install") installation.arguments.push_back(String::UTF8ToUTF16(argument));
+      }
+      installation.display_name = L"TVK client service";
+      installation.description = L"Collects the device telemetry that the telemetry policy asks for.";
+      problem = platform::InstallService(installation);
+      break;
+    }
+    case ServiceCommand::kUninstall:
+      problem = platform::UninstallService(kPatience);
+      break;
+    case ServiceCommand::kStart:
+      problem = platform::LaunchService({}, kPatience);
+      break;
+    case ServiceCommand::kStop:
+      problem = platform::HaltService(kPatience);
+      break;
+    case ServiceCommand::kStatus: {
+      const platform::ServiceReport report = platform::ReadServiceReport();
+      problem = report.problem;
+      if (problem.empty()) std::cout << StateText(report) << '\n';
+      break;
+    }
+    case ServiceCommand::kRun:
+      break;
+  }
+  if (problem.empty()) return kExitOk;
+  std::cerr << problem << '\n';
+  return kExitFailed;
+}

@@ -1,0 +1,236 @@
+#include "apps/tvkctl/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <utility>
+
+#include "apps/empty_values.h"
+#include "apps/exit_code.h"
+#include "apps/tvkctl/inspect_commands.h"
+#include "apps/tvkctl/policy_commands.h"
+#include "apps/tvkctl/records_command.h"
+#include "client/identity/machine_information.h"
+#include "client/identity/tvk_info.h"
+#include "client/text/string.h"
+#include "component/component_datasets.h"
+#include "platform/files.h"
+#include "platform/local.h"
+#include "platform/process_host.h"
+
+namespace tvkctl {
+namespace {
+
+constexpr char kDescription[] = "Shows the event records, checks and applies telemetry policies, inspects the machine.";
+constexpr char kFooter[] =
+    "Exit codes: 0 done, 1 wrong command line, 2 wrong configuration or input (no store, a policy with mistakes, a "
+    "file\n"
+    "that is no SMBIOS table), 3 failure while running.\n"
+    "tvkctl COMMAND --help tells the options of a command.";
+
+/// Options as they stand on the command line, in UTF-8.
+struct Texts {
+  std::string data_folder;
+  std::string kind, dataset, since, format = "table";
+  std::optional<std::uint64_t> limit;
+  bool follow = false;
+  std::string policy_file, scope, target;
+  std::string smbios_file, sysroot;
+  bool json = false;
+};
+
+/// What one run works with. The machine is opened by the commands that ask it.
+class Run {
+ public:
+  Run(const Texts& texts, std::ostream& out, std::ostream& errors)
+      : texts_(texts), out_(out), errors_(errors), runtime_(platform::MakeRealRuntime({})) {}
+
+  int Records() const {
+    RecordsOptions options;
+    options.data_dir = texts_.data_folder.empty() ? platform::GetDefaultPlaces().data_folder
+                                                  : platform::PathFromUtf8(texts_.data_folder);
+    if (texts_.kind == "item") options.kind = TVK::RecordKind::kItem;
+    if (texts_.kind == "dataset") options.kind = TVK::RecordKind::kDataset;
+    if (texts_.kind == "device") options.kind = TVK::RecordKind::kDevice;
+    if (texts_.format == "json") options.format = RecordFormat::kJson;
+    if (texts_.format == "csv") options.format = RecordFormat::kCsv;
+    options.dataset = texts_.dataset;
+    options.since = texts_.since;
+    options.limit = texts_.limit;
+    options.follow = texts_.follow;
+    if (!options.follow) return RunRecords(options, *runtime_, out_, errors_, nullptr);
+    const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
+    const auto interrupts = platform::InterruptWatcher::Start({.stop = [&] { stop->Set(); }, .reload = {}});
+    return RunRecords(options, *runtime_, out_, errors_, stop.get());
+  }
+
+  int PolicyCheck() const {
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    CPUInfo cpu_info(*machine);
+    PolicyCheckOptions options;
+    options.file = platform::PathFromUtf8(texts_.policy_file);
+    if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
+    options.json = texts_.json;
+    options.device = MachineInformation(*machine, runtime_->clock()).traits();
+    return RunPolicyCheck(options, MakeComponentDatasets(cpu_info), out_, errors_);
+  }
+
+  int PolicySchema() const { return RunPolicySchema(out_); }
+
+  int PolicyApply() const {
+    const std::filesystem::path target =
+        texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
+    return RunPolicyApply(platform::PathFromUtf8(texts_.policy_file), target, out_, errors_);
+  }
+
+  using Inspection = int (*)(const InspectOptions&, platform::Machine&, std::ostream&, std::ostream&);
+  int Inspect(Inspection inspection) const {
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    return inspection({platform::PathFromUtf8(texts_.smbios_file), texts_.json}, *machine, out_, errors_);
+  }
+
+ private:
+  /// This machine or the recorded one; null, and a line, when there is no such folder or no way to read one.
+  std::unique_ptr<platform::Machine> OpenMachine() const {
+    platform::LocalMachineOptions options;
+    if (!texts_.sysroot.empty()) options.sysroot = platform::PathFromUtf8(texts_.sysroot);
+    std::error_code failure;
+    if (!std::filesystem::is_directory(options.sysroot, failure)) {
+      errors_ << "tvkctl: " << texts_.sysroot << ": there is no such folder\n";
+      return nullptr;
+    }
+    try {
+      return platform::OpenLocalMachine(options, runtime_->clock());
+    } catch (const std::invalid_argument& problem) {
+      errors_ << "tvkctl: " << problem.what() << '\n';
+      return nullptr;
+    }
+  }
+
+  const Texts& texts_;
+  std::ostream& out_;
+  std::ostream& errors_;
+  const std::unique_ptr<platform::Runtime> runtime_;
+};
+
+// Decimal whatever its zeros in front say to other readers; nothing when it is no number from 0 to 2^64-1.
+std::optional<std::uint64_t> ParseCount(std::string_view text) {
+  std::uint64_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return count;
+}
+
+using Work = std::function<int(const Run&)>;
+
+void AddRecords(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const records = app.add_subcommand("records", "Show the records of the event store, oldest first");
+  records->add_option("--kind", texts.kind, "Only records of this kind: item, dataset or device")
+      ->type_name("KIND")
+      ->check(CLI::IsMember({"item", "dataset", "device"}).description(""));
+  records->add_option("--dataset", texts.dataset, "Only records of this dataset, such as CPUEvent")->type_name("NAME");
+  records->add_option("--since", texts.since, "Only records from then on: 30m, 2h, 1d, or 2026-01-31T09:05:00")
+      ->type_name("TIME");
+  records
+      ->add_option_function<std::string>(
+          "--limit",
+          [&texts](const std::string& text) {
+            texts.limit = ParseCount(text);
+            if (!texts.limit) throw CLI::ValidationError("--limit", '"' + text + "\" is no count; examples: 0, 20");
+          },
+          "Only the newest so many")
+      ->type_name("COUNT");
+  records->add_flag("--follow", texts.follow, "Go on with the records that come, until Ctrl-C");
+  records->add_option("--format", texts.format, "table (the default), json (one object a line) or csv")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"table", "json", "csv"}).description(""));
+  records->callback([&work] { work = &Run::Records; });
+}
+
+void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const policy = app.add_subcommand("policy", "Check and apply telemetry policies");
+  policy->require_subcommand(0, 1);
+  const auto add_file = [&texts](CLI::App* command) {
+    command->add_option("FILE", texts.policy_file, "The policy, a JSON document")->required()->type_name("");
+  };
+  CLI::App* const check = policy->add_subcommand("check", "Say what a policy means on this machine, and its mistakes");
+  add_file(check);
+  check->add_option("--scope", texts.scope, "Check for this scope, not the policy's: none, basic, enhance or full")
+      ->type_name("SCOPE");
+  check->add_flag("--json", texts.json, "One JSON object");
+  check->callback([&work] { work = &Run::PolicyCheck; });
+  policy->add_subcommand("schema", "Print the JSON Schema of policies")->callback([&work] {
+    work = &Run::PolicySchema;
+  });
+  CLI::App* const apply = policy->add_subcommand("apply", "Check a policy and put it in force");
+  add_file(apply);
+  apply
+      ->add_option("--policy", texts.target,
+                   "The service's policy file, which is replaced; by default /etc/tvk/policy.json, on Windows "
+                   "%ProgramData%\\TVK\\policy.json")
+      ->type_name("TARGET");
+  apply->callback([&work] { work = &Run::PolicyApply; });
+}
+
+void AddInspect(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const inspect = app.add_subcommand("inspect", "Show what the collectors read from the machine");
+  inspect->require_subcommand(0, 1);
+  const auto add = [&](const char* name, const char* help, Run::Inspection inspection) {
+    CLI::App* const command = inspect->add_subcommand(name, help);
+    command->add_option("--sysroot", texts.sysroot, "Read a recorded machine's files below this folder (Linux)")
+        ->type_name("DIR");
+    command->add_flag("--json", texts.json, "One JSON object");
+    command->callback([&work, inspection] { work = [inspection](const Run& run) { return run.Inspect(inspection); }; });
+    return command;
+  };
+  const auto add_smbios = [&texts](CLI::App* command) {
+    command
+        ->add_option("--smbios", texts.smbios_file,
+                     "Decode this SMBIOS table: a file of dmidecode --dump-bin, or a raw RSMB table")
+        ->type_name("FILE")
+        ->excludes("--sysroot");
+  };
+  add("cpu", "The processors' facts; cache sizes in bytes", RunInspectCpu);
+  add_smbios(add("memory", "The memory modules and the machine's totals", RunInspectMemory));
+  add_smbios(add("firmware", "BIOS, system and baseboard; serial numbers hashed", RunInspectFirmware));
+}
+
+}  // namespace
+
+int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& errors) {
+  Texts texts;
+  Work work;
+  CLI::App app(kDescription, "tvkctl");
+  app.footer(kFooter);
+  app.fallthrough();  // --data-dir may stand behind the command, too
+  app.require_subcommand(0, 1);
+  app.set_version_flag("--version", "tvkctl " + TVK::String::UTF16ToUTF8(TvkInfo({}).GetVersion()));
+  app.add_option("--data-dir", texts.data_folder,
+                 "Folder of the event store, which records reads; by default /var/lib/tvk, on Windows "
+                 "%ProgramData%\\TVK\\data")
+      ->type_name("DIR");
+  AddRecords(app, texts, work);
+  AddPolicy(app, texts, work);
+  AddInspect(app, texts, work);
+  RefuseEmptyValues(app);
+
+  std::ranges::reverse(arguments);  // as CLI11 takes them
+  try {
+    app.parse(std::move(arguments));
+  } catch (const CLI::ParseError& failure) {
+    return app.exit(failure, out, errors) == 0 ? kExitOk : kExitWrongCommandLine;
+  }
+  if (!work) {
+    errors << "tvkctl: a command is missing; --help lists the commands\n";
+    return kExitWrongCommandLine;
+  }
+  const int exit_code = work(Run(texts, out, errors));
+  return out.flush() || exit_code != kExitOk ? exit_code : kExitFailed;
+}
+
+}  // namespace tvkctl

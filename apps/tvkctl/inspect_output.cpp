@@ -1,0 +1,51 @@
+#include "apps/tvkctl/inspect_output.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <ostream>
+
+#include "client/text/string.h"
+
+namespace tvkctl {
+namespace {
+
+/// One cell of a hostile table may be of a megabyte; padding every row to it would make gigabytes.
+constexpr std::size_t kWidestColumn = 64;
+constexpr std::size_t kGap = 2;
+
+bool IsControl(wchar_t character) {
+  return character < 0x20 || (character >= 0x7F && character < 0xA0);
+}
+
+}  // namespace
+
+void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostream& out) {
+  std::vector<std::size_t> widths;
+  for (const auto& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (std::size_t i = 0; i < row.size(); ++i)
+      widths[i] = std::max(widths[i], std::min(row[i].size(), kWidestColumn));
+  }
+  for (const auto& row : rows) {
+    std::wstring line;
+    std::size_t column_start = 0;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (i > 0) line.resize(std::max(column_start, line.size() + kGap), L' ');
+      line += row[i];
+      column_start += widths[i] + kGap;
+    }
+    std::ranges::replace_if(line, IsControl, L'.');
+    line.erase(line.find_last_not_of(L' ') + 1);
+    out << TVK::String::UTF16ToUTF8(line) << '\n';
+  }
+}
+
+void WriteJsonLine(const Json::Value& value, std::ostream& out) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  out << Json::writeString(builder, value) << '\n';
+}
+
+}  // namespace tvkctl

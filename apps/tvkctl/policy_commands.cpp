@@ -1,0 +1,166 @@
+#include "apps/tvkctl/policy_commands.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <iomanip>
+#include <ostream>
+#include <system_error>
+
+#include "apps/exit_code.h"
+#include "client/policy/policy_apply.h"
+#include "client/text/string.h"
+#include "platform/files.h"
+
+namespace {
+
+std::string Utf8(const std::wstring& text) {
+  return TVK::String::UTF16ToUTF8(text);
+}
+
+// A file's name may be any bytes, but what is shown is UTF-8.
+std::string WellFormed(const std::string& text) {
+  return Utf8(TVK::String::UTF8ToUTF16(text));
+}
+
+std::string Shown(const std::filesystem::path& file) {
+  return WellFormed(platform::PathToUtf8(file));
+}
+
+// The content of a policy file, or nothing and a problem that names the file.
+std::optional<std::string> ReadPolicyFile(const std::filesystem::path& file, std::string& problem) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(file, ignored)) {
+    problem = Shown(file) + ": this is a folder, not a policy file";
+    return std::nullopt;
+  }
+  std::optional<std::string> text = platform::ReadWholeFile(file, kPolicySizeLimit, &problem);
+  problem = WellFormed(problem);
+  return text;
+}
+
+void WriteProblem(const PolicyProblem& problem, std::ostream& out) {
+  out << (problem.fatal ? "  fatal  " : "  error  ");
+  if (!problem.path.empty()) out << problem.path << ": ";
+  out << problem.message << '\n';
+}
+
+void WriteSetting(const SettingReading& setting, std::ostream& out) {
+  out << "                " << std::left << std::setw(25) << Utf8(setting.key) << ' ' << std::setw(10)
+      << Utf8(setting.value_in_force) << ' ' << (setting.from_policy ? "policy" : "default");
+  if (!setting.reason.empty()) out << ": " << Utf8(setting.reason);
+  if (!setting.meaning.empty()) out << " (" << Utf8(setting.meaning) << ')';
+  out << '\n';
+}
+
+void WriteText(const std::string& file, const PolicyReport& report, std::ostream& out) {
+  out << file;
+  if (!report.scope.empty()) out << ": scope " << Utf8(report.scope);
+  out << '\n';
+  for (const DatasetCheck& dataset : report.datasets) {
+    out << std::left << std::setw(15) << StateName(dataset.state) << ' ' << std::setw(25) << Utf8(dataset.name) << ' '
+        << Utf8(dataset.id);
+    if (dataset.path.empty()) out << "  (always runs, not listed)";
+    if (dataset.runs() && !dataset.collects) out << "  (collects nothing yet)";
+    out << '\n';
+    for (const SettingReading& setting : dataset.settings)
+      WriteSetting(setting, out);
+  }
+  if (report.valid()) {
+    out << "no problems\n";
+    return;
+  }
+  out << report.problem_count << (report.problem_count == 1 ? " problem\n" : " problems\n");
+  for (const PolicyProblem& problem : report.problems)
+    WriteProblem(problem, out);
+}
+
+Json::Value ToJson(const SettingReading& setting) {
+  Json::Value value;
+  value["key"] = Utf8(setting.key);
+  value["value"] = Utf8(setting.value_in_force);
+  value["source"] = setting.from_policy ? "policy" : "default";
+  value["reason"] = Utf8(setting.reason);
+  return value;
+}
+
+Json::Value ToJson(const DatasetCheck& dataset) {
+  Json::Value value;
+  value["id"] = Utf8(dataset.id);
+  value["name"] = Utf8(dataset.name);
+  value["path"] = dataset.path;
+  value["runs"] = dataset.runs();
+  value["why"] = std::string(StateName(dataset.state));
+  value["collects"] = dataset.collects;
+  value["settings"] = Json::arrayValue;
+  for (const SettingReading& setting : dataset.settings)
+    value["settings"].append(ToJson(setting));
+  return value;
+}
+
+void WriteJson(const std::string& file, const PolicyReport& report, std::ostream& out) {
+  Json::Value value;
+  value["file"] = file;
+  value["scope"] = Utf8(report.scope);
+  value["valid"] = report.valid();
+  value["problems"] = Json::arrayValue;
+  for (const PolicyProblem& problem : report.problems) {
+    Json::Value& entry = value["problems"].append(Json::Value());
+    entry["path"] = problem.path;
+    entry["message"] = problem.message;
+    entry["severity"] = problem.fatal ? "fatal" : "error";
+  }
+  value["datasets"] = Json::arrayValue;
+  for (const DatasetCheck& dataset : report.datasets)
+    value["datasets"].append(ToJson(dataset));
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  out << Json::writeString(builder, value) << '\n';
+}
+
+}  // namespace
+
+int RunPolicyCheck(const PolicyCheckOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err) {
+  if (options.scope && !IsTelemetryScope(*options.scope)) {
+    err << '"' << Utf8(*options.scope) << "\" is no scope: none, basic, enhance and full are\n";
+    return kExitWrongCommandLine;
+  }
+  std::string problem;
+  PolicyReport report;
+  if (const std::optional<std::string> text = ReadPolicyFile(options.file, problem)) {
+    report = CheckPolicy(*text, options.scope, table, EligibilityFilter(options.device));
+  } else {
+    report.problems.push_back({{}, problem, true});
+    report.problem_count = 1;
+  }
+  const std::string file = Shown(options.file);
+  options.json ? WriteJson(file, report, out) : WriteText(file, report, out);
+  return report.valid() ? kExitOk : kExitWrongConfiguration;
+}
+
+int RunPolicySchema(std::ostream& out) {
+  out << TelemetryPolicySchema();
+  return kExitOk;
+}
+
+int RunPolicyApply(const std::filesystem::path& file, const std::filesystem::path& target, std::ostream& out,
+                   std::ostream& err) {
+  std::string problem;
+  const std::optional<std::string> text = ReadPolicyFile(file, problem);
+  if (!text) {
+    err << problem << '\n';
+    return kExitWrongConfiguration;
+  }
+  const PolicyApplied result = ApplyTelemetryPolicy(*text, target);
+  if (!result.problems.empty()) err << Shown(file) << '\n';
+  for (const PolicyProblem& each : result.problems)
+    WriteProblem(each, err);
+  if (result.applied) {
+    out << Shown(target) << " holds the policy now\n";
+    return kExitOk;
+  }
+  if (result.failure.empty()) return kExitWrongConfiguration;
+  err << WellFormed(result.failure) << '\n';
+  return kExitFailed;
+}

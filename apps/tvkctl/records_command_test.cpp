@@ -1,0 +1,191 @@
+#include "apps/tvkctl/records_command.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "client/records/record_json.h"
+#include "client/records/record_text.h"
+#include "client/store/event_data_logging.h"
+#include "client/store/sqlite_database.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/temp_folder.h"
+
+namespace tvkctl {
+namespace {
+
+ItemEvent MakeItem(const std::wstring& dataset, const std::wstring& item) {
+  ItemEvent event;
+  event.set_dataset_id(dataset);
+  event.set_dataset_name(dataset);
+  event.set_item_name(item);
+  return event;
+}
+
+class RecordsCommandTest : public testing::Test {
+ protected:
+  RecordsCommandTest() { options_.data_dir = folder_.path(); }
+  std::string Output(int expected_code = 0) {
+    std::ostringstream out;
+    std::ostringstream errors;
+    EXPECT_EQ(RunRecords(options_, world_, out, errors, nullptr), expected_code) << errors.str();
+    return expected_code == 0 ? out.str() : errors.str();
+  }
+  TVK::StoreOptions store_options() const { return {.file = folder_.path() / TVK::kStoreFileName, .limits = {}}; }
+
+  TempFolder folder_;
+  platform::VirtualRuntime world_;
+  RecordsOptions options_;
+};
+
+TEST_F(RecordsCommandTest, ShowsWhatTheOptionsNarrow) {
+  {
+    TVK::EventDataLogging store(store_options(), world_.clock());
+    EXPECT_EQ(store.LogDeviceContext({}), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"first")), 0);
+    world_.AdvanceBy(std::chrono::minutes(10));
+    EXPECT_EQ(store.LogItemEvent(MakeItem(L"MemoryEvent", L"second")), 0);
+  }
+  options_.format = RecordFormat::kJson;
+  EXPECT_EQ(Output(), "{}\n" + TVK::ToJson(MakeItem(L"CPUEvent", L"first")) + "\n" +
+                          TVK::ToJson(MakeItem(L"MemoryEvent", L"second")) + "\n");
+  options_.since = "5m";
+  EXPECT_EQ(Output(), TVK::ToJson(MakeItem(L"MemoryEvent", L"second")) + "\n");
+  options_.since.clear();
+  options_.dataset = "cpuevent";
+  options_.format = RecordFormat::kCsv;
+  EXPECT_EQ(Output(), "time,kind,dataset,item,context,data\r\n,item,CPUEvent,first,,{}\r\n");
+  options_.format = RecordFormat::kTable;
+  EXPECT_NE(Output().find("CPUEvent            first\n"), std::string::npos);
+}
+
+TEST_F(RecordsCommandTest, SaysWhatIsWrong) {
+  EXPECT_NE(Output(2).find("there is no such file"), std::string::npos);
+  options_.since = "yesterday";
+  EXPECT_NE(Output(1).find("yesterday"), std::string::npos);
+}
+
+TEST_F(RecordsCommandTest, ARowThatIsNoObjectSpoilsNothingElse) {
+  {
+    TVK::EventDataLogging store(store_options(), world_.clock());
+    for (const wchar_t* item : {L"first", L"broken", L"list", L"last"})
+      EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", item)), 0);
+  }
+  {
+    TVK::Database database;
+    ASSERT_EQ(database.Open(store_options().file, SQLITE_OPEN_READWRITE), 0);
+    ASSERT_EQ(database.Execute("UPDATE record SET json = '{\"item_name\":\"bro' WHERE sequence = 2;"
+                               "UPDATE record SET json = '[]' WHERE sequence = 3"),
+              0);
+  }
+  options_.dataset = "CPUEvent";
+  options_.format = RecordFormat::kJson;
+  const std::string both =
+      TVK::ToJson(MakeItem(L"CPUEvent", L"first")) + "\n" + TVK::ToJson(MakeItem(L"CPUEvent", L"last")) + "\n";
+  EXPECT_EQ(Output(), both);
+  options_.dataset.clear();
+  std::ostringstream out;
+  std::ostringstream errors;
+  EXPECT_EQ(RunRecords(options_, world_, out, errors, nullptr), 0);
+  EXPECT_EQ(out.str(), both);
+  EXPECT_NE(errors.str().find("no JSON object: 2"), std::string::npos) << errors.str();
+}
+
+TEST_F(RecordsCommandTest, ADamagedStoreShowsWhatCanBeReadAndIsFoundByTheWriter) {
+  {
+    TVK::EventDataLogging store(store_options(), world_.clock());
+    for (int i = 0; i < 300; ++i)
+      ASSERT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"item" + std::to_wstring(i) + std::wstring(100, L'.'))), 0);
+  }
+  const std::uintmax_t size = std::filesystem::file_size(store_options().file);
+  const auto spoil = [&](std::uintmax_t from, std::uintmax_t to) {
+    std::fstream file(store_options().file, std::ios::binary | std::ios::in | std::ios::out);
+    file.seekp(static_cast<std::streamoff>(from));
+    file << std::string(to - from, '\xA5');
+  };
+  spoil(size / 4, size / 2);
+  std::ostringstream out;
+  std::ostringstream errors;
+  EXPECT_EQ(RunRecords(options_, world_, out, errors, nullptr), 3);
+  EXPECT_NE(out.str().find("item299."), std::string::npos);
+  EXPECT_EQ(out.str().find("item0."), std::string::npos);
+  EXPECT_NE(errors.str().find("malformed"), std::string::npos) << errors.str();
+
+  spoil(100, 200);  // the list of tables
+  EXPECT_NE(Output(3).find("cannot read the store"), std::string::npos);
+
+  const TVK::EventDataLogging store(store_options(), world_.clock());
+  EXPECT_EQ(Output(), TVK::RecordTableHeader()) << "the store went on with the damaged file";
+}
+
+TEST_F(RecordsCommandTest, ALimitOfNoneFollowsOnlyWhatComes) {
+  TVK::EventDataLogging store(store_options(), world_.clock());
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"old")), 0);
+  options_.follow = true;
+  options_.limit = 0;
+  options_.format = RecordFormat::kJson;
+  const auto stop = world_.MakeEvent(platform::EventReset::kManual);
+  std::ostringstream out;
+  std::ostringstream errors;
+  std::thread follower = world_.StartThread("follow", [&] { RunRecords(options_, world_, out, errors, stop.get()); });
+  world_.Settle();
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"new")), 0);
+  world_.AdvanceBy(std::chrono::milliseconds(250));
+  EXPECT_EQ(out.str(), TVK::ToJson(MakeItem(L"CPUEvent", L"new")) + "\n");
+  stop->Set();
+  world_.Join(follower);
+}
+
+TEST_F(RecordsCommandTest, FollowsUntilItIsStopped) {
+  TVK::EventDataLogging store(store_options(), world_.clock());
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"old")), 0);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"last")), 0);
+  options_.follow = true;
+  options_.limit = 1;
+  options_.format = RecordFormat::kJson;
+  const auto stop = world_.MakeEvent(platform::EventReset::kManual);
+  std::ostringstream out;
+  std::ostringstream errors;
+  int code = -1;
+  std::thread follower =
+      world_.StartThread("follow", [&] { code = RunRecords(options_, world_, out, errors, stop.get()); });
+  world_.Settle();
+  EXPECT_EQ(out.str(), TVK::ToJson(MakeItem(L"CPUEvent", L"last")) + "\n");
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"new")), 0);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"newer")), 0);
+  world_.AdvanceBy(std::chrono::milliseconds(250));
+  EXPECT_EQ(out.str(), TVK::ToJson(MakeItem(L"CPUEvent", L"last")) + "\n" + TVK::ToJson(MakeItem(L"CPUEvent", L"new")) +
+                           "\n" + TVK::ToJson(MakeItem(L"CPUEvent", L"newer")) + "\n");
+  stop->Set();
+  world_.Join(follower);
+  EXPECT_EQ(code, 0);
+}
+
+TEST_F(RecordsCommandTest, TimesOfSince) {
+  const std::int64_t now = world_.clock().NowSeconds();  // 2026-01-01T00:00:00
+  struct {
+    const char* text;
+    std::optional<std::int64_t> expected;
+  } const cases[] = {{"90s", now - 90},
+                     {"2h", now - 7200},
+                     {"1d", now - 86400},
+                     {"999999999d", 0},
+                     {"2025-12-31", now - 86400},
+                     {"2026-01-01T00:00:05", now + 5},
+                     {"2026-01-01T02:00:05+0200", now + 5},
+                     {"2025-12-31T19:30:05-0430", now + 5},
+                     {"2026-01-01T00:00:05+0260", std::nullopt},
+                     {"2026-02-31", std::nullopt},
+                     {"", std::nullopt},
+                     {"2x", std::nullopt},
+                     {"-1h", std::nullopt},
+                     {"2026-13-01", std::nullopt},
+                     {"2026-01-01T25:00:00", std::nullopt},
+                     {"2026-01-01 00:00:00", std::nullopt}};
+  for (const auto& [text, expected] : cases)
+    EXPECT_EQ(ParseSince(text, world_.clock()), expected) << text;
+}
+
+}  // namespace
+}  // namespace tvkctl
