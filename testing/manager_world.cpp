@@ -1,0 +1,168 @@
+#include "testing/manager_world.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+using Place = MonitorScript::Place;
+
+class ScriptedMonitor final : public EventMonitorBase {
+ public:
+  ScriptedMonitor(const MonitorServices& monitor_services, MonitorScript& script, std::wstring name)
+      : EventMonitorBase(nullptr, false, monitor_services),
+        script_(script),
+        name_(std::move(name)),
+        stop_(monitor_services.runtime.MakeEvent(platform::EventReset::kManual)) {
+    ++script_.alive;
+  }
+  ~ScriptedMonitor() override { --script_.alive; }
+
+  void Initialize() override { FailIfTold(Place::kInitialize); }
+  void UnInitialize() override { script_.Note(L"uninitialize", name_); }
+  void StartMonitor(std::wstring argument) override {
+    script_.Note(L"start(" + argument + L")", name_);
+    FailIfTold(Place::kStart);
+    ++script_.running;
+    services().runtime.Wait(*stop_, platform::kForever);
+    --script_.running;
+  }
+  void StopMonitor() override {
+    script_.Note(L"stop", name_);
+    stop_->Set();
+    platform::Event* const gate = script_.StopGate(name_);
+    if (gate != nullptr) services().runtime.Wait(*gate, platform::kForever);
+    FailIfTold(Place::kStop);
+  }
+  void RestartMonitor() override {
+    script_.Note(L"restart", name_);
+    FailIfTold(Place::kRestart);
+  }
+  std::wstring GetName() const override { return name_; }
+  unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
+                                       void* context) override {
+    script_.Note(L"control " + std::to_wstring(control) + L"," + std::to_wstring(event_type) + L"," +
+                     std::to_wstring(event_data == nullptr ? 0 : *static_cast<int*>(event_data)) + L"," +
+                     std::to_wstring(context == nullptr ? 0 : *static_cast<int*>(context)),
+                 name_);
+    FailIfTold(Place::kControl);
+    return 120;
+  }
+  void ReadAndUpdateDatasetSettings() override {
+    script_.Note(L"settings", name_);
+    FailIfTold(Place::kSettings);
+  }
+  void LogDatasetContext(bool anew) override {
+    script_.Note(anew ? L"context anew" : L"context", name_);
+    FailIfTold(Place::kContextChange);
+  }
+  int LogDevInitEvent() override {
+    script_.Note(L"device init", name_);
+    return 0;
+  }
+
+ private:
+  void FailIfTold(Place place) const {
+    if (script_.Fails(name_, place)) throw std::runtime_error("told to fail");
+  }
+
+  MonitorScript& script_;
+  const std::wstring name_;
+  const std::unique_ptr<platform::Event> stop_;
+};
+
+}  // namespace
+
+void MonitorScript::FailAt(const std::wstring& dataset_name, Place place) {
+  const std::lock_guard lock(mutex_);
+  failure_.emplace(dataset_name, place);
+}
+
+bool MonitorScript::Fails(const std::wstring& dataset_name, Place place) const {
+  const std::lock_guard lock(mutex_);
+  return failure_ == std::pair(dataset_name, place);
+}
+
+void MonitorScript::Note(const std::wstring& what, const std::wstring& dataset_name) {
+  const std::lock_guard lock(mutex_);
+  notes_.push_back(what + L" " + dataset_name);
+}
+
+std::vector<std::wstring> MonitorScript::TakeNotes() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(notes_, {});
+}
+
+std::size_t MonitorScript::Count(const std::wstring& note) const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<std::size_t>(std::ranges::count(notes_, note));
+}
+
+void MonitorScript::HoldStop(const std::wstring& dataset_name, platform::Event* gate) {
+  const std::lock_guard lock(mutex_);
+  stop_gate_ = {dataset_name, gate};
+}
+
+platform::Event* MonitorScript::StopGate(const std::wstring& dataset_name) const {
+  const std::lock_guard lock(mutex_);
+  return stop_gate_.first == dataset_name ? stop_gate_.second : nullptr;
+}
+
+DatasetTable ScriptedDatasets(MonitorScript& script) {
+  std::vector<DatasetRow> rows = ComponentDatasets();
+  for (DatasetRow& row : rows) {
+    if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) continue;
+    row.factory = [&script, name = row.name](SERVICE_STATUS_HANDLE, bool, const MonitorServices& services) {
+      if (script.Fails(name, Place::kMake)) throw std::runtime_error("told to fail");
+      return std::make_unique<ScriptedMonitor>(services, script, name);
+    };
+  }
+  return DatasetTable(std::move(rows));
+}
+
+std::wstring IdOf(const std::wstring& dataset_name) {
+  const std::vector<DatasetRow> rows = ComponentDatasets();
+  const auto row = std::ranges::find(rows, dataset_name, &DatasetRow::name);
+  return row == rows.end() ? std::wstring() : row->id;
+}
+
+TelemetryPolicy PolicyOf(const std::wstring& scope, std::vector<std::wstring> dataset_names) {
+  std::vector<std::pair<std::wstring, std::wstring>> datasets;
+  if (dataset_names.empty()) {
+    for (const DatasetRow& row : ComponentDatasets())
+      datasets.emplace_back(row.id, row.name);
+  }
+  for (const std::wstring& name : dataset_names)
+    datasets.emplace_back(IdOf(name), name);
+  return MakePolicy(scope, std::move(datasets));
+}
+
+ManagerLife::ManagerLife(platform::Runtime& runtime, platform::Machine& machine, SettableConfigAgent& config_agent,
+                         const TempFolder& folder, const DatasetTable& table)
+    : config(config_agent),
+      service(runtime, machine, config, folder),
+      bus(runtime),
+      region_changed(runtime.MakeEvent(platform::EventReset::kAuto)),
+      manager({runtime, machine, service.store, config, bus, service.machine_information, service.region_information,
+               service.tvk_info, table, user_process, region_changed.get()}) {}
+
+ManagerLife::~ManagerLife() {
+  manager.Stop();
+}
+
+void ManagerLife::Start() {
+  manager.Initialize(&device_ids);
+  manager.InitAndStartEventMonitors();
+}
+
+void ManagerLife::Change(TelemetryPolicy policy) {
+  config.SetPolicy(std::move(policy));
+  bus.Publish(TVKNotificationData(4, 14, L"{}"));
+}
+
+std::vector<std::wstring> ManagerLife::Listed() const {
+  std::vector<std::wstring> names;
+  for (const auto& entry : manager.get_eventmonitor_list())
+    names.push_back(entry.first->GetName());
+  return names;
+}

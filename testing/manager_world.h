@@ -1,0 +1,111 @@
+// Lives of the whole event manager in a simulated or a real world, with monitors that a test scripts.
+#pragma once
+
+#include <atomic>
+
+#include "client/bus/publisher_subscriber.h"
+#include "core/manager_services.h"
+#include "testing/monitor_world.h"
+#include "tvk/event_manager.h"
+
+/// What became of all scripted monitors of one table, and what they shall do. Any thread.
+class MonitorScript {
+ public:
+  /// The places at which a monitor can be told to fail.
+  enum class Place { kMake, kInitialize, kStart, kStop, kControl, kSettings, kContextChange, kRestart };
+
+  /// In place of the failure told before.
+  void FailAt(const std::wstring& dataset_name, Place place);
+  bool Fails(const std::wstring& dataset_name, Place place) const;
+  /// Adds "what dataset".
+  void Note(const std::wstring& what, const std::wstring& dataset_name);
+  /// The notes since the last call.
+  std::vector<std::wstring> TakeNotes();
+  /// How many notes hold exactly this since the last TakeNotes.
+  std::size_t Count(const std::wstring& note) const;
+
+  /// Monitors of this dataset do not return from StopMonitor before `gate` is set; not owned. In place of the one
+  /// before.
+  void HoldStop(const std::wstring& dataset_name, platform::Event* gate);
+  platform::Event* StopGate(const std::wstring& dataset_name) const;
+
+  std::atomic<int> alive = 0;    ///< Monitors that exist.
+  std::atomic<int> running = 0;  ///< Monitors between StartMonitor and StopMonitor.
+
+ private:
+  mutable std::mutex mutex_;  ///< Guards what follows.
+  std::vector<std::wstring> notes_;
+  std::optional<std::pair<std::wstring, Place>> failure_;
+  std::pair<std::wstring, platform::Event*> stop_gate_;
+};
+
+/// The component's datasets with scripted monitors, which keep their threads until they are stopped.
+DatasetTable ScriptedDatasets(MonitorScript& script);
+
+/// The id of the component's dataset of this name.
+std::wstring IdOf(const std::wstring& dataset_name);
+/// A policy of the scope that lists these datasets of the component; all of them when none is given.
+TelemetryPolicy PolicyOf(const std::wstring& scope, std::vector<std::wstring> dataset_names = {});
+
+/// A manager that a test may make.
+class TestManager final : public EventManager {
+ public:
+  explicit TestManager(const ManagerServices& services) : EventManager(services, nullptr) {}
+  ~TestManager() override = default;
+};
+
+/// A user agent that is always there. Any thread.
+class RecordingUserProcess final : public UserProcessAgent {
+ public:
+  void SetDataSetEnable(bool enable) override { enabled = enable; }
+  bool StartUserProcess(platform::Event& /*stop_event*/, bool /*wait_for_user*/) override {
+    ++starts;
+    return true;
+  }
+  void StopUserProcess(int reason) override {
+    ++stops;
+    last_reason = reason;
+  }
+
+  std::atomic<bool> enabled = false;
+  std::atomic<int> starts = 0;
+  std::atomic<int> stops = 0;
+  std::atomic<int> last_reason = -1;
+};
+
+class FixedDeviceIds final : public TVK::DeviceIdAgent {
+ public:
+  unsigned long GetDeviceID(std::wstring& id) override {
+    id = L"DEVICE-ID";
+    return 0;
+  }
+  unsigned long GetLegacyDeviceID(std::wstring& /*id*/) override { return 1168; }
+};
+
+/// One run of the service with its manager. `table` must outlive it.
+class ManagerLife {
+ public:
+  ManagerLife(MonitorWorld& world, const DatasetTable& table)
+      : ManagerLife(world.runtime, world.machine, world.config, world.folder, table) {}
+  ManagerLife(platform::Runtime& runtime, platform::Machine& machine, SettableConfigAgent& config_agent,
+              const TempFolder& folder, const DatasetTable& table);
+  /// Stops the manager.
+  ~ManagerLife();
+  ManagerLife(const ManagerLife&) = delete;
+  ManagerLife& operator=(const ManagerLife&) = delete;
+
+  /// What the service does at its start.
+  void Start();
+  /// Puts the policy in force and tells of it on the bus.
+  void Change(TelemetryPolicy policy);
+  /// The names of the listed monitors; only while the world stands still.
+  std::vector<std::wstring> Listed() const;
+
+  SettableConfigAgent& config;
+  ServiceLife service;
+  TVKPublisherSubscriber bus;
+  RecordingUserProcess user_process;
+  FixedDeviceIds device_ids;
+  const std::unique_ptr<platform::Event> region_changed;
+  TestManager manager;
+};

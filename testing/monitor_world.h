@@ -1,0 +1,127 @@
+// A small world in which monitors and the manager live as in the service: a clock that the test moves, a scripted
+// machine, a policy that the test sets, and a real store on a temporary folder.
+//
+//   MonitorWorld world;
+//   world.config.SetPolicy(policy);
+//   ServiceLife life(world);
+//   {
+//     RunningMonitor monitor(world.runtime, std::make_unique<CpuEventMonitor>(nullptr, false, life.services(), &info));
+//     world.runtime.AdvanceBy(1min);
+//   }
+//   EXPECT_EQ(life.Items(L"ReadUsagePerInterval").size(), 1u);
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "framework/event_monitor_base.h"
+#include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/log_capture.h"
+#include "testing/temp_folder.h"
+
+/// Policies that the test sets; none at first. Any thread.
+class SettableConfigAgent final : public IConfigAgent {
+ public:
+  void SetPolicy(std::optional<TelemetryPolicy> policy);
+  void SetTvkPolicy(std::optional<TvkPolicy> policy);
+  /// Replaces the settings of the policy's datasets of this name.
+  void SetSettings(const std::wstring& dataset_name, std::map<std::wstring, std::wstring> settings);
+
+  bool GetTelemetryPolicy(TelemetryPolicy& policy) override;
+  bool GetTvkPolicy(TvkPolicy& policy) override;
+
+ private:
+  std::mutex mutex_;  ///< Guards what follows.
+  std::optional<TelemetryPolicy> policy_;
+  std::optional<TvkPolicy> tvk_policy_;
+};
+
+/// The manager as monitors see it, without one. Set it before monitors run.
+class FakeManagerIdentity final : public ManagerIdentity {
+ public:
+  std::wstring get_schema_ver() override { return L"2.0"; }
+  std::wstring get_device_context_id() override { return L"DEVICE-CONTEXT"; }
+  bool get_FirstInvocation() override { return first_invocation; }
+  int DecideTVKVer(std::wstring /*version*/) override { return version_answer; }
+  bool get_NeedToLogDatasetContextOnChange() override { return false; }
+
+  bool first_invocation = false;
+  int version_answer = 0;
+};
+
+/// The world outside of the service. It outlives every life of it.
+struct MonitorWorld {
+  explicit MonitorWorld(platform::VirtualRuntimeOptions options = {}) : runtime(options) {}
+
+  LogCapture logs;
+  TempFolder folder;
+  platform::VirtualRuntime runtime;
+  platform::SimulatedMachine machine;
+  SettableConfigAgent config;
+};
+
+/// What one run of the service opens; the records of the runs before it lie in the same folder. Records are collected
+/// in the order of writing, those of this life only. Any thread.
+class ServiceLife {
+ public:
+  explicit ServiceLife(MonitorWorld& world) : ServiceLife(world.runtime, world.machine, world.config, world.folder) {}
+  /// On any runtime; everything must outlive the object.
+  ServiceLife(platform::Runtime& runtime, platform::Machine& machine, IConfigAgent& config, const TempFolder& folder);
+  ~ServiceLife();
+  ServiceLife(const ServiceLife&) = delete;
+  ServiceLife& operator=(const ServiceLife&) = delete;
+
+  /// For monitors without a manager; `manager` answers them.
+  const MonitorServices& services() const { return services_; }
+
+  std::vector<ItemEvent> Items() const;
+  /// The item events of this name.
+  std::vector<ItemEvent> Items(const std::wstring& item_name) const;
+  std::vector<DatasetContext> DatasetContexts() const;
+  std::vector<DeviceContext> DeviceContexts() const;
+
+  FakeManagerIdentity manager;
+  TVK::EventDataLogging store;
+  MachineInformation machine_information;
+  RegionInformation region_information;
+  TvkInfo tvk_info;
+
+ private:
+  void Collect(TVK::RecordKind kind, const std::string& json);
+
+  SecondTick second_tick_;
+  const MonitorServices services_;
+  mutable std::mutex mutex_;  ///< Guards what follows.
+  std::vector<ItemEvent> items_;
+  std::vector<DatasetContext> dataset_contexts_;
+  std::vector<DeviceContext> device_contexts_;
+};
+
+/// A monitor that is run as the manager runs it: Initialize and StartMonitor on a thread of its own.
+class RunningMonitor {
+ public:
+  RunningMonitor(platform::Runtime& runtime, std::unique_ptr<EventMonitorBase> monitor);
+  /// As Stop.
+  ~RunningMonitor();
+  RunningMonitor(const RunningMonitor&) = delete;
+  RunningMonitor& operator=(const RunningMonitor&) = delete;
+
+  /// StopMonitor, UnInitialize, then the thread's end. Once.
+  void Stop();
+
+  EventMonitorBase& operator*() const { return *monitor_; }
+  EventMonitorBase* operator->() const { return monitor_.get(); }
+
+ private:
+  platform::Runtime& runtime_;
+  const std::unique_ptr<EventMonitorBase> monitor_;
+  std::thread thread_;
+};
+
+/// A policy of the scope with these datasets (id, name) and no settings.
+TelemetryPolicy MakePolicy(const std::wstring& scope, std::vector<std::pair<std::wstring, std::wstring>> datasets = {});

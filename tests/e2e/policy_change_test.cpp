@@ -1,0 +1,81 @@
+// A running service follows its policy file, whatever an editor does to it.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <optional>
+
+#include "platform/files.h"
+#include "tests/e2e/service_under_test.h"
+
+namespace {
+
+class PolicyChange : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_.WritePolicy(CpuPolicy("full"));
+    service_.emplace(folder_);
+    ASSERT_TRUE(service_->WaitForLine("DeviceInit", kPatience));
+  }
+
+  bool WaitForLog(const std::string& log, const std::string& text, std::size_t count = 1) {
+    return service_->WaitFor([&] { return folder_.CountInLog(log, text) >= count; }, kPatience);
+  }
+  bool WaitForStop(std::size_t count = 1) {
+    return WaitForLog("EventManager.log", std::string("StopAndRemoveFromList ") + kCpuDatasetId + " successfully!",
+                      count);
+  }
+  bool WaitForStart(std::size_t count = 1) {
+    return WaitForLog("EventManager.log", std::string("RunAndAddToList ") + kCpuDatasetId + " successfully!", count);
+  }
+
+  const ServiceFolder folder_;
+  std::optional<ConsoleService> service_;
+};
+
+TEST_F(PolicyChange, ScopeStopsAndStartsTheMonitorEachTime) {
+  for (std::size_t round = 1; round <= 3; ++round) {
+    folder_.WritePolicy(CpuPolicy("none"));
+    ASSERT_TRUE(WaitForStop(round));
+    folder_.WritePolicy(CpuPolicy("full"));
+    ASSERT_TRUE(WaitForStart(round));
+  }
+  EXPECT_EQ(CountLines(service_->Lines(), "DeviceInit"), 1u) << "a monitor that comes back is no new device";
+}
+
+TEST_F(PolicyChange, WritingIntoTheFileCountsLikeReplacingIt) {
+  std::ofstream(folder_.policy(), std::ios::trunc | std::ios::binary) << CpuPolicy("none");
+  EXPECT_TRUE(WaitForStop());
+}
+
+TEST_F(PolicyChange, ToolPutsAPolicyInForceAndRefusesABrokenOne) {
+  const TempFolder offered;
+  const auto apply = [&](const std::string& policy) {
+    const std::filesystem::path file = offered.path() / "offered.json";
+    std::ofstream(file, std::ios::binary) << policy;
+    ChildProcess tool(ProgramBeside("tvkctl"), {"policy", "apply", platform::PathToUtf8(file), "--policy",
+                                                platform::PathToUtf8(folder_.policy())});
+    return tool.WaitForEnd(kPatience);
+  };
+  EXPECT_EQ(apply(R"({"telemetryScope": "sometimes", "datasets": []})"), 2);
+  EXPECT_EQ(apply(CpuPolicy("none")), 0);
+  EXPECT_TRUE(WaitForStop());
+  EXPECT_EQ(folder_.CountInLog("ConfigPolicyAgent.log", "accepted = 0"), 0u) << "the service never saw the broken one";
+}
+
+TEST_F(PolicyChange, BrokenFileLeavesThePolicyInForceUntilItIsMended) {
+  std::string broken = CpuPolicy("none");
+  broken.pop_back();
+  folder_.WritePolicy(broken);
+  ASSERT_TRUE(service_->WaitForLine("policy.json: cannot be used; the policy before it stays in force", kPatience));
+  folder_.WritePolicy(R"({"telemetryScope": "sometimes", "datasets": []})");
+  ASSERT_TRUE(service_->WaitForLine("policy.json: telemetryScope: ", kPatience));
+  std::filesystem::remove(folder_.policy());
+  ASSERT_TRUE(WaitForLog("ConfigPolicyAgent.log", "accepted = 0", 3));
+  EXPECT_EQ(folder_.CountInLog("EventManager.log", "StopAndRemoveFromList"), 0u);
+
+  folder_.WritePolicy(CpuPolicy("none"));
+  EXPECT_TRUE(WaitForStop());
+  EXPECT_TRUE(service_->WaitForLine("policy.json: is in force now", kPatience));
+}
+
+}  // namespace

@@ -1,0 +1,100 @@
+// How the service lives under a service manager of this system: signals and sd_notify.
+#include <gtest/gtest.h>
+
+#include "testing/recorded_tree.h"
+#include "tests/e2e/full_pipe_linux.h"
+#include "tests/e2e/notify_socket_linux.h"
+#include "tests/e2e/service_under_test.h"
+
+namespace {
+
+/// Without --console, as the service manager starts it.
+class Daemon : public ChildProcess {
+ public:
+  explicit Daemon(const ServiceFolder& folder) : ChildProcess(ProgramBeside("TVKClientService"), folder.Arguments()) {}
+};
+
+constexpr std::chrono::seconds kStopLimit(5);
+
+TEST(Daemon, TellsItsManagerWhenItIsReadyAndWhenItStops) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  const TempFolder socket_folder;
+  NotifySocket socket(socket_folder.path() / "notify");
+  Daemon service(folder);
+  ASSERT_TRUE(service.WaitFor([&] { return socket.Got("READY=1\n"); }, kPatience));
+  EXPECT_FALSE(socket.Got("STOPPING=1"));
+  service.Ask(ChildRequest::kTerminate);
+  EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
+  EXPECT_TRUE(socket.Got("STOPPING=1\n"));
+  EXPECT_TRUE(service.Lines().empty()) << "only a console shows records";
+}
+
+TEST(Daemon, EndsInTimeWhenAskedRightAfterItsStart) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  for (const ChildRequest request : {ChildRequest::kTerminate, ChildRequest::kInterrupt}) {
+    Daemon service(folder);
+    ASSERT_TRUE(service.WaitFor([&] { return exists(folder.data() / "log" / "EventManager.log"); }, kPatience));
+    service.Ask(request);
+    EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
+    std::filesystem::remove_all(folder.data());
+  }
+}
+
+TEST(Service, FollowsThePolicyAndEndsInTimeWhenNobodyTakesItsOutput) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  const std::filesystem::path pipe = folder.policy().parent_path() / "output";
+  const FullPipe full(pipe);
+  std::vector<std::string> words = {"-c", R"(exec "$0" --console "$@" >)" + pipe.string(),
+                                    ProgramBeside("TVKClientService")};
+  for (const std::string& argument : folder.Arguments())
+    words.push_back(argument);
+  ChildProcess service("/bin/sh", words);
+  const auto logged = [&](const char* text) {
+    return service.WaitFor([&] { return folder.CountInLog("EventManager.log", text) == 1; }, kPatience);
+  };
+  ASSERT_TRUE(logged("EventManager::NotificationProcessorThread Entry"));
+  folder.WritePolicy(CpuPolicy("none"));
+  EXPECT_TRUE(logged("StopAndRemoveFromList"));
+  service.Ask(ChildRequest::kTerminate);
+  EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
+}
+
+TEST(Daemon, ReadsThePolicyAgainWhenToldTo) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  Daemon service(folder);
+  constexpr char kRead[] = "LoadTelemetryPolicy: accepted = 1";
+  const auto count = [&] { return folder.CountInLog("ConfigPolicyAgent.log", kRead); };
+  ASSERT_TRUE(service.WaitFor(
+      [&] { return folder.CountInLog("CpuEventMonitor.log", "ReadAndUpdateDatasetSettings: delay") == 1; }, kPatience));
+  const std::size_t before = count();
+  service.Ask(ChildRequest::kReload);
+  EXPECT_TRUE(service.WaitFor([&] { return count() > before; }, kPatience));
+  service.Ask(ChildRequest::kTerminate);
+  EXPECT_EQ(service.WaitForEnd(kStopLimit), 0) << "being told to read again is no wish to end";
+}
+
+TEST(Service, RegionThatChangesGivesOneNewDeviceContext) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  const platform::RecordedTree tree{{"/etc/default/locale", "LANG=de_DE.UTF-8\n"},
+                                    {"/proc/stat", "cpu 1 0 0 9\n"},
+                                    {"/proc/cpuinfo", "processor : 0\nmodel name : Recorded\n"},
+                                    {"/sys/devices/system/cpu/online", "0\n"}};
+  ConsoleService service(folder, {"--sysroot", tree.root().string()});
+  const auto logged = [&](const std::string& text) {
+    return service.WaitFor([&] { return folder.CountInLog("EventManager.log", text) == 1; }, kPatience);
+  };
+  ASSERT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+  ASSERT_TRUE(logged("EventManager::NotificationProcessorThread Entry")) << "the first context is there by then";
+  tree.Write("/etc/default/locale", "LANG=de_AT.UTF-8\n");
+  ASSERT_TRUE(logged("EventManager::OnDeviceContextChanges Exit")) << "the monitors hear of the second one";
+  service.Ask(ChildRequest::kTerminate);
+  EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
+  ExpectOneNewDeviceContext(folder, L"DE", L"AT");
+}
+
+}  // namespace

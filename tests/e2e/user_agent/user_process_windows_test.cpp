@@ -1,0 +1,52 @@
+#include <gtest/gtest.h>
+
+#include "component/user_process.h"
+#include "platform/local.h"
+#include "platform/this_program.h"
+#include "testing/child_process.h"
+#include "testing/temp_folder.h"
+
+namespace {
+
+class UserProcessTest : public testing::Test {
+ protected:
+  UserProcessTest() {
+    std::filesystem::copy_file(platform::ThisProgram().parent_path() / "user_agent_stand_in.exe",
+                               folder_.path() / "TVKUserAgent.exe");
+  }
+
+  bool Left(const char* file) const { return std::filesystem::exists(folder_.path() / file); }
+
+  TempFolder folder_;
+  const std::unique_ptr<platform::Runtime> runtime_ = platform::MakeRealRuntime({});
+  const std::unique_ptr<platform::Event> stop_ = runtime_->MakeEvent(platform::EventReset::kManual);
+};
+
+}  // namespace
+
+TEST_F(UserProcessTest, StartsTheUserAgentAndEndsItThroughItsStopEvent) {
+  UserProcess process(*runtime_, folder_.path());
+  process.SetDataSetEnable(true);
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    std::filesystem::remove(folder_.path() / "running");
+    std::filesystem::remove(folder_.path() / "told");
+    ASSERT_TRUE(process.StartUserProcess(*stop_, true));
+    ASSERT_TRUE(process.StartUserProcess(*stop_, true)) << "asked again while it runs";
+    ASSERT_TRUE(WaitForState([&] { return Left("running"); }, std::chrono::seconds(20)));
+    process.StopUserProcess(1);
+    EXPECT_TRUE(Left("told"));
+  }
+  EXPECT_EQ(runtime_->OpenNamedEvent(L"Global\\TvkUserAgentStopEvent").event, nullptr);
+}
+
+TEST_F(UserProcessTest, NothingIsStartedOnceTheManagerStopsOrWithoutTheProgram) {
+  UserProcess process(*runtime_, folder_.path());
+  stop_->Set();
+  EXPECT_FALSE(process.StartUserProcess(*stop_, true));
+  EXPECT_FALSE(Left("running"));
+  stop_->Reset();
+  UserProcess without(*runtime_, folder_.path() / "missing");
+  EXPECT_FALSE(without.StartUserProcess(*stop_, false));
+  without.StopUserProcess(1);
+}
