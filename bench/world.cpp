@@ -1,0 +1,180 @@
+#include "bench/world.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "bench/targets.h"
+#include "client/text/record_time.h"
+#include "component/component_datasets.h"
+#include "platform/local.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+
+/// A monitor of the component, which tells what is done with it.
+class WatchedMonitor final : public EventMonitorBase {
+ public:
+  WatchedMonitor(std::unique_ptr<EventMonitorBase> monitor, const MonitorServices& services, Progress& progress)
+      : EventMonitorBase(nullptr, false, services), monitor_(std::move(monitor)), progress_(progress) {
+    progress_.Add(progress_.alive, 1);
+  }
+  ~WatchedMonitor() override {
+    monitor_ = nullptr;
+    progress_.Add(progress_.alive, -1);
+  }
+
+  void Initialize() override { monitor_->Initialize(); }
+  void UnInitialize() override { monitor_->UnInitialize(); }
+  void StartMonitor(std::wstring name) override {
+    progress_.Add(progress_.entered, 1);
+    monitor_->StartMonitor(std::move(name));
+    progress_.Add(progress_.returned, 1);
+  }
+  void StopMonitor() override { monitor_->StopMonitor(); }
+  void RestartMonitor() override { monitor_->RestartMonitor(); }
+  std::wstring GetName() const override { return monitor_->GetName(); }
+  void ReadAndUpdateDatasetSettings() override { monitor_->ReadAndUpdateDatasetSettings(); }
+  void LogDatasetContext(bool new_context_needed) override { monitor_->LogDatasetContext(new_context_needed); }
+  int LogDevInitEvent() override { return monitor_->LogDevInitEvent(); }
+
+ private:
+  std::unique_ptr<EventMonitorBase> monitor_;
+  Progress& progress_;
+};
+
+DatasetTable WatchedDatasets(CPUInfo& cpu_info, Progress& progress) {
+  std::vector<DatasetRow> rows = MakeComponentDatasets(cpu_info).rows();
+  for (DatasetRow& row : rows) {
+    if (!row.factory) continue;
+    row.factory = [make = row.factory, &progress](SERVICE_STATUS_HANDLE handle, bool path_changed,
+                                                  const MonitorServices& services) {
+      return std::make_unique<WatchedMonitor>(make(handle, path_changed, services), services, progress);
+    };
+  }
+  return DatasetTable(std::move(rows));
+}
+
+/// The logs' files as always; and the line that ends a reconciliation, which the manager tells nobody else.
+class WatchedLogs final : public TVK::LogBackend {
+ public:
+  WatchedLogs(const std::filesystem::path& folder, Progress& progress)
+      : files_(TVK::MakeFileLogBackend(folder)), progress_(progress) {}
+
+  std::shared_ptr<TVK::LogSink> Open(const std::wstring& file_name) override {
+    std::shared_ptr<TVK::LogSink> file = files_->Open(file_name);
+    if (file_name != L"EventManager.log") return file;
+    return std::make_shared<Sink>(std::move(file), progress_);
+  }
+
+ private:
+  class Sink final : public TVK::LogSink {
+   public:
+    Sink(std::shared_ptr<TVK::LogSink> file, Progress& progress) : file_(std::move(file)), progress_(progress) {}
+    void Write(TVK::LogSeverity severity, std::wstring_view message) override {
+      file_->Write(severity, message);
+      if (message == L"EventManager::OnTelemetryScopeChanges : End") progress_.Add(progress_.reconciled, 1);
+    }
+
+   private:
+    const std::shared_ptr<TVK::LogSink> file_;
+    Progress& progress_;
+  };
+
+  const std::shared_ptr<TVK::LogBackend> files_;
+  Progress& progress_;
+};
+
+std::filesystem::path MadeAnew(std::filesystem::path folder) {
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder / "log");
+  std::ofstream(folder / "policy.json", std::ios::binary) << World::Policy(true);
+  return folder;
+}
+
+TVK::StoreOptions StoreIn(const std::filesystem::path& folder) {
+  TVK::StoreOptions options;
+  options.file = folder / TVK::kStoreFileName;
+  return options;
+}
+
+}  // namespace
+
+class World::Manager final : public EventManager {
+ public:
+  explicit Manager(const ManagerServices& services) : EventManager(services, nullptr) { set_schema_ver(L"2.0"); }
+  ~Manager() override = default;
+};
+
+void Progress::WaitUntil(const std::function<bool()>& reached) {
+  while (!reached())
+    Check(runtime_.Wait(*changed_, kPatience) == 0, "waiting for the monitors");
+}
+
+World::World(std::filesystem::path folder)
+    : folder_(MadeAnew(std::move(folder))),
+      policy_file_(folder_ / "policy.json"),
+      runtime_(platform::MakeRealRuntime({.named_event_folder = folder_ / "run"})),
+      progress_(*runtime_),
+      policy_agent_({.telemetry_policy = policy_file_,
+                     .tvk_policy = folder_ / "client-policy.json",
+                     .last_good = folder_ / "policy.last-good.json"}),
+      store_(StoreIn(folder_), runtime_->clock()),
+      bus_(*runtime_),
+      machine_information_(machine_, runtime_->clock()),
+      region_information_(machine_, runtime_->clock()),
+      tvk_info_(TVK::System::GetTime(runtime_->clock())),
+      device_id_agent_(machine_),
+      cpu_info_(machine_),
+      datasets_(WatchedDatasets(cpu_info_, progress_)),
+      services_{*runtime_,           machine_,  store_,    policy_agent_, bus_, machine_information_,
+                region_information_, tvk_info_, datasets_, user_agent_},
+      policy_watch_(*runtime_, policy_agent_, bus_, {policy_file_, folder_ / "client-policy.json"}) {
+  TVK::SetLogBackend(std::make_shared<WatchedLogs>(folder_ / "log", progress_));
+  Check(store_.is_open(), "opening the store");
+  Check(policy_watch_.Start().empty(), "watching the policy");
+  Check(policy_agent_.LoadTelemetryPolicy().accepted, "reading the policy");
+  policy_agent_.LoadTvkPolicy();
+  manager_ = std::make_unique<Manager>(services_);
+}
+
+World::~World() {
+  manager_->Stop();
+  manager_ = nullptr;
+  TVK::SetLogBackend(nullptr);
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+std::string World::Policy(bool enabled) {
+  std::ostringstream text;
+  text << std::ifstream(std::filesystem::path(TVK_CONFIG_FOLDER) / "policy.default.json", std::ios::binary).rdbuf();
+  std::string policy = text.str();
+  Check(!policy.empty(), "reading the default policy");
+  const std::string on = "\"enabled\": true";
+  const std::string off = "\"enabled\": false";
+  for (std::size_t at = policy.find(on); !enabled && at != std::string::npos; at = policy.find(on, at))
+    policy.replace(at, on.size(), off);
+  return policy;
+}
+
+int World::StartManager() {
+  manager_->Initialize(&device_id_agent_);
+  manager_->InitAndStartEventMonitors();
+  return static_cast<int>(manager_->get_eventmonitor_list().size());
+}
+
+int World::MonitorsOutsidePolicy() const {
+  return static_cast<int>(std::ranges::count_if(datasets_.rows(), [](const DatasetRow& row) {
+    return row.rule == DatasetRule::kAlways || row.rule == DatasetRule::kApplication;
+  }));
+}
+
+platform::SteadyTime World::ReplacePolicy(const std::string& text) {
+  const std::filesystem::path beside = folder_ / "policy.json.new";
+  Check(static_cast<bool>(std::ofstream(beside, std::ios::binary) << text << std::flush), "writing the policy");
+  const platform::SteadyTime before = Now();
+  std::filesystem::rename(beside, policy_file_);
+  return before;
+}

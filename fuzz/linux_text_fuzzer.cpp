@@ -1,0 +1,45 @@
+// The decoders of the texts of /proc, /sys and /etc: whatever stands in them, nothing crashes and what comes out makes
+// sense.
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "platform/linux/cpu_text.h"
+#include "platform/linux/proc_text.h"
+#include "platform/linux/system_text.h"
+
+namespace {
+
+void Require(bool holds) {
+  if (!holds) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace platform;
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  // The halves stand for two readings of one file.
+  const auto before = DecodeProcessorTimes(text.substr(0, size / 2));
+  const auto after = DecodeProcessorTimes(text.substr(size / 2));
+  if (before && after) {
+    const auto percent = BusyPercent(*before, *after);
+    Require(!percent || (*percent >= 0 && *percent <= 100));
+  }
+  DecodeBootTime(text);
+  if (const auto memory = DecodeMeminfo(text)) {
+    Require(memory->load_percent <= 100 && memory->available_bytes <= memory->total_bytes);
+  }
+  Require(DecodeCpuinfo(text).address_width <= 64);
+  Require(ParseProcessorList(text).size() <= 65536);
+  Require(ParseProcessorMask(text).size() <= 65536);
+  ParseCacheSize(text);
+  for (const auto& [name, value] : DecodeAssignments(text)) {
+    const Locale locale = DecodeLocaleName(value);
+    Require(locale.tag.size() <= 7 && locale.territory.size() <= 3);
+  }
+  DecodeSession(text);
+  TimeZoneOfLink(text);
+  Require(MachineIdOf(text).size() <= 32);
+  return 0;
+}
