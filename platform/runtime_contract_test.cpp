@@ -280,6 +280,17 @@ TEST_P(RuntimeContract, CalendarIsInvertedCarriedOverAndEndsAt1970) {
   EXPECT_EQ(clock.FromLocal({.year = -5, .month = -5}), -1);
 }
 
+TEST_P(RuntimeContract, CalendarAnswersManyThreadsAtOnce) {
+  const Clock& clock = runtime_->clock();
+  const auto convert = [&] {
+    for (std::int64_t moment = 86'400; moment < 186'400; moment += 100)
+      EXPECT_EQ(clock.FromLocal(clock.ToLocal(moment)), moment);
+  };
+  std::thread other = runtime_->StartThread("calendar", convert);
+  convert();
+  runtime_->Join(other);
+}
+
 INSTANTIATE_TEST_SUITE_P(All, RuntimeContract, testing::Values(Kind::kReal, Kind::kVirtual),
                          [](const auto& row) { return row.param == Kind::kReal ? "Real" : "Virtual"; });
 

@@ -1,7 +1,10 @@
 #include "testing/child_process.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
+#include <iostream>
 
 #include "platform/local.h"
 
@@ -40,6 +43,9 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vect
 ChildProcess::~ChildProcess() {
   process_->Ask(ChildRequest::kKill);
   runtime_->Join(reader_);
+  if (!testing::Test::HasFailure()) return;
+  for (const std::string& line : lines_)
+    std::cout << "child: " << line << '\n';
 }
 
 void ChildProcess::ReadOutput() {

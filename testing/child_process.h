@@ -15,7 +15,8 @@
 #include "testing/system_process.h"
 
 /// A running program with what it writes. The calls belong to one thread. It does not outlive the object: the
-/// destructor kills it. On Windows it also dies with the test; elsewhere give it a way to end by itself.
+/// destructor kills it, and prints what it wrote when the test has failed. On Windows it also dies with the test;
+/// elsewhere give it a way to end by itself.
 class ChildProcess {
  public:
   /// `arguments` in UTF-8. Throws std::system_error when the program cannot be started.

@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <ctime>
+#include <mutex>
 #include <string>
 #include <system_error>
 
@@ -18,6 +19,11 @@
 namespace platform {
 namespace {
 
+/// Held around the calls that read the zone anew. The C library has a lock of its own for that, which the thread
+/// sanitiser cannot see: without ours it takes the exchange of the zone's name for a race. One for the process, as the
+/// zone is.
+std::mutex zone_mutex;
+
 class LinuxClock final : public Clock {
  public:
   WallTime Now() const override { return std::chrono::floor<milliseconds>(std::chrono::system_clock::now()); }
@@ -25,9 +31,10 @@ class LinuxClock final : public Clock {
   SteadyTime Steady() const override { return std::chrono::steady_clock::now().time_since_epoch(); }
 
   LocalTime ToLocal(std::int64_t unix_seconds) const override {
-    ::tzset();  // A laptop changes its zone while we run, and localtime_r alone would not notice.
     const std::time_t moment = unix_seconds;
     std::tm local{};
+    const std::lock_guard lock(zone_mutex);
+    ::tzset();  // A laptop changes its zone while we run, and localtime_r alone would not notice.
     if (::localtime_r(&moment, &local) == nullptr) return {};  // A year that an int does not hold.
     return {.year = local.tm_year + 1900,
             .month = local.tm_mon + 1,
@@ -47,6 +54,7 @@ class LinuxClock final : public Clock {
     fields.tm_min = local.minute;
     fields.tm_sec = local.second;
     fields.tm_isdst = -1;
+    const std::lock_guard lock(zone_mutex);
     return std::max<std::int64_t>(::mktime(&fields), -1);
   }
 };
