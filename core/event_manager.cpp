@@ -47,7 +47,11 @@ bool EventManager::State::ReadPolicy(TelemetryPolicy& policy) {
   std::set<const DatasetRow*> seen;
   for (auto dataset = policy.datasets.begin(); dataset != policy.datasets.end();) {
     const DatasetRow* row = services.datasets.FindForPolicy(dataset->id, dataset->name);
-    if (row != nullptr && !seen.insert(row).second) {
+    // An entry with a dataset's id and another name means nothing; it must not stand for the one that does.
+    const bool misnamed = std::ranges::any_of(services.datasets.rows(), [&](const DatasetRow& other) {
+      return other.id == dataset->id && other.name != dataset->name;
+    });
+    if (misnamed || (row != nullptr && !seen.insert(row).second)) {
       dataset = policy.datasets.erase(dataset);
       continue;
     }
@@ -149,10 +153,11 @@ void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
       state.device_id = id;
       state.legacy_device_id = legacy_id;
     }
+    set_FirstInvocation(false);  // of a former life
     DeviceContext context;
     LogDeviceContextData(true, context, false);
     state.log.d(L"EventManager Initialize device_context_id is \"%s\"", context.device_context_id());
-    if (policy.Setting(kNoHashNetworkDataSetting) == L"true") set_NoHashNetworkData(true);
+    set_NoHashNetworkData(policy.Setting(kNoHashNetworkDataSetting) == L"true");
   }
   StartNotificationThread();
 }

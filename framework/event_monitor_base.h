@@ -95,6 +95,8 @@ class EventMonitorBase {
 
   /// Seconds since 1970 of a record time; see TVK::ParseRecordTime.
   std::int64_t GetTimeStamp(std::string time);
+  /// The same, but the present when that is negative.
+  std::int64_t TimeOfRecord(const std::wstring& time);
 
   /// The time of the earliest item event of `dataset_id` with `item_id` among the store's record ids below 1000. False
   /// when there is none; `time` then stays, unless it is negative, which always becomes the present.
@@ -130,8 +132,6 @@ class EventMonitorBase {
  private:
   bool ReadDatasetSettingsFromConfigPolicy(const std::wstring& dataset_id,
                                            std::map<std::wstring, std::wstring>& settings);
-  /// The time stamp of a record time, the present when that is negative.
-  std::int64_t TimeOfRecord(const std::wstring& time);
 
   SERVICE_STATUS_HANDLE service_status_handle_;
   bool device_path_changed_;

@@ -1,6 +1,7 @@
 #include "platform/smbios_form.h"
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 #include <string_view>
 
@@ -39,7 +40,8 @@ SmbiosEntryPoint LegacyPart(std::span<const std::uint8_t> dmi) {
           .minor = static_cast<std::uint8_t>(bcd & 0x0F),
           .revision = bcd,
           .table_length = Number(dmi, 6, 2),
-          .length_is_exact = true};
+          .length_is_exact = true,
+          .structures = static_cast<std::uint16_t>(Number(dmi, 0x0C, 2))};
 }
 
 std::optional<SmbiosEntryPoint> Decode(std::span<const std::uint8_t> bytes, std::string& problem) {
@@ -48,7 +50,11 @@ std::optional<SmbiosEntryPoint> Decode(std::span<const std::uint8_t> bytes, std:
   constexpr std::size_t kSize64 = 0x18;
   if (StartsWith(bytes, "_SM3_")) {
     if (!IsSound(bytes, bytes.size() > 6 ? bytes[6] : 0, kSize64, problem)) return std::nullopt;
-    return SmbiosEntryPoint{bytes[7], bytes[8], bytes[9], Number(bytes, 0x0C, 4), false};
+    return SmbiosEntryPoint{.major = bytes[7],
+                            .minor = bytes[8],
+                            .revision = bytes[9],
+                            .table_length = Number(bytes, 0x0C, 4),
+                            .ends_at_marker = true};
   }
   if (StartsWith(bytes, "_SM_")) {
     // Some firmware of version 2.1 gives 0x1E as the length, one less than the fields take.
@@ -71,7 +77,39 @@ std::optional<SmbiosEntryPoint> Decode(std::span<const std::uint8_t> bytes, std:
   return std::nullopt;
 }
 
+/// Where the table ends by what the entry point tells beside its length; all of it when that tells no end, or damage
+/// comes before it.
+std::size_t EndOfTable(const SmbiosEntryPoint& entry, std::span<const std::uint8_t> table) {
+  if (entry.structures == 0 && !entry.ends_at_marker) return table.size();
+  std::size_t end = 0;
+  for (unsigned count = 0; entry.structures == 0 || count < entry.structures; ++count) {
+    const std::size_t length = SmbiosStructureLength(table.subspan(end));
+    if (length == 0) return table.size();
+    const bool marker = table[end] == kSmbiosEndOfTable;
+    end += length;
+    if (marker && entry.ends_at_marker) break;
+  }
+  return end;
+}
+
 }  // namespace
+
+std::size_t SmbiosStructureLength(std::span<const std::uint8_t> bytes) {
+  constexpr std::size_t kHeaderSize = 4;  // Type, length, handle.
+  if (bytes.size() < kHeaderSize) return 0;
+  const std::size_t formatted = bytes[1];
+  if (formatted < kHeaderSize || formatted > bytes.size()) return 0;
+  // memchr, since looking at each byte of the strings takes most of the time of decoding a table.
+  const std::uint8_t* const strings = bytes.data() + formatted;
+  const std::uint8_t* const end = bytes.data() + bytes.size();
+  for (const std::uint8_t* at = strings; at < end;) {
+    const auto* const zero = static_cast<const std::uint8_t*>(std::memchr(at, 0, static_cast<std::size_t>(end - at)));
+    if (zero == nullptr || zero + 1 == end) return 0;
+    if (zero[1] == 0) return formatted + static_cast<std::size_t>(zero - strings) + 2;
+    at = zero + 2;
+  }
+  return 0;
+}
 
 std::optional<SmbiosEntryPoint> DecodeSmbiosEntryPoint(std::span<const std::uint8_t> bytes, std::string* problem) {
   std::string reason;
@@ -81,8 +119,10 @@ std::optional<SmbiosEntryPoint> DecodeSmbiosEntryPoint(std::span<const std::uint
 }
 
 std::vector<std::uint8_t> MakeRsmb(const SmbiosEntryPoint& entry, std::span<const std::uint8_t> table) {
-  const auto used = table.first(std::min<std::size_t>(entry.table_length, table.size()));
-  const std::size_t length = entry.length_is_exact ? entry.table_length : used.size();
+  const auto announced = table.first(std::min<std::size_t>(entry.table_length, table.size()));
+  const auto used = announced.first(EndOfTable(entry, announced));
+  const bool whole_length_counts = entry.length_is_exact && used.size() == announced.size();
+  const std::size_t length = whole_length_counts ? entry.table_length : used.size();
   std::vector<std::uint8_t> rsmb = {0, entry.major, entry.minor, entry.revision};
   rsmb.reserve(kRsmbHeaderSize + used.size());
   for (int shift = 0; shift < 32; shift += 8)

@@ -22,6 +22,8 @@ struct SmbiosEntryPoint {
   std::uint8_t revision = 0;       ///< "_SM_", "_DMI_": the BCD revision. "_SM3_": the document revision.
   std::uint32_t table_length = 0;  ///< Bytes; "_SM3_" tells only the most that there may be.
   bool length_is_exact = false;    ///< False for "_SM3_".
+  std::uint16_t structures = 0;    ///< How many the table has; 0: not told.
+  bool ends_at_marker = false;     ///< The end-of-table structure (127) ends the table: "_SM3_".
 };
 
 /// The 32-bit ("_SM_"), 64-bit ("_SM3_") or legacy ("_DMI_") entry point at the begin of `bytes`. Empty when there is
@@ -29,9 +31,17 @@ struct SmbiosEntryPoint {
 std::optional<SmbiosEntryPoint> DecodeSmbiosEntryPoint(std::span<const std::uint8_t> bytes,
                                                        std::string* problem = nullptr);
 
-/// `table` behind an 'RSMB' header with the versions of `entry`. Of bytes beyond the length that `entry` announces
-/// nothing is taken. The header tells that length when it is exact, so that a table of which a part is missing can be
-/// told from a whole one; else it tells the length of what is there.
+/// The type of the structure that ends a table.
+inline constexpr std::uint8_t kSmbiosEndOfTable = 127;
+
+/// The length in bytes of the structure at the begin of `bytes`: formatted part and strings with their end. 0 when
+/// there is no whole one.
+std::size_t SmbiosStructureLength(std::span<const std::uint8_t> bytes);
+
+/// `table` behind an 'RSMB' header with the versions of `entry`. Of bytes beyond the end that `entry` tells (length,
+/// count of structures, end-of-table structure) nothing is taken. When the length is exact and the other two end the
+/// table no earlier, the header tells it, so that a table of which a part is missing can be told from a whole one; else
+/// it tells the length of what is taken.
 std::vector<std::uint8_t> MakeRsmb(const SmbiosEntryPoint& entry, std::span<const std::uint8_t> table);
 
 }  // namespace platform

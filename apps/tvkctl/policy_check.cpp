@@ -91,10 +91,15 @@ class Checker {
   }
 
   void CheckUnmatched(const DataSet& dataset, DatasetCheck& check) {
-    const auto named = std::ranges::find_if(
-        table_.rows(), [&](const DatasetRow& row) { return IsListed(row) && HoldsId(dataset, row); });
+    const auto named =
+        std::ranges::find_if(table_.rows(), [&](const DatasetRow& row) { return HoldsId(dataset, row); });
     if (named == table_.rows().end()) {
       AddProblem(check.path + ".id", L"no dataset has the id \"" + dataset.id + L"\"");
+      return;
+    }
+    if (!IsListed(*named)) {
+      check.state = DatasetState::kNotSwitched;
+      AddProblem(check.path + ".id", L"policies do not switch this dataset; the entry has no effect");
       return;
     }
     check.state = DatasetState::kNameMismatch;
@@ -151,6 +156,8 @@ std::string_view StateName(DatasetState state) {
       return "runs";
     case DatasetState::kUnknownId:
       return "unknown id";
+    case DatasetState::kNotSwitched:
+      return "not switched";
     case DatasetState::kNameMismatch:
       return "name mismatch";
     case DatasetState::kDuplicate:

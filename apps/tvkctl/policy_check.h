@@ -13,9 +13,18 @@
 #include "framework/dataset_settings.h"
 
 /// Why a dataset of the policy runs or does not.
-enum class DatasetState { kRuns, kUnknownId, kNameMismatch, kDuplicate, kDisabled, kNotApplicable, kScope };
+enum class DatasetState {
+  kRuns,
+  kUnknownId,
+  kNotSwitched,  ///< Of the application events or the device context, which no policy switches.
+  kNameMismatch,
+  kDuplicate,
+  kDisabled,
+  kNotApplicable,
+  kScope,
+};
 
-/// "runs", "unknown id", "name mismatch", "duplicate", "disabled", "not applicable" or "scope".
+/// "runs", "unknown id", "not switched", "name mismatch", "duplicate", "disabled", "not applicable" or "scope".
 std::string_view StateName(DatasetState state);
 
 struct DatasetCheck {

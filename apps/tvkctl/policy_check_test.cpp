@@ -103,9 +103,9 @@ TEST(PolicyCheckTest, SaysWhatRunsAndWhyNot) {
            Row{Policy(R"({"id":"AAAA-1BBBB-2","name":"LateEvent"},{"id":"EEEE-5","name":"AppEvent"},)"
                       R"({"id":"{dddd-4}","name":"PowerEvent"})"),
                nullptr,
-               "datasets[0] LateEvent runs\ndatasets[1] AppEvent unknown id\ndatasets[2] PowerEvent runs\n"
+               "datasets[0] LateEvent runs\ndatasets[1] AppEvent not switched\ndatasets[2] PowerEvent runs\n"
                "datasets[0].id: the settings are found only under the id as it is written: \"BBBB-2\"\n"
-               "datasets[1].id: no dataset has the id \"EEEE-5\"\n"
+               "datasets[1].id: policies do not switch this dataset; the entry has no effect\n"
                "datasets[2].id: the settings are found only under the id as it is written: \"DDDD-4\"\n"},
            Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent","enabled":false,"settings":{"CPUPeakThreshold":"x","Z":""}},)"
                       R"({"id":"CCCC-3","name":"PlainEvent","settings":{"A":"1"}})"),

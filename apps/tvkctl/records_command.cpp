@@ -119,7 +119,7 @@ int RunRecords(const RecordsOptions& options, platform::Runtime& runtime, std::o
   std::string problem;
   const std::filesystem::path file = options.data_dir / TVK::kStoreFileName;
   bool no_store = false;
-  const std::unique_ptr<TVK::RecordReader> reader = TVK::RecordReader::Open(file, problem, &no_store);
+  std::unique_ptr<TVK::RecordReader> reader = TVK::RecordReader::Open(file, problem, &no_store);
   if (reader == nullptr) {
     const std::u8string name = file.u8string();
     errors << "tvkctl: " << (no_store ? "no store at " : "cannot read the store ")
@@ -133,9 +133,19 @@ int RunRecords(const RecordsOptions& options, platform::Runtime& runtime, std::o
   int code = Show(*reader, query, options.format, out, errors);
   query.limit.reset();
   while (code == kExitOk && options.follow && runtime.Wait(*stop, kBetweenLooks) == platform::kWaitTimeout) {
-    const std::int64_t now = reader->ChangeCounter();
-    if (now == counter) continue;
-    counter = now;
+    if (reader->FileHasMoved()) {
+      std::unique_ptr<TVK::RecordReader> next = TVK::RecordReader::Open(file, problem);
+      if (next == nullptr) continue;  // the service has yet to begin the new store
+      // What came to the old one since the last look, as far as it can be read: it may be damaged.
+      static_cast<void>(Show(*reader, query, options.format, out, errors));
+      reader = std::move(next);
+      query.after_sequence = 0;
+      counter = reader->ChangeCounter();
+    } else if (const std::int64_t now = reader->ChangeCounter(); now != counter) {
+      counter = now;
+    } else {
+      continue;
+    }
     code = Show(*reader, query, options.format, out, errors);
   }
   return code;

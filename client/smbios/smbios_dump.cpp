@@ -40,7 +40,9 @@ std::optional<Claim> ReadClaim(std::span<const std::uint8_t> bytes, std::string&
   std::uint32_t length = 0;
   for (std::size_t i = kRsmbHeaderSize; i-- > 4;)
     length = length << 8 | bytes[i];
-  return Claim{{bytes[1], bytes[2], bytes[3], length, true}, bytes.subspan(kRsmbHeaderSize)};
+  return Claim{
+      {.major = bytes[1], .minor = bytes[2], .revision = bytes[3], .table_length = length, .length_is_exact = true},
+      bytes.subspan(kRsmbHeaderSize)};
 }
 
 }  // namespace

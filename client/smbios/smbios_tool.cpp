@@ -20,7 +20,6 @@ constexpr int kErrorLengthMismatch = 4;
 constexpr int kErrorNotLoaded = 5;
 
 constexpr std::size_t kStructureHeaderSize = 4;  // Type, length, handle.
-constexpr std::uint8_t kEndOfTable = 127;
 
 std::size_t LengthInHeader(const std::vector<std::uint8_t>& buffer) {
   std::size_t length = 0;
@@ -89,20 +88,7 @@ std::string SMBiosTool::Problem() const {
 }
 
 std::size_t SMBiosTool::LengthAt(std::size_t offset) const {
-  const std::size_t room = end_ - offset;
-  if (room < kStructureHeaderSize) return 0;
-  const std::size_t formatted = buffer_[offset + 1];
-  if (formatted < kStructureHeaderSize || formatted > room) return 0;
-  // memchr, since looking at each byte of the strings takes most of the time of decoding a table.
-  const std::uint8_t* const strings = &buffer_[offset] + formatted;
-  const std::uint8_t* const end = &buffer_[offset] + room;
-  for (const std::uint8_t* at = strings; at < end;) {
-    const auto* const zero = static_cast<const std::uint8_t*>(std::memchr(at, 0, static_cast<std::size_t>(end - at)));
-    if (zero == nullptr || zero + 1 == end) return 0;
-    if (zero[1] == 0) return formatted + static_cast<std::size_t>(zero - strings) + 2;
-    at = zero + 2;
-  }
-  return 0;
+  return platform::SmbiosStructureLength(std::span(buffer_).first(end_).subspan(offset));
 }
 
 std::size_t SMBiosTool::OffsetInTable(const unsigned char* structure) const {
@@ -114,17 +100,20 @@ std::size_t SMBiosTool::OffsetInTable(const unsigned char* structure) const {
   return static_cast<std::size_t>(structure - begin);
 }
 
-/// Calls `visit` with offset and length of every structure.
+/// Calls `visit` with offset and length of every structure. The end-of-table structure does not end the walk: older
+/// firmware has structures behind it, and whoever made the buffer cut off what does not belong to the table.
 template <typename Visit>
 SmbiosSurvey SMBiosTool::Walk(Visit visit) const {
   SmbiosSurvey survey;
-  for (std::size_t offset = kRsmbHeaderSize; offset < end_ && !survey.ended;) {
+  for (std::size_t offset = kRsmbHeaderSize; offset < end_;) {
     const std::size_t length = LengthAt(offset);
-    survey.damaged = length == 0;
-    if (survey.damaged) break;
+    if (length == 0) {
+      survey.damaged = !survey.ended;  // behind the end there may be padding
+      break;
+    }
     visit(offset, length);
     ++survey.structures;
-    survey.ended = buffer_[offset] == kEndOfTable;
+    survey.ended |= buffer_[offset] == platform::kSmbiosEndOfTable;
     offset += length;
   }
   return survey;

@@ -107,7 +107,7 @@ TEST(SMBiosTool, StopsBeforeAStructureThatIsNotWhole) {
       {"no string set at all", {1, 4, 0, 0}, true},
       {"string set with one zero byte", {1, 5, 0, 0, 1, 'a', 'b', 0}, true},
       {"string set without a zero byte", {1, 5, 0, 0, 1, 'a', 'b'}, true},
-      {"structures behind the end of the table", {127, 4, 0, 0, 0, 0, 1, 4, 0, 0, 0, 0}, false},
+      {"padding behind the end of the table", {127, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

@@ -74,4 +74,8 @@ std::int64_t RecordReader::ChangeCounter() const {
   return run.Step() == SQLITE_ROW ? run.Number(0) : 0;
 }
 
+bool RecordReader::FileHasMoved() const {
+  return impl_->database.FileHasMoved();
+}
+
 }  // namespace TVK

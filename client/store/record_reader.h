@@ -51,6 +51,10 @@ class RecordReader {
   /// A number that changes when another process writes to the store; cheap enough to be asked several times a second.
   std::int64_t ChangeCounter() const;
 
+  /// True when the file that is read is no longer the one of its name: it was set aside or removed, and nothing will be
+  /// written to it any more. Never on Windows, where a file that somebody reads keeps its name.
+  bool FileHasMoved() const;
+
  private:
   class Impl;
   explicit RecordReader(std::unique_ptr<Impl> impl);

@@ -1,5 +1,6 @@
 #include "client/store/store_file.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <system_error>
@@ -161,8 +162,10 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
   if (code == SQLITE_OK) code = database.Execute("PRAGMA query_only = ON");
   if (code == SQLITE_OK) code = SetUpConnection(kReaderBusyTimeout, database);
   if (code == SQLITE_OK) code = ReadHeader(database, header);
-  if ((code == SQLITE_CANTOPEN || code == SQLITE_READONLY) && quiet) {
-    // Without the right to make the files that readers share, but nobody writes either: take the file as it stands.
+  constexpr int kNoSharedFiles[] = {SQLITE_CANTOPEN, SQLITE_READONLY, SQLITE_IOERR, SQLITE_FULL};
+  if (quiet && std::ranges::find(kNoSharedFiles, code) != std::end(kNoSharedFiles)) {
+    // Without the right or the room to make the files that readers share, but nobody writes either: take the file as it
+    // stands.
     code = database.OpenName(ImmutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     if (code == SQLITE_OK) code = ReadHeader(database, header);
   }

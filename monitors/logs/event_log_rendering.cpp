@@ -99,7 +99,7 @@ std::wstring EventDataText(std::string_view xml) {
   const std::size_t tag_end = xml.find('>', start);
   if (start == std::string_view::npos || tag_end == std::string_view::npos) return kEmptyEventData;
   const std::size_t end = xml.find(kEnd, tag_end);
-  if (xml[tag_end - 1] == '/' || end == std::string_view::npos) return kEmptyEventData;
+  if (xml[tag_end - 1] == '/' || end == std::string_view::npos || end == tag_end + 1) return kEmptyEventData;
   const std::string_view data = xml.substr(start, end + kEnd.size() - start);
   return CountCharacters(data) > kLongestEventData ? kEventDataTooLarge : String::UTF8ToUTF16(std::string(data));
 }
@@ -135,7 +135,7 @@ EventLogAnswer ReadLoggedEvents(platform::Machine& machine, const platform::Cloc
   const platform::EventLogReading reading = machine.QueryEventLog(query);
   LogFailure(reading, log, caller);
   EventLogAnswer answer;
-  answer.complete = reading.failure == platform::EventLogFailure::kNone;
+  answer.failure = reading.failure;
   for (const platform::EventLogRecord& record : reading.records)
     answer.events.push_back(RenderEvent(record, clock));
   return answer;

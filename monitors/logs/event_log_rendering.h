@@ -65,7 +65,7 @@ RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform
 /// What a query gave.
 struct EventLogAnswer {
   std::vector<RenderedEvent> events;  ///< Newest first.
-  bool complete = false;              ///< Nothing failed.
+  platform::EventLogFailure failure = platform::EventLogFailure::kNone;
 };
 
 /// Asks for the newest `limit` events of `channel` that answer `xpath`. A failure is logged to `log` in the name of

@@ -90,7 +90,7 @@ TEST(EventLogRenderingTest, FailuresAreLoggedAndWhatCameBeforeCounts) {
       };
     });
     const EventLogAnswer answer = ReadLoggedEvents(machine, runtime.clock(), "System", "*", 2, log, L"Me");
-    EXPECT_FALSE(answer.complete);
+    EXPECT_EQ(answer.failure, failure);
     EXPECT_EQ(answer.events.size(), 1u);
     EXPECT_EQ(logs.Lines().back(), line);
   }

@@ -70,7 +70,9 @@ void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
     if (LogDevInitEvent() != 0) log_.d(L"CPU LogDevInitEvent failed");
     SetDevicePathChanged(false);
   }
-  if (StartPeakCheck()) ReadAndUpdateDatasetSettings();
+  if (!StartPeakCheck()) return;
+  follows_settings_ = true;
+  ReadAndUpdateDatasetSettings();
 }
 
 // False when the monitor is stopping.
@@ -114,7 +116,7 @@ bool CpuEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstri
 }
 
 void CpuEventMonitor::ReadAndUpdateDatasetSettings() {
-  if (!cpu_info_loaded_) return;  // StartMonitor reads them when it gets there
+  if (!follows_settings_) return;  // StartMonitor reads them when it gets there
   ReadSettingsAndFollowInterval(dataset_id, ITEM_EVENT_CONTEXT.at(kUsagePerInterval), usage_report_,
                                 L"CpuEventMonitor::ReadAndUpdateDatasetSettings");
 }

@@ -70,7 +70,8 @@ class CpuEventMonitor final : public EventMonitorBase {
   CPUInfo* const collector_;
   const std::unique_ptr<platform::Event> dataset_context_event_;
   std::atomic<bool> cpu_info_loaded_ = false;
-  _SYSCPU_INFORMATION facts_;  ///< Written before cpu_info_loaded_ becomes true, then constant.
+  std::atomic<bool> follows_settings_ = false;  ///< Not before the dataset context that the reports refer to.
+  _SYSCPU_INFORMATION facts_;                   ///< Written before cpu_info_loaded_ becomes true, then constant.
 
   std::mutex context_mutex_;  ///< Serialises LogDatasetContext; guards dataset_context_id_.
   std::wstring dataset_context_id_;

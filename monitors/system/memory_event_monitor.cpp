@@ -100,7 +100,9 @@ void MemoryEventMonitor::StartMonitor(std::wstring /*name*/) {
     if (LogDevInitEvent() != 0) log_.d(L"Memory LogDevInitEvent failed");
     SetDevicePathChanged(false);
   }
-  if (StartReporting()) ReadAndUpdateDatasetSettings();
+  if (!StartReporting()) return;
+  follows_settings_ = true;
+  ReadAndUpdateDatasetSettings();
 }
 
 // False when the monitor is stopping or cannot be stopped.
@@ -150,7 +152,7 @@ bool MemoryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::ws
 }
 
 void MemoryEventMonitor::ReadAndUpdateDatasetSettings() {
-  if (!facts_known_) return;  // StartMonitor reads them when it gets there
+  if (!follows_settings_) return;  // StartMonitor reads them when it gets there
   ReadSettingsAndFollowInterval(dataset_id, ITEM_EVENT_CONTEXT.at(kUsagePerInterval), usage_report_,
                                 L"MemoryEventMonitor::ReadAndUpdateDatasetSettings");
 }
@@ -241,6 +243,10 @@ SecondTick::Work MemoryEventMonitor::LookAtLoad(bool& failing) {
 
 void MemoryEventMonitor::MemoryStatusReportThread() {
   log_.d(L"MemoryEventMonitor MemoryStatusReportThread thread start...");
+  if (stop_event_ == nullptr) {
+    log_.e(L"MemoryEventMonitor MemoryStatusReportThread: _hStopEvent is NULL! thread exit!");
+    return;
+  }
   std::uint32_t error = 0;
   const auto status = services().machine.ReadMemoryStatus(&error);
   bool failing = !status;

@@ -73,7 +73,8 @@ class MemoryEventMonitor final : public EventMonitorBase {
   const std::unique_ptr<platform::Event> dataset_context_event_;
   std::atomic<bool> change_event_enabled_ = true;
   std::atomic<bool> facts_known_ = false;
-  ItemData facts_;  ///< Written before facts_known_ becomes true, then constant.
+  std::atomic<bool> follows_settings_ = false;  ///< Not before the dataset context that the reports refer to.
+  ItemData facts_;                              ///< Written before facts_known_ becomes true, then constant.
 
   std::mutex context_mutex_;  ///< Serialises LogDatasetContext; guards dataset_context_id_.
   std::wstring dataset_context_id_;

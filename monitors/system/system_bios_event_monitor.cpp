@@ -69,7 +69,7 @@ void SystemBiosEventMonitor::LogOncePerBoot() {
   ItemEvent last;
   const int found =
       services().store.GetLastItemEventWithItemId(dataset_id, ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot), last);
-  _lastModifiedTime = found == 0 ? GetTimeStamp(TVK::String::UTF16ToUTF8(last.item_time())) : 0;
+  _lastModifiedTime = found == 0 ? TimeOfRecord(last.item_time()) : 0;
   log_.d(L"%s Log _lastModifiedTime : %lld", kThis, _lastModifiedTime);
   const std::optional<std::int64_t> boot = GetLastbootTime();
   if (!boot) {
@@ -86,7 +86,9 @@ std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
     const EventLogAnswer answer =
         ReadLoggedEvents(services().machine, services().runtime.clock(), "System", query, 1, log_, kThis);
     if (!answer.events.empty() && answer.events.front().time_created) return answer.events.front().time_created;
-    if (!answer.complete) break;  // it would not answer the others either
+    if (answer.failure == platform::EventLogFailure::kNotSupported) break;
+    // The log may know the boot and did not tell: silence until the next start rather than a second record of one boot.
+    if (answer.failure != platform::EventLogFailure::kNone) return std::nullopt;
   }
   return services().machine.ReadBootTime();
 }
