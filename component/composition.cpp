@@ -48,7 +48,8 @@ Composition::Composition(const Places& places, TVK::RemarkObserver remarks)
       machine_(platform::OpenLocalMachine({.sysroot = places.sysroot}, runtime_->clock())),
       policy_agent_({.telemetry_policy = places.policy_file,
                      .tvk_policy = places.tvk_policy_file,
-                     .last_good = places.data_folder / "policy.last-good.json"}),
+                     .last_good = places.data_folder / "policy.last-good.json",
+                     .tvk_last_good = places.data_folder / "client-policy.last-good.json"}),
       store_(StoreIn(places.data_folder), runtime_->clock()),
       bus_(*runtime_),
       machine_information_(*machine_, runtime_->clock()),
@@ -92,6 +93,7 @@ std::unique_ptr<Composition> Composition::Open(const TVK::ComponentOptions& opti
   const std::string watch_problem = composition->policy_watch_.Start();
   const PolicyLoad load = composition->policy_agent_.LoadTelemetryPolicy();
   const PolicyLoad tvk_load = composition->policy_agent_.LoadTvkPolicy();
+  composition->policy_agent_.KeepLastGood();
   for (const auto& [file, problems] :
        {std::pair(places.policy_file, load.problems), {places.tvk_policy_file, tvk_load.problems}}) {
     for (const PolicyProblem& problem : problems)

@@ -63,15 +63,15 @@ void PolicyWatch::Load() {
   constexpr int kTelemetryPolicyChanged = 14;
   constexpr int kTvkPolicyChanged = 18;
   TvkPolicy before;
-  agent_.GetTvkPolicy(before);
+  const bool known_before = agent_.GetTvkPolicy(before);
   const PolicyLoad tvk = agent_.LoadTvkPolicy();
   const PolicyLoad telemetry = agent_.LoadTelemetryPolicy();
   Remark(files_.tvk_policy, tvk, tvk_refused_);
   Remark(files_.telemetry_policy, telemetry, telemetry_refused_);
   TvkPolicy now;
   agent_.GetTvkPolicy(now);
-  const std::wstring payload =
-      MakeTvkPolicyPayload(now.device_path, now.device_subscription, now.device_path != before.device_path);
+  const bool path_changed = known_before && now.device_path != before.device_path;
+  const std::wstring payload = MakeTvkPolicyPayload(now.device_path, now.device_subscription, path_changed);
   // First: a consent that was withdrawn counts for whatever the other change brings.
   if (telemetry.changed) {
     log_.i(L"the telemetry policy changed");
@@ -81,4 +81,6 @@ void PolicyWatch::Load() {
     log_.i(L"the client policy changed");
     bus_.Publish(TVKNotificationData(kPolicyTopic, kTvkPolicyChanged, payload));
   }
+  // Last: a withdrawn consent does not wait for the disk.
+  agent_.KeepLastGood();
 }

@@ -124,7 +124,14 @@ void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, boo
   set_device_context_id(context.device_context_id());
 
   const auto wakers = state.CopyWakers();
-  if (wakers.device_context_change == nullptr || !needed) return;
+  const bool tell = wakers.device_context_change != nullptr && needed;
+  const bool moved = stored.device_info().device_path() != fresh.device_info().device_path();
+  {
+    const std::lock_guard values(state.value_lock);
+    // A path that changed and changed back before anybody looked is no change that a later context should tell of.
+    state.device_path_change = needed && (state.device_path_change || (tell && moved));
+  }
+  if (!tell) return;
   constexpr wchar_t kThis[] = L"EventManager::LogDeviceContextData";
   state.log.d(L"%s Sending event on logging Device Context with deviceContextid: ! %s: ", kThis,
               context.device_context_id());

@@ -128,9 +128,10 @@ void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
     state.log.d(L"EventManager Initialize");
     CreateGlobalEvents();
     {
-      // Before the policy is read: news of a change that comes meanwhile then waits for the notification thread.
+      // Before the policies are read: news of a change that comes meanwhile then waits for the notification thread.
       const std::lock_guard values(state.value_lock);
       state.wakers.telemetry_scope = state.services.runtime.MakeSemaphore(0, 1);
+      state.wakers.tvk_policy = state.services.runtime.MakeEvent(EventReset::kAuto);
     }
     TelemetryPolicy policy;
     std::wstring old_scope;
@@ -194,7 +195,6 @@ void EventManager::StartNotificationThread() {
   {
     const std::lock_guard values(state.value_lock);
     state.wakers.device_context_change = state.services.runtime.MakeEvent(EventReset::kAuto);
-    state.wakers.tvk_policy = state.services.runtime.MakeEvent(EventReset::kAuto);
   }
   try {
     state.notification_thread =

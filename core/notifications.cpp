@@ -219,7 +219,10 @@ void EventManager::StartMissingDatasets(TelemetryPolicy& policy) {
     const bool runs = row->rule == DatasetRule::kUserProcess
                           ? state.user_process_started.load()
                           : SearchMonitorList(dataset.name) || state.IsStopping(dataset.name);
-    if (!runs && String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope())) RunAndAddToList(dataset.id);
+    // The policy may be newer than the scope in force; a consent that it withdraws counts already.
+    const bool consented = String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope()) &&
+                           String::CaseInsesitiveFind(row->scopes, policy.telemetry_scope);
+    if (!runs && consented) RunAndAddToList(dataset.id);
   }
 }
 

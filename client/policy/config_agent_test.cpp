@@ -31,7 +31,7 @@ class ConfigPolicyAgentTest : public testing::Test {
   TempFolder folder_;
   LogCapture log_;
   const ConfigPolicyAgent::Files files_{folder_.path() / "policy.json", folder_.path() / "client-policy.json",
-                                        folder_.path() / "last-good.json"};
+                                        folder_.path() / "last-good.json", folder_.path() / "client-last-good.json"};
 };
 
 TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) {
@@ -53,11 +53,13 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   EXPECT_EQ(load.problems[0].path, "telemetryScope");
   EXPECT_TRUE(log_.Has(L"policy.json: telemetryScope: \"loud\" is no scope"));
   EXPECT_EQ(Scope(agent), L"basic");
+  agent.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kBasic);
 
   Write(files_.telemetry_policy, kFull);
   EXPECT_TRUE(agent.LoadTelemetryPolicy().changed);
   EXPECT_EQ(Scope(agent), L"full");
+  agent.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kFull);
 
   // A start with a broken file takes the copy; the same policy in the mended file is no change for those who saw it.
@@ -65,6 +67,7 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   ConfigPolicyAgent next(files_);
   EXPECT_FALSE(next.LoadTelemetryPolicy().accepted);
   EXPECT_EQ(Scope(next), L"full");
+  next.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kFull);
   Write(files_.telemetry_policy, kFull);
   load = next.LoadTelemetryPolicy();
@@ -82,6 +85,13 @@ TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
   Write(files_.tvk_policy, R"({"devicePath":"a/b"})");
   EXPECT_TRUE(agent.LoadTvkPolicy().changed);
   ASSERT_TRUE(agent.GetTvkPolicy(policy));
+  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L""}));
+
+  agent.KeepLastGood();
+  Write(files_.tvk_policy, "{");
+  ConfigPolicyAgent next(files_);
+  EXPECT_FALSE(next.LoadTvkPolicy().accepted);
+  ASSERT_TRUE(next.GetTvkPolicy(policy));
   EXPECT_EQ(policy, (TvkPolicy{L"a/b", L""}));
 
   std::filesystem::remove(files_.tvk_policy);

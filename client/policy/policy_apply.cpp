@@ -1,5 +1,7 @@
 #include "client/policy/policy_apply.h"
 
+#include <system_error>
+
 #include "platform/files.h"
 
 PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target) {
@@ -7,9 +9,14 @@ PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem:
   PolicyApplied result;
   result.problems = std::move(document.problems);
   if (!document.policy) return result;
+  // Where the policy is a link, its owner keeps the file elsewhere: the file is replaced, and the link stays.
+  std::error_code failure;
+  std::filesystem::path file = target;
+  if (std::filesystem::is_symlink(target, failure)) file = std::filesystem::canonical(target, failure);
+  if (failure) file = target;  // a link that leads nowhere gives way to the file
   // The first policy of a machine comes before its folder.
-  result.failure = platform::MakePrivateFolder(std::filesystem::absolute(target).parent_path());
-  if (result.failure.empty()) result.failure = platform::ReplaceFile(target, json);
+  result.failure = platform::MakePrivateFolder(std::filesystem::absolute(file).parent_path());
+  if (result.failure.empty()) result.failure = platform::ReplaceFile(file, json);
   result.applied = result.failure.empty();
   return result;
 }

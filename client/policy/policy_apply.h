@@ -15,6 +15,6 @@ struct PolicyApplied {
 };
 
 /// Validates the document and puts it in place of `target`, as it stands, so that a reader sees the old or the new
-/// policy; a missing folder is made, for the running account alone. A document with a fatal problem, or a failed
-/// write, leaves `target` untouched. Any thread.
+/// policy; a missing folder is made, for the running account alone. Of a link the file is replaced that it leads to. A
+/// document with a fatal problem, or a failed write, leaves `target` untouched. Any thread.
 PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target);

@@ -43,6 +43,7 @@ class TelemetryPolicy {
   TelemetryPolicy& operator=(const TelemetryPolicy&) = default;
   TelemetryPolicy& operator=(TelemetryPolicy&&) = default;
   virtual ~TelemetryPolicy() = default;
+  bool operator==(const TelemetryPolicy&) const = default;
 
   std::wstring telemetry_scope = L"none";  ///< "none", "basic", "enhance" or "full", in small letters.
   std::list<DataSet> datasets;             ///< In the order of the policy.

@@ -176,13 +176,15 @@ void CpuEventMonitor::ReadUsagePerInterval() {
     log_.e(L"%s: CPUInfo is not loaded.", L"CpuEventMonitor::ReadUsagePerInterval");
     return;
   }
+  if (isTelemetryScopeNone()) return;
   const int usage = std::min(collector_->GetCpuUsageInt(), 100);
   const int error = LogItemEvent(usage, kUsagePerInterval);
   if (error != 0) log_.e(L"CpuEventMonitor LogItemEvent(%s) return error: %d", kUsagePerInterval, error);
 }
 
 SecondTick::Work CpuEventMonitor::CpuCheckEntry() {
-  if (!cpu_info_loaded_) return nullptr;
+  // Nobody consents any more, and the stop is on its way.
+  if (!cpu_info_loaded_ || isTelemetryScopeNone()) return nullptr;
   collector_->GetCpuUsageInt();  // what happened before this check is not its business
   const int sample = collector_->GetCpuUsageInt();
   if (sample < peak_threshold_) return nullptr;

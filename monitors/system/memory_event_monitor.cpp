@@ -214,6 +214,7 @@ ItemData MemoryEventMonitor::UsageToItemData(const platform::MemoryStatus& statu
 }
 
 void MemoryEventMonitor::ReadUsagePerInterval() {
+  if (isTelemetryScopeNone()) return;
   std::uint32_t error = 0;
   const auto status = services().machine.ReadMemoryStatus(&error);
   if (!status) {
@@ -224,6 +225,8 @@ void MemoryEventMonitor::ReadUsagePerInterval() {
 }
 
 SecondTick::Work MemoryEventMonitor::LookAtLoad(bool& failing) {
+  // Nobody consents any more, and the stop is on its way.
+  if (isTelemetryScopeNone()) return nullptr;
   std::uint32_t error = 0;
   const auto status = services().machine.ReadMemoryStatus(&error);
   if (!status) {
