@@ -25,32 +25,25 @@ TEST(EventLogRenderingTest, TimeIsLocalWithItsOffset) {
 }
 
 TEST(EventLogRenderingTest, EventDataIsCutOut) {
-  const std::string kFrame = "<EventData></EventData>";
-  const std::string longest = "<EventData>" + std::string(kLongestEventData - kFrame.size(), 'x') + "</EventData>";
-  std::string of_wide_characters = "<EventData>";
-  for (std::size_t i = kFrame.size(); i < kLongestEventData; ++i)
-    of_wide_characters += "\xC3\xA4";
-  of_wide_characters += "</EventData>";
-  struct Row {
-    std::string xml;
-    std::string data;
+  const auto filled = [](const std::string& filling, std::size_t more) {
+    std::string data = "<EventData>";
+    for (std::size_t i = std::string("<EventData></EventData>").size(); i < kLongestEventData + more; ++i)
+      data += filling;
+    return data + "</EventData>";
   };
-  const std::string too_large = TVK::String::UTF16ToUTF8(kEventDataTooLarge);
-  for (const Row& row : {
-           Row{"<Event><System/><EventData Name='a'><Data>1</Data></EventData></Event>",
-               "<EventData Name='a'><Data>1</Data></EventData>"},
-           Row{"<Event><EventDataX>1</EventDataX><EventData>2</EventData></Event>", "<EventData>2</EventData>"},
-           Row{"<Event><EventData/></Event>", "<EventData />"},
-           Row{"<Event><EventData Name='a'/><X></EventData></Event>", "<EventData />"},
-           Row{"<Event><UserData>1</UserData></Event>", "<EventData />"},
-           Row{"<Event><EventData><Data>cut off", "<EventData />"},
-           Row{"<EventData", "<EventData />"},
-           Row{"", "<EventData />"},
-           Row{longest, longest},
-           Row{of_wide_characters, of_wide_characters},
-           Row{"<EventData>" + longest.substr(10), too_large},
+  for (const auto& [xml, data] : std::initializer_list<std::pair<std::string, std::string>>{
+           {"<Event><System/><EventData Name='a'><Data>1</Data></EventData></Event>",
+            "<EventData Name='a'><Data>1</Data></EventData>"},
+           {"<Event><EventDataX>1</EventDataX><EventData>2</EventData></Event>", "<EventData>2</EventData>"},
+           {"<Event><EventData Name='a'/><X></EventData></Event>", "<EventData />"},
+           {"<Event><EventData><Data>cut off", "<EventData />"},
+           {"<EventData", "<EventData />"},
+           {"", "<EventData />"},
+           {filled("x", 0), filled("x", 0)},
+           {filled("\xC3\xA4", 0), filled("\xC3\xA4", 0)},
+           {filled("x", 1), TVK::String::UTF16ToUTF8(kEventDataTooLarge)},
        }) {
-    EXPECT_EQ(TVK::String::UTF16ToUTF8(EventDataText(row.xml)), row.data) << row.xml.substr(0, 60);
+    EXPECT_EQ(TVK::String::UTF16ToUTF8(EventDataText(xml)), data) << xml.substr(0, 60);
   }
 }
 

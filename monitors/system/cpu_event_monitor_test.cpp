@@ -6,6 +6,7 @@
 
 #include "client/text/record_time.h"
 #include "client/text/string.h"
+#include "monitors/system/cpu_settings.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -29,30 +30,48 @@ class CpuEventMonitorTest : public testing::Test {
   void SetLoad(std::optional<std::int32_t> load) {
     world_.machine.Change([&](auto& state) { state.processor_load = [load] { return load; }; });
   }
-  std::unique_ptr<CpuEventMonitor> Make(ServiceLife& life) {
-    return std::make_unique<CpuEventMonitor>(nullptr, false, life.services(), &info_);
+  /// Another run of the service, on the records of those before.
+  void StartLife(int version_answer = 0) {
+    monitor_.reset();
+    life_.reset();
+    life_.emplace(world_);
+    life_->manager.version_answer = version_answer;
+    monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(nullptr, false, life_->services(), &info_));
   }
-  /// When the items were written, in seconds since `start`.
-  static std::vector<std::int64_t> Times(const MonitorWorld& world, const std::vector<ItemEvent>& items,
-                                         std::int64_t start) {
+  void Change(std::map<std::wstring, std::wstring> settings) {
+    SetSettings(std::move(settings));
+    (*monitor_)->ReadAndUpdateDatasetSettings();
+  }
+  /// When this life wrote its usage, in seconds since the test's begin.
+  std::vector<std::int64_t> UsageTimes() const {
     std::vector<std::int64_t> times;
-    for (const ItemEvent& item : items)
-      times.push_back(TVK::ParseRecordTime(TVK::String::UTF16ToUTF8(item.item_time()), world.runtime.clock()) - start);
+    for (const ItemEvent& item : life_->Items(kUsage)) {
+      const std::string time = TVK::String::UTF16ToUTF8(item.item_time());
+      times.push_back(TVK::ParseRecordTime(time, world_.runtime.clock()) - start_);
+    }
     return times;
   }
+  std::vector<std::wstring> Utilizations(const wchar_t* item_name) const {
+    std::vector<std::wstring> reported;
+    for (const ItemEvent& item : life_->Items(item_name))
+      reported.push_back(item.item_data().at(L"CPUUtilization"));
+    return reported;
+  }
+
+  using Times = std::vector<std::int64_t>;
+  using Texts = std::vector<std::wstring>;
 
   MonitorWorld world_;
+  const std::int64_t start_ = world_.runtime.clock().NowSeconds();
   CPUInfo info_{world_.machine};
+  std::optional<ServiceLife> life_;
+  std::optional<RunningMonitor> monitor_;
 };
 
-using Times64 = std::vector<std::int64_t>;
-
 TEST_F(CpuEventMonitorTest, TheFirstStartDescribesTheProcessorAndTheDevice) {
-  ServiceLife life(world_);
-  life.manager.version_answer = 2;
-  const RunningMonitor monitor(world_.runtime, Make(life));
+  StartLife(2);
   world_.runtime.Settle();
-  const std::vector<DatasetContext> contexts = life.DatasetContexts();
+  const std::vector<DatasetContext> contexts = life_->DatasetContexts();
   ASSERT_EQ(contexts.size(), 1u);
   EXPECT_EQ(contexts[0].item_data(), (ItemData{{L"cpu_name", L"Simulated Processor 4000"},
                                                {L"cpu_addresswidth", L"64"},
@@ -60,13 +79,8 @@ TEST_F(CpuEventMonitorTest, TheFirstStartDescribesTheProcessorAndTheDevice) {
                                                {L"cpu_numoflogicalprocessors", L"8"},
                                                {L"cpu_l2cachesize", L"4194304"},
                                                {L"cpu_l3cachesize", L"8388608"}}));
-  EXPECT_EQ(contexts[0].dataset_type(), L"device-activity");
-  const std::vector<ItemEvent> items = life.Items();
-  ASSERT_EQ(items.size(), 1u);
-  EXPECT_EQ(items[0].item_name(), L"DeviceInit");
-  EXPECT_EQ(items[0].item_id(), EventMonitorBase::DeviceInitItemId);
-  EXPECT_EQ(items[0].dataset_context_id(), contexts[0].dataset_context_id());
-  EXPECT_EQ(items[0].source(), L"tvk/cpu");
+  ASSERT_EQ(life_->Items().size(), 1u);
+  EXPECT_EQ(life_->Items(L"DeviceInit").at(0).dataset_context_id(), contexts[0].dataset_context_id());
 }
 
 TEST(CpuFacts, WhatTheMachineDoesNotTellIsLeftOut) {
@@ -83,69 +97,61 @@ TEST(CpuFacts, WhatTheMachineDoesNotTellIsLeftOut) {
       << "that there is no L3 is known";
 }
 
+TEST(CpuSettingsTest, OnlyAThresholdBringsTheDurationIntoForce) {
+  EXPECT_EQ(ReadCpuSettings({{L"CPUPeakThresholdDuration", L"2s"}}).peak_threshold_duration_ms, 10u);
+  const CpuSettings read = ReadCpuSettings({{L"CPUPeakThreshold", L"500"}, {L"CPUPeakThresholdDuration", L"2s"}});
+  EXPECT_EQ(read.peak_threshold_percent, 90);
+  EXPECT_EQ(read.peak_threshold_duration_ms, 2000u);
+}
+
 TEST_F(CpuEventMonitorTest, ARestartKeepsTheRhythmAndInitialisesNothing) {
-  const std::int64_t start = world_.runtime.clock().NowSeconds();
   SetSettings({{kInterval, L"10m"}});
-  {
-    ServiceLife life(world_);
-    life.manager.version_answer = 2;
-    const RunningMonitor monitor(world_.runtime, Make(life));
-    world_.runtime.AdvanceBy(14min);
-    EXPECT_EQ(Times(world_, life.Items(kUsage), start), (Times64{600}));
-  }
+  StartLife(2);
+  world_.runtime.AdvanceBy(14min);
+  EXPECT_EQ(UsageTimes(), (Times{600}));
+  monitor_.reset();
   world_.runtime.AdvanceBy(2min);
-  ServiceLife life(world_);
-  {
-    const RunningMonitor monitor(world_.runtime, Make(life));
-    world_.runtime.AdvanceBy(14min);
-    EXPECT_EQ(Times(world_, life.Items(kUsage), start), (Times64{1200, 1800})) << "16 of 20 minutes had passed";
-    EXPECT_TRUE(life.Items(L"DeviceInit").empty());
-  }
+  StartLife();
+  world_.runtime.AdvanceBy(14min);
+  EXPECT_EQ(UsageTimes(), (Times{1200, 1800})) << "16 of 20 minutes had passed";
+  EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
+  monitor_.reset();
   world_.runtime.AdvanceBy(1h);
-  const RunningMonitor monitor(world_.runtime, Make(life));
+  StartLife();
   world_.runtime.Settle();
-  EXPECT_EQ(life.Items(kUsage).size(), 3u) << "overdue: at once";
+  EXPECT_EQ(UsageTimes(), (Times{5400})) << "overdue: at once";
 }
 
 TEST_F(CpuEventMonitorTest, UsageIsCappedAndAFailingSampleIsZero) {
   SetSettings({{kInterval, L"1m"}, {L"CPUPeakThreshold", L"100"}});
-  ServiceLife life(world_);
-  const RunningMonitor monitor(world_.runtime, Make(life));
-  world_.runtime.AdvanceBy(59s);
-  std::vector<std::wstring> reported;
+  StartLife();
   for (const std::optional<std::int32_t> load : {std::optional(37), std::optional(250), std::optional<int>()}) {
     SetLoad(load);
-    world_.runtime.AdvanceBy(1s);
-    reported.push_back(life.Items(kUsage).back().item_data().at(L"CPUUtilization"));
-    SetLoad(0);
-    world_.runtime.AdvanceBy(59s);
+    world_.runtime.AdvanceBy(1min);
   }
-  EXPECT_EQ(reported, (std::vector<std::wstring>{L"37", L"100", L"0"}));
+  EXPECT_EQ(Utilizations(kUsage), (Texts{L"37", L"100", L"0"}));
 }
 
 TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
   struct Row {
-    const char* what;
     std::deque<int> samples;  // the first is passed over; after the last: 0
     const wchar_t* threshold;
-    std::vector<std::wstring> reported;
+    Texts reported;
   };
   for (const Row& row : {
-           Row{"five at 100", {0, 100, 100, 100, 100, 100}, L"90", {L"100"}},
-           Row{"at the threshold", {0, 90, 90, 90, 90, 91}, L"90", {L"91"}},
-           Row{"above 100", {0, 180, 180, 180, 180, 180}, L"90", {L"100"}},
-           Row{"one below", {0, 100, 100, 89, 100, 100}, L"90", {}},
-           Row{"the last below", {0, 100, 100, 100, 100, 89}, L"90", {}},
-           Row{"an unusable threshold", {0, 90, 90, 90, 90, 90}, L"101", {L"90"}},
-           Row{"a lower threshold", {0, 1, 2, 3, 4, 5}, L"1", {L"5"}},
+           Row{{0, 90, 90, 90, 90, 91}, L"90", {L"91"}},
+           Row{{0, 180, 180, 180, 180, 180}, L"90", {L"100"}},
+           Row{{0, 100, 100, 89, 100, 100}, L"90", {}},
+           Row{{0, 100, 100, 100, 100, 89}, L"90", {}},
+           Row{{0, 90, 90, 90, 90, 90}, L"101", {L"90"}},
+           Row{{0, 1, 2, 3, 4, 5}, L"1", {L"5"}},
        }) {
-    SCOPED_TRACE(row.what);
+    SCOPED_TRACE(testing::PrintToString(row.samples));
     SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", row.threshold}});
     std::deque<int> samples = row.samples;
     // The check of second 0 runs before the settings are read.
     SetLoad(0);
-    ServiceLife life(world_);
-    const RunningMonitor monitor(world_.runtime, Make(life));
+    StartLife();
     world_.runtime.AdvanceBy(500ms);
     world_.machine.Change([&](auto& state) {
       state.processor_load = [&samples] {
@@ -155,153 +161,113 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
       };
     });
     world_.runtime.AdvanceBy(1s);
-    std::vector<std::wstring> reported;
-    for (const ItemEvent& item : life.Items(kPeak))
-      reported.push_back(item.item_data().at(L"CPUUtilization"));
-    EXPECT_EQ(reported, row.reported);
+    EXPECT_EQ(Utilizations(kPeak), row.reported);
     SetLoad(0);
   }
 }
 
 TEST_F(CpuEventMonitorTest, AStopDuringThePeakCheckStillReportsIt) {
   SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", L"90"}, {L"CPUPeakThresholdDuration", L"10s"}});
-  ServiceLife life(world_);
-  RunningMonitor monitor(world_.runtime, Make(life));
+  StartLife();
   world_.runtime.AdvanceBy(900ms);
   SetLoad(95);
   world_.runtime.AdvanceBy(1s);
-  EXPECT_TRUE(life.Items(kPeak).empty()) << "the check spans ten seconds";
+  EXPECT_TRUE(life_->Items(kPeak).empty()) << "the check spans ten seconds";
   const platform::SteadyTime before = world_.runtime.clock().Steady();
-  monitor.Stop();
+  monitor_->Stop();
   EXPECT_EQ(world_.runtime.clock().Steady(), before);
-  ASSERT_EQ(life.Items(kPeak).size(), 1u);
-  EXPECT_EQ(life.Items(kPeak)[0].item_data().at(L"CPUUtilization"), L"95");
-  EXPECT_TRUE(world_.logs.Has(L"CpuEventMonitor::CpuCheckEntry: Stop Event received"));
+  EXPECT_EQ(Utilizations(kPeak), (Texts{L"95"}));
   EXPECT_TRUE(world_.runtime.Threads().empty());
 }
 
 TEST_F(CpuEventMonitorTest, AChangeOfTheIntervalMovesTheNextReport) {
-  ServiceLife life(world_);
-  const std::int64_t start = world_.runtime.clock().NowSeconds();
-  const RunningMonitor monitor(world_.runtime, Make(life));
+  StartLife();
   world_.runtime.AdvanceBy(150s);
-  const auto change = [&](std::map<std::wstring, std::wstring> settings) {
-    SetSettings(std::move(settings));
-    monitor->ReadAndUpdateDatasetSettings();
-  };
-  change({{kInterval, L"3m"}});
+  Change({{kInterval, L"3m"}});
   world_.runtime.AdvanceBy(150s);
-  EXPECT_EQ(Times(world_, life.Items(kUsage), start), (Times64{60, 120, 300})) << "three minutes after the last";
+  EXPECT_EQ(UsageTimes(), (Times{60, 120, 300})) << "three minutes after the last";
   // The same interval leaves the timer alone; an unusable one stops the reports, and a good one starts them again.
-  change({{kInterval, L"3m"}, {L"CPUPeakThreshold", L"50"}});
-  EXPECT_TRUE(world_.logs.Has(L"CpuEventMonitor::ReadAndUpdateDatasetSettings: No change in ReadUsageInterval"));
+  Change({{kInterval, L"3m"}, {L"CPUPeakThreshold", L"50"}});
   EXPECT_EQ(world_.runtime.Threads().size(), 3u) << "check, tick and usage";
-  for (const wchar_t* unusable : {L"", L"59s", L"0m", L"1", L"-1m", L"9999999999d"}) {
+  for (const wchar_t* unusable : {L"", L"59s"}) {
     world_.logs.Clear();
-    change({{kInterval, L"3m"}});
-    change({{kInterval, unusable}});
-    EXPECT_TRUE(
-        world_.logs.Has(L"CpuEventMonitor::ReadAndUpdateDatasetSettings: Invalid DatasetSettings "
-                        L"ReadUsageInterval = 0"));
+    Change({{kInterval, L"3m"}});
+    Change({{kInterval, unusable}});
+    EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
     world_.runtime.Settle();
     EXPECT_EQ(world_.runtime.Threads().size(), 2u) << "the peak check goes on";
   }
-  change({});
   world_.runtime.AdvanceBy(10min);
-  EXPECT_EQ(life.Items(kUsage).size(), 3u);
-  SetLoad(100);
-  world_.runtime.AdvanceBy(1500ms);
-  EXPECT_EQ(life.Items(kPeak).size(), 1u);
-  SetLoad(5);
-  change({{kInterval, L"1m"}});
+  EXPECT_EQ(life_->Items(kUsage).size(), 3u);
+  Change({{kInterval, L"1m"}});
   world_.runtime.AdvanceBy(60s);
-  EXPECT_EQ(life.Items(kUsage).size(), 5u) << "overdue at once, then one a minute";
+  EXPECT_EQ(life_->Items(kUsage).size(), 5u) << "overdue at once, then one a minute";
 }
 
 TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
   const platform::TopologyReading failed{.error = 5, .topology = {}};
   struct Row {
-    const char* what;
     std::deque<platform::TopologyReading> script;
     std::size_t retries;
     const wchar_t* message;
-    bool runs;
+    std::size_t runs;
   };
   for (const Row& row : {
-           Row{"two failures", {failed, failed}, 2, L"retryCount=2", true},
-           Row{"failures for good", {failed, failed, failed, failed}, 3, L"GetCpuInformation failed! retid=5", false},
-           Row{"no such call",
-               {{.supported = false, .topology = {}}},
-               0,
-               L"GetLogicalProcessorInformation is not supported",
-               false},
-           Row{"no whole entry",
-               {{.returned_bytes = 8, .entry_bytes = 32, .topology = {}}},
-               0,
-               L"returnLength=8,sizeof(SYSTEM_LOGICAL_PROCESSOR_INFORMATION)=32",
-               false},
+           Row{{failed, failed}, 2, L"retryCount=2", 1},
+           Row{{failed, failed, failed, failed}, 3, L"GetCpuInformation failed! retid=5", 0},
+           Row{{{.supported = false, .topology = {}}}, 0, L"GetLogicalProcessorInformation is not supported", 0},
+           Row{{{.returned_bytes = 8, .entry_bytes = 32, .topology = {}}}, 0, L"returnLength=8,sizeof", 0},
        }) {
-    SCOPED_TRACE(row.what);
+    SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
     world_.logs.Clear();
     world_.machine.Change([&](auto& state) { state.topology_script = row.script; });
-    ServiceLife life(world_);
-    const RunningMonitor monitor(world_.runtime, Make(life));
+    StartLife();
     world_.runtime.AdvanceBy(61s);
     EXPECT_EQ(world_.logs.Count(L"GetCpuInformation-GetLogicalProcessorInformation failed 5,retryCount="), row.retries);
     EXPECT_TRUE(world_.logs.Has(row.message));
-    EXPECT_EQ(life.DatasetContexts().size(), row.runs ? 1u : 0u);
-    EXPECT_EQ(life.Items(kUsage).size(), row.runs ? 1u : 0u);
-    monitor->ReadAndUpdateDatasetSettings();
-    EXPECT_EQ(world_.runtime.Threads().size(), row.runs ? 3u : 0u);
+    EXPECT_EQ(life_->Items(kUsage).size(), row.runs);
+    (*monitor_)->ReadAndUpdateDatasetSettings();
+    EXPECT_EQ(world_.runtime.Threads().size(), 3 * row.runs);
   }
 }
 
 TEST_F(CpuEventMonitorTest, AMachineWithoutTheUtilityCounterReportsTheTimeCounter) {
-  struct Row {
-    std::int64_t time_error;
-    std::size_t messages;
-    const wchar_t* usage;
-  };
-  for (const Row& row : {Row{0, 1, L"42"}, Row{7, 2, L"0"}}) {
+  SetLoad(42);
+  for (const auto& [time_error, messages, usage] : {std::tuple(0, 1u, 42), std::tuple(7, 2u, 0)}) {
     world_.logs.Clear();
-    world_.machine.Change([&](auto& state) {
+    world_.machine.Change([&, error = time_error](auto& state) {
       state.processor_utility_error = -1073738824;
-      state.processor_time_error = row.time_error;
+      state.processor_time_error = error;
     });
-    SetLoad(42);
-    CPUInfo info(world_.machine);
-    EXPECT_EQ(info.GetCpuUsageInt(), std::stoi(row.usage));
-    info.GetCpuUsageInt();
-    EXPECT_EQ(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), row.messages) << "once, not at every sample";
-    EXPECT_TRUE(world_.logs.Has(L"CPUInfo::InitPdhQuery failed -1073738824"));
-    info.CleanUp();
-    world_.machine.Change([](auto& state) { state.processor_utility_error = state.processor_time_error = 0; });
-    EXPECT_EQ(info.GetCpuUsageInt(), 42) << "the next try opens it";
+    EXPECT_EQ(info_.GetCpuUsageInt(), usage);
+    EXPECT_EQ(info_.GetCpuUsageInt(), usage);
+    EXPECT_EQ(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), messages) << "once, not at every sample";
+    info_.CleanUp();
   }
+  world_.machine.Change([](auto& state) { state.processor_utility_error = state.processor_time_error = 0; });
+  EXPECT_EQ(info_.GetCpuUsageInt(), 42) << "the next try opens it";
 }
 
 TEST_F(CpuEventMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
   ServiceLife life(world_);
-  const auto monitor = Make(life);
-  monitor->StopMonitor();
-  monitor->StartMonitor(L"test");
-  monitor->ReadAndUpdateDatasetSettings();
+  CpuEventMonitor monitor(nullptr, false, life.services(), &info_);
+  monitor.StopMonitor();
+  monitor.StartMonitor(L"test");
+  monitor.ReadAndUpdateDatasetSettings();
   world_.runtime.AdvanceBy(2min);
   EXPECT_TRUE(life.Items().empty());
   EXPECT_TRUE(world_.runtime.Threads().empty());
 }
 
 TEST_F(CpuEventMonitorTest, TheContextEventIsSetOnceTheContextIsLogged) {
-  ServiceLife life(world_);
-  auto owned = Make(life);
-  platform::Event* const event = owned->getDatasetContextEventHandle();
-  RunningMonitor monitor(world_.runtime, std::move(owned));
+  StartLife();
+  platform::Event* const event = static_cast<CpuEventMonitor&>(**monitor_).getDatasetContextEventHandle();
   EXPECT_EQ(world_.runtime.Wait(*event, 10s), 0u);
-  monitor->OnDeviceContextChanges(true);
+  (*monitor_)->OnDeviceContextChanges(true);
   EXPECT_EQ(world_.runtime.Wait(*event, 0s), 0u);
-  ASSERT_EQ(life.DatasetContexts().size(), 2u);
-  EXPECT_EQ(life.Items(L"DeviceInit").at(0).dataset_context_id(), life.DatasetContexts()[1].dataset_context_id());
-  monitor.Stop();
+  ASSERT_EQ(life_->DatasetContexts().size(), 2u);
+  EXPECT_EQ(life_->Items(L"DeviceInit").at(0).dataset_context_id(), life_->DatasetContexts()[1].dataset_context_id());
+  monitor_->Stop();
   EXPECT_EQ(world_.runtime.Wait(*event, 0s), platform::kWaitTimeout);
 }
 

