@@ -190,9 +190,6 @@ void VirtualRuntime::AdvanceBy(milliseconds duration) {
 void VirtualRuntime::Settle() {
   world_->AdvanceBy(milliseconds(0));
 }
-void VirtualRuntime::ShiftWallClock(milliseconds by) {
-  world_->ShiftWallClock(by);
-}
 std::vector<VirtualThreadState> VirtualRuntime::Threads() const {
   return world_->Threads();
 }

@@ -61,9 +61,6 @@ class VirtualRuntime final : public Runtime {
   /// AdvanceBy(0): returns when everything due now is done.
   void Settle();
 
-  /// Moves the wall clock without moving the steady one, as a user who sets the clock does. Waits are not affected.
-  void ShiftWallClock(milliseconds by);
-
   /// The threads that StartThread started and that have not ended.
   std::vector<VirtualThreadState> Threads() const;
 

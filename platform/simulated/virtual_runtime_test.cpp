@@ -85,20 +85,5 @@ TEST(VirtualRuntime, WaitFromOutsideMovesTheWorldUpToItsDeadline) {
   EXPECT_EQ(world.clock().Steady(), minutes(65));
 }
 
-TEST(VirtualRuntime, WallClockJumpsWithoutMovingTheSteadyOne) {
-  VirtualRuntime world;
-  const WallTime start = world.clock().Now();
-  int fired = 0;
-  const auto timer = world.MakeTimer([&] { ++fired; });
-  timer->Arm(hours(1));
-  world.ShiftWallClock(-hours(48));
-  world.AdvanceBy(minutes(59));
-  EXPECT_EQ(fired, 0);
-  EXPECT_EQ(world.clock().Now(), start - hours(48) + minutes(59));
-  world.AdvanceBy(minutes(1));
-  EXPECT_EQ(fired, 1);
-  EXPECT_EQ(world.clock().Steady(), hours(1));
-}
-
 }  // namespace
 }  // namespace platform

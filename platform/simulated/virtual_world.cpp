@@ -29,7 +29,7 @@ struct VirtualTimerState {
 
 WallTime VirtualWorld::Now() const {
   const auto lock = Lock();
-  return wall_offset_ + std::chrono::floor<milliseconds>(now_);
+  return options_.start + std::chrono::floor<milliseconds>(now_);
 }
 
 SteadyTime VirtualWorld::Steady() const {
@@ -43,11 +43,6 @@ LocalTime VirtualWorld::ToLocal(std::int64_t unix_seconds) const {
 
 std::int64_t VirtualWorld::FromLocal(const LocalTime& local) const {
   return FromCivil(local, options_.utc_offset_minutes);
-}
-
-void VirtualWorld::ShiftWallClock(milliseconds by) {
-  const auto lock = Lock();
-  wall_offset_ += by;
 }
 
 std::shared_ptr<VirtualThread> VirtualWorld::Find(std::thread::id id) const {

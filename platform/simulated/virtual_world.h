@@ -51,13 +51,12 @@ struct VirtualThread final : VirtualSignal {
 
 class VirtualWorld final : public Clock {
  public:
-  explicit VirtualWorld(const VirtualRuntimeOptions& options) : options_(options), wall_offset_(options.start) {}
+  explicit VirtualWorld(const VirtualRuntimeOptions& options) : options_(options) {}
 
   WallTime Now() const override;
   SteadyTime Steady() const override;
   LocalTime ToLocal(std::int64_t unix_seconds) const override;
   std::int64_t FromLocal(const LocalTime& local) const override;
-  void ShiftWallClock(milliseconds by);
 
   /// The lock of everything in this world.
   std::unique_lock<std::mutex> Lock() const { return std::unique_lock(mutex_); }
@@ -101,7 +100,6 @@ class VirtualWorld final : public Clock {
   mutable std::mutex mutex_;         ///< Guards everything below and the objects of the world.
   std::condition_variable changed_;  ///< Drivers and Disarm: all threads wait, a driver's wait or a callback ended.
   SteadyTime now_{0};
-  WallTime wall_offset_;  ///< Wall time at steady time 0.
   std::uint64_t next_sequence_ = 0;
   std::uint64_t next_asking_ = 0;
   std::uint64_t wake_ups_ = 0;
