@@ -160,17 +160,4 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
   }
 }
 
-TEST_F(EventManagerTest, UnknownDatasetsSortToTheFront) {
-  life_.emplace(world_, table_);
-  std::list<DataSet> datasets =
-      MakePolicy(L"full",
-                 {{IdOf(L"VitalSignsEvent"), L"1"}, {L"unknown", L"2"}, {IdOf(L"CPUEvent"), L"3"}, {L"other", L"4"}})
-          .datasets;
-  life_->manager.OrderDatasets(datasets);
-  std::wstring order;
-  for (const DataSet& dataset : datasets)
-    order += dataset.name;
-  EXPECT_EQ(order, L"2431");
-}
-
 }  // namespace

@@ -50,6 +50,7 @@ TEST(DatasetSettingsTest, NumbersAreReadOrExplained) {
   const IntegerSetting percent{L"K", 90, 1, 100, L"meaning"};
   const IntegerSetting widest{L"K", 7, 0, INT32_MAX, L"meaning"};
   ExpectReadings<IntegerSetting>({
+      {percent, L"1", 1, L""},
       {percent, L"0100", 100, L""},
       {percent, L"0", 90, L"\"0\" is below 1"},
       {percent, L"18446744073709551617", 90, L"\"18446744073709551617\" is above 100"},

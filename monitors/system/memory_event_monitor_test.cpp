@@ -111,12 +111,6 @@ TEST_F(MemoryEventMonitorTest, UsageKeepsItsRhythmOverARestart) {
   world_.runtime.AdvanceBy(seconds(10));
   ASSERT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
   EXPECT_EQ(life_->Items().back().item_data().at(L"FreePhysicalMemory"), L"9216MB");
-
-  Settings({{L"ReadUsageInterval", L"30s"}});
-  (*monitor_)->ReadAndUpdateDatasetSettings();
-  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
-  world_.runtime.AdvanceBy(minutes(60));
-  EXPECT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
 }
 
 TEST_F(MemoryEventMonitorTest, ContextHoldsTheSlotsAsOneText) {

@@ -66,24 +66,5 @@ TEST(VirtualRuntime, ThingsDueAtOneInstantHappenOneAfterTheOtherByAge) {
   world.Join(b);
 }
 
-TEST(VirtualRuntime, WaitFromOutsideMovesTheWorldUpToItsDeadline) {
-  VirtualRuntime world;
-  const auto done = world.MakeEvent(EventReset::kAuto);
-  const auto never = world.MakeEvent(EventReset::kAuto);
-  int rounds = 0;
-  std::thread thread = world.StartThread("worker", [&] {
-    for (; rounds < 5; ++rounds)
-      world.Wait(*never, minutes(1));
-    done->Set();
-    world.Wait(*never, hours(1));
-  });
-  EXPECT_EQ(world.Wait(*done, minutes(2)), kWaitTimeout);
-  EXPECT_EQ(rounds, 2) << "what is due at the deadline is done first";
-  EXPECT_EQ(world.Wait(*done, kForever), 0u);
-  EXPECT_EQ(world.clock().Steady(), minutes(5));
-  world.Join(thread);
-  EXPECT_EQ(world.clock().Steady(), minutes(65));
-}
-
 }  // namespace
 }  // namespace platform
