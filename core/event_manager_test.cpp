@@ -143,7 +143,7 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
     SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
     world_.logs.Clear();
     script_.TakeNotes();
-    script_.FailAt(L"CPUEvent", row.place);
+    script_.failure = {L"CPUEvent", row.place};
     Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
     EXPECT_EQ(script_.running, row.running);
     life_->manager.OnServiceControlHandle(13, 4, nullptr, nullptr);

@@ -44,7 +44,7 @@ TEST_F(NotificationsTest, ChangesThatComeWhileOneIsHandledAreHandledTogether) {
   Start(PolicyOf(L"full", {L"CPUEvent", L"StorageEvent"}));
   world_.logs.Clear();
   const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
-  script_.HoldStop(L"CPUEvent", gate.get());
+  script_.stop_gate = {L"CPUEvent", gate.get()};
   Change(PolicyOf(L"full", {L"MemoryEvent"}));
   for (const wchar_t* scope : {L"basic", L"none", L"enhance"})
     Change(PolicyOf(scope, {L"BatteryEvent"}));
@@ -60,7 +60,7 @@ TEST_F(NotificationsTest, ChangesThatComeWhileOneIsHandledAreHandledTogether) {
 TEST_F(NotificationsTest, ABlockedMonitorDoesNotKeepTheOthersRunning) {
   Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"StorageEvent"}));
   const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
-  script_.HoldStop(L"CPUEvent", gate.get());
+  script_.stop_gate = {L"CPUEvent", gate.get()};
   Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"StorageEvent"}));
   EXPECT_EQ(world_.logs.Count(L"EventManager StopAndRemoveFromList"), 2u) << "memory and battery";
   EXPECT_EQ(script_.running, 4);
@@ -75,7 +75,7 @@ TEST_F(NotificationsTest, ABlockedMonitorDoesNotKeepTheOthersRunning) {
   Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent"}));
   EXPECT_THAT(life_->Listed(), ElementsAre(L"DeviceStatus", L"SystemPowerEvent", L"NetworkEvent"));
   Change(PolicyOf(L"full", {L"CPUEvent"}));
-  script_.HoldStop(L"CPUEvent", nullptr);
+  script_.stop_gate = {};
   gate->Set();
   world_.runtime.Settle();
   EXPECT_THAT(life_->Listed(), ElementsAre(L"DeviceStatus", L"SystemPowerEvent", L"NetworkEvent", L"CPUEvent"));

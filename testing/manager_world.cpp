@@ -30,8 +30,8 @@ class ScriptedMonitor final : public EventMonitorBase {
   void StopMonitor() override {
     script_.Note(L"stop", name_);
     stop_->Set();
-    platform::Event* const gate = script_.StopGate(name_);
-    if (gate != nullptr) services().runtime.Wait(*gate, platform::kForever);
+    const auto [held, gate] = script_.stop_gate;
+    if (held == name_) services().runtime.Wait(*gate, platform::kForever);
     FailIfTold(Place::kStop);
   }
   void RestartMonitor() override {
@@ -63,7 +63,7 @@ class ScriptedMonitor final : public EventMonitorBase {
 
  private:
   void FailIfTold(Place place) const {
-    if (script_.Fails(name_, place)) throw std::runtime_error("told to fail");
+    if (script_.failure == std::pair(name_, place)) throw std::runtime_error("told to fail");
   }
 
   MonitorScript& script_;
@@ -72,16 +72,6 @@ class ScriptedMonitor final : public EventMonitorBase {
 };
 
 }  // namespace
-
-void MonitorScript::FailAt(const std::wstring& dataset_name, Place place) {
-  const std::lock_guard lock(mutex_);
-  failure_.emplace(dataset_name, place);
-}
-
-bool MonitorScript::Fails(const std::wstring& dataset_name, Place place) const {
-  const std::lock_guard lock(mutex_);
-  return failure_ == std::pair(dataset_name, place);
-}
 
 void MonitorScript::Note(const std::wstring& what, const std::wstring& dataset_name) {
   const std::lock_guard lock(mutex_);
@@ -98,22 +88,12 @@ std::size_t MonitorScript::Count(const std::wstring& note) const {
   return static_cast<std::size_t>(std::ranges::count(notes_, note));
 }
 
-void MonitorScript::HoldStop(const std::wstring& dataset_name, platform::Event* gate) {
-  const std::lock_guard lock(mutex_);
-  stop_gate_ = {dataset_name, gate};
-}
-
-platform::Event* MonitorScript::StopGate(const std::wstring& dataset_name) const {
-  const std::lock_guard lock(mutex_);
-  return stop_gate_.first == dataset_name ? stop_gate_.second : nullptr;
-}
-
 DatasetTable ScriptedDatasets(MonitorScript& script) {
   std::vector<DatasetRow> rows = ComponentDatasets();
   for (DatasetRow& row : rows) {
     if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) continue;
     row.factory = [&script, name = row.name](SERVICE_STATUS_HANDLE, bool, const MonitorServices& services) {
-      if (script.Fails(name, Place::kMake)) throw std::runtime_error("told to fail");
+      if (script.failure == std::pair(name, Place::kMake)) throw std::runtime_error("told to fail");
       return std::make_unique<ScriptedMonitor>(services, script, name);
     };
   }

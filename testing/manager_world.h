@@ -14,9 +14,6 @@ class MonitorScript {
   /// The places at which a monitor can be told to fail.
   enum class Place { kMake, kInitialize, kStart, kStop, kControl, kSettings, kContextChange, kRestart };
 
-  /// In place of the failure told before.
-  void FailAt(const std::wstring& dataset_name, Place place);
-  bool Fails(const std::wstring& dataset_name, Place place) const;
   /// Adds "what dataset".
   void Note(const std::wstring& what, const std::wstring& dataset_name);
   /// The notes since the last call.
@@ -24,19 +21,17 @@ class MonitorScript {
   /// How many notes hold exactly this since the last TakeNotes.
   std::size_t Count(const std::wstring& note) const;
 
-  /// Monitors of this dataset do not return from StopMonitor before `gate` is set; not owned. In place of the one
-  /// before.
-  void HoldStop(const std::wstring& dataset_name, platform::Event* gate);
-  platform::Event* StopGate(const std::wstring& dataset_name) const;
-
   std::atomic<int> alive = 0;    ///< Monitors that exist.
   std::atomic<int> running = 0;  ///< Monitors between StartMonitor and StopMonitor.
+
+  // Set these while the world stands still.
+  std::pair<std::wstring, Place> failure;  ///< The dataset whose monitor fails, and where.
+  std::pair<std::wstring, platform::Event*>
+      stop_gate;  ///< Whose StopMonitor does not return before which event is set.
 
  private:
   mutable std::mutex mutex_;  ///< Guards what follows.
   std::vector<std::wstring> notes_;
-  std::optional<std::pair<std::wstring, Place>> failure_;
-  std::pair<std::wstring, platform::Event*> stop_gate_;
 };
 
 /// The component's datasets with scripted monitors, which keep their threads until they are stopped.

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "platform/local.h"
+#include "platform/registry_names.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/recorded_tree.h"
 #include "testing/smbios_builder.h"
@@ -122,6 +123,30 @@ TEST_F(LinuxMachineTest, AnEmptyTreeTellsNothing) {
   EXPECT_EQ(machine_->ReadRegionFacts().time_zone, "");
   EXPECT_EQ(machine_->ReadInstallationId(), "");
   EXPECT_FALSE(machine_->ReadBootTime());
+}
+
+TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
+  namespace names = Constants::Registry;
+  const auto runtime = MakeRealRuntime({});
+  for (const auto& [file, text, expected] :
+       {std::tuple("/usr/lib/os-release", "VERSION_ID=1\n", "1"), std::tuple("/etc/os-release", "VERSION_ID=2\n", "2"),
+        std::tuple("/etc/locale.conf", "LANG=en_FR.UTF-8\n", "en-FR"),
+        std::tuple("/etc/default/locale", "LANG=en_DE.UTF-8\n", "en-DE")}) {
+    SCOPED_TRACE(file);
+    const auto told = runtime->MakeEvent(EventReset::kAuto);
+    const auto watcher = machine_->OpenSettingWatcher(*runtime, [&](int) { told->Set(); });
+    ASSERT_TRUE(watcher);
+    const int index = expected[1] == '\0'
+                          ? watcher->Add(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath,
+                                         names::WindowsCurrentVersion)
+                          : watcher->Add(SettingRoot::kCurrentUser, names::CountryCodeInternationalSubPath,
+                                         names::CountryCodeLocaleName);
+    tree_.Write(file, text);
+    std::string value;
+    do {
+      ASSERT_EQ(runtime->Wait(*told, 20s), 0u);
+    } while (watcher->Read(index, value) != 0 || value != expected);
+  }
 }
 
 TEST_F(LinuxMachineTest, PrefersTheUserAtTheScreen) {

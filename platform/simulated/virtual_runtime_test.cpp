@@ -1,7 +1,6 @@
-// What only the virtual runtime promises: when its clock moves, and in which order things happen.
+// What only the virtual runtime promises: when its clock moves.
 #include "platform/simulated/virtual_runtime.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <future>
@@ -11,7 +10,6 @@ namespace platform {
 namespace {
 
 using std::chrono::hours;
-using std::chrono::minutes;
 using std::chrono::seconds;
 
 TEST(VirtualRuntime, ClockStandsStillBetweenAdvancesAndWhileAnyThreadWorks) {
@@ -38,32 +36,6 @@ TEST(VirtualRuntime, ClockStandsStillBetweenAdvancesAndWhileAnyThreadWorks) {
   EXPECT_EQ(world.clock().Steady(), hours(1));
   world.Join(worker);
   world.Join(sleeper);
-}
-
-TEST(VirtualRuntime, ThingsDueAtOneInstantHappenOneAfterTheOtherByAge) {
-  VirtualRuntime world;
-  const auto stop = world.MakeEvent(EventReset::kManual);
-  std::vector<std::string> events;  // Without a lock: only one thread runs at a time here.
-  const auto periodic = [&](std::string name, int period) {
-    return world.StartThread(name, [&world, &stop, &events, name, period] {
-      while (world.Wait(*stop, seconds(period)) == kWaitTimeout)
-        events.push_back(name);
-    });
-  };
-  std::thread a = periodic("a", 2);
-  std::unique_ptr<OneShotTimer> timer;
-  timer = world.MakeTimer([&] {
-    events.push_back("timer");
-    timer->Arm(seconds(1));
-  });
-  std::thread b = periodic("b", 1);
-  timer->Arm(seconds(1));
-  world.AdvanceBy(seconds(2));
-  EXPECT_THAT(events, testing::ElementsAre("timer", "b", "a", "timer", "b"));
-  timer->Disarm();
-  stop->Set();
-  world.Join(a);
-  world.Join(b);
 }
 
 }  // namespace
