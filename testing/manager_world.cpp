@@ -73,21 +73,6 @@ class ScriptedMonitor final : public EventMonitorBase {
 
 }  // namespace
 
-void MonitorScript::Note(const std::wstring& what, const std::wstring& dataset_name) {
-  const std::lock_guard lock(mutex_);
-  notes_.push_back(what + L" " + dataset_name);
-}
-
-std::vector<std::wstring> MonitorScript::TakeNotes() {
-  const std::lock_guard lock(mutex_);
-  return std::exchange(notes_, {});
-}
-
-std::size_t MonitorScript::Count(const std::wstring& note) const {
-  const std::lock_guard lock(mutex_);
-  return static_cast<std::size_t>(std::ranges::count(notes_, note));
-}
-
 DatasetTable ScriptedDatasets(MonitorScript& script) {
   std::vector<DatasetRow> rows = ComponentDatasets();
   for (DatasetRow& row : rows) {

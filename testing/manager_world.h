@@ -1,7 +1,9 @@
 // Lives of the whole event manager in a simulated or a real world, with monitors that a test scripts.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
+#include <utility>
 
 #include "client/bus/publisher_subscriber.h"
 #include "core/manager_services.h"
@@ -15,11 +17,20 @@ class MonitorScript {
   enum class Place { kMake, kInitialize, kStart, kStop, kControl, kSettings, kContextChange, kRestart };
 
   /// Adds "what dataset".
-  void Note(const std::wstring& what, const std::wstring& dataset_name);
+  void Note(const std::wstring& what, const std::wstring& dataset_name) {
+    const std::lock_guard lock(mutex_);
+    notes_.push_back(what + L" " + dataset_name);
+  }
   /// The notes since the last call.
-  std::vector<std::wstring> TakeNotes();
+  std::vector<std::wstring> TakeNotes() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(notes_, {});
+  }
   /// How many notes hold exactly this since the last TakeNotes.
-  std::size_t Count(const std::wstring& note) const;
+  std::size_t Count(const std::wstring& note) const {
+    const std::lock_guard lock(mutex_);
+    return static_cast<std::size_t>(std::ranges::count(notes_, note));
+  }
 
   std::atomic<int> alive = 0;    ///< Monitors that exist.
   std::atomic<int> running = 0;  ///< Monitors between StartMonitor and StopMonitor.

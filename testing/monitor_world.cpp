@@ -6,33 +6,11 @@
 #include "client/records/record_json.h"
 #include "client/text/record_time.h"
 
-void SettableConfigAgent::SetPolicy(std::optional<TelemetryPolicy> policy) {
-  const std::lock_guard lock(mutex_);
-  policy_ = std::move(policy);
-}
-
-void SettableConfigAgent::SetTvkPolicy(std::optional<TvkPolicy> policy) {
-  const std::lock_guard lock(mutex_);
-  tvk_policy_ = std::move(policy);
-}
-
 void SettableConfigAgent::SetSettings(const std::wstring& dataset_name, std::map<std::wstring, std::wstring> settings) {
   const std::lock_guard lock(mutex_);
   for (DataSet& dataset : policy_.value().datasets) {
     if (dataset.name == dataset_name) dataset.settings = settings;
   }
-}
-
-bool SettableConfigAgent::GetTelemetryPolicy(TelemetryPolicy& policy) {
-  const std::lock_guard lock(mutex_);
-  if (policy_.has_value()) policy = *policy_;
-  return policy_.has_value();
-}
-
-bool SettableConfigAgent::GetTvkPolicy(TvkPolicy& policy) {
-  const std::lock_guard lock(mutex_);
-  if (tvk_policy_.has_value()) policy = *tvk_policy_;
-  return tvk_policy_.has_value();
 }
 
 ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine, IConfigAgent& config,
@@ -65,25 +43,10 @@ void ServiceLife::Collect(TVK::RecordKind kind, const std::string& json) {
   }
 }
 
-std::vector<ItemEvent> ServiceLife::Items() const {
-  const std::lock_guard lock(mutex_);
-  return items_;
-}
-
 std::vector<ItemEvent> ServiceLife::Items(const std::wstring& item_name) const {
   std::vector<ItemEvent> items = Items();
   std::erase_if(items, [&](const ItemEvent& item) { return item.item_name() != item_name; });
   return items;
-}
-
-std::vector<DatasetContext> ServiceLife::DatasetContexts() const {
-  const std::lock_guard lock(mutex_);
-  return dataset_contexts_;
-}
-
-std::vector<DeviceContext> ServiceLife::DeviceContexts() const {
-  const std::lock_guard lock(mutex_);
-  return device_contexts_;
 }
 
 RunningMonitor::RunningMonitor(platform::Runtime& runtime, std::unique_ptr<EventMonitorBase> monitor)

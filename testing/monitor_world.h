@@ -27,15 +27,28 @@
 /// Policies that the test sets; none at first. Any thread.
 class SettableConfigAgent final : public IConfigAgent {
  public:
-  void SetPolicy(std::optional<TelemetryPolicy> policy);
-  void SetTvkPolicy(std::optional<TvkPolicy> policy);
+  void SetPolicy(std::optional<TelemetryPolicy> policy) {
+    const std::lock_guard lock(mutex_);
+    policy_ = std::move(policy);
+  }
+  void SetTvkPolicy(std::optional<TvkPolicy> policy) {
+    const std::lock_guard lock(mutex_);
+    tvk_policy_ = std::move(policy);
+  }
   /// Replaces the settings of the policy's datasets of this name.
   void SetSettings(const std::wstring& dataset_name, std::map<std::wstring, std::wstring> settings);
 
-  bool GetTelemetryPolicy(TelemetryPolicy& policy) override;
-  bool GetTvkPolicy(TvkPolicy& policy) override;
+  bool GetTelemetryPolicy(TelemetryPolicy& policy) override { return Get(policy_, policy); }
+  bool GetTvkPolicy(TvkPolicy& policy) override { return Get(tvk_policy_, policy); }
 
  private:
+  template <typename Policy>
+  bool Get(const std::optional<Policy>& from, Policy& to) {
+    const std::lock_guard lock(mutex_);
+    if (from.has_value()) to = *from;
+    return from.has_value();
+  }
+
   std::mutex mutex_;  ///< Guards what follows.
   std::optional<TelemetryPolicy> policy_;
   std::optional<TvkPolicy> tvk_policy_;
@@ -79,11 +92,11 @@ class ServiceLife {
   /// For monitors without a manager; `manager` answers them.
   const MonitorServices& services() const { return services_; }
 
-  std::vector<ItemEvent> Items() const;
+  std::vector<ItemEvent> Items() const { return Copy(items_); }
   /// The item events of this name.
   std::vector<ItemEvent> Items(const std::wstring& item_name) const;
-  std::vector<DatasetContext> DatasetContexts() const;
-  std::vector<DeviceContext> DeviceContexts() const;
+  std::vector<DatasetContext> DatasetContexts() const { return Copy(dataset_contexts_); }
+  std::vector<DeviceContext> DeviceContexts() const { return Copy(device_contexts_); }
 
   FakeManagerIdentity manager;
   TVK::EventDataLogging store;
@@ -93,6 +106,11 @@ class ServiceLife {
 
  private:
   void Collect(TVK::RecordKind kind, const std::string& json);
+  template <typename Record>
+  std::vector<Record> Copy(const std::vector<Record>& records) const {
+    const std::lock_guard lock(mutex_);
+    return records;
+  }
 
   SecondTick second_tick_;
   const MonitorServices services_;
