@@ -26,6 +26,7 @@ TEST(IntervalReportTest, AReportThatIsHeldUpHoldsUpNoChangeOfTheInterval) {
   gate->Set();
   report.RequestStop();
   report.Start(0);
+  runtime.Settle();
   report.Stop();
   EXPECT_TRUE(runtime.Threads().empty());
   runtime.AdvanceBy(10min);

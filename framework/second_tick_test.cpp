@@ -94,17 +94,20 @@ TEST_F(SecondTickTest, WorkHoldsUpItsOwnWatcherOnly) {
 
 TEST_F(SecondTickTest, ALookThatIsHeldUpKeepsNobodyFromLeavingOrComing) {
   const auto gate = runtime_.MakeEvent(platform::EventReset::kManual);
-  Watching other(runtime_, tick_, [] { return Work(); });
+  int looks = 0;
   Watching held(runtime_, tick_, [&] {
-    runtime_.Wait(*gate, platform::kForever);
+    if (++looks == 2) runtime_.Wait(*gate, platform::kForever);
     return Work();
   });
+  Watching other(runtime_, tick_, [] { return Work(); });
   runtime_.AdvanceBy(1s);
   other.Stop();
   Watching late(runtime_, tick_, [] { return Work(); });
   late.Stop();
   EXPECT_EQ(runtime_.Threads().size(), 2u) << "the one that is held up, and the tick";
   gate->Set();
+  runtime_.Settle();
+  EXPECT_EQ(other.TakeLooks(), Looks()) << "it left before its turn came";
   held.Stop();
   EXPECT_TRUE(runtime_.Threads().empty());
 }
