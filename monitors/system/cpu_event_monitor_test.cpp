@@ -197,14 +197,10 @@ TEST_F(CpuEventMonitorTest, AChangeOfTheIntervalMovesTheNextReport) {
   // The same interval leaves the timer alone; an unusable one stops the reports, and a good one starts them again.
   Change({{kInterval, L"3m"}, {L"CPUPeakThreshold", L"50"}});
   EXPECT_EQ(world_.runtime.Threads().size(), 3u) << "check, tick and usage";
-  for (const wchar_t* unusable : {L"", L"59s"}) {
-    world_.logs.Clear();
-    Change({{kInterval, L"3m"}});
-    Change({{kInterval, unusable}});
-    EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
-    world_.runtime.Settle();
-    EXPECT_EQ(world_.runtime.Threads().size(), 2u) << "the peak check goes on";
-  }
+  Change({{kInterval, L"59s"}});
+  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
+  world_.runtime.Settle();
+  EXPECT_EQ(world_.runtime.Threads().size(), 2u) << "the peak check goes on";
   world_.runtime.AdvanceBy(10min);
   EXPECT_EQ(life_->Items(kUsage).size(), 3u);
   Change({{kInterval, L"1m"}});
