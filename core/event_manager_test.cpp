@@ -42,6 +42,7 @@ TEST_F(EventManagerTest, EntriesOfThePolicyAreMatchedByIdAndName) {
            Row{"another dataset's id", {{IdOf(L"MemoryEvent"), L"CPUEvent"}}, true, 0},
            Row{"listed twice", {{cpu, L"CPUEvent"}, {cpu, L"CPUEvent"}}, true, 1},
            Row{"listed twice, first disabled", {{cpu, L"CPUEvent"}, {cpu, L"CPUEvent"}}, false, 0},
+           Row{"a disabled one of no dataset's name first", {{cpu, L"CPU"}, {cpu, L"CPUEvent"}}, false, 1},
        }) {
     SCOPED_TRACE(row.what);
     TelemetryPolicy policy = MakePolicy(L"full", row.datasets);
@@ -118,7 +119,9 @@ TEST_F(EventManagerTest, StopMayComeAtAnyTimeAndAnyNumberOfTimes) {
   life_->manager.Stop();
   EXPECT_EQ(script_.TakeNotes().front(), L"stop DeviceStatus") << "in list order, though never started";
   life_->manager.Stop();
+  EXPECT_TRUE(life_->manager.get_FirstInvocation());
   life_->Start();
+  EXPECT_FALSE(life_->manager.get_FirstInvocation()) << "the life before wrote the context";
   life_->manager.Stop();
   EXPECT_EQ(script_.alive, 1);
   EXPECT_EQ(Threads(), 1u);

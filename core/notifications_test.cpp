@@ -140,6 +140,8 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
   const TVKNotificationData path_change(4, 18, MakeTvkPolicyPayload(L"/a", L"b", true));
   expect(
       "the device path", [&] { life_->bus.Publish(path_change); }, 1, 1);
+  expect(
+      "a path that changed and changed back", [&] { life_->bus.Publish(path_change); }, 0, 0);
   life_->manager.set_schema_ver(L"2.1");
   expect("the schema", read_anew, 1, 0);
   EXPECT_FALSE(life_->manager.IsDevicePathChange()) << "it was told";
