@@ -12,15 +12,8 @@ namespace {
 class RecordReaderTest : public StoreTest {
  protected:
   std::vector<std::int64_t> Sequences(const RecordQuery& query) {
-    std::string problem;
-    const auto reader = RecordReader::Open(file(), problem);
-    EXPECT_NE(reader, nullptr) << problem;
-    std::vector<StoredRecord> records;
-    if (reader) {
-      EXPECT_TRUE(reader->Read(query, records, problem)) << problem;
-    }
     std::vector<std::int64_t> sequences;
-    for (const StoredRecord& record : records)
+    for (const StoredRecord& record : Stored(query))
       sequences.push_back(record.sequence);
     return sequences;
   }
