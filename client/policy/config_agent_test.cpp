@@ -36,7 +36,6 @@ class ConfigPolicyAgentTest : public testing::Test {
 
 TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) {
   ConfigPolicyAgent agent(files_);
-  EXPECT_EQ(Scope(agent), L"no policy");
   EXPECT_FALSE(agent.LoadTelemetryPolicy().accepted);
   EXPECT_EQ(Scope(agent), L"no policy");
 
@@ -74,15 +73,19 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
 TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
   ConfigPolicyAgent agent(files_);
   TvkPolicy policy{L"before", L"before"};
-  Write(files_.tvk_policy, "{");
-  EXPECT_FALSE(agent.LoadTvkPolicy().accepted);
+  Write(files_.tvk_policy, R"({"devicePath":1,"x":2})");
+  const PolicyLoad load = agent.LoadTvkPolicy();
+  EXPECT_FALSE(load.accepted);
+  ASSERT_EQ(load.problems.size(), 2u);
+  EXPECT_EQ(load.problems[0].path, "devicePath");
+  EXPECT_EQ(load.problems[1].message, "the key is unknown and has no effect");
   EXPECT_FALSE(agent.GetTvkPolicy(policy));
   EXPECT_EQ(policy.device_path, L"before");
 
-  Write(files_.tvk_policy, R"({"devicePath":"a/b"})");
+  Write(files_.tvk_policy, R"({"devicePath":"a/b","deviceSubscription":"s"})");
   EXPECT_TRUE(agent.LoadTvkPolicy().changed);
   ASSERT_TRUE(agent.GetTvkPolicy(policy));
-  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L""}));
+  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L"s"}));
 
   std::filesystem::remove(files_.tvk_policy);
   EXPECT_TRUE(agent.LoadTvkPolicy().changed);
