@@ -55,6 +55,37 @@ TEST_F(EventDataLoggingTest, LastRecordsAreFoundAfterAReopen) {
   EXPECT_EQ(ValueOf(events[0]), L"four");
 }
 
+TEST_F(EventDataLoggingTest, QueriesOfAReaderNarrowAndKeepTheOrder) {
+  const std::int64_t start = clock().NowSeconds();
+  {
+    EventDataLogging store(options(), clock());
+    EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
+    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C1")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one")), 0);
+    world_.AdvanceBy(std::chrono::seconds(10));
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I1", L"two")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"three")), 0);
+  }
+  const auto sequences = [&](const RecordQuery& query) {
+    std::vector<std::int64_t> found;
+    for (const StoredRecord& record : Stored(query))
+      found.push_back(record.sequence);
+    return found;
+  };
+  using Numbers = std::vector<std::int64_t>;
+  EXPECT_EQ(sequences({}), (Numbers{1, 2, 3, 4, 5}));
+  EXPECT_EQ(sequences({.kind = RecordKind::kDataset}), Numbers{2});
+  EXPECT_EQ(sequences({.dataset_name = L"cpuEVENT"}), (Numbers{2, 3, 5}));
+  EXPECT_EQ(sequences({.since_seconds = start + 10}), (Numbers{4, 5}));
+  EXPECT_EQ(sequences({.since_seconds = start + 11}), Numbers{});
+  EXPECT_EQ(sequences({.after_sequence = 3}), (Numbers{4, 5}));
+  EXPECT_EQ(sequences({.limit = 2}), (Numbers{4, 5}));
+  EXPECT_EQ(sequences({.kind = RecordKind::kItem, .dataset_name = L"CPUEvent", .limit = 1}), Numbers{5});
+  EXPECT_EQ(sequences({.limit = ~0ull}).size(), 5u);
+  for (const char* suffix : {"-wal", "-shm"})
+    EXPECT_FALSE(std::filesystem::exists(file().string() + suffix)) << suffix << " left by a reader";
+}
+
 TEST_F(EventDataLoggingTest, AFileOfVersion1IsReadAndWritten) {
   // As version 1 made it; stays as it is when later versions come.
   ExecuteOutside(

@@ -37,19 +37,12 @@ T OneOf(Random& random, std::initializer_list<T> values) {
 /// A table as some computer might have it: every published length, every way to write a size, several arrays.
 Table RandomTable(Random& random) {
   Table table;
-  table.Add(Structure(0, OneOf<std::uint8_t>(random, {0x12, 0x18, 0x1A}), 0)
-                .Text(4, "Contoso")
-                .Text(5, "C1ET" + std::to_string(Below(random, 100)) + "W")
-                .Text(8, "03/04/2025")
-                .Put(0x14, OneOf(random, {1, 0xFF}), 1)
-                .Put(0x15, 20, 1)
-                .Put(0x16, OneOf(random, {1, 0xFF}), 1)
-                .Put(0x17, 9, 1));
-  table.Add(Structure(1, OneOf<std::uint8_t>(random, {0x08, 0x19, 0x1B}), 1)
-                .Text(4, "Contoso")
-                .Text(5, "Notebook 14  ")
-                .Text(0x19, "NB14")
-                .Text(0x1A, "Notebook"));
+  Structure bios(0, OneOf<std::uint8_t>(random, {0x12, 0x18, 0x1A}), 0);
+  bios.Text(4, "Contoso").Text(5, "C1ET" + std::to_string(Below(random, 100)) + "W").Text(8, "03/04/2025");
+  bios.Put(0x14, OneOf(random, {1, 0xFF}), 1).Put(0x15, 20, 1).Put(0x16, OneOf(random, {1, 0xFF}), 1).Put(0x17, 9, 1);
+  Structure system(1, OneOf<std::uint8_t>(random, {0x08, 0x19, 0x1B}), 1);
+  system.Text(4, "Contoso").Text(5, "Notebook 14  ").Text(0x19, "NB14").Text(0x1A, "Notebook");
+  table.Add(bios).Add(system);
   const std::uint32_t arrays = 1 + Below(random, 3);
   for (std::uint32_t i = 0; i < arrays; ++i) {
     ArraySpec array{.handle = static_cast<std::uint16_t>(0x1000 + i)};
