@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "platform/linux/unique_fd.h"
-#include "testing/system_process.h"
+#include "testing/child_process.h"
 
 namespace {
 

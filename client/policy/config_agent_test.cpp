@@ -54,20 +54,17 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   EXPECT_EQ(Scope(agent), L"basic");
   EXPECT_EQ(Read(files_.last_good), kBasic);
 
-  Write(files_.telemetry_policy, kFull);
-  EXPECT_TRUE(agent.LoadTelemetryPolicy().changed);
-  EXPECT_EQ(Scope(agent), L"full");
-  EXPECT_EQ(Read(files_.last_good), kFull);
-
   // A start with a broken file takes the copy; the same policy in the mended file is no change for those who saw it.
-  Write(files_.telemetry_policy, kBroken);
   ConfigPolicyAgent next(files_);
   EXPECT_FALSE(next.LoadTelemetryPolicy().accepted);
-  EXPECT_EQ(Scope(next), L"full");
-  EXPECT_EQ(Read(files_.last_good), kFull);
-  Write(files_.telemetry_policy, kFull);
+  EXPECT_EQ(Scope(next), L"basic");
+  Write(files_.telemetry_policy, kBasic);
   load = next.LoadTelemetryPolicy();
   EXPECT_TRUE(load.accepted && !load.changed);
+  Write(files_.telemetry_policy, kFull);
+  EXPECT_TRUE(next.LoadTelemetryPolicy().changed);
+  EXPECT_EQ(Scope(next), L"full");
+  EXPECT_EQ(Read(files_.last_good), kFull);
 }
 
 TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
