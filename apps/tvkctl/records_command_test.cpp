@@ -157,6 +157,7 @@ TEST_F(RecordsCommandTest, TimesOfSince) {
                      {"2x", std::nullopt},
                      {"-1h", std::nullopt},
                      {"2026-13-01", std::nullopt},
+                     {"2026-01-01T25:00:00", std::nullopt},
                      {"2026-01-01 00:00:00", std::nullopt}};
   for (const auto& [text, expected] : cases)
     EXPECT_EQ(ParseSince(text, world_.clock()), expected) << text;

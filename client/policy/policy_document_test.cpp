@@ -64,9 +64,11 @@ TEST(PolicyDocumentTest, NamesEveryProblemWithItsPath) {
   const std::string start = R"({"telemetryScope":"full","datasets":[)";
   for (const Row& row : {
            Row{"", "fatal : the document is empty\n"},
+           Row{" \n", "fatal : the document is empty\n"},
            Row{"[]", "fatal : an object is expected\n"},
            Row{"{", "fatal line 1, column 2: Missing '}' or object member name\n"},
            Row{"{\n \"a//\\\"\": 1, // x\n}", "fatal line 2, column 14: JSON has no comments\n"},
+           Row{"{/**/\"telemetryScope\":\"full\"}", "fatal line 1, column 2: JSON has no comments\n"},
            Row{R"({"telemetryScope":"full","telemetryScope":"none","datasets":[]})",
                "fatal line 1, column 26: Duplicate key: 'telemetryScope'\n"},
            Row{start + "]} x", "fatal line 1, column 41: Extra non-whitespace after JSON value\n"},

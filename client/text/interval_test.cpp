@@ -14,6 +14,7 @@ TEST(IntervalTest, ReadsWhatThePatternAdmitsAndNothingElse) {
   const wchar_t* const kShort = L"^\\d+(ms|s|m)$";
   for (const Row& row : {
            Row{L"1m", kLong, 60000},
+           Row{L"2h", kLong, 7200000},
            Row{L"1d", kLong, 86400000},
            Row{L"3s", kShort, 3000},
            Row{L"", kLong, 0},

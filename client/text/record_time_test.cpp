@@ -26,5 +26,6 @@ TEST(RecordTimeTest, TextsThatDoNotParseGiveWhatWasReadOrMinusOne) {
   for (const char* text : {"", "junk", "1969-12-31T23:59:59+0000", "T12:00:00"})
     EXPECT_EQ(parse(text), -1) << text;
   EXPECT_EQ(parse("2026-01-31T09:05:00+0200"), parse("2026-01-31T09:05:00+0000")) << "the offset does not count";
+  EXPECT_EQ(parse("2026-01-31"), parse("2026-01-31T00:00:00+0000"));
   EXPECT_EQ(parse("2026-01-31T09:99:00"), parse("2026-01-31T09:00:00+0000"));
 }
