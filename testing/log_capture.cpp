@@ -3,28 +3,19 @@
 #include <algorithm>
 #include <mutex>
 
-class LogCapture::Backend final : public TVK::LogBackend, public std::enable_shared_from_this<Backend> {
+// Every log that it opens is itself.
+class LogCapture::Backend final : public TVK::LogBackend,
+                                  public TVK::LogSink,
+                                  public std::enable_shared_from_this<Backend> {
  public:
-  std::shared_ptr<TVK::LogSink> Open(const std::wstring& /*file_name*/) override {
-    return std::make_shared<Sink>(shared_from_this());
-  }
-  void Add(std::wstring_view line) {
+  std::shared_ptr<TVK::LogSink> Open(const std::wstring& /*file_name*/) override { return shared_from_this(); }
+  void Write(TVK::LogSeverity /*severity*/, std::wstring_view message) override {
     const std::lock_guard lock(mutex);
-    lines.emplace_back(line);
+    lines.emplace_back(message);
   }
 
   std::mutex mutex;  // guards lines
   std::vector<std::wstring> lines;
-
- private:
-  class Sink final : public TVK::LogSink {
-   public:
-    explicit Sink(std::shared_ptr<Backend> backend) : backend_(std::move(backend)) {}
-    void Write(TVK::LogSeverity /*severity*/, std::wstring_view message) override { backend_->Add(message); }
-
-   private:
-    std::shared_ptr<Backend> backend_;
-  };
 };
 
 LogCapture::LogCapture() : backend_(std::make_shared<Backend>()) {

@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "platform/linux/unique_fd.h"
-#include "testing/system_process.h"
+#include "testing/child_process.h"
 
 namespace {
 
@@ -38,20 +38,8 @@ class LinuxProcess final : public SystemProcess {
   }
 
   void Ask(ChildRequest request) override {
-    switch (request) {
-      case ChildRequest::kKill:
-        ::kill(id_, SIGKILL);
-        break;
-      case ChildRequest::kInterrupt:
-        ::kill(id_, SIGINT);
-        break;
-      case ChildRequest::kTerminate:
-        ::kill(id_, SIGTERM);
-        break;
-      case ChildRequest::kReload:
-        ::kill(id_, SIGHUP);
-        break;
-    }
+    constexpr int kSignals[] = {SIGKILL, SIGINT, SIGTERM, SIGHUP};  // in the order of ChildRequest
+    ::kill(id_, kSignals[static_cast<std::size_t>(request)]);
   }
 
  private:

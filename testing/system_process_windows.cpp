@@ -1,4 +1,4 @@
-#include "testing/system_process.h"
+#include "testing/child_process.h"
 
 #include <stdexcept>
 #include <system_error>

@@ -86,15 +86,3 @@ TEST(LogTest, LinesThatAreRefusedAreCountedAndErrorsTakeTheWayOut) {
             (std::vector<std::string>{"before", "2 lines before this one could not be written", "after", "later"}));
   EXPECT_EQ(way_out, std::vector<std::string>{"an error"});
 }
-
-TEST(LogTest, WithoutABackendOrAFolderTheLogStaysSilent) {
-  Log log;
-  EXPECT_FALSE(TVK::utility::InitLog(log, L"none.log", 4));
-  log.e(L"goes nowhere");
-  TempFolder folder;
-  std::ofstream(folder.path() / "file") << "no folder";
-  TVK::SetLogBackend(TVK::MakeFileLogBackend(folder.path() / "file"));
-  EXPECT_FALSE(TVK::utility::InitLog(log, L"none.log", 4));
-  log.e(L"goes nowhere");
-  TVK::SetLogBackend(nullptr);
-}

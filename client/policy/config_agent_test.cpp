@@ -36,7 +36,6 @@ class ConfigPolicyAgentTest : public testing::Test {
 
 TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) {
   ConfigPolicyAgent agent(files_);
-  EXPECT_EQ(Scope(agent), L"no policy");
   EXPECT_FALSE(agent.LoadTelemetryPolicy().accepted);
   EXPECT_EQ(Scope(agent), L"no policy");
 
@@ -56,43 +55,43 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   agent.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kBasic);
 
-  Write(files_.telemetry_policy, kFull);
-  EXPECT_TRUE(agent.LoadTelemetryPolicy().changed);
-  EXPECT_EQ(Scope(agent), L"full");
-  agent.KeepLastGood();
-  EXPECT_EQ(Read(files_.last_good), kFull);
-
   // A start with a broken file takes the copy; the same policy in the mended file is no change for those who saw it.
-  Write(files_.telemetry_policy, kBroken);
   ConfigPolicyAgent next(files_);
   EXPECT_FALSE(next.LoadTelemetryPolicy().accepted);
+  EXPECT_EQ(Scope(next), L"basic");
+  Write(files_.telemetry_policy, kBasic);
+  load = next.LoadTelemetryPolicy();
+  EXPECT_TRUE(load.accepted && !load.changed);
+  Write(files_.telemetry_policy, kFull);
+  EXPECT_TRUE(next.LoadTelemetryPolicy().changed);
   EXPECT_EQ(Scope(next), L"full");
   next.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kFull);
-  Write(files_.telemetry_policy, kFull);
-  load = next.LoadTelemetryPolicy();
-  EXPECT_TRUE(load.accepted && !load.changed);
 }
 
 TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
   ConfigPolicyAgent agent(files_);
   TvkPolicy policy{L"before", L"before"};
-  Write(files_.tvk_policy, "{");
-  EXPECT_FALSE(agent.LoadTvkPolicy().accepted);
+  Write(files_.tvk_policy, R"({"devicePath":1,"x":2})");
+  const PolicyLoad load = agent.LoadTvkPolicy();
+  EXPECT_FALSE(load.accepted);
+  ASSERT_EQ(load.problems.size(), 2u);
+  EXPECT_EQ(load.problems[0].path, "devicePath");
+  EXPECT_EQ(load.problems[1].message, "the key is unknown and has no effect");
   EXPECT_FALSE(agent.GetTvkPolicy(policy));
   EXPECT_EQ(policy.device_path, L"before");
 
-  Write(files_.tvk_policy, R"({"devicePath":"a/b"})");
+  Write(files_.tvk_policy, R"({"devicePath":"a/b","deviceSubscription":"s"})");
   EXPECT_TRUE(agent.LoadTvkPolicy().changed);
   ASSERT_TRUE(agent.GetTvkPolicy(policy));
-  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L""}));
+  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L"s"}));
 
   agent.KeepLastGood();
   Write(files_.tvk_policy, "{");
   ConfigPolicyAgent next(files_);
   EXPECT_FALSE(next.LoadTvkPolicy().accepted);
   ASSERT_TRUE(next.GetTvkPolicy(policy));
-  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L""}));
+  EXPECT_EQ(policy, (TvkPolicy{L"a/b", L"s"}));
 
   std::filesystem::remove(files_.tvk_policy);
   EXPECT_TRUE(agent.LoadTvkPolicy().changed);

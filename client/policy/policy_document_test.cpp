@@ -112,27 +112,6 @@ TEST(PolicyDocumentTest, NamesEveryProblemWithItsPath) {
   }
 }
 
-TEST(PolicyDocumentTest, ManyProblemsAreCounted) {
-  std::string json = R"({"telemetryScope":"full","datasets":[],"k0":0)";
-  for (int i = 1; i < 150; ++i)
-    json += ",\"k" + std::to_string(i) + "\":0";
-  const PolicyDocument document = ParseTelemetryPolicy(json + "}");
-  ASSERT_EQ(document.problems.size(), 101u);
-  EXPECT_EQ(document.problems.back().message, "50 more problems");
-  EXPECT_TRUE(document.policy);
-}
-
-TEST(PolicyDocumentTest, ReadsTheClientPolicy) {
-  const TvkPolicyDocument both = ParseTvkPolicy(R"({"devicePath":"a/b","deviceSubscription":"s"})");
-  ASSERT_TRUE(both.policy);
-  EXPECT_EQ(*both.policy, (TvkPolicy{L"a/b", L"s"}));
-  EXPECT_TRUE(ParseTvkPolicy("{}").policy);
-  const TvkPolicyDocument wrong = ParseTvkPolicy(R"({"devicePath":1,"x":2})");
-  EXPECT_FALSE(wrong.policy);
-  EXPECT_EQ(Describe(wrong.problems),
-            "fatal devicePath: a text is expected, not a number\nerror x: the key is unknown and has no effect\n");
-}
-
 TEST(PolicyDocumentTest, DefaultFilesHaveNoProblems) {
   const PolicyDocument policy = ParseTelemetryPolicy(FileText("policy.default.json"));
   EXPECT_EQ(Describe(policy.problems), "");
@@ -143,54 +122,42 @@ TEST(PolicyDocumentTest, DefaultFilesHaveNoProblems) {
   EXPECT_EQ(*client.policy, TvkPolicy());
 }
 
-// Every key of the schema's `properties` must be one that the reader knows (a wrong type is refused, not passed over),
-// and the reader's document must use no other.
-void ExpectSameKeys(const Json::Value& properties, const Json::Value& full, const std::string& path,
-                    const std::function<std::string(const std::string& key)>& with_null) {
-  EXPECT_EQ(properties.getMemberNames(), full.getMemberNames()) << path;
-  for (const std::string& key : properties.getMemberNames()) {
-    const PolicyDocument document = ParseTelemetryPolicy(with_null(key));
-    ASSERT_EQ(document.problems.empty(), false) << path << key;
-    EXPECT_EQ(document.problems[0].path, path + key);
-    EXPECT_NE(document.problems[0].message.find(" is expected, not null"), std::string::npos);
-    EXPECT_NE(properties[key].get("description", "").asString(), "") << path << key;
-  }
+// kFull with another object in the place of the one at `path`.
+std::string Changed(const std::string& path, const std::function<void(Json::Value& object)>& change) {
+  Json::Value copy = ToJson(kFull);
+  change(Json::Path(path).make(copy));
+  return Json::writeString(Json::StreamWriterBuilder(), copy);
 }
 
+// Every key of the schema must be one that the reader knows (a wrong type is refused, not passed over), and the
+// reader's document must use no other.
 TEST(PolicyDocumentTest, SchemaAndReaderAgree) {
   EXPECT_EQ(TelemetryPolicySchema(), FileText("policy.schema.json"));
   const Json::Value schema = ToJson(TelemetryPolicySchema());
   const Json::Value full = ToJson(kFull);
-  const auto replaced = [&](auto&& change) {
-    Json::Value copy = full;
-    change(copy);
-    return Json::writeString(Json::StreamWriterBuilder(), copy);
-  };
-  ExpectSameKeys(schema["properties"]["settings"]["properties"], full["settings"], "settings.", [&](const auto& key) {
-    return replaced([&](Json::Value& copy) { copy["settings"][key] = Json::Value(); });
-  });
-  ExpectSameKeys(schema["properties"], full, "", [&](const std::string& key) {
-    return replaced([&](Json::Value& copy) { copy[key] = Json::Value(); });
-  });
-  const Json::Value& dataset = schema["$defs"]["dataset"];
-  ExpectSameKeys(dataset["properties"], full["datasets"][0], "datasets[0].", [&](const std::string& key) {
-    return replaced([&](Json::Value& copy) { copy["datasets"][0][key] = Json::Value(); });
-  });
-  ExpectSameKeys(schema["$defs"]["applicability"]["properties"], full["applicability"], "applicability.",
-                 [&](const std::string& key) {
-                   return replaced([&](Json::Value& copy) { copy["applicability"][key] = Json::Value(); });
-                 });
-  for (const Json::Value& key : schema["required"]) {
-    const std::string without = replaced([&](Json::Value& copy) { copy.removeMember(key.asString()); });
-    EXPECT_EQ(Describe(ParseTelemetryPolicy(without).problems), "fatal " + key.asString() + ": the key is missing\n");
-  }
-  for (const Json::Value& key : dataset["required"]) {
-    const std::string without = replaced([&](Json::Value& copy) { copy["datasets"][0].removeMember(key.asString()); });
-    EXPECT_EQ(Describe(ParseTelemetryPolicy(without).problems),
-              "fatal datasets[0]." + key.asString() + ": the key is missing\n");
+  for (const auto& [part, path] : {std::pair(schema, std::string()),
+                                   {schema["properties"]["settings"], "settings."},
+                                   {schema["$defs"]["dataset"], "datasets[0]."},
+                                   {schema["$defs"]["applicability"], "applicability."}}) {
+    const Json::Value& properties = part["properties"];
+    EXPECT_EQ(properties.getMemberNames(), Json::Path(path).resolve(full).getMemberNames()) << path;
+    for (const std::string& key : properties.getMemberNames()) {
+      SCOPED_TRACE(path + key);
+      const std::string with_null = Changed(path, [&](Json::Value& object) { object[key] = Json::Value(); });
+      const PolicyDocument document = ParseTelemetryPolicy(with_null);
+      ASSERT_FALSE(document.problems.empty());
+      EXPECT_EQ(document.problems[0].path, path + key);
+      EXPECT_NE(document.problems[0].message.find(" is expected, not null"), std::string::npos);
+      EXPECT_NE(properties[key].get("description", "").asString(), "");
+    }
+    for (const Json::Value& key : part["required"]) {
+      const std::string without = Changed(path, [&](Json::Value& object) { object.removeMember(key.asString()); });
+      EXPECT_EQ(Describe(ParseTelemetryPolicy(without).problems),
+                "fatal " + path + key.asString() + ": the key is missing\n");
+    }
   }
   for (const Json::Value& scope : schema["properties"]["telemetryScope"]["enum"]) {
-    const std::string with = replaced([&](Json::Value& copy) { copy["telemetryScope"] = scope; });
+    const std::string with = Changed("", [&](Json::Value& object) { object["telemetryScope"] = scope; });
     EXPECT_TRUE(ParseTelemetryPolicy(with).policy) << scope.asString();
   }
 }

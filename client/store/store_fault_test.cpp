@@ -3,24 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
+#include <map>
 #include <set>
 
-#include "client/store/record_reader.h"
 #include "client/store/sqlite_database.h"
 #include "client/store/store_test_records.h"
 
 namespace TVK {
 namespace {
 
-/// Stands in front of the system's file layer (sqlite.org/vfs.html) while it lives. SQLite keeps one object a file;
-/// ours is followed in memory by that of the layer below.
+/// Stands in front of the system's file layer (sqlite.org/vfs.html) while it lives: the files are those of the layer
+/// below, with two of their methods replaced.
 class FailingDisk {
  public:
   FailingDisk() {
     below_ = sqlite3_vfs_find(nullptr);
     vfs_ = *below_;
-    vfs_.szOsFile = static_cast<int>(sizeof(File)) + below_->szOsFile;
     vfs_.zName = "failing";
     vfs_.pNext = nullptr;
     vfs_.xOpen = Open;
@@ -46,11 +44,6 @@ class FailingDisk {
   void set_read_only(bool read_only) { read_only_ = read_only; }
 
  private:
-  struct File {
-    sqlite3_file base;
-    sqlite3_file* below() { return reinterpret_cast<sqlite3_file*>(this + 1); }
-  };
-  static File* Self(sqlite3_file* file) { return reinterpret_cast<File*>(file); }
   static bool Fails() {
     if (for_good_ && failed_) return true;
     if (left_ == 0 || --left_ != 0) return false;
@@ -59,55 +52,31 @@ class FailingDisk {
   }
 
   static int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out_flags) {
-    std::memset(file, 0, sizeof(File));
     if (read_only_ && name != nullptr && std::string_view(name).ends_with(kStoreFileName)) {
       flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
     }
-    const int code = below_->xOpen(below_, name, Self(file)->below(), flags, out_flags);
-    if (Self(file)->below()->pMethods != nullptr) file->pMethods = Methods();
+    const int code = below_->xOpen(below_, name, file, flags, out_flags);
+    if (file->pMethods == nullptr) return code;
+    write_below_ = file->pMethods->xWrite;  // one for all kinds of files
+    sqlite3_io_methods& methods = methods_[file->pMethods];
+    methods = *file->pMethods;
+    methods.iVersion = 2;  // without mapping, which would write past us
+    methods.xWrite = Write;
+    methods.xSync = Sync;
+    file->pMethods = &methods;
     return code;
   }
-
-  template <auto Member, typename... Args>
-  static auto Pass(sqlite3_file* file, Args... args) {
-    sqlite3_file* below = Self(file)->below();
-    return (below->pMethods->*Member)(below, args...);
-  }
   static int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
-    return Fails() ? code_ : Pass<&sqlite3_io_methods::xWrite>(file, data, size, offset);
+    return Fails() ? code_ : write_below_(file, data, size, offset);
   }
   static int Sync(sqlite3_file* /*file*/, int /*flags*/) {
     // No power is lost here: what the layer below was given it has, so the real flush would only take time.
     return Fails() ? SQLITE_IOERR_FSYNC : SQLITE_OK;
   }
 
-  static const sqlite3_io_methods* Methods() {
-    using M = sqlite3_io_methods;
-    static const M kMethods = {
-        .iVersion = 2,
-        .xClose = Pass<&M::xClose>,
-        .xRead = Pass<&M::xRead, void*, int, sqlite3_int64>,
-        .xWrite = Write,
-        .xTruncate = Pass<&M::xTruncate, sqlite3_int64>,
-        .xSync = Sync,
-        .xFileSize = Pass<&M::xFileSize, sqlite3_int64*>,
-        .xLock = Pass<&M::xLock, int>,
-        .xUnlock = Pass<&M::xUnlock, int>,
-        .xCheckReservedLock = Pass<&M::xCheckReservedLock, int*>,
-        .xFileControl = Pass<&M::xFileControl, int, void*>,
-        .xSectorSize = Pass<&M::xSectorSize>,
-        .xDeviceCharacteristics = Pass<&M::xDeviceCharacteristics>,
-        .xShmMap = Pass<&M::xShmMap, int, int, int, void volatile**>,
-        .xShmLock = Pass<&M::xShmLock, int, int, int>,
-        .xShmBarrier = Pass<&M::xShmBarrier>,
-        .xShmUnmap = Pass<&M::xShmUnmap, int>,
-        .xFetch = nullptr,
-        .xUnfetch = nullptr,
-    };
-    return &kMethods;
-  }
-
   sqlite3_vfs vfs_;
+  static inline std::map<const sqlite3_io_methods*, sqlite3_io_methods> methods_;  ///< Ours, by those below.
+  static inline decltype(sqlite3_io_methods::xWrite) write_below_ = nullptr;
   static inline sqlite3_vfs* below_ = nullptr;
   static inline int left_ = 0;
   static inline int code_ = 0;
@@ -118,18 +87,6 @@ class FailingDisk {
 
 class StoreFaultTest : public StoreTest {
  protected:
-  // What a reader finds, in the order of writing.
-  std::vector<std::string> Stored() {
-    std::string problem;
-    std::vector<StoredRecord> records;
-    const auto reader = RecordReader::Open(file(), problem);
-    EXPECT_TRUE(reader != nullptr && reader->Read({}, records, problem)) << problem;
-    std::vector<std::string> json;
-    for (const StoredRecord& record : records)
-      json.push_back(record.json);
-    return json;
-  }
-
   // Writes through a store from its making to its end; the values of what was reported as written.
   std::vector<std::wstring> Session() {
     std::vector<std::wstring> written;
@@ -241,7 +198,7 @@ TEST_F(StoreFaultTest, AStoreThatIsBegunAnewHasTheContextsInForce) {
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
   EXPECT_TRUE(log_.Has(L"the store was damaged"));
   EXPECT_EQ(heard.size(), 4u);
-  EXPECT_EQ(Stored(), heard);
+  EXPECT_EQ(StoredTexts(), heard);
   ASSERT_FALSE(heard.empty());
   EXPECT_EQ(heard.front(), ToJson(MakeDeviceContext(L"D1")));
   EXPECT_EQ(std::ranges::count(heard, ToJson(MakeDatasetContext(kCpu, L"C1"))), 1);
@@ -254,7 +211,7 @@ TEST_F(StoreFaultTest, AStoreThatIsRemovedWhileItRunsIsBegunAnew) {
   std::error_code refused;
   std::filesystem::rename(file(), folder_.path() / "away.db", refused);
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
-  EXPECT_EQ(Stored(), (std::vector{ToJson(MakeDeviceContext(L"D1")), ToJson(MakeItem(kCpu, L"I1", L"after"))}));
+  EXPECT_EQ(StoredTexts(), (std::vector{ToJson(MakeDeviceContext(L"D1")), ToJson(MakeItem(kCpu, L"I1", L"after"))}));
   EXPECT_NE(log_.Has(L"was removed or replaced"), static_cast<bool>(refused));
   if (refused) return;  // this system keeps a file that is open in its place
   Database away;

@@ -8,6 +8,7 @@
 
 #include "client/records/record_json.h"
 #include "client/store/event_data_logging.h"
+#include "client/store/record_reader.h"
 #include "client/store/sqlite_database.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
@@ -63,6 +64,21 @@ class StoreTest : public testing::Test {
     return options;
   }
   const platform::Clock& clock() const { return world_.clock(); }
+
+  // What a reader finds, in the order of writing.
+  std::vector<StoredRecord> Stored(const RecordQuery& query = {}) const {
+    std::string problem;
+    std::vector<StoredRecord> records;
+    const auto reader = RecordReader::Open(file(), problem);
+    EXPECT_TRUE(reader != nullptr && reader->Read(query, records, problem)) << problem;
+    return records;
+  }
+  std::vector<std::string> StoredTexts() const {
+    std::vector<std::string> texts;
+    for (const StoredRecord& record : Stored())
+      texts.push_back(record.json);
+    return texts;
+  }
 
   void ExecuteOutside(const std::string& sql) {
     Database database;

@@ -36,6 +36,7 @@ TEST(EventLogRenderingTest, EventDataIsCutOut) {
             "<EventData Name='a'><Data>1</Data></EventData>"},
            {"<Event><EventDataX>1</EventDataX><EventData>2</EventData></Event>", "<EventData>2</EventData>"},
            {"<Event><EventData Name='a'/><X></EventData></Event>", "<EventData />"},
+           {"<Event><EventData></EventData></Event>", "<EventData />"},
            {"<Event><EventData><Data>cut off", "<EventData />"},
            {"<EventData", "<EventData />"},
            {"", "<EventData />"},

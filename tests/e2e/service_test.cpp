@@ -63,50 +63,35 @@ TEST(Service, EndsByItselfWhenItsTimeIsOver) {
   EXPECT_TRUE(service.WaitForLine("DeviceInit", std::chrono::seconds(0)));
 }
 
-TEST(Service, WrongCommandLinesEndWithOne) {
-  const ServiceFolder folder;
-  folder.WritePolicy(CpuPolicy("full"));
-  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{"--fro", "2s"}, "--fro"},   {{"--for", "soon"}, "soon"}, {{"--for", "0s"}, "0s"},
-      {{"--sysroot"}, "--sysroot"}, {{"--for", ""}, "--for"},    {{"--log-dir", ""}, "--log-dir"}};
-  for (const auto& [arguments, named] : cases) {
-    SCOPED_TRACE(named);
-    ConsoleService service(folder, arguments);
-    EXPECT_EQ(service.WaitForEnd(kPatience), 1);
-    EXPECT_GE(CountLines(service.Lines(), named), 1u) << "the message names what is wrong";
-  }
-  EXPECT_FALSE(exists(folder.data())) << "nothing was begun";
-}
-
-TEST(Service, WithoutAnyGoodPolicyItEndsWithTwoAndNamesFileAndPlace) {
-  const std::vector<std::pair<std::optional<std::string>, std::string>> cases = {
-      {std::nullopt, "policy.json"},
-      {"", "policy.json"},
-      {"{ not json", "policy.json"},
-      {R"({"telemetryScope": "full", "datasets": [{"id": "x", "name": 3, "enabled": true}]})", "datasets[0].name"}};
-  for (const auto& [text, named] : cases) {
-    SCOPED_TRACE(text.value_or("no file"));
+TEST(Service, WhatItCannotStartWithEndsItWithACodeAndAMessage) {
+  struct Row {
+    std::vector<std::string> arguments;
+    std::optional<std::string> policy;
+    int exit_code;
+    std::string named;
+    bool begun;
+  };
+  const std::string good = CpuPolicy("full");
+  const std::string file = platform::PathToUtf8(ProgramBeside("tvkctl"));
+  for (const Row& row : {
+           Row{{"--fro", "2s"}, good, 1, "--fro", false},
+           Row{{"--for", "soon"}, good, 1, "soon", false},
+           Row{{"--for", "0s"}, good, 1, "0s", false},
+           Row{{"--sysroot"}, good, 1, "--sysroot", false},
+           Row{{"--log-dir", ""}, good, 1, "--log-dir", false},
+           Row{{"--sysroot", file}, good, 2, "tvkctl", false},
+           Row{{"--log-dir", file}, good, 2, "tvkctl", true},
+           Row{{}, std::nullopt, 2, "policy.json", true},
+           Row{{}, "", 2, "policy.json", true},
+           Row{{}, R"({"telemetryScope": "full", "datasets": [{"id": "x", "name": 3}]})", 2, "datasets[0].name", true},
+       }) {
+    SCOPED_TRACE(testing::PrintToString(row.arguments) + row.policy.value_or("no file"));
     const ServiceFolder folder;
-    if (text) folder.WritePolicy(*text);
-    ConsoleService service(folder);
-    EXPECT_EQ(service.WaitForEnd(kPatience), 2);
-    EXPECT_GE(CountLines(service.Lines(), "policy.json"), 1u);
-    EXPECT_GE(CountLines(service.Lines(), named), 1u);
-  }
-}
-
-TEST(Service, FoldersThatCannotBeUsedEndItWithTwo) {
-  const ServiceFolder folder;
-  folder.WritePolicy(CpuPolicy("full"));
-  const std::string file = platform::PathToUtf8(folder.policy());
-  for (const char* const option : {"--sysroot", "--log-dir"}) {
-    SCOPED_TRACE(option);
-    ConsoleService service(folder, {option, file});
-    EXPECT_EQ(service.WaitForEnd(kPatience), 2);
-    EXPECT_GE(CountLines(service.Lines(), "policy.json"), 1u) << "the message names the folder";
-    if (option == std::string("--sysroot")) {
-      EXPECT_FALSE(exists(folder.data())) << "nothing was begun";
-    }
+    if (row.policy) folder.WritePolicy(*row.policy);
+    ConsoleService service(folder, row.arguments);
+    EXPECT_EQ(service.WaitForEnd(kPatience), row.exit_code);
+    EXPECT_GE(CountLines(service.Lines(), row.named), 1u) << "the message names what is wrong";
+    EXPECT_EQ(exists(folder.data()), row.begun);
   }
 }
 

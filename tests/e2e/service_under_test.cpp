@@ -42,13 +42,9 @@ std::vector<TVK::StoredRecord> ServiceFolder::Records() const {
   return records;
 }
 
-std::string ServiceFolder::Log(const std::string& name) const {
-  constexpr std::size_t kLimit = 6u << 20;  // a log is begun anew after 5 MiB
-  return platform::ReadWholeFile(data() / "log" / name, kLimit).value_or("");
-}
-
 std::size_t ServiceFolder::CountInLog(const std::string& name, const std::string& text) const {
-  const std::string log = Log(name);
+  constexpr std::size_t kLimit = 6u << 20;  // a log is begun anew after 5 MiB
+  const std::string log = platform::ReadWholeFile(data() / "log" / name, kLimit).value_or("");
   std::size_t count = 0;
   for (std::size_t at = log.find(text); at != log.npos; at = log.find(text, at + text.size()))
     ++count;

@@ -34,8 +34,7 @@ class ServiceFolder {
   /// Every record in the store, oldest first. Fails the test when the store cannot be read.
   std::vector<TVK::StoredRecord> Records() const;
 
-  /// The text of a log; empty while there is none.
-  std::string Log(const std::string& name) const;
+  /// How often a log holds `text`; 0 while there is no log.
   std::size_t CountInLog(const std::string& name, const std::string& text) const;
 
  private:

@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 #include <span>
 #include <sstream>
@@ -63,12 +64,9 @@ std::vector<PageRow> ReadPage() {
 /// The names in `backticks`.
 Names Quoted(const std::string& cell) {
   Names names;
-  for (std::size_t begin = cell.find('`'); begin != std::string::npos;) {
-    const std::size_t end = cell.find('`', begin + 1);
-    if (end == std::string::npos) break;
-    names.insert(cell.substr(begin + 1, end - begin - 1));
-    begin = cell.find('`', end + 1);
-  }
+  static const std::regex kQuoted("`([^`]*)`");
+  for (std::sregex_iterator at(cell.begin(), cell.end(), kQuoted), end; at != end; ++at)
+    names.insert((*at)[1]);
   return names;
 }
 
