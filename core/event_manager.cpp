@@ -34,7 +34,9 @@ EventManager::State::Wakers EventManager::State::CopyWakers() {
 
 std::list<std::pair<EventMonitorBase*, std::thread*>> EventManager::State::CopyList() {
   const std::lock_guard lock(list_lock);
-  return monitors;
+  auto listed = monitors;
+  listed.remove_if([&](const auto& entry) { return IsStopping(entry.first->GetName()); });
+  return listed;
 }
 
 bool EventManager::State::HasReturned(EventMonitorBase* monitor) {

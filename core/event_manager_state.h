@@ -36,8 +36,9 @@ struct EventManager::State {
   };
   Wakers CopyWakers();
 
-  /// The list as it stands. For the notification thread, whose own hands and Stop, which waits for it, are the only
-  /// ones that delete a monitor: what it copied lives until its handler returns, and needs no lock.
+  /// The listed monitors but those that a stopper was given, which deletes them when it can. For the notification
+  /// thread, which alone gives them, and which Stop waits for: what it copied lives until its handler returns, and
+  /// needs no lock.
   std::list<std::pair<EventMonitorBase*, std::thread*>> CopyList();
   /// Whether the monitor's main routine has returned.
   bool HasReturned(EventMonitorBase* monitor);

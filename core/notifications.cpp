@@ -114,7 +114,9 @@ void EventManager::NotificationProcessorThread() {
           if (running) RunHandler(signalled);
           break;
         default:
-          break;
+          // To wait again would fail again, and take a processor for it.
+          state.log.e(L"%s: the wait failed; changes of policy and region are not followed any more", kThis);
+          running = false;
       }
     } catch (...) {
       state.log.e(L"%s encount exceptions", kThis);

@@ -101,8 +101,8 @@ class TVK_EXPORT EventManager {
   /// Whether a change of the device path waits to be told to monitors and user agent.
   bool IsDevicePathChange() const;
 
-  // The handlers of the notification thread, which may also be called by the control thread between Initialize and
-  // Stop.
+  // The handlers of the notification thread. Between Initialize and Stop the control thread may call them too, but only
+  // while no notification can arrive: they are not made to run side by side.
   /// Reconciles the monitors with the policy and the scope in force.
   void OnTelemetryScopeChanges();
   /// Tells every monitor that the device context changed.

@@ -201,9 +201,11 @@ void CpuEventMonitor::FollowPeak(int sample) {
       break;
     }
     if (samples == kSamplesOfPeakCheck) break;
+    if (isTelemetryScopeNone()) return;
     sample = collector_->GetCpuUsageInt();
     if (sample < peak_threshold_) return;
   }
+  if (isTelemetryScopeNone()) return;  // withdrawn while the check ran
   log_.d(L"CpuEventMonitor CpuCheckEntry Utilization(percentage):%d", sample);
   const int error = LogItemEvent(std::min(sample, 100), kNearCapacity);
   if (error != 0) log_.e(L"CpuEventMonitor LogItemEvent(CPUNearCapacity) return error: %d", error);

@@ -188,6 +188,18 @@ TEST_F(CpuEventMonitorTest, AStopDuringThePeakCheckStillReportsIt) {
   EXPECT_TRUE(world_.runtime.Threads().empty());
 }
 
+TEST_F(CpuEventMonitorTest, AWithdrawnConsentEndsThePeakCheckWithoutARecord) {
+  SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", L"90"}, {L"CPUPeakThresholdDuration", L"10s"}});
+  StartLife();
+  world_.runtime.AdvanceBy(900ms);
+  SetLoad(95);
+  world_.runtime.AdvanceBy(1s);
+  EventMonitorBase::SetTelemetryScope(L"none");
+  monitor_->Stop();
+  EventMonitorBase::SetTelemetryScope(L"full");
+  EXPECT_TRUE(life_->Items(kPeak).empty());
+}
+
 TEST_F(CpuEventMonitorTest, AChangeOfTheIntervalMovesTheNextReport) {
   StartLife();
   world_.runtime.AdvanceBy(150s);

@@ -241,7 +241,9 @@ SecondTick::Work MemoryEventMonitor::LookAtLoad(bool& failing) {
     return nullptr;
   }
   last_reported_load_ = load;
-  return [this, status = *status] { LogItemEvent(kChange, UsageToItemData(status)); };
+  return [this, status = *status] {
+    if (!isTelemetryScopeNone()) LogItemEvent(kChange, UsageToItemData(status));
+  };
 }
 
 void MemoryEventMonitor::MemoryStatusReportThread() {

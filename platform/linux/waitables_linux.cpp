@@ -74,7 +74,10 @@ void FdEvent::Reset() {
 }
 
 bool FdEvent::TryConsume() {
-  return reset_ == EventReset::kManual ? IsSignalled() : Drain();
+  const bool consumed = reset_ == EventReset::kManual ? IsSignalled() : Drain();
+  // What came before a Set that found the event set already is to be seen too.
+  if (consumed) static_cast<void>(sets_.load(std::memory_order_acquire));
+  return consumed;
 }
 
 // One reading empties an eventfd, and a FIFO too: more than a byte is in it only where several set it at once.
