@@ -217,7 +217,7 @@ void EventManager::StartMissingDatasets(TelemetryPolicy& policy) {
     const DatasetRow* row = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
     if (row == nullptr || !dataset.enabled || !filter.IsApplicable(dataset.applicability)) continue;
     const bool runs = row->rule == DatasetRule::kUserProcess
-                          ? state.user_process_started.load()
+                          ? state.services.user_process_agent.UserProcessRuns()
                           : SearchMonitorList(dataset.name) || state.IsStopping(dataset.name);
     if (!runs && String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope())) RunAndAddToList(dataset.id);
   }

@@ -138,6 +138,10 @@ TEST_F(NotificationsTest, TheUserAgentFollowsTheDisplayDataset) {
   world_.runtime.Settle();
   EXPECT_EQ(life.user_process.starts, 1);
   EXPECT_EQ(life.user_process.stops, 0);
+  life.user_process.runs = false;
+  life.Change(PolicyOf(L"enhance", {L"DisplayEvent"}));
+  world_.runtime.Settle();
+  EXPECT_EQ(life.user_process.starts, 2) << "it had ended by itself";
   life.Change(PolicyOf(L"full", {L"CPUEvent"}));
   world_.runtime.Settle();
   EXPECT_EQ(life.user_process.stops, 1);
