@@ -26,8 +26,12 @@ void UserProcess::SetDataSetEnable(bool enable) {
   enabled_ = enable;
 }
 
-bool UserProcess::Start() {
-  if (process_ != nullptr && !process_->WaitForEnd(std::chrono::milliseconds(0))) return true;
+bool UserProcess::Runs() const {
+  return process_ != nullptr && !process_->WaitForEnd(std::chrono::milliseconds(0));
+}
+
+bool UserProcess::Start(bool wait_for_user) {
+  if (Runs()) return true;
   process_ = nullptr;
   platform::NamedEventResult made =
       runtime_.MakeNamedEvent(kStopEvent, platform::EventReset::kManual, false, platform::EventAccess::kSessionUsers);
@@ -38,10 +42,9 @@ bool UserProcess::Start() {
   // Whoever held the event before us may have left it set, which would end the new process at once.
   made.event->Reset();
   platform::SessionProcessStart start = platform::StartInUserSession(program_, {});
-  waiting_for_user_ = waiting_for_user_ && start.nobody_logged_on;
   if (start.process == nullptr) {
     log_.e(L"the user agent is not started: %s", String::UTF8ToUTF16(start.problem));
-    return waiting_for_user_;
+    return wait_for_user && start.nobody_logged_on;
   }
   log_.i(L"%s runs", kProgram);
   process_ = std::move(start.process);
@@ -55,18 +58,25 @@ bool UserProcess::StartUserProcess(platform::Event& stop_event, bool wait_for_us
     return false;
   }
   const std::lock_guard lock(mutex_);
-  waiting_for_user_ = wait_for_user;
-  return Start();
+  if (!Start(wait_for_user)) return false;
+  follows_logons_ = wait_for_user;
+  return true;
+}
+
+bool UserProcess::UserProcessRuns() {
+  const std::lock_guard lock(mutex_);
+  return Runs();
 }
 
 void UserProcess::OnUserLogon() {
   const std::lock_guard lock(mutex_);
-  if (enabled_ && waiting_for_user_) Start();
+  // Not only the first time: the process ends with its user's session.
+  if (enabled_ && follows_logons_) Start(true);
 }
 
 void UserProcess::StopUserProcess(int reason) {
   const std::lock_guard lock(mutex_);
-  waiting_for_user_ = false;
+  follows_logons_ = false;
   if (process_ == nullptr) return;
   stop_event_->Set();
   if (!process_->WaitForEnd(kPatience)) {

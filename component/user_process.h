@@ -11,7 +11,8 @@
 #include "platform/session_process.h"
 
 /// Starts "TVKUserAgent.exe", which lies beside the service's program, and ends it through the event
-/// "Global\TvkUserAgentStopEvent". A process that ended by itself is started again when it is next asked for.
+/// "Global\TvkUserAgentStopEvent". A process that ended by itself is started again when it is next asked for; one that
+/// waits for users also at each logon, until it is stopped.
 class UserProcess final : public UserProcessAgent {
  public:
   /// How long the user agent may take to end before it is ended.
@@ -26,20 +27,23 @@ class UserProcess final : public UserProcessAgent {
 
   void SetDataSetEnable(bool enable) override;
   bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) override;
+  bool UserProcessRuns() override;
   void StopUserProcess(int reason) override;
 
-  /// A user logged on: starts what was waiting for one.
+  /// A user logged on: starts what waits for one, unless it runs.
   void OnUserLogon();
 
  private:
-  bool Start();  // with mutex_ held
+  // Both with mutex_ held.
+  bool Runs() const;
+  bool Start(bool wait_for_user);
 
   platform::Runtime& runtime_;
   const std::filesystem::path program_;
   TVK::Log log_;
   std::mutex mutex_;  ///< Guards what follows.
   bool enabled_ = false;
-  bool waiting_for_user_ = false;
+  bool follows_logons_ = false;                  ///< To be started at each logon when it does not run.
   std::unique_ptr<platform::Event> stop_event_;  ///< Held while a process runs: the process opens it by its name.
   std::unique_ptr<platform::SessionProcess> process_;
 };

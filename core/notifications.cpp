@@ -219,7 +219,7 @@ void EventManager::StartMissingDatasets(TelemetryPolicy& policy) {
     const DatasetRow* row = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
     if (row == nullptr || !dataset.enabled || !filter.IsApplicable(dataset.applicability)) continue;
     const bool runs = row->rule == DatasetRule::kUserProcess
-                          ? state.user_process_started.load()
+                          ? state.services.user_process_agent.UserProcessRuns()
                           : SearchMonitorList(dataset.name) || state.IsStopping(dataset.name);
     // The policy may be newer than the scope in force; a consent that it withdraws counts already.
     const bool consented = String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope()) &&

@@ -105,6 +105,9 @@ TEST_F(NotificationsTest, TheUserAgentFollowsTheDisplayDataset) {
     EXPECT_EQ(world_.runtime.Wait(*policy_event.event, 0ms), 0u) << "the agent is told";
   }
   EXPECT_EQ(life_->user_process.stops, 0);
+  life_->user_process.runs = false;
+  Change(PolicyOf(L"enhance", {L"DisplayEvent"}));
+  EXPECT_EQ(life_->user_process.starts, 2) << "it had ended by itself";
   Change(PolicyOf(L"full", {L"CPUEvent"}));
   EXPECT_EQ(life_->user_process.stops, 1);
   EXPECT_EQ(life_->user_process.last_reason, 1);

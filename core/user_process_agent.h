@@ -12,9 +12,12 @@ class UserProcessAgent {
   virtual void SetDataSetEnable(bool enable) = 0;
 
   /// Starts the process, or sees to it that it runs. `stop_event`: the manager's; no start is tried once it is set.
-  /// `wait_for_user`: when nobody is logged on yet, start it at the next logon. False, with the reason logged, when it
-  /// cannot be started.
+  /// `wait_for_user`: start it at each logon that finds it ended, so also when nobody is logged on yet. False, with the
+  /// reason logged, when it cannot be started.
   virtual bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) = 0;
+
+  /// Whether the process is there now: false also when it ended by itself or waits for a logon.
+  virtual bool UserProcessRuns() = 0;
 
   /// Ends the process and returns when it is gone. `reason` is its exit code when it must be forced.
   virtual void StopUserProcess(int reason) = 0;

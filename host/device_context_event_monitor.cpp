@@ -2,10 +2,12 @@
 
 #include <cstdint>
 
+#include "client/text/string.h"
 #include "platform/registry_names.h"
 
 namespace names = Constants::Registry;
 using platform::SettingRoot;
+using TVK::String;
 
 namespace {
 
@@ -123,16 +125,28 @@ void DeviceContextEventMonitor::AddMonitor(SettingRoot root, const wchar_t* path
 
 bool DeviceContextEventMonitor::TryAddUserRelatedMonitors() {
   if (!ready_) return false;
-  const std::lock_guard lock(values_mutex_);
-  if (user_monitors_added_) {
-    // Perhaps another user than the one before; what differs counts as a change.
-    registry_->FollowUser();
-    return true;
+  {
+    const std::lock_guard lock(values_mutex_);
+    if (user_monitors_added_) {
+      // Perhaps another user than the one before; what differs counts as a change.
+      registry_->FollowUser();
+    } else {
+      log_.d(L"%s: Added user related registry monitors on user logon.",
+             L"DeviceContextEventMonitor::TryAddUserRelatedMonitors");
+      AddUserMonitors();
+    }
   }
-  log_.d(L"%s: Added user related registry monitors on user logon.",
-         L"DeviceContextEventMonitor::TryAddUserRelatedMonitors");
-  AddUserMonitors();
-  return user_monitors_added_;
+  // What was read while nobody was logged on is the region of the running account.
+  if (RegionDiffersFromFacts()) RaiseDeviceInfoChangedEvent();
+  return true;
+}
+
+bool DeviceContextEventMonitor::RegionDiffersFromFacts() const {
+  const platform::RegionFacts known = machine_information_.region();
+  const platform::RegionFacts present = machine_.ReadRegionFacts();
+  return (present.nation != known.nation && IsCountry(String::UTF8ToUTF16(present.nation))) ||
+         (present.locale_name != known.locale_name &&
+          country_codes_.ValidateLocaleNameKey(String::UTF8ToUTF16(present.locale_name)));
 }
 
 void DeviceContextEventMonitor::WaitForChanges() {
@@ -171,12 +185,16 @@ bool DeviceContextEventMonitor::VerifyKeyValueForMonitor(unsigned long index, co
   const std::wstring name = registry_->GetMonitorValueNameKey(static_cast<int>(index));
   const std::wstring path = registry_->GetMonitorPathRunKey(static_cast<int>(index));
   if (name == names::CountryCodeNation && path == names::CountryCodeInternationalGeoSubPath) {
-    return !country_codes_.ValidateCountryCodeKey(value).empty();
+    return IsCountry(value);
   }
   if (name == names::CountryCodeLocaleName && path == names::CountryCodeInternationalSubPath) {
     return country_codes_.ValidateLocaleNameKey(value);
   }
   return true;
+}
+
+bool DeviceContextEventMonitor::IsCountry(const std::wstring& nation) const {
+  return !country_codes_.ValidateCountryCodeKey(nation).empty();
 }
 
 void DeviceContextEventMonitor::RaiseDeviceInfoChangedEvent() {

@@ -40,8 +40,9 @@ class DeviceContextEventMonitor {
   /// Whether the system's settings (and the user's, if somebody was logged on) are watched.
   bool IsReady() const { return ready_; }
 
-  /// A user has logged on: watches that one's nation and locale too, or in place of the user's before. Returns whether
-  /// a user's settings are watched; false, and nothing done, as long as the monitor is not ready.
+  /// A user has logged on: watches that one's nation and locale too, or in place of the user's before. Raises the event
+  /// when they differ from what `machine_information` read before. Returns whether a user's settings are watched;
+  /// false, and nothing done, as long as the monitor is not ready.
   bool TryAddUserRelatedMonitors();
 
   /// The event "Global\_liveeventDeviceContextEvent", which resets itself. Null before Start, after Stop, and when it
@@ -55,10 +56,12 @@ class DeviceContextEventMonitor {
   bool AddMonitors();
   void AddMonitor(platform::SettingRoot root, const wchar_t* path, const wchar_t* name);
   void AddUserMonitors();
+  bool RegionDiffersFromFacts() const;
   void WaitForChanges();
   void OnChange(unsigned long index);
   unsigned long GetKeyValueForMonitor(unsigned long index, std::wstring& value);
   bool VerifyKeyValueForMonitor(unsigned long index, const std::wstring& value) const;
+  bool IsCountry(const std::wstring& nation) const;
   void RaiseDeviceInfoChangedEvent();
 
   platform::Runtime& runtime_;

@@ -73,6 +73,23 @@ TEST_F(DeviceContextEventMonitorTest, UserSettingsAreWatchedOnceAUserLogsOn) {
   EXPECT_EQ(log_.Count(L"Setting event on region change"), 2u) << "each setting is watched once";
 }
 
+TEST_F(DeviceContextEventMonitorTest, ALogonCountsWhenTheUsersRegionIsNotTheOneReadBefore) {
+  for (const auto& [nation, locale, raised] : {std::tuple("US", "en-US", false), std::tuple("YY", "xx-US", false),
+                                               std::tuple("DE", "en-US", true), std::tuple("US", "de-DE", true)}) {
+    SCOPED_TRACE(nation + std::string(locale));
+    machine_.Change([](auto& state) {
+      state = {};
+      state.logged_in_user.clear();
+    });
+    information_.ReInitialize(true);
+    monitor_.Start();
+    EXPECT_FALSE(RaisedByNation(nation) || RaisedByLocale(locale)) << "of nobody yet";
+    EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
+    EXPECT_EQ(runtime_.Wait(*monitor_.getRegionChangeEventHandle(), platform::milliseconds(0)) == 0, raised);
+    monitor_.Stop();
+  }
+}
+
 TEST_F(DeviceContextEventMonitorTest, StopsInEveryStateAndStartsAgain) {
   monitor_.Stop();
   EXPECT_EQ(monitor_.getRegionChangeEventHandle(), nullptr);

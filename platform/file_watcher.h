@@ -17,7 +17,8 @@ namespace platform {
 /// Linux: where the path, or a folder on it, is a symbolic link, the link is watched and so is what it stands for,
 /// up to 40 links. A folder further up that is renamed or removed is noticed when the account may read it; a mount over
 /// it and a change of its permissions are not, since that would need a wake-up for each change in folders such as /tmp.
-/// Windows: links are not followed, and what happens further up (a parent of an existing folder renamed) is not seen.
+/// Windows: links are not followed. The file's own folder may be renamed and another take its name where the account
+/// may list the parent; what happens further up (a parent of an existing folder renamed) is not seen.
 ///
 /// It waits in the system and not in the runtime: with the virtual runtime, its thread counts as working all the time
 /// and the clock of that world would stand still. Use it with the real one.
@@ -33,7 +34,7 @@ class FileWatcher {
   /// Starts a thread of `runtime`, which must outlive the watcher. The thread calls `on_change` whenever a file may
   /// have changed: at the end of each change (a writer that keeps the file open is seen when it closes it), several
   /// times for one change, or once for several. Changes after the return of `Watch` are never missed: watch first, then
-  /// read. `on_change` must not throw. `files` holds 1 to 32 paths; relative ones count from the present working
+  /// read. `on_change` must not throw. `files` holds 1 to 31 paths; relative ones count from the present working
   /// folder. Returns null when the system refuses; `problem`, when given, then says what went wrong.
   static std::unique_ptr<FileWatcher> Watch(Runtime& runtime, std::vector<std::filesystem::path> files,
                                             std::function<void()> on_change, std::string* problem = nullptr);

@@ -64,6 +64,17 @@ TEST_F(FileWatcherTest, FoldersMayComeLater) {
   EXPECT_TRUE(ChangesOn([&] { Replace(file, "replaced"); }));
 }
 
+TEST_F(FileWatcherTest, AnotherFolderMayTakeTheNameOfTheFilesOwn) {
+  const std::filesystem::path own = folder_ / "own";
+  std::filesystem::create_directory(own);
+  Watch({own / "policy.json"});
+  EXPECT_TRUE(ChangesOn([&] {
+    std::filesystem::rename(own, folder_ / "old");
+    std::filesystem::create_directory(own);
+  }));
+  EXPECT_TRUE(ChangesOn([&] { Write(own / "policy.json", "new"); }));
+}
+
 TEST_F(FileWatcherTest, AfterItsEndNothingIsCalled) {
   const std::filesystem::path file = folder_ / "policy.json";
   Watch({file});

@@ -42,8 +42,8 @@ std::optional<WatchPlace> FindWatchPlace(const std::filesystem::path& file, Atta
   }
 }
 
-/// How many files one watcher takes.
-inline constexpr std::size_t kMostWatchedFiles = 32;
+/// How many files one watcher takes: Windows waits for 64 things at once, two for each file and the end.
+inline constexpr std::size_t kMostWatchedFiles = 31;
 
 /// Makes `files` absolute. False when there are none or too many, or one names no file.
 template <class Paths>

@@ -17,13 +17,16 @@ namespace platform {
 std::string MakePrivateFolder(const std::filesystem::path& folder);
 
 /// The content of `file`, or nothing when it cannot be read, is longer than `limit` bytes or, on Linux, is a pipe or a
-/// socket; `problem`, when given, then says which, in words that name the file.
+/// socket; `problem`, when given, then says which, in words that name the file. Windows: a file that
+/// somebody has open for themselves alone is waited for, up to 200 ms.
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit,
                                          std::string* problem = nullptr);
 
 /// Puts `content` in place of `file` so that a reader, or the loss of power, sees the old or the new content and
 /// nothing between: temporary file beside it, flush to disk, rename. Returns an empty text, or what went wrong; `file`
-/// is then untouched.
+/// is then untouched. Windows: as long as somebody holds `file` so that it cannot be replaced, or access to it is
+/// denied, it is tried again, up to a second; who reads it through ReadWholeFile does not hold it on a local disk of
+/// Windows 10 or later.
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content);
 
 /// Paths from and to UTF-8, whatever the process's locale.

@@ -34,7 +34,8 @@ struct SessionProcessStart {
 
 /// Starts `program` (an absolute path) on behalf of the user at the console, or of the first active remote session.
 /// A process that may not start programs for others (a console program, a service of an ordinary account) starts it for
-/// itself, as a plain child. On systems whose user agent is not built it only says so. Any thread.
+/// itself, as a plain child; the system account never does. On systems whose user agent is not built it only says so.
+/// Any thread.
 SessionProcessStart StartInUserSession(const std::filesystem::path& program,
                                        const std::vector<std::wstring>& arguments);
 

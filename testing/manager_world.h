@@ -60,20 +60,24 @@ class TestManager final : public EventManager {
   ~TestManager() override = default;
 };
 
-/// A user agent that is always there. Any thread.
+/// A user agent that starts whenever it is asked. Any thread.
 class RecordingUserProcess final : public UserProcessAgent {
  public:
   void SetDataSetEnable(bool enable) override { enabled = enable; }
   bool StartUserProcess(platform::Event& /*stop_event*/, bool /*wait_for_user*/) override {
     ++starts;
+    runs = true;
     return true;
   }
+  bool UserProcessRuns() override { return runs; }
   void StopUserProcess(int reason) override {
     ++stops;
+    runs = false;
     last_reason = reason;
   }
 
   std::atomic<bool> enabled = false;
+  std::atomic<bool> runs = false;  ///< A test clears it for a process that ends by itself.
   std::atomic<int> starts = 0;
   std::atomic<int> stops = 0;
   std::atomic<int> last_reason = -1;

@@ -20,11 +20,16 @@ bool SameName(std::wstring_view a, std::wstring_view b) {
          CSTR_EQUAL;
 }
 
+// What a watch tells of: everything in the folder, or only that folders come, go and are renamed in it.
+constexpr DWORD kContent = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME | FILE_NOTIFY_CHANGE_LAST_WRITE |
+                           FILE_NOTIFY_CHANGE_SIZE;
+constexpr DWORD kFolderNames = FILE_NOTIFY_CHANGE_DIR_NAME;
+
 // One watched folder: an open read of its changes.
 class FolderWatch {
  public:
-  static std::unique_ptr<FolderWatch> Open(const std::filesystem::path& folder) {
-    auto watch = std::make_unique<FolderWatch>();
+  static std::unique_ptr<FolderWatch> Open(const std::filesystem::path& folder, DWORD changes) {
+    auto watch = std::make_unique<FolderWatch>(changes);
     watch->folder_.Reset(CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr));
@@ -34,7 +39,7 @@ class FolderWatch {
     return watch;
   }
 
-  FolderWatch() = default;
+  explicit FolderWatch(DWORD changes) : changes_(changes) {}
   FolderWatch(const FolderWatch&) = delete;
   FolderWatch& operator=(const FolderWatch&) = delete;
 
@@ -69,9 +74,7 @@ class FolderWatch {
   bool Arm() {
     read_ = {};
     read_.hEvent = event_.get();
-    constexpr DWORD kChanges = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
-                               FILE_NOTIFY_CHANGE_LAST_WRITE | FILE_NOTIFY_CHANGE_SIZE;
-    armed_ = ReadDirectoryChangesW(folder_.get(), buffer_.data(), static_cast<DWORD>(buffer_.size()), FALSE, kChanges,
+    armed_ = ReadDirectoryChangesW(folder_.get(), buffer_.data(), static_cast<DWORD>(buffer_.size()), FALSE, changes_,
                                    nullptr, &read_, nullptr) != FALSE;
     return armed_;
   }
@@ -95,6 +98,7 @@ class FolderWatch {
     return false;
   }
 
+  const DWORD changes_;
   UniqueFile folder_;
   UniqueKernelHandle event_;
   OVERLAPPED read_{};
@@ -123,25 +127,37 @@ class DirectoryFileWatcher final : public FileWatcher {
   }
 
  private:
-  using Folders = std::map<std::filesystem::path, std::unique_ptr<FolderWatch>>;
+  using Key = std::pair<std::filesystem::path, DWORD>;  // the folder, and what is told of it
+  using Folders = std::map<Key, std::unique_ptr<FolderWatch>>;
+
+  bool Attach(const Key& key) {
+    if (folders_.contains(key)) return true;
+    auto watch = FolderWatch::Open(key.first, key.second);
+    const bool done = watch != nullptr;
+    if (done) folders_.emplace(key, std::move(watch));
+    return done;
+  }
+
+  static Key ParentOf(const std::filesystem::path& folder) { return {folder.parent_path(), kFolderNames}; }
 
   // Watches what is to be watched now, and nothing else; folders that are watched already stay so. False when the
   // system refuses altogether.
   bool PlaceWatches() {
     complete_ = true;
-    for (const auto& [folder, watch] : folders_)
+    for (const auto& [key, watch] : folders_)
       watch->names.clear();
     for (const std::filesystem::path& file : files_) {
+      // A watched folder keeps its watch under another name: that another one takes its place, its parent tells. One
+      // whose parent may not be listed does without.
       const auto attach = [&](const std::filesystem::path& folder) {
-        if (folders_.contains(folder)) return true;
-        auto watch = FolderWatch::Open(folder);
-        const bool done = watch != nullptr;
-        if (done) folders_.emplace(folder, std::move(watch));
-        return done;
+        if (folder.has_relative_path()) Attach(ParentOf(folder));
+        return Attach({folder, kContent});
       };
       const auto place = FindWatchPlace(file, attach);
       if (!place) return false;
-      folders_.at(place->folder)->names.push_back(place->name.native());
+      folders_.at({place->folder, kContent})->names.push_back(place->name.native());
+      const auto parent = folders_.find(ParentOf(place->folder));
+      if (parent != folders_.end()) parent->second->names.push_back(place->folder.filename().native());
       complete_ = complete_ && place->direct;
     }
     std::erase_if(folders_, [](const auto& entry) { return entry.second->names.empty(); });
@@ -160,9 +176,14 @@ class DirectoryFileWatcher final : public FileWatcher {
       if (code == WAIT_OBJECT_0 || code >= waited.size()) return;
       const auto folder = order[code - 1];
       const FolderWatch::News news = folder->second->Take();
+      const auto [path, changes] = folder->first;
+      const bool moved = news.matters && changes == kFolderNames;
+      for (const std::wstring& name : folder->second->names) {
+        if (moved) folders_.erase({path / name, kContent});
+      }
       if (news.gone) folders_.erase(folder);
       // On the way to a missing folder, a change may mean one more step; placed before the callback reads the file.
-      if (news.gone || (news.matters && !complete_)) PlaceWatches();
+      if (news.gone || moved || (news.matters && !complete_)) PlaceWatches();
       if (news.matters) on_change_();
     }
   }
@@ -172,7 +193,7 @@ class DirectoryFileWatcher final : public FileWatcher {
   const std::function<void()> on_change_;
   UniqueKernelHandle stop_;
   // The thread's own once it runs.
-  Folders folders_;       ///< At most one for each file.
+  Folders folders_;       ///< At most two for each file: its folder, and the name of that.
   bool complete_ = true;  ///< Every file's own folder is watched.
   std::thread thread_;
 };

@@ -2,7 +2,10 @@
 
 #include <userenv.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <vector>
 
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
@@ -16,8 +19,9 @@ using windows::UniqueFile;
 // One read or write call counts in DWORD.
 constexpr std::size_t kLargestPiece = 1u << 30;
 
-std::string Failed(std::string_view call, const std::filesystem::path& file) {
-  const DWORD error = GetLastError();
+constexpr DWORD kAnyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+std::string Failed(std::string_view call, const std::filesystem::path& file, DWORD error = GetLastError()) {
   return std::string(call) + " " + PathToUtf8(file) + ": " + windows::ErrorText(error);
 }
 
@@ -34,13 +38,50 @@ std::string WriteAndFlush(const std::filesystem::path& file, std::string_view co
   return FlushFileBuffers(out.get()) ? std::string() : Failed("cannot flush", file);
 }
 
+// Calls `attempt`, which returns the system's error, until that is none of `passing` or `patience` (in ms) is over; the
+// last error.
+template <class Attempt>
+DWORD Persist(DWORD patience, std::initializer_list<DWORD> passing, Attempt attempt) {
+  constexpr DWORD kPause = 5;
+  const ULONGLONG end = GetTickCount64() + patience;
+  for (;;) {
+    const DWORD error = attempt();
+    if (std::ranges::find(passing, error) == passing.end() || GetTickCount64() >= end) return error;
+    Sleep(kPause);
+  }
+}
+
+// The rename that takes a name from a file which others have open and lets them read on. Only newer systems know it,
+// and only some of their file systems.
+bool RenameOverOpenFile(const std::filesystem::path& from, const std::filesystem::path& to) {
+  const UniqueFile file(CreateFileW(from.c_str(), DELETE | SYNCHRONIZE, kAnyShare, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_WRITE_THROUGH, nullptr));
+  // FileRenameInfoEx, which mingw's headers keep back.
+  constexpr auto kRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+  std::error_code error;
+  const std::wstring name = std::filesystem::absolute(to, error).native();
+  if (!file || error) return false;
+  const std::size_t size = sizeof(FILE_RENAME_INFO) + name.size() * sizeof(wchar_t);
+  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
+  auto* const rename = reinterpret_cast<FILE_RENAME_INFO*>(buffer.data());
+  rename->Flags = FILE_RENAME_FLAG_REPLACE_IF_EXISTS | FILE_RENAME_FLAG_POSIX_SEMANTICS;
+  rename->FileNameLength = static_cast<DWORD>(name.size() * sizeof(wchar_t));
+  std::ranges::copy(name, rename->FileName);
+  return SetFileInformationByHandle(file.get(), kRenameInfoEx, rename, static_cast<DWORD>(size)) != FALSE;
+}
+
+DWORD Rename(const std::filesystem::path& from, const std::filesystem::path& to) {
+  if (RenameOverOpenFile(from, to)) return ERROR_SUCCESS;
+  constexpr DWORD kHow = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+  return MoveFileExW(from.c_str(), to.c_str(), kHow) ? ERROR_SUCCESS : GetLastError();
+}
+
 }  // namespace
 
 std::string MakePrivateFolder(const std::filesystem::path& folder) {
   std::error_code error;
   if (std::filesystem::is_directory(folder, error)) {
     // The right to add a file is asked for, and not used.
-    constexpr DWORD kAnyShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const UniqueFile writable(CreateFileW(folder.c_str(), FILE_ADD_FILE, kAnyShare, nullptr, OPEN_EXISTING,
                                           FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     return writable ? std::string() : Failed("cannot write in", folder);
@@ -65,9 +106,14 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std:
     if (problem != nullptr) *problem = std::move(text);
     return std::nullopt;
   };
-  const UniqueFile in(CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                  nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-  if (!in) return fail(Failed("cannot open", file));
+  constexpr DWORD kPatience = 200;
+  UniqueFile in;
+  const DWORD error = Persist(kPatience, {ERROR_SHARING_VIOLATION}, [&] {
+    in.Reset(
+        CreateFileW(file.c_str(), GENERIC_READ, kAnyShare, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    return in ? ERROR_SUCCESS : GetLastError();
+  });
+  if (error != ERROR_SUCCESS) return fail(Failed("cannot open", file, error));
   // Not by its size: the file may grow while it is read.
   std::string content;
   for (;;) {
@@ -88,9 +134,11 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   std::filesystem::path temporary = file;
   temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++calls) + L".new";
   std::string problem = WriteAndFlush(temporary, content);
-  if (problem.empty() &&
-      !MoveFileExW(temporary.c_str(), file.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    problem = Failed("cannot replace", file);
+  if (problem.empty()) {
+    constexpr DWORD kPatience = 1000;
+    const DWORD error =
+        Persist(kPatience, {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION}, [&] { return Rename(temporary, file); });
+    if (error != ERROR_SUCCESS) problem = Failed("cannot replace", file, error);
   }
   if (!problem.empty()) DeleteFileW(temporary.c_str());
   return problem;

@@ -27,6 +27,10 @@ std::string ProcessUserSid() {
   return UserSid(token.get());
 }
 
+bool RunsAsSystem() {
+  return ProcessUserSid() == "S-1-5-18";  // SECURITY_LOCAL_SYSTEM_RID
+}
+
 SecurityAttributes::SecurityAttributes(const std::string& definition) {
   ConvertStringSecurityDescriptorToSecurityDescriptorW(WideFromUtf8(definition).c_str(), SDDL_REVISION_1,
                                                        descriptor_.Receive(), nullptr);

@@ -13,6 +13,9 @@ std::string UserSid(HANDLE token);
 /// The security identifier of the account that this process runs as.
 std::string ProcessUserSid();
 
+/// Whether that is the system account (LocalSystem), which may act for the users of other sessions.
+bool RunsAsSystem();
+
 /// A security descriptor made from its text, in the form that the calls which make things take.
 class SecurityAttributes {
  public:

@@ -3,6 +3,7 @@
 #include "platform/files.h"
 #include "platform/windows/command_line.h"
 #include "platform/windows/owner.h"
+#include "platform/windows/security.h"
 #include "platform/windows/system_facts.h"
 #include "platform/windows/text.h"
 
@@ -40,8 +41,9 @@ class WindowsSessionProcess final : public SessionProcess {
 SessionProcessStart StartInUserSession(const std::filesystem::path& program,
                                        const std::vector<std::wstring>& arguments) {
   SessionProcessStart start;
-  const UserToken user = OpenUserToken();
-  if (!user.token && user.may_ask) {
+  const UniqueKernelHandle user = OpenUserToken();
+  // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
+  if (!user && RunsAsSystem()) {
     start.nobody_logged_on = true;
     start.problem = PathToUtf8(program.filename()) + ": nobody is logged on";
     return start;
@@ -52,11 +54,11 @@ SessionProcessStart StartInUserSession(const std::filesystem::path& program,
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started{};
   BOOL ok = FALSE;
-  if (user.token) {
+  if (user) {
     startup.lpDesktop = desktop.data();
     Owner<EnvironmentTraits> environment;
-    CreateEnvironmentBlock(environment.Receive(), user.token.get(), FALSE);
-    ok = CreateProcessAsUserW(user.token.get(), program.c_str(), line.data(), nullptr, nullptr, FALSE,
+    CreateEnvironmentBlock(environment.Receive(), user.get(), FALSE);
+    ok = CreateProcessAsUserW(user.get(), program.c_str(), line.data(), nullptr, nullptr, FALSE,
                               CREATE_UNICODE_ENVIRONMENT, environment.get(), nullptr, &startup, &started);
   } else {
     ok = CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started);

@@ -124,20 +124,31 @@ class RegistryWatcher final : public SettingWatcher {
     // A key that is closed signals its event: each key has its own, which goes with it.
     UniqueKernelHandle signal(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     if (!signal) return GetLastError();
+    constexpr DWORD kWhat = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_THREAD_AGNOSTIC;
     UniqueRegistryKey key;
     const HKEY root = setting.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE;
-    std::wstring path = setting.Key();
-    LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, KEY_NOTIFY, key.Receive());
-    while (status == ERROR_FILE_NOT_FOUND && !path.empty()) {
+    const std::wstring wanted = setting.Key();
+    std::wstring path = wanted;
+    std::wstring missing;  // the key below `path` that was not there
+    for (;;) {
+      LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, KEY_NOTIFY, key.Receive());
+      if (status == ERROR_SUCCESS) status = RegNotifyChangeKeyValue(key.get(), FALSE, kWhat, signal.get(), TRUE);
+      if (status == ERROR_SUCCESS) {
+        // One that came before its parent was watched is told by nobody.
+        UniqueRegistryKey come;
+        if (missing.empty() || RegOpenKeyExW(root, missing.c_str(), 0, KEY_NOTIFY, come.Receive()) != ERROR_SUCCESS)
+          break;
+        missing.clear();
+        path = wanted;
+        continue;
+      }
+      // A key may go between the two calls.
+      const bool gone = status == ERROR_FILE_NOT_FOUND || status == ERROR_KEY_DELETED;
+      if (!gone || path.empty()) return static_cast<DWORD>(status);
+      missing = path;
       const std::size_t end = path.rfind(L'\\');
       path.erase(end == std::wstring::npos ? 0 : end);
-      status = RegOpenKeyExW(root, path.c_str(), 0, KEY_NOTIFY, key.Receive());
     }
-    if (status == ERROR_SUCCESS) {
-      constexpr DWORD kWhat = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_THREAD_AGNOSTIC;
-      status = RegNotifyChangeKeyValue(key.get(), FALSE, kWhat, signal.get(), TRUE);
-    }
-    if (status != ERROR_SUCCESS) return static_cast<DWORD>(status);
     SetThreadpoolWait(setting.wait, signal.get(), nullptr);
     setting.key = std::move(key);
     setting.signal = std::move(signal);

@@ -168,17 +168,10 @@ std::string ReadLoggedInUserSid() {
   return sid;
 }
 
-UserToken OpenUserToken() {
-  UserToken user;
-  VisitUserSessions([&](DWORD session) {
-    if (WTSQueryUserToken(session, user.token.Receive())) {
-      user.may_ask = true;
-      return true;
-    }
-    if (GetLastError() == ERROR_NO_TOKEN) user.may_ask = true;
-    return false;
-  });
-  return user;
+UniqueKernelHandle OpenUserToken() {
+  UniqueKernelHandle token;
+  VisitUserSessions([&](DWORD session) { return WTSQueryUserToken(session, token.Receive()) != FALSE; });
+  return token;
 }
 
 }  // namespace platform::windows

@@ -22,11 +22,8 @@ std::string ReadInstallationId();
 /// needs the system account; without it, the running account counts when its session is such a one.
 std::string ReadLoggedInUserSid();
 
-/// The primary token of the user at the console, or of the first active remote session.
-struct UserToken {
-  UniqueKernelHandle token;  ///< None: nobody is logged on, or we may not ask.
-  bool may_ask = false;      ///< Whether this process may ask for other users' tokens (the system account may).
-};
-UserToken OpenUserToken();
+/// The primary token of the user at the console, or of the first active remote session. None: nobody is logged on, or
+/// the running account may not ask (the system account may).
+UniqueKernelHandle OpenUserToken();
 
 }  // namespace platform::windows

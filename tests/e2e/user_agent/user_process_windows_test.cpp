@@ -40,6 +40,20 @@ TEST_F(UserProcessTest, StartsTheUserAgentAndEndsItThroughItsStopEvent) {
   EXPECT_EQ(runtime_->OpenNamedEvent(L"Global\\TvkUserAgentStopEvent").event, nullptr);
 }
 
+TEST_F(UserProcessTest, EachLogonStartsTheUserAgentThatEndedWithTheSessionBefore) {
+  UserProcess process(*runtime_, folder_.path());
+  process.SetDataSetEnable(true);
+  ASSERT_TRUE(process.StartUserProcess(*stop_, true));
+  ASSERT_TRUE(WaitForState([&] { return Left("running"); }, std::chrono::seconds(20)));
+  runtime_->OpenNamedEvent(L"Global\\TvkUserAgentStopEvent").event->Set();
+  ASSERT_TRUE(WaitForState([&] { return !process.UserProcessRuns(); }, std::chrono::seconds(20)));
+  process.OnUserLogon();
+  EXPECT_TRUE(process.UserProcessRuns());
+  process.StopUserProcess(1);
+  process.OnUserLogon();
+  EXPECT_FALSE(process.UserProcessRuns()) << "stopped for good";
+}
+
 TEST_F(UserProcessTest, NothingIsStartedOnceTheManagerStopsOrWithoutTheProgram) {
   UserProcess process(*runtime_, folder_.path());
   stop_->Set();
