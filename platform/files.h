@@ -10,10 +10,10 @@
 
 namespace platform {
 
-/// Makes `folder` and its missing parents, `folder` for the running account alone (Linux: mode 0750; Windows: an access
-/// list for SYSTEM, the administrators and the owner). A folder that exists keeps its permissions; that the account may
-/// not make files in it is a failure.
-/// Returns an empty text, or what went wrong.
+/// Makes `folder` and its missing parents, `folder` for the running account alone (Linux: mode 0750; Windows, where
+/// that holds for the parents too: an access list for SYSTEM, the administrators and the owner). A folder that exists
+/// keeps its permissions; that the account may not make files in it is a failure. Returns an empty text, or what went
+/// wrong.
 std::string MakePrivateFolder(const std::filesystem::path& folder);
 
 /// The content of `file`, or nothing when it cannot be read, is longer than `limit` bytes or, on Linux, is a pipe or a

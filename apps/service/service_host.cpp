@@ -18,8 +18,9 @@ using TVK::String;
 namespace {
 
 // Codes of the service manager that the component is told of by a name of its own.
-constexpr unsigned long kSessionChange = 14;  // SERVICE_CONTROL_SESSIONCHANGE
-constexpr unsigned long kSessionLogon = 5;    // WTS_SESSION_LOGON
+constexpr unsigned long kSessionChange = 14;   // SERVICE_CONTROL_SESSIONCHANGE
+constexpr unsigned long kSessionLogon = 5;     // WTS_SESSION_LOGON
+constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
 /// The component, open for as long as the object lives.
 class OpenComponent {
@@ -53,7 +54,8 @@ std::string StateText(const platform::ServiceReport& report) {
     case platform::ServiceState::kNotInstalled:
       return "not installed";
     case platform::ServiceState::kStopped:
-      return "stopped, exit code " + std::to_string(report.exit_code);
+      return report.exit_code == kNeverStarted ? "stopped, not started yet"
+                                               : "stopped, exit code " + std::to_string(report.exit_code);
     case platform::ServiceState::kStartPending:
       return "starting";
     case platform::ServiceState::kRunning:
@@ -64,6 +66,25 @@ std::string StateText(const platform::ServiceReport& report) {
       return "paused";
   }
   return "unknown";
+}
+
+// The command line of an installed service. It is started in the system's folder: paths are those of the installer's.
+std::vector<std::wstring> InstalledArguments(const ServiceOptions& options) {
+  std::vector<std::wstring> arguments;
+  const TVK::ComponentOptions& component = options.component;
+  for (const auto& [name, path] : {std::pair(L"--policy", component.policy_file),
+                                   {L"--data-dir", component.data_folder},
+                                   {L"--log-dir", component.log_folder},
+                                   {L"--sysroot", component.sysroot}}) {
+    if (path.empty()) continue;
+    arguments.emplace_back(name);
+    arguments.push_back(std::filesystem::absolute(path).wstring());
+  }
+  if (options.run_for) {
+    arguments.emplace_back(L"--for");
+    arguments.push_back(std::to_wstring(options.run_for->count()) + L"ms");
+  }
+  return arguments;
 }
 
 EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
@@ -99,9 +120,15 @@ int RunInProcess(const ServiceOptions& options) {
   const auto runtime = platform::MakeRealRuntime({});
   const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
   // Before any other thread starts: they inherit how the signals are dealt with. Until the output has ended, too.
+  std::string problem;
   const auto interrupts = platform::InterruptWatcher::Start({.stop = [&] { stop->Set(); },
                                                              .reload = [] { TVK::Component::RereadPolicy(); },
-                                                             .ends_with_terminal = options.console});
+                                                             .ends_with_terminal = options.console},
+                                                            &problem);
+  if (interrupts == nullptr) {
+    std::cerr << "the service could not be stopped properly, so it does not start: " << problem << '\n';
+    return kExitFailed;
+  }
   ConsoleOutput output;
   const int exit_code = RunUntil(*stop, *runtime, options, output);
   // Everything but the output has ended properly by now.
@@ -117,6 +144,7 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   platform::ServiceProgram program;
   program.main = [&](platform::ServiceSession& session) {
     OpenComponent component(options);
+    if (!component.message().empty()) session.ReportProblem(component.message());
     if (component.exit_code() != kExitOk) return component.exit_code();
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
     running = manager;
@@ -138,17 +166,14 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   return run.exit_code;
 }
 
-int ControlService(const ServiceOptions& options, const std::vector<std::string>& arguments) {
+int ControlService(const ServiceOptions& options) {
   constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(30);
   std::string problem;
   switch (options.command) {
     case ServiceCommand::kInstall: {
       platform::ServiceInstallation installation;
       installation.program = platform::ThisProgram();
-      // The service gets the options that stand on this command line, without the word "install".
-      for (const std::string& argument : arguments) {
-        if (argument != "install") installation.arguments.push_back(String::UTF8ToUTF16(argument));
-      }
+      installation.arguments = InstalledArguments(options);
       installation.display_name = L"TVK client service";
       installation.description = L"Collects the device telemetry that the telemetry policy asks for.";
       problem = platform::InstallService(installation);
@@ -159,6 +184,7 @@ int ControlService(const ServiceOptions& options, const std::vector<std::string>
       break;
     case ServiceCommand::kStart:
       problem = platform::LaunchService({}, kPatience);
+      if (!problem.empty()) problem += "; --help lists the exit codes, the system's log of applications says why";
       break;
     case ServiceCommand::kStop:
       problem = platform::HaltService(kPatience);

@@ -10,4 +10,4 @@ int RunInProcess(const ServiceOptions& options);
 std::optional<int> RunUnderServiceManager(const ServiceOptions& options);
 
 /// install, uninstall, start, stop and status; prints what happened. The exit code.
-int ControlService(const ServiceOptions& options, const std::vector<std::string>& arguments);
+int ControlService(const ServiceOptions& options);

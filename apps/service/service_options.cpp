@@ -13,7 +13,9 @@ constexpr char kDescription[] =
     "Runs the dataset monitors that the telemetry policy asks for and writes what they observe.";
 constexpr char kFooter[] =
     "Exit codes: 0 done, 1 wrong command line, 2 wrong configuration (policy, folders), 3 failure while running.\n"
-    "Default places: /etc/tvk, /var/lib/tvk, /var/log/tvk; on Windows %ProgramData%\\TVK.\n"
+    "Default places: policy /etc/tvk/policy.json, store /var/lib/tvk, logs /var/log/tvk; on Windows policy.json, data "
+    "and\n"
+    "log in %ProgramData%\\TVK.\n"
     "SIGTERM and Ctrl-C stop the service; SIGHUP makes it read the policy again, but with --console, once its "
     "terminal\n"
     "is gone, stops it.";
@@ -58,6 +60,11 @@ std::optional<ServiceOptions> ParseServiceOptions(std::vector<std::string> argum
     app.parse(std::move(arguments));
   } catch (const CLI::ParseError& failure) {
     exit_code = app.exit(failure) == 0 ? kExitOk : kExitWrongCommandLine;
+    return std::nullopt;
+  }
+  if (options.console && options.command == ServiceCommand::kInstall) {
+    std::cerr << "--console: an installed service has no terminal\n";
+    exit_code = kExitWrongCommandLine;
     return std::nullopt;
   }
   options.component.policy_file = platform::PathFromUtf8(texts.policy);

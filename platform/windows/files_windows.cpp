@@ -86,12 +86,11 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
                                           FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     return writable ? std::string() : Failed("cannot write in", folder);
   }
-  if (folder.has_parent_path() && folder.parent_path() != folder) {
-    std::filesystem::create_directories(folder.parent_path(), error);
-    if (error) {
-      return "cannot make " + PathToUtf8(folder.parent_path()) + ": " +
-             windows::ErrorText(static_cast<std::uint32_t>(error.value()));
-    }
+  const std::filesystem::path parent = folder.parent_path();
+  if (!folder.has_filename() && parent != folder) return MakePrivateFolder(parent);  // "data\\"
+  // A parent of our making is private too: where every account may make files, one could put a policy beside the data.
+  if (!parent.empty() && !std::filesystem::is_directory(parent, error)) {
+    if (std::string problem = MakePrivateFolder(parent); !problem.empty()) return problem;
   }
   // For the system, the administrators and the running account, for files and folders inside too; nothing inherited.
   std::string list = "D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
