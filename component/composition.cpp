@@ -18,6 +18,16 @@ void Report(TVK::ComponentResult& result, ComponentOutcome outcome, const std::s
   result.message += message;
 }
 
+void ReportPolicy(TVK::ComponentResult& result, const std::filesystem::path& file, const PolicyLoad& load,
+                  bool in_force) {
+  for (const PolicyProblem& problem : load.problems)
+    Report(result, ComponentOutcome::kReady, ProblemLine(file, problem));
+  if (!load.accepted && in_force) {
+    Report(result, ComponentOutcome::kReady,
+           platform::PathToUtf8(file) + ": cannot be used; the last good one is in force");
+  }
+}
+
 TVK::StoreOptions StoreIn(const std::filesystem::path& folder) {
   TVK::StoreOptions options;
   options.file = folder / TVK::kStoreFileName;
@@ -94,17 +104,17 @@ std::unique_ptr<Composition> Composition::Open(const TVK::ComponentOptions& opti
   const PolicyLoad load = composition->policy_agent_.LoadTelemetryPolicy();
   const PolicyLoad tvk_load = composition->policy_agent_.LoadTvkPolicy();
   composition->policy_agent_.KeepLastGood();
-  for (const auto& [file, problems] :
-       {std::pair(places.policy_file, load.problems), {places.tvk_policy_file, tvk_load.problems}}) {
-    for (const PolicyProblem& problem : problems)
-      Report(result, ComponentOutcome::kReady, ProblemLine(file, problem));
-  }
+  TelemetryPolicy policy;
+  TvkPolicy tvk_policy;
+  const bool policy_in_force = composition->policy_agent_.GetTelemetryPolicy(policy);
+  const bool tvk_policy_in_force = composition->policy_agent_.GetTvkPolicy(tvk_policy);
+  ReportPolicy(result, places.policy_file, load, policy_in_force);
+  ReportPolicy(result, places.tvk_policy_file, tvk_load, tvk_policy_in_force);
   // Before the manager reads the facts for the first time: a change after that is then never missed.
   composition->device_context_monitor_.Start();
   composition->manager_services_.region_change_event =
       composition->device_context_monitor_.getRegionChangeEventHandle();
-  TelemetryPolicy policy;
-  if (!composition->policy_agent_.GetTelemetryPolicy(policy)) {
+  if (!policy_in_force) {
     Report(result, ComponentOutcome::kWrongConfiguration, "there is no telemetry policy to run with");
   }
   if (!watch_problem.empty()) Report(result, ComponentOutcome::kReady, watch_problem);

@@ -172,6 +172,9 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
   if (code == SQLITE_NOTADB) return {StoreFileState::kForeign, database.Message()};
   if (code != SQLITE_OK) return Failed(code, database);
   StoreFileOpening judged = Judge(header);
+  if (judged.state == StoreFileState::kReady && header.version == 0) {
+    return {StoreFileState::kForeign, "the file is empty"};
+  }
   if (judged.state == StoreFileState::kReady && header.version != NewestSchemaVersion()) {
     return {StoreFileState::kForeign, "the file has version " + std::to_string(header.version) +
                                           ", this program reads version " + std::to_string(NewestSchemaVersion())};
