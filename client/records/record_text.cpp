@@ -100,26 +100,8 @@ std::size_t Width(std::string_view text) {
   return width;
 }
 
-// With "?" for the control characters of ASCII and of ISO 8859-1 (U+0080 to U+009F, in UTF-8 C2 80 to C2 9F).
-std::string Harmless(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
-    if (byte < 0x20 || byte == 0x7F) {
-      out += '?';
-    } else if (byte == 0xC2 && next >= 0x80 && next <= 0x9F) {
-      out += '?';
-      ++i;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
 void AppendColumn(std::string& line, const std::string& text, std::size_t width) {
-  const std::string shown = Harmless(text);
+  const std::string shown = HarmlessText(text);
   line += shown;
   const std::size_t used = Width(shown);
   line.append(used < width ? width - used + 2 : 2, ' ');
@@ -159,7 +141,7 @@ std::string RecordTableHeader() {
 
 std::string RecordTableLine(RecordKind kind, std::string_view json) {
   const std::optional<Summary> summary = Summarise(kind, json);
-  if (!summary) return Harmless(json) + '\n';
+  if (!summary) return HarmlessText(json) + '\n';
   std::string line;
   std::string time = summary->time.substr(0, kTimeWidth);
   if (time.size() > 10 && time[10] == 'T') time[10] = ' ';
@@ -169,7 +151,7 @@ std::string RecordTableLine(RecordKind kind, std::string_view json) {
   std::size_t column = Width(line);
   bool first = true;
   for (const auto& [key, value] : summary->data) {
-    const std::string pair = Harmless(std::string(key).append(1, '=').append(value));
+    const std::string pair = HarmlessText(std::string(key).append(1, '=').append(value));
     if (!first && column + 1 + Width(pair) > kTerminalWidth) {
       line += '\n';
       line.append(kDataColumn, ' ');
