@@ -14,9 +14,9 @@
 #include "client/smbios/smbios_dump.h"
 #include "client/smbios/smbios_tool.h"
 #include "client/text/string.h"
-#include "monitors/system/bios_date.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_info.h"
+#include "monitors/system/system_bios_info.h"
 #include "platform/files.h"
 
 namespace tvkctl {
@@ -123,16 +123,11 @@ Json::Value ToJson(const MemoryInfo& memory) {
   return value;
 }
 
-/// The BIOS dataset's keys; a fact that is not known is an empty text.
-ItemData BiosItemData(const TVK::SmbiosIdentity& identity) {
-  return {{L"BIOSManufacturer", identity.manufacturer},
-          {L"BIOSName", identity.bios_version},
-          {L"EmbeddedControllerVersion", identity.ec_release},
-          {L"SMBIOSVersion", identity.smbios_version},
-          {L"SystemBIOSVersion", identity.bios_release},
-          {L"BIOSReleaseDate", ConvertDateFormat(identity.bios_date, {})},
-          // No table tells when the embedded controller's firmware was released.
-          {L"ECReleaseDate", {}}};
+/// As the BIOS dataset has it.
+ItemData BiosData(const TVK::SmbiosIdentity& identity) {
+  SystemBiosInfo info;
+  info.Describe(identity, {});
+  return info.AllKeys();
 }
 
 ItemData SystemData(const TVK::SmbiosIdentity& identity) {
@@ -150,7 +145,7 @@ ItemData BoardData(const TVK::SmbiosIdentity& identity) {
 }
 
 void WriteFirmwareText(const TVK::SmbiosIdentity& identity, std::ostream& out) {
-  ItemData all = BiosItemData(identity);
+  ItemData all = BiosData(identity);
   for (const auto& [key, text] : SystemData(identity))
     all[L"system " + key] = text;
   for (const auto& [key, text] : BoardData(identity))
@@ -219,7 +214,7 @@ int RunInspectFirmware(const InspectOptions& options, platform::Machine& machine
     WriteFirmwareText(*identity, out);
     return kExitOk;
   }
-  Json::Value value = ToJson(BiosItemData(*identity));
+  Json::Value value = ToJson(BiosData(*identity));
   value["system"] = ToJson(SystemData(*identity));
   value["baseboard"] = ToJson(BoardData(*identity));
   WriteJsonLine(value, out);
