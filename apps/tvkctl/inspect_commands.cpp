@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "apps/exit_code.h"
-#include "apps/tvkctl/inspect_output.h"
+#include "apps/tvkctl/output.h"
 #include "client/identity/machine_firmware.h"
 #include "client/log/wide_format.h"
 #include "client/smbios/smbios_dump.h"

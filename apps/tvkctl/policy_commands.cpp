@@ -1,13 +1,12 @@
 #include "apps/tvkctl/policy_commands.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <iomanip>
 #include <ostream>
 #include <system_error>
 
 #include "apps/exit_code.h"
+#include "apps/tvkctl/output.h"
 #include "client/policy/policy_apply.h"
 #include "client/text/string.h"
 #include "platform/files.h"
@@ -113,10 +112,7 @@ void WriteJson(const std::string& file, const PolicyReport& report, std::ostream
   value["datasets"] = Json::arrayValue;
   for (const DatasetCheck& dataset : report.datasets)
     value["datasets"].append(ToJson(dataset));
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  out << Json::writeString(builder, value) << '\n';
+  tvkctl::WriteJsonLine(value, out);
 }
 
 }  // namespace

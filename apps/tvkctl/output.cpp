@@ -1,4 +1,4 @@
-#include "apps/tvkctl/inspect_output.h"
+#include "apps/tvkctl/output.h"
 
 #include <json/writer.h>
 
