@@ -25,11 +25,8 @@ namespace {
 /// Far above the largest table that firmware makes; keeps a wrong file from filling the memory.
 constexpr std::size_t kTableSizeLimit = 16u << 20;
 
+using TVK::String;
 using Rows = std::vector<std::vector<std::wstring>>;
-
-std::string Utf8(const std::wstring& text) {
-  return TVK::String::UTF16ToUTF8(text);
-}
 
 constexpr char kOwn[] = "this machine";
 
@@ -80,7 +77,7 @@ OpenTable OpenOwn(platform::Machine& machine, std::ostream& errors) {
 Json::Value ToJson(const ItemData& data) {
   Json::Value value(Json::objectValue);
   for (const auto& [key, text] : data)
-    value[Utf8(key)] = Utf8(text);
+    value[String::UTF16ToUTF8(key)] = String::UTF16ToUTF8(text);
   return value;
 }
 
@@ -117,9 +114,9 @@ Json::Value ToJson(const MemoryInfo& memory) {
     entry["array_handle"] = slot.array_handle;
     value["slots"].append(std::move(entry));
   }
-  value["errorCorrection"] = Utf8(std::wstring(memory.error_correction()));
-  value["TotalPhysicalMemory"] = Utf8(MemoryInfo::AmountText(memory.total_physical_kb()));
-  value["MaximumPhysicalMemory"] = Utf8(MemoryInfo::AmountText(memory.maximum_physical_kb()));
+  value["errorCorrection"] = String::UTF16ToUTF8(memory.error_correction());
+  value["TotalPhysicalMemory"] = String::UTF16ToUTF8(MemoryInfo::AmountText(memory.total_physical_kb()));
+  value["MaximumPhysicalMemory"] = String::UTF16ToUTF8(MemoryInfo::AmountText(memory.maximum_physical_kb()));
   return value;
 }
 

@@ -30,20 +30,16 @@ struct Summary {
   std::string data_json;
 };
 
-std::string Utf8(const std::wstring& text) {
-  return String::UTF16ToUTF8(text);
-}
-
 void AddData(const ItemData& data, Summary& summary) {
   for (const auto& [key, value] : data)
-    summary.data.emplace_back(Utf8(key), Utf8(value));
+    summary.data.emplace_back(String::UTF16ToUTF8(key), String::UTF16ToUTF8(value));
 }
 
 template <typename Part>
 void AddFields(const Part& part, std::span<const TextField<Part>> fields, Summary& summary) {
   for (const TextField<Part>& field : fields) {
     const std::wstring& value = (part.*field.get)();
-    if (!value.empty()) summary.data.emplace_back(field.key, Utf8(value));
+    if (!value.empty()) summary.data.emplace_back(field.key, String::UTF16ToUTF8(value));
   }
 }
 
@@ -52,10 +48,10 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
   switch (kind) {
     case RecordKind::kItem:
       if (const std::optional<ItemEvent> event = ItemEventFromJson(json)) {
-        summary = {Utf8(event->item_time()),
-                   Utf8(event->dataset_name()),
-                   Utf8(event->item_name()),
-                   Utf8(event->dataset_context_id()),
+        summary = {String::UTF16ToUTF8(event->item_time()),
+                   String::UTF16ToUTF8(event->dataset_name()),
+                   String::UTF16ToUTF8(event->item_name()),
+                   String::UTF16ToUTF8(event->dataset_context_id()),
                    {},
                    ToJson(event->item_data())};
         AddData(event->item_data(), summary);
@@ -64,10 +60,10 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
       break;
     case RecordKind::kDataset:
       if (const std::optional<DatasetContext> context = DatasetContextFromJson(json)) {
-        summary = {Utf8(context->dataset_context_datetime()),
-                   Utf8(context->dataset_name()),
+        summary = {String::UTF16ToUTF8(context->dataset_context_datetime()),
+                   String::UTF16ToUTF8(context->dataset_name()),
                    "(dataset context)",
-                   Utf8(context->dataset_context_id()),
+                   String::UTF16ToUTF8(context->dataset_context_id()),
                    {},
                    ToJson(context->item_data())};
         AddData(context->item_data(), summary);
@@ -77,8 +73,8 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
     case RecordKind::kDevice:
       if (const std::optional<DeviceContext> context = DeviceContextFromJson(json)) {
         ItemData data;
-        summary = {Utf8(context->device_context_datetime()), "", "(device context)",
-                   Utf8(context->device_context_id()),       {}, ""};
+        summary = {String::UTF16ToUTF8(context->device_context_datetime()), "", "(device context)",
+                   String::UTF16ToUTF8(context->device_context_id()),       {}, ""};
         AddFields<DeviceInfo>(context->device_info(), kDeviceInfoFields, summary);
         AddFields<RegionInfo>(context->region_info(), kRegionInfoFields, summary);
         AddFields<TVKInfo>(context->tvk_info(), kTvkInfoFields, summary);
