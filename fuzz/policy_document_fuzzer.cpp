@@ -20,8 +20,7 @@ void CheckDocument(const Document& document) {
     Require(!problem.message.empty());
     for (const std::string& text : {problem.path, problem.message}) {
       Require(TVK::FindInvalidUtf8(text) == std::string::npos);
-      for (const char c : text)
-        Require(static_cast<unsigned char>(c) >= 0x20);
+      Require(!TVK::HoldsControlCharacter(text));
     }
   }
   Require(document.policy.has_value() == !fatal);

@@ -8,15 +8,15 @@
 #include <vector>
 
 #include "apps/exit_code.h"
-#include "apps/tvkctl/inspect_output.h"
+#include "apps/tvkctl/output.h"
 #include "client/identity/machine_firmware.h"
 #include "client/log/wide_format.h"
 #include "client/smbios/smbios_dump.h"
 #include "client/smbios/smbios_tool.h"
 #include "client/text/string.h"
-#include "monitors/system/bios_date.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_info.h"
+#include "monitors/system/system_bios_info.h"
 #include "platform/files.h"
 
 namespace tvkctl {
@@ -25,11 +25,8 @@ namespace {
 /// Far above the largest table that firmware makes; keeps a wrong file from filling the memory.
 constexpr std::size_t kTableSizeLimit = 16u << 20;
 
+using TVK::String;
 using Rows = std::vector<std::vector<std::wstring>>;
-
-std::string Utf8(const std::wstring& text) {
-  return TVK::String::UTF16ToUTF8(text);
-}
 
 constexpr char kOwn[] = "this machine";
 
@@ -80,7 +77,7 @@ OpenTable OpenOwn(platform::Machine& machine, std::ostream& errors) {
 Json::Value ToJson(const ItemData& data) {
   Json::Value value(Json::objectValue);
   for (const auto& [key, text] : data)
-    value[Utf8(key)] = Utf8(text);
+    value[String::UTF16ToUTF8(key)] = String::UTF16ToUTF8(text);
   return value;
 }
 
@@ -117,22 +114,17 @@ Json::Value ToJson(const MemoryInfo& memory) {
     entry["array_handle"] = slot.array_handle;
     value["slots"].append(std::move(entry));
   }
-  value["errorCorrection"] = Utf8(std::wstring(memory.error_correction()));
-  value["TotalPhysicalMemory"] = Utf8(MemoryInfo::AmountText(memory.total_physical_kb()));
-  value["MaximumPhysicalMemory"] = Utf8(MemoryInfo::AmountText(memory.maximum_physical_kb()));
+  value["errorCorrection"] = String::UTF16ToUTF8(memory.error_correction());
+  value["TotalPhysicalMemory"] = String::UTF16ToUTF8(MemoryInfo::AmountText(memory.total_physical_kb()));
+  value["MaximumPhysicalMemory"] = String::UTF16ToUTF8(MemoryInfo::AmountText(memory.maximum_physical_kb()));
   return value;
 }
 
-/// The BIOS dataset's keys; a fact that is not known is an empty text.
-ItemData BiosItemData(const TVK::SmbiosIdentity& identity) {
-  return {{L"BIOSManufacturer", identity.manufacturer},
-          {L"BIOSName", identity.bios_version},
-          {L"EmbeddedControllerVersion", identity.ec_release},
-          {L"SMBIOSVersion", identity.smbios_version},
-          {L"SystemBIOSVersion", identity.bios_release},
-          {L"BIOSReleaseDate", ConvertDateFormat(identity.bios_date, {})},
-          // No table tells when the embedded controller's firmware was released.
-          {L"ECReleaseDate", {}}};
+/// As the BIOS dataset has it.
+ItemData BiosData(const TVK::SmbiosIdentity& identity) {
+  SystemBiosInfo info;
+  info.Describe(identity, {});
+  return info.AllKeys();
 }
 
 ItemData SystemData(const TVK::SmbiosIdentity& identity) {
@@ -150,7 +142,7 @@ ItemData BoardData(const TVK::SmbiosIdentity& identity) {
 }
 
 void WriteFirmwareText(const TVK::SmbiosIdentity& identity, std::ostream& out) {
-  ItemData all = BiosItemData(identity);
+  ItemData all = BiosData(identity);
   for (const auto& [key, text] : SystemData(identity))
     all[L"system " + key] = text;
   for (const auto& [key, text] : BoardData(identity))
@@ -219,7 +211,7 @@ int RunInspectFirmware(const InspectOptions& options, platform::Machine& machine
     WriteFirmwareText(*identity, out);
     return kExitOk;
   }
-  Json::Value value = ToJson(BiosItemData(*identity));
+  Json::Value value = ToJson(BiosData(*identity));
   value["system"] = ToJson(SystemData(*identity));
   value["baseboard"] = ToJson(BoardData(*identity));
   WriteJsonLine(value, out);

@@ -1,26 +1,22 @@
 #include "apps/tvkctl/policy_commands.h"
 
-#include <json/writer.h>
-
-#include <algorithm>
 #include <iomanip>
 #include <ostream>
 #include <system_error>
 
 #include "apps/exit_code.h"
+#include "apps/tvkctl/output.h"
 #include "client/policy/policy_apply.h"
 #include "client/text/string.h"
 #include "platform/files.h"
 
 namespace {
 
-std::string Utf8(const std::wstring& text) {
-  return TVK::String::UTF16ToUTF8(text);
-}
+using TVK::String;
 
 // A file's name may be any bytes, but what is shown is UTF-8.
 std::string WellFormed(const std::string& text) {
-  return Utf8(TVK::String::UTF8ToUTF16(text));
+  return String::UTF16ToUTF8(String::UTF8ToUTF16(text));
 }
 
 std::string Shown(const std::filesystem::path& file) {
@@ -46,20 +42,20 @@ void WriteProblem(const PolicyProblem& problem, std::ostream& out) {
 }
 
 void WriteSetting(const SettingReading& setting, std::ostream& out) {
-  out << "                " << std::left << std::setw(25) << Utf8(setting.key) << ' ' << std::setw(10)
-      << Utf8(setting.value_in_force) << ' ' << (setting.from_policy ? "policy" : "default");
-  if (!setting.reason.empty()) out << ": " << Utf8(setting.reason);
-  if (!setting.meaning.empty()) out << " (" << Utf8(setting.meaning) << ')';
+  out << "                " << std::left << std::setw(25) << String::UTF16ToUTF8(setting.key) << ' ' << std::setw(10)
+      << String::UTF16ToUTF8(setting.value_in_force) << ' ' << (setting.from_policy ? "policy" : "default");
+  if (!setting.reason.empty()) out << ": " << String::UTF16ToUTF8(setting.reason);
+  if (!setting.meaning.empty()) out << " (" << String::UTF16ToUTF8(setting.meaning) << ')';
   out << '\n';
 }
 
 void WriteText(const std::string& file, const PolicyReport& report, std::ostream& out) {
   out << file;
-  if (!report.scope.empty()) out << ": scope " << Utf8(report.scope);
+  if (!report.scope.empty()) out << ": scope " << String::UTF16ToUTF8(report.scope);
   out << '\n';
   for (const DatasetCheck& dataset : report.datasets) {
-    out << std::left << std::setw(15) << StateName(dataset.state) << ' ' << std::setw(25) << Utf8(dataset.name) << ' '
-        << Utf8(dataset.id);
+    out << std::left << std::setw(15) << StateName(dataset.state) << ' ' << std::setw(25)
+        << String::UTF16ToUTF8(dataset.name) << ' ' << String::UTF16ToUTF8(dataset.id);
     if (dataset.path.empty()) out << "  (always runs, not listed)";
     if (dataset.runs() && !dataset.collects) out << "  (collects nothing yet)";
     out << '\n';
@@ -77,17 +73,17 @@ void WriteText(const std::string& file, const PolicyReport& report, std::ostream
 
 Json::Value ToJson(const SettingReading& setting) {
   Json::Value value;
-  value["key"] = Utf8(setting.key);
-  value["value"] = Utf8(setting.value_in_force);
+  value["key"] = String::UTF16ToUTF8(setting.key);
+  value["value"] = String::UTF16ToUTF8(setting.value_in_force);
   value["source"] = setting.from_policy ? "policy" : "default";
-  value["reason"] = Utf8(setting.reason);
+  value["reason"] = String::UTF16ToUTF8(setting.reason);
   return value;
 }
 
 Json::Value ToJson(const DatasetCheck& dataset) {
   Json::Value value;
-  value["id"] = Utf8(dataset.id);
-  value["name"] = Utf8(dataset.name);
+  value["id"] = String::UTF16ToUTF8(dataset.id);
+  value["name"] = String::UTF16ToUTF8(dataset.name);
   value["path"] = dataset.path;
   value["runs"] = dataset.runs();
   value["why"] = std::string(StateName(dataset.state));
@@ -101,7 +97,7 @@ Json::Value ToJson(const DatasetCheck& dataset) {
 void WriteJson(const std::string& file, const PolicyReport& report, std::ostream& out) {
   Json::Value value;
   value["file"] = file;
-  value["scope"] = Utf8(report.scope);
+  value["scope"] = String::UTF16ToUTF8(report.scope);
   value["valid"] = report.valid();
   value["problems"] = Json::arrayValue;
   for (const PolicyProblem& problem : report.problems) {
@@ -113,17 +109,14 @@ void WriteJson(const std::string& file, const PolicyReport& report, std::ostream
   value["datasets"] = Json::arrayValue;
   for (const DatasetCheck& dataset : report.datasets)
     value["datasets"].append(ToJson(dataset));
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  out << Json::writeString(builder, value) << '\n';
+  tvkctl::WriteJsonLine(value, out);
 }
 
 }  // namespace
 
 int RunPolicyCheck(const PolicyCheckOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err) {
   if (options.scope && !IsTelemetryScope(*options.scope)) {
-    err << '"' << Utf8(*options.scope) << "\" is no scope: none, basic, enhance and full are\n";
+    err << '"' << String::UTF16ToUTF8(*options.scope) << "\" is no scope: none, basic, enhance and full are\n";
     return kExitWrongCommandLine;
   }
   std::string problem;

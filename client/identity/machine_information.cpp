@@ -115,6 +115,10 @@ std::wstring MachineInformation::os_update_description() const {
   return Wide(Get()->system.update_description);
 }
 
+TVK::SmbiosIdentity MachineInformation::firmware() const {
+  return Get()->firmware;
+}
+
 platform::RegionFacts MachineInformation::region() const {
   return Get()->region;
 }

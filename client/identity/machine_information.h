@@ -6,6 +6,7 @@
 #include <string>
 
 #include "client/policy/eligibility_filter.h"
+#include "client/smbios/smbios_identity.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 
@@ -43,6 +44,9 @@ class MachineInformation {
   std::wstring os_region() const;
   std::wstring os_update_title() const;
   std::wstring os_update_description() const;
+
+  /// The firmware's facts; see ReadMachineFirmware.
+  TVK::SmbiosIdentity firmware() const;
 
   /// The region's facts as the system has them.
   platform::RegionFacts region() const;

@@ -1,7 +1,5 @@
 #include "client/policy/object_reader.h"
 
-#include <algorithm>
-
 #include "client/text/string.h"
 
 namespace {
@@ -30,8 +28,7 @@ std::string_view TypeName(Json::ValueType type) {
 
 // Ids, names and values are printed and logged, and escapes in the document can make what UTF-8 cannot hold.
 bool IsCleanText(const std::string& text, std::ptrdiff_t offset, std::string_view path, ProblemList& problems) {
-  const bool control =
-      std::ranges::any_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+  const bool control = TVK::HoldsControlCharacter(text);
   if (control) problems.Add(offset, path, "the text holds a control character", true);
   const bool broken = TVK::FindInvalidUtf8(text) != std::string::npos;
   if (broken) problems.Add(offset, path, "the text holds half of a surrogate pair", true);

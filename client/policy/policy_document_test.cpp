@@ -91,9 +91,10 @@ TEST(PolicyDocumentTest, NamesEveryProblemWithItsPath) {
                "fatal datasets[1].enabled: true or false is expected, not a text\n"
                "error datasets[1].zeta: the key is unknown and has no effect\n"
                "error datasets[1].alpha: the key is unknown and has no effect\n"},
-           Row{start + R"({"id":"I","name":"N","settings":{"P":90,"Q":"a\u0007","R":"\udc00x"}}]})",
+           Row{start + R"({"id":"I","name":"N","settings":{"P":90,"Q":"a\u0007","C1":"\u009b","R":"\udc00x"}}]})",
                "fatal datasets[0].settings.P: a text is expected, not a number\n"
                "fatal datasets[0].settings.Q: the text holds a control character\n"
+               "fatal datasets[0].settings.C1: the text holds a control character\n"
                "fatal datasets[0].settings.R: the text holds half of a surrogate pair\n"},
            Row{start + R"(],"applicability":{"models":["",3],"osVersionMin":"10.","osVersionMax":"a","os":1}})",
                "fatal applicability.models[0]: the text must not be empty\n"
@@ -103,7 +104,7 @@ TEST(PolicyDocumentTest, NamesEveryProblemWithItsPath) {
                "error applicability.os: the key is unknown and has no effect\n"},
            Row{start + R"(],"settings":{"No_hash_network":"true","No_hash_network_data":"true"}})",
                "error settings.No_hash_network: the key is unknown and has no effect\n"},
-           Row{start + R"(],"a\u001b[2J":0})", "error a?[2J: the key is unknown and has no effect\n"},
+           Row{start + R"(],"a\u001b[2J\u009b2J":0})", "error a?[2J?2J: the key is unknown and has no effect\n"},
        }) {
     SCOPED_TRACE(row.json.substr(0, 200));
     const PolicyDocument document = ParseTelemetryPolicy(row.json);

@@ -2,21 +2,18 @@
 
 #include <system_error>
 
+#include "client/text/path_text.h"
 #include "client/text/string.h"
 #include "platform/files.h"
 
 namespace {
-
-std::wstring Wide(const std::filesystem::path& path) {
-  return TVK::String::UTF8ToUTF16(platform::PathToUtf8(path));
-}
 
 void LogProblems(const TVK::Log& log, const wchar_t* operation, const std::filesystem::path& file,
                  const std::vector<PolicyProblem>& problems) {
   for (const PolicyProblem& problem : problems) {
     const std::wstring path = TVK::String::UTF8ToUTF16(problem.path);
     const std::wstring message = TVK::String::UTF8ToUTF16(problem.message);
-    log.e(L"%s: %s: %s%s%s", operation, Wide(file), path, path.empty() ? L"" : L": ", message);
+    log.e(L"%s: %s: %s%s%s", operation, TVK::WidePath(file), path, path.empty() ? L"" : L": ", message);
   }
 }
 
@@ -99,7 +96,7 @@ void PolicySource<Document>::FallBackToLastGood(const TVK::Log& log) {
   LogProblems(log, kOperation, options_.copy, document.problems);
   if (!document.policy) return;
   Enforce(std::move(*document.policy));
-  log.i(L"%s: the last good policy is in force: %s", kOperation, Wide(options_.copy));
+  log.i(L"%s: the last good policy is in force: %s", kOperation, TVK::WidePath(options_.copy));
 }
 
 template <typename Document>

@@ -8,19 +8,6 @@ namespace {
 
 constexpr std::size_t kMostProblems = 100;  // a person reads no more, and each becomes a log line
 
-// What a document holds ends on terminals and in log lines; neither may be steered by it.
-std::string Printable(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) c = '?';
-  }
-  for (std::size_t bad = TVK::FindInvalidUtf8(result); bad != std::string::npos; bad = TVK::FindInvalidUtf8(result)) {
-    result[bad] = '?';
-  }
-  return result;
-}
-
 }  // namespace
 
 void ProblemList::Add(std::ptrdiff_t offset, std::string_view path, std::string_view message, bool fatal) {
@@ -36,7 +23,9 @@ std::vector<PolicyProblem> ProblemList::Take() {
       problems.push_back({{}, std::to_string(placed_.size() - kMostProblems) + " more problems", has_fatal_});
       break;
     }
-    problems.push_back({Printable(placed.problem.path), Printable(placed.problem.message), placed.problem.fatal});
+    // What a document holds ends on terminals and in log lines; neither may be steered by it.
+    problems.push_back(
+        {TVK::HarmlessText(placed.problem.path), TVK::HarmlessText(placed.problem.message), placed.problem.fatal});
   }
   placed_.clear();
   return problems;

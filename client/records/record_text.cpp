@@ -30,20 +30,16 @@ struct Summary {
   std::string data_json;
 };
 
-std::string Utf8(const std::wstring& text) {
-  return String::UTF16ToUTF8(text);
-}
-
 void AddData(const ItemData& data, Summary& summary) {
   for (const auto& [key, value] : data)
-    summary.data.emplace_back(Utf8(key), Utf8(value));
+    summary.data.emplace_back(String::UTF16ToUTF8(key), String::UTF16ToUTF8(value));
 }
 
 template <typename Part>
 void AddFields(const Part& part, std::span<const TextField<Part>> fields, Summary& summary) {
   for (const TextField<Part>& field : fields) {
     const std::wstring& value = (part.*field.get)();
-    if (!value.empty()) summary.data.emplace_back(field.key, Utf8(value));
+    if (!value.empty()) summary.data.emplace_back(field.key, String::UTF16ToUTF8(value));
   }
 }
 
@@ -52,10 +48,10 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
   switch (kind) {
     case RecordKind::kItem:
       if (const std::optional<ItemEvent> event = ItemEventFromJson(json)) {
-        summary = {Utf8(event->item_time()),
-                   Utf8(event->dataset_name()),
-                   Utf8(event->item_name()),
-                   Utf8(event->dataset_context_id()),
+        summary = {String::UTF16ToUTF8(event->item_time()),
+                   String::UTF16ToUTF8(event->dataset_name()),
+                   String::UTF16ToUTF8(event->item_name()),
+                   String::UTF16ToUTF8(event->dataset_context_id()),
                    {},
                    ToJson(event->item_data())};
         AddData(event->item_data(), summary);
@@ -64,10 +60,10 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
       break;
     case RecordKind::kDataset:
       if (const std::optional<DatasetContext> context = DatasetContextFromJson(json)) {
-        summary = {Utf8(context->dataset_context_datetime()),
-                   Utf8(context->dataset_name()),
+        summary = {String::UTF16ToUTF8(context->dataset_context_datetime()),
+                   String::UTF16ToUTF8(context->dataset_name()),
                    "(dataset context)",
-                   Utf8(context->dataset_context_id()),
+                   String::UTF16ToUTF8(context->dataset_context_id()),
                    {},
                    ToJson(context->item_data())};
         AddData(context->item_data(), summary);
@@ -77,8 +73,8 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
     case RecordKind::kDevice:
       if (const std::optional<DeviceContext> context = DeviceContextFromJson(json)) {
         ItemData data;
-        summary = {Utf8(context->device_context_datetime()), "", "(device context)",
-                   Utf8(context->device_context_id()),       {}, ""};
+        summary = {String::UTF16ToUTF8(context->device_context_datetime()), "", "(device context)",
+                   String::UTF16ToUTF8(context->device_context_id()),       {}, ""};
         AddFields<DeviceInfo>(context->device_info(), kDeviceInfoFields, summary);
         AddFields<RegionInfo>(context->region_info(), kRegionInfoFields, summary);
         AddFields<TVKInfo>(context->tvk_info(), kTvkInfoFields, summary);
@@ -100,26 +96,8 @@ std::size_t Width(std::string_view text) {
   return width;
 }
 
-// With "?" for the control characters of ASCII and of ISO 8859-1 (U+0080 to U+009F, in UTF-8 C2 80 to C2 9F).
-std::string Harmless(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
-    if (byte < 0x20 || byte == 0x7F) {
-      out += '?';
-    } else if (byte == 0xC2 && next >= 0x80 && next <= 0x9F) {
-      out += '?';
-      ++i;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
 void AppendColumn(std::string& line, const std::string& text, std::size_t width) {
-  const std::string shown = Harmless(text);
+  const std::string shown = HarmlessText(text);
   line += shown;
   const std::size_t used = Width(shown);
   line.append(used < width ? width - used + 2 : 2, ' ');
@@ -159,7 +137,7 @@ std::string RecordTableHeader() {
 
 std::string RecordTableLine(RecordKind kind, std::string_view json) {
   const std::optional<Summary> summary = Summarise(kind, json);
-  if (!summary) return Harmless(json) + '\n';
+  if (!summary) return HarmlessText(json) + '\n';
   std::string line;
   std::string time = summary->time.substr(0, kTimeWidth);
   if (time.size() > 10 && time[10] == 'T') time[10] = ' ';
@@ -169,7 +147,7 @@ std::string RecordTableLine(RecordKind kind, std::string_view json) {
   std::size_t column = Width(line);
   bool first = true;
   for (const auto& [key, value] : summary->data) {
-    const std::string pair = Harmless(std::string(key).append(1, '=').append(value));
+    const std::string pair = HarmlessText(std::string(key).append(1, '=').append(value));
     if (!first && column + 1 + Width(pair) > kTerminalWidth) {
       line += '\n';
       line.append(kDataColumn, ' ');

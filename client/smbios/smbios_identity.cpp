@@ -84,7 +84,6 @@ SmbiosIdentity ReadSmbiosIdentity(const SMBiosTool& tool) {
     identity.board_serial_hash = HashOf(board.Text(0x07));
   });
   WithFirst(tool, 3, [&](const SmbiosFields& chassis) {
-    identity.chassis_manufacturer = chassis.Text(0x04);
     identity.chassis_type = chassis.Number<std::uint8_t>(0x05).value_or(0) & 0x7F;
   });
   return identity;

@@ -31,7 +31,6 @@ struct SmbiosIdentity {
   std::wstring board_version;
   std::wstring board_serial_hash;
 
-  std::wstring chassis_manufacturer;
   std::uint8_t chassis_type = 0;  ///< DSP0134, 7.4.1, without the lock bit; 0 when the table does not tell.
 
   bool operator==(const SmbiosIdentity&) const = default;

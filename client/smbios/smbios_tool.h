@@ -21,16 +21,17 @@ struct _SMBiosBuffer {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert
 /// What a walk over a whole table met.
 struct SmbiosSurvey {
   std::size_t structures = 0;  ///< Whole ones, the "end of table" among them.
-  bool damaged = false;        ///< A structure that is not whole ended the walk.
-  bool ended = false;          ///< The structure "end of table" ended the walk.
+  bool damaged = false;        ///< A structure that is not whole ended the walk, and no "end of table" came before it.
+  bool ended = false;          ///< A structure "end of table" is among them; others may stand behind it.
 };
 
 /// Owns the whole raw data in the form of Machine::ReadSmbios: a header of 8 bytes, then the structures.
 ///
 /// Firmware is not trusted. A structure counts only when its four first bytes, its formatted part (at least 4 bytes)
 /// and its string set with the two zero bytes at its end lie in the table. The walk ends before the first one that does
-/// not, after the structure "end of table" (type 127), and at the end of the table; what comes later is as if it were
-/// not there. Nothing outside the buffer is read. Every structure that is handed out is whole.
+/// not, and at the end of the table; what comes later is as if it were not there. The structure "end of table" (type
+/// 127) does not end it: structures behind it count, and what is there but is none is padding. Nothing outside the
+/// buffer is read. Every structure that is handed out is whole.
 ///
 /// Call Initialize before, and on one thread; then any thread may look structures up.
 class SMBiosTool {

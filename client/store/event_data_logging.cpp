@@ -14,15 +14,11 @@
 #include "client/store/store_file.h"
 #include "client/store/store_queries.h"
 #include "client/store/writer_lock.h"
+#include "client/text/path_text.h"
 #include "client/text/string.h"
 
 namespace TVK {
 namespace {
-
-std::wstring Wide(const std::filesystem::path& path) {
-  const std::u8string text = path.u8string();
-  return String::UTF8ToUTF16(std::string(text.begin(), text.end()));
-}
 
 std::wstring ErrorText(int code) {
   if (code == kStoreClosed) return L"the store is closed";
@@ -129,7 +125,7 @@ class EventDataLogging::Impl {
       }
     }
     if (opening.state != StoreFileState::kReady) {
-      log_.e(L"%s: %s cannot be used: %s", L"EventDataLogging::Open", Wide(options_.file),
+      log_.e(L"%s: %s cannot be used: %s", L"EventDataLogging::Open", WidePath(options_.file),
              String::UTF8ToUTF16(opening.problem));
       problem = std::move(opening.problem);
       return opening.state;
@@ -168,7 +164,7 @@ class EventDataLogging::Impl {
     } else if (writing_ && writing_->database.FileHasMoved()) {
       lost_file_ = true;
       log_.e(L"%s: %s was removed or replaced; the place is opened anew", L"EventDataLogging::Mend",
-             Wide(options_.file));
+             WidePath(options_.file));
       // A file that was moved away keeps its records, and another one in its place does not get them.
       static_cast<void>(writing_->database.Execute("PRAGMA wal_checkpoint(TRUNCATE)"));
       Close();
@@ -184,12 +180,12 @@ class EventDataLogging::Impl {
     std::filesystem::path new_name;
     const std::string problem = SetAside(options_.file, clock_, new_name);
     if (!problem.empty()) {
-      log_.e(L"%s: %s is damaged and cannot be renamed: %s", L"EventDataLogging::SetFileAside", Wide(options_.file),
+      log_.e(L"%s: %s is damaged and cannot be renamed: %s", L"EventDataLogging::SetFileAside", WidePath(options_.file),
              String::UTF8ToUTF16(problem));
       return false;
     }
     log_.e(L"%s: the store was damaged; it is now %s and a new one begins", L"EventDataLogging::SetFileAside",
-           Wide(new_name));
+           WidePath(new_name));
     return true;
   }
 

@@ -85,7 +85,6 @@ class Run {
   /// Columns of the present row; texts live until the next Step.
   std::int64_t Number(int column) const { return sqlite3_column_int64(handle_, column); }
   std::string_view Text(int column) const;
-  bool IsNull(int column) const { return sqlite3_column_type(handle_, column) == SQLITE_NULL; }
 
  private:
   sqlite3_stmt* handle_;

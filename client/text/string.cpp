@@ -130,6 +130,28 @@ std::size_t FindInvalidUtf8(std::string_view text) {
   return std::string_view::npos;
 }
 
+bool HoldsControlCharacter(std::string_view text) {
+  return std::ranges::any_of(String::UTF8ToUTF16(text), IsControlCharacter);
+}
+
+std::string HarmlessText(std::string_view text, char instead) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t start = at;
+    char32_t c = 0;
+    if (!NextUtf8(text, at, c)) {
+      out += instead;
+      ++at;
+    } else if (IsControlCharacter(c)) {
+      out += instead;
+    } else {
+      out += text.substr(start, at - start);
+    }
+  }
+  return out;
+}
+
 }  // namespace TVK
 
 bool StringHelper::caseInsesitiveEqual(std::wstring_view a, std::wstring_view b) {

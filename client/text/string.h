@@ -28,6 +28,18 @@ class String {
 /// surrogates, nothing above U+10FFFF), or npos.
 std::size_t FindInvalidUtf8(std::string_view text);
 
+/// The control characters of ASCII and of ISO 8859-1 (U+0080 to U+009F, which some terminals obey as well).
+constexpr bool IsControlCharacter(char32_t c) {
+  return c < 0x20 || (c >= 0x7F && c < 0xA0);
+}
+
+/// Whether `text`, UTF-8, holds one.
+bool HoldsControlCharacter(std::string_view text);
+
+/// `text`, UTF-8, such that it cannot steer a terminal: `instead` stands for each control character and for each byte
+/// that belongs to no well-formed character.
+std::string HarmlessText(std::string_view text, char instead = '?');
+
 }  // namespace TVK
 
 class StringHelper {

@@ -29,6 +29,20 @@ TEST(StringTest, MalformedInputBecomesReplacementCharacters) {
             "b");
 }
 
+TEST(StringTest, HarmlessTextHoldsNothingThatATerminalObeys) {
+  struct Row {
+    std::string text;
+    std::string harmless;
+  };
+  for (const Row& row : {Row{"Größe ~\u00A0日本", "Größe ~\u00A0日本"}, Row{std::string("\0\x1F\x7F", 3), "???"},
+                         Row{"\u0080\u009B[2J\u009F", "??[2J?"}, Row{"\x9B[2J \xC2", "?[2J ?"}}) {
+    SCOPED_TRACE(row.harmless);
+    EXPECT_EQ(TVK::HarmlessText(row.text), row.harmless);
+    EXPECT_FALSE(TVK::HoldsControlCharacter(row.harmless));
+  }
+  EXPECT_TRUE(TVK::HoldsControlCharacter("a\u0085"));
+}
+
 TEST(StringTest, ComparesWithoutAsciiCase) {
   EXPECT_TRUE(String::CaseInsesitiveFind(L"basic, Enhance, full", L"ENHANCE"));
   EXPECT_FALSE(String::CaseInsesitiveFind(L"basic,enhance,full", L"none"));

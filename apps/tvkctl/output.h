@@ -1,4 +1,4 @@
-// How the inspect commands write: aligned lines for people, one line of JSON for programs.
+// How commands write: aligned lines for people, one line of JSON for programs.
 #pragma once
 
 #include <json/value.h>

@@ -1,4 +1,4 @@
-#include "apps/tvkctl/inspect_output.h"
+#include "apps/tvkctl/output.h"
 
 #include <json/writer.h>
 
@@ -13,10 +13,6 @@ namespace {
 /// One cell of a hostile table may be of a megabyte; padding every row to it would make gigabytes.
 constexpr std::size_t kWidestColumn = 64;
 constexpr std::size_t kGap = 2;
-
-bool IsControl(wchar_t character) {
-  return character < 0x20 || (character >= 0x7F && character < 0xA0);
-}
 
 }  // namespace
 
@@ -35,9 +31,8 @@ void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostre
       line += row[i];
       column_start += widths[i] + kGap;
     }
-    std::ranges::replace_if(line, IsControl, L'.');
     line.erase(line.find_last_not_of(L' ') + 1);
-    out << TVK::String::UTF16ToUTF8(line) << '\n';
+    out << TVK::HarmlessText(TVK::String::UTF16ToUTF8(line), '.') << '\n';
   }
 }
 
