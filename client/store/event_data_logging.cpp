@@ -136,7 +136,7 @@ class EventDataLogging::Impl {
       reading_ = std::move(reading);
     }
     open_ = true;
-    LogRetention(writing_->retention.AfterCommit(0, clock_.NowSeconds()));
+    KeepWithinLimits(0);
     return StoreFileState::kReady;
   }
 
@@ -204,7 +204,7 @@ class EventDataLogging::Impl {
         if (writing_) WriteRecords(again);
       }
       Tell(records);
-      if (writing_) LogRetention(writing_->retention.AfterCommit(records.size(), clock_.NowSeconds()));
+      if (writing_) KeepWithinLimits(records.size());
     } catch (const std::bad_alloc&) {
       FailUnwritten(records, SQLITE_NOMEM);
     } catch (const std::exception&) {
@@ -282,10 +282,16 @@ class EventDataLogging::Impl {
            record.result, ErrorText(record.result));
   }
 
-  void LogRetention(int code) const {
-    if (code == SQLITE_OK) return;
-    log_.e(L"%s: old records could not be removed, error %d (%s)", L"EventDataLogging::Retention", code,
-           ErrorText(code));
+  void KeepWithinLimits(std::size_t written) {
+    Retention& retention = writing_->retention;
+    const bool knew = retention.stays_too_large();
+    if (const int code = retention.AfterCommit(written, clock_.NowSeconds()); code != SQLITE_OK) {
+      log_.e(L"%s: old records could not be removed, error %d (%s)", L"EventDataLogging::Retention", code,
+             ErrorText(code));
+    }
+    if (knew || !retention.stays_too_large()) return;
+    log_.e(L"%s: the store stays larger than its limit of %d bytes: what is left in it may not go",
+           L"EventDataLogging::Retention", options_.limits.max_bytes);
   }
 
   template <typename Question>

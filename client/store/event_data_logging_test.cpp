@@ -213,6 +213,88 @@ TEST_F(EventDataLoggingTest, OldItemsGoAndWhatSchedulesNeedStays) {
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"next")), 0);
   EXPECT_EQ(store.ReadItemEvents(kCpu, 52, 53, events), 0);
   EXPECT_EQ(events.size(), 1u) << "record ids go on counting";
+  world_.AdvanceBy(std::chrono::hours(2));
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"last")), 0);
+  EXPECT_EQ(store.ReadItemEvents(kCpu, 0, 1000, events), 0);
+  EXPECT_EQ(events.size(), 1u) << "a store that stays open is looked through, too";
+}
+
+TEST_F(EventDataLoggingTest, OldItemsGoWhateverDateStandsAheadOfThem) {
+  constexpr std::int64_t kDay = 24 * 3600;
+  constexpr int kAhead = 600;  // more than go in one step
+  struct {
+    std::int64_t ahead_age;
+    std::int64_t behind_age;
+    std::size_t left;
+  } const rows[] = {
+      {-kDay / 2, 100 * kDay, kAhead + 2},  // the newest when the store was opened, and the last one
+      {-3650 * kDay, 100 * kDay, 1},
+      {-3650 * kDay, 80 * kDay, kAhead + 51},  // it may be the present clock that is wrong
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.left);
+    std::filesystem::remove(file());
+    { EXPECT_EQ(EventDataLogging(options(), clock()).LogItemEvent(MakeItem(kCpu, L"I1", L"first")), 0); }
+    const auto append = [&](std::int64_t count, std::int64_t age) {
+      ExecuteOutside("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+                     std::to_string(count) + ") INSERT INTO record SELECT i + m, 1, i + m, " +
+                     std::to_string(clock().NowSeconds() - age) +
+                     ", '{}' FROM n, (SELECT max(sequence) AS m FROM record)");
+    };
+    append(kAhead, row.ahead_age);
+    append(50, row.behind_age);
+    ExecuteOutside("DELETE FROM record WHERE sequence = 1");
+    EventDataLogging store(options(), clock());
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"last")), 0);
+    EXPECT_EQ(Stored().size(), row.left);
+  }
+}
+
+TEST_F(EventDataLoggingTest, SupersededContextsGoWithoutAnItemThatGoes) {
+  constexpr std::int64_t kMany = 20000;  // more than go in one step
+  for (const bool by_size : {false, true}) {
+    SCOPED_TRACE(by_size);
+    std::filesystem::remove(file());
+    StoreOptions unlimited = options();
+    unlimited.limits.max_age_seconds = 0;
+    StoreOptions limited = by_size ? unlimited : options();
+    if (by_size) limited.limits.max_bytes = 256 << 10;
+    {
+      EventDataLogging store(unlimited, clock());
+      EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D0")), 0);
+      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C0", L"D0")), 0);
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one", L"C0", L"D0")), 0);
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"two", L"C0", L"D0")), 0);
+    }
+    ExecuteOutside(
+        "UPDATE record SET written = written - 8640000 WHERE sequence < 3;"
+        "WITH RECURSIVE n(i) AS (SELECT 5 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+        std::to_string(kMany) + ") INSERT INTO record SELECT i, 1 + i % 2, i, " +
+        std::to_string(clock().NowSeconds() - 8640000) +
+        ", json_object('dataset_context_id', 'C' || i, 'device_context_id', 'D' || i) FROM n");
+    {
+      EventDataLogging store(unlimited, clock());
+      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"young", L"D0")), 0);
+      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"newest", L"D0")), 0);
+    }
+    EventDataLogging store(limited, clock());
+    std::set<std::int64_t> left;
+    for (const StoredRecord& record : Stored())
+      left.insert(record.sequence);
+    std::set<std::int64_t> expected{1, 2, 3, 4, kMany, kMany + 2};  // the contexts of the items, and the newest ones
+    if (!by_size) expected.insert(kMany + 1);
+    EXPECT_EQ(left, expected);
+    EXPECT_FALSE(log_.Has(L"stays larger"));
+  }
+}
+
+TEST_F(EventDataLoggingTest, AStoreThatStaysTooLargeIsToldOfOnce) {
+  StoreOptions limited = options();
+  limited.limits.max_bytes = 4 << 10;
+  EventDataLogging store(limited, clock());
+  for (int i = 0; i < 300; ++i)
+    ASSERT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::to_wstring(i))), 0);
+  EXPECT_EQ(log_.Count(L"the store stays larger than its limit of 4096 bytes"), 1u);
 }
 
 TEST_F(EventDataLoggingTest, SizeStaysBoundedAndContextsLiveAsLongAsTheirEvents) {

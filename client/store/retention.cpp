@@ -5,40 +5,62 @@
 namespace TVK {
 namespace {
 
-// A look every so many records, and twice as many removed in one transaction: removing outpaces writing, and no writer
-// waits long for it.
+// A look at the size every so many records, and twice as many removed in one transaction: removing outpaces writing,
+// and no writer waits long for it.
 constexpr std::size_t kRecordsBetweenChecks = 256;
 constexpr int kLargestStep = 512;
 
-// Finding contexts that nothing refers to reads every record, so it waits until there may be many.
+// Dates stand in no index, so finding the old ones reads the whole table: only when this part of the age has passed.
+constexpr std::int64_t kAgeChecksPerAge = 90;
+constexpr std::int64_t kSecondsPerDay = 24 * 3600;
+
+// Finding contexts that nothing refers to reads every record, too. For the sake of the size it waits until there may be
+// many. They go in larger steps, each of which reads every record again; the log of changes holds one step.
 constexpr std::int64_t kSpareContexts = 64;
+constexpr int kLargestStepOfContexts = 8192;
+
+constexpr std::int64_t kFar = std::numeric_limits<std::int64_t>::max();
+
+// A record dated after ?2 was written by a wrong clock, nobody knows when: it goes with the first one behind it that is
+// too old. The inner select runs once a statement, and only when there is such a record.
+constexpr char kDue[] =
+    "(r.written < ?1 OR (r.written > ?2 AND r.sequence <"
+    " (SELECT sequence FROM record WHERE written < ?1 ORDER BY sequence DESC LIMIT 1)))";
 
 }  // namespace
 
 int Retention::Prepare() {
+  const std::string due = kDue;
   // Removable are item events that are not the last of their series.
   const std::string remove_items =
-      "DELETE FROM record WHERE written < ?1 AND sequence IN ("
+      "DELETE FROM record WHERE sequence IN ("
       " SELECT r.sequence FROM record r CROSS JOIN series s ON s.id = r.series"
-      " WHERE s.kind = 0 AND r.number < (SELECT max(number) FROM record WHERE series = r.series)"
+      " WHERE " +
+      due +
+      " AND s.kind = 0 AND r.number < (SELECT max(number) FROM record WHERE series = r.series)"
       " ORDER BY r.sequence LIMIT " +
       std::to_string(kLargestStep) + ")";
+  const std::string count_contexts =
+      "SELECT count(*) FROM series s CROSS JOIN record r ON r.series = s.id"
+      " WHERE s.kind <> 0 AND r.number < (SELECT max(number) FROM record WHERE series = s.id) AND " +
+      due;
+  // The key by which others refer to a context depends on its kind; dataset contexts refer to device contexts.
+  const std::string remove_contexts =
+      "DELETE FROM record WHERE sequence IN ("
+      " SELECT r.sequence FROM series s CROSS JOIN record r ON r.series = s.id"
+      " WHERE s.kind = ?3 AND r.number < (SELECT max(number) FROM record WHERE series = s.id) AND " +
+      due +
+      " AND json_valid(r.json) AND ifnull(r.json ->> ?4, '') NOT IN ("
+      "  SELECT ifnull(u.json ->> ?4, '') FROM record u CROSS JOIN series t ON t.id = u.series"
+      "  WHERE t.kind < ?3 AND json_valid(u.json))"
+      " LIMIT " +
+      std::to_string(kLargestStepOfContexts) + ")";
   struct {
     Statement& statement;
     std::string_view sql;
   } const statements[] = {
-      {page_count_, "PRAGMA page_count"},
-      {free_pages_, "PRAGMA freelist_count"},
-      {remove_items_, remove_items},
-      {count_contexts_, "SELECT count(*) FROM series s CROSS JOIN record r ON r.series = s.id WHERE s.kind <> 0"},
-      // The key by which others refer to a context depends on its kind; dataset contexts refer to device contexts.
-      {remove_contexts_,
-       "DELETE FROM record WHERE sequence IN ("
-       " SELECT r.sequence FROM series s CROSS JOIN record r ON r.series = s.id"
-       " WHERE s.kind = ?1 AND r.number < (SELECT max(number) FROM record WHERE series = s.id) AND json_valid(r.json)"
-       " AND ifnull(r.json ->> ?2, '') NOT IN ("
-       "  SELECT ifnull(u.json ->> ?2, '') FROM record u CROSS JOIN series t ON t.id = u.series"
-       "  WHERE t.kind < ?1 AND json_valid(u.json)))"},
+      {page_count_, "PRAGMA page_count"}, {free_pages_, "PRAGMA freelist_count"}, {remove_items_, remove_items},
+      {count_contexts_, count_contexts},  {remove_contexts_, remove_contexts},
   };
   for (const auto& [statement, sql] : statements) {
     if (const int code = statement.Prepare(database_, sql); code != SQLITE_OK) return code;
@@ -47,55 +69,98 @@ int Retention::Prepare() {
 }
 
 int Retention::AfterCommit(std::size_t written, std::int64_t now_seconds) {
-  if (written < until_check_) {
+  const bool ages_due =
+      limits_.max_age_seconds != 0 &&
+      (now_seconds < ages_checked_ || now_seconds - ages_checked_ > limits_.max_age_seconds / kAgeChecksPerAge);
+  if (written < until_check_ && !ages_due) {
     until_check_ -= written;
     return SQLITE_OK;
   }
   until_check_ = kRecordsBetweenChecks;
-
-  std::int64_t used = 0;
-  int code = UsedBytes(used);
+  int code = ages_due ? RemoveOld(now_seconds) : SQLITE_OK;
+  bool too_large = false;
+  if (code == SQLITE_OK) code = IsTooLarge(too_large);
   if (code != SQLITE_OK) return code;
-  const bool too_large = static_cast<std::uint64_t>(used) > limits_.max_bytes;
-  if (!too_large && limits_.max_age_seconds == 0) return SQLITE_OK;
-  std::int64_t removed = 0;
-  code = RemoveItems(too_large ? std::numeric_limits<std::int64_t>::max() : now_seconds - limits_.max_age_seconds,
-                     removed);
-  if (code != SQLITE_OK || removed == 0) return code;
-  if (removed == kLargestStep) until_check_ = 0;  // there may be more: go on after the next commit
-  return RemoveContexts();
+  if (too_large) return Shrink();
+  stays_too_large_ = false;
+  return SQLITE_OK;
 }
 
-int Retention::UsedBytes(std::int64_t& bytes) {
+int Retention::RemoveOld(std::int64_t now_seconds) {
+  ages_checked_ = now_seconds;
+  const Dates old{now_seconds - limits_.max_age_seconds, now_seconds + kSecondsPerDay};
+  std::int64_t removed = 0;
+  const int code = RemoveItems(old, removed);
+  if (code != SQLITE_OK) return code;
+  if (removed < kLargestStep) return RemoveContexts(old, 1);
+  ages_checked_ = kFar;  // there may be more: go on after the next commit
+  return SQLITE_OK;
+}
+
+int Retention::Shrink() {
+  constexpr Dates kAll{kFar, kFar};
+  // What nothing refers to goes ahead of item events.
+  int code = RemoveContexts(kAll, 2 * contexts_in_use_ + kSpareContexts);
+  bool too_large = false;
+  if (code == SQLITE_OK) code = IsTooLarge(too_large);
+  if (code != SQLITE_OK || !too_large) return code;
+  std::int64_t removed = 0;
+  code = RemoveItems(kAll, removed);
+  if (code != SQLITE_OK) return code;
+  if (removed == kLargestStep) {
+    until_check_ = 0;
+    return SQLITE_OK;
+  }
+  code = RemoveContexts(kAll, 1);
+  if (code == SQLITE_OK) code = IsTooLarge(too_large);
+  stays_too_large_ = stays_too_large_ || (code == SQLITE_OK && too_large);
+  return code;
+}
+
+int Retention::IsTooLarge(bool& too_large) {
   Run pages(page_count_);
   if (const int code = pages.Step(); code != SQLITE_ROW) return code;
   Run free(free_pages_);
   if (const int code = free.Step(); code != SQLITE_ROW) return code;
-  bytes = (pages.Number(0) - free.Number(0)) * page_size_;
+  too_large = static_cast<std::uint64_t>((pages.Number(0) - free.Number(0)) * page_size_) > limits_.max_bytes;
   return SQLITE_OK;
 }
 
-int Retention::RemoveItems(std::int64_t older_than, std::int64_t& removed) {
-  const int code = Run(remove_items_).Bind(1, older_than).Finish();
+int Retention::RemoveItems(const Dates& dates, std::int64_t& removed) {
+  const int code = Run(remove_items_).Bind(1, dates.before).Bind(2, dates.after).Finish();
   if (code == SQLITE_OK) removed = sqlite3_changes(database_.handle());
   return code;
 }
 
-int Retention::RemoveContexts() {
-  const auto count = [&](std::int64_t& contexts) {
-    Run run(count_contexts_);
-    const int code = run.Step();
-    if (code != SQLITE_ROW) return code;
-    contexts = run.Number(0);
-    return SQLITE_OK;
-  };
+int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least) {
   std::int64_t contexts = 0;
-  int code = count(contexts);
-  if (code != SQLITE_OK || contexts < 2 * contexts_in_use_ + kSpareContexts) return code;
+  int code = CountContexts(dates, contexts);
+  if (code != SQLITE_OK || contexts < at_least) return code;
   // Dataset contexts first, since they may be the last that refer to a device context.
-  code = Run(remove_contexts_).Bind(1, std::int64_t{1}).Bind(2, "dataset_context_id").Finish();
-  if (code == SQLITE_OK) code = Run(remove_contexts_).Bind(1, std::int64_t{2}).Bind(2, "device_context_id").Finish();
-  return code == SQLITE_OK ? count(contexts_in_use_) : code;
+  code = RemoveContextsOfKind(RecordKind::kDataset, "dataset_context_id", dates);
+  if (code == SQLITE_OK) code = RemoveContextsOfKind(RecordKind::kDevice, "device_context_id", dates);
+  return code == SQLITE_OK ? CountContexts(dates, contexts_in_use_) : code;
+}
+
+int Retention::CountContexts(const Dates& dates, std::int64_t& contexts) {
+  Run run(count_contexts_);
+  const int code = run.Bind(1, dates.before).Bind(2, dates.after).Step();
+  if (code != SQLITE_ROW) return code;
+  contexts = run.Number(0);
+  return SQLITE_OK;
+}
+
+int Retention::RemoveContextsOfKind(RecordKind kind, std::string_view key, const Dates& dates) {
+  int code = SQLITE_OK;
+  do {
+    code = Run(remove_contexts_)
+               .Bind(1, dates.before)
+               .Bind(2, dates.after)
+               .Bind(3, static_cast<std::int64_t>(kind))
+               .Bind(4, key)
+               .Finish();
+  } while (code == SQLITE_OK && sqlite3_changes(database_.handle()) == kLargestStepOfContexts);
+  return code;
 }
 
 }  // namespace TVK

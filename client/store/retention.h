@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
+#include <string_view>
 
+#include "client/records/record_kind.h"
 #include "client/store/event_data_logging.h"
 #include "client/store/sqlite_database.h"
 
@@ -21,10 +24,25 @@ class Retention {
   /// the time. Returns 0, or why records that should go could not be removed.
   int AfterCommit(std::size_t written, std::int64_t now_seconds);
 
+  /// Whether everything that may go is gone and the store still is larger than its limit.
+  bool stays_too_large() const { return stays_too_large_; }
+
  private:
-  int UsedBytes(std::int64_t& bytes);
-  int RemoveItems(std::int64_t older_than, std::int64_t& removed);
-  int RemoveContexts();
+  /// Which records are to go: those written before the one moment, and of those written after the other the ones ahead
+  /// of such a record. Seconds since 1970.
+  struct Dates {
+    std::int64_t before;
+    std::int64_t after;
+  };
+
+  int RemoveOld(std::int64_t now_seconds);
+  int Shrink();
+  int IsTooLarge(bool& too_large);
+  int RemoveItems(const Dates& dates, std::int64_t& removed);
+  /// Does nothing when fewer than `at_least` contexts come into question.
+  int RemoveContexts(const Dates& dates, std::int64_t at_least);
+  int CountContexts(const Dates& dates, std::int64_t& contexts);
+  int RemoveContextsOfKind(RecordKind kind, std::string_view key, const Dates& dates);
 
   Database& database_;
   const StoreLimits limits_;
@@ -34,8 +52,10 @@ class Retention {
   Statement count_contexts_;
   Statement remove_contexts_;
   std::int64_t page_size_ = 0;
-  std::size_t until_check_ = 0;       ///< Records to be written before the next look.
-  std::int64_t contexts_in_use_ = 0;  ///< That the last look left.
+  std::size_t until_check_ = 0;  ///< Records to be written before the next look.
+  std::int64_t ages_checked_ = std::numeric_limits<std::int64_t>::max();  ///< When; later than now: to be done again.
+  std::int64_t contexts_in_use_ = 0;                                      ///< Superseded ones that the last look left.
+  bool stays_too_large_ = false;
 };
 
 }  // namespace TVK
