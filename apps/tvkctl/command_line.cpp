@@ -82,16 +82,23 @@ class Run {
   int PolicySchema() const { return RunPolicySchema(out_); }
 
   int PolicyApply() const {
-    const std::filesystem::path target =
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    CPUInfo cpu_info(*machine);
+    PolicyApplyOptions options;
+    options.file = platform::PathFromUtf8(texts_.policy_file);
+    options.target =
         texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
-    return RunPolicyApply(platform::PathFromUtf8(texts_.policy_file), target, out_, errors_);
+    options.device = MachineInformation(*machine, runtime_->clock()).traits();
+    return RunPolicyApply(options, MakeComponentDatasets(cpu_info), out_, errors_);
   }
 
   using Inspection = int (*)(const InspectOptions&, platform::Machine&, std::ostream&, std::ostream&);
   int Inspect(Inspection inspection) const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    return inspection({platform::PathFromUtf8(texts_.smbios_file), texts_.json}, *machine, out_, errors_);
+    const std::string name = texts_.sysroot.empty() ? "this machine" : texts_.sysroot;
+    return inspection({platform::PathFromUtf8(texts_.smbios_file), texts_.json, name}, *machine, out_, errors_);
   }
 
  private:

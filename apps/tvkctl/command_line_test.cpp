@@ -68,6 +68,7 @@ TEST_F(CommandLineTest, GivesTheExitCodesThatHelpLists) {
   const std::string folder = folder_.path().string();
   const std::string good = Write("good.json", R"({"telemetryScope":"full","datasets":[]})");
   const std::string bad = Write("bad.json", R"({"telemetryScope":"loud","datasets":[]})");
+  const std::string odd = Write("odd.json", R"({"telemetryScope":"full","datasets":[{"id":"X","name":"Y"}]})");
   Bytes bytes = SoundTable().Rsmb();
   bytes[8 + 1] = 3;  // The first structure's length.
   const std::string damaged = Write("damaged", bytes);
@@ -102,6 +103,7 @@ TEST_F(CommandLineTest, GivesTheExitCodesThatHelpLists) {
            {{"policy", "apply", bad, "--policy", folder + "/policy.json"}, 2, "telemetryScope"},
            {{"policy", "apply", good, "--policy", folder + "/policy.json"}, 0, "holds the policy now"},
            {{"policy", "apply", good, "--policy", good + "/policy.json"}, 3, "good.json"},
+           {{"policy", "apply", odd, "--policy", folder + "/policy.json"}, 0, "no dataset has the id"},
            {{"inspect", "cpu", "--sysroot", folder + "/absent"}, 2, "no such folder"},
            {{"inspect", "memory", "--smbios", folder + "/absent"}, 2, "absent"},
            {{"inspect", "firmware", "--smbios", good}, 2, "neither an SMBIOS dump nor an RSMB table"},
@@ -194,11 +196,12 @@ TEST(InspectCommandsTest, SaysWhatIsWrongWithTheMachine) {
     platform::SimulatedMachine machine(state);
     for (const auto& [inspect, exit_code, said] : {std::tuple(&RunInspectMemory, row.memory, row.said),
                                                    {&RunInspectFirmware, row.firmware, row.said},
-                                                   {&RunInspectCpu, 3, "nothing about its processors"}}) {
+                                                   {&RunInspectCpu, 3, "nothing tells of its processors"}}) {
       SCOPED_TRACE(testing::Message() << row.what << ", " << said);
       std::ostringstream out;
       std::ostringstream errors;
-      EXPECT_EQ(inspect({}, machine, out, errors), exit_code);
+      EXPECT_EQ(inspect({.smbios_file = {}, .json = false, .machine_name = "this machine"}, machine, out, errors),
+                exit_code);
       EXPECT_EQ(out.str().empty(), exit_code != 0);
       const std::string complaint = errors.str();
       EXPECT_NE(complaint.find(said), std::string::npos) << complaint;

@@ -28,8 +28,6 @@ constexpr std::size_t kTableSizeLimit = 16u << 20;
 using TVK::String;
 using Rows = std::vector<std::vector<std::wstring>>;
 
-constexpr char kOwn[] = "this machine";
-
 /// A table of which at least one structure can be decoded, or the exit code that says why there is none.
 struct OpenTable {
   std::unique_ptr<SMBiosTool> tool;
@@ -63,14 +61,14 @@ OpenTable OpenFile(const std::filesystem::path& file, std::ostream& errors) {
   return table;
 }
 
-OpenTable OpenOwn(platform::Machine& machine, std::ostream& errors) {
+OpenTable OpenOwn(const std::string& name, platform::Machine& machine, std::ostream& errors) {
   OpenTable table{std::make_unique<SMBiosTool>(machine)};
   table.tool->Initialize();
   if (table.tool->Survey().structures == 0) {
-    Complain(kOwn, table.tool->Problem(), errors);
+    Complain(name, table.tool->Problem(), errors);
     return {nullptr, kExitFailed};
   }
-  Warn(kOwn, table.tool->Problem(), errors);
+  Warn(name, table.tool->Problem(), errors);
   return table;
 }
 
@@ -164,11 +162,12 @@ std::optional<TVK::SmbiosIdentity> ReadIdentity(const InspectOptions& options, p
   const std::string problem = tool.Problem();
   const TVK::SmbiosIdentity identity = TVK::ReadMachineFirmware(machine);
   if (identity == TVK::SmbiosIdentity()) {
-    Complain(kOwn, problem, errors);
+    Complain(options.machine_name, problem, errors);
     exit_code = kExitFailed;
     return std::nullopt;
   }
-  Warn(kOwn, problem + (identity.smbios_version.empty() ? "; shown is what the system keeps of it" : ""), errors);
+  Warn(options.machine_name,
+       problem + (identity.smbios_version.empty() ? "; shown is what the system keeps of it" : ""), errors);
   return identity;
 }
 
@@ -179,9 +178,10 @@ int RunInspectCpu(const InspectOptions& options, platform::Machine& machine, std
   _SYSCPU_INFORMATION facts;
   const int error = collector.GetCpuInformation(facts);
   if (error != 0 || (facts.processor_name.empty() && facts.number_of_logical_processors == 0)) {
-    errors << "tvkctl: this machine tells nothing about its processors";
-    if (error != 0) errors << " (error " << error << ')';
-    errors << '\n';
+    Complain(
+        options.machine_name,
+        "nothing tells of its processors" + (error != 0 ? " (error " + std::to_string(error) + ')' : std::string()),
+        errors);
     return kExitFailed;
   }
   const ItemData data = CpuEventMonitor::FactsToItemData(facts);
@@ -192,7 +192,7 @@ int RunInspectCpu(const InspectOptions& options, platform::Machine& machine, std
 int RunInspectMemory(const InspectOptions& options, platform::Machine& machine, std::ostream& out,
                      std::ostream& errors) {
   const bool own = options.smbios_file.empty();
-  const OpenTable table = own ? OpenOwn(machine, errors) : OpenFile(options.smbios_file, errors);
+  const OpenTable table = own ? OpenOwn(options.machine_name, machine, errors) : OpenFile(options.smbios_file, errors);
   if (table.tool == nullptr) return table.exit_code;
   // What this system sees says nothing about the computer of a file.
   const auto status = own ? machine.ReadMemoryStatus() : std::nullopt;

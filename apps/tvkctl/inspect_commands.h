@@ -11,6 +11,7 @@ namespace tvkctl {
 struct InspectOptions {
   std::filesystem::path smbios_file;  ///< The table to decode. Empty: that of the machine.
   bool json = false;                  ///< One JSON object in one line instead of lines for people.
+  std::string machine_name;           ///< What messages call the machine.
 };
 
 /// Each writes what it found to `out` and what is wrong to `errors`, in UTF-8. Returns 0, also when only a part of a

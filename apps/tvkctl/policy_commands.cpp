@@ -116,7 +116,8 @@ void WriteJson(const std::string& file, const PolicyReport& report, std::ostream
 
 int RunPolicyCheck(const PolicyCheckOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err) {
   if (options.scope && !IsTelemetryScope(*options.scope)) {
-    err << '"' << String::UTF16ToUTF8(*options.scope) << "\" is no scope: none, basic, enhance and full are\n";
+    err << "tvkctl: --scope: \"" << String::UTF16ToUTF8(*options.scope)
+        << "\" is no scope: none, basic, enhance and full are\n";
     return kExitWrongCommandLine;
   }
   std::string problem;
@@ -137,23 +138,23 @@ int RunPolicySchema(std::ostream& out) {
   return kExitOk;
 }
 
-int RunPolicyApply(const std::filesystem::path& file, const std::filesystem::path& target, std::ostream& out,
-                   std::ostream& err) {
+int RunPolicyApply(const PolicyApplyOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err) {
   std::string problem;
-  const std::optional<std::string> text = ReadPolicyFile(file, problem);
+  const std::optional<std::string> text = ReadPolicyFile(options.file, problem);
   if (!text) {
-    err << problem << '\n';
+    err << "tvkctl: " << problem << '\n';
     return kExitWrongConfiguration;
   }
-  const PolicyApplied result = ApplyTelemetryPolicy(*text, target);
-  if (!result.problems.empty()) err << Shown(file) << '\n';
-  for (const PolicyProblem& each : result.problems)
+  const PolicyReport report = CheckPolicy(*text, std::nullopt, table, EligibilityFilter(options.device));
+  if (!report.valid()) err << Shown(options.file) << '\n';
+  for (const PolicyProblem& each : report.problems)
     WriteProblem(each, err);
+  const PolicyApplied result = ApplyTelemetryPolicy(*text, options.target);
   if (result.applied) {
-    out << Shown(target) << " holds the policy now\n";
+    out << Shown(options.target) << " holds the policy now\n";
     return kExitOk;
   }
   if (result.failure.empty()) return kExitWrongConfiguration;
-  err << WellFormed(result.failure) << '\n';
+  err << "tvkctl: " << WellFormed(result.failure) << '\n';
   return kExitFailed;
 }

@@ -22,7 +22,13 @@ int RunPolicyCheck(const PolicyCheckOptions& options, const DatasetTable& table,
 /// Writes the JSON Schema of the telemetry policy. Returns 0.
 int RunPolicySchema(std::ostream& out);
 
-/// Validates the policy in `file` and puts it in place of `target`. 0: done, said on `out`; 2: the policy cannot be
-/// used, its problems on `err`; 3: `target` could not be written. `target` is untouched unless 0 is returned.
-int RunPolicyApply(const std::filesystem::path& file, const std::filesystem::path& target, std::ostream& out,
-                   std::ostream& err);
+struct PolicyApplyOptions {
+  std::filesystem::path file;
+  std::filesystem::path target;
+  DeviceTraits device;  ///< What the policy's filters look at.
+};
+
+/// Validates the policy in `file` and puts it in place of `target`; every mistake in it is told on `err`. 0: done, said
+/// on `out`; 2: the policy cannot be used; 3: `target` could not be written. `target` is untouched unless 0 is
+/// returned.
+int RunPolicyApply(const PolicyApplyOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err);

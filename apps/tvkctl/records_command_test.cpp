@@ -151,15 +151,14 @@ TEST_F(RecordsCommandTest, FollowsIntoAStoreThatIsBegunAnew) {
   std::ostringstream errors;
   std::thread follower = world_.StartThread("follow", [&] { RunRecords(options_, world_, out, errors, stop.get()); });
   world_.Settle();
-  std::error_code kept;
-  std::filesystem::rename(store_options().file, folder_.path() / "away", kept);
+  std::error_code refused;  // where a file that is read keeps its name, and the store goes on with it
+  std::filesystem::rename(store_options().file, folder_.path() / "away", refused);
   world_.AdvanceBy(std::chrono::milliseconds(250));
   EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"new")), 0);
   world_.AdvanceBy(std::chrono::milliseconds(250));
   EXPECT_EQ(out.str(), TVK::ToJson(MakeItem(L"CPUEvent", L"new")) + "\n") << errors.str();
   stop->Set();
   world_.Join(follower);
-  if (kept) GTEST_SKIP() << "a file that is read keeps its name here";
 }
 
 TEST_F(RecordsCommandTest, TimesOfSince) {

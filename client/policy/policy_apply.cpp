@@ -2,13 +2,12 @@
 
 #include <system_error>
 
+#include "client/policy/policy_document.h"
 #include "platform/files.h"
 
 PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target) {
-  PolicyDocument document = ParseTelemetryPolicy(json);
   PolicyApplied result;
-  result.problems = std::move(document.problems);
-  if (!document.policy) return result;
+  if (!ParseTelemetryPolicy(json).policy) return result;
   // Where the policy is a link, its owner keeps the file elsewhere: the file is replaced, and the link stays.
   std::error_code failure;
   std::filesystem::path file = target;

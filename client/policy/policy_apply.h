@@ -4,14 +4,10 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include "client/policy/policy_document.h"
 
 struct PolicyApplied {
   bool applied = false;
-  std::vector<PolicyProblem> problems;  ///< Of the document; unknown keys are named though it was applied.
-  std::string failure;                  ///< Why `target` could not be written; empty otherwise.
+  std::string failure;  ///< Why `target` could not be written; empty when it was, or the policy cannot be used.
 };
 
 /// Validates the document and puts it in place of `target`, as it stands, so that a reader sees the old or the new
