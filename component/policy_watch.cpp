@@ -59,9 +59,6 @@ void PolicyWatch::Remark(const std::filesystem::path& file, const PolicyLoad& lo
 }
 
 void PolicyWatch::Load() {
-  constexpr int kPolicyTopic = 4;
-  constexpr int kTelemetryPolicyChanged = 14;
-  constexpr int kTvkPolicyChanged = 18;
   TvkPolicy before;
   const bool known_before = agent_.GetTvkPolicy(before);
   const PolicyLoad tvk = agent_.LoadTvkPolicy();

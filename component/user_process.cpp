@@ -6,13 +6,12 @@ using TVK::String;
 
 namespace {
 
-constexpr wchar_t kProgram[] = L"TVKUserAgent.exe";
 constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
 
 }  // namespace
 
 UserProcess::UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder)
-    : runtime_(runtime), program_(folder / kProgram) {
+    : runtime_(runtime), program_(folder / kUserAgentProgram) {
   TVK::utility::InitLog(log_, L"UserProcessAgent.log", 4);
 }
 
@@ -46,7 +45,7 @@ bool UserProcess::Start(bool wait_for_user) {
     log_.e(L"the user agent is not started: %s", String::UTF8ToUTF16(start.problem));
     return wait_for_user && start.nobody_logged_on;
   }
-  log_.i(L"%s runs", kProgram);
+  log_.i(L"%s runs", kUserAgentProgram);
   process_ = std::move(start.process);
   stop_event_ = std::move(made.event);
   return true;
@@ -80,7 +79,7 @@ void UserProcess::StopUserProcess(int reason) {
   if (process_ == nullptr) return;
   stop_event_->Set();
   if (!process_->WaitForEnd(kPatience)) {
-    log_.e(L"%s did not end by itself", kProgram);
+    log_.e(L"%s did not end by itself", kUserAgentProgram);
     process_->Kill(static_cast<std::uint32_t>(reason));
     process_->WaitForEnd(kPatience);
   }

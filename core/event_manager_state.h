@@ -115,6 +115,5 @@ namespace manager_names {
 inline constexpr wchar_t kTelemetryPolicyChangeEvent[] = L"Global\\TvkUserAgentTelemetryPolicyChangeEvent";
 inline constexpr wchar_t kTvkPolicyChangeEvent[] = L"Global\\TvkUserAgentTVKPolicyChangeEvent";
 inline constexpr wchar_t kDevicePathChangeEvent[] = L"Global\\TvkDevicePathChangeEvent";
-inline constexpr wchar_t kUserAgentProgram[] = L"TVKUserAgent.exe";
 inline constexpr wchar_t kDisplayDataset[] = L"DisplayEvent";
 }  // namespace manager_names

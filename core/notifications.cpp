@@ -8,14 +8,6 @@
 using namespace manager_names;  // NOLINT(google-build-using-namespace): the manager's own constants
 using TVK::String;
 
-namespace {
-
-constexpr int kPolicyTopic = 4;
-constexpr int kTelemetryPolicyChanged = 14;
-constexpr int kTvkPolicyChanged = 18;
-
-}  // namespace
-
 void EventManager::OnNotification(TVKNotificationData& data) {
   if (data.isKVQNotification()) return;
   state_->log.d(L"%s Recieved internal notification %d %d", L"EventManager::OnNotification", data.getTopicId(),

@@ -3,7 +3,10 @@
 
 #include "platform/waitable.h"
 
-/// Starts and ends "TVKUserAgent.exe" in the session of the logged-on user. Any thread.
+/// The user agent's program.
+inline constexpr wchar_t kUserAgentProgram[] = L"TVKUserAgent.exe";
+
+/// Starts and ends the user agent's program in the session of the logged-on user. Any thread.
 class UserProcessAgent {
  public:
   virtual ~UserProcessAgent() = default;

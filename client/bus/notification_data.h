@@ -3,6 +3,11 @@
 
 #include <string>
 
+/// The topic of policies, and its states.
+inline constexpr int kPolicyTopic = 4;
+inline constexpr int kTelemetryPolicyChanged = 14;
+inline constexpr int kTvkPolicyChanged = 18;
+
 /// A notification: topic, state and a payload text (JSON). A plain value.
 class TVKNotificationData {
  public:
