@@ -47,6 +47,11 @@ bool EventManager::NewDeviceContextData(DeviceContext& context, bool /*notify*/)
     device.set_device_subscription(tvk_policy.device_subscription);
   } else {
     state.log.e(L"%s: Get TVKPolicy return fail", L"EventManager::NewDeviceContextData");
+    // A file that cannot be used says nothing new: the device belongs where it did.
+    if (DeviceContext last; state.services.store.GetLastDeviceContext(last) == 0) {
+      device.set_device_path(last.device_info().device_path());
+      device.set_device_subscription(last.device_info().device_subscription());
+    }
   }
 
   const RegionInformation::Facts facts = state.services.region_information.Describe(machine.region());
@@ -94,6 +99,11 @@ bool EventManager::CheckDeviceContextData(DeviceContext& fresh, DeviceContext& s
 
 void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, bool notify) {
   State& state = *state_;
+  unsigned path_news = 0;
+  {
+    const std::lock_guard values(state.value_lock);
+    path_news = state.device_path_news;
+  }
   DeviceContext fresh;
   if (!NewDeviceContextData(fresh, notify)) {
     state.log.e(L"EventManager::LogDeviceContextData NewDeviceContextData() return fail !!");
@@ -102,7 +112,8 @@ void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, boo
   DeviceContext stored;
   bool needed = true;
   bool first = true;
-  if (state.services.store.GetLastDeviceContext(stored) == 0) {
+  const bool known = state.services.store.GetLastDeviceContext(stored) == 0;
+  if (known) {
     needed = CheckDeviceContextData(fresh, stored);
     first = stored.tvk_info().tvk_id() != fresh.tvk_info().tvk_id();
   }
@@ -125,11 +136,17 @@ void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, boo
 
   const auto wakers = state.CopyWakers();
   const bool tell = wakers.device_context_change != nullptr && needed;
-  const bool moved = stored.device_info().device_path() != fresh.device_info().device_path();
+  const bool moved = known && stored.device_info().device_path() != fresh.device_info().device_path();
   {
     const std::lock_guard values(state.value_lock);
-    // A path that changed and changed back before anybody looked is no change that a later context should tell of.
-    state.device_path_change = needed && (state.device_path_change || (tell && moved));
+    if (tell) {
+      state.context_change_pending = true;
+      // Perhaps the policy is in force and its notification still on the way.
+      state.device_path_change = state.device_path_change || moved;
+    } else if (!needed && !state.context_change_pending && state.device_path_news == path_news) {
+      // A path that changed and changed back before anybody looked is no change that a later context should tell of.
+      state.device_path_change = false;
+    }
   }
   if (!tell) return;
   constexpr wchar_t kThis[] = L"EventManager::LogDeviceContextData";

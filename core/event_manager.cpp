@@ -157,6 +157,10 @@ void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
       state.legacy_device_id = legacy_id;
     }
     set_FirstInvocation(false);  // of a former life
+    {
+      const std::lock_guard values(state.value_lock);
+      state.context_change_pending = false;  // likewise
+    }
     DeviceContext context;
     LogDeviceContextData(true, context, false);
     state.log.d(L"EventManager Initialize device_context_id is \"%s\"", context.device_context_id());

@@ -108,7 +108,9 @@ struct EventManager::State {
   bool need_to_log_dataset_context_on_change = false;
   bool no_hash_network_data = false;
   bool first_invocation = false;
-  bool device_path_change = false;
+  bool device_path_change = false;      ///< To be told with the next change of the device context.
+  unsigned device_path_news = 0;        ///< How often that was heard of on the bus.
+  bool context_change_pending = false;  ///< A new device context was announced and is not told yet.
 };
 
 namespace manager_names {

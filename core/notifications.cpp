@@ -76,6 +76,7 @@ void EventManager::State::RememberDevicePathChange(const TVKNotificationData& da
   if (!data.is_device_path_change()) return;
   const std::lock_guard lock(value_lock);
   device_path_change = true;
+  ++device_path_news;
 }
 
 void EventManager::NotificationProcessorThread() {
@@ -106,9 +107,9 @@ void EventManager::NotificationProcessorThread() {
           if (running) RunHandler(signalled);
           break;
         default:
-          // To wait again would fail again, and take a processor for it.
-          state.log.e(L"%s: the wait failed; changes of policy and region are not followed any more", kThis);
-          running = false;
+          // To wait again at once would fail again, and take a processor for it.
+          state.log.e(L"%s: the wait failed", kThis);
+          state.services.runtime.Wait(*wakers.stop, std::chrono::seconds(1));
       }
     } catch (...) {
       state.log.e(L"%s encount exceptions", kThis);
@@ -228,6 +229,7 @@ void EventManager::OnDeviceContextChanges() {
   {
     const std::lock_guard lock(state.value_lock);
     new_device = std::exchange(state.device_path_change, false);
+    state.context_change_pending = false;
   }
   const auto tell = [&](EventMonitorBase& monitor) { monitor.OnDeviceContextChanges(new_device); };
   if (state.application_events != nullptr) state.CallMonitor(kThis, *state.application_events, tell);

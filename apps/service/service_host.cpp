@@ -144,8 +144,10 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   platform::ServiceProgram program;
   program.main = [&](platform::ServiceSession& session) {
     OpenComponent component(options);
-    if (!component.message().empty()) session.ReportProblem(component.message());
-    if (component.exit_code() != kExitOk) return component.exit_code();
+    if (component.exit_code() != kExitOk) {
+      session.ReportProblem(component.message());
+      return component.exit_code();
+    }
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
     running = manager;
     session.ReportRunning();

@@ -69,10 +69,12 @@ int Retention::Prepare() {
 }
 
 int Retention::AfterCommit(std::size_t written, std::int64_t now_seconds) {
+  const bool check_due = written >= until_check_;
   const bool ages_due =
       limits_.max_age_seconds != 0 &&
-      (now_seconds < ages_checked_ || now_seconds - ages_checked_ > limits_.max_age_seconds / kAgeChecksPerAge);
-  if (written < until_check_ && !ages_due) {
+      (now_seconds < ages_checked_ || now_seconds - ages_checked_ > limits_.max_age_seconds / kAgeChecksPerAge ||
+       (ages_failed_ && check_due));
+  if (!check_due && !ages_due) {
     until_check_ -= written;
     return SQLITE_OK;
   }
@@ -88,12 +90,15 @@ int Retention::AfterCommit(std::size_t written, std::int64_t now_seconds) {
 
 int Retention::RemoveOld(std::int64_t now_seconds) {
   ages_checked_ = now_seconds;
+  ages_failed_ = true;
   const Dates old{now_seconds - limits_.max_age_seconds, now_seconds + kSecondsPerDay};
   std::int64_t removed = 0;
-  const int code = RemoveItems(old, removed);
+  int code = RemoveItems(old, removed);
+  const bool maybe_more = removed == kLargestStep;
+  if (code == SQLITE_OK && !maybe_more) code = RemoveContexts(old, 1);
   if (code != SQLITE_OK) return code;
-  if (removed < kLargestStep) return RemoveContexts(old, 1);
-  ages_checked_ = kFar;  // there may be more: go on after the next commit
+  ages_failed_ = false;
+  if (maybe_more) ages_checked_ = kFar;  // go on after the next commit
   return SQLITE_OK;
 }
 
@@ -139,7 +144,8 @@ int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least) {
   // Dataset contexts first, since they may be the last that refer to a device context.
   code = RemoveContextsOfKind(RecordKind::kDataset, "dataset_context_id", dates);
   if (code == SQLITE_OK) code = RemoveContextsOfKind(RecordKind::kDevice, "device_context_id", dates);
-  return code == SQLITE_OK ? CountContexts(dates, contexts_in_use_) : code;
+  const bool all = dates.before == kFar;
+  return code == SQLITE_OK && all ? CountContexts(dates, contexts_in_use_) : code;
 }
 
 int Retention::CountContexts(const Dates& dates, std::int64_t& contexts) {

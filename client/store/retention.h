@@ -55,7 +55,8 @@ class Retention {
   std::size_t until_check_ = 0;  ///< Records to be written before the next look.
   std::int64_t ages_checked_ = std::numeric_limits<std::int64_t>::max();  ///< When; later than now: to be done again.
   std::int64_t contexts_in_use_ = 0;                                      ///< Superseded ones that the last look left.
-  bool stays_too_large_ = false;
+  bool ages_failed_ = false;      ///< The last look at them did not come to its end.
+  bool stays_too_large_ = false;  ///< Since the last time that it was within its limit.
 };
 
 }  // namespace TVK

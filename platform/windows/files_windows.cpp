@@ -89,7 +89,7 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   const std::filesystem::path parent = folder.parent_path();
   if (!folder.has_filename() && parent != folder) return MakePrivateFolder(parent);  // "data\\"
   // A parent of our making is private too: where every account may make files, one could put a policy beside the data.
-  if (!parent.empty() && !std::filesystem::is_directory(parent, error)) {
+  if (!parent.empty() && parent != folder && !std::filesystem::is_directory(parent, error)) {
     if (std::string problem = MakePrivateFolder(parent); !problem.empty()) return problem;
   }
   // For the system, the administrators and the running account, for files and folders inside too; nothing inherited.
@@ -97,7 +97,10 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   if (const std::string own = windows::ProcessUserSid(); !own.empty()) list += "(A;OICI;FA;;;" + own + ")";
   windows::SecurityAttributes security(list);
   if (!security.ok()) return Failed("cannot make the access list of", folder);
-  return CreateDirectoryW(folder.c_str(), security.get()) ? std::string() : Failed("cannot make", folder);
+  if (CreateDirectoryW(folder.c_str(), security.get())) return {};
+  // Another process may have been faster.
+  const std::string problem = Failed("cannot make", folder);
+  return std::filesystem::is_directory(folder, error) ? std::string() : problem;
 }
 
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, std::string* problem) {

@@ -121,7 +121,7 @@ class RegistryWatcher final : public SettingWatcher {
   // Needs the lock. Waits for the next change of the key, or, as long as there is none, of the nearest one above it
   // that exists: keys come late when a user's part of the registry is loaded, and go with it.
   DWORD Arm(Setting& setting) {
-    // A key that is closed signals its event: each key has its own, which goes with it.
+    // A key that is closed signals its event: each setting has its own, and at worst is looked at once too often.
     UniqueKernelHandle signal(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     if (!signal) return GetLastError();
     constexpr DWORD kWhat = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_THREAD_AGNOSTIC;
