@@ -5,15 +5,12 @@
 #include <iostream>
 
 #include "apps/service/console_output.h"
-#include "client/text/string.h"
 #include "platform/local.h"
 #include "platform/process_host.h"
 #include "platform/runtime.h"
 #include "platform/service_control.h"
 #include "platform/this_program.h"
 #include "tvk/event_manager.h"
-
-using TVK::String;
 
 namespace {
 

@@ -247,6 +247,7 @@ class EventDataLogging::Impl {
   void WriteWithContexts(std::span<QueuedRecord* const> records) {
     std::vector<QueuedRecord> contexts = contexts_.Records();
     std::vector<QueuedRecord*> all;
+    all.reserve(contexts.size() + records.size());
     for (QueuedRecord& context : contexts)
       all.push_back(&context);
     all.insert(all.end(), records.begin(), records.end());

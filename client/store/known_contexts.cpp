@@ -10,7 +10,7 @@ void KnownContexts::NoteWritten(const QueuedRecord& record) {
 
 void KnownContexts::NoteRead(RecordKind kind, const std::string& dataset_id, std::string json) {
   const std::lock_guard lock(mutex_);
-  json_.try_emplace({kind, dataset_id}, std::move(json));
+  json_.emplace(std::pair(kind, dataset_id), std::move(json));
 }
 
 std::vector<QueuedRecord> KnownContexts::Records() const {

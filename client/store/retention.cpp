@@ -12,7 +12,7 @@ constexpr int kLargestStep = 512;
 
 // Dates stand in no index, so finding the old ones reads the whole table: only when this part of the age has passed.
 constexpr std::int64_t kAgeChecksPerAge = 90;
-constexpr std::int64_t kSecondsPerDay = 24 * 3600;
+constexpr std::int64_t kSecondsPerDay = std::int64_t{24} * 3600;
 
 // Finding contexts that nothing refers to reads every record, too. For the sake of the size it waits until there may be
 // many. They go in larger steps, each of which reads every record again; the log of changes holds one step.
