@@ -76,8 +76,7 @@ void TVK::Component::Close() {
 }
 
 EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
-  // Never destroyed, as what it works with is not: a host that ends without Stop ends with its own exit code.
-  static auto* const manager = new ProcessEventManager(
+  static ProcessEventManager manager(
       [&]() -> const ManagerServices& {
         const std::lock_guard lock(Slot().mutex);
         // A host that does not set the component up gets the default places, whatever state they are in.
@@ -88,8 +87,8 @@ EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
         return Slot().composition->manager_services();
       }(),
       handle);
-  if (manager->get_schema_ver().empty()) manager->set_schema_ver(L"2.0");
-  return manager;
+  if (manager.get_schema_ver().empty()) manager.set_schema_ver(L"2.0");
+  return &manager;
 }
 
 EventManager* EventManager::GetInstance() {
