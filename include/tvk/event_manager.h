@@ -35,7 +35,9 @@ class TVK_EXPORT EventManager {
   /// Id of the device context's dataset.
   static const std::wstring kDeviceContextDatasetID;
 
-  /// The process's manager, made at the first call with `handle`; later calls pass `handle` over.
+  /// The process's manager, made at the first call with `handle`; later calls pass `handle` over. Owned by the library,
+  /// and destroyed at the end of the process. Stop must come before that: a process that ends while monitors run is
+  /// aborted.
   static EventManager* GetInstance(SERVICE_STATUS_HANDLE handle);
   static EventManager* GetInstance();
 
