@@ -13,7 +13,6 @@
 #include "component/user_process.h"
 #include "core/manager_services.h"
 #include "host/device_context_event_monitor.h"
-#include "monitors/system/cpu_info.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
 #include "tvk/component.h"
@@ -59,7 +58,6 @@ class Composition {
   RegionInformation region_information_;
   TvkInfo tvk_info_;
   TVK::MachineDeviceIdAgent device_id_agent_;
-  CPUInfo cpu_info_;
   const DatasetTable datasets_;
   UserProcess user_process_;
   PolicyWatch policy_watch_;

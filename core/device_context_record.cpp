@@ -1,4 +1,6 @@
 // The device context: what it holds, when a new one is due, and who is told.
+#include <algorithm>
+
 #include "client/records/records.h"
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
@@ -174,14 +176,12 @@ int EventManager::DecideTVKVer(std::wstring version) {
   State& state = *state_;
   std::wstring current = String::ToUpper(state.services.tvk_info.GetVersion());
   if (current.empty()) current = L"Unknow";
-  const DatasetRow* asking = nullptr;
-  for (const DatasetRow& row : state.services.datasets.rows()) {
-    if (row.id == version) asking = &row;
-  }
+  const auto& datasets = state.services.datasets.datasets();
+  const auto asking = std::ranges::find_if(datasets, [&](const Dataset& dataset) { return dataset.row.id == version; });
   ItemEvent last;
   const int error =
-      asking != nullptr
-          ? state.services.store.GetLastItemEventWithItemId(asking->id, EventMonitorBase::DeviceInitItemId, last)
+      asking != datasets.end()
+          ? state.services.store.GetLastItemEventWithItemId(version, EventMonitorBase::DeviceInitItemId, last)
           : state.services.store.GetLastItemEventOfAnyDataset(EventMonitorBase::DeviceInitItemId, last);
   DeviceContext context;
   if (error != 0 || state.services.store.GetDeviceContext(last.device_context_id(), context) != 0) return 2;

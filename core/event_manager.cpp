@@ -18,13 +18,11 @@ EventManager::State::State(EventManager& manager, const ManagerServices& given, 
       identity(manager),
       second_tick(given.runtime),
       monitor_services{given.runtime,  given.machine, given.store, given.config, given.machine_information,
-                       given.tvk_info, identity,      second_tick},
+                       given.tvk_info, identity,      second_tick, *this},
       service_handle(handle) {
   TVK::utility::InitLog(log, L"EventManager.log", 4);
-  for (const DatasetRow& row : services.datasets.rows())
-    dataset_order[row.id] = row.rank;
-  const DatasetRow* application = services.datasets.FindByRule(DatasetRule::kApplication);
-  if (application != nullptr) application_events = application->factory(handle, false, monitor_services);
+  for (const Dataset& dataset : services.datasets.datasets())
+    dataset_order[std::wstring(dataset.row.id)] = dataset.row.rank;
 }
 
 EventManager::State::Wakers EventManager::State::CopyWakers() {
@@ -46,18 +44,18 @@ bool EventManager::State::HasReturned(EventMonitorBase* monitor) {
 
 bool EventManager::State::ReadPolicy(TelemetryPolicy& policy) {
   if (!services.config.GetTelemetryPolicy(policy)) return false;
-  std::set<const DatasetRow*> seen;
+  std::set<const Dataset*> seen;
   for (auto dataset = policy.datasets.begin(); dataset != policy.datasets.end();) {
-    const DatasetRow* row = services.datasets.FindForPolicy(dataset->id, dataset->name);
+    const Dataset* row = services.datasets.FindForPolicy(dataset->id, dataset->name);
     // An entry with a dataset's id and another name means nothing; it must not stand for the one that does.
-    const bool misnamed = std::ranges::any_of(services.datasets.rows(), [&](const DatasetRow& other) {
-      return other.id == dataset->id && other.name != dataset->name;
+    const bool misnamed = std::ranges::any_of(services.datasets.datasets(), [&](const Dataset& other) {
+      return other.row.id == dataset->id && other.row.name != dataset->name;
     });
     if (misnamed || (row != nullptr && !seen.insert(row).second)) {
       dataset = policy.datasets.erase(dataset);
       continue;
     }
-    if (row != nullptr) dataset->id = row->id;
+    if (row != nullptr) dataset->id = row->row.id;
     ++dataset;
   }
   return true;
@@ -71,11 +69,25 @@ bool EventManager::State::TakePolicy(TelemetryPolicy& policy, std::wstring& old_
     log.e(L"%s: check telemetry_scope=?none failed %s", L"EventManager::OnNotification", policy.telemetry_scope);
     policy.telemetry_scope = L"none";
   }
+  const std::lock_guard no_writer(consent_lock);
   {
     const std::lock_guard values(value_lock);
     old_scope = std::exchange(telemetry_scope, policy.telemetry_scope);
   }
   EventMonitorBase::SetTelemetryScope(policy.telemetry_scope);
+  return true;
+}
+
+bool EventManager::State::Admits(const DatasetRow& row) {
+  if (row.rule == DatasetRule::kAlways) return true;
+  const std::lock_guard values(value_lock);
+  return String::CaseInsesitiveFind(std::wstring(row.scopes), telemetry_scope);
+}
+
+bool EventManager::State::WriteIfAdmitted(const DatasetRow& row, const std::function<void()>& write) {
+  const std::shared_lock no_change(consent_lock);
+  if (!Admits(row)) return false;
+  write();
   return true;
 }
 
@@ -93,6 +105,8 @@ void EventManager::State::CallMonitor(const wchar_t* caller, EventMonitorBase& m
 EventManager::EventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle)
     : state_(std::make_unique<State>(*this, services, handle)) {
   state_->schema_ver = L"2.0";
+  const Dataset* application = state_->services.datasets.FindByRule(DatasetRule::kApplication);
+  if (application != nullptr) state_->application_events = application->factory(state_->monitor_services);
 }
 
 EventManager::~EventManager() = default;

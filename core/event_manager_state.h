@@ -6,17 +6,19 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <shared_mutex>
 
 #include "core/manager_services.h"
 #include "tvk/event_manager.h"
 
-struct EventManager::State {
+struct EventManager::State final : Consent {
   State(EventManager& manager, const ManagerServices& given, SERVICE_STATUS_HANDLE handle);
 
   /// The manager as its monitors see it.
   class Identity final : public ManagerIdentity {
    public:
     explicit Identity(EventManager& manager) : manager_(manager) {}
+    SERVICE_STATUS_HANDLE get_svrHandle() override { return manager_.get_svrHandle(); }
     std::wstring get_schema_ver() override { return manager_.get_schema_ver(); }
     std::wstring get_device_context_id() override { return manager_.get_device_context_id(); }
     bool get_FirstInvocation() override { return manager_.get_FirstInvocation(); }
@@ -26,6 +28,9 @@ struct EventManager::State {
    private:
     EventManager& manager_;
   };
+
+  bool Admits(const DatasetRow& row) override;
+  bool WriteIfAdmitted(const DatasetRow& row, const std::function<void()>& write) override;
 
   /// What wakes the notification thread. Shared, so that a notification that meets Stop signals an object that exists.
   struct Wakers {
@@ -91,7 +96,8 @@ struct EventManager::State {
   std::list<std::pair<EventMonitorBase*, std::thread*>> monitors;
   std::set<EventMonitorBase*> returned;  ///< Monitors whose main routine has returned. Guarded by list_lock.
 
-  std::mutex policy_lock;  ///< Held by TakePolicy; taken before value_lock.
+  std::shared_mutex consent_lock;  ///< Shared by writers, exclusive for a change of the scope in force.
+  std::mutex policy_lock;          ///< Held by TakePolicy; taken before value_lock.
 
   std::mutex order_lock;  ///< Guards dataset_order.
   std::map<std::wstring, int> dataset_order;

@@ -11,24 +11,25 @@ using TVK::String;
 void EventManager::AddNullAndNoneDatasets() {
   State& state = *state_;
   // In the order of the ids, so that the list is the same at every start.
-  std::map<std::wstring, const DatasetRow*> always;
-  for (const DatasetRow& row : state.services.datasets.rows()) {
-    if (row.rule == DatasetRule::kAlways) always[row.id] = &row;
+  std::map<std::wstring_view, const Dataset*> always;
+  for (const Dataset& dataset : state.services.datasets.datasets()) {
+    if (dataset.row.rule == DatasetRule::kAlways) always[dataset.row.id] = &dataset;
   }
-  for (const auto& [id, row] : always) {
+  for (const auto& [id, dataset] : always) {
     try {
-      std::unique_ptr<EventMonitorBase> monitor = row->factory(get_svrHandle(), false, state.monitor_services);
+      std::unique_ptr<EventMonitorBase> monitor = dataset->factory(state.monitor_services);
       const std::lock_guard lock(state.list_lock);
       state.monitors.emplace_back(monitor.release(), nullptr);
-      state.log.d(L"%s : %s add to event monitor list", L"EventManager::AddNullAndNoneDatasets", row->name);
+      state.log.d(L"%s : %s add to event monitor list", L"EventManager::AddNullAndNoneDatasets", dataset->row.name);
     } catch (...) {
-      state.log.e(L"%s Initialize dataset failed with exception", row->name);
+      state.log.e(L"%s Initialize dataset failed with exception", dataset->row.name);
     }
   }
 }
 
 bool EventManager::IsNullOrNoneDataset(const std::wstring& id, const std::wstring& name) {
-  return std::ranges::any_of(state_->services.datasets.rows(), [&](const DatasetRow& row) {
+  return std::ranges::any_of(state_->services.datasets.datasets(), [&](const Dataset& dataset) {
+    const DatasetRow& row = dataset.row;
     return row.rule == DatasetRule::kAlways && id.find(row.id) != std::wstring::npos &&
            name.find(row.name) != std::wstring::npos;
   });
@@ -55,16 +56,18 @@ void EventManager::OrderDatasets(std::list<DataSet>& datasets) {
 
 EventMonitorBase* EventManager::MakeMonitor(const DataSet& dataset) {
   State& state = *state_;
-  const DatasetRow* row = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
-  if (row == nullptr) return nullptr;
-  if (row->rule != DatasetRule::kAnyScope && !String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope())) {
+  const Dataset* known = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
+  if (known == nullptr) return nullptr;
+  const DatasetRow& row = known->row;
+  if (row.rule != DatasetRule::kStartsAtAnyScope &&
+      !String::CaseInsesitiveFind(std::wstring(row.scopes), get_Telemetry_Scope())) {
     return nullptr;
   }
-  if (row->rule == DatasetRule::kUserProcess) {
+  if (row.rule == DatasetRule::kUserProcess) {
     StartDisplayProcess(L"EventManager::Initialize");
     return nullptr;
   }
-  return row->factory(get_svrHandle(), false, state.monitor_services).release();
+  return known->factory(state.monitor_services).release();
 }
 
 void EventManager::StartDisplayProcess(const wchar_t* caller) {
@@ -124,8 +127,8 @@ void EventManager::StopAndRemoveFromList(std::wstring dataset_id) {
   {
     const std::lock_guard lock(state.list_lock);
     const auto found = std::ranges::find_if(state.monitors, [&](const auto& entry) {
-      const DatasetRow* row = state.services.datasets.FindByName(entry.first->GetName());
-      return row != nullptr && row->id == dataset_id;
+      const Dataset* dataset = state.services.datasets.FindByName(entry.first->GetName());
+      return dataset != nullptr && dataset->row.id == dataset_id;
     });
     if (found != state.monitors.end()) removed.splice(removed.end(), state.monitors, found);
   }
@@ -142,7 +145,7 @@ void EventManager::StopAndRemoveFromList(std::wstring dataset_id) {
 bool EventManager::State::MayRun(const DatasetRow& row, const std::list<DataSet>& datasets, const std::wstring& scope) {
   if (row.rule == DatasetRule::kAlways) return true;
   const auto dataset = std::ranges::find(datasets, row.id, &DataSet::id);
-  return dataset != datasets.end() && dataset->enabled && String::CaseInsesitiveFind(row.scopes, scope);
+  return dataset != datasets.end() && dataset->enabled && String::CaseInsesitiveFind(std::wstring(row.scopes), scope);
 }
 
 void EventManager::State::WaitForStoppers() {
@@ -186,20 +189,20 @@ void EventManager::StopDisabledDatasets(std::list<DataSet>& datasets, const std:
   {
     const std::lock_guard lock(state.list_lock);
     for (const auto& entry : state.monitors) {
-      const DatasetRow* row = state.services.datasets.FindByName(entry.first->GetName());
-      if (row == nullptr) continue;
-      if (!State::MayRun(*row, datasets, scope)) to_stop.push_back(row);
+      const Dataset* dataset = state.services.datasets.FindByName(entry.first->GetName());
+      if (dataset == nullptr) continue;
+      if (!State::MayRun(dataset->row, datasets, scope)) to_stop.push_back(&dataset->row);
     }
   }
   // Side by side: a monitor that is busy in a sample does not keep the others running.
   for (const DatasetRow* row : to_stop) {
     try {
-      State::Stopper stopper{row->name,
+      State::Stopper stopper{std::wstring(row->name),
                              state.services.runtime.MakeEvent(EventReset::kManual),
                              std::make_shared<std::atomic<bool>>(false),
                              {}};
       stopper.thread = state.services.runtime.StartThread(
-          "tvk-stop", [this, id = row->id, done = stopper.done, late = stopper.late] {
+          "tvk-stop", [this, id = std::wstring(row->id), done = stopper.done, late = stopper.late] {
             StopAndRemoveFromList(id);
             done->Set();
             const auto scope_changed = state_->CopyWakers().telemetry_scope;
@@ -207,7 +210,7 @@ void EventManager::StopDisabledDatasets(std::list<DataSet>& datasets, const std:
           });
       state.stoppers.push_back(std::move(stopper));
     } catch (const std::system_error&) {
-      StopAndRemoveFromList(row->id);
+      StopAndRemoveFromList(std::wstring(row->id));
     }
   }
   state.WaitForStoppers();

@@ -139,8 +139,8 @@ void EventManager::WaitForEventMonitorThreads() {
   constexpr wchar_t kThis[] = L"EventManager::WaitForEventMonitorThreads";
   State& state = *state_;
   for (const auto& [monitor, thread] : state.CopyList()) {
-    const DatasetRow* row = state.services.datasets.FindByName(monitor->GetName());
-    if (row != nullptr && row->rule == DatasetRule::kAlways) {
+    const Dataset* dataset = state.services.datasets.FindByName(monitor->GetName());
+    if (dataset != nullptr && dataset->row.rule == DatasetRule::kAlways) {
       state.log.d(L"%s it is null data set! %s: ", kThis, monitor->GetName());
       continue;
     }
@@ -209,14 +209,15 @@ void EventManager::StartMissingDatasets(TelemetryPolicy& policy) {
   OrderDatasets(policy.datasets);
   for (const DataSet& dataset : policy.datasets) {
     if (!state.initialized) return;
-    const DatasetRow* row = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
-    if (row == nullptr || !dataset.enabled || !filter.IsApplicable(dataset.applicability)) continue;
-    const bool runs = row->rule == DatasetRule::kUserProcess
+    const Dataset* known = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
+    if (known == nullptr || !dataset.enabled || !filter.IsApplicable(dataset.applicability)) continue;
+    const bool runs = known->row.rule == DatasetRule::kUserProcess
                           ? state.services.user_process_agent.UserProcessRuns()
                           : SearchMonitorList(dataset.name) || state.IsStopping(dataset.name);
     // The policy may be newer than the scope in force; a consent that it withdraws counts already.
-    const bool consented = String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope()) &&
-                           String::CaseInsesitiveFind(row->scopes, policy.telemetry_scope);
+    const std::wstring scopes(known->row.scopes);
+    const bool consented = String::CaseInsesitiveFind(scopes, get_Telemetry_Scope()) &&
+                           String::CaseInsesitiveFind(scopes, policy.telemetry_scope);
     if (!runs && consented) RunAndAddToList(dataset.id);
   }
 }
@@ -240,8 +241,8 @@ void EventManager::OnDeviceContextChanges() {
     for (const auto& entry : state.CopyList()) {
       if (!state.initialized) break;  // Stop waits for this thread
       // A monitor that a newer policy does not let run has only not been stopped yet: it writes nothing more.
-      const DatasetRow* row = state.services.datasets.FindByName(entry.first->GetName());
-      if (row != nullptr && State::MayRun(*row, policy.datasets, get_Telemetry_Scope())) {
+      const Dataset* dataset = state.services.datasets.FindByName(entry.first->GetName());
+      if (dataset != nullptr && State::MayRun(dataset->row, policy.datasets, get_Telemetry_Scope())) {
         state.CallMonitor(kThis, *entry.first, tell);
       }
     }
@@ -255,10 +256,10 @@ bool EventManager::ValidateDisplayEventWithNewPolicy() {
     state_->log.e(L"%s : GetTelemetryPolicy() return fail!", L"EventManager::ValidateDisplayEventWithNewPolicy");
     return false;
   }
-  const DatasetRow* row = state_->services.datasets.FindByName(kDisplayDataset);
+  const Dataset* display = state_->services.datasets.FindByName(kDisplayDataset);
   DataSet dataset;
-  if (row == nullptr || !SearchUpdatedConfig(row->id, policy.datasets, dataset)) return false;
+  if (display == nullptr || !SearchUpdatedConfig(std::wstring(display->row.id), policy.datasets, dataset)) return false;
   const EligibilityFilter filter(state_->services.machine_information.traits());
   return dataset.enabled && filter.IsApplicable(dataset.applicability) &&
-         String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope());
+         String::CaseInsesitiveFind(std::wstring(display->row.scopes), get_Telemetry_Scope());
 }

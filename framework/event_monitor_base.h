@@ -7,7 +7,7 @@
 
 #include "client/log/log.h"
 #include "client/records/records.h"
-#include "framework/dataset_identity.h"
+#include "framework/dataset_row.h"
 #include "framework/interval_report.h"
 #include "framework/monitor_services.h"
 #include "tvk/service_types.h"
@@ -119,10 +119,10 @@ class EventMonitorBase {
                                  std::wstring& current_id);
   /// Writes a new dataset context with `facts`; `current_id` becomes its id, whether or not the store took it. The
   /// store's result.
-  int WriteDatasetContext(const DatasetIdentity& dataset, const ItemData& facts, std::wstring& current_id);
+  int WriteDatasetContext(const DatasetRow& dataset, const ItemData& facts, std::wstring& current_id);
   /// Writes an item event. The store's result.
-  int WriteItemEvent(const DatasetIdentity& dataset, const std::wstring& dataset_context_id,
-                     const std::wstring& item_name, const std::wstring& item_id, ItemData data);
+  int WriteItemEvent(const DatasetRow& dataset, const std::wstring& dataset_context_id, const std::wstring& item_name,
+                     const std::wstring& item_id, ItemData data);
 
   const MonitorServices& services() const { return *services_; }
   SERVICE_STATUS_HANDLE service_status_handle() const { return service_status_handle_; }

@@ -10,7 +10,16 @@ namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 
-const DatasetIdentity kDataset{L"11111111-0000-4000-8000-000000000001", L"ProbeEvent", L"tvk/probe", L"probe"};
+constexpr DatasetRow kDataset{0,
+                              L"11111111-0000-4000-8000-000000000001",
+                              L"ProbeEvent",
+                              L"basic,full",
+                              DatasetRule::kByScope,
+                              L"Probe",
+                              L"tvk/probe",
+                              L"probe"};
+const std::wstring kId{kDataset.id};
+const std::wstring kName{kDataset.name};
 constexpr wchar_t kItem[] = L"22222222-0000-4000-8000-000000000002";
 
 /// Opens the base's helpers to the tests and remembers its settings.
@@ -36,7 +45,7 @@ class Probe final : public EventMonitorBase {
   void UnInitialize() override {}
   void StartMonitor(std::wstring /*name*/) override {}
   void StopMonitor() override {}
-  std::wstring GetName() const override { return kDataset.name; }
+  std::wstring GetName() const override { return kName; }
   void LogDatasetContext(bool /*anew*/) override {}
   int LogDevInitEvent() override { return 0; }
   bool UpdateThrottleParameters(std::map<std::wstring, std::wstring>& given) override {
@@ -75,7 +84,7 @@ TEST_F(EventMonitorBaseTest, AnItemIsDueWhenItsIntervalHasPassed) {
 
 TEST_F(EventMonitorBaseTest, TheLastReportIsSoughtInFourPlaces) {
   std::int64_t time = 7;
-  EXPECT_FALSE(probe_.getLastItemEventTimeStampWithFallback(kDataset.id, kItem, time));
+  EXPECT_FALSE(probe_.getLastItemEventTimeStampWithFallback(kId, kItem, time));
   EXPECT_EQ(time, 0);
   // From the last resort to the first choice; each is written a minute after the one before.
   std::wstring id;
@@ -94,7 +103,7 @@ TEST_F(EventMonitorBaseTest, TheLastReportIsSoughtInFourPlaces) {
     const std::int64_t now = world_.runtime.clock().NowSeconds();
     write();
     world_.runtime.AdvanceBy(10s);
-    EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kDataset.id, kItem, time));
+    EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kId, kItem, time));
     EXPECT_EQ(time, now);
   }
   EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(L"another dataset", kItem, time)) << "the device context";
@@ -104,22 +113,22 @@ TEST_F(EventMonitorBaseTest, TimesOfRecordsAreLocalAndNeverNegative) {
   EXPECT_EQ(probe_.GetTimeStamp("2026-01-31T09:05:00+0200"), probe_.GetTimeStamp("2026-01-31T09:05:00+0000"));
   const auto write = [&](const wchar_t* when) {
     ItemEvent event;
-    event.set_dataset_id(kDataset.id);
+    event.set_dataset_id(kId);
     event.set_item_id(kItem);
     event.set_item_time(when);
     EXPECT_EQ(life_.store.LogItemEvent(event), 0);
   };
   std::int64_t time = -5;
-  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kDataset.id, kItem, time));
+  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kId, kItem, time));
   EXPECT_EQ(time, world_.runtime.clock().NowSeconds());
   time = 7;
-  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kDataset.id, kItem, time));
+  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kId, kItem, time));
   EXPECT_EQ(time, 7);
   write(L"1955-01-01T00:00:00+0000");
   write(L"2026-01-31T09:05:00+0200");
-  EXPECT_TRUE(probe_.getLastItemEventTimeStamp(kDataset.id, kItem, time)) << "the earliest counts";
+  EXPECT_TRUE(probe_.getLastItemEventTimeStamp(kId, kItem, time)) << "the earliest counts";
   EXPECT_EQ(time, world_.runtime.clock().NowSeconds());
-  EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kDataset.id, kItem, time)) << "the last counts";
+  EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kId, kItem, time)) << "the last counts";
   EXPECT_EQ(time, probe_.GetTimeStamp("2026-01-31T09:05:00+0200"));
 }
 
@@ -149,7 +158,7 @@ TEST_F(EventMonitorBaseTest, WaitingForAnothersContextEndsOnStopAndTimeout) {
 
 TEST_F(EventMonitorBaseTest, ANewDatasetContextIsWrittenWhenAFactChanged) {
   std::wstring id;
-  EXPECT_TRUE(probe_.IsNewDatasetContextNeeded(kDataset.id, {}, false, id)) << "there is none";
+  EXPECT_TRUE(probe_.IsNewDatasetContextNeeded(kId, {}, false, id)) << "there is none";
   ASSERT_EQ(probe_.WriteDatasetContext(kDataset, {{L"a", L"1"}, {L"b", L"2"}}, id), 0);
   const std::wstring written = id;
   struct Row {
@@ -162,7 +171,7 @@ TEST_F(EventMonitorBaseTest, ANewDatasetContextIsWrittenWhenAFactChanged) {
                          Row{{{L"a", L"1"}}, true, true}}) {
     SCOPED_TRACE(testing::PrintToString(row.facts));
     id = L"before";
-    EXPECT_EQ(probe_.IsNewDatasetContextNeeded(kDataset.id, row.facts, row.anew, id), row.needed);
+    EXPECT_EQ(probe_.IsNewDatasetContextNeeded(kId, row.facts, row.anew, id), row.needed);
     EXPECT_EQ(id, row.needed ? L"before" : written);
   }
   EXPECT_EQ(life_.DatasetContexts().at(0).device_context_id(), L"DEVICE-CONTEXT");
@@ -176,7 +185,7 @@ TEST_F(EventMonitorBaseTest, ItemDataLoseEmptyAndUnknownValues) {
 }
 
 TEST_F(EventMonitorBaseTest, SettingsAreThoseOfTheFirstEntryWithExactlyThisId) {
-  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(kDataset.id));
+  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(kId));
   TelemetryPolicy policy = MakePolicy(L"full", {{L"abc", L"A"}, {L"ABC", L"B"}, {L"ABC", L"C"}});
   for (DataSet& dataset : policy.datasets)
     dataset.settings = {{L"name", dataset.name}};
@@ -200,10 +209,10 @@ TEST_F(EventMonitorBaseTest, DeviceInitIsNeededOnceForEachReason) {
     life_.manager.first_invocation = row.first;
     life_.manager.version_answer = row.version_answer;
     Probe probe(life_.services(), row.path_changed);
-    EXPECT_EQ(probe.IsNewDeviceInitNeeded(kDataset.id), row.needed);
+    EXPECT_EQ(probe.IsNewDeviceInitNeeded(kId), row.needed);
     if (!row.path_changed) continue;
     probe.SetDevicePathChanged(false);
-    EXPECT_FALSE(probe.IsNewDeviceInitNeeded(kDataset.id));
+    EXPECT_FALSE(probe.IsNewDeviceInitNeeded(kId));
   }
 }
 

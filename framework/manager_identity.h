@@ -3,9 +3,13 @@
 
 #include <string>
 
+#include "tvk/service_types.h"
+
 /// Implemented by the event manager. Any thread may call it at any time.
 class ManagerIdentity {
  public:
+  /// Of the hosting service; null in a console and where there are none.
+  virtual SERVICE_STATUS_HANDLE get_svrHandle() = 0;
   /// Schema version of the records, "2.0".
   virtual std::wstring get_schema_ver() = 0;
   /// Id of the device context in force; empty before the first was built.

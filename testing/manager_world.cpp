@@ -74,27 +74,27 @@ class ScriptedMonitor final : public EventMonitorBase {
 }  // namespace
 
 DatasetTable ScriptedDatasets(MonitorScript& script) {
-  std::vector<DatasetRow> rows = ComponentDatasets();
-  for (DatasetRow& row : rows) {
+  std::vector<Dataset> datasets;
+  for (const DatasetRow& row : kDatasetRows) {
+    datasets.push_back({row});
     if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) continue;
-    row.factory = [&script, name = row.name](SERVICE_STATUS_HANDLE, bool, const MonitorServices& services) {
+    datasets.back().factory = [&script, name = std::wstring(row.name)](const MonitorServices& services) {
       if (script.failure == std::pair(name, Place::kMake)) throw std::runtime_error("told to fail");
       return std::make_unique<ScriptedMonitor>(services, script, name);
     };
   }
-  return DatasetTable(std::move(rows));
+  return DatasetTable(std::move(datasets));
 }
 
 std::wstring IdOf(const std::wstring& dataset_name) {
-  const std::vector<DatasetRow> rows = ComponentDatasets();
-  const auto row = std::ranges::find(rows, dataset_name, &DatasetRow::name);
-  return row == rows.end() ? std::wstring() : row->id;
+  const auto* const row = std::ranges::find(kDatasetRows, dataset_name, &DatasetRow::name);
+  return row == kDatasetRows.end() ? std::wstring() : std::wstring(row->id);
 }
 
 TelemetryPolicy PolicyOf(const std::wstring& scope, std::vector<std::wstring> dataset_names) {
   std::vector<std::pair<std::wstring, std::wstring>> datasets;
   if (dataset_names.empty()) {
-    for (const DatasetRow& row : ComponentDatasets())
+    for (const DatasetRow& row : kDatasetRows)
       datasets.emplace_back(row.id, row.name);
   }
   for (const std::wstring& name : dataset_names)

@@ -20,7 +20,7 @@ ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine,
       region_information(machine, runtime.clock()),
       tvk_info(TVK::System::GetTime(runtime.clock())),
       second_tick_(runtime),
-      services_{runtime, machine, store, config, machine_information, tvk_info, manager, second_tick_} {
+      services_{runtime, machine, store, config, machine_information, tvk_info, manager, second_tick_, consent} {
   store.SetRecordListener([this](TVK::RecordKind kind, const std::string& json) { Collect(kind, json); });
 }
 

@@ -5,12 +5,14 @@
 //   world.config.SetPolicy(policy);
 //   ServiceLife life(world);
 //   {
-//     RunningMonitor monitor(world.runtime, std::make_unique<CpuEventMonitor>(nullptr, false, life.services(), &info));
+//     RunningMonitor monitor(world.runtime, std::make_unique<CpuEventMonitor>(life.services()));
 //     world.runtime.AdvanceBy(1min);
 //   }
 //   EXPECT_EQ(life.Items(L"ReadUsagePerInterval").size(), 1u);
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -57,6 +59,7 @@ class SettableConfigAgent final : public IConfigAgent {
 /// The manager as monitors see it, without one. Set it before monitors run.
 class FakeManagerIdentity final : public ManagerIdentity {
  public:
+  SERVICE_STATUS_HANDLE get_svrHandle() override { return nullptr; }
   std::wstring get_schema_ver() override { return L"2.0"; }
   std::wstring get_device_context_id() override { return L"DEVICE-CONTEXT"; }
   bool get_FirstInvocation() override { return first_invocation; }
@@ -65,6 +68,18 @@ class FakeManagerIdentity final : public ManagerIdentity {
 
   bool first_invocation = false;
   int version_answer = 0;
+};
+
+/// A consent that the test gives and withdraws. Any thread.
+class SettableConsent final : public Consent {
+ public:
+  bool Admits(const DatasetRow& /*row*/) override { return given; }
+  bool WriteIfAdmitted(const DatasetRow& /*row*/, const std::function<void()>& write) override {
+    if (given) write();
+    return given;
+  }
+
+  std::atomic<bool> given = true;
 };
 
 /// The world outside of the service. It outlives every life of it.
@@ -99,6 +114,7 @@ class ServiceLife {
   std::vector<DeviceContext> DeviceContexts() const { return Copy(device_contexts_); }
 
   FakeManagerIdentity manager;
+  SettableConsent consent;
   TVK::EventDataLogging store;
   MachineInformation machine_information;
   RegionInformation region_information;

@@ -9,8 +9,8 @@ namespace {
 
 using TVK::String;
 
-bool HoldsId(const DataSet& dataset, const DatasetRow& row) {
-  return String::ToUpper(dataset.id).find(row.id) != std::wstring::npos;
+bool HoldsId(const DataSet& entry, const DatasetRow& row) {
+  return String::ToUpper(entry.id).find(row.id) != std::wstring::npos;
 }
 
 /// Whether policies may speak of the dataset at all.
@@ -31,10 +31,11 @@ class Checker {
     std::size_t index = 0;
     for (const DataSet& dataset : policy_.datasets)
       report_.datasets.push_back(Check(dataset, Path(index++)));
-    for (const DatasetRow& row : table_.rows()) {
-      if (row.rule != DatasetRule::kAlways || seen_.contains(&row)) continue;
-      DatasetCheck check{row.id, row.name, {}, DatasetState::kRuns, row.collects, {}};
-      ReadSettings(row, check);
+    for (const Dataset& known : table_.datasets()) {
+      if (known.row.rule != DatasetRule::kAlways || seen_.contains(&known)) continue;
+      DatasetCheck check{
+          std::wstring(known.row.id), std::wstring(known.row.name), {}, DatasetState::kRuns, known.collects, {}};
+      ReadSettings(known, check);
       report_.datasets.push_back(std::move(check));
     }
   }
@@ -55,21 +56,21 @@ class Checker {
   }
 
   // The dataset that the entry means: one that it switches, or one that runs anyway.
-  const DatasetRow* RowOf(const DataSet& dataset) const {
-    if (const DatasetRow* const row = table_.FindForPolicy(dataset.id, dataset.name)) return row;
-    const DatasetRow* const row = table_.FindByName(dataset.name);
-    const bool always = row != nullptr && row->rule == DatasetRule::kAlways && HoldsId(dataset, *row);
+  const Dataset* RowOf(const DataSet& dataset) const {
+    if (const Dataset* const row = table_.FindForPolicy(dataset.id, dataset.name)) return row;
+    const Dataset* const row = table_.FindByName(dataset.name);
+    const bool always = row != nullptr && row->row.rule == DatasetRule::kAlways && HoldsId(dataset, row->row);
     return always ? row : nullptr;
   }
 
   DatasetCheck Check(const DataSet& dataset, const std::string& path) {
     DatasetCheck check{dataset.id, dataset.name, path, DatasetState::kUnknownId, false, {}};
-    const DatasetRow* const row = RowOf(dataset);
+    const Dataset* const row = RowOf(dataset);
     if (row == nullptr) {
       CheckUnmatched(dataset, check);
       return check;
     }
-    const DataSet* const source = policy_.FindSettings(row->id);
+    const DataSet* const source = policy_.FindSettings(std::wstring(row->row.id));
     if (!seen_.insert(row).second) {
       check.state = DatasetState::kDuplicate;
       AddProblem(path + ".id", source == &dataset
@@ -78,13 +79,15 @@ class Checker {
       return check;
     }
     check.collects = row->collects;
-    check.state = StateOf(dataset, *row);
+    check.state = StateOf(dataset, row->row);
     // A monitor finds its settings by the exact id, while the dataset is started by a looser comparison.
     if (source == nullptr) {
-      AddProblem(path + ".id", L"the settings are found only under the id as it is written: \"" + row->id + L"\"");
+      AddProblem(path + ".id",
+                 L"the settings are found only under the id as it is written: \"" + std::wstring(row->row.id) + L"\"");
     } else if (source != &dataset) {
       AddProblem(path + ".id", L"the settings in force are those of " + String::UTF8ToUTF16(PathOf(*source)) +
-                                   L", the first entry with the id as it is written: \"" + row->id + L"\"");
+                                   L", the first entry with the id as it is written: \"" + std::wstring(row->row.id) +
+                                   L"\"");
     }
     ReadSettings(*row, check);
     return check;
@@ -92,35 +95,36 @@ class Checker {
 
   void CheckUnmatched(const DataSet& dataset, DatasetCheck& check) {
     const auto named =
-        std::ranges::find_if(table_.rows(), [&](const DatasetRow& row) { return HoldsId(dataset, row); });
-    if (named == table_.rows().end()) {
+        std::ranges::find_if(table_.datasets(), [&](const Dataset& known) { return HoldsId(dataset, known.row); });
+    if (named == table_.datasets().end()) {
       AddProblem(check.path + ".id", L"no dataset has the id \"" + dataset.id + L"\"");
       return;
     }
-    if (!IsListed(*named)) {
+    if (!IsListed(named->row)) {
       check.state = DatasetState::kNotSwitched;
       AddProblem(check.path + ".id", L"policies do not switch this dataset; the entry has no effect");
       return;
     }
     check.state = DatasetState::kNameMismatch;
-    AddProblem(check.path + ".name", L"the dataset of this id is named \"" + named->name + L"\", not \"" +
-                                         dataset.name + L"\"; it does not run");
+    AddProblem(check.path + ".name", L"the dataset of this id is named \"" + std::wstring(named->row.name) +
+                                         L"\", not \"" + dataset.name + L"\"; it does not run");
   }
 
   DatasetState StateOf(const DataSet& dataset, const DatasetRow& row) const {
     if (row.rule == DatasetRule::kAlways) return DatasetState::kRuns;
     if (!dataset.enabled) return DatasetState::kDisabled;
     if (!policy_applies_ || !device_.IsApplicable(dataset.applicability)) return DatasetState::kNotApplicable;
-    const bool in_scope = row.rule == DatasetRule::kAnyScope || String::CaseInsesitiveFind(row.scopes, report_.scope);
+    const bool in_scope = row.rule == DatasetRule::kStartsAtAnyScope ||
+                          String::CaseInsesitiveFind(std::wstring(row.scopes), report_.scope);
     return in_scope ? DatasetState::kRuns : DatasetState::kScope;
   }
 
-  void ReadSettings(const DatasetRow& row, DatasetCheck& check) {
-    const DataSet* const source = policy_.FindSettings(row.id);
+  void ReadSettings(const Dataset& known, DatasetCheck& check) {
+    const DataSet* const source = policy_.FindSettings(std::wstring(known.row.id));
     const SettingTexts settings = source == nullptr ? SettingTexts() : source->settings;
-    if (row.read_settings) {
-      check.settings = row.read_settings(settings);
-    } else if (row.collects) {
+    if (known.read_settings) {
+      check.settings = known.read_settings(settings);
+    } else if (known.collects) {
       AddUnknownSettings(settings, check.settings);
     } else {
       for (const auto& [key, text] : settings) {
@@ -145,7 +149,7 @@ class Checker {
   PolicyReport& report_;
   ProblemList& problems_;
   bool policy_applies_ = false;
-  std::set<const DatasetRow*> seen_;
+  std::set<const Dataset*> seen_;
 };
 
 }  // namespace

@@ -12,22 +12,19 @@
 
 namespace {
 
+constexpr DatasetRow kCpu{1, L"AAAA-1", L"CPUEvent", L"basic, enhance,full", DatasetRule::kByScope, L"Cpu"};
+constexpr DatasetRow kLate{2, L"BBBB-2", L"LateEvent", L"full", DatasetRule::kByScope, L"Late"};
+constexpr DatasetRow kPlain{3, L"CCCC-3", L"PlainEvent", L"full", DatasetRule::kStartsAtAnyScope, L"Plain"};
+constexpr DatasetRow kPowerRow{4, L"DDDD-4", L"PowerEvent", L"none,full", DatasetRule::kAlways, L"Power"};
+constexpr DatasetRow kApp{5, L"EEEE-5", L"AppEvent", L"", DatasetRule::kApplication, L"App"};
+
 const DatasetTable& Known() {
-  using enum DatasetRule;
-  static const DatasetTable table({
-      {1,
-       L"AAAA-1",
-       L"CPUEvent",
-       L"basic, enhance,full",
-       kByScope,
-       {},
-       [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; },
-       true},
-      {2, L"BBBB-2", L"LateEvent", L"full", kByScope, {}},
-      {3, L"CCCC-3", L"PlainEvent", L"full", kAnyScope, {}, {}, true},
-      {4, L"DDDD-4", L"PowerEvent", L"none,full", kAlways, {}},
-      {5, L"EEEE-5", L"AppEvent", L"", kApplication, {}},
-  });
+  static const DatasetTable table(
+      {{kCpu, {}, [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }, true},
+       {kLate},
+       {kPlain, {}, {}, true},
+       {kPowerRow},
+       {kApp}});
   return table;
 }
 

@@ -7,12 +7,6 @@
 
 namespace {
 
-const DatasetIdentity& Identity() {
-  static const DatasetIdentity identity{CpuEventMonitor::dataset_id, CpuEventMonitor::dataset_name, L"tvk/cpu",
-                                        L"device-activity"};
-  return identity;
-}
-
 constexpr wchar_t kNearCapacity[] = L"CPUNearCapacity";
 constexpr wchar_t kUsagePerInterval[] = L"ReadUsagePerInterval";
 constexpr int kSamplesOfPeakCheck = 5;
@@ -27,10 +21,9 @@ const std::map<std::wstring, std::wstring> CpuEventMonitor::ITEM_EVENT_CONTEXT =
     {kUsagePerInterval, L"8D5CE35C-2FDF-44A2-8CBD-558E85983868"},
 };
 
-CpuEventMonitor::CpuEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
-                                 const MonitorServices& monitor_services, CPUInfo* info)
-    : EventMonitorBase(handle, device_path_changed, monitor_services),
-      collector_(info),
+CpuEventMonitor::CpuEventMonitor(const MonitorServices& monitor_services)
+    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
+      collector_(monitor_services.machine),
       dataset_context_event_(monitor_services.runtime
                                  .MakeNamedEvent(L"CPUEvent_LogDatasetContext", platform::EventReset::kManual, false,
                                                  platform::EventAccess::kServiceOnly)
@@ -59,7 +52,7 @@ void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent()) return;
   log_.d(L"CpuEventMonitor::StartMonitor Entry");
   Initialize();
-  const int error = collector_->GetCpuInformation(facts_);
+  const int error = collector_.GetCpuInformation(facts_);
   if (error != 0) {
     log_.d(L"CpuEventMonitor::StartMonitor GetCpuInformation failed! retid=%d", error);
     return;
@@ -146,7 +139,7 @@ void CpuEventMonitor::LogDatasetContext(bool new_context_needed) {
   const bool needed = IsNewDatasetContextNeeded(dataset_id, facts, new_context_needed, dataset_context_id_);
   log_.d(L"CpuEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.", needed ? L"true" : L"false");
   if (needed) {
-    const int error = WriteDatasetContext(Identity(), facts, dataset_context_id_);
+    const int error = WriteDatasetContext(kRow, facts, dataset_context_id_);
     if (error != 0) log_.e(L"CpuEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
   }
   if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
@@ -159,11 +152,11 @@ std::wstring CpuEventMonitor::DatasetContextId() {
 
 int CpuEventMonitor::LogDevInitEvent() {
   if (!cpu_info_loaded_) return 0;
-  return WriteItemEvent(Identity(), DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+  return WriteItemEvent(kRow, DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
 }
 
 int CpuEventMonitor::LogItemEvent(int usage, const std::wstring& item_name) {
-  return WriteItemEvent(Identity(), DatasetContextId(), item_name, ITEM_EVENT_CONTEXT.at(item_name),
+  return WriteItemEvent(kRow, DatasetContextId(), item_name, ITEM_EVENT_CONTEXT.at(item_name),
                         {{L"CPUUtilization", Int2Wstring(usage)}});
 }
 
@@ -177,7 +170,7 @@ void CpuEventMonitor::ReadUsagePerInterval() {
     return;
   }
   if (isTelemetryScopeNone()) return;
-  const int usage = std::min(collector_->GetCpuUsageInt(), 100);
+  const int usage = std::min(collector_.GetCpuUsageInt(), 100);
   const int error = LogItemEvent(usage, kUsagePerInterval);
   if (error != 0) log_.e(L"CpuEventMonitor LogItemEvent(%s) return error: %d", kUsagePerInterval, error);
 }
@@ -185,8 +178,8 @@ void CpuEventMonitor::ReadUsagePerInterval() {
 SecondTick::Work CpuEventMonitor::CpuCheckEntry() {
   // Nobody consents any more, and the stop is on its way.
   if (!cpu_info_loaded_ || isTelemetryScopeNone()) return nullptr;
-  collector_->GetCpuUsageInt();  // what happened before this check is not its business
-  const int sample = collector_->GetCpuUsageInt();
+  collector_.GetCpuUsageInt();  // what happened before this check is not its business
+  const int sample = collector_.GetCpuUsageInt();
   if (sample < peak_threshold_) return nullptr;
   return [this, sample] { FollowPeak(sample); };
 }
@@ -202,7 +195,7 @@ void CpuEventMonitor::FollowPeak(int sample) {
     }
     if (samples == kSamplesOfPeakCheck) break;
     if (isTelemetryScopeNone()) return;
-    sample = collector_->GetCpuUsageInt();
+    sample = collector_.GetCpuUsageInt();
     if (sample < peak_threshold_) return;
   }
   if (isTelemetryScopeNone()) return;  // withdrawn while the check ran

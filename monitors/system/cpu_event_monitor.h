@@ -15,17 +15,16 @@
 /// the peak must last.
 class CpuEventMonitor final : public EventMonitorBase {
  public:
-  inline static const std::wstring dataset_id = L"9492447A-FCAC-428E-B7A8-7F7918199480";
-  inline static const std::wstring dataset_name = L"CPUEvent";
-  inline static const std::wstring telemtry_scope_supported = L"basic,enhance,full";
+  static constexpr const DatasetRow& kRow = DatasetRowNamed(L"CPUEvent");
+  inline static const std::wstring dataset_id{kRow.id};
+  inline static const std::wstring dataset_name{kRow.name};
+  inline static const std::wstring telemtry_scope_supported{kRow.scopes};
   inline static const std::wstring regexForReadUsageInterval = L"^\\d+(m|h|d)$";
   inline static const std::wstring regexForCPUPeakThresholdDuration = L"^\\d+(ms|s|m)$";
   /// Item name to item id.
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
-  /// `info` must outlive the monitor.
-  CpuEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed, const MonitorServices& services,
-                  CPUInfo* info);
+  explicit CpuEventMonitor(const MonitorServices& services);
   ~CpuEventMonitor() override;
   CpuEventMonitor(const CpuEventMonitor&) = delete;
   CpuEventMonitor& operator=(const CpuEventMonitor&) = delete;
@@ -67,7 +66,7 @@ class CpuEventMonitor final : public EventMonitorBase {
   void FollowPeak(int sample);
   std::wstring DatasetContextId();
 
-  CPUInfo* const collector_;
+  CPUInfo collector_;
   const std::unique_ptr<platform::Event> dataset_context_event_;
   std::atomic<bool> cpu_info_loaded_ = false;
   std::atomic<bool> follows_settings_ = false;  ///< Not before the dataset context that the reports refer to.

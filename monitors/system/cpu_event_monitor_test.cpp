@@ -36,7 +36,7 @@ class CpuEventMonitorTest : public testing::Test {
     life_.reset();
     life_.emplace(world_);
     life_->manager.version_answer = version_answer;
-    monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(nullptr, false, life_->services(), &info_));
+    monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(life_->services()));
   }
   void Change(std::map<std::wstring, std::wstring> settings) {
     SetSettings(std::move(settings));
@@ -266,7 +266,7 @@ TEST_F(CpuEventMonitorTest, AMachineWithoutTheUtilityCounterReportsTheTimeCounte
 
 TEST_F(CpuEventMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
   ServiceLife life(world_);
-  CpuEventMonitor monitor(nullptr, false, life.services(), &info_);
+  CpuEventMonitor monitor(life.services());
   monitor.StopMonitor();
   monitor.StartMonitor(L"test");
   monitor.ReadAndUpdateDatasetSettings();

@@ -13,12 +13,6 @@ using TVK::String;
 
 namespace {
 
-const DatasetIdentity& Identity() {
-  static const DatasetIdentity identity{MemoryEventMonitor::dataset_id, MemoryEventMonitor::dataset_name, L"tvk/memory",
-                                        L"device-activity"};
-  return identity;
-}
-
 constexpr wchar_t kUsagePerInterval[] = L"MemoryUsagePerInterval";
 constexpr wchar_t kContextUpdated[] = L"MemoryEvent context updated";
 constexpr wchar_t kChange[] = L"Memory change";
@@ -53,9 +47,8 @@ const std::map<std::wstring, std::wstring> MemoryEventMonitor::ITEM_EVENT_CONTEX
     {L"Memory test", L"B86E9BA0-5811-481C-9D14-F22BBF2E3579"},
 };
 
-MemoryEventMonitor::MemoryEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
-                                       const MonitorServices& monitor_services)
-    : EventMonitorBase(handle, device_path_changed, monitor_services),
+MemoryEventMonitor::MemoryEventMonitor(const MonitorServices& monitor_services)
+    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
       dataset_context_event_(monitor_services.runtime
                                  .MakeNamedEvent(L"MemoryEvent_LogDatasetContext", platform::EventReset::kManual, false,
                                                  platform::EventAccess::kServiceOnly)
@@ -172,7 +165,7 @@ void MemoryEventMonitor::LogDatasetContext(bool new_context_needed) {
         L"%s.",
         needed ? L"true" : L"false", services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false");
     if (needed) {
-      const int error = WriteDatasetContext(Identity(), facts_, dataset_context_id_);
+      const int error = WriteDatasetContext(kRow, facts_, dataset_context_id_);
       if (error != 0) log_.e(L"MemoryEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
     }
     memory_changed = described_before && facts_differ;
@@ -191,7 +184,7 @@ std::wstring MemoryEventMonitor::DatasetContextId() {
 
 int MemoryEventMonitor::LogDevInitEvent() {
   if (!facts_known_) return 0;
-  return WriteItemEvent(Identity(), DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+  return WriteItemEvent(kRow, DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
 }
 
 int MemoryEventMonitor::LogItemEvent(const std::wstring& memory_event, ItemData data) {
@@ -203,7 +196,7 @@ int MemoryEventMonitor::LogItemEvent(const std::wstring& memory_event, ItemData 
         memory_event);
     return -1;
   }
-  const int error = WriteItemEvent(Identity(), DatasetContextId(), item->first, item->second, std::move(data));
+  const int error = WriteItemEvent(kRow, DatasetContextId(), item->first, item->second, std::move(data));
   if (error != 0) log_.e(L"MemoryEventMonitor LogItemEvent(%s) return error: %d", memory_event, error);
   return error;
 }

@@ -22,14 +22,15 @@
 /// The look of each second is one of the shared tick's; the report thread wakes only to write a change.
 class MemoryEventMonitor final : public EventMonitorBase {
  public:
-  inline static const std::wstring dataset_id = L"3267A6D2-D6FD-4C29-87E7-9BF83E459C29";
-  inline static const std::wstring dataset_name = L"MemoryEvent";
-  inline static const std::wstring telemtry_scope_supported = L"enhance,full";
+  static constexpr const DatasetRow& kRow = DatasetRowNamed(L"MemoryEvent");
+  inline static const std::wstring dataset_id{kRow.id};
+  inline static const std::wstring dataset_name{kRow.name};
+  inline static const std::wstring telemtry_scope_supported{kRow.scopes};
   inline static const std::wstring regexForReadUsageInterval = L"^\\d+(m|h|d)$";
   /// Item name to item id. "Memory test" is published, and written by nothing in this version.
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
-  MemoryEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed, const MonitorServices& services);
+  explicit MemoryEventMonitor(const MonitorServices& services);
   ~MemoryEventMonitor() override;
   MemoryEventMonitor(const MemoryEventMonitor&) = delete;
   MemoryEventMonitor& operator=(const MemoryEventMonitor&) = delete;

@@ -29,7 +29,7 @@ class MemoryEventMonitorTest : public testing::Test {
   /// Ends the monitor that runs, if any, and starts another one.
   void Start() {
     monitor_.reset();
-    monitor_.emplace(world_.runtime, std::make_unique<MemoryEventMonitor>(nullptr, false, life_->services()));
+    monitor_.emplace(world_.runtime, std::make_unique<MemoryEventMonitor>(life_->services()));
     world_.runtime.Settle();
   }
   /// Another run of the service on the same records.
@@ -163,7 +163,7 @@ TEST_F(MemoryEventMonitorTest, ChangedModulesAreReportedOnceAndOtherContextsAreN
 }
 
 TEST_F(MemoryEventMonitorTest, AStopBeforeTheStartLeavesNoThread) {
-  MemoryEventMonitor monitor(nullptr, false, life_->services());
+  MemoryEventMonitor monitor(life_->services());
   monitor.StopMonitor();
   monitor.StartMonitor(L"test");
   EXPECT_TRUE(world_.runtime.Threads().empty());

@@ -5,12 +5,6 @@
 
 namespace {
 
-const DatasetIdentity& Identity() {
-  static const DatasetIdentity identity{SystemBiosEventMonitor::dataset_id, SystemBiosEventMonitor::dataset_name,
-                                        L"tvk/systembios", L"device-activity"};
-  return identity;
-}
-
 constexpr wchar_t kReadInfoPerBoot[] = L"ReadInfoPerBoot";
 
 // In this order. The start of the kernel comes first, since it lies before the start of every service: a later record
@@ -28,9 +22,8 @@ const std::map<std::wstring, std::wstring> SystemBiosEventMonitor::ITEM_EVENT_CO
     {kReadInfoPerBoot, L"D385ED5A-E1CF-4D30-8CBE-DF063D4200F6"},
 };
 
-SystemBiosEventMonitor::SystemBiosEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
-                                               const MonitorServices& monitor_services)
-    : EventMonitorBase(handle, device_path_changed, monitor_services),
+SystemBiosEventMonitor::SystemBiosEventMonitor(const MonitorServices& monitor_services)
+    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
       dataset_context_event_(monitor_services.runtime
                                  .MakeNamedEvent(L"SystemBIOSEvent_LogDatasetContext", platform::EventReset::kManual,
                                                  false, platform::EventAccess::kServiceOnly)
@@ -106,7 +99,7 @@ void SystemBiosEventMonitor::LogDatasetContext(bool new_context_needed) {
   const bool needed = IsNewDatasetContextNeeded(dataset_id, facts, new_context_needed, dataset_context_id_);
   log_.d(L"SystemBiosEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.", needed ? L"true" : L"false");
   if (needed) {
-    const int error = WriteDatasetContext(Identity(), facts, dataset_context_id_);
+    const int error = WriteDatasetContext(kRow, facts, dataset_context_id_);
     if (error != 0) log_.e(L"SystemBiosEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
   }
   if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
@@ -119,12 +112,12 @@ std::wstring SystemBiosEventMonitor::DatasetContextId() {
 
 int SystemBiosEventMonitor::LogDevInitEvent() {
   if (!facts_known_) return 0;
-  return WriteItemEvent(Identity(), DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+  return WriteItemEvent(kRow, DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
 }
 
 int SystemBiosEventMonitor::LogItemEvent(const SystemBiosInfo& info) {
-  const int error = WriteItemEvent(Identity(), DatasetContextId(), kReadInfoPerBoot,
-                                   ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot), info.ToItemData());
+  const int error = WriteItemEvent(kRow, DatasetContextId(), kReadInfoPerBoot, ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot),
+                                   info.ToItemData());
   if (error != 0) log_.e(L"%s : LogItemEvent return error: %d", L"SystemBiosEventMonitor::LogItemEvent", error);
   return error;
 }

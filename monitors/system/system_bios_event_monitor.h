@@ -18,13 +18,14 @@
 /// device-initialisation is due, so that a second start in one boot writes nothing.
 class SystemBiosEventMonitor final : public EventMonitorBase {
  public:
-  inline static const std::wstring dataset_id = L"A65D4288-B384-45EC-8EE5-2DC5E81A7C8C";
-  inline static const std::wstring dataset_name = L"SystemBIOSEvent";
-  inline static const std::wstring telemtry_scope_supported = L"basic,enhance,full";
+  static constexpr const DatasetRow& kRow = DatasetRowNamed(L"SystemBIOSEvent");
+  inline static const std::wstring dataset_id{kRow.id};
+  inline static const std::wstring dataset_name{kRow.name};
+  inline static const std::wstring telemtry_scope_supported{kRow.scopes};
   /// Item name to item id.
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
-  SystemBiosEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed, const MonitorServices& services);
+  explicit SystemBiosEventMonitor(const MonitorServices& services);
   ~SystemBiosEventMonitor() override;
   SystemBiosEventMonitor(const SystemBiosEventMonitor&) = delete;
   SystemBiosEventMonitor& operator=(const SystemBiosEventMonitor&) = delete;

@@ -34,7 +34,7 @@ class SystemBiosEventMonitorTest : public testing::Test {
   Records Run(bool first_invocation = false, bool device_changes = false) {
     ServiceLife life(world_);
     life.manager.first_invocation = first_invocation;
-    RunningMonitor monitor(world_.runtime, std::make_unique<SystemBiosEventMonitor>(nullptr, false, life.services()));
+    RunningMonitor monitor(world_.runtime, std::make_unique<SystemBiosEventMonitor>(life.services()));
     world_.runtime.AdvanceBy(hours(1));
     EXPECT_TRUE(world_.runtime.Threads().empty());
     if (device_changes) monitor->OnDeviceContextChanges(true);
