@@ -9,6 +9,7 @@
 
 #include "client/text/string.h"
 #include "monitors/system/cpu_event_monitor.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/manager_world.h"
 
 namespace {
@@ -18,7 +19,7 @@ using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): 
 TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
   MonitorWorld world;
   ServiceLife life(world);
-  CPUInfo cpu_info(world.machine);
+  CPUInfo cpu_info(world.machine.processors());
   const DatasetTable table = MakeComponentDatasets(cpu_info);
   std::set<std::wstring> ids;
   std::set<std::wstring> names;
@@ -42,7 +43,7 @@ TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
 std::vector<std::wstring> Live(const TelemetryPolicy& policy, std::chrono::hours time) {
   MonitorWorld world;
   world.config.SetPolicy(policy);
-  CPUInfo cpu_info(world.machine);
+  CPUInfo cpu_info(world.machine.processors());
   const DatasetTable table = MakeComponentDatasets(cpu_info);
   ManagerLife life(world, table);
   life.Start();

@@ -70,7 +70,7 @@ class Run {
   int PolicyCheck() const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    CPUInfo cpu_info(*machine);
+    CPUInfo cpu_info(machine->processors());
     PolicyCheckOptions options;
     options.file = platform::PathFromUtf8(texts_.policy_file);
     if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
@@ -84,7 +84,7 @@ class Run {
   int PolicyApply() const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    CPUInfo cpu_info(*machine);
+    CPUInfo cpu_info(machine->processors());
     PolicyApplyOptions options;
     options.file = platform::PathFromUtf8(texts_.policy_file);
     options.target =
