@@ -23,7 +23,7 @@ const std::map<std::wstring, std::wstring> CpuEventMonitor::ITEM_EVENT_CONTEXT =
 
 CpuEventMonitor::CpuEventMonitor(const MonitorServices& monitor_services)
     : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
-      collector_(monitor_services.machine),
+      collector_(monitor_services.machine.processors()),
       dataset_context_event_(monitor_services.runtime
                                  .MakeNamedEvent(L"CPUEvent_LogDatasetContext", platform::EventReset::kManual, false,
                                                  platform::EventAccess::kServiceOnly)

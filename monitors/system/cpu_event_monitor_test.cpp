@@ -7,6 +7,7 @@
 #include "client/text/record_time.h"
 #include "client/text/string.h"
 #include "monitors/system/cpu_settings.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -28,7 +29,7 @@ class CpuEventMonitorTest : public testing::Test {
     world_.config.SetSettings(CpuEventMonitor::dataset_name, std::move(settings));
   }
   void SetLoad(std::optional<std::int32_t> load) {
-    world_.machine.Change([&](auto& state) { state.processor_load = [load] { return load; }; });
+    world_.machine.processors().Change([&](auto& state) { state.load = [load] { return load; }; });
   }
   /// Another run of the service, on the records of those before.
   void StartLife(int version_answer = 0) {
@@ -63,7 +64,7 @@ class CpuEventMonitorTest : public testing::Test {
 
   MonitorWorld world_;
   const std::int64_t start_ = world_.runtime.clock().NowSeconds();
-  CPUInfo info_{world_.machine};
+  CPUInfo info_{world_.machine.processors()};
   std::optional<ServiceLife> life_;
   std::optional<RunningMonitor> monitor_;
 };
@@ -161,8 +162,8 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
     SetLoad(0);
     StartLife();
     world_.runtime.AdvanceBy(500ms);
-    world_.machine.Change([&](auto& state) {
-      state.processor_load = [&samples] {
+    world_.machine.processors().Change([&](auto& state) {
+      state.load = [&samples] {
         const int sample = samples.empty() ? 0 : samples.front();
         if (!samples.empty()) samples.pop_front();
         return std::optional<std::int32_t>(sample);
@@ -236,7 +237,7 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
        }) {
     SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
     world_.logs.Clear();
-    world_.machine.Change([&](auto& state) { state.topology_script = row.script; });
+    world_.machine.processors().Change([&](auto& state) { state.topology_script = row.script; });
     StartLife();
     world_.runtime.AdvanceBy(61s);
     EXPECT_EQ(world_.logs.Count(L"GetCpuInformation-GetLogicalProcessorInformation failed 5,retryCount="), row.retries);
@@ -251,16 +252,16 @@ TEST_F(CpuEventMonitorTest, AMachineWithoutTheUtilityCounterReportsTheTimeCounte
   SetLoad(42);
   for (const auto& [time_error, messages, usage] : {std::tuple(0, 1u, 42), std::tuple(7, 2u, 0)}) {
     world_.logs.Clear();
-    world_.machine.Change([&, error = time_error](auto& state) {
-      state.processor_utility_error = -1073738824;
-      state.processor_time_error = error;
+    world_.machine.processors().Change([&, error = time_error](auto& state) {
+      state.utility_error = -1073738824;
+      state.time_error = error;
     });
     EXPECT_EQ(info_.GetCpuUsageInt(), usage);
     EXPECT_EQ(info_.GetCpuUsageInt(), usage);
     EXPECT_EQ(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), messages) << "once, not at every sample";
     info_.CleanUp();
   }
-  world_.machine.Change([](auto& state) { state.processor_utility_error = state.processor_time_error = 0; });
+  world_.machine.processors().Change([](auto& state) { state.utility_error = state.time_error = 0; });
   EXPECT_EQ(info_.GetCpuUsageInt(), 42) << "the next try opens it";
 }
 

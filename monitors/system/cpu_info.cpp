@@ -13,16 +13,16 @@ constexpr int kNoEntries = -2;
 
 }  // namespace
 
-CPUInfo::CPUInfo(platform::Machine& machine) : machine_(machine) {
+CPUInfo::CPUInfo(platform::Processors& processors) : processors_(processors) {
   TVK::utility::InitLog(log_, L"CpuEventMonitor.log", 4);
 }
 
 void CPUInfo::OpenCounter() {
   opened_ = true;
-  platform::ProcessorLoadOpening opening = machine_.OpenProcessorUtility();
+  platform::ProcessorLoadOpening opening = processors_.OpenUtility();
   if (opening.reader == nullptr) {
     log_.e(L"CPUInfo::InitPdhQuery failed %lld", opening.error);
-    opening = machine_.OpenProcessorTime();
+    opening = processors_.OpenTime();
     if (opening.reader == nullptr) log_.e(L"CPUInfo::InitPdhQuery failed %lld", opening.error);
   }
   reader_ = std::move(opening.reader);
@@ -48,10 +48,10 @@ int CPUInfo::GetCpuUsageInt() {
 
 int CPUInfo::GetCpuInformation(_SYSCPU_INFORMATION& info) {
   info = {};
-  platform::TopologyReading reading = machine_.ReadProcessorTopology();
+  platform::TopologyReading reading = processors_.ReadTopology();
   for (int retry = 1; reading.supported && reading.error != 0 && retry <= kMostRetries; ++retry) {
     log_.e(L"GetCpuInformation-GetLogicalProcessorInformation failed %d,retryCount=%d", reading.error, retry);
-    reading = machine_.ReadProcessorTopology();
+    reading = processors_.ReadTopology();
   }
   if (!reading.supported) {
     log_.e(L"GetLogicalProcessorInformation is not supported");

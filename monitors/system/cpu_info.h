@@ -7,7 +7,7 @@
 #include <string>
 
 #include "client/log/log.h"
-#include "platform/machine.h"
+#include "platform/processors.h"
 
 /// Static facts of the processors.
 struct _SYSCPU_INFORMATION {        // NOLINT(*-reserved-identifier,cert-dcl*): the record's established name
@@ -24,8 +24,8 @@ struct _SYSCPU_INFORMATION {        // NOLINT(*-reserved-identifier,cert-dcl*): 
 /// Reads utilisation and facts of the processors. Any thread; a lock serialises the samples.
 class CPUInfo {
  public:
-  /// `machine` must outlive the object. Nothing is opened before the first sample.
-  explicit CPUInfo(platform::Machine& machine);
+  /// `processors` must outlive the object. Nothing is opened before the first sample.
+  explicit CPUInfo(platform::Processors& processors);
   CPUInfo(const CPUInfo&) = delete;
   CPUInfo& operator=(const CPUInfo&) = delete;
 
@@ -44,7 +44,7 @@ class CPUInfo {
  private:
   void OpenCounter();  // with mutex_ held
 
-  platform::Machine& machine_;
+  platform::Processors& processors_;
   TVK::Log log_;
   std::mutex mutex_;  ///< Guards what follows.
   std::unique_ptr<platform::ProcessorLoadReader> reader_;

@@ -8,6 +8,7 @@
 
 #include "client/text/string.h"
 #include "monitors/system/memory_settings.h"
+#include "platform/memory.h"
 
 using TVK::String;
 
@@ -61,9 +62,9 @@ MemoryEventMonitor::~MemoryEventMonitor() = default;
 
 // Fills facts_. 0, or the error for which there are none.
 int MemoryEventMonitor::ReadFacts() {
-  const auto status = services().machine.ReadMemoryStatus();
+  const auto status = services().machine.memory().ReadStatus();
   const std::uint64_t usable_kb = status ? status->total_bytes >> 10 : 0;
-  SMBiosTool tool(services().machine);
+  SMBiosTool tool(services().machine.firmware());
   const bool no_table = tool.Initialize() == kNoSmbiosTable;
   MemoryInfo info(tool, usable_kb);
   if (const int error = info.GetMemoryInfo(); error != 0) {
@@ -172,7 +173,7 @@ void MemoryEventMonitor::LogDatasetContext(bool new_context_needed) {
     if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
   }
   if (memory_changed) {
-    const auto status = services().machine.ReadMemoryStatus();
+    const auto status = services().machine.memory().ReadStatus();
     LogItemEvent(kContextUpdated, status ? UsageToItemData(*status) : ItemData());
   }
 }
@@ -209,7 +210,7 @@ ItemData MemoryEventMonitor::UsageToItemData(const platform::MemoryStatus& statu
 void MemoryEventMonitor::ReadUsagePerInterval() {
   if (isTelemetryScopeNone()) return;
   std::uint32_t error = 0;
-  const auto status = services().machine.ReadMemoryStatus(&error);
+  const auto status = services().machine.memory().ReadStatus(&error);
   if (!status) {
     log_.e(L"%s: GlobalMemoryStatusEx() return error %d!", L"MemoryEventMonitor::ReadUsagePerInterval", error);
     return;
@@ -221,7 +222,7 @@ SecondTick::Work MemoryEventMonitor::LookAtLoad(bool& failing) {
   // Nobody consents any more, and the stop is on its way.
   if (isTelemetryScopeNone()) return nullptr;
   std::uint32_t error = 0;
-  const auto status = services().machine.ReadMemoryStatus(&error);
+  const auto status = services().machine.memory().ReadStatus(&error);
   if (!status) {
     if (!failing) log_.e(L"MemoryEventMonitor MemoryStatusReportThread GlobalMemoryStatusEx() return error %d!", error);
     failing = true;
@@ -246,7 +247,7 @@ void MemoryEventMonitor::MemoryStatusReportThread() {
     return;
   }
   std::uint32_t error = 0;
-  const auto status = services().machine.ReadMemoryStatus(&error);
+  const auto status = services().machine.memory().ReadStatus(&error);
   bool failing = !status;
   if (status) {
     last_reported_load_ = status->load_percent;
