@@ -12,7 +12,6 @@
 #include <system_error>
 
 #include "platform/deadline.h"
-#include "platform/linux/thread_linux.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/waitables_linux.h"
 #include "platform/local.h"
@@ -124,7 +123,11 @@ class LinuxRuntime final : public Runtime {
   WaitCode WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) override;
 
   std::thread StartThread(std::string_view name, std::function<void()> body) override {
-    return StartNamedThread(name, std::move(body));
+    return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
+      ::pthread_setname_np(::pthread_self(), name.c_str());
+      SetLateness(kUsualLateness);
+      body();
+    });
   }
 
   void Join(std::thread& thread) override {
@@ -205,14 +208,6 @@ WaitCode LinuxRuntime::WaitAnyUntil(std::span<Waitable* const> objects, ElapsedT
 }
 
 }  // namespace
-
-std::thread StartNamedThread(std::string_view name, std::function<void()> body) {
-  return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
-    ::pthread_setname_np(::pthread_self(), name.c_str());
-    SetLateness(kUsualLateness);
-    body();
-  });
-}
 
 std::unique_ptr<Runtime> MakeRealRuntime(RealRuntimeOptions options) {
   return std::make_unique<LinuxRuntime>(std::move(options));
