@@ -154,9 +154,7 @@ void EventManager::State::WaitForStoppers() {
   const platform::SteadyTime latest = services.runtime.clock().Steady() + kPatience;
   for (auto stopper = stoppers.begin(); stopper != stoppers.end();) {
     // What was given up before is only looked at.
-    const auto left = *stopper->late
-                          ? platform::SteadyTime::zero()
-                          : std::max(latest - services.runtime.clock().Steady(), platform::SteadyTime::zero());
+    const auto left = *stopper->late ? std::chrono::nanoseconds(0) : latest - services.runtime.clock().Steady();
     platform::Waitable* const objects[] = {stopper->done.get(), stop.get()};
     const auto done = [&](std::chrono::milliseconds limit) {
       return services.runtime.WaitAny({objects, stop == nullptr ? 1u : 2u}, limit) == 0;

@@ -15,9 +15,9 @@ class WindowsRuntime final : public Runtime {
   NamedEventResult OpenNamedEvent(std::wstring_view name) override;
   std::unique_ptr<Semaphore> MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) override;
   WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) override;
+  WaitCode WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) override;
   std::thread StartThread(std::string_view name, std::function<void()> body) override;
   void Join(std::thread& thread) override;
-  std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) override;
 
  private:
   const WindowsClock clock_;
