@@ -112,8 +112,8 @@ DWORD LimitOf(std::chrono::nanoseconds left) {
   return static_cast<DWORD>(std::min(std::chrono::ceil<milliseconds>(left), kLongest).count());
 }
 
-// A timer that is signalled `left` and a margin after the wall clock's `now`, by the wall clock. Nothing when the
-// system gives none.
+}  // namespace
+
 UniqueKernelHandle MakeAlarm(WallTime now, milliseconds left) {
   UniqueKernelHandle timer(CreateWaitableTimerW(nullptr, TRUE, nullptr));
   LARGE_INTEGER due;
@@ -121,8 +121,6 @@ UniqueKernelHandle MakeAlarm(WallTime now, milliseconds left) {
   if (timer && !SetWaitableTimer(timer.get(), &due, 0, nullptr, nullptr, FALSE)) return UniqueKernelHandle();
   return timer;
 }
-
-}  // namespace
 
 std::unique_ptr<Event> WindowsRuntime::MakeEvent(EventReset reset, bool signalled) {
   UniqueKernelHandle handle(CreateEventW(nullptr, reset == EventReset::kManual, signalled, nullptr));

@@ -3,8 +3,13 @@
 
 #include "platform/runtime.h"
 #include "platform/windows/clock_windows.h"
+#include "platform/windows/owner.h"
 
 namespace platform::windows {
+
+/// A timer that is signalled `left` and kAlarmMargin after the wall clock's `now`, by the wall clock, time asleep
+/// counted. Nothing when the system gives none.
+UniqueKernelHandle MakeAlarm(WallTime now, milliseconds left);
 
 class WindowsRuntime final : public Runtime {
  public:
