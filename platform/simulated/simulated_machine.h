@@ -56,7 +56,7 @@ struct SimulatedMachineState {
   std::function<EventLogReading(const EventLogQuery&)> event_log;
 };
 
-class SimulatedMachine final : public Machine {
+class SimulatedMachine : public Machine {
  public:
   SimulatedMachine() = default;
   explicit SimulatedMachine(SimulatedMachineState state) : state_(std::move(state)) {}
