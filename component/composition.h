@@ -15,6 +15,7 @@
 #include "host/device_context_event_monitor.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
+#include "platform/system_facts.h"
 #include "tvk/component.h"
 
 /// Made by Open, in the order in which its members depend on each other. One in a process.
@@ -32,7 +33,7 @@ class Composition {
   TVK::DeviceIdAgent& device_id_agent() { return device_id_agent_; }
   void RereadPolicy() { policy_watch_.Reread(); }
   void OnUserLogon() {
-    if (machine_->ReadLoggedInUserId().empty()) return;  // to be told at the next logon
+    if (machine_->system().ReadLoggedInUserId().empty()) return;  // to be told at the next logon
     device_context_monitor_.TryAddUserRelatedMonitors();
     user_process_.OnUserLogon();
   }

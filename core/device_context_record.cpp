@@ -6,6 +6,7 @@
 #include "client/text/record_time.h"
 #include "client/text/string.h"
 #include "core/event_manager_state.h"
+#include "platform/region.h"
 
 using namespace manager_names;  // NOLINT(google-build-using-namespace): the manager's own constants
 using TVK::String;

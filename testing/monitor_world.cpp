@@ -17,7 +17,7 @@ ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine,
                          const TempFolder& folder)
     : store({.file = folder.path() / TVK::kStoreFileName, .limits = {}}, runtime.clock()),
       machine_information(machine, runtime.clock()),
-      region_information(machine, runtime.clock()),
+      region_information(machine.region(), runtime.clock()),
       tvk_info(TVK::System::GetTime(runtime.clock())),
       second_tick_(runtime),
       services_{runtime, machine, store, config, machine_information, tvk_info, manager, second_tick_, consent} {

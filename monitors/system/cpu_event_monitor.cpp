@@ -32,14 +32,14 @@ CpuEventMonitor::CpuEventMonitor(const MonitorServices& monitor_services)
                        TVK::ReportRule{.item = kUsagePerInterval,
                                        .report = [this] { ReadUsagePerInterval(); },
                                        .caller = L"CpuEventMonitor::ReadAndUpdateDatasetSettings"}),
-      collector_(monitor_services.machine, monitor_services.runtime.clock()),
+      collector_(monitor_services.machine.processors(), monitor_services.runtime.clock()),
       peak_threshold_(CpuSettings{}.peak_threshold_percent),
       peak_threshold_duration_ms_(CpuSettings{}.peak_threshold_duration_ms) {}
 
 void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"CpuEventMonitor::StartMonitor", L"%s: CreateEvent() return error %d!")) return;
   log_.d(L"CpuEventMonitor::StartMonitor Entry");
-  const int error = CPUInfo::GetCpuInformation(services().machine, facts_);
+  const int error = CPUInfo::GetCpuInformation(services().machine.processors(), facts_);
   if (error != 0) {
     log_.d(L"CpuEventMonitor::StartMonitor GetCpuInformation failed! retid=%d", error);
     return;

@@ -6,6 +6,7 @@
 
 #include "client/text/string.h"
 #include "monitors/system/cpu_settings.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -27,7 +28,7 @@ class CpuEventMonitorTest : public testing::Test {
     world_.config.SetSettings(CpuEventMonitor::dataset_name, std::move(settings));
   }
   void SetLoad(std::optional<std::int32_t> load) {
-    world_.machine.Change([&](auto& state) { state.processor_load = [load] { return load; }; });
+    world_.machine.processors().Change([&](auto& state) { state.load = [load] { return load; }; });
   }
   /// Another run of the service, on the records of those before.
   void StartLife(int version_answer = 0) {
@@ -95,11 +96,17 @@ TEST(CpuSettingsTest, OnlyAThresholdBringsTheDurationIntoForce) {
   EXPECT_EQ(read.peak_threshold_duration_ms, 2000u);
 }
 
-/// Its counters say how many milliseconds each sample covers: none when nothing was measured.
-class MeasuredMachine final : public platform::SimulatedMachine {
+/// Their counters say how many milliseconds each sample covers: none when nothing was measured.
+class MeasuredProcessors final : public platform::Processors {
  public:
-  explicit MeasuredMachine(const platform::Clock& clock) : clock_(clock) {}
-  platform::ProcessorLoadOpening OpenProcessorUtility() override { return {std::make_unique<Counter>(clock_), 0}; }
+  explicit MeasuredProcessors(const platform::Clock& clock) : clock_(clock) {}
+  platform::ProcessorLoadOpening OpenUtility() override { return {std::make_unique<Counter>(clock_), 0}; }
+  platform::ProcessorLoadOpening OpenTime() override { return {nullptr, 1}; }
+  platform::TopologyReading ReadTopology() override {
+    platform::TopologyReading reading;
+    reading.topology.cores = 1;
+    return reading;
+  }
 
  private:
   class Counter final : public platform::ProcessorLoadReader {
@@ -118,8 +125,8 @@ class MeasuredMachine final : public platform::SimulatedMachine {
 };
 
 TEST_F(CpuEventMonitorTest, EverySampleCoversASpanThatMeansSomething) {
-  MeasuredMachine machine(world_.runtime.clock());
-  CPUInfo info(machine, world_.runtime.clock());
+  MeasuredProcessors processors(world_.runtime.clock());
+  CPUInfo info(processors, world_.runtime.clock());
   EXPECT_EQ(info.GetCpuUsageInt(), 0) << "nothing is measured yet";
   EXPECT_EQ(info.UntilMeasured(), 100ms);
   world_.runtime.AdvanceBy(99ms);
@@ -141,14 +148,20 @@ TEST_F(CpuEventMonitorTest, TheUsageOfAnOverdueStartIsMeasured) {
   world_.runtime.AdvanceBy(61s);
   monitor_.reset();
   world_.runtime.AdvanceBy(1h);
-  MeasuredMachine machine(world_.runtime.clock());
-  life_.reset();
-  life_.emplace(world_.runtime, machine, world_.config, world_.folder);
-  monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(life_->services()));
+  platform::MachineDoors doors;
+  doors.processors = std::make_unique<MeasuredProcessors>(world_.runtime.clock());
+  platform::Machine machine(std::move(doors));
+  const MonitorServices& given = life_->services();
+  const MonitorServices services{
+      given.runtime,  machine,       given.store,       given.config, given.machine_information,
+      given.tvk_info, given.manager, given.second_tick, given.consent};
+  monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(services));
   world_.runtime.Settle();
-  EXPECT_TRUE(life_->Items(kUsage).empty());
+  EXPECT_EQ(life_->Items(kUsage).size(), 1u) << "that of the run before";
   world_.runtime.AdvanceBy(100ms);
-  EXPECT_EQ(Utilizations(kUsage), (Texts{L"100"}));
+  EXPECT_EQ(Utilizations(kUsage).back(), L"100");
+  EXPECT_EQ(life_->Items(kUsage).size(), 2u);
+  monitor_.reset();
 }
 
 TEST_F(CpuEventMonitorTest, UsageIsCappedAndAFailingSampleIsZero) {
@@ -182,8 +195,8 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
     SetLoad(0);
     StartLife();
     world_.runtime.AdvanceBy(500ms);
-    world_.machine.Change([&](auto& state) {
-      state.processor_load = [&samples] {
+    world_.machine.processors().Change([&](auto& state) {
+      state.load = [&samples] {
         const int sample = samples.empty() ? 0 : samples.front();
         if (!samples.empty()) samples.pop_front();
         return std::optional<std::int32_t>(sample);
@@ -229,7 +242,7 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
        }) {
     SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
     world_.logs.Clear();
-    world_.machine.Change([&](auto& state) { state.topology_script = row.script; });
+    world_.machine.processors().Change([&](auto& state) { state.topology_script = row.script; });
     StartLife();
     world_.runtime.AdvanceBy(61s);
     EXPECT_EQ(world_.logs.Count(L"GetCpuInformation-GetLogicalProcessorInformation failed 5,retryCount="), row.retries);
@@ -243,12 +256,12 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
 TEST_F(CpuEventMonitorTest, ACounterIsOpenedAgainAndItsFailureToldOnce) {
   SetLoad(42);
   const auto fail = [&](std::int64_t utility, std::int64_t time) {
-    world_.machine.Change([&](auto& state) {
-      state.processor_utility_error = utility;
-      state.processor_time_error = time;
+    world_.machine.processors().Change([&](auto& state) {
+      state.utility_error = utility;
+      state.time_error = time;
     });
   };
-  CPUInfo info(world_.machine, world_.runtime.clock());
+  CPUInfo info(world_.machine.processors(), world_.runtime.clock());
   const auto sample_in = [&](std::chrono::milliseconds time) {
     world_.runtime.AdvanceBy(time);
     return info.GetCpuUsageInt();

@@ -18,7 +18,8 @@ constexpr int kNoEntries = -2;
 
 }  // namespace
 
-CPUInfo::CPUInfo(platform::Machine& machine, const platform::Clock& clock) : machine_(machine), clock_(clock) {
+CPUInfo::CPUInfo(platform::Processors& processors, const platform::Clock& clock)
+    : processors_(processors), clock_(clock) {
   TVK::utility::InitLog(log_, kLogFile, 4);
 }
 
@@ -26,17 +27,17 @@ void CPUInfo::Open(platform::SteadyTime now) {
   opened_at_ = now;
   last_.reset();
   readers_.clear();
-  platform::ProcessorLoadOpening opening = machine_.OpenProcessorUtility();
+  platform::ProcessorLoadOpening opening = processors_.OpenUtility();
   const bool utility = opening.reader != nullptr;
   if (!utility) {
     // Told once, like the samples that follow from it.
     if (readable_) log_.e(L"CPUInfo::InitPdhQuery failed %lld", opening.error);
-    opening = machine_.OpenProcessorTime();
+    opening = processors_.OpenTime();
     if (opening.reader == nullptr && readable_) log_.e(L"CPUInfo::InitPdhQuery failed %lld", opening.error);
   }
   while (opening.reader != nullptr) {
     readers_.push_back({std::move(opening.reader), now});
-    if (readers_.size() < kReaders) opening = utility ? machine_.OpenProcessorUtility() : machine_.OpenProcessorTime();
+    if (readers_.size() < kReaders) opening = utility ? processors_.OpenUtility() : processors_.OpenTime();
   }
 }
 
@@ -98,14 +99,14 @@ std::chrono::milliseconds CPUInfo::UntilMeasured() {
   return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(*opened_at_ + kLeastSpan - now));
 }
 
-int CPUInfo::GetCpuInformation(platform::Machine& machine, _SYSCPU_INFORMATION& info) {
+int CPUInfo::GetCpuInformation(platform::Processors& processors, _SYSCPU_INFORMATION& info) {
   TVK::Log log;
   TVK::utility::InitLog(log, kLogFile, 4);
   info = {};
-  platform::TopologyReading reading = machine.ReadProcessorTopology();
+  platform::TopologyReading reading = processors.ReadTopology();
   for (int retry = 1; reading.supported && reading.error != 0 && retry <= kMostRetries; ++retry) {
     log.e(L"GetCpuInformation-GetLogicalProcessorInformation failed %d,retryCount=%d", reading.error, retry);
-    reading = machine.ReadProcessorTopology();
+    reading = processors.ReadTopology();
   }
   if (!reading.supported) {
     log.e(L"GetLogicalProcessorInformation is not supported");

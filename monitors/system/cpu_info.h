@@ -11,7 +11,7 @@
 
 #include "client/log/log.h"
 #include "platform/clock.h"
-#include "platform/machine.h"
+#include "platform/processors.h"
 
 /// Static facts of the processors.
 struct _SYSCPU_INFORMATION {        // NOLINT(*-reserved-identifier,cert-dcl*): the record's established name
@@ -35,7 +35,7 @@ class CPUInfo {
   static constexpr std::chrono::minutes kPatience{5};
 
   /// Both must outlive the object. Nothing is opened before the first sample.
-  CPUInfo(platform::Machine& machine, const platform::Clock& clock);
+  CPUInfo(platform::Processors& processors, const platform::Clock& clock);
   CPUInfo(const CPUInfo&) = delete;
   CPUInfo& operator=(const CPUInfo&) = delete;
 
@@ -53,7 +53,7 @@ class CPUInfo {
   std::chrono::milliseconds UntilMeasured();
 
   /// 0 on success; otherwise the system's error, `info` then is all zero. A failure is tried again up to three times.
-  static int GetCpuInformation(platform::Machine& machine, _SYSCPU_INFORMATION& info);
+  static int GetCpuInformation(platform::Processors& processors, _SYSCPU_INFORMATION& info);
 
  private:
   struct Reader {
@@ -68,7 +68,7 @@ class CPUInfo {
   Reader* ReaderFor(platform::SteadyTime now);
   void TellWhether(bool readable);
 
-  platform::Machine& machine_;
+  platform::Processors& processors_;
   const platform::Clock& clock_;
   TVK::Log log_;
   std::mutex mutex_;  ///< Guards what follows.

@@ -6,6 +6,8 @@
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_event_monitor.h"
 #include "monitors/system/system_bios_event_monitor.h"
+#include "platform/simulated/simulated_processors.h"
+#include "platform/simulated/simulated_system.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -61,10 +63,9 @@ class EveryMonitorTest : public testing::TestWithParam<Case> {
 
 TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
   int samples = 0;
-  world_.machine.Change([&](auto& state) {
-    state.boot_time = start_;
-    state.processor_load = [&] { return std::optional<std::int32_t>(++samples > 0 ? 100 : 0); };
-  });
+  world_.machine.system().Change([&](auto& state) { state.boot_time = start_; });
+  world_.machine.processors().Change(
+      [&](auto& state) { state.load = [&] { return std::optional<std::int32_t>(++samples > 0 ? 100 : 0); }; });
   SetInterval(L"1m");
   StartLife(false);
   world_.runtime.AdvanceBy(2min);

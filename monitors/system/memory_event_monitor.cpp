@@ -86,9 +86,9 @@ MemoryEventMonitor::MemoryEventMonitor(const MonitorServices& monitor_services)
 
 // Fills facts_. 0, or the error for which there are none.
 int MemoryEventMonitor::ReadFacts() {
-  const auto status = services().machine.ReadMemoryStatus();
+  const auto status = services().machine.memory().ReadStatus();
   const std::uint64_t usable_kb = status ? status->total_bytes >> 10 : 0;
-  SMBiosTool tool(services().machine);
+  SMBiosTool tool(services().machine.firmware());
   const bool no_table = tool.Initialize() == kNoSmbiosTable;
   MemoryInfo info(tool, usable_kb);
   if (const int error = info.GetMemoryInfo(); error != 0) {
@@ -140,7 +140,7 @@ std::optional<std::vector<TVK::DescribedDevice>> MemoryEventMonitor::Describe() 
 
 void MemoryEventMonitor::OnDescriptionChanged(const TVK::DescribedDevice& device, const ItemData& before) {
   if (IsSameMemory(before, device.facts) || !Admits()) return;
-  const auto status = services().machine.ReadMemoryStatus();
+  const auto status = services().machine.memory().ReadStatus();
   LogItemEvent(kContextUpdated, status ? UsageToItemData(*status) : ItemData());
 }
 
@@ -152,7 +152,7 @@ ItemData MemoryEventMonitor::UsageToItemData(const platform::MemoryStatus& statu
 void MemoryEventMonitor::ReadUsagePerInterval() {
   if (!Admits()) return;
   std::uint32_t error = 0;
-  const auto status = services().machine.ReadMemoryStatus(&error);
+  const auto status = services().machine.memory().ReadStatus(&error);
   if (!status) {
     log_.e(L"%s: GlobalMemoryStatusEx() return error %d!", L"MemoryEventMonitor::ReadUsagePerInterval", error);
     return;
@@ -162,7 +162,7 @@ void MemoryEventMonitor::ReadUsagePerInterval() {
 
 std::optional<platform::MemoryStatus> MemoryEventMonitor::ReadStatus(bool& failing) {
   std::uint32_t error = 0;
-  const auto status = services().machine.ReadMemoryStatus(&error);
+  const auto status = services().machine.memory().ReadStatus(&error);
   if (!std::exchange(failing, !status) && failing) {
     log_.e(L"MemoryEventMonitor MemoryStatusReportThread GlobalMemoryStatusEx() return error %d!", error);
   }

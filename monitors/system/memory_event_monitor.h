@@ -4,6 +4,7 @@
 
 #include "framework/scheduled_monitor.h"
 #include "monitors/system/memory_info.h"
+#include "platform/memory.h"
 
 /// See EventMonitorBase for who calls what. The report of changes and the usage report run on threads of their own;
 /// StartMonitor returns once they run.

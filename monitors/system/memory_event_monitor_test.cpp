@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/simulated/simulated_firmware.h"
+#include "platform/simulated/simulated_memory.h"
 #include "testing/monitor_world.h"
 #include "testing/smbios_builder.h"
 
 namespace {
 
 using platform::MemoryStatus;
-using platform::SimulatedMachineState;
 using std::chrono::seconds;
 
 constexpr std::uint64_t kGiB = 1ull << 30;
@@ -41,12 +42,8 @@ class MemoryEventMonitorTest : public testing::Test {
   void Settings(const std::map<std::wstring, std::wstring>& settings) {
     world_.config.SetSettings(MemoryEventMonitor::dataset_name, settings);
   }
-  void Memory(std::optional<MemoryStatus> memory) {
-    world_.machine.Change([&](SimulatedMachineState& state) { state.memory = memory; });
-  }
-  void Smbios(const testing_support::Bytes& table) {
-    world_.machine.Change([&](SimulatedMachineState& state) { state.smbios = table; });
-  }
+  void Memory(std::optional<MemoryStatus> memory) { world_.machine.memory().Set(memory); }
+  void Smbios(const testing_support::Bytes& table) { world_.machine.firmware().SetSmbios(table); }
   /// How many changes are reported when the load goes to `percent`.
   std::size_t ChangesAt(std::uint32_t percent) {
     const std::size_t before = life_->Items(L"Memory change").size();

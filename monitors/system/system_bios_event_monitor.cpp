@@ -2,6 +2,7 @@
 
 #include "client/text/string.h"
 #include "monitors/logs/event_log_rendering.h"
+#include "platform/system_facts.h"
 
 namespace {
 
@@ -70,13 +71,13 @@ std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
   constexpr wchar_t kThis[] = L"SystemBiosEventMonitor::GetLastbootTime";
   for (const char* const query : kBootQueries) {
     const EventLogAnswer answer =
-        ReadLoggedEvents(services().machine, services().runtime.clock(), "System", query, 1, log_, kThis);
+        ReadLoggedEvents(services().machine.event_log(), services().runtime.clock(), "System", query, 1, log_, kThis);
     if (!answer.events.empty() && answer.events.front().time_created) return answer.events.front().time_created;
     if (answer.failure == platform::EventLogFailure::kNotSupported) break;
     // The log may know the boot and did not tell: silence until the next start rather than a second record of one boot.
     if (answer.failure != platform::EventLogFailure::kNone) return std::nullopt;
   }
-  return services().machine.ReadBootTime();
+  return services().machine.system().ReadBootTime();
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> SystemBiosEventMonitor::Describe() {

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "monitors/system/bios_date.h"
+#include "platform/simulated/simulated_event_log.h"
+#include "platform/simulated/simulated_firmware.h"
+#include "platform/simulated/simulated_system.h"
 #include "testing/monitor_world.h"
 #include "testing/smbios_builder.h"
 
@@ -12,7 +15,6 @@ using platform::EventLogFailure;
 using platform::EventLogQuery;
 using platform::EventLogReading;
 using platform::EventLogRecord;
-using platform::SimulatedMachineState;
 using std::chrono::hours;
 
 class SystemBiosEventMonitorTest : public testing::Test {
@@ -21,11 +23,9 @@ class SystemBiosEventMonitorTest : public testing::Test {
 
   std::int64_t Now() const { return world_.runtime.clock().NowSeconds(); }
   void BootAt(std::optional<std::int64_t> time) {
-    world_.machine.Change([&](SimulatedMachineState& state) { state.boot_time = time; });
+    world_.machine.system().Change([&](auto& state) { state.boot_time = time; });
   }
-  void Log(std::function<EventLogReading(const EventLogQuery&)> log) {
-    world_.machine.Change([&](SimulatedMachineState& state) { state.event_log = log; });
-  }
+  void Log(std::function<EventLogReading(const EventLogQuery&)> log) { world_.machine.event_log().Set(std::move(log)); }
   /// Runs the service once; the records of that run.
   struct Records {
     std::vector<ItemEvent> items;
@@ -80,8 +80,8 @@ TEST_F(SystemBiosEventMonitorTest, LogsOncePerBoot) {
   EXPECT_TRUE(next_boot.contexts.empty()) << "nothing of the firmware changed";
   EXPECT_EQ(next_boot.items[0].dataset_context_id(), first.contexts[0].dataset_context_id());
 
-  world_.machine.Change([](SimulatedMachineState& state) {
-    state.firmware.bios_release = "1.21";
+  world_.machine.firmware().Change([](auto& state) {
+    state.facts.bios_release = "1.21";
     state.smbios = testing_support::Table().End().Rsmb();
   });
   BootAt(Now());
@@ -131,7 +131,7 @@ TEST_F(SystemBiosEventMonitorTest, BootTimeComesFromTheLogOrElseFromTheMachine) 
 
 TEST_F(SystemBiosEventMonitorTest, AControllerThatDoesNotTellIsLeftOutAndWhatIsGoneIsAChange) {
   Run();
-  world_.machine.Change([](SimulatedMachineState& state) { state.firmware.ec_release = "255.0"; });
+  world_.machine.firmware().Change([](auto& state) { state.facts.ec_release = "255.0"; });
   const Records records = Run();
   ASSERT_EQ(records.contexts.size(), 1u);
   EXPECT_FALSE(records.contexts[0].item_data().contains(L"EmbeddedControllerVersion"));
@@ -149,7 +149,7 @@ TEST_F(SystemBiosEventMonitorTest, DeviceInitFollowsItsContext) {
 }
 
 TEST_F(SystemBiosEventMonitorTest, AMachineThatTellsNothingIsNotDescribed) {
-  world_.machine.Change([](SimulatedMachineState& state) { state.firmware = {}; });
+  world_.machine.firmware().Change([](auto& state) { state.facts = {}; });
   const Records records = Run(true, true);
   EXPECT_EQ(records.items.size() + records.contexts.size(), 0u);
   EXPECT_TRUE(world_.logs.Has(L"nothing is logged"));

@@ -1,11 +1,11 @@
-#include "platform/linux/setting_watcher_linux.h"
-
 #include "platform/fact_settings.h"
 #include "platform/file_watcher.h"
+#include "platform/linux/doors_linux.h"
 
 namespace platform {
 namespace {
 
+/// Watches the files that name the system and its locale.
 class LinuxSettingWatcher final : public FactSettings {
  public:
   using FactSettings::FactSettings;
@@ -26,12 +26,26 @@ class LinuxSettingWatcher final : public FactSettings {
   std::unique_ptr<FileWatcher> watcher_;  ///< Ends before the settings that it tells of.
 };
 
+class LinuxSettings final : public Settings {
+ public:
+  LinuxSettings(const Sysroot& root, SystemFacts& system, Region& region)
+      : root_(root), system_(system), region_(region) {}
+
+  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingChange on_change) override {
+    auto watcher = std::make_unique<LinuxSettingWatcher>(system_, region_, std::move(on_change));
+    return watcher->Start(root_, runtime) ? std::move(watcher) : nullptr;
+  }
+
+ private:
+  const Sysroot root_;
+  SystemFacts& system_;
+  Region& region_;
+};
+
 }  // namespace
 
-std::unique_ptr<SettingWatcher> WatchFactFiles(Machine& machine, const Sysroot& root, Runtime& runtime,
-                                               SettingChange on_change) {
-  auto watcher = std::make_unique<LinuxSettingWatcher>(machine, std::move(on_change));
-  return watcher->Start(root, runtime) ? std::move(watcher) : nullptr;
+std::unique_ptr<Settings> MakeSettings(const Sysroot& root, SystemFacts& system, Region& region) {
+  return std::make_unique<LinuxSettings>(root, system, region);
 }
 
 }  // namespace platform

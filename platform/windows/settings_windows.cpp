@@ -1,12 +1,13 @@
-#include "platform/windows/setting_watcher_windows.h"
+#include "platform/settings.h"
 
 #include <deque>
 #include <mutex>
 
+#include "platform/windows/doors_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/registry.h"
-#include "platform/windows/system_facts.h"
 #include "platform/windows/text.h"
+#include "platform/windows/user_session.h"
 
 namespace platform::windows {
 namespace {
@@ -14,6 +15,7 @@ namespace {
 // What a change of the present user finds while nobody is logged on.
 constexpr int kNobody = -ERROR_NO_SUCH_USER;
 
+/// Settings of the user are those of the account at the console, or of the first active remote session.
 class RegistryWatcher final : public SettingWatcher {
  public:
   explicit RegistryWatcher(SettingChange on_change) : on_change_(std::move(on_change)) {}
@@ -161,10 +163,17 @@ class RegistryWatcher final : public SettingWatcher {
   bool ending_ = false;
 };
 
+class WindowsSettings final : public Settings {
+ public:
+  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& /*runtime*/, SettingChange on_change) override {
+    return std::make_unique<RegistryWatcher>(std::move(on_change));
+  }
+};
+
 }  // namespace
 
-std::unique_ptr<SettingWatcher> WatchRegistry(SettingChange on_change) {
-  return std::make_unique<RegistryWatcher>(std::move(on_change));
+std::unique_ptr<Settings> MakeSettings() {
+  return std::make_unique<WindowsSettings>();
 }
 
 }  // namespace platform::windows

@@ -4,9 +4,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace platform {
+
+class Runtime;
 
 enum class SettingRoot {
   kLocalMachine,  ///< HKEY_LOCAL_MACHINE.
@@ -20,7 +23,7 @@ inline constexpr std::uint32_t kErrorNoSuchSetting = 2;
 /// of whoever changed it. It must not block, not throw and not end the watcher.
 using SettingChange = std::function<void(int index)>;
 
-/// Made by Machine::OpenSettingWatcher. Any thread may call it. Nothing wakes up while nothing changes.
+/// Made by Settings::OpenWatcher. Any thread may call it. Nothing wakes up while nothing changes.
 class SettingWatcher {
  public:
   SettingWatcher() = default;
@@ -44,6 +47,19 @@ class SettingWatcher {
 
   /// Somebody has logged on: the settings of the user are that one's from now on. Calls back for each of them.
   virtual void FollowUser() = 0;
+};
+
+/// Any thread.
+class Settings {
+ public:
+  Settings() = default;
+  Settings(const Settings&) = delete;
+  Settings& operator=(const Settings&) = delete;
+  virtual ~Settings() = default;
+
+  /// Watches settings of the system and its user. Null when the system refuses. The settings and `runtime` must outlive
+  /// the watcher.
+  virtual std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingChange on_change) = 0;
 };
 
 }  // namespace platform
