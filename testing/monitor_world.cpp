@@ -13,6 +13,17 @@ void SettableConfigAgent::SetSettings(const std::wstring& dataset_name, std::map
   }
 }
 
+std::wstring FakeManagerIdentity::get_device_context_id() {
+  static const std::wstring kId = L"DEVICE-CONTEXT";
+  std::call_once(described_, [this] {
+    DeviceContext context;
+    if (store->GetDeviceContext(kId, context) == 0) return;  // by a life before this one
+    context.set_device_context_id(kId);
+    store->LogDeviceContext(context);
+  });
+  return kId;
+}
+
 ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine, IConfigAgent& config,
                          const TempFolder& folder)
     : store({.file = folder.path() / TVK::kStoreFileName, .limits = {}}, runtime.clock()),
@@ -21,6 +32,7 @@ ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine,
       tvk_info(TVK::System::GetTime(runtime.clock())),
       second_tick_(runtime),
       services_{runtime, machine, store, config, machine_information, tvk_info, manager, second_tick_, consent} {
+  manager.store = &store;
   store.SetRecordListener([this](TVK::RecordKind kind, const std::string& json) { Collect(kind, json); });
 }
 

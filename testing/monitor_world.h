@@ -61,13 +61,18 @@ class FakeManagerIdentity final : public ManagerIdentity {
  public:
   SERVICE_STATUS_HANDLE get_svrHandle() override { return nullptr; }
   std::wstring get_schema_ver() override { return L"2.0"; }
-  std::wstring get_device_context_id() override { return L"DEVICE-CONTEXT"; }
+  /// Stands in the store of the service's life from the first call on, as records that name it need it there.
+  std::wstring get_device_context_id() override;
   bool get_FirstInvocation() override { return first_invocation; }
   int DecideTVKVer(std::wstring /*version*/) override { return version_answer; }
   bool get_NeedToLogDatasetContextOnChange() override { return false; }
 
   bool first_invocation = false;
   int version_answer = 0;
+  TVK::EventDataLogging* store = nullptr;  ///< Set by the service's life.
+
+ private:
+  std::once_flag described_;
 };
 
 /// A consent that the test gives and withdraws. Any thread.

@@ -10,6 +10,9 @@ namespace {
 // How many contexts of a series that were written in this run stay: the one in force, and the one before it.
 constexpr std::size_t kKeptOfSeries = 2;
 
+// The age of what was given counts from here, so that with any sequence added it is below 0.
+constexpr std::int64_t kFirstAgeGiven = std::numeric_limits<std::int64_t>::min() / 2;
+
 }  // namespace
 
 std::size_t KnownContexts::IndexOf(RecordKind kind, const std::string& context_id) const {
@@ -36,7 +39,7 @@ void KnownContexts::NoteGiven(RecordRow row, std::int64_t sequence) {
   if (row.context_id.empty()) return;
   const std::lock_guard lock(mutex_);
   if (IndexOf(row.kind, row.context_id) != entries_.size()) return;
-  entries_.push_back({std::move(row), std::numeric_limits<std::int64_t>::min() + sequence, sequence});
+  entries_.push_back({std::move(row), kFirstAgeGiven + sequence, sequence});
 }
 
 void KnownContexts::DropSuperseded(const RecordRow& newest) {

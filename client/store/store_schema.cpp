@@ -31,7 +31,7 @@ constexpr char kVersion2[] =
     " WHERE kind = record_kind GROUP BY kind, id;"
     "CREATE INDEX temp.context_by_id ON context(kind, id);"
     "CREATE TEMP TABLE lost AS SELECT n.kind, n.id, min(n.sequence) AS first,"
-    " row_number() OVER (ORDER BY min(n.sequence), n.kind DESC) + (SELECT max(sequence) FROM record) AS sequence"
+    " -(2 * min(n.sequence) + (n.kind = 2)) AS sequence"
     " FROM temp.named n WHERE NOT EXISTS (SELECT 1 FROM temp.context c WHERE c.kind = n.kind AND c.id = n.id)"
     " GROUP BY n.kind, n.id;"
     "INSERT INTO temp.context SELECT kind, id, sequence FROM temp.lost;"
@@ -48,7 +48,7 @@ constexpr char kVersion2[] =
     // The dataset of a lost context is that of the records which name it.
     "INSERT OR IGNORE INTO series(kind, dataset_id, key) SELECT l.kind, iif(l.kind = 1, s.dataset_id, ''), ''"
     " FROM temp.lost l JOIN record r ON r.sequence = l.first JOIN series s ON s.id = r.series;"
-    "INSERT INTO record_2 SELECT l.sequence, t.id, -l.first, r.written, NULL, NULL, l.id,"
+    "INSERT INTO record_2 SELECT l.sequence, t.id, l.sequence, r.written, NULL, NULL, l.id,"
     // A patch leaves out what is null.
     " json_patch('{}', iif(l.kind = 1,"
     "  json_object('dataset_context_id', l.id, 'dataset_context_datetime', r.json ->> 'item_time',"

@@ -15,12 +15,13 @@ inline constexpr std::int64_t kStoreApplicationId = 0x54564B45;
 ///
 /// series: one row for each kind of record, dataset id and key (item id of item events, device key of dataset contexts,
 /// texts empty where the kind has none).
-/// record: `sequence` counts all records, `number` the item events; contexts carry their sequence there, and
-/// placeholders a number below 0. Both only grow: retention never removes the newest record of a series, so the largest
-/// number stays in the table. `dataset_context` and `device_context` are the sequences of the contexts that the record
-/// names, NULL when it names none; `context_id` is a context's own id.
+/// record: `sequence` counts all records, `number` the item events; contexts carry their sequence there. Both only
+/// grow: retention never removes the newest record of a series, so the largest number stays in the table.
+/// `dataset_context` and `device_context` are the sequences of the contexts that the record names, NULL when it names
+/// none; `context_id` is a context's own id.
 /// Placeholders stand for contexts that version 1 could lose while records that name them were written: they have the
-/// id, the dataset and the time of the first such record, and no facts. They count as the oldest of their series.
+/// id, the dataset and the time of the first such record, and no facts. Their sequences are below 0, so that they stand
+/// ahead of what names them and are the oldest of their series.
 inline constexpr int kNewestSchemaVersion = 2;
 
 /// Brings the tables from `version` to the newest one. To be called in a transaction; when it fails nothing may be
