@@ -55,21 +55,22 @@ void DatasetMonitor::LogDatasetContext(bool new_context_needed) {
     const auto devices = Describe();
     if (!devices) return;
     ResetContextEvent();
-    Contexts contexts;
+    Ids ids;
     for (const DescribedDevice& device : *devices)
-      LogContextOf(device, new_context_needed, contexts, changes);
-    contexts_ = std::move(contexts);
+      LogContextOf(device, new_context_needed, ids, changes);
+    context_ids_ = std::move(ids);
     if (context_event_ != nullptr) context_event_->Set();
   }
   for (const Change& change : changes)
     OnDescriptionChanged(change.device, change.before);
 }
 
-void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_context_needed, Contexts& contexts,
+void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids,
                                   std::vector<Change>& changes) {
   const MonitorLines& lines = identity_.lines;
   DatasetContext last;
-  const bool described = FindLastContext(device.key, last);
+  const bool described =
+      services().store.GetLastDatasetContextOfDevice(std::wstring(identity_.row.id), device.key, last) == 0;
   const bool same = described && IsSameDescription(last.item_data(), device.facts);
   const bool in_force = last.device_context_id() == services().manager.get_device_context_id();
   const bool needed = !same || !in_force || new_context_needed;
@@ -77,28 +78,19 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
          lines.context_decision.With({needed ? L"true" : L"false",
                                       services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false"}));
   if (!needed) {
-    contexts[device.key] = std::move(last);
+    ids[device.key] = last.dataset_context_id();
     return;
   }
   const DatasetContext context = MakeContext(device.facts);
   int error = 0;
-  const auto write = [&] { error = services().store.LogDatasetContext(context); };
+  const auto write = [&] { error = services().store.LogDatasetContext(context, device.key); };
   if (!services().consent.WriteIfAdmitted(identity_.row, write)) {
     context_owed_ = true;
     return;
   }
-  contexts[device.key] = context;
+  ids[device.key] = context.dataset_context_id();
   if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error));
   if (described && !same) changes.push_back({device, last.item_data()});
-}
-
-bool DatasetMonitor::FindLastContext(const std::wstring& device_key, DatasetContext& context) const {
-  if (device_key.empty()) {
-    return services().store.GetLastDatasetContext(std::wstring(identity_.row.id), context) == 0;
-  }
-  const auto found = contexts_.find(device_key);
-  if (found != contexts_.end()) context = found->second;
-  return found != contexts_.end();
 }
 
 DatasetContext DatasetMonitor::MakeContext(const ItemData& facts) const {
@@ -124,13 +116,13 @@ void DatasetMonitor::InitialiseDevice() {
 }
 
 int DatasetMonitor::LogDevInitEvent() {
-  Contexts devices;
+  Ids devices;
   {
     const std::lock_guard lock(context_mutex_);
-    devices = contexts_;
+    devices = context_ids_;
   }
   int result = 0;
-  for (const auto& [key, context] : devices) {
+  for (const auto& [key, context_id] : devices) {
     const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key);
     if (result == 0) result = error;
   }
@@ -160,8 +152,8 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
     lock.lock();
     if (context_owed_) return 0;
   }
-  const auto context = contexts_.find(device_key);
-  if (context == contexts_.end()) {
+  const auto context_id = context_ids_.find(device_key);
+  if (context_id == context_ids_.end()) {
     log_.e(L"%s", identity_.lines.no_context.With({item_name, device_key}));
     return kDropped;
   }
@@ -172,7 +164,7 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_schema_ver(services().manager.get_schema_ver());
   event.set_device_context_id(services().manager.get_device_context_id());
   event.set_dataset_id(std::wstring(row.id));
-  event.set_dataset_context_id(context->second.dataset_context_id());
+  event.set_dataset_context_id(context_id->second);
   lock.unlock();
   event.set_dataset_name(std::wstring(row.name));
   event.set_item_time(System::GetTime(services().runtime.clock()));

@@ -81,12 +81,10 @@ class DatasetMonitor : public EventMonitorBase {
     DescribedDevice device;
     ItemData before;
   };
-  using Contexts = std::map<std::wstring, DatasetContext>;
+  using Ids = std::map<std::wstring, std::wstring>;
 
-  /// With context_mutex_ held. Enters the device's context, and what changed.
-  void LogContextOf(const DescribedDevice& device, bool new_context_needed, Contexts& contexts,
-                    std::vector<Change>& changes);
-  bool FindLastContext(const std::wstring& device_key, DatasetContext& context) const;
+  /// With context_mutex_ held. Enters the device's id, and what changed.
+  void LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids, std::vector<Change>& changes);
   DatasetContext MakeContext(const ItemData& facts) const;
   /// The store's result; -1 when the device has no context; 0 when withheld.
   int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key);
@@ -94,7 +92,7 @@ class DatasetMonitor : public EventMonitorBase {
   const MonitorIdentity identity_;
   const std::unique_ptr<platform::Event> context_event_;
   std::mutex context_mutex_;   ///< Serialises LogDatasetContext; guards what follows. Never taken under a consent.
-  Contexts contexts_;          ///< In force, by device key.
+  Ids context_ids_;            ///< Device key to dataset context id.
   bool context_owed_ = false;  ///< One could not be written for want of consent.
 };
 

@@ -141,7 +141,7 @@ TEST_F(DatasetMonitorTest, AContextStandsUntilItSaysAnythingElse) {
            Row{{a, {L"B", {{L"Model", L"3"}}}}, false, 1, {L"B was 2"}},
            Row{{a, {L"B", {{L"Model", L"3"}, {L"Size", L"1"}}}}, false, 1, {L"B was 3"}},
            Row{{a, {L"B", {{L"Model", L"3"}}}}, false, 1, {L"B was 3"}}, Row{{a}, true, 1, {}},
-           Row{{a, {L"B", {{L"Model", L"3"}}}}, false, 1, {}},  // back again
+           Row{{a, {L"B", {{L"Model", L"3"}}}}, false, 0, {}},  // back again
        }) {
     const std::size_t before = life_->DatasetContexts().size();
     monitor.drives = row.drives;
