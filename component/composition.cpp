@@ -93,10 +93,12 @@ std::unique_ptr<Composition> Composition::Open(const TVK::ComponentOptions& opti
   TVK::SetLogBackend(TVK::MakeFileLogBackend(places.log_folder));
   std::unique_ptr<Composition> composition(new Composition(places, std::move(remarks)));
   // In a folder that cannot be used it cannot be opened either, and the log of its reasons may be missing.
-  if (!composition->store_.is_open() && result.outcome == ComponentOutcome::kReady) {
-    Report(result, ComponentOutcome::kFailed,
-           "the event store in " + platform::PathToUtf8(places.data_folder) +
-               " cannot be opened: " + composition->store_.opening_problem());
+  const std::string& opening_problem = composition->store_.opening_problem();
+  if (!opening_problem.empty() && result.outcome == ComponentOutcome::kReady) {
+    const bool open = composition->store_.is_open();
+    Report(result, open ? ComponentOutcome::kReady : ComponentOutcome::kFailed,
+           "the event store in " + platform::PathToUtf8(places.data_folder) + (open ? ": " : " cannot be opened: ") +
+               opening_problem);
   }
   // Watch first, then read: a change in between is then seen as a change.
   const std::string watch_problem = composition->policy_watch_.Start();

@@ -129,6 +129,14 @@ TEST_F(SystemBiosEventMonitorTest, BootTimeComesFromTheLogOrElseFromTheMachine) 
   EXPECT_TRUE(world_.logs.Has(L"SystemBiosEventMonitor::GetLastbootTime, EvtQuery failed with 5l.\n"));
 }
 
+TEST_F(SystemBiosEventMonitorTest, AControllerThatDoesNotTellIsLeftOutAndWhatIsGoneIsAChange) {
+  Run();
+  world_.machine.firmware().Change([](auto& state) { state.facts.ec_release = "255.0"; });
+  const Records records = Run();
+  ASSERT_EQ(records.contexts.size(), 1u);
+  EXPECT_FALSE(records.contexts[0].item_data().contains(L"EmbeddedControllerVersion"));
+}
+
 TEST_F(SystemBiosEventMonitorTest, DeviceInitFollowsItsContext) {
   const Records records = Run(true, true);
   ASSERT_EQ(records.items.size(), 3u);
