@@ -124,10 +124,3 @@ void ManagerLife::Change(TelemetryPolicy policy) {
   config.SetPolicy(std::move(policy));
   bus.Publish(TVKNotificationData(4, 14, L"{}"));
 }
-
-std::vector<std::wstring> ManagerLife::Listed() const {
-  std::vector<std::wstring> names;
-  for (const auto& entry : manager.get_eventmonitor_list())
-    names.push_back(entry.first->GetName());
-  return names;
-}

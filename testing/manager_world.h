@@ -58,6 +58,7 @@ class TestManager final : public EventManager {
  public:
   explicit TestManager(const ManagerServices& services) : EventManager(services, nullptr) {}
   ~TestManager() override = default;
+  using EventManager::LogDeviceContextData;
 };
 
 /// A user agent that starts whenever it is asked. Any thread.
@@ -108,8 +109,8 @@ class ManagerLife {
   void Start();
   /// Puts the policy in force and tells of it on the bus.
   void Change(TelemetryPolicy policy);
-  /// The names of the listed monitors; only while the world stands still.
-  std::vector<std::wstring> Listed() const;
+  /// The names of the listed monitors.
+  std::vector<std::wstring> Listed() const { return manager.get_eventmonitor_list(); }
 
   SettableConfigAgent& config;
   ServiceLife service;
