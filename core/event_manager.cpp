@@ -6,6 +6,7 @@
 #include "client/records/records.h"
 #include "client/text/string.h"
 #include "core/event_manager_state.h"
+#include "platform/service_control_event.h"
 
 using namespace manager_names;  // NOLINT(google-build-using-namespace): the manager's own constants
 using platform::EventReset;
@@ -251,13 +252,24 @@ void EventManager::InitAndStartEventMonitors() {
 
 unsigned long EventManager::OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                                    void* context) {
+  {
+    const std::lock_guard lock(state_->list_lock);
+    for (const auto& [monitor, thread] : state_->monitors) {
+      state_->CallMonitor(L"EventManager::OnServiceControlHandle", *monitor, [&](EventMonitorBase& one) {
+        one.OnServiceControlHandle(control, event_type, event_data, context);
+      });
+    }
+  }
+  if (const auto event = platform::DecodeServiceControl(control, event_type, event_data)) OnSystemEvent(*event);
+  return 0;
+}
+
+void EventManager::OnSystemEvent(const platform::SystemEvent& event) {
   const std::lock_guard lock(state_->list_lock);
   for (const auto& [monitor, thread] : state_->monitors) {
-    state_->CallMonitor(L"EventManager::OnServiceControlHandle", *monitor, [&](EventMonitorBase& one) {
-      one.OnServiceControlHandle(control, event_type, event_data, context);
-    });
+    state_->CallMonitor(L"EventManager::OnSystemEvent", *monitor,
+                        [&](EventMonitorBase& one) { one.OnSystemEvent(event); });
   }
-  return 0;
 }
 
 void EventManager::StopMonitorQuietly(EventMonitorBase& monitor) {
