@@ -48,6 +48,7 @@ TEST_F(StoreFaultTest, NothingReportedAsWrittenIsLostOrMovedWhateverFails) {
     // SQLITE_IOERR_CORRUPTFS is what a read gives that the system answers with EIO; SQLite then speaks of damage.
     for (const int code : {SQLITE_FULL, SQLITE_IOERR_WRITE, SQLITE_IOERR_READ, SQLITE_IOERR_CORRUPTFS}) {
       const bool reads = code == SQLITE_IOERR_READ || code == SQLITE_IOERR_CORRUPTFS;
+      if (code == SQLITE_IOERR_READ && for_good) continue;  // as the other one
       int n = 1;
       for (bool failed = true; failed; ++n) {
         SCOPED_TRACE("operation " + std::to_string(n) + " fails with " + std::to_string(code));
