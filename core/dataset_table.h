@@ -33,9 +33,8 @@ class DatasetTable {
   /// The dataset with exactly this name, or null.
   const Dataset* FindByName(std::wstring_view name) const;
 
-  /// The dataset that a policy's entry means, or null: the row's id occurs in the entry's upper-cased id, and the names
-  /// are equal. Only datasets that a policy can switch (kByScope, kStartsAtAnyScope, kUserProcess) are found.
-  const Dataset* FindForPolicy(const std::wstring& id, const std::wstring& name) const;
+  /// The dataset with exactly this id, or null.
+  const Dataset* FindById(std::wstring_view id) const;
 
   /// The dataset of this rule, or null; for the rules that one row has.
   const Dataset* FindByRule(DatasetRule rule) const;

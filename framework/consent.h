@@ -11,9 +11,9 @@ class Consent {
   /// Whether the dataset may observe now: to be asked right before a sample.
   virtual bool Admits(const DatasetRow& row) = 0;
 
-  /// Runs `write` when the dataset may write now, and says whether it did. No other policy and no other scope come into
-  /// force before `write` has returned: whoever withdraws a consent knows, once that is done, that nothing is written
-  /// any more. `write` may wait for the store; it must not ask for a consent itself.
+  /// Runs `write` when the dataset may write now, and says whether it did. Once another policy or scope is in force, no
+  /// write that it excludes begins; one that began before is let through, and whoever withdraws a consent waits for it.
+  /// `write` may wait for the store, and may throw. No lock is held meanwhile.
   virtual bool WriteIfAdmitted(const DatasetRow& row, const std::function<void()>& write) = 0;
 
  protected:
