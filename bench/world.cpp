@@ -47,16 +47,15 @@ class WatchedMonitor final : public EventMonitorBase {
   Progress& progress_;
 };
 
-DatasetTable WatchedDatasets(CPUInfo& cpu_info, Progress& progress) {
-  std::vector<DatasetRow> rows = MakeComponentDatasets(cpu_info).rows();
-  for (DatasetRow& row : rows) {
-    if (!row.factory) continue;
-    row.factory = [make = row.factory, &progress](SERVICE_STATUS_HANDLE handle, bool path_changed,
-                                                  const MonitorServices& services) {
-      return std::make_unique<WatchedMonitor>(make(handle, path_changed, services), services, progress);
+DatasetTable WatchedDatasets(Progress& progress) {
+  std::vector<Dataset> datasets = MakeComponentDatasets().datasets();
+  for (Dataset& dataset : datasets) {
+    if (!dataset.factory) continue;
+    dataset.factory = [make = dataset.factory, &progress](const MonitorServices& services) {
+      return std::make_unique<WatchedMonitor>(make(services), services, progress);
     };
   }
-  return DatasetTable(std::move(rows));
+  return DatasetTable(std::move(datasets));
 }
 
 /// The logs' files as always; and the line that ends a reconciliation, which the manager tells nobody else.
@@ -130,8 +129,7 @@ World::World(std::filesystem::path folder)
       region_information_(machine_.region(), runtime_->clock()),
       tvk_info_(TVK::System::GetTime(runtime_->clock())),
       device_id_agent_(machine_.system(), machine_.firmware()),
-      cpu_info_(machine_.processors()),
-      datasets_(WatchedDatasets(cpu_info_, progress_)),
+      datasets_(WatchedDatasets(progress_)),
       services_{*runtime_,           machine_,  store_,    policy_agent_, bus_, machine_information_,
                 region_information_, tvk_info_, datasets_, user_agent_},
       policy_watch_(*runtime_, policy_agent_, bus_, {policy_file_, folder_ / "client-policy.json"}) {
@@ -170,8 +168,8 @@ int World::StartManager() {
 }
 
 int World::MonitorsOutsidePolicy() const {
-  return static_cast<int>(std::ranges::count_if(datasets_.rows(), [](const DatasetRow& row) {
-    return row.rule == DatasetRule::kAlways || row.rule == DatasetRule::kApplication;
+  return static_cast<int>(std::ranges::count_if(datasets_.datasets(), [](const Dataset& dataset) {
+    return dataset.row.rule == DatasetRule::kAlways || dataset.row.rule == DatasetRule::kApplication;
   }));
 }
 

@@ -16,7 +16,6 @@
 #include "client/store/event_data_logging.h"
 #include "component/policy_watch.h"
 #include "core/manager_services.h"
-#include "monitors/system/cpu_info.h"
 #include "platform/runtime.h"
 #include "platform/simulated/simulated_machine.h"
 #include "tvk/event_manager.h"
@@ -93,7 +92,6 @@ class World {
   RegionInformation region_information_;
   TvkInfo tvk_info_;
   TVK::MachineDeviceIdAgent device_id_agent_;
-  CPUInfo cpu_info_;
   const DatasetTable datasets_;
   AbsentUserAgent user_agent_;
   const ManagerServices services_;

@@ -11,80 +11,45 @@
 
 namespace {
 
-// Datasets that are listed and started like every other, but for which this version collects nothing; the class name
-// names the monitor's log.
-const std::map<std::wstring, std::wstring>& UncollectedMonitors() {
-  static const std::map<std::wstring, std::wstring> names = {
-      {L"SystemPowerEvent", L"SystemPowerEventMonitor"},
-      {L"NetworkEvent", L"NetworkEventMonitor"},
-      {L"DeviceStatus", L"DeviceStatusMonitor"},
-      {L"StorageEvent", L"StoreEventMonitor"},
-      {L"AlexaEvent", L"AlexaEventMonitor"},
-      {L"BatteryEvent", L"BatteryEventMonitor"},
-      {L"EventViewerLogsEvent", L"WindowsLogsEventMonitor"},
-      {L"PCIe_NVMe_SMARTEvent", L"PCIeNVMeSmartEventMonitor"},
-      {L"SATA_SSD_SMARTEvent", L"SATASmartEventMonitor"},
-      {L"SMARTEvent", L"SmartEventMonitor"},
-      {L"DeviceProcessEvent", L"DeviceProcessEventMonitor"},
-      {L"CrashEvent", L"CrashEventMonitor"},
-      {L"USBPortEvent", L"USBEventMonitor"},
-      {L"ThunderboltEvent", L"ThunderboltEventMonitor"},
-      {L"EventViewerLogDBEvent", L"EventViewerLogDBEventMonitor"},
-      {L"DeviceDriversEvent", L"DeviceDriversEventMonitor"},
-      {L"PCIe_NVMe_SelfTestResult", L"PCIeNVMeSelfTestEventMonitor"},
-      {L"SATA_SSD_SelfTestResult", L"SATASelfTestEventMonitor"},
-      {L"VitalSignsEvent", L"VitalSignsEventMonitor"},
-  };
-  return names;
+template <class Monitor>
+std::unique_ptr<EventMonitorBase> Make(const MonitorServices& services) {
+  return std::make_unique<Monitor>(services);
 }
 
-// What makes a dataset of this component more than a name.
+/// What makes a dataset of this component more than a name. Those that are not listed here are started and stopped
+/// like every other, and say in their log that nothing is collected for them.
 struct Collector {
   MonitorFactory factory;
-  SettingsReader read_settings;
+  SettingsReader read_settings = {};
   bool collects = true;
 };
 
-MonitorFactory UncollectedFactory(const std::wstring& dataset, const std::wstring& class_name) {
-  return [dataset, class_name](SERVICE_STATUS_HANDLE handle, bool path_changed, const MonitorServices& services) {
-    return std::make_unique<UncollectedMonitor>(handle, path_changed, services, dataset, class_name);
+const std::map<std::wstring_view, Collector>& Collectors() {
+  static const std::map<std::wstring_view, Collector> collectors = {
+      {L"CPUEvent",
+       {Make<CpuEventMonitor>, [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }}},
+      {L"SystemBIOSEvent", {Make<SystemBiosEventMonitor>}},
+      {L"MemoryEvent",
+       {Make<MemoryEventMonitor>, [](const SettingTexts& settings) { return ReadMemorySettings(settings).readings; }}},
+      {L"TVKEvent", {.factory = Make<TVKEventMonitor>, .collects = false}},
   };
+  return collectors;
 }
 
-/// The factory of a monitor that needs nothing but the services.
-template <class Monitor>
-MonitorFactory PlainFactory() {
-  return [](SERVICE_STATUS_HANDLE handle, bool path_changed, const MonitorServices& services) {
-    return std::make_unique<Monitor>(handle, path_changed, services);
-  };
+Dataset Join(const DatasetRow& row) {
+  if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) return {row};
+  const auto found = Collectors().find(row.name);
+  if (found != Collectors().end()) {
+    return {row, found->second.factory, found->second.read_settings, found->second.collects};
+  }
+  return {row, [&row](const MonitorServices& services) { return std::make_unique<UncollectedMonitor>(services, row); }};
 }
 
 }  // namespace
 
-DatasetTable MakeComponentDatasets(CPUInfo& cpu_info) {
-  const std::map<std::wstring, Collector> collectors = {
-      {CpuEventMonitor::dataset_name,
-       {[&cpu_info](SERVICE_STATUS_HANDLE handle, bool path_changed, const MonitorServices& services) {
-          return std::make_unique<CpuEventMonitor>(handle, path_changed, services, &cpu_info);
-        },
-        [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }}},
-      {SystemBiosEventMonitor::dataset_name, {PlainFactory<SystemBiosEventMonitor>(), {}}},
-      {MemoryEventMonitor::dataset_name,
-       {PlainFactory<MemoryEventMonitor>(),
-        [](const SettingTexts& settings) { return ReadMemorySettings(settings).readings; }}},
-      {L"TVKEvent", {PlainFactory<TVKEventMonitor>(), {}, false}},
-  };
-  std::vector<DatasetRow> rows = ComponentDatasets();
-  for (DatasetRow& row : rows) {
-    const auto collector = collectors.find(row.name);
-    const auto uncollected = UncollectedMonitors().find(row.name);
-    if (collector != collectors.end()) {
-      row.factory = collector->second.factory;
-      row.read_settings = collector->second.read_settings;
-      row.collects = collector->second.collects;
-    } else if (uncollected != UncollectedMonitors().end()) {
-      row.factory = UncollectedFactory(uncollected->first, uncollected->second);
-    }
-  }
-  return DatasetTable(std::move(rows));
+DatasetTable MakeComponentDatasets() {
+  std::vector<Dataset> datasets;
+  for (const DatasetRow& row : kDatasetRows)
+    datasets.push_back(Join(row));
+  return DatasetTable(std::move(datasets));
 }

@@ -19,22 +19,22 @@ using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): 
 TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
   MonitorWorld world;
   ServiceLife life(world);
-  CPUInfo cpu_info(world.machine.processors());
-  const DatasetTable table = MakeComponentDatasets(cpu_info);
-  std::set<std::wstring> ids;
-  std::set<std::wstring> names;
+  const DatasetTable table = MakeComponentDatasets();
+  std::set<std::wstring_view> ids;
+  std::set<std::wstring_view> names;
   int rank = 0;
-  for (const DatasetRow& row : table.rows()) {
-    SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.name));
-    EXPECT_EQ(row.id, TVK::String::ToUpper(row.id)) << "settings are found under the id as it is written";
+  for (const Dataset& dataset : table.datasets()) {
+    const DatasetRow& row = dataset.row;
+    SCOPED_TRACE(TVK::String::UTF16ToUTF8(std::wstring(row.name)));
+    EXPECT_EQ(row.id, TVK::String::ToUpper(std::wstring(row.id))) << "settings are found under the id as it is written";
     EXPECT_TRUE(ids.insert(row.id).second);
     EXPECT_TRUE(names.insert(row.name).second);
     EXPECT_EQ(row.rank, rank++);
-    EXPECT_EQ(table.FindByName(row.name), &row);
+    EXPECT_EQ(table.FindByName(row.name), &dataset);
     const bool has_monitor = row.rule != DatasetRule::kUserProcess && row.rule != DatasetRule::kDeviceContext;
-    ASSERT_EQ(static_cast<bool>(row.factory), has_monitor);
+    ASSERT_EQ(static_cast<bool>(dataset.factory), has_monitor);
     if (!has_monitor) continue;
-    EXPECT_EQ(row.factory(nullptr, false, life.services())->GetName(), row.name);
+    EXPECT_EQ(dataset.factory(life.services())->GetName(), row.name);
   }
 }
 
@@ -43,8 +43,7 @@ TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
 std::vector<std::wstring> Live(const TelemetryPolicy& policy, std::chrono::hours time) {
   MonitorWorld world;
   world.config.SetPolicy(policy);
-  CPUInfo cpu_info(world.machine.processors());
-  const DatasetTable table = MakeComponentDatasets(cpu_info);
+  const DatasetTable table = MakeComponentDatasets();
   ManagerLife life(world, table);
   life.Start();
   world.runtime.AdvanceBy(time);

@@ -15,7 +15,6 @@
 #include "core/manager_services.h"
 #include "host/device_context_event_monitor.h"
 #include "host/system_event_relay.h"
-#include "monitors/system/cpu_info.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
 #include "platform/system_facts.h"
@@ -67,7 +66,6 @@ class Composition {
   RegionInformation region_information_;
   TvkInfo tvk_info_;
   TVK::MachineDeviceIdAgent device_id_agent_;
-  CPUInfo cpu_info_;
   const DatasetTable datasets_;
   UserProcess user_process_;
   PolicyWatch policy_watch_;

@@ -1,13 +1,12 @@
-// The device context: what it holds, when a new one is due, and who is told.
+#include "core/device_context_record.h"
+
+#include <utility>
+
 #include "client/records/records.h"
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
-#include "client/text/string.h"
-#include "core/event_manager_state.h"
+#include "core/guarded_call.h"
 #include "platform/region.h"
-
-using namespace manager_names;  // NOLINT(google-build-using-namespace): the manager's own constants
-using TVK::String;
 
 namespace {
 
@@ -18,12 +17,19 @@ constexpr wchar_t kClientKey[] = L"TVK-EVENTMANAGER";
 
 }  // namespace
 
-bool EventManager::NewDeviceContextData(DeviceContext& context, bool /*notify*/) {
-  State& state = *state_;
-  const MachineInformation machine = state.services.machine_information.Frozen();
+DeviceContextRecord::DeviceContextRecord(const ManagerServices& services, const TVK::Log& log, IdentityValues& identity,
+                                         Notifier& notifier, const DisplayProcess& display)
+    : services_(services), log_(log), identity_(identity), notifier_(notifier), display_(display) {}
+
+bool DeviceContextRecord::NewDeviceContextData(DeviceContext& context) const {
+  return GuardedCall(log_, L"EventManager::NewDeviceContextData", [&] { Fill(context); });
+}
+
+void DeviceContextRecord::Fill(DeviceContext& context) const {
+  const MachineInformation machine = services_.machine_information.Frozen();
   DeviceInfo& device = context.device_info();
-  device.set_device_id(get_DeviceId());
-  device.set_device_id2(get_LegacyDeviceId());
+  device.set_device_id(identity_.Get(&IdentityValues::Values::device_id));
+  device.set_device_id2(identity_.Get(&IdentityValues::Values::legacy_device_id));
   device.set_device_name(machine.device_model());
   device.set_device_manufacturer(machine.device_manufacturer());
   device.set_device_brand(machine.device_brand());
@@ -43,19 +49,19 @@ bool EventManager::NewDeviceContextData(DeviceContext& context, bool /*notify*/)
   device.set_device_info_datetime(machine.device_info_datetime());
   device.set_device_extensionkeyvalue(machine.device_extension_keyvalue());
   TvkPolicy tvk_policy;
-  if (state.services.config.GetTvkPolicy(tvk_policy)) {
+  if (services_.config.GetTvkPolicy(tvk_policy)) {
     device.set_device_path(tvk_policy.device_path);
     device.set_device_subscription(tvk_policy.device_subscription);
   } else {
-    state.log.e(L"%s: Get TVKPolicy return fail", L"EventManager::NewDeviceContextData");
+    log_.e(L"%s: Get TVKPolicy return fail", L"EventManager::NewDeviceContextData");
     // A file that cannot be used says nothing new: the device belongs where it did.
-    if (DeviceContext last; state.services.store.GetLastDeviceContext(last) == 0) {
+    if (DeviceContext last; services_.store.GetLastDeviceContext(last) == 0) {
       device.set_device_path(last.device_info().device_path());
       device.set_device_subscription(last.device_info().device_subscription());
     }
   }
 
-  const RegionInformation::Facts facts = state.services.region_information.Describe(machine.region());
+  const RegionInformation::Facts facts = services_.region_information.Describe(machine.region());
   RegionInfo& region = context.region_info();
   region.set_region_name(facts.region_name);
   region.set_country_name(facts.country_name);
@@ -67,19 +73,18 @@ bool EventManager::NewDeviceContextData(DeviceContext& context, bool /*notify*/)
   TVKInfo& tvk = context.tvk_info();
   tvk.set_tvk_key(kClientKey);
   tvk.set_tvk_channel(kChannel);
-  tvk.set_tvk_id(state.services.tvk_info.GetId());
-  tvk.set_tvk_version(state.services.tvk_info.GetVersion());
-  tvk.set_tvk_name(state.services.tvk_info.GetName());
-  tvk.set_tvk_datetime(state.services.tvk_info.GetInfoDatetime());
+  tvk.set_tvk_id(services_.tvk_info.GetId());
+  tvk.set_tvk_version(services_.tvk_info.GetVersion());
+  tvk.set_tvk_name(services_.tvk_info.GetName());
+  tvk.set_tvk_datetime(services_.tvk_info.GetInfoDatetime());
 
   context.set_device_context_id(TVK::Utility::CGuid::NewGuid(true));
-  context.set_device_context_datetime(TVK::System::GetTime(state.services.runtime.clock()));
-  context.set_schema_ver(get_schema_ver());
+  context.set_device_context_datetime(TVK::System::GetTime(services_.runtime.clock()));
+  context.set_schema_ver(identity_.get_schema_ver());
   context.set_source_component(kSourceComponent);
-  return true;
 }
 
-bool EventManager::CheckDeviceContextData(DeviceContext& fresh, DeviceContext& stored) {
+bool DeviceContextRecord::CheckDeviceContextData(const DeviceContext& fresh, const DeviceContext& stored) {
   const auto differs = [](const auto& a, const auto& b, auto... fields) {
     return (((a.*fields)() != (b.*fields)()) || ...);
   };
@@ -98,93 +103,86 @@ bool EventManager::CheckDeviceContextData(DeviceContext& fresh, DeviceContext& s
          fresh.schema_ver() != stored.schema_ver();
 }
 
-void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, bool notify) {
-  State& state = *state_;
+void DeviceContextRecord::Log(bool log_it, DeviceContext& context) {
   unsigned path_news = 0;
   {
-    const std::lock_guard values(state.value_lock);
-    path_news = state.device_path_news;
+    const std::lock_guard lock(mutex_);
+    path_news = path_news_;
   }
   DeviceContext fresh;
-  if (!NewDeviceContextData(fresh, notify)) {
-    state.log.e(L"EventManager::LogDeviceContextData NewDeviceContextData() return fail !!");
+  if (!NewDeviceContextData(fresh)) {
+    log_.e(L"EventManager::LogDeviceContextData NewDeviceContextData() return fail !!");
     return;
   }
   DeviceContext stored;
   bool needed = true;
   bool first = true;
-  const bool known = state.services.store.GetLastDeviceContext(stored) == 0;
+  const bool known = services_.store.GetLastDeviceContext(stored) == 0;
   if (known) {
     needed = CheckDeviceContextData(fresh, stored);
     first = stored.tvk_info().tvk_id() != fresh.tvk_info().tvk_id();
   }
-  if (first) set_FirstInvocation(true);
-  state.log.d(
-      L"EventManager LogDeviceContextData bIsNeedNewDeviceContext is %s, bIsNeedToLogDeviceContextOnChange is %s.",
-      needed ? L"true" : L"false", log_it ? L"true" : L"false");
-  if (needed) {
-    context = fresh;
-    if (log_it) {
-      const int error = state.services.store.LogDeviceContext(context);
-      if (error != 0) {
-        state.log.e(L"%s : LogDeviceContext() return error: %d", L"EventManager::LogDeviceContextData", error);
-      }
+  if (first) identity_.Set(&IdentityValues::Values::first_invocation, true);
+  log_.d(L"EventManager LogDeviceContextData bIsNeedNewDeviceContext is %s, bIsNeedToLogDeviceContextOnChange is %s.",
+         needed ? L"true" : L"false", log_it ? L"true" : L"false");
+  context = needed ? fresh : stored;
+  if (needed && log_it) {
+    const int error = services_.store.LogDeviceContext(context);
+    if (error != 0) {
+      log_.e(L"%s : LogDeviceContext() return error: %d", L"EventManager::LogDeviceContextData", error);
     }
-  } else {
-    context = stored;
   }
-  set_device_context_id(context.device_context_id());
-
-  const auto wakers = state.CopyWakers();
-  const bool tell = wakers.device_context_change != nullptr && needed;
+  identity_.SetDeviceContext(context.device_context_id(), context.device_info().device_path());
   const bool moved = known && stored.device_info().device_path() != fresh.device_info().device_path();
+  Announce(context.device_context_id(), needed, moved, path_news);
+}
+
+void DeviceContextRecord::Announce(const std::wstring& id, bool needed, bool moved, unsigned path_news) {
+  const auto wake_up = notifier_.wake_ups().device_context_change;
+  const bool tell = wake_up != nullptr && needed;
   {
-    const std::lock_guard values(state.value_lock);
+    const std::lock_guard lock(mutex_);
     if (tell) {
-      state.context_change_pending = true;
+      announced_ = true;
       // Perhaps the policy is in force and its notification still on the way.
-      state.device_path_change = state.device_path_change || moved;
-    } else if (!needed && !state.context_change_pending && state.device_path_news == path_news) {
+      path_change_ = path_change_ || moved;
+    } else if (!needed && !announced_ && path_news_ == path_news) {
       // A path that changed and changed back before anybody looked is no change that a later context should tell of.
-      state.device_path_change = false;
+      path_change_ = false;
     }
   }
   if (!tell) return;
   constexpr wchar_t kThis[] = L"EventManager::LogDeviceContextData";
-  state.log.d(L"%s Sending event on logging Device Context with deviceContextid: ! %s: ", kThis,
-              context.device_context_id());
-  wakers.device_context_change->Set();
-  if (ValidateDisplayEventWithNewPolicy()) {
-    state.SignalGlobalEvent(kTvkPolicyChangeEvent, L"%s Send Notification to User Agent on TVKPolicyChange:", kThis);
+  log_.d(L"%s Sending event on logging Device Context with deviceContextid: ! %s: ", kThis, id);
+  wake_up->Set();
+  if (display_.ValidateDisplayEventWithNewPolicy()) {
+    notifier_.SignalUserAgent(kTvkPolicyChangeEvent,
+                              [&] { log_.d(L"%s Send Notification to User Agent on TVKPolicyChange:", kThis); });
   }
   if (IsDevicePathChange()) {
-    state.SignalGlobalEvent(kDevicePathChangeEvent, L"%s Send Notification to User Agent on DevicePath Change:", kThis);
+    notifier_.SignalUserAgent(kDevicePathChangeEvent,
+                              [&] { log_.d(L"%s Send Notification to User Agent on DevicePath Change:", kThis); });
   }
 }
 
-void EventManager::State::SignalGlobalEvent(const wchar_t* name, TVK::CheckedWideFormat<std::wstring> message,
-                                            const std::wstring& caller) {
-  const platform::NamedEventResult opened = services.runtime.OpenNamedEvent(name);
-  if (opened.event == nullptr) return;
-  log.d(message, caller);
-  opened.event->Set();
+void DeviceContextRecord::RememberDevicePathChange() {
+  const std::lock_guard lock(mutex_);
+  path_change_ = true;
+  ++path_news_;
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): the public class takes its texts by value.
-int EventManager::DecideTVKVer(std::wstring version) {
-  State& state = *state_;
-  std::wstring current = String::ToUpper(state.services.tvk_info.GetVersion());
-  if (current.empty()) current = L"Unknow";
-  const DatasetRow* asking = nullptr;
-  for (const DatasetRow& row : state.services.datasets.rows()) {
-    if (row.id == version) asking = &row;
-  }
-  ItemEvent last;
-  const int error =
-      asking != nullptr
-          ? state.services.store.GetLastItemEventWithItemId(asking->id, EventMonitorBase::DeviceInitItemId, last)
-          : state.services.store.GetLastItemEventOfAnyDataset(EventMonitorBase::DeviceInitItemId, last);
-  DeviceContext context;
-  if (error != 0 || state.services.store.GetDeviceContext(last.device_context_id(), context) != 0) return 2;
-  return String::ToUpper(context.tvk_info().tvk_version()) == current ? 0 : 1;
+bool DeviceContextRecord::IsDevicePathChange() const {
+  const std::lock_guard lock(mutex_);
+  return path_change_;
+}
+
+bool DeviceContextRecord::TakeDevicePathChange() {
+  const std::lock_guard lock(mutex_);
+  announced_ = false;
+  return std::exchange(path_change_, false);
+}
+
+void DeviceContextRecord::ForgetAnnouncement() {
+  const std::lock_guard lock(mutex_);
+  announced_ = false;
 }

@@ -1,264 +1,201 @@
-// News from the bus, and the thread that acts on it.
-#include <array>
+#include "core/notifications.h"
 
-#include "client/records/records.h"
+#include <system_error>
+
 #include "client/text/string.h"
-#include "core/event_manager_state.h"
+#include "core/guarded_call.h"
 
-using namespace manager_names;  // NOLINT(google-build-using-namespace): the manager's own constants
-using TVK::String;
+Notifications::Notifications(const ManagerParts& parts, Reconciler& reconciler,
+                             std::function<void()> log_device_context, EventMonitorBase* application_events)
+    : parts_(parts),
+      reconciler_(reconciler),
+      log_device_context_(std::move(log_device_context)),
+      application_events_(application_events) {}
 
-void EventManager::OnNotification(TVKNotificationData& data) {
+void Notifications::Start() {
+  try {
+    thread_ = parts_.services.runtime.StartThread("tvk-notify", [this] { NotificationProcessorThread(); });
+  } catch (const std::system_error&) {
+    parts_.log.e(L"EventManager Initialize _thread_telemetry failed!");
+  }
+}
+
+void Notifications::End() {
+  if (!thread_.joinable()) return;
+  if (const auto stop = parts_.notifier.wake_ups().stop; stop != nullptr) stop->Set();
+  parts_.services.runtime.Join(thread_);
+}
+
+void Notifications::JoinStoppers() {
+  const std::lock_guard no_handler(handler_mutex_);
+  reconciler_.JoinStoppers();
+}
+
+void Notifications::OnNotification(TVKNotificationData& data) {
   if (data.isKVQNotification()) return;
-  state_->log.d(L"%s Recieved internal notification %d %d", L"EventManager::OnNotification", data.getTopicId(),
-                data.getEventState());
+  parts_.log.d(L"%s Recieved internal notification %d %d", L"EventManager::OnNotification", data.getTopicId(),
+               data.getEventState());
   if (data.getTopicId() != kPolicyTopic) return;
   if (data.getEventState() == kTelemetryPolicyChanged) OnTelemetryPolicyNotification(data);
   if (data.getEventState() == kTvkPolicyChanged) OnTvkPolicyNotification(data);
 }
 
-void EventManager::OnTelemetryPolicyNotification(TVKNotificationData& data) {
+void Notifications::OnTelemetryPolicyNotification(TVKNotificationData& data) {
   constexpr wchar_t kThis[] = L"EventManager::OnNotification";
-  State& state = *state_;
-  state.log.d(L"%s On Recieving Telemetry policy Change Event: !: ", kThis);
+  parts_.log.d(L"%s On Recieving Telemetry policy Change Event: !: ", kThis);
   data.deserializePayloadForTvkPolicy(data.getPayload());
-  state.log.d(
+  parts_.log.d(
       L"%s On Deserializing payload values recieved On telemtery policy change: DevicePath Value : %s  "
       L"DeviceSubscriptionValue : %s isDevicePathChange: %d",
       kThis, data.device_path(), data.device_subscription(), data.is_device_path_change());
-  state.RememberDevicePathChange(data);
-  const platform::NamedEventResult opened = state.services.runtime.OpenNamedEvent(kTelemetryPolicyChangeEvent);
-  if (opened.event != nullptr) {
-    state.log.e(L"EventManager OnNotification SetEvent: \"%s\"", kTelemetryPolicyChangeEvent);
-    opened.event->Set();
-  }
+  if (data.is_device_path_change()) parts_.device_context.RememberDevicePathChange();
+  parts_.notifier.SignalUserAgent(kTelemetryPolicyChangeEvent, [&] {
+    parts_.log.e(L"EventManager OnNotification SetEvent: \"%s\"", kTelemetryPolicyChangeEvent);
+  });
 
-  TelemetryPolicy policy;
   std::wstring old_scope;
-  if (!state.TakePolicy(policy, old_scope)) {
-    state.log.e(L"EventManager OnNotification GetTelemetryPolicy() return fail!");
+  const PolicyView::Policy policy = parts_.policy.ReadWithScope(old_scope);
+  if (policy == nullptr) {
+    parts_.log.e(L"EventManager OnNotification GetTelemetryPolicy() return fail!");
     return;
   }
-  set_NoHashNetworkData(policy.Setting(kNoHashNetworkDataSetting) == L"true");
-  if (!StringHelper::caseInsesitiveEqual(old_scope, policy.telemetry_scope)) {
-    state.log.d(L"EventManager OnNotification found telemetry_scope changes %s-->%s", old_scope,
-                policy.telemetry_scope);
-    const std::lock_guard lock(state.list_lock);
-    for (const auto& entry : state.monitors) {
-      state.log.d(L"EventManager RestartMonitor %s", entry.first->GetName());
-      state.CallMonitor(kThis, *entry.first, [](EventMonitorBase& monitor) { monitor.RestartMonitor(); });
+  parts_.identity.Set(&IdentityValues::Values::no_hash_network_data, policy->no_hash_network_data);
+  if (!StringHelper::caseInsesitiveEqual(old_scope, policy->scope)) {
+    parts_.log.d(L"EventManager OnNotification found telemetry_scope changes %s-->%s", old_scope, policy->scope);
+    for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
+      parts_.log.d(L"EventManager RestartMonitor %s", entry->row().name);
+      entry->Call(kThis, [](EventMonitorBase& monitor) { monitor.RestartMonitor(); });
     }
   }
-  if (get_devidAgent() == nullptr) {
-    state.log.e(L"EventManager OnTelemetryScopeChanges serivice=null or deviceidagent=null!");
+  if (parts_.identity.Get(&IdentityValues::Values::device_id_agent) == nullptr) {
+    parts_.log.e(L"EventManager OnTelemetryScopeChanges serivice=null or deviceidagent=null!");
     return;
   }
-  const auto wakers = state.CopyWakers();
-  if (wakers.telemetry_scope == nullptr) return;
-  const std::uint32_t error = wakers.telemetry_scope->Release(1);
-  if (error != 0) state.log.e(L"EventManager OnNotification ReleaseSemphore error:%d", error);
+  const auto wake_up = parts_.notifier.wake_ups().telemetry_scope;
+  if (wake_up == nullptr) return;
+  const std::uint32_t error = wake_up->Release(1);
+  if (error != 0) parts_.log.e(L"EventManager OnNotification ReleaseSemphore error:%d", error);
 }
 
-void EventManager::OnTvkPolicyNotification(TVKNotificationData& data) {
+void Notifications::OnTvkPolicyNotification(TVKNotificationData& data) {
   constexpr wchar_t kThis[] = L"EventManager::OnNotification";
-  State& state = *state_;
-  state.log.d(L"%s On Recieving TVK policy Change Event: !: ", kThis);
+  parts_.log.d(L"%s On Recieving TVK policy Change Event: !: ", kThis);
   data.deserializePayloadForTvkPolicy(data.getPayload());
-  state.log.d(L"%s On Desrializing payload values recieved: DevicePath Value : %s  DeviceSubscriptionValue : %s", kThis,
-              data.device_path(), data.device_subscription());
-  state.RememberDevicePathChange(data);
-  state.log.d(L"%s Sending event on TVK Policy Change: !: ", kThis);
-  const auto wakers = state.CopyWakers();
-  if (wakers.tvk_policy != nullptr) wakers.tvk_policy->Set();
+  parts_.log.d(L"%s On Desrializing payload values recieved: DevicePath Value : %s  DeviceSubscriptionValue : %s",
+               kThis, data.device_path(), data.device_subscription());
+  if (data.is_device_path_change()) parts_.device_context.RememberDevicePathChange();
+  parts_.log.d(L"%s Sending event on TVK Policy Change: !: ", kThis);
+  const auto wake_up = parts_.notifier.wake_ups().tvk_policy;
+  if (wake_up != nullptr) wake_up->Set();
 }
 
-void EventManager::State::RememberDevicePathChange(const TVKNotificationData& data) {
-  if (!data.is_device_path_change()) return;
-  const std::lock_guard lock(value_lock);
-  device_path_change = true;
-  ++device_path_news;
-}
-
-void EventManager::NotificationProcessorThread() {
+void Notifications::NotificationProcessorThread() {
   constexpr wchar_t kThis[] = L"EventManager::NotificationProcessorThread";
-  State& state = *state_;
-  state.log.d(L"%s Entry", kThis);
-  const auto wakers = state.CopyWakers();
-  std::vector<platform::Waitable*> objects = {wakers.stop.get(), wakers.tvk_policy.get(),
-                                              wakers.device_context_change.get(), wakers.telemetry_scope.get()};
-  if (state.services.region_change_event != nullptr) objects.push_back(state.services.region_change_event);
+  parts_.log.d(L"%s Entry", kThis);
+  const Notifier::WakeUps wake_ups = parts_.notifier.wake_ups();
+  platform::Waitable* const region_change = parts_.services.region_change_event;
+  platform::Waitable* const objects[] = {wake_ups.stop.get(), wake_ups.tvk_policy.get(),
+                                         wake_ups.device_context_change.get(), wake_ups.telemetry_scope.get(),
+                                         region_change};
+  const std::span watched(objects, region_change == nullptr ? 4 : 5);
   bool running = true;
   while (running) {
-    const platform::WaitCode signalled = state.services.runtime.WaitAny(objects, platform::kForever);
-    state.log.d(L"%s Triggered(initflag=%d, signalled=%lu)", kThis, state.initialized.load(), signalled);
     try {
+      const platform::WaitCode signalled = parts_.services.runtime.WaitAny(watched, platform::kForever);
+      parts_.log.d(L"%s Triggered(initflag=%d, signalled=%lu)", kThis, parts_.initialized.load(), signalled);
       switch (signalled) {
         case 0:
           running = false;
           break;
         case 2:
-          state.log.d(L"%s Trigger OnDeviceContextChanges Method", kThis);
+          parts_.log.d(L"%s Trigger OnDeviceContextChanges Method", kThis);
           OnDeviceContextChanges();
           break;
         case 1:
         case 3:
         case 4:
-          running = state.initialized;
+          running = parts_.initialized;
           if (running) RunHandler(signalled);
           break;
         default:
           // To wait again at once would fail again, and take a processor for it.
-          state.log.e(L"%s: the wait failed", kThis);
-          state.services.runtime.Wait(*wakers.stop, std::chrono::seconds(1));
+          parts_.log.e(L"%s: the wait failed", kThis);
+          parts_.services.runtime.Wait(*wake_ups.stop, std::chrono::seconds(1));
       }
     } catch (...) {
-      state.log.e(L"%s encount exceptions", kThis);
+      parts_.log.e(L"%s encount exceptions", kThis);
     }
   }
-  state.log.d(L"%s End", kThis);
+  parts_.log.d(L"%s End", kThis);
 }
 
-void EventManager::RunHandler(unsigned long index) {
+void Notifications::RunHandler(platform::WaitCode index) {
   constexpr wchar_t kThis[] = L"EventManager::NotificationProcessorThread";
-  State& state = *state_;
   if (index == 1) {
-    state.log.d(L"%s Trigger OnTvkPolicyChanges Method", kThis);
+    parts_.log.d(L"%s Trigger OnTvkPolicyChanges Method", kThis);
     OnTvkPolicyChanges();
   } else if (index == 3) {
-    state.log.d(L"%s Trigger OnTelemetryScopeChanges Method", kThis);
+    parts_.log.d(L"%s Trigger OnTelemetryScopeChanges Method", kThis);
     OnTelemetryScopeChanges();
   } else {
-    state.log.d(L"%s Trigger OnRegion Changed", kThis);
-    state.log.d(L"%s Log Device Context on Region Change", kThis);
-    DeviceContext context;
-    LogDeviceContextData(true, context, true);
+    parts_.log.d(L"%s Trigger OnRegion Changed", kThis);
+    parts_.log.d(L"%s Log Device Context on Region Change", kThis);
+    const std::lock_guard one_at_a_time(handler_mutex_);
+    log_device_context_();
   }
 }
 
-void EventManager::WaitForEventMonitorThreads() {
-  constexpr wchar_t kThis[] = L"EventManager::WaitForEventMonitorThreads";
-  State& state = *state_;
-  for (const auto& [monitor, thread] : state.CopyList()) {
-    const DatasetRow* row = state.services.datasets.FindByName(monitor->GetName());
-    if (row != nullptr && row->rule == DatasetRule::kAlways) {
-      state.log.d(L"%s it is null data set! %s: ", kThis, monitor->GetName());
-      continue;
-    }
-    // Only a thread whose main routine has returned can be joined without waiting; a monitor that keeps its thread for
-    // its notifications would hold this one for ever.
-    if (thread == nullptr || !thread->joinable() || !state.HasReturned(monitor)) continue;
-    try {
-      state.services.runtime.Join(*thread);
-      state.log.d(L"%s join the thread! %s: ", kThis, monitor->GetName());
-    } catch (const std::system_error&) {
-      state.log.e(L"%s: Error joining event monitor!", kThis);
-    }
-  }
-}
-
-void EventManager::OnTvkPolicyChanges() {
+void Notifications::OnTvkPolicyChanges() {
   constexpr wchar_t kThis[] = L"EventManager::OnTvkPolicyChanges";
-  State& state = *state_;
-  state.log.d(L"%s Enter:", kThis);
-  TelemetryPolicy policy;
-  if (!state.ReadPolicy(policy)) {
-    state.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
+  const std::lock_guard one_at_a_time(handler_mutex_);
+  parts_.log.d(L"%s Enter:", kThis);
+  if (parts_.policy.Read() == nullptr) {
+    parts_.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
     return;
   }
-  state.log.d(L"%s Finish the other threads if running!", kThis);
-  WaitForEventMonitorThreads();
-  state.log.d(L"%s Stop the datasets which are not present in updated Config!", kThis);
-  StopDisabledDatasets(policy.datasets, get_Telemetry_Scope());
-  DeviceContext context;
-  LogDeviceContextData(true, context, true);
-  state.log.d(L"%s Exit:", kThis);
+  parts_.log.d(L"%s Finish the other threads if running!", kThis);
+  reconciler_.WaitForEventMonitorThreads();
+  parts_.log.d(L"%s Stop the datasets which are not present in updated Config!", kThis);
+  reconciler_.StopDisabledDatasets();
+  log_device_context_();
+  parts_.log.d(L"%s Exit:", kThis);
 }
 
-void EventManager::OnTelemetryScopeChanges() {
+void Notifications::OnTelemetryScopeChanges() {
   constexpr wchar_t kThis[] = L"EventManager::OnTelemetryScopeChanges";
-  State& state = *state_;
-  state.log.d(L"%s : Entry", kThis);
+  const std::lock_guard one_at_a_time(handler_mutex_);
+  parts_.log.d(L"%s : Entry", kThis);
   try {
-    TelemetryPolicy policy;
-    if (!state.ReadPolicy(policy)) {
-      state.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
+    const PolicyView::Policy policy = parts_.policy.Read();
+    if (policy == nullptr) {
+      parts_.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
     } else {
-      state.log.d(L"%s : Stopping the datasets!", kThis);
-      StopDisabledDatasets(policy.datasets, get_Telemetry_Scope());
-      RereadSettings();
-      StartMissingDatasets(policy);
+      parts_.log.d(L"%s : Stopping the datasets!", kThis);
+      reconciler_.StopDisabledDatasets();
+      reconciler_.RereadSettings();
+      reconciler_.StartMissingDatasets(*policy);
     }
   } catch (...) {
-    state.log.e(L"%s : encount exceptions", kThis);
+    parts_.log.e(L"%s : encount exceptions", kThis);
   }
-  state.log.d(L"%s : End", kThis);
+  parts_.log.d(L"%s : End", kThis);
 }
 
-void EventManager::RereadSettings() {
-  for (const auto& entry : state_->CopyList()) {
-    if (!state_->initialized) return;  // Stop waits for this thread
-    state_->CallMonitor(L"EventManager::RereadSettings", *entry.first,
-                        [](EventMonitorBase& monitor) { monitor.ReadAndUpdateDatasetSettings(); });
-  }
-}
-
-void EventManager::StartMissingDatasets(TelemetryPolicy& policy) {
-  State& state = *state_;
-  const EligibilityFilter filter(state.services.machine_information.traits());
-  if (!filter.IsApplicable(policy.applicability)) return;
-  OrderDatasets(policy.datasets);
-  for (const DataSet& dataset : policy.datasets) {
-    if (!state.initialized) return;
-    const DatasetRow* row = state.services.datasets.FindForPolicy(dataset.id, dataset.name);
-    if (row == nullptr || !dataset.enabled || !filter.IsApplicable(dataset.applicability)) continue;
-    const bool runs = row->rule == DatasetRule::kUserProcess
-                          ? state.services.user_process_agent.UserProcessRuns()
-                          : SearchMonitorList(dataset.name) || state.IsStopping(dataset.name);
-    // The policy may be newer than the scope in force; a consent that it withdraws counts already.
-    const bool consented = String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope()) &&
-                           String::CaseInsesitiveFind(row->scopes, policy.telemetry_scope);
-    if (!runs && consented) RunAndAddToList(dataset.id);
-  }
-}
-
-void EventManager::OnDeviceContextChanges() {
+void Notifications::OnDeviceContextChanges() {
   constexpr wchar_t kThis[] = L"EventManager::OnDeviceContextChanges";
-  State& state = *state_;
-  state.log.d(L"%s Entry", kThis);
-  bool new_device = false;
-  {
-    const std::lock_guard lock(state.value_lock);
-    new_device = std::exchange(state.device_path_change, false);
-    state.context_change_pending = false;
-  }
+  const std::lock_guard one_at_a_time(handler_mutex_);
+  parts_.log.d(L"%s Entry", kThis);
+  const bool new_device = parts_.device_context.TakeDevicePathChange();
   const auto tell = [&](EventMonitorBase& monitor) { monitor.OnDeviceContextChanges(new_device); };
-  if (state.application_events != nullptr) state.CallMonitor(kThis, *state.application_events, tell);
-  TelemetryPolicy policy;
-  if (!state.ReadPolicy(policy)) {
-    state.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
+  if (application_events_ != nullptr) GuardedCall(parts_.log, kThis, [&] { tell(*application_events_); });
+  if (parts_.policy.Read() == nullptr) {
+    parts_.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
   } else {
-    for (const auto& entry : state.CopyList()) {
-      if (!state.initialized) break;  // Stop waits for this thread
+    for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
+      if (!parts_.initialized) break;
       // A monitor that a newer policy does not let run has only not been stopped yet: it writes nothing more.
-      const DatasetRow* row = state.services.datasets.FindByName(entry.first->GetName());
-      if (row != nullptr && State::MayRun(*row, policy.datasets, get_Telemetry_Scope())) {
-        state.CallMonitor(kThis, *entry.first, tell);
-      }
+      if (parts_.policy.Decide(entry->row(), DecisionMoment::kRunning).runs()) entry->Call(kThis, tell);
     }
   }
-  state.log.d(L"%s Exit", kThis);
-}
-
-bool EventManager::ValidateDisplayEventWithNewPolicy() {
-  TelemetryPolicy policy;
-  if (!state_->ReadPolicy(policy)) {
-    state_->log.e(L"%s : GetTelemetryPolicy() return fail!", L"EventManager::ValidateDisplayEventWithNewPolicy");
-    return false;
-  }
-  const DatasetRow* row = state_->services.datasets.FindByName(kDisplayDataset);
-  DataSet dataset;
-  if (row == nullptr || !SearchUpdatedConfig(row->id, policy.datasets, dataset)) return false;
-  const EligibilityFilter filter(state_->services.machine_information.traits());
-  return dataset.enabled && filter.IsApplicable(dataset.applicability) &&
-         String::CaseInsesitiveFind(row->scopes, get_Telemetry_Scope());
+  parts_.log.d(L"%s Exit", kThis);
 }

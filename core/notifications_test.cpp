@@ -45,7 +45,7 @@ TEST_F(NotificationsTest, ChangesThatComeWhileOneIsHandledAreHandledTogether) {
   Start(PolicyOf(L"full", {L"CPUEvent", L"StorageEvent"}));
   world_.logs.Clear();
   const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
-  script_.stop_gate = {L"CPUEvent", gate.get()};
+  script_.gate = {L"CPUEvent", MonitorScript::Place::kStop, gate.get()};
   Change(PolicyOf(L"full", {L"MemoryEvent"}));
   for (const wchar_t* scope : {L"basic", L"none", L"enhance"})
     Change(PolicyOf(scope, {L"BatteryEvent"}));
@@ -61,7 +61,7 @@ TEST_F(NotificationsTest, ChangesThatComeWhileOneIsHandledAreHandledTogether) {
 TEST_F(NotificationsTest, ABlockedMonitorDoesNotKeepTheOthersRunning) {
   Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"StorageEvent"}));
   const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
-  script_.stop_gate = {L"CPUEvent", gate.get()};
+  script_.gate = {L"CPUEvent", MonitorScript::Place::kStop, gate.get()};
   Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"StorageEvent"}));
   EXPECT_EQ(world_.logs.Count(L"EventManager StopAndRemoveFromList"), 2u) << "memory and battery";
   EXPECT_EQ(script_.running, 4);
@@ -76,10 +76,33 @@ TEST_F(NotificationsTest, ABlockedMonitorDoesNotKeepTheOthersRunning) {
   Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent"}));
   EXPECT_THAT(life_->Listed(), ElementsAre(L"DeviceStatus", L"SystemPowerEvent", L"NetworkEvent"));
   Change(PolicyOf(L"full", {L"CPUEvent"}));
-  script_.stop_gate = {};
+  script_.gate = {};
   gate->Set();
   world_.runtime.Settle();
   EXPECT_THAT(life_->Listed(), ElementsAre(L"DeviceStatus", L"SystemPowerEvent", L"NetworkEvent", L"CPUEvent"));
+}
+
+TEST_F(NotificationsTest, ACallThatRunsIsWaitedForAndNoneComesAfterTheStop) {
+  Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
+  const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  script_.gate = {L"CPUEvent", MonitorScript::Place::kControl, gate.get()};
+  const auto send = [&] { life_->manager.OnServiceControlHandle(13, 0, nullptr, nullptr); };
+  std::thread control = world_.runtime.StartThread("control", send);
+  world_.runtime.Settle();
+  Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent"}));
+  EXPECT_EQ(script_.Count(L"stop CPUEvent"), 1u);
+  EXPECT_EQ(script_.Count(L"uninitialize CPUEvent"), 0u) << "a call is inside";
+  EXPECT_EQ(script_.Count(L"uninitialize MemoryEvent"), 1u) << "nothing more may be written";
+  send();
+  EXPECT_EQ(script_.Count(L"control 13,0,0,0 CPUEvent"), 1u) << "the first";
+  EXPECT_EQ(script_.Count(L"control 13,0,0,0 NetworkEvent"), 2u) << "no lock is held";
+  gate->Set();
+  world_.runtime.Settle();
+  world_.runtime.Join(control);
+  EXPECT_EQ(script_.Count(L"uninitialize CPUEvent"), 1u);
+  life_->manager.Stop();
+  EXPECT_EQ(script_.Count(L"uninitialize, may write NetworkEvent"), 1u);
+  EXPECT_EQ(script_.Count(L"control 13,0,0,0 MemoryEvent"), 0u);
 }
 
 TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {
@@ -191,6 +214,10 @@ TEST_F(NotificationsTest, TheVersionOfTheLastDeviceInitIsTold) {
   EXPECT_EQ(life_->manager.DecideTVKVer(cpu), 1) << "another dataset's does not count";
   EXPECT_EQ(life_->manager.DecideTVKVer(IdOf(L"MemoryEvent")), 0);
   EXPECT_EQ(life_->manager.DecideTVKVer(L""), 0) << "of any dataset";
+  // The service is killed between the new path and the events that it makes due.
+  world_.config.SetTvkPolicy(TvkPolicy{L"/a", L"b"});
+  Start(PolicyOf(L"full"));
+  EXPECT_EQ(life_->manager.DecideTVKVer(IdOf(L"MemoryEvent")), 3);
 }
 
 /// Flips the policy `flips` times while another thread sends controls; what must stand at the end is checked by the

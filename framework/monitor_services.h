@@ -5,6 +5,7 @@
 #include "client/identity/tvk_info.h"
 #include "client/policy/config_agent.h"
 #include "client/store/event_data_logging.h"
+#include "framework/consent.h"
 #include "framework/manager_identity.h"
 #include "framework/second_tick.h"
 #include "platform/machine.h"
@@ -20,4 +21,5 @@ struct MonitorServices {
   TvkInfo& tvk_info;
   ManagerIdentity& manager;
   SecondTick& second_tick;
+  Consent& consent;
 };

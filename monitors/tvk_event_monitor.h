@@ -6,6 +6,7 @@
 /// Accepts no application events in this version, and says so in its log when it is started.
 class TVKEventMonitor final : public TVKEventMonitorBase {
  public:
-  using TVKEventMonitorBase::TVKEventMonitorBase;
+  explicit TVKEventMonitor(const MonitorServices& services)
+      : TVKEventMonitorBase(services.manager.get_svrHandle(), false, services) {}
   void UnInitialize() override {}
 };

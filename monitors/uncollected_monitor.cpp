@@ -1,16 +1,12 @@
 #include "monitors/uncollected_monitor.h"
 
-UncollectedMonitor::UncollectedMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
-                                       const MonitorServices& monitor_services, std::wstring dataset_name,
-                                       std::wstring class_name)
-    : EventMonitorBase(handle, device_path_changed, monitor_services),
-      dataset_name_(std::move(dataset_name)),
-      class_name_(std::move(class_name)) {}
+UncollectedMonitor::UncollectedMonitor(const MonitorServices& monitor_services, const DatasetRow& row)
+    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services), row_(row) {}
 
 void UncollectedMonitor::Initialize() {
-  TVK::utility::InitLog(log_, class_name_ + L".log", 4);
+  TVK::utility::InitLog(log_, std::wstring(row_.log) + L".log", 4);
 }
 
 void UncollectedMonitor::StartMonitor(std::wstring /*name*/) {
-  log_.i(L"%s: the dataset %s is listed, but nothing is collected for it in this version", class_name_, dataset_name_);
+  log_.i(L"%s: the dataset %s is listed, but nothing is collected for it in this version", row_.log, row_.name);
 }

@@ -6,17 +6,14 @@
 /// Starts and stops like every other monitor, says in its log that it collects nothing, and writes no record.
 class UncollectedMonitor final : public EventMonitorBase {
  public:
-  /// `class_name` names the log file, "NetworkEventMonitor".
-  UncollectedMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed, const MonitorServices& services,
-                     std::wstring dataset_name, std::wstring class_name);
+  UncollectedMonitor(const MonitorServices& services, const DatasetRow& row);
 
   void Initialize() override;
   void UnInitialize() override {}
   void StartMonitor(std::wstring name) override;
   void StopMonitor() override {}
-  std::wstring GetName() const override { return dataset_name_; }
+  std::wstring GetName() const override { return std::wstring(row_.name); }
 
  private:
-  const std::wstring dataset_name_;
-  const std::wstring class_name_;
+  const DatasetRow& row_;
 };

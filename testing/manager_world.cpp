@@ -9,93 +9,89 @@ using Place = MonitorScript::Place;
 
 class ScriptedMonitor final : public EventMonitorBase {
  public:
-  ScriptedMonitor(const MonitorServices& monitor_services, MonitorScript& script, std::wstring name)
+  ScriptedMonitor(const MonitorServices& monitor_services, MonitorScript& script, const DatasetRow& row)
       : EventMonitorBase(nullptr, false, monitor_services),
         script_(script),
-        name_(std::move(name)),
+        row_(row),
         stop_(monitor_services.runtime.MakeEvent(platform::EventReset::kManual)) {
     ++script_.alive;
   }
   ~ScriptedMonitor() override { --script_.alive; }
 
   void Initialize() override { FailIfTold(Place::kInitialize); }
-  void UnInitialize() override { script_.Note(L"uninitialize", name_); }
+  void UnInitialize() override {
+    const bool wrote = services().consent.WriteIfAdmitted(row_, [] {});
+    Act(wrote ? L"uninitialize, may write" : L"uninitialize", Place::kUnInitialize);
+  }
   void StartMonitor(std::wstring argument) override {
-    script_.Note(L"start(" + argument + L")", name_);
-    FailIfTold(Place::kStart);
+    Act(L"start(" + argument + L")", Place::kStart);
     ++script_.running;
     services().runtime.Wait(*stop_, platform::kForever);
     --script_.running;
   }
   void StopMonitor() override {
-    script_.Note(L"stop", name_);
     stop_->Set();
-    const auto [held, gate] = script_.stop_gate;
-    if (held == name_) services().runtime.Wait(*gate, platform::kForever);
-    FailIfTold(Place::kStop);
+    Act(L"stop", Place::kStop);
   }
-  void RestartMonitor() override {
-    script_.Note(L"restart", name_);
-    FailIfTold(Place::kRestart);
-  }
-  std::wstring GetName() const override { return name_; }
+  void RestartMonitor() override { Act(L"restart", Place::kRestart); }
+  std::wstring GetName() const override { return std::wstring(row_.name); }
   unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                        void* context) override {
-    script_.Note(L"control " + std::to_wstring(control) + L"," + std::to_wstring(event_type) + L"," +
-                     std::to_wstring(event_data == nullptr ? 0 : *static_cast<int*>(event_data)) + L"," +
-                     std::to_wstring(context == nullptr ? 0 : *static_cast<int*>(context)),
-                 name_);
-    FailIfTold(Place::kControl);
+    const auto value = [](void* number) { return std::to_wstring(number == nullptr ? 0 : *static_cast<int*>(number)); };
+    Act(L"control " + std::to_wstring(control) + L"," + std::to_wstring(event_type) + L"," + value(event_data) + L"," +
+            value(context),
+        Place::kControl);
     return 120;
   }
-  void ReadAndUpdateDatasetSettings() override {
-    script_.Note(L"settings", name_);
-    FailIfTold(Place::kSettings);
-  }
-  void LogDatasetContext(bool anew) override {
-    script_.Note(anew ? L"context anew" : L"context", name_);
-    FailIfTold(Place::kContextChange);
-  }
+  void ReadAndUpdateDatasetSettings() override { Act(L"settings", Place::kSettings); }
+  void LogDatasetContext(bool anew) override { Act(anew ? L"context anew" : L"context", Place::kContextChange); }
   int LogDevInitEvent() override {
-    script_.Note(L"device init", name_);
+    script_.Note(L"device init", GetName());
     return 0;
   }
 
  private:
   void FailIfTold(Place place) const {
-    if (script_.failure == std::pair(name_, place)) throw std::runtime_error("told to fail");
+    if (script_.failure == std::pair(GetName(), place)) throw std::runtime_error("told to fail");
+  }
+  void Act(const std::wstring& what, Place place) {
+    script_.Note(what, GetName());
+    const MonitorScript::Gate held = script_.gate;
+    if (held.event != nullptr && held.dataset_name == row_.name && held.place == place) {
+      services().runtime.Wait(*held.event, platform::kForever);
+    }
+    FailIfTold(place);
   }
 
   MonitorScript& script_;
-  const std::wstring name_;
+  const DatasetRow& row_;
   const std::unique_ptr<platform::Event> stop_;
 };
 
 }  // namespace
 
 DatasetTable ScriptedDatasets(MonitorScript& script) {
-  std::vector<DatasetRow> rows = ComponentDatasets();
-  for (DatasetRow& row : rows) {
+  std::vector<Dataset> datasets;
+  for (const DatasetRow& row : kDatasetRows) {
+    datasets.push_back({row});
     if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) continue;
-    row.factory = [&script, name = row.name](SERVICE_STATUS_HANDLE, bool, const MonitorServices& services) {
-      if (script.failure == std::pair(name, Place::kMake)) throw std::runtime_error("told to fail");
-      return std::make_unique<ScriptedMonitor>(services, script, name);
+    datasets.back().factory = [&script, &row](const MonitorServices& services) {
+      if (script.failure == std::pair(std::wstring(row.name), Place::kMake)) throw std::runtime_error("told to fail");
+      return std::make_unique<ScriptedMonitor>(services, script, row);
     };
   }
-  return DatasetTable(std::move(rows));
+  return DatasetTable(std::move(datasets));
 }
 
 std::wstring IdOf(const std::wstring& dataset_name) {
-  const std::vector<DatasetRow> rows = ComponentDatasets();
-  const auto row = std::ranges::find(rows, dataset_name, &DatasetRow::name);
-  return row == rows.end() ? std::wstring() : row->id;
+  const auto* const row = std::ranges::find(kDatasetRows, dataset_name, &DatasetRow::name);
+  return row == kDatasetRows.end() ? std::wstring() : std::wstring(row->id);
 }
 
-TelemetryPolicy PolicyOf(const std::wstring& scope, std::vector<std::wstring> dataset_names) {
+TelemetryPolicy PolicyOf(const std::wstring& scope, const std::vector<std::wstring>& dataset_names) {
   std::vector<std::pair<std::wstring, std::wstring>> datasets;
-  if (dataset_names.empty()) {
-    for (const DatasetRow& row : ComponentDatasets())
-      datasets.emplace_back(row.id, row.name);
+  for (const DatasetRow& row : kDatasetRows) {
+    if (dataset_names.empty()) datasets.emplace_back(row.id, row.name);
   }
   for (const std::wstring& name : dataset_names)
     datasets.emplace_back(IdOf(name), name);
@@ -123,11 +119,4 @@ void ManagerLife::Start() {
 void ManagerLife::Change(TelemetryPolicy policy) {
   config.SetPolicy(std::move(policy));
   bus.Publish(TVKNotificationData(4, 14, L"{}"));
-}
-
-std::vector<std::wstring> ManagerLife::Listed() const {
-  std::vector<std::wstring> names;
-  for (const auto& entry : manager.get_eventmonitor_list())
-    names.push_back(entry.first->GetName());
-  return names;
 }

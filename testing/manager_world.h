@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <stdexcept>
 #include <utility>
 
 #include "client/bus/publisher_subscriber.h"
@@ -14,7 +15,14 @@
 class MonitorScript {
  public:
   /// The places at which a monitor can be told to fail.
-  enum class Place { kMake, kInitialize, kStart, kStop, kControl, kSettings, kContextChange, kRestart };
+  enum class Place { kMake, kInitialize, kStart, kStop, kUnInitialize, kControl, kSettings, kContextChange, kRestart };
+
+  /// Whose operation at a place does not return before an event is set; null: none.
+  struct Gate {
+    std::wstring dataset_name;
+    Place place = Place::kStop;
+    platform::Event* event = nullptr;
+  };
 
   /// Adds "what dataset".
   void Note(const std::wstring& what, const std::wstring& dataset_name) {
@@ -37,8 +45,7 @@ class MonitorScript {
 
   // Set these while the world stands still.
   std::pair<std::wstring, Place> failure;  ///< The dataset whose monitor fails, and where.
-  std::pair<std::wstring, platform::Event*>
-      stop_gate;  ///< Whose StopMonitor does not return before which event is set.
+  Gate gate;
 
  private:
   mutable std::mutex mutex_;  ///< Guards what follows.
@@ -51,13 +58,14 @@ DatasetTable ScriptedDatasets(MonitorScript& script);
 /// The id of the component's dataset of this name.
 std::wstring IdOf(const std::wstring& dataset_name);
 /// A policy of the scope that lists these datasets of the component; all of them when none is given.
-TelemetryPolicy PolicyOf(const std::wstring& scope, std::vector<std::wstring> dataset_names = {});
+TelemetryPolicy PolicyOf(const std::wstring& scope, const std::vector<std::wstring>& dataset_names = {});
 
 /// A manager that a test may make.
 class TestManager final : public EventManager {
  public:
   explicit TestManager(const ManagerServices& services) : EventManager(services, nullptr) {}
   ~TestManager() override = default;
+  using EventManager::LogDeviceContextData;
 };
 
 /// A user agent that starts whenever it is asked. Any thread.
@@ -86,10 +94,16 @@ class RecordingUserProcess final : public UserProcessAgent {
 class FixedDeviceIds final : public TVK::DeviceIdAgent {
  public:
   unsigned long GetDeviceID(std::wstring& id) override {
+    if (throws) throw std::runtime_error("told to fail");
     id = L"DEVICE-ID";
     return 0;
   }
-  unsigned long GetLegacyDeviceID(std::wstring& /*id*/) override { return 1168; }
+  unsigned long GetLegacyDeviceID(std::wstring& /*id*/) override {
+    if (throws) throw 7;  // NOLINT(hicpp-exception-baseclass): anything may be thrown
+    return 1168;
+  }
+
+  bool throws = false;
 };
 
 /// One run of the service with its manager. `table` must outlive it.
@@ -108,8 +122,8 @@ class ManagerLife {
   void Start();
   /// Puts the policy in force and tells of it on the bus.
   void Change(TelemetryPolicy policy);
-  /// The names of the listed monitors; only while the world stands still.
-  std::vector<std::wstring> Listed() const;
+  /// The names of the listed monitors.
+  std::vector<std::wstring> Listed() const { return manager.get_eventmonitor_list(); }
 
   SettableConfigAgent& config;
   ServiceLife service;

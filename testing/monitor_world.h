@@ -5,12 +5,14 @@
 //   world.config.SetPolicy(policy);
 //   ServiceLife life(world);
 //   {
-//     RunningMonitor monitor(world.runtime, std::make_unique<CpuEventMonitor>(nullptr, false, life.services(), &info));
+//     RunningMonitor monitor(world.runtime, std::make_unique<CpuEventMonitor>(life.services()));
 //     world.runtime.AdvanceBy(1min);
 //   }
 //   EXPECT_EQ(life.Items(L"ReadUsagePerInterval").size(), 1u);
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -55,16 +57,35 @@ class SettableConfigAgent final : public IConfigAgent {
 };
 
 /// The manager as monitors see it, without one. Set it before monitors run.
-class FakeManagerIdentity final : public ManagerIdentity {
+class SettableManagerIdentity final : public ManagerIdentity {
  public:
+  SERVICE_STATUS_HANDLE get_svrHandle() override { return nullptr; }
   std::wstring get_schema_ver() override { return L"2.0"; }
-  std::wstring get_device_context_id() override { return L"DEVICE-CONTEXT"; }
+  /// device_context_id; it stands in the store of the service's life, as records that name it need it there.
+  std::wstring get_device_context_id() override;
   bool get_FirstInvocation() override { return first_invocation; }
   int DecideTVKVer(std::wstring /*version*/) override { return version_answer; }
   bool get_NeedToLogDatasetContextOnChange() override { return false; }
 
+  std::wstring device_context_id = L"DEVICE-CONTEXT";
   bool first_invocation = false;
   int version_answer = 0;
+  TVK::EventDataLogging* store = nullptr;  ///< Set by the service's life.
+
+ private:
+  std::mutex mutex_;  ///< Held while the store is asked and told.
+};
+
+/// A consent that the test gives and withdraws. Any thread.
+class SettableConsent final : public Consent {
+ public:
+  bool Admits(const DatasetRow& /*row*/) override { return given; }
+  bool WriteIfAdmitted(const DatasetRow& /*row*/, const std::function<void()>& write) override {
+    if (given) write();
+    return given;
+  }
+
+  std::atomic<bool> given = true;
 };
 
 /// The world outside of the service. It outlives every life of it.
@@ -98,7 +119,8 @@ class ServiceLife {
   std::vector<DatasetContext> DatasetContexts() const { return Copy(dataset_contexts_); }
   std::vector<DeviceContext> DeviceContexts() const { return Copy(device_contexts_); }
 
-  FakeManagerIdentity manager;
+  SettableManagerIdentity manager;
+  SettableConsent consent;
   TVK::EventDataLogging store;
   MachineInformation machine_information;
   RegionInformation region_information;

@@ -70,13 +70,12 @@ class Run {
   int PolicyCheck() const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    CPUInfo cpu_info(machine->processors());
     PolicyCheckOptions options;
     options.file = platform::PathFromUtf8(texts_.policy_file);
     if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
     options.json = texts_.json;
     options.device = MachineInformation(*machine, runtime_->clock()).traits();
-    return RunPolicyCheck(options, MakeComponentDatasets(cpu_info), out_, errors_);
+    return RunPolicyCheck(options, MakeComponentDatasets(), out_, errors_);
   }
 
   int PolicySchema() const { return RunPolicySchema(out_); }
@@ -84,13 +83,12 @@ class Run {
   int PolicyApply() const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    CPUInfo cpu_info(machine->processors());
     PolicyApplyOptions options;
     options.file = platform::PathFromUtf8(texts_.policy_file);
     options.target =
         texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
     options.device = MachineInformation(*machine, runtime_->clock()).traits();
-    return RunPolicyApply(options, MakeComponentDatasets(cpu_info), out_, errors_);
+    return RunPolicyApply(options, MakeComponentDatasets(), out_, errors_);
   }
 
   using Inspection = int (*)(const InspectOptions&, platform::Machine&, std::ostream&, std::ostream&);

@@ -176,9 +176,8 @@ std::optional<TVK::SmbiosIdentity> ReadIdentity(const InspectOptions& options, p
 }  // namespace
 
 int RunInspectCpu(const InspectOptions& options, platform::Machine& machine, std::ostream& out, std::ostream& errors) {
-  CPUInfo collector(machine.processors());
   _SYSCPU_INFORMATION facts;
-  const int error = collector.GetCpuInformation(facts);
+  const int error = CPUInfo::GetCpuInformation(machine.processors(), facts);
   if (error != 0 || (facts.processor_name.empty() && facts.number_of_logical_processors == 0)) {
     Complain(
         options.machine_name,

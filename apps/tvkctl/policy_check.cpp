@@ -1,126 +1,70 @@
 #include "apps/tvkctl/policy_check.h"
 
 #include <algorithm>
-#include <set>
 
 #include "client/text/string.h"
+#include "core/dataset_decision.h"
+#include "core/normalised_policy.h"
 
 namespace {
 
 using TVK::String;
 
-bool HoldsId(const DataSet& dataset, const DatasetRow& row) {
-  return String::ToUpper(dataset.id).find(row.id) != std::wstring::npos;
-}
-
-/// Whether policies may speak of the dataset at all.
-bool IsListed(const DatasetRow& row) {
-  return row.rule != DatasetRule::kApplication && row.rule != DatasetRule::kDeviceContext;
+// Where the device or the scope keeps a dataset from running.
+std::wstring Detail(const DatasetDecision& decision, const DatasetRow& row, const std::wstring& scope) {
+  if (decision.reason == DecisionReason::kScope) return L"\"" + scope + L"\" is not among " + std::wstring(row.scopes);
+  if (!decision.unmet) return L"";
+  const std::wstring whose =
+      decision.reason == DecisionReason::kPolicyNotApplicable ? L"the policy's " : L"the dataset's ";
+  const std::wstring fact =
+      decision.unmet->fact.empty() ? L"a fact that the device does not know" : L"\"" + decision.unmet->fact + L"\"";
+  return whose + String::UTF8ToUTF16(decision.unmet->condition) + L": does not admit " + fact;
 }
 
 // One run over the policy's datasets; fills the report.
 class Checker {
  public:
-  Checker(const TelemetryPolicy& policy, const DatasetTable& table, const EligibilityFilter& device,
+  Checker(const TelemetryPolicy& document, const NormalisedPolicy& policy, const EligibilityFilter& device,
           PolicyReport& report, ProblemList& problems)
-      : policy_(policy), table_(table), device_(device), report_(report), problems_(problems) {}
+      : document_(document), policy_(policy), device_(device), report_(report), problems_(problems) {}
 
-  void Run() {
-    CheckPolicySettings();
-    policy_applies_ = device_.IsApplicable(policy_.applicability);
-    std::size_t index = 0;
-    for (const DataSet& dataset : policy_.datasets)
-      report_.datasets.push_back(Check(dataset, Path(index++)));
-    for (const DatasetRow& row : table_.rows()) {
-      if (row.rule != DatasetRule::kAlways || seen_.contains(&row)) continue;
-      DatasetCheck check{row.id, row.name, {}, DatasetState::kRuns, row.collects, {}};
-      ReadSettings(row, check);
-      report_.datasets.push_back(std::move(check));
+  void Run(const DatasetTable& table) {
+    for (const PolicyFinding& finding : policy_.findings)
+      AddProblem(finding.path, finding.message);
+    for (const PolicyEntry& entry : policy_.entries)
+      report_.datasets.push_back(Check(entry));
+    for (const Dataset& known : table.datasets()) {
+      const bool unlisted =
+          known.row.rule == DatasetRule::kAlways && policy_.SearchUpdatedConfig(known.row.id) == nullptr;
+      if (unlisted) report_.datasets.push_back(Check({EntryMeaning::kCounts, &known, {}, {}}));
     }
   }
 
  private:
-  static std::string Path(std::size_t index) { return "datasets[" + std::to_string(index) + "]"; }
-
-  std::string PathOf(const DataSet& dataset) const {
-    const auto entry = std::ranges::find_if(policy_.datasets, [&](const DataSet& other) { return &other == &dataset; });
-    return Path(static_cast<std::size_t>(std::distance(policy_.datasets.begin(), entry)));
-  }
-
-  void CheckPolicySettings() {
-    const auto found = policy_.settings.find(kNoHashNetworkDataSetting);
-    if (found == policy_.settings.end() || found->second == L"true" || found->second == L"false") return;
-    AddProblem("settings." + String::UTF16ToUTF8(kNoHashNetworkDataSetting),
-               L"only true and false are known; it counts as false");
-  }
-
-  // The dataset that the entry means: one that it switches, or one that runs anyway.
-  const DatasetRow* RowOf(const DataSet& dataset) const {
-    if (const DatasetRow* const row = table_.FindForPolicy(dataset.id, dataset.name)) return row;
-    const DatasetRow* const row = table_.FindByName(dataset.name);
-    const bool always = row != nullptr && row->rule == DatasetRule::kAlways && HoldsId(dataset, *row);
-    return always ? row : nullptr;
-  }
-
-  DatasetCheck Check(const DataSet& dataset, const std::string& path) {
-    DatasetCheck check{dataset.id, dataset.name, path, DatasetState::kUnknownId, false, {}};
-    const DatasetRow* const row = RowOf(dataset);
-    if (row == nullptr) {
-      CheckUnmatched(dataset, check);
+  DatasetCheck Check(const PolicyEntry& entry) {
+    DatasetCheck check{.id = entry.values.id, .name = entry.values.name, .path = entry.path, .settings = {}};
+    if (entry.meaning != EntryMeaning::kCounts) {
+      check.why = MeaningName(entry.meaning);
       return check;
     }
-    const DataSet* const source = policy_.FindSettings(row->id);
-    if (!seen_.insert(row).second) {
-      check.state = DatasetState::kDuplicate;
-      AddProblem(path + ".id", source == &dataset
-                                   ? L"an earlier entry is for this dataset; of this one only the settings count"
-                                   : L"an earlier entry has this id; only that one counts");
-      return check;
-    }
-    check.collects = row->collects;
-    check.state = StateOf(dataset, *row);
-    // A monitor finds its settings by the exact id, while the dataset is started by a looser comparison.
-    if (source == nullptr) {
-      AddProblem(path + ".id", L"the settings are found only under the id as it is written: \"" + row->id + L"\"");
-    } else if (source != &dataset) {
-      AddProblem(path + ".id", L"the settings in force are those of " + String::UTF8ToUTF16(PathOf(*source)) +
-                                   L", the first entry with the id as it is written: \"" + row->id + L"\"");
-    }
-    ReadSettings(*row, check);
+    const DatasetRow& row = entry.dataset->row;
+    const DatasetDecision decision =
+        Decide(row, &entry.values, policy_, policy_.scope, device_, DecisionMoment::kServiceStart);
+    check.id = row.id;
+    check.name = row.name;
+    check.why = ReasonName(decision.reason);
+    check.detail = Detail(decision, row, policy_.scope);
+    check.collects = entry.dataset->collects;
+    ReadSettings(*entry.dataset, check);
     return check;
   }
 
-  void CheckUnmatched(const DataSet& dataset, DatasetCheck& check) {
-    const auto named =
-        std::ranges::find_if(table_.rows(), [&](const DatasetRow& row) { return HoldsId(dataset, row); });
-    if (named == table_.rows().end()) {
-      AddProblem(check.path + ".id", L"no dataset has the id \"" + dataset.id + L"\"");
-      return;
-    }
-    if (!IsListed(*named)) {
-      check.state = DatasetState::kNotSwitched;
-      AddProblem(check.path + ".id", L"policies do not switch this dataset; the entry has no effect");
-      return;
-    }
-    check.state = DatasetState::kNameMismatch;
-    AddProblem(check.path + ".name", L"the dataset of this id is named \"" + named->name + L"\", not \"" +
-                                         dataset.name + L"\"; it does not run");
-  }
-
-  DatasetState StateOf(const DataSet& dataset, const DatasetRow& row) const {
-    if (row.rule == DatasetRule::kAlways) return DatasetState::kRuns;
-    if (!dataset.enabled) return DatasetState::kDisabled;
-    if (!policy_applies_ || !device_.IsApplicable(dataset.applicability)) return DatasetState::kNotApplicable;
-    const bool in_scope = row.rule == DatasetRule::kAnyScope || String::CaseInsesitiveFind(row.scopes, report_.scope);
-    return in_scope ? DatasetState::kRuns : DatasetState::kScope;
-  }
-
-  void ReadSettings(const DatasetRow& row, DatasetCheck& check) {
-    const DataSet* const source = policy_.FindSettings(row.id);
+  void ReadSettings(const Dataset& known, DatasetCheck& check) {
+    const DataSet* const source = document_.FindSettings(std::wstring(known.row.id));
     const SettingTexts settings = source == nullptr ? SettingTexts() : source->settings;
-    if (row.read_settings) {
-      check.settings = row.read_settings(settings);
-    } else if (row.collects) {
+    if (known.read_settings) {
+      check.settings = known.read_settings(settings);
+    } else if (known.collects) {
       AddUnknownSettings(settings, check.settings);
     } else {
       for (const auto& [key, text] : settings) {
@@ -130,7 +74,10 @@ class Checker {
     }
     for (const SettingReading& reading : check.settings) {
       if (!reading.mistake) continue;
-      AddProblem(PathOf(*source) + ".settings." + String::UTF16ToUTF8(reading.key),
+      const auto place =
+          std::ranges::find_if(document_.datasets, [&](const DataSet& entry) { return &entry == source; });
+      const auto index = static_cast<std::size_t>(std::distance(document_.datasets.begin(), place));
+      AddProblem(policy_.entries[index].path + ".settings." + String::UTF16ToUTF8(reading.key),
                  reading.reason + L"; in force: " + reading.value_in_force);
     }
   }
@@ -139,46 +86,23 @@ class Checker {
     problems_.Add(ProblemList::kBehind, path, String::UTF16ToUTF8(message), false);
   }
 
-  const TelemetryPolicy& policy_;
-  const DatasetTable& table_;
+  const TelemetryPolicy& document_;
+  const NormalisedPolicy& policy_;
   const EligibilityFilter& device_;
   PolicyReport& report_;
   ProblemList& problems_;
-  bool policy_applies_ = false;
-  std::set<const DatasetRow*> seen_;
 };
 
 }  // namespace
-
-std::string_view StateName(DatasetState state) {
-  switch (state) {
-    case DatasetState::kRuns:
-      return "runs";
-    case DatasetState::kUnknownId:
-      return "unknown id";
-    case DatasetState::kNotSwitched:
-      return "not switched";
-    case DatasetState::kNameMismatch:
-      return "name mismatch";
-    case DatasetState::kDuplicate:
-      return "duplicate";
-    case DatasetState::kDisabled:
-      return "disabled";
-    case DatasetState::kNotApplicable:
-      return "not applicable";
-    case DatasetState::kScope:
-      return "scope";
-  }
-  return "";
-}
 
 PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope, const DatasetTable& table,
                          const EligibilityFilter& device) {
   ProblemList problems;
   PolicyReport report;
-  if (const std::optional<TelemetryPolicy> policy = ReadTelemetryPolicy(json, problems)) {
-    report.scope = scope.value_or(policy->telemetry_scope);
-    Checker(*policy, table, device, report, problems).Run();
+  if (const std::optional<TelemetryPolicy> document = ReadTelemetryPolicy(json, problems)) {
+    NormalisedPolicy policy = Normalise(*document, table);
+    policy.scope = report.scope = scope.value_or(policy.scope);
+    Checker(*document, policy, device, report, problems).Run(table);
   }
   report.problem_count = problems.count();
   report.problems = problems.Take();

@@ -12,30 +12,16 @@
 #include "core/dataset_table.h"
 #include "framework/dataset_settings.h"
 
-/// Why a dataset of the policy runs or does not.
-enum class DatasetState {
-  kRuns,
-  kUnknownId,
-  kNotSwitched,  ///< Of the application events or the device context, which no policy switches.
-  kNameMismatch,
-  kDuplicate,
-  kDisabled,
-  kNotApplicable,
-  kScope,
-};
-
-/// "runs", "unknown id", "not switched", "name mismatch", "duplicate", "disabled", "not applicable" or "scope".
-std::string_view StateName(DatasetState state);
-
 struct DatasetCheck {
-  std::wstring id;  ///< As in the policy.
+  std::wstring id;  ///< As in the policy; of a dataset that is known, as the table writes it.
   std::wstring name;
-  std::string path;  ///< "datasets[3]"; empty for one that runs without being listed.
-  DatasetState state = DatasetState::kRuns;
+  std::string path;      ///< "datasets[3]"; empty for one that runs without being listed.
+  std::string_view why;  ///< A name of an EntryMeaning or of a DecisionReason: "runs", "duplicate", "scope".
+  std::wstring detail;   ///< For a filter or the scope: which condition, and which fact it met; else empty.
   bool collects = false;
   std::vector<SettingReading> settings;  ///< In force for the dataset, whichever entry they stand in.
 
-  bool runs() const { return state == DatasetState::kRuns; }
+  bool runs() const { return why == "runs"; }
 };
 
 struct PolicyReport {
@@ -48,8 +34,8 @@ struct PolicyReport {
   bool valid() const { return problems.empty(); }
 };
 
-/// Checks the document for a device with the given traits, as the component with these datasets reads it. `scope`, one
-/// of the telemetry scopes, takes the place of the policy's. A dataset that is disabled, not applicable or outside of
-/// the scope is no mistake.
+/// Checks the document for a device with the given traits, as the component with these datasets reads it: what starts
+/// with the service. `scope`, one of the telemetry scopes, takes the place of the policy's. A dataset that is disabled,
+/// not applicable or outside of the scope is no mistake.
 PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope, const DatasetTable& table,
                          const EligibilityFilter& device);

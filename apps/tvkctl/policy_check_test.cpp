@@ -12,22 +12,19 @@
 
 namespace {
 
+constexpr DatasetRow kCpu{1, L"AAAA-1", L"CPUEvent", L"basic, enhance,full", DatasetRule::kByScope, L"Cpu"};
+constexpr DatasetRow kLate{2, L"BBBB-2", L"LateEvent", L"full", DatasetRule::kByScope, L"Late"};
+constexpr DatasetRow kPlain{3, L"CCCC-3", L"PlainEvent", L"full", DatasetRule::kStartsAtAnyScope, L"Plain"};
+constexpr DatasetRow kPowerRow{4, L"DDDD-4", L"PowerEvent", L"none,full", DatasetRule::kAlways, L"Power"};
+constexpr DatasetRow kApp{5, L"EEEE-5", L"AppEvent", L"", DatasetRule::kApplication, L"App"};
+
 const DatasetTable& Known() {
-  using enum DatasetRule;
-  static const DatasetTable table({
-      {1,
-       L"AAAA-1",
-       L"CPUEvent",
-       L"basic, enhance,full",
-       kByScope,
-       {},
-       [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; },
-       true},
-      {2, L"BBBB-2", L"LateEvent", L"full", kByScope, {}},
-      {3, L"CCCC-3", L"PlainEvent", L"full", kAnyScope, {}, {}, true},
-      {4, L"DDDD-4", L"PowerEvent", L"none,full", kAlways, {}},
-      {5, L"EEEE-5", L"AppEvent", L"", kApplication, {}},
-  });
+  static const DatasetTable table(
+      {{kCpu, {}, [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }, true},
+       {kLate},
+       {kPlain, {}, {}, true},
+       {kPowerRow},
+       {kApp}});
   return table;
 }
 
@@ -39,7 +36,8 @@ std::string Policy(const std::string& datasets, const std::string& rest = "") {
 std::string Describe(const PolicyReport& report) {
   std::string text;
   for (const DatasetCheck& dataset : report.datasets) {
-    text += dataset.path + " " + TVK::String::UTF16ToUTF8(dataset.name) + " " + std::string(StateName(dataset.state));
+    text += dataset.path + " " + TVK::String::UTF16ToUTF8(dataset.name) + " " + std::string(dataset.why);
+    if (!dataset.detail.empty()) text += " (" + TVK::String::UTF16ToUTF8(dataset.detail) + ")";
     for (const SettingReading& setting : dataset.settings) {
       if (setting.key == L"ReadUsageInterval" && setting.from_policy) {
         text += " " + TVK::String::UTF16ToUTF8(setting.value_in_force);
@@ -63,13 +61,20 @@ TEST(PolicyCheckTest, SaysWhatRunsAndWhyNot) {
            Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent"},{"id":"BBBB-2","name":"LateEvent"},)"
                       R"({"id":"CCCC-3","name":"PlainEvent"},{"id":"DDDD-4","name":"PowerEvent","enabled":false})"),
                L"none",
-               "datasets[0] CPUEvent scope\ndatasets[1] LateEvent scope\ndatasets[2] PlainEvent runs\n"
+               "datasets[0] CPUEvent scope (\"none\" is not among basic, enhance,full)\n"
+               "datasets[1] LateEvent scope (\"none\" is not among full)\ndatasets[2] PlainEvent runs\n"
                "datasets[3] PowerEvent runs\n"},
            Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent","enabled":false},)"
                       R"({"id":"BBBB-2","name":"LateEvent","applicability":{"models":["Other"]}})"),
-               nullptr, std::string("datasets[0] CPUEvent disabled\ndatasets[1] LateEvent not applicable\n") + kPower},
-           Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent"})", R"(,"applicability":{"models":["Other"]})"), nullptr,
-               std::string("datasets[0] CPUEvent not applicable\n") + kPower},
+               nullptr,
+               std::string("datasets[0] CPUEvent disabled\n"
+                           "datasets[1] LateEvent not applicable (the dataset's models: does not admit \"Book\")\n") +
+                   kPower},
+           Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent"})", R"(,"applicability":{"osVersionMin":"10"})"), nullptr,
+               std::string(
+                   "datasets[0] CPUEvent not applicable (the policy's osVersionMin: does not admit a fact that the "
+                   "device does not know)\n") +
+                   kPower},
            Row{Policy(R"({"id":"ZZZZ","name":"CPUEvent"},{"id":"AAAA-1","name":"CpuEvent"})"), nullptr,
                std::string("datasets[0] CPUEvent unknown id\ndatasets[1] CpuEvent name mismatch\n") + kPower +
                    "datasets[0].id: no dataset has the id \"ZZZZ\"\n"
@@ -84,8 +89,8 @@ TEST(PolicyCheckTest, SaysWhatRunsAndWhyNot) {
                std::string("datasets[0] CPUEvent runs 1h\ndatasets[1] CPUEvent duplicate\n") + kPower +
                    "datasets[0].id: the settings in force are those of datasets[1], the first entry with the id as it "
                    "is written: \"AAAA-1\"\n"
-                   "datasets[1].settings.Z: the dataset has no such setting; in force: none\n"
-                   "datasets[1].id: an earlier entry is for this dataset; of this one only the settings count\n"},
+                   "datasets[1].id: an earlier entry is for this dataset; of this one only the settings count\n"
+                   "datasets[1].settings.Z: the dataset has no such setting; in force: none\n"},
            Row{Policy(R"({"id":"AAAA-1","name":"Wrong","settings":{"ReadUsageInterval":"7m"}},)"
                       R"({"id":"AAAA-1","name":"CPUEvent","settings":{"ReadUsageInterval":"9m"}})"),
                nullptr,

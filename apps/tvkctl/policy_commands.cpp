@@ -54,10 +54,11 @@ void WriteText(const std::string& file, const PolicyReport& report, std::ostream
   if (!report.scope.empty()) out << ": scope " << String::UTF16ToUTF8(report.scope);
   out << '\n';
   for (const DatasetCheck& dataset : report.datasets) {
-    out << std::left << std::setw(15) << StateName(dataset.state) << ' ' << std::setw(25)
-        << String::UTF16ToUTF8(dataset.name) << ' ' << String::UTF16ToUTF8(dataset.id);
+    out << std::left << std::setw(15) << dataset.why << ' ' << std::setw(25) << String::UTF16ToUTF8(dataset.name) << ' '
+        << String::UTF16ToUTF8(dataset.id);
     if (dataset.path.empty()) out << "  (always runs, not listed)";
     if (dataset.runs() && !dataset.collects) out << "  (collects nothing yet)";
+    if (!dataset.detail.empty()) out << "  (" << TVK::HarmlessText(String::UTF16ToUTF8(dataset.detail)) << ')';
     out << '\n';
     for (const SettingReading& setting : dataset.settings)
       WriteSetting(setting, out);
@@ -86,7 +87,8 @@ Json::Value ToJson(const DatasetCheck& dataset) {
   value["name"] = String::UTF16ToUTF8(dataset.name);
   value["path"] = dataset.path;
   value["runs"] = dataset.runs();
-  value["why"] = std::string(StateName(dataset.state));
+  value["why"] = std::string(dataset.why);
+  value["detail"] = String::UTF16ToUTF8(dataset.detail);
   value["collects"] = dataset.collects;
   value["settings"] = Json::arrayValue;
   for (const SettingReading& setting : dataset.settings)

@@ -73,17 +73,28 @@ std::strong_ordering CompareVersions(std::wstring_view a, std::wstring_view b) {
   return std::strong_ordering::equal;
 }
 
-bool IsInRange(const std::wstring& version, const std::wstring& least, const std::wstring& most) {
-  if (least.empty() && most.empty()) return true;
-  const bool known = !version.empty() && version[0] >= L'0' && version[0] <= L'9';
-  return known && (least.empty() || std::is_gteq(CompareVersions(version, least))) &&
-         (most.empty() || std::is_lteq(CompareVersions(version, most)));
+bool StartsWithDigit(const std::wstring& version) {
+  return !version.empty() && version[0] >= L'0' && version[0] <= L'9';
 }
 
 }  // namespace
 
-bool EligibilityFilter::IsApplicable(const ApplicabilityFilter& filter) const {
-  return MatchesAny(traits_.model, filter.models) && MatchesAny(traits_.manufacturer, filter.manufacturers) &&
-         MatchesAny(traits_.brand, filter.brands) && MatchesAny(traits_.os_name, filter.os_names) &&
-         IsInRange(traits_.os_version, filter.os_version_min, filter.os_version_max);
+std::optional<UnmetCondition> EligibilityFilter::FindUnmet(const ApplicabilityFilter& filter) const {
+  if (!MatchesAny(traits_.model, filter.models)) return UnmetCondition{"models", traits_.model};
+  if (!MatchesAny(traits_.manufacturer, filter.manufacturers)) {
+    return UnmetCondition{"manufacturers", traits_.manufacturer};
+  }
+  if (!MatchesAny(traits_.brand, filter.brands)) return UnmetCondition{"brands", traits_.brand};
+  if (!MatchesAny(traits_.os_name, filter.os_names)) return UnmetCondition{"osNames", traits_.os_name};
+  const std::wstring& version = traits_.os_version;
+  const bool known = StartsWithDigit(version);
+  const std::wstring& least = filter.os_version_min;
+  if (!least.empty() && !(known && std::is_gteq(CompareVersions(version, least)))) {
+    return UnmetCondition{"osVersionMin", version};
+  }
+  const std::wstring& most = filter.os_version_max;
+  if (!most.empty() && !(known && std::is_lteq(CompareVersions(version, most)))) {
+    return UnmetCondition{"osVersionMax", version};
+  }
+  return std::nullopt;
 }

@@ -1,7 +1,9 @@
 // Whether a filter of the policy admits this device.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "client/policy/telemetry_policy.h"
 
@@ -14,13 +16,22 @@ struct DeviceTraits {
   std::wstring os_version;
 };
 
+/// A condition of a filter that a device does not meet.
+struct UnmetCondition {
+  std::string_view condition;  ///< Its key in the policy, "models"; static.
+  std::wstring fact;           ///< What the device has there; empty: it is not known.
+};
+
 class EligibilityFilter {
  public:
   explicit EligibilityFilter(DeviceTraits traits) : traits_(std::move(traits)) {}
 
-  /// True when every condition of `filter` holds for the device. A fact of the device that is not known fails a
-  /// condition on it. Any thread.
-  bool IsApplicable(const ApplicabilityFilter& filter) const;
+  /// The first condition of `filter` that does not hold for the device; nothing when all do. A fact of the device that
+  /// is not known fails a condition on it. Any thread.
+  std::optional<UnmetCondition> FindUnmet(const ApplicabilityFilter& filter) const;
+
+  /// Whether every condition holds.
+  bool IsApplicable(const ApplicabilityFilter& filter) const { return !FindUnmet(filter).has_value(); }
 
  private:
   const DeviceTraits traits_;

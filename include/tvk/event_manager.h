@@ -7,21 +7,16 @@
 //   manager->Stop();
 #pragma once
 
-#include <list>
 #include <memory>
 #include <string>
-#include <thread>
-#include <utility>
+#include <vector>
 
 #include "tvk/device_id_agent.h"
 #include "tvk/export.h"
 #include "tvk/service_types.h"
 
-struct DataSet;
+// For the component's own parts; hosts need neither.
 class DeviceContext;
-class EventMonitorBase;
-class TVKNotificationData;
-class TelemetryPolicy;
 struct ManagerServices;
 namespace platform {
 struct SystemEvent;
@@ -29,10 +24,9 @@ struct SystemEvent;
 
 /// Runs the dataset monitors that the telemetry policy asks for and keeps the identity values of their records.
 ///
-/// Threads. Initialize, InitAndStartEventMonitors and Stop belong to the service's control thread; the manager lock,
-/// held for the whole of Initialize and Stop, makes them exclude each other. OnServiceControlHandle and the property
-/// accessors may be called by any thread at any time. A second lock guards the monitor list; it is held while a control
-/// is forwarded, so a monitor is never deleted under a control, and never while a monitor is being stopped or joined.
+/// Threads. Initialize, InitAndStartEventMonitors and Stop belong to the service's control thread; Initialize and Stop
+/// exclude each other for their whole run. Everything else may be called by any thread at any time, but not from inside
+/// a monitor. No exception leaves an operation: what fails is logged in "EventManager.log".
 class TVK_EXPORT EventManager {
  public:
   /// Id of the device context's dataset.
@@ -51,7 +45,8 @@ class TVK_EXPORT EventManager {
   virtual ~EventManager();
 
  public:
-  /// Starts one thread for each listed monitor. Call it once, after Initialize.
+  /// Starts one thread for each listed monitor. Call it once, after Initialize. A monitor for which the system gives no
+  /// thread stays listed and does nothing; that is logged.
   virtual void InitAndStartEventMonitors();
 
  protected:
@@ -59,20 +54,26 @@ class TVK_EXPORT EventManager {
   virtual void RunAndAddToList(std::wstring dataset_id);
   /// Stops the dataset's monitor, joins its thread and removes it.
   virtual void StopAndRemoveFromList(std::wstring dataset_id);
-
- public:
   /// Builds the device context, compares it with the last one stored and, when it differs, takes a new one into force.
   /// `log_it`: also store it. `context` receives the one in force; it stays untouched when the facts cannot be
   /// gathered.
   virtual void LogDeviceContextData(bool log_it, DeviceContext& context, bool notify);
-  /// See ManagerIdentity::DecideTVKVer.
+
+ public:
+  /// Whether the last device-initialisation event was written by another version of the client, or while the device
+  /// belonged elsewhere. `version`: the id of a dataset, whose own last event then counts; any other text: the last
+  /// event of any dataset. 0: by this version, for this device path. 1: by another version. 2: there is none, or its
+  /// device context is gone. 3: for another device path.
   virtual int DecideTVKVer(std::wstring version);
   virtual std::wstring get_schema_ver();
+  /// Of the device context in force; empty before the first was built.
   virtual std::wstring get_device_context_id();
 
   /// Subscribes to the bus, reads the policy, makes the monitors that it asks for and starts the notification thread.
   /// A null `agent`: only subscribes. A policy that cannot be read: logged; no monitor, no thread. `agent` is not owned
-  /// and must live until Stop. Called again it keeps the monitors and renews the events and the notification thread.
+  /// and must live until Stop; an id that it does not give (or throws at) stays empty. Called again it keeps the
+  /// monitors and renews the events and the notification thread. When the system gives too little for a start, nothing
+  /// runs afterwards, as behind Stop.
   void Initialize(TVK::DeviceIdAgent* agent);
 
   /// Hands a service control to every listed monitor, in list order, unchanged; then, as OnSystemEvent does, the event
@@ -91,38 +92,36 @@ class TVK_EXPORT EventManager {
   TVK::DeviceIdAgent* get_devidAgent() const;
   void set_devidAgent(TVK::DeviceIdAgent* agent);
   bool get_NeedToLogDatasetContextOnChange() const;
+  /// Returns the new value.
   bool set_NeedToLogDatasetContextOnChange(const bool& value);
+  /// Whether network data stay unhashed, as the policy says.
   bool get_NoHashNetworkData() const;
+  /// Returns the new value.
   bool set_NoHashNetworkData(const bool& value);
+  /// Whether this is the client's first run on the device.
   bool get_FirstInvocation() const;
   std::wstring get_DeviceId() const;
   std::wstring get_LegacyDeviceId() const;
   /// "none", "basic", "enhance" or "full".
   std::wstring get_Telemetry_Scope() const;
+  /// Holds until the policy's scope is told anew, and can only narrow what the policy consents to. Case does not
+  /// matter; any other text counts as "none".
   void set_Telemetry_Scope(const std::wstring& scope);
   void set_schema_ver(const std::wstring& version);
   void set_device_context_id(const std::wstring& id);
 
-  /// The running monitors. The list changes under the manager's hands: only for the control thread, while no
-  /// notification can arrive.
-  const std::list<std::pair<EventMonitorBase*, std::thread*>>& get_eventmonitor_list() const;
+  /// The names of the datasets whose monitors are listed, in list order: a copy.
+  std::vector<std::wstring> get_eventmonitor_list() const;
 
   /// Whether a change of the device path waits to be told to monitors and user agent.
   bool IsDevicePathChange() const;
 
-  // The handlers of the notification thread. Between Initialize and Stop the control thread may call them too, but only
-  // while no notification can arrive: they are not made to run side by side.
+  // What the notification thread does on news; it and these run one at a time. A host needs them for news that the bus
+  // did not bring.
   /// Reconciles the monitors with the policy and the scope in force.
   void OnTelemetryScopeChanges();
   /// Tells every monitor that the device context changed.
   void OnDeviceContextChanges();
-
-  /// Sorts `datasets` by start rank, stably; a dataset that is not known gets the rank 0.
-  void OrderDatasets(std::list<DataSet>& datasets);
-  /// Whether `datasets` holds `id` (exactly); copies the first such entry to `found`.
-  bool SearchUpdatedConfig(const std::wstring& id, const std::list<DataSet>& datasets, DataSet& found);
-  /// Stops the listed monitors that `datasets` or `scope` no longer allow.
-  void StopDisabledDatasets(std::list<DataSet>& datasets, const std::wstring& scope);
 
  protected:
   /// An ordinary manager on `services`, which must outlive it; for the process's own and for simulated worlds.
@@ -130,35 +129,10 @@ class TVK_EXPORT EventManager {
 
   void set_FirstInvocation(bool value);
 
-  /// Takes a notification from the bus; on the bus's thread.
-  void OnNotification(TVKNotificationData& data);
-
  private:
-  struct State;
+  struct Parts;
+  void InitializeLocked(TVK::DeviceIdAgent* agent);
+  void StopLocked();
 
-  void CreateGlobalEvents();
-  void AddNullAndNoneDatasets();
-  void AddPolicyDatasets(TelemetryPolicy& policy);
-  void StopMonitorQuietly(EventMonitorBase& monitor);
-  void JoinAndDelete(const std::pair<EventMonitorBase*, std::thread*>& entry);
-  void StartNotificationThread();
-  void EndNotificationThread();
-  void StartMonitorThread(std::pair<EventMonitorBase*, std::thread*>& entry);
-  bool IsNullOrNoneDataset(const std::wstring& id, const std::wstring& name);
-  bool SearchMonitorList(std::wstring name);
-  EventMonitorBase* MakeMonitor(const DataSet& dataset);
-  void StartDisplayProcess(const wchar_t* caller);
-  bool NewDeviceContextData(DeviceContext& context, bool notify);
-  bool CheckDeviceContextData(DeviceContext& fresh, DeviceContext& stored);
-  void NotificationProcessorThread();
-  void RunHandler(unsigned long index);
-  void OnTelemetryPolicyNotification(TVKNotificationData& data);
-  void OnTvkPolicyNotification(TVKNotificationData& data);
-  void OnTvkPolicyChanges();
-  void RereadSettings();
-  void StartMissingDatasets(TelemetryPolicy& policy);
-  bool ValidateDisplayEventWithNewPolicy();
-  void WaitForEventMonitorThreads();
-
-  std::unique_ptr<State> state_;
+  const std::unique_ptr<Parts> parts_;
 };

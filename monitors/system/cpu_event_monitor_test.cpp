@@ -4,7 +4,6 @@
 
 #include <deque>
 
-#include "client/text/record_time.h"
 #include "client/text/string.h"
 #include "monitors/system/cpu_settings.h"
 #include "platform/simulated/simulated_processors.h"
@@ -37,20 +36,7 @@ class CpuEventMonitorTest : public testing::Test {
     life_.reset();
     life_.emplace(world_);
     life_->manager.version_answer = version_answer;
-    monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(nullptr, false, life_->services(), &info_));
-  }
-  void Change(std::map<std::wstring, std::wstring> settings) {
-    SetSettings(std::move(settings));
-    (*monitor_)->ReadAndUpdateDatasetSettings();
-  }
-  /// When this life wrote its usage, in seconds since the test's begin.
-  std::vector<std::int64_t> UsageTimes() const {
-    std::vector<std::int64_t> times;
-    for (const ItemEvent& item : life_->Items(kUsage)) {
-      const std::string time = TVK::String::UTF16ToUTF8(item.item_time());
-      times.push_back(TVK::ParseRecordTime(time, world_.runtime.clock()) - start_);
-    }
-    return times;
+    monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(life_->services()));
   }
   std::vector<std::wstring> Utilizations(const wchar_t* item_name) const {
     std::vector<std::wstring> reported;
@@ -59,12 +45,9 @@ class CpuEventMonitorTest : public testing::Test {
     return reported;
   }
 
-  using Times = std::vector<std::int64_t>;
   using Texts = std::vector<std::wstring>;
 
   MonitorWorld world_;
-  const std::int64_t start_ = world_.runtime.clock().NowSeconds();
-  CPUInfo info_{world_.machine.processors()};
   std::optional<ServiceLife> life_;
   std::optional<RunningMonitor> monitor_;
 };
@@ -113,22 +96,72 @@ TEST(CpuSettingsTest, OnlyAThresholdBringsTheDurationIntoForce) {
   EXPECT_EQ(read.peak_threshold_duration_ms, 2000u);
 }
 
-TEST_F(CpuEventMonitorTest, ARestartKeepsTheRhythmAndInitialisesNothing) {
-  SetSettings({{kInterval, L"10m"}});
-  StartLife(2);
-  world_.runtime.AdvanceBy(14min);
-  EXPECT_EQ(UsageTimes(), (Times{600}));
-  monitor_.reset();
-  world_.runtime.AdvanceBy(2min);
+/// Their counters say how many milliseconds each sample covers: none when nothing was measured.
+class MeasuredProcessors final : public platform::Processors {
+ public:
+  explicit MeasuredProcessors(const platform::Clock& clock) : clock_(clock) {}
+  platform::ProcessorLoadOpening OpenUtility() override { return {std::make_unique<Counter>(clock_), 0}; }
+  platform::ProcessorLoadOpening OpenTime() override { return {nullptr, 1}; }
+  platform::TopologyReading ReadTopology() override {
+    platform::TopologyReading reading;
+    reading.topology.cores = 1;
+    return reading;
+  }
+
+ private:
+  class Counter final : public platform::ProcessorLoadReader {
+   public:
+    explicit Counter(const platform::Clock& clock) : clock_(clock), sampled_at_(clock.Steady()) {}
+    std::optional<std::int32_t> Sample() override {
+      const platform::SteadyTime before = std::exchange(sampled_at_, clock_.Steady());
+      return static_cast<std::int32_t>((sampled_at_ - before) / 1ms);
+    }
+
+   private:
+    const platform::Clock& clock_;
+    platform::SteadyTime sampled_at_;
+  };
+  const platform::Clock& clock_;
+};
+
+TEST_F(CpuEventMonitorTest, EverySampleCoversASpanThatMeansSomething) {
+  MeasuredProcessors processors(world_.runtime.clock());
+  CPUInfo info(processors, world_.runtime.clock());
+  EXPECT_EQ(info.GetCpuUsageInt(), 0) << "nothing is measured yet";
+  EXPECT_EQ(info.UntilMeasured(), 100ms);
+  world_.runtime.AdvanceBy(99ms);
+  EXPECT_EQ(info.GetCpuUsageInt(), 0);
+  EXPECT_EQ(info.UntilMeasured(), 1ms);
+  world_.runtime.AdvanceBy(901ms);
+  EXPECT_EQ(info.UntilMeasured(), 0ms);
+  std::vector<int> spans;
+  for (const auto pause : {0ms, 0ms, 2ms, 2ms, 2ms, 2ms, 2ms, 400ms, 99ms, 1ms}) {
+    world_.runtime.AdvanceBy(pause);
+    spans.push_back(info.GetCpuUsageInt());
+  }
+  EXPECT_EQ(spans, (std::vector<int>{1000, 1000, 1002, 1004, 1006, 1008, 1008, 402, 503, 100}))
+      << "six at once have their own; the seventh is the last again, and later ones begin at the youngest old enough";
+}
+
+TEST_F(CpuEventMonitorTest, TheUsageOfAnOverdueStartIsMeasured) {
   StartLife();
-  world_.runtime.AdvanceBy(14min);
-  EXPECT_EQ(UsageTimes(), (Times{1200, 1800})) << "16 of 20 minutes had passed";
-  EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
+  world_.runtime.AdvanceBy(61s);
   monitor_.reset();
   world_.runtime.AdvanceBy(1h);
-  StartLife();
+  platform::MachineDoors doors;
+  doors.processors = std::make_unique<MeasuredProcessors>(world_.runtime.clock());
+  platform::Machine machine(std::move(doors));
+  const MonitorServices& given = life_->services();
+  const MonitorServices services{
+      given.runtime,  machine,       given.store,       given.config, given.machine_information,
+      given.tvk_info, given.manager, given.second_tick, given.consent};
+  monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(services));
   world_.runtime.Settle();
-  EXPECT_EQ(UsageTimes(), (Times{5400})) << "overdue: at once";
+  EXPECT_EQ(life_->Items(kUsage).size(), 1u) << "that of the run before";
+  world_.runtime.AdvanceBy(100ms);
+  EXPECT_EQ(Utilizations(kUsage).back(), L"100");
+  EXPECT_EQ(life_->Items(kUsage).size(), 2u);
+  monitor_.reset();
 }
 
 TEST_F(CpuEventMonitorTest, UsageIsCappedAndAFailingSampleIsZero) {
@@ -175,50 +208,22 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
   }
 }
 
-TEST_F(CpuEventMonitorTest, AStopDuringThePeakCheckStillReportsIt) {
+TEST_F(CpuEventMonitorTest, AStopDuringThePeakCheckStillReportsItButNotWithoutConsent) {
   SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", L"90"}, {L"CPUPeakThresholdDuration", L"10s"}});
-  StartLife();
-  world_.runtime.AdvanceBy(900ms);
-  SetLoad(95);
-  world_.runtime.AdvanceBy(1s);
-  EXPECT_TRUE(life_->Items(kPeak).empty()) << "the check spans ten seconds";
-  const platform::SteadyTime before = world_.runtime.clock().Steady();
-  monitor_->Stop();
-  EXPECT_EQ(world_.runtime.clock().Steady(), before);
-  EXPECT_EQ(Utilizations(kPeak), (Texts{L"95"}));
-  EXPECT_TRUE(world_.runtime.Threads().empty());
-}
-
-TEST_F(CpuEventMonitorTest, AWithdrawnConsentEndsThePeakCheckWithoutARecord) {
-  SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", L"90"}, {L"CPUPeakThresholdDuration", L"10s"}});
-  StartLife();
-  world_.runtime.AdvanceBy(900ms);
-  SetLoad(95);
-  world_.runtime.AdvanceBy(1s);
-  EventMonitorBase::SetTelemetryScope(L"none");
-  monitor_->Stop();
-  EventMonitorBase::SetTelemetryScope(L"full");
-  EXPECT_TRUE(life_->Items(kPeak).empty());
-}
-
-TEST_F(CpuEventMonitorTest, AChangeOfTheIntervalMovesTheNextReport) {
-  StartLife();
-  world_.runtime.AdvanceBy(150s);
-  Change({{kInterval, L"3m"}});
-  world_.runtime.AdvanceBy(150s);
-  EXPECT_EQ(UsageTimes(), (Times{60, 120, 300})) << "three minutes after the last";
-  // The same interval leaves the timer alone; an unusable one stops the reports, and a good one starts them again.
-  Change({{kInterval, L"3m"}, {L"CPUPeakThreshold", L"50"}});
-  EXPECT_EQ(world_.runtime.Threads().size(), 3u) << "check, tick and usage";
-  Change({{kInterval, L"59s"}});
-  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
-  world_.runtime.Settle();
-  EXPECT_EQ(world_.runtime.Threads().size(), 2u) << "the peak check goes on";
-  world_.runtime.AdvanceBy(10min);
-  EXPECT_EQ(life_->Items(kUsage).size(), 3u);
-  Change({{kInterval, L"1m"}});
-  world_.runtime.AdvanceBy(60s);
-  EXPECT_EQ(life_->Items(kUsage).size(), 5u) << "overdue at once, then one a minute";
+  for (const Texts& reported : {Texts{L"95"}, Texts{}}) {
+    SetLoad(0);
+    StartLife();
+    world_.runtime.AdvanceBy(900ms);
+    SetLoad(95);
+    world_.runtime.AdvanceBy(1s);
+    EXPECT_TRUE(life_->Items(kPeak).empty()) << "the check spans ten seconds";
+    life_->consent.given = !reported.empty();
+    const platform::SteadyTime before = world_.runtime.clock().Steady();
+    monitor_->Stop();
+    EXPECT_EQ(world_.runtime.clock().Steady(), before);
+    EXPECT_EQ(Utilizations(kPeak), reported);
+    monitor_.reset();
+  }
 }
 
 TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
@@ -248,32 +253,39 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
   }
 }
 
-TEST_F(CpuEventMonitorTest, AMachineWithoutTheUtilityCounterReportsTheTimeCounter) {
+TEST_F(CpuEventMonitorTest, ACounterIsOpenedAgainAndItsFailureToldOnce) {
   SetLoad(42);
-  for (const auto& [time_error, messages, usage] : {std::tuple(0, 1u, 42), std::tuple(7, 2u, 0)}) {
-    world_.logs.Clear();
-    world_.machine.processors().Change([&, error = time_error](auto& state) {
-      state.utility_error = -1073738824;
-      state.time_error = error;
+  const auto fail = [&](std::int64_t utility, std::int64_t time) {
+    world_.machine.processors().Change([&](auto& state) {
+      state.utility_error = utility;
+      state.time_error = time;
     });
-    EXPECT_EQ(info_.GetCpuUsageInt(), usage);
-    EXPECT_EQ(info_.GetCpuUsageInt(), usage);
-    EXPECT_EQ(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), messages) << "once, not at every sample";
-    info_.CleanUp();
-  }
-  world_.machine.processors().Change([](auto& state) { state.utility_error = state.time_error = 0; });
-  EXPECT_EQ(info_.GetCpuUsageInt(), 42) << "the next try opens it";
-}
-
-TEST_F(CpuEventMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
-  ServiceLife life(world_);
-  CpuEventMonitor monitor(nullptr, false, life.services(), &info_);
-  monitor.StopMonitor();
-  monitor.StartMonitor(L"test");
-  monitor.ReadAndUpdateDatasetSettings();
-  world_.runtime.AdvanceBy(2min);
-  EXPECT_TRUE(life.Items().empty());
-  EXPECT_TRUE(world_.runtime.Threads().empty());
+  };
+  CPUInfo info(world_.machine.processors(), world_.runtime.clock());
+  const auto sample_in = [&](std::chrono::milliseconds time) {
+    world_.runtime.AdvanceBy(time);
+    return info.GetCpuUsageInt();
+  };
+  const auto told = [&] {
+    return std::tuple(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), world_.logs.Count(L"cannot be read; 0 is"),
+                      world_.logs.Count(L"can be read again"));
+  };
+  fail(-1073738824, 7);
+  EXPECT_EQ(sample_in(0ms), 0);
+  EXPECT_EQ(info.UntilMeasured(), 0ms);
+  EXPECT_EQ(sample_in(5min), 0);
+  EXPECT_EQ(told(), std::tuple(2u, 1u, 0u));
+  fail(-1073738824, 0);
+  EXPECT_EQ(sample_in(5min - 1ms), 0);
+  EXPECT_EQ(sample_in(1ms), 0) << "opened, and nothing is measured yet";
+  EXPECT_EQ(sample_in(100ms), 42) << "the time counter, where the system lacks the utility";
+  EXPECT_EQ(told(), std::tuple(2u, 1u, 1u));
+  SetLoad(std::nullopt);
+  EXPECT_EQ(sample_in(1s) + sample_in(1s), 0);
+  EXPECT_EQ(told(), std::tuple(2u, 2u, 1u));
+  SetLoad(42);
+  EXPECT_EQ(sample_in(1s), 42);
+  EXPECT_EQ(told(), std::tuple(2u, 2u, 2u));
 }
 
 }  // namespace

@@ -6,12 +6,6 @@
 
 namespace {
 
-const DatasetIdentity& Identity() {
-  static const DatasetIdentity identity{SystemBiosEventMonitor::dataset_id, SystemBiosEventMonitor::dataset_name,
-                                        L"tvk/systembios", L"device-activity"};
-  return identity;
-}
-
 constexpr wchar_t kReadInfoPerBoot[] = L"ReadInfoPerBoot";
 
 // In this order. The start of the kernel comes first, since it lies before the start of every service: a later record
@@ -23,28 +17,24 @@ constexpr const char* kBootQueries[] = {
     "*[System[(EventID=1074)]]",
 };
 
+constexpr TVK::MonitorLines kLines = {
+    .log_opened = L"SystemBiosEventMonitor Log Intialize OK!",
+    .context_decision = L"SystemBiosEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.",
+    .context_failure = L"SystemBiosEventMonitor LogDatasetContext LogDatasetContext() return error: %d",
+    .init_failure = L"SystemBios LogDevInitEvent failed",
+    .item_failure = L"%s : LogItemEvent return error: %d",
+    .item_writer = L"SystemBiosEventMonitor::LogItemEvent",
+};
+
 }  // namespace
 
 const std::map<std::wstring, std::wstring> SystemBiosEventMonitor::ITEM_EVENT_CONTEXT = {
     {kReadInfoPerBoot, L"D385ED5A-E1CF-4D30-8CBE-DF063D4200F6"},
 };
 
-SystemBiosEventMonitor::SystemBiosEventMonitor(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
-                                               const MonitorServices& monitor_services)
-    : EventMonitorBase(handle, device_path_changed, monitor_services),
-      dataset_context_event_(monitor_services.runtime
-                                 .MakeNamedEvent(L"SystemBIOSEvent_LogDatasetContext", platform::EventReset::kManual,
-                                                 false, platform::EventAccess::kServiceOnly)
-                                 .event),
+SystemBiosEventMonitor::SystemBiosEventMonitor(const MonitorServices& monitor_services)
+    : ScheduledMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines}),
       info_(&monitor_services.machine_information) {}
-
-SystemBiosEventMonitor::~SystemBiosEventMonitor() = default;
-
-void SystemBiosEventMonitor::Initialize() {
-  if (TVK::utility::InitLog(log_, L"SystemBiosEventMonitor.log", 4)) {
-    log_.d(L"SystemBiosEventMonitor Log Intialize OK!");
-  }
-}
 
 void SystemBiosEventMonitor::StartMonitor(std::wstring /*name*/) {
   info_.CollectBiosInfo(log_);
@@ -54,13 +44,9 @@ void SystemBiosEventMonitor::StartMonitor(std::wstring /*name*/) {
     return;
   }
   facts_known_ = true;
-  const bool new_device_init = IsNewDeviceInitNeeded(dataset_id);
-  LogDatasetContext(new_device_init);
-  if (new_device_init) {
-    if (LogDevInitEvent() != 0) log_.d(L"SystemBios LogDevInitEvent failed");
-    SetDevicePathChanged(false);
-  }
-  if (!stopping_) LogOncePerBoot();
+  LogDatasetContext(IsNewDeviceInitNeeded(dataset_id));
+  InitialiseDevice();
+  if (!stopping() && Admits()) LogOncePerBoot();
 }
 
 void SystemBiosEventMonitor::LogOncePerBoot() {
@@ -94,38 +80,11 @@ std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
   return services().machine.system().ReadBootTime();
 }
 
-void SystemBiosEventMonitor::StopMonitor() {
-  stopping_ = true;
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
-}
-
-void SystemBiosEventMonitor::LogDatasetContext(bool new_context_needed) {
-  if (!facts_known_) return;
-  const std::lock_guard lock(context_mutex_);
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
-  const ItemData facts = info_.ToItemData();
-  const bool needed = IsNewDatasetContextNeeded(dataset_id, facts, new_context_needed, dataset_context_id_);
-  log_.d(L"SystemBiosEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.", needed ? L"true" : L"false");
-  if (needed) {
-    const int error = WriteDatasetContext(Identity(), facts, dataset_context_id_);
-    if (error != 0) log_.e(L"SystemBiosEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
-  }
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
-}
-
-std::wstring SystemBiosEventMonitor::DatasetContextId() {
-  const std::lock_guard lock(context_mutex_);
-  return dataset_context_id_;
-}
-
-int SystemBiosEventMonitor::LogDevInitEvent() {
-  if (!facts_known_) return 0;
-  return WriteItemEvent(Identity(), DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+std::optional<std::vector<TVK::DescribedDevice>> SystemBiosEventMonitor::Describe() {
+  if (!facts_known_) return std::nullopt;
+  return {{{{}, info_.ToItemData()}}};
 }
 
 int SystemBiosEventMonitor::LogItemEvent(const SystemBiosInfo& info) {
-  const int error = WriteItemEvent(Identity(), DatasetContextId(), kReadInfoPerBoot,
-                                   ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot), info.ToItemData());
-  if (error != 0) log_.e(L"%s : LogItemEvent return error: %d", L"SystemBiosEventMonitor::LogItemEvent", error);
-  return error;
+  return WriteItem(kReadInfoPerBoot, info.ToItemData());
 }

@@ -34,7 +34,7 @@ class SystemBiosEventMonitorTest : public testing::Test {
   Records Run(bool first_invocation = false, bool device_changes = false) {
     ServiceLife life(world_);
     life.manager.first_invocation = first_invocation;
-    RunningMonitor monitor(world_.runtime, std::make_unique<SystemBiosEventMonitor>(nullptr, false, life.services()));
+    RunningMonitor monitor(world_.runtime, std::make_unique<SystemBiosEventMonitor>(life.services()));
     world_.runtime.AdvanceBy(hours(1));
     EXPECT_TRUE(world_.runtime.Threads().empty());
     if (device_changes) monitor->OnDeviceContextChanges(true);
@@ -127,6 +127,14 @@ TEST_F(SystemBiosEventMonitorTest, BootTimeComesFromTheLogOrElseFromTheMachine) 
   }
   EXPECT_EQ(world_.logs.Count(L"the time of the last boot is not known"), 2u);
   EXPECT_TRUE(world_.logs.Has(L"SystemBiosEventMonitor::GetLastbootTime, EvtQuery failed with 5l.\n"));
+}
+
+TEST_F(SystemBiosEventMonitorTest, AControllerThatDoesNotTellIsLeftOutAndWhatIsGoneIsAChange) {
+  Run();
+  world_.machine.firmware().Change([](auto& state) { state.facts.ec_release = "255.0"; });
+  const Records records = Run();
+  ASSERT_EQ(records.contexts.size(), 1u);
+  EXPECT_FALSE(records.contexts[0].item_data().contains(L"EmbeddedControllerVersion"));
 }
 
 TEST_F(SystemBiosEventMonitorTest, DeviceInitFollowsItsContext) {

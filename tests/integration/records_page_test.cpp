@@ -107,10 +107,10 @@ TEST(RecordsPage, ListsTheFieldsOfEachRecord) {
 
 TEST(RecordsPage, ListsTheDatasetsWithTheirScopesAndTheItemsWithTheirIds) {
   Names datasets;
-  for (const DatasetRow& row : ComponentDatasets()) {
-    std::string scopes = String::UTF16ToUTF8(row.scopes);
+  for (const DatasetRow& row : kDatasetRows) {
+    std::string scopes = String::UTF16ToUTF8(std::wstring(row.scopes));
     std::erase(scopes, ' ');
-    datasets.insert(String::UTF16ToUTF8(row.name + L' ' + row.id) + ' ' + scopes);
+    datasets.insert(String::UTF16ToUTF8(std::wstring(row.name) + L' ' + std::wstring(row.id)) + ' ' + scopes);
   }
   Names items = {"DeviceInit " + String::UTF16ToUTF8(EventMonitorBase::DeviceInitItemId)};
   for (const auto* monitor_items : {&CpuEventMonitor::ITEM_EVENT_CONTEXT, &MemoryEventMonitor::ITEM_EVENT_CONTEXT,
@@ -153,8 +153,7 @@ void AddKeys(const ItemData& data, Names& keys) {
 
 /// Runs the service for some minutes and adds what it wrote.
 void Live(MonitorWorld& world, Written& written) {
-  CPUInfo cpu_info(world.machine.processors());
-  const DatasetTable table = MakeComponentDatasets(cpu_info);
+  const DatasetTable table = MakeComponentDatasets();
   ManagerLife life(world, table);
   life.Start();
   world.runtime.AdvanceBy(2min);

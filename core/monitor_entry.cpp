@@ -1,0 +1,108 @@
+#include "core/monitor_entry.h"
+
+#include <system_error>
+#include <utility>
+
+#include "core/guarded_call.h"
+
+MonitorEntry::MonitorEntry(platform::Runtime& runtime, const TVK::Log& log, const Dataset& dataset,
+                           const MonitorServices& services)
+    : runtime_(runtime),
+      log_(log),
+      row_(dataset.row),
+      monitor_(dataset.factory(services)),
+      idle_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
+
+bool MonitorEntry::IsListed() const {
+  const std::lock_guard lock(mutex_);
+  return state_ == State::kListed;
+}
+
+bool MonitorEntry::IsStarted() const {
+  const std::lock_guard lock(mutex_);
+  return started_;
+}
+
+bool MonitorEntry::Start(const wchar_t* caller) {
+  const std::lock_guard lock(mutex_);
+  if (started_) return true;
+  if (state_ != State::kListed) return false;
+  return started_ = GuardedCall(log_, std::wstring(caller) + L": " + std::wstring(row_.name),
+                                [&] { thread_ = runtime_.StartThread("tvk-monitor", [this] { RunMonitor(); }); });
+}
+
+void MonitorEntry::RunMonitor() {
+  try {
+    monitor_->Initialize();
+    monitor_->StartMonitor(L"test");
+  } catch (const std::exception& failure) {
+    log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", TVK::String::UTF8ToUTF16(failure.what()));
+  } catch (...) {
+    log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", L"unknown exception");
+  }
+  const std::lock_guard lock(mutex_);
+  returned_ = true;
+}
+
+bool MonitorEntry::JoinIfReturned() {
+  std::thread thread;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!returned_) return false;
+    thread = std::move(thread_);
+  }
+  return Join(std::move(thread));
+}
+
+bool MonitorEntry::Join(std::thread thread) {
+  if (!thread.joinable()) return false;
+  runtime_.Join(thread);
+  return true;
+}
+
+void MonitorEntry::CallLogged(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call) {
+  GuardedCall(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] { call(*monitor_); });
+}
+
+void MonitorEntry::Call(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (state_ != State::kListed) return;
+    ++calls_;
+  }
+  CallLogged(caller, call);
+  const std::lock_guard lock(mutex_);
+  if (--calls_ == 0 && state_ == State::kStopping) idle_->Set();
+}
+
+void MonitorEntry::MarkLeaving() {
+  const std::lock_guard lock(mutex_);
+  if (state_ == State::kListed) state_ = State::kLeaving;
+}
+
+bool MonitorEntry::ClaimStop() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(state_, State::kStopping) != State::kStopping;
+}
+
+void MonitorEntry::StopMonitor() {
+  constexpr wchar_t kCaller[] = L"EventManager::Stop";
+  CallLogged(kCaller, [](EventMonitorBase& monitor) { monitor.StopMonitor(); });
+  const auto busy = [&] {
+    const std::lock_guard lock(mutex_);
+    return calls_ > 0;
+  };
+  while (busy())
+    runtime_.Wait(*idle_, platform::kForever);
+  CallLogged(kCaller, [](EventMonitorBase& monitor) { monitor.UnInitialize(); });
+}
+
+void MonitorEntry::JoinAndDelete() {
+  std::thread thread;
+  {
+    const std::lock_guard lock(mutex_);
+    thread = std::move(thread_);
+  }
+  Join(std::move(thread));
+  monitor_ = nullptr;
+}

@@ -1,0 +1,61 @@
+#include "core/monitor_stoppers.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "core/guarded_call.h"
+
+void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<void()>& stop,
+                          const std::function<void()>& ended_late) {
+  const auto guarded_stop = [this, stop] { GuardedCall(log_, L"EventManager::StopAndRemoveFromList", stop); };
+  try {
+    Stopper stopper{std::wstring(dataset_name),
+                    runtime_.MakeEvent(platform::EventReset::kManual),
+                    std::make_shared<std::atomic<bool>>(false),
+                    {}};
+    stopper.thread =
+        runtime_.StartThread("tvk-stop", [this, guarded_stop, ended_late, done = stopper.done, late = stopper.late] {
+          guarded_stop();
+          done->Set();
+          if (*late) GuardedCall(log_, L"EventManager::StopDisabledDatasets", ended_late);
+        });
+    stoppers_.push_back(std::move(stopper));
+  } catch (const std::system_error&) {
+    guarded_stop();
+  }
+}
+
+void MonitorStoppers::Wait(platform::Event* end) {
+  constexpr std::chrono::seconds kPatience(1);
+  const platform::SteadyTime latest = runtime_.clock().Steady() + kPatience;
+  for (auto stopper = stoppers_.begin(); stopper != stoppers_.end();) {
+    // What was given up before is only looked at.
+    const auto left = *stopper->late ? std::chrono::nanoseconds(0)
+                                     : std::max<std::chrono::nanoseconds>(latest - runtime_.clock().Steady(),
+                                                                          std::chrono::nanoseconds(0));
+    platform::Waitable* const objects[] = {stopper->done.get(), end};
+    const auto done = [&](std::chrono::milliseconds limit) {
+      return runtime_.WaitAny({objects, end == nullptr ? 1u : 2u}, limit) == 0;
+    };
+    bool ended = done(std::chrono::ceil<std::chrono::milliseconds>(left));
+    if (!ended && !stopper->late->exchange(true)) {
+      // It may have ended just before it could see that.
+      ended = done(std::chrono::milliseconds(0));
+      if (!ended) {
+        log_.e(L"%s: %s is still busy; the others go on", L"EventManager::StopDisabledDatasets", stopper->dataset_name);
+      }
+    }
+    if (ended) {
+      runtime_.Join(stopper->thread);
+      stopper = stoppers_.erase(stopper);
+    } else {
+      ++stopper;
+    }
+  }
+}
+
+void MonitorStoppers::JoinAll() {
+  for (Stopper& stopper : stoppers_)
+    runtime_.Join(stopper.thread);
+  stoppers_.clear();
+}

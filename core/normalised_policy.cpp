@@ -1,0 +1,152 @@
+#include "core/normalised_policy.h"
+
+#include <algorithm>
+#include <set>
+
+#include "client/policy/policy_document.h"
+#include "client/text/string.h"
+
+using TVK::String;
+
+namespace {
+
+bool HoldsId(const DataSet& entry, const DatasetRow& row) {
+  return String::ToUpper(entry.id).find(row.id) != std::wstring::npos;
+}
+
+bool IsSwitched(const DatasetRow& row) {
+  return row.rule != DatasetRule::kApplication && row.rule != DatasetRule::kDeviceContext;
+}
+
+PolicyEntry Interpret(const DataSet& entry, const DatasetTable& table) {
+  const Dataset* const named = table.FindByName(entry.name);
+  if (named != nullptr && IsSwitched(named->row) && HoldsId(entry, named->row)) {
+    return {EntryMeaning::kCounts, named, {}, entry};
+  }
+  const auto holder =
+      std::ranges::find_if(table.datasets(), [&](const Dataset& known) { return HoldsId(entry, known.row); });
+  if (holder == table.datasets().end()) return {EntryMeaning::kUnknownId, nullptr, {}, entry};
+  return {IsSwitched(holder->row) ? EntryMeaning::kNameMismatch : EntryMeaning::kNotSwitched, nullptr, {}, entry};
+}
+
+// One run over the policy's entries.
+class Normaliser {
+ public:
+  Normaliser(const TelemetryPolicy& policy, const DatasetTable& table) : policy_(policy), table_(table) {}
+
+  NormalisedPolicy Run() {
+    result_.scope = NormalisedScope(policy_.telemetry_scope);
+    if (!String::CaseInsesitiveEqual(result_.scope, policy_.telemetry_scope)) {
+      result_.unknown_scope = policy_.telemetry_scope;
+    }
+    result_.applicability = policy_.applicability;
+    const std::wstring no_hash = policy_.Setting(kNoHashNetworkDataSetting);
+    result_.no_hash_network_data = no_hash == L"true";
+    if (policy_.settings.contains(kNoHashNetworkDataSetting) && no_hash != L"true" && no_hash != L"false") {
+      AddFinding("settings." + String::UTF16ToUTF8(kNoHashNetworkDataSetting),
+                 L"only true and false are known; it counts as false");
+    }
+    for (const DataSet& entry : policy_.datasets)
+      Take(entry);
+    return std::move(result_);
+  }
+
+ private:
+  static std::string Path(std::size_t index) { return "datasets[" + std::to_string(index) + "]"; }
+
+  void Take(const DataSet& given) {
+    PolicyEntry& entry = result_.entries.emplace_back(Interpret(given, table_));
+    entry.path = Path(result_.entries.size() - 1);
+    if (entry.dataset == nullptr) {
+      ReportUnmatched(entry);
+      return;
+    }
+    if (!seen_.insert(entry.dataset).second) entry.meaning = EntryMeaning::kDuplicate;
+    ReportSettings(entry, given);
+    entry.values.id = entry.dataset->row.id;
+  }
+
+  void ReportUnmatched(const PolicyEntry& entry) {
+    if (entry.meaning == EntryMeaning::kUnknownId) {
+      AddFinding(entry.path + ".id", L"no dataset has the id \"" + entry.values.id + L"\"");
+    } else if (entry.meaning == EntryMeaning::kNotSwitched) {
+      AddFinding(entry.path + ".id", L"policies do not switch this dataset; the entry has no effect");
+    } else {
+      const auto holder = std::ranges::find_if(table_.datasets(),
+                                               [&](const Dataset& known) { return HoldsId(entry.values, known.row); });
+      AddFinding(entry.path + ".name", L"the dataset of this id is named \"" + std::wstring(holder->row.name) +
+                                           L"\", not \"" + entry.values.name + L"\"; it does not run");
+    }
+  }
+
+  // A monitor finds its settings by the exact id, while the dataset is started by a looser comparison.
+  void ReportSettings(const PolicyEntry& entry, const DataSet& given) {
+    const std::wstring id(entry.dataset->row.id);
+    const DataSet* const source = policy_.FindSettings(id);
+    if (entry.meaning == EntryMeaning::kDuplicate) {
+      AddFinding(entry.path + ".id", source == &given
+                                         ? L"an earlier entry is for this dataset; of this one only the settings count"
+                                         : L"an earlier entry has this id; only that one counts");
+    } else if (source == nullptr) {
+      AddFinding(entry.path + ".id", L"the settings are found only under the id as it is written: \"" + id + L"\"");
+    } else if (source != &given) {
+      const auto place = std::ranges::find_if(policy_.datasets, [&](const DataSet& other) { return &other == source; });
+      const auto index = static_cast<std::size_t>(std::distance(policy_.datasets.begin(), place));
+      AddFinding(entry.path + ".id", L"the settings in force are those of " + String::UTF8ToUTF16(Path(index)) +
+                                         L", the first entry with the id as it is written: \"" + id + L"\"");
+    }
+  }
+
+  void AddFinding(std::string path, std::wstring message) {
+    result_.findings.push_back({std::move(path), std::move(message)});
+  }
+
+  const TelemetryPolicy& policy_;
+  const DatasetTable& table_;
+  NormalisedPolicy result_;
+  std::set<const Dataset*> seen_;
+};
+
+}  // namespace
+
+std::string_view MeaningName(EntryMeaning meaning) {
+  switch (meaning) {
+    case EntryMeaning::kCounts:
+      return "";
+    case EntryMeaning::kUnknownId:
+      return "unknown id";
+    case EntryMeaning::kNotSwitched:
+      return "not switched";
+    case EntryMeaning::kNameMismatch:
+      return "name mismatch";
+    case EntryMeaning::kDuplicate:
+      return "duplicate";
+  }
+  return "";
+}
+
+const DataSet* NormalisedPolicy::SearchUpdatedConfig(std::wstring_view id) const {
+  const auto found = std::ranges::find_if(entries, [&](const PolicyEntry& entry) {
+    return entry.meaning == EntryMeaning::kCounts && entry.dataset->row.id == id;
+  });
+  return found == entries.end() ? nullptr : &found->values;
+}
+
+std::wstring NormalisedScope(const std::wstring& text) {
+  const std::wstring scope = String::ToLower(text);
+  return IsTelemetryScope(scope) ? scope : L"none";
+}
+
+NormalisedPolicy Normalise(const TelemetryPolicy& policy, const DatasetTable& table) {
+  return Normaliser(policy, table).Run();
+}
+
+std::vector<const PolicyEntry*> OrderDatasets(const NormalisedPolicy& policy) {
+  std::vector<const PolicyEntry*> order;
+  for (const PolicyEntry& entry : policy.entries) {
+    if (entry.meaning == EntryMeaning::kCounts || entry.meaning == EntryMeaning::kUnknownId) order.push_back(&entry);
+  }
+  std::ranges::stable_sort(
+      order, {}, [](const PolicyEntry* entry) { return entry->dataset == nullptr ? 0 : entry->dataset->row.rank; });
+  return order;
+}

@@ -1,0 +1,44 @@
+// News from the bus, and the thread that acts on it.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "client/bus/notification_data.h"
+#include "core/reconciler.h"
+
+class Notifications {
+ public:
+  /// `log_device_context`: writes the device context anew when it changed, through the manager's virtual operation.
+  /// `application_events`: the application-event monitor, or null.
+  Notifications(const ManagerParts& parts, Reconciler& reconciler, std::function<void()> log_device_context,
+                EventMonitorBase* application_events);
+
+  /// Control thread. Start logs what keeps the thread from starting; End wakes and joins it, if there is one.
+  void Start();
+  void End();
+  /// Waits for every monitor that is being stopped. Control thread, behind End.
+  void JoinStoppers();
+
+  /// Classifies a notification and wakes the thread; on the bus's thread.
+  void OnNotification(TVKNotificationData& data);
+
+  // The handlers. They run one at a time, whoever calls them.
+  void OnTvkPolicyChanges();
+  void OnTelemetryScopeChanges();
+  void OnDeviceContextChanges();
+
+ private:
+  void OnTelemetryPolicyNotification(TVKNotificationData& data);
+  void OnTvkPolicyNotification(TVKNotificationData& data);
+  void NotificationProcessorThread();
+  void RunHandler(platform::WaitCode index);
+
+  const ManagerParts parts_;
+  Reconciler& reconciler_;
+  const std::function<void()> log_device_context_;
+  EventMonitorBase* const application_events_;
+  std::mutex handler_mutex_;  ///< Held by a handler for its whole run, and by JoinStoppers.
+  std::thread thread_;        ///< The control thread's.
+};

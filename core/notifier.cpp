@@ -1,0 +1,60 @@
+#include "core/notifier.h"
+
+using platform::EventReset;
+
+Notifier::WakeUps Notifier::wake_ups() const {
+  const std::lock_guard lock(mutex_);
+  return wake_ups_;
+}
+
+void Notifier::MakeStopEvent() {
+  const std::lock_guard lock(mutex_);
+  wake_ups_.stop = runtime_.MakeEvent(EventReset::kManual);
+}
+
+void Notifier::MakePolicyWakeUps() {
+  const std::lock_guard lock(mutex_);
+  wake_ups_.telemetry_scope = runtime_.MakeSemaphore(0, 1);
+  wake_ups_.tvk_policy = runtime_.MakeEvent(EventReset::kAuto);
+}
+
+void Notifier::MakeDeviceContextWakeUp() {
+  const std::lock_guard lock(mutex_);
+  wake_ups_.device_context_change = runtime_.MakeEvent(EventReset::kAuto);
+}
+
+void Notifier::DropStopEvent() {
+  const std::lock_guard lock(mutex_);
+  wake_ups_.stop = nullptr;
+}
+
+void Notifier::DropScopeWakeUp() {
+  const std::lock_guard lock(mutex_);
+  wake_ups_.telemetry_scope = nullptr;
+}
+
+void Notifier::DropEventWakeUps() {
+  const std::lock_guard lock(mutex_);
+  wake_ups_.tvk_policy = nullptr;
+  wake_ups_.device_context_change = nullptr;
+}
+
+void Notifier::CreateGlobalEvents() {
+  constexpr std::array kNames = {kTelemetryPolicyChangeEvent, kTvkPolicyChangeEvent, kDevicePathChangeEvent};
+  const std::lock_guard lock(mutex_);
+  for (std::size_t i = 0; i < kNames.size(); ++i) {
+    platform::NamedEventResult made =
+        runtime_.MakeNamedEvent(kNames[i], EventReset::kAuto, false, platform::EventAccess::kSessionUsers);
+    if (made.event == nullptr) {
+      log_.e(L"EventManager Initialize CreateEvent \"%s\" return error %d!", kNames[i], made.error);
+      return;
+    }
+    global_events_[i] = std::move(made.event);
+  }
+}
+
+void Notifier::CloseGlobalEvents() {
+  const std::lock_guard lock(mutex_);
+  for (auto& event : global_events_)
+    event = nullptr;
+}

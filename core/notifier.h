@@ -1,0 +1,60 @@
+// The signals of the manager: what wakes its notification thread, and what tells the user agent.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "client/log/log.h"
+#include "platform/runtime.h"
+
+/// Events that the service makes and the user agent opens.
+inline constexpr wchar_t kTelemetryPolicyChangeEvent[] = L"Global\\TvkUserAgentTelemetryPolicyChangeEvent";
+inline constexpr wchar_t kTvkPolicyChangeEvent[] = L"Global\\TvkUserAgentTVKPolicyChangeEvent";
+inline constexpr wchar_t kDevicePathChangeEvent[] = L"Global\\TvkDevicePathChangeEvent";
+
+/// Any thread.
+class Notifier {
+ public:
+  /// Both must outlive the object.
+  Notifier(platform::Runtime& runtime, const TVK::Log& log) : runtime_(runtime), log_(log) {}
+
+  /// What wakes the notification thread. Null: there is none now. Shared, so that news that meets Stop signals an
+  /// object that exists.
+  struct WakeUps {
+    std::shared_ptr<platform::Event> stop;  ///< Manual-reset: the start of the user agent waits for it too.
+    std::shared_ptr<platform::Event> tvk_policy;
+    std::shared_ptr<platform::Event> device_context_change;
+    std::shared_ptr<platform::Semaphore> telemetry_scope;  ///< At most one, so that changes are handled together.
+  };
+  WakeUps wake_ups() const;
+
+  // These make the objects anew or drop them; they throw std::system_error when the system gives no more.
+  void MakeStopEvent();
+  void MakePolicyWakeUps();
+  void MakeDeviceContextWakeUp();
+  void DropStopEvent();
+  void DropScopeWakeUp();
+  void DropEventWakeUps();
+
+  /// Makes the three named events; the first that cannot be made is logged, and those after it are not tried.
+  void CreateGlobalEvents();
+  void CloseGlobalEvents();
+
+  /// Logs with `log_it` and signals a named event; nothing when nobody holds the event.
+  template <typename LogIt>
+  void SignalUserAgent(const wchar_t* name, const LogIt& log_it) {
+    const platform::NamedEventResult opened = runtime_.OpenNamedEvent(name);
+    if (opened.event == nullptr) return;
+    log_it();
+    opened.event->Set();
+  }
+
+ private:
+  platform::Runtime& runtime_;
+  const TVK::Log& log_;
+  mutable std::mutex mutex_;  ///< Guards what follows.
+  WakeUps wake_ups_;
+  std::array<std::unique_ptr<platform::Event>, 3> global_events_;
+};

@@ -1,0 +1,162 @@
+#include "core/reconciler.h"
+
+#include <map>
+#include <system_error>
+
+#include "core/guarded_call.h"
+
+Reconciler::Reconciler(const ManagerParts& parts, ById run, ById stop)
+    : parts_(parts), run_(std::move(run)), stop_(std::move(stop)), stoppers_(parts.services.runtime, parts.log) {}
+
+bool Reconciler::AddMonitor(const Dataset& dataset, MonitorList::Entry& entry) {
+  entry = std::make_shared<MonitorEntry>(parts_.services.runtime, parts_.log, dataset, parts_.monitor_services);
+  return parts_.monitors.Add(entry);
+}
+
+void Reconciler::AddNullAndNoneDatasets() {
+  std::map<std::wstring_view, const Dataset*> always;
+  for (const Dataset& dataset : parts_.services.datasets.datasets()) {
+    if (dataset.row.rule == DatasetRule::kAlways) always[dataset.row.id] = &dataset;
+  }
+  for (const auto& [id, dataset] : always) {
+    try {
+      MonitorList::Entry entry;
+      if (!AddMonitor(*dataset, entry)) continue;
+      parts_.log.d(L"%s : %s add to event monitor list", L"EventManager::AddNullAndNoneDatasets", dataset->row.name);
+    } catch (...) {
+      parts_.log.e(L"%s Initialize dataset failed with exception", dataset->row.name);
+    }
+  }
+}
+
+void Reconciler::AddPolicyDatasets(const NormalisedPolicy& policy) {
+  const EligibilityFilter device(parts_.services.machine_information.traits());
+  if (!device.IsApplicable(policy.applicability)) {
+    parts_.log.d(L"TelemetryPolicy not Applicable");
+    return;
+  }
+  constexpr DecisionMoment kMoment = DecisionMoment::kServiceStart;
+  for (const PolicyEntry* entry : OrderDatasets(policy)) {
+    const std::wstring& name = entry->values.name;
+    try {
+      const DatasetDecision by_entry = DecideEntry(entry->values, policy, device, kMoment);
+      if (by_entry.reason == DecisionReason::kDisabled) {
+        parts_.log.d(L"EventManager Initialize dataset : %s is not enable", name);
+      } else if (!by_entry.runs()) {
+        parts_.log.d(L"EventManager Initialize dataset : %s is not applicable", name);
+      } else if (entry->dataset != nullptr && entry->dataset->row.rule != DatasetRule::kAlways &&
+                 parts_.policy.Decide(entry->dataset->row, kMoment).runs()) {
+        MonitorList::Entry monitor;
+        if (entry->dataset->row.rule == DatasetRule::kUserProcess) {
+          parts_.display.Start(L"EventManager::Initialize", false);
+        } else if (AddMonitor(*entry->dataset, monitor)) {
+          parts_.log.d(L"EventManager Initialize dataset : %s add to event monitor list", name);
+        }
+      }
+    } catch (...) {
+      parts_.log.e(L"%s Initialize dataset failed with exception", name);
+    }
+  }
+}
+
+void Reconciler::RunAndAddToList(const std::wstring& dataset_id) {
+  constexpr wchar_t kThis[] = L"EventManager::RunAndAddToList";
+  const Dataset* const dataset = parts_.services.datasets.FindById(dataset_id);
+  const auto run = [&] {
+    if (parts_.policy.Read() == nullptr || dataset == nullptr) return false;
+    if (!parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs()) return false;
+    if (dataset->row.rule == DatasetRule::kUserProcess) {
+      parts_.display.Start(kThis, parts_.device_context.IsDevicePathChange());
+      return true;
+    }
+    if (!dataset->factory) return false;
+    // The monitors of the start have had their chance to see the first run; one that comes later decides by its own
+    // last device-initialisation event.
+    parts_.identity.Set(&IdentityValues::Values::first_invocation, false);
+    MonitorList::Entry entry;
+    if (!AddMonitor(*dataset, entry)) return false;
+    if (!entry->Start(kThis)) {
+      if (entry->ClaimStop()) {
+        entry->JoinAndDelete();
+        parts_.monitors.Remove(entry);
+      }
+      return false;
+    }
+    parts_.log.d(L"EventManager RunAndAddToList %s successfully!", dataset_id);
+    return true;
+  };
+  bool runs = false;
+  GuardedCall(parts_.log,
+              std::wstring(kThis) + L": " + (dataset == nullptr ? dataset_id : std::wstring(dataset->row.name)),
+              [&] { runs = run(); });
+  if (!runs) parts_.log.e(L"EventManager RunAndAddToList %s failed!", dataset_id);
+}
+
+void Reconciler::StopAndRemoveFromList(const std::wstring& dataset_id) {
+  const MonitorList::Entry entry = parts_.monitors.Find(dataset_id);
+  if (entry == nullptr || !entry->ClaimStop()) {
+    parts_.log.d(L"EventManager StopAndRemoveFromList %s failed!", dataset_id);
+    return;
+  }
+  entry->StopMonitor();
+  entry->JoinAndDelete();
+  parts_.monitors.Remove(entry);
+  parts_.log.d(L"EventManager StopAndRemoveFromList %s successfully!", dataset_id);
+}
+
+void Reconciler::StopDisabledDatasets() {
+  constexpr wchar_t kThis[] = L"EventManager::StopDisabledDatasets";
+  parts_.log.d(L"%s Enter: ", kThis);
+  const auto stop_event = parts_.notifier.wake_ups().stop;
+  for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
+    const DatasetRow& row = entry->row();
+    if (parts_.policy.Decide(row, DecisionMoment::kRunning).runs()) continue;
+    entry->MarkLeaving();
+    stoppers_.Run(
+        row.name, [this, id = std::wstring(row.id)] { stop_(id); },
+        [this] {
+          const auto scope_changed = parts_.notifier.wake_ups().telemetry_scope;
+          if (scope_changed != nullptr) scope_changed->Release(1);
+        });
+  }
+  stoppers_.Wait(stop_event.get());
+  parts_.policy.WaitForExcludedWrites(kThis, stop_event.get());
+  parts_.display.StopIfExcluded();
+  parts_.log.d(L"%s Exit: ", kThis);
+}
+
+void Reconciler::StartMissingDatasets(const NormalisedPolicy& policy) {
+  for (const PolicyEntry* entry : OrderDatasets(policy)) {
+    if (!parts_.initialized) return;
+    const Dataset* const dataset = entry->dataset;
+    // One that is still being stopped comes back when its stopper asks for it.
+    if (dataset == nullptr || !parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs()) continue;
+    const bool runs = dataset->row.rule == DatasetRule::kUserProcess ? parts_.display.Runs()
+                                                                     : parts_.monitors.Find(dataset->row.id) != nullptr;
+    if (!runs) run_(std::wstring(dataset->row.id));
+  }
+}
+
+void Reconciler::RereadSettings() {
+  for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
+    if (!parts_.initialized) return;
+    entry->Call(L"EventManager::RereadSettings",
+                [](EventMonitorBase& monitor) { monitor.ReadAndUpdateDatasetSettings(); });
+  }
+}
+
+void Reconciler::WaitForEventMonitorThreads() {
+  constexpr wchar_t kThis[] = L"EventManager::WaitForEventMonitorThreads";
+  for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
+    const DatasetRow& row = entry->row();
+    if (row.rule == DatasetRule::kAlways) {
+      parts_.log.d(L"%s it is null data set! %s: ", kThis, row.name);
+      continue;
+    }
+    try {
+      if (entry->JoinIfReturned()) parts_.log.d(L"%s join the thread! %s: ", kThis, row.name);
+    } catch (const std::system_error&) {
+      parts_.log.e(L"%s: Error joining event monitor!", kThis);
+    }
+  }
+}

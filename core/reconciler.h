@@ -1,0 +1,72 @@
+// Makes the list of monitors agree with the policy in force.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+#include "client/log/log.h"
+#include "core/device_context_record.h"
+#include "core/display_process.h"
+#include "core/identity_values.h"
+#include "core/manager_services.h"
+#include "core/monitor_list.h"
+#include "core/monitor_stoppers.h"
+#include "core/policy_view.h"
+
+/// What the manager's parts are to each other. All of them outlive whoever holds the references.
+struct ManagerParts {
+  const ManagerServices& services;
+  const MonitorServices& monitor_services;
+  const TVK::Log& log;
+  const std::atomic<bool>& initialized;  ///< Cleared by Stop, which waits for the handlers: they hurry then.
+  IdentityValues& identity;
+  PolicyView& policy;
+  Notifier& notifier;
+  MonitorList& monitors;
+  DisplayProcess& display;
+  DeviceContextRecord& device_context;
+};
+
+/// One thread at a time: the control thread's in Initialize and Stop, between them that of the handlers. What a stopper
+/// does (StopAndRemoveFromList) any thread may.
+class Reconciler {
+ public:
+  /// By which a dataset is started and stopped: the manager's virtual operations.
+  using ById = std::function<void(const std::wstring& dataset_id)>;
+
+  Reconciler(const ManagerParts& parts, ById run, ById stop);
+
+  // At the start of the service.
+  /// Lists the monitors that run always, in the order of their ids, so that the list is the same at every start.
+  void AddNullAndNoneDatasets();
+  /// Lists those that `policy` starts.
+  void AddPolicyDatasets(const NormalisedPolicy& policy);
+
+  /// Makes the monitor of a dataset that the policy in force starts, lists and starts it; starts the user agent for the
+  /// display dataset.
+  void RunAndAddToList(const std::wstring& dataset_id);
+  /// Stops the dataset's monitor, waits for its thread, deletes and unlists it.
+  void StopAndRemoveFromList(const std::wstring& dataset_id);
+
+  /// Stops the listed monitors that may not go on, and waits for the writes that are excluded. A monitor that is busy
+  /// for longer than a second is left to its stopper, which asks for another reconciliation when it is done.
+  void StopDisabledDatasets();
+  /// Starts what may run and does not.
+  void StartMissingDatasets(const NormalisedPolicy& policy);
+  /// Has every listed monitor read its settings.
+  void RereadSettings();
+  /// Joins the threads of the monitors whose main routine has returned, and leaves the others.
+  void WaitForEventMonitorThreads();
+
+  /// Waits for every monitor that is being stopped.
+  void JoinStoppers() { stoppers_.JoinAll(); }
+
+ private:
+  bool AddMonitor(const Dataset& dataset, MonitorList::Entry& entry);
+
+  const ManagerParts parts_;
+  const ById run_;
+  const ById stop_;
+  MonitorStoppers stoppers_;
+};
