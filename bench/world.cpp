@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include "bench/targets.h"
-#include "client/text/record_time.h"
 #include "component/component_datasets.h"
 #include "platform/local.h"
 #include "platform/simulated/simulated_firmware.h"
@@ -95,12 +94,6 @@ std::filesystem::path MadeAnew(std::filesystem::path folder) {
   return folder;
 }
 
-TVK::StoreOptions StoreIn(const std::filesystem::path& folder) {
-  TVK::StoreOptions options;
-  options.file = folder / TVK::kStoreFileName;
-  return options;
-}
-
 }  // namespace
 
 class World::Manager final : public EventManager {
@@ -119,31 +112,23 @@ World::World(std::filesystem::path folder)
       policy_file_(folder_ / "policy.json"),
       runtime_(platform::MakeRealRuntime({.named_event_folder = folder_ / "run"})),
       progress_(*runtime_),
-      policy_agent_({.telemetry_policy = policy_file_,
-                     .tvk_policy = folder_ / "client-policy.json",
-                     .last_good = folder_ / "policy.last-good.json",
-                     .tvk_last_good = folder_ / "client-policy.last-good.json"}),
-      store_(StoreIn(folder_), runtime_->clock()),
-      bus_(*runtime_),
-      machine_information_(machine_, runtime_->clock()),
-      region_information_(machine_.region(), runtime_->clock()),
-      tvk_info_(TVK::System::GetTime(runtime_->clock())),
-      device_id_agent_(machine_.system(), machine_.firmware()),
-      datasets_(WatchedDatasets(progress_)),
-      services_{*runtime_,           machine_,  store_,    policy_agent_, bus_, machine_information_,
-                region_information_, tvk_info_, datasets_, user_agent_},
-      policy_watch_(*runtime_, policy_agent_, bus_, {policy_file_, folder_ / "client-policy.json"}) {
+      datasets_(WatchedDatasets(progress_)) {
   TVK::SetLogBackend(std::make_shared<WatchedLogs>(folder_ / "log", progress_));
-  Check(store_.is_open(), "opening the store");
-  Check(policy_watch_.Start().empty(), "watching the policy");
-  Check(policy_agent_.LoadTelemetryPolicy().accepted, "reading the policy");
-  policy_agent_.LoadTvkPolicy();
-  manager_ = std::make_unique<Manager>(services_);
+  composition_ = std::make_unique<Composition>(
+      *runtime_, machine_, Composition::Places{.data_folder = folder_, .policy_file = policy_file_},
+      Composition::Parts{
+          .config = nullptr, .datasets = &datasets_, .user_process = &user_agent_, .region_change = nullptr});
+  Check(composition_->store().is_open(), "opening the store");
+  const Composition::Opening opening = composition_->Start();
+  Check(opening.watch_problem.empty(), "watching the policy");
+  Check(opening.policy.accepted, "reading the policy");
+  manager_ = std::make_unique<Manager>(composition_->manager_services());
 }
 
 World::~World() {
   manager_->Stop();
   manager_ = nullptr;
+  composition_ = nullptr;
   TVK::SetLogBackend(nullptr);
   std::error_code ignored;
   std::filesystem::remove_all(folder_, ignored);
@@ -162,7 +147,7 @@ std::string World::Policy(bool enabled) {
 }
 
 int World::StartManager() {
-  manager_->Initialize(&device_id_agent_);
+  manager_->Initialize(&composition_->machine_services().device_ids);
   manager_->InitAndStartEventMonitors();
   return static_cast<int>(manager_->get_eventmonitor_list().size());
 }

@@ -8,14 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "client/bus/publisher_subscriber.h"
-#include "client/identity/machine_device_id_agent.h"
-#include "client/identity/machine_information.h"
-#include "client/identity/tvk_info.h"
-#include "client/policy/config_agent.h"
-#include "client/store/event_data_logging.h"
-#include "component/policy_watch.h"
-#include "core/manager_services.h"
+#include "component/composition.h"
 #include "platform/runtime.h"
 #include "platform/simulated/simulated_machine.h"
 #include "tvk/event_manager.h"
@@ -85,16 +78,8 @@ class World {
   const std::unique_ptr<platform::Runtime> runtime_;
   Progress progress_;
   platform::SimulatedMachine machine_;
-  ConfigPolicyAgent policy_agent_;
-  TVK::EventDataLogging store_;
-  TVKPublisherSubscriber bus_;
-  MachineInformation machine_information_;
-  RegionInformation region_information_;
-  TvkInfo tvk_info_;
-  TVK::MachineDeviceIdAgent device_id_agent_;
   const DatasetTable datasets_;
   AbsentUserAgent user_agent_;
-  const ManagerServices services_;
-  PolicyWatch policy_watch_;
+  std::unique_ptr<Composition> composition_;
   std::unique_ptr<Manager> manager_;
 };

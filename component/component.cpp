@@ -4,14 +4,14 @@
 #include <stdexcept>
 
 #include "client/records/record_text.h"
-#include "component/composition.h"
+#include "component/process_composition.h"
 #include "tvk/event_manager.h"
 
 namespace {
 
 struct ProcessSlot {
-  std::mutex mutex;  // guards composition
-  std::unique_ptr<Composition> composition;
+  std::mutex mutex;  // guards process
+  std::unique_ptr<ProcessComposition> process;
 };
 
 // Never destroyed: the manager refers to it until the process ends, and joining threads while a library is being
@@ -34,7 +34,7 @@ class ProcessEventManager final : public EventManager {
  private:
   static void FollowSystemEvents(platform::SystemEventCallback receiver) {
     const std::lock_guard lock(Slot().mutex);
-    if (Slot().composition != nullptr) Slot().composition->FollowSystemEvents(std::move(receiver));
+    if (Slot().process != nullptr) Slot().process->composition().FollowSystemEvents(std::move(receiver));
   }
 };
 
@@ -43,11 +43,11 @@ class ProcessEventManager final : public EventManager {
 TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, RecordObserver observer,
                                           RemarkObserver remarks) {
   const std::lock_guard lock(Slot().mutex);
-  if (Slot().composition != nullptr) return {ComponentOutcome::kFailed, "the component is open already"};
+  if (Slot().process != nullptr) return {ComponentOutcome::kFailed, "the component is open already"};
   ComponentResult result;
   try {
-    auto composition = Composition::Open(options, std::move(observer), std::move(remarks), result);
-    if (result.outcome == ComponentOutcome::kReady) Slot().composition = std::move(composition);
+    auto process = ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
+    if (result.outcome == ComponentOutcome::kReady) Slot().process = std::move(process);
   } catch (const std::invalid_argument& mistake) {
     result = {ComponentOutcome::kWrongConfiguration, mistake.what()};
   } catch (const std::exception& failure) {
@@ -58,17 +58,17 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
 
 TVK::DeviceIdAgent* TVK::Component::device_id_agent() {
   const std::lock_guard lock(Slot().mutex);
-  return Slot().composition == nullptr ? nullptr : &Slot().composition->device_id_agent();
+  return Slot().process == nullptr ? nullptr : &Slot().process->composition().machine_services().device_ids;
 }
 
 void TVK::Component::RereadPolicy() {
   const std::lock_guard lock(Slot().mutex);
-  if (Slot().composition != nullptr) Slot().composition->RereadPolicy();
+  if (Slot().process != nullptr) Slot().process->composition().RereadPolicy();
 }
 
 void TVK::Component::OnUserLogon() {
   const std::lock_guard lock(Slot().mutex);
-  if (Slot().composition != nullptr) Slot().composition->OnUserLogon();
+  if (Slot().process != nullptr) Slot().process->composition().OnUserLogon();
 }
 
 std::string TVK::Component::RecordHeader() {
@@ -76,10 +76,10 @@ std::string TVK::Component::RecordHeader() {
 }
 
 void TVK::Component::Close() {
-  std::unique_ptr<Composition> ended;
+  std::unique_ptr<ProcessComposition> ended;
   {
     const std::lock_guard lock(Slot().mutex);
-    ended = std::move(Slot().composition);
+    ended = std::move(Slot().process);
   }
   ended = nullptr;
   SetLogBackend(nullptr);
@@ -90,11 +90,11 @@ EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
       [&]() -> const ManagerServices& {
         const std::lock_guard lock(Slot().mutex);
         // A host that does not set the component up gets the default places, whatever state they are in.
-        if (Slot().composition == nullptr) {
+        if (Slot().process == nullptr) {
           TVK::ComponentResult ignored;
-          Slot().composition = Composition::Open({}, {}, {}, ignored);
+          Slot().process = ProcessComposition::Open({}, {}, {}, ignored);
         }
-        return Slot().composition->manager_services();
+        return Slot().process->composition().manager_services();
       }(),
       handle);
   if (manager.get_schema_ver().empty()) manager.set_schema_ver(L"2.0");

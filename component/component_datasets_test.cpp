@@ -49,16 +49,16 @@ std::vector<std::wstring> Live(const TelemetryPolicy& policy, std::chrono::hours
   world.runtime.AdvanceBy(time);
   life.manager.Stop();
   std::vector<std::wstring> written;
-  for (const DatasetContext& context : life.service.DatasetContexts())
+  for (const DatasetContext& context : life.records.DatasetContexts())
     written.push_back(context.dataset_context_datetime() + L" " + context.dataset_name());
-  for (const ItemEvent& item : life.service.Items()) {
+  for (const ItemEvent& item : life.records.Items()) {
     EXPECT_EQ(item.device_context_id(), life.manager.get_device_context_id());
     written.push_back(item.item_time() + L" " + item.dataset_name() + L" " + item.item_name());
   }
-  EXPECT_EQ(std::ranges::count(life.service.Items(), CpuEventMonitor::dataset_name, &ItemEvent::dataset_name),
+  EXPECT_EQ(std::ranges::count(life.records.Items(), CpuEventMonitor::dataset_name, &ItemEvent::dataset_name),
             std::chrono::minutes(time).count() + 1)
       << "one a minute and the device's initialisation";
-  EXPECT_EQ(life.service.DeviceContexts().size(), 1u);
+  EXPECT_EQ(life.records.DeviceContexts().size(), 1u);
   std::ranges::sort(written);
   return written;
 }

@@ -1,13 +1,13 @@
-// All services of one process's event manager, joined.
+// The services of one event manager, joined: for the process's own and for worlds that tests and benchmarks make.
 #pragma once
 
-#include <memory>
+#include <filesystem>
+#include <functional>
 #include <optional>
+#include <string>
 
 #include "client/bus/publisher_subscriber.h"
-#include "client/identity/machine_device_id_agent.h"
-#include "client/identity/machine_information.h"
-#include "client/identity/tvk_info.h"
+#include "client/identity/machine_services.h"
 #include "client/policy/config_agent.h"
 #include "client/store/event_data_logging.h"
 #include "component/policy_watch.h"
@@ -17,59 +17,74 @@
 #include "host/system_event_relay.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
-#include "platform/system_facts.h"
-#include "tvk/component.h"
 
-/// Made by Open, in the order in which its members depend on each other. One in a process.
+/// Made in the order in which its members depend on each other.
 class Composition {
  public:
-  /// Opens all that can be opened; `result` says whether anything is missing that the component cannot do without.
-  /// Null when the sysroot of `options` is no folder: there is no machine then.
-  static std::unique_ptr<Composition> Open(const TVK::ComponentOptions& options, TVK::RecordObserver observer,
-                                           TVK::RemarkObserver remarks, TVK::ComponentResult& result);
+  struct Places {
+    std::filesystem::path data_folder;  ///< Of the store and of the copies of the last good policies.
+    std::filesystem::path policy_file;  ///< The client policy lies beside it.
+
+    std::filesystem::path tvk_policy_file() const { return policy_file.parent_path() / "client-policy.json"; }
+  };
+
+  /// What takes the place of the component's own. All of it must outlive the composition.
+  struct Parts {
+    IConfigAgent* config = nullptr;            ///< Null: the policy files, which are watched.
+    const DatasetTable* datasets = nullptr;    ///< Null: every dataset of the component.
+    UserProcessAgent* user_process = nullptr;  ///< Null: the program beside this one.
+    platform::Event* region_change = nullptr;  ///< Null: the machine's settings are watched.
+  };
+
+  /// What Start found.
+  struct Opening {
+    PolicyLoad policy;
+    PolicyLoad tvk_policy;
+    bool policy_in_force = false;
+    bool tvk_policy_in_force = false;
+    std::string watch_problem;  ///< Why changes of the policy files will not be seen; empty: they will.
+  };
+
+  /// Opens the store. `remarks` is told what becomes of policy files that change; may be empty. `runtime` and `machine`
+  /// must outlive the object.
+  Composition(platform::Runtime& runtime, platform::Machine& machine, const Places& places, const Parts& parts,
+              std::function<void(const std::string& line)> remarks = {});
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
+  /// Reads the policy files and begins to watch what is to be watched; the manager is made after it. Once.
+  Opening Start();
+
   const ManagerServices& manager_services() const { return manager_services_; }
-  TVK::DeviceIdAgent& device_id_agent() { return device_id_agent_; }
+  MachineServices& machine_services() { return machine_services_; }
+  TVK::EventDataLogging& store() { return store_; }
+  TVKPublisherSubscriber& bus() { return bus_; }
+
   /// Hands the system's own events to `receiver` in the place of the one before, until the end; null: to nobody.
-  void FollowSystemEvents(platform::SystemEventCallback receiver) {
-    system_events_.reset();
-    if (receiver) system_events_.emplace(machine_->system_events(), *runtime_, std::move(receiver));
-  }
-  void RereadPolicy() { policy_watch_.Reread(); }
-  void OnUserLogon() {
-    if (machine_->system().ReadLoggedInUserId().empty()) return;  // to be told at the next logon
-    device_context_monitor_.TryAddUserRelatedMonitors();
-    user_process_.OnUserLogon();
-  }
+  void FollowSystemEvents(platform::SystemEventCallback receiver);
+  /// Reads the policy files soon. Any thread.
+  void RereadPolicy();
+  /// See TVK::Component::OnUserLogon. Any thread.
+  void OnUserLogon();
 
  private:
-  struct Places {
-    std::filesystem::path policy_file;
-    std::filesystem::path tvk_policy_file;
-    std::filesystem::path data_folder;
-    std::filesystem::path log_folder;
-    std::filesystem::path named_event_folder;
-    std::filesystem::path sysroot;
+  struct PolicyFiles {
+    PolicyFiles(platform::Runtime& runtime, TVKPublisherSubscriber& bus, const Places& places,
+                std::function<void(const std::string& line)> remarks);
+    ConfigPolicyAgent agent;
+    PolicyWatch watch;
   };
-  static Places ResolvePlaces(const TVK::ComponentOptions& options);
-  Composition(const Places& places, TVK::RemarkObserver remarks);
 
-  const std::unique_ptr<platform::Runtime> runtime_;
-  const std::unique_ptr<platform::Machine> machine_;
-  ConfigPolicyAgent policy_agent_;
+  platform::Runtime& runtime_;
+  platform::Machine& machine_;
   TVK::EventDataLogging store_;
   TVKPublisherSubscriber bus_;
-  MachineInformation machine_information_;
-  RegionInformation region_information_;
-  TvkInfo tvk_info_;
-  TVK::MachineDeviceIdAgent device_id_agent_;
-  const DatasetTable datasets_;
-  UserProcess user_process_;
-  PolicyWatch policy_watch_;
-  DeviceContextEventMonitor device_context_monitor_;
+  MachineServices machine_services_;
+  std::optional<DatasetTable> own_datasets_;
+  std::optional<PolicyFiles> policy_files_;
+  std::optional<UserProcess> own_user_process_;
+  std::optional<DeviceContextEventMonitor> device_context_monitor_;
   ManagerServices manager_services_;
   std::optional<SystemEventRelay> system_events_;
 };

@@ -35,7 +35,7 @@ TEST_F(EventManagerTest, AnEntryThatIsWrittenOtherwiseStartsAndStaysAlike) {
   std::next(entry, 2)->name = L"memoryEvent";
   Start(policy);
   script_.TakeNotes();
-  life_->bus.Publish(TVKNotificationData(4, 18, L"{}"));
+  life_->composition.bus().Publish(TVKNotificationData(4, 18, L"{}"));
   Change(policy);
   EXPECT_THAT(life_->Listed(),
               ElementsAre(L"DeviceStatus", L"SystemPowerEvent", L"NetworkEvent", L"CPUEvent", L"BatteryEvent"));

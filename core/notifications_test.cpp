@@ -31,7 +31,7 @@ TEST_F(NotificationsTest, OnlyPolicyNewsIsActedOn) {
     SCOPED_TRACE(row.topic * 100 + row.state);
     world_.logs.Clear();
     script_.TakeNotes();
-    life_->bus.Publish(TVKNotificationData(row.topic, row.state, L"no payload", row.kvq));
+    life_->composition.bus().Publish(TVKNotificationData(row.topic, row.state, L"no payload", row.kvq));
     world_.runtime.Settle();
     EXPECT_EQ(world_.logs.Count(L"EventManager::OnNotification Recieved internal notification"), row.received);
     EXPECT_EQ(world_.logs.Count(kChangesEntry), row.scope_changes);
@@ -145,17 +145,17 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
     SCOPED_TRACE(what);
     script_.TakeNotes();
     const std::wstring before = life_->manager.get_device_context_id();
-    const std::size_t written = life_->service.DeviceContexts().size();
+    const std::size_t written = life_->records.DeviceContexts().size();
     change();
     world_.runtime.Settle();
     EXPECT_EQ(life_->manager.get_device_context_id() != before, renewed == 1);
-    EXPECT_EQ(life_->service.DeviceContexts().size(), written + renewed);
+    EXPECT_EQ(life_->records.DeviceContexts().size(), written + renewed);
     EXPECT_EQ(script_.Count(L"context anew DeviceStatus"), renewed);
     EXPECT_EQ(script_.Count(L"context anew CPUEvent"), renewed);
     EXPECT_EQ(script_.Count(L"device init CPUEvent"), inits);
   };
   const auto read_anew = [&] {
-    life_->service.machine_information.ReInitialize(true);
+    life_->composition.machine_services().machine_information.ReInitialize(true);
     life_->region_changed->Set();
   };
   world_.runtime.AdvanceBy(24h);
@@ -168,12 +168,12 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
   expect(
       "the device path, told twice",
       [&] {
-        life_->bus.Publish(path_change);
-        life_->bus.Publish(path_change);
+        life_->composition.bus().Publish(path_change);
+        life_->composition.bus().Publish(path_change);
       },
       1, 1);
   expect(
-      "a path that changed and changed back", [&] { life_->bus.Publish(path_change); }, 0, 0);
+      "a path that changed and changed back", [&] { life_->composition.bus().Publish(path_change); }, 0, 0);
   life_->manager.set_schema_ver(L"2.1");
   expect("the schema", read_anew, 1, 0);
   EXPECT_FALSE(life_->manager.IsDevicePathChange()) << "it was told";
@@ -187,11 +187,11 @@ TEST_F(NotificationsTest, TheDeviceContextOutlivesARestart) {
   life_->manager.LogDeviceContextData(false, context, false);
   EXPECT_NE(context.device_context_id(), id) << "in force, though not stored";
   EXPECT_EQ(life_->manager.get_device_context_id(), context.device_context_id());
-  EXPECT_EQ(life_->service.DeviceContexts().size(), 1u);
+  EXPECT_EQ(life_->records.DeviceContexts().size(), 1u);
   Start(PolicyOf(L"full", {L"CPUEvent"}));
   EXPECT_EQ(life_->manager.get_device_context_id(), id);
   EXPECT_FALSE(life_->manager.get_FirstInvocation());
-  EXPECT_THAT(life_->service.DeviceContexts(), IsEmpty());
+  EXPECT_THAT(life_->records.DeviceContexts(), IsEmpty());
 }
 
 TEST_F(NotificationsTest, TheVersionOfTheLastDeviceInitIsTold) {
@@ -202,15 +202,15 @@ TEST_F(NotificationsTest, TheVersionOfTheLastDeviceInitIsTold) {
     DeviceContext context;
     context.set_device_context_id(L"OF " + version);
     context.tvk_info().set_tvk_version(version);
-    EXPECT_EQ(life_->service.store.LogDeviceContext(context), 0);
+    EXPECT_EQ(life_->composition.store().LogDeviceContext(context), 0);
     ItemEvent event;
     event.set_dataset_id(dataset);
     event.set_item_id(EventMonitorBase::DeviceInitItemId);
     event.set_device_context_id(context.device_context_id());
-    EXPECT_EQ(life_->service.store.LogItemEvent(event), 0);
+    EXPECT_EQ(life_->composition.store().LogItemEvent(event), 0);
   };
   write(L"0.0.0", cpu);
-  write(life_->service.tvk_info.GetVersion(), IdOf(L"MemoryEvent"));
+  write(life_->composition.machine_services().tvk_info.GetVersion(), IdOf(L"MemoryEvent"));
   EXPECT_EQ(life_->manager.DecideTVKVer(cpu), 1) << "another dataset's does not count";
   EXPECT_EQ(life_->manager.DecideTVKVer(IdOf(L"MemoryEvent")), 0);
   EXPECT_EQ(life_->manager.DecideTVKVer(L""), 0) << "of any dataset";
@@ -233,7 +233,7 @@ void FlipPolicies(platform::Runtime& runtime, ManagerLife& life, int flips, std:
   for (int i = 0; i < flips; ++i) {
     life.Change(policies[i % 4]);
     if (i % 7 == 0) life.region_changed->Set();
-    if (i % 11 == 0) life.bus.Publish(TVKNotificationData(4, 18, L"{}"));
+    if (i % 11 == 0) life.composition.bus().Publish(TVKNotificationData(4, 18, L"{}"));
     if (pause > 0ms) runtime.Wait(*end, pause);
   }
   life.Change(PolicyOf(L"enhance", {L"CPUEvent", L"MemoryEvent"}));

@@ -117,7 +117,7 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   EXPECT_EQ(context.item_data(), (ItemData{{L"Model", L"2"}}));
   EXPECT_EQ(context.source() + context.dataset_type(), L"tvk/drivedevice-activity");
   EXPECT_EQ(context.device_context_id() + context.schema_ver(), L"DEVICE-CONTEXT2.0");
-  EXPECT_EQ(context.source_component(), TVK::String::ToUpper(life_->tvk_info.GetId()));
+  EXPECT_EQ(context.source_component(), TVK::String::ToUpper(life_->services().tvk_info.GetId()));
   const ItemEvent item = life_->Items().back();
   EXPECT_EQ(item.source(), L"tvk/Drive");
   EXPECT_EQ(item.item_id(), kItems.at(kPerDay));

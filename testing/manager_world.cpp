@@ -101,11 +101,16 @@ TelemetryPolicy PolicyOf(const std::wstring& scope, const std::vector<std::wstri
 ManagerLife::ManagerLife(platform::Runtime& runtime, platform::Machine& machine, SettableConfigAgent& config_agent,
                          const TempFolder& folder, const DatasetTable& table)
     : config(config_agent),
-      service(runtime, machine, config, folder),
-      bus(runtime),
       region_changed(runtime.MakeEvent(platform::EventReset::kAuto)),
-      manager({runtime, machine, service.store, config, bus, service.machine_information, service.region_information,
-               service.tvk_info, table, user_process, region_changed.get()}) {}
+      composition(runtime, machine, {.data_folder = folder.path(), .policy_file = {}},
+                  {.config = &config,
+                   .datasets = &table,
+                   .user_process = &user_process,
+                   .region_change = region_changed.get()}),
+      records(composition.store()),
+      manager(composition.manager_services()) {
+  composition.Start();
+}
 
 ManagerLife::~ManagerLife() {
   manager.Stop();
@@ -118,5 +123,5 @@ void ManagerLife::Start() {
 
 void ManagerLife::Change(TelemetryPolicy policy) {
   config.SetPolicy(std::move(policy));
-  bus.Publish(TVKNotificationData(4, 14, L"{}"));
+  composition.bus().Publish(TVKNotificationData(4, 14, L"{}"));
 }

@@ -6,8 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "client/bus/publisher_subscriber.h"
-#include "core/manager_services.h"
+#include "component/composition.h"
 #include "testing/monitor_world.h"
 #include "tvk/event_manager.h"
 
@@ -126,10 +125,10 @@ class ManagerLife {
   std::vector<std::wstring> Listed() const { return manager.get_eventmonitor_list(); }
 
   SettableConfigAgent& config;
-  ServiceLife service;
-  TVKPublisherSubscriber bus;
   RecordingUserProcess user_process;
   FixedDeviceIds device_ids;
   const std::unique_ptr<platform::Event> region_changed;
+  Composition composition;
+  RecordCollector records;
   TestManager manager;
 };

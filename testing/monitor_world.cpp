@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "client/records/record_json.h"
-#include "client/text/record_time.h"
-
 void SettableConfigAgent::SetSettings(const std::wstring& dataset_name, std::map<std::wstring, std::wstring> settings) {
   const std::lock_guard lock(mutex_);
   for (DataSet& dataset : policy_.value().datasets) {
@@ -23,41 +20,14 @@ std::wstring SettableManagerIdentity::get_device_context_id() {
   return device_context_id;
 }
 
-ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine, IConfigAgent& config,
-                         const TempFolder& folder)
-    : store({.file = folder.path() / TVK::kStoreFileName, .limits = {}}, runtime.clock()),
-      machine_information(machine, runtime.clock()),
-      region_information(machine.region(), runtime.clock()),
-      tvk_info(TVK::System::GetTime(runtime.clock())),
-      second_tick_(runtime),
-      services_{runtime, machine, store, config, machine_information, tvk_info, manager, second_tick_, consent} {
+ServiceLife::ServiceLife(MonitorWorld& world)
+    : store({.file = world.folder.path() / TVK::kStoreFileName, .limits = {}}, world.runtime.clock()),
+      records_(store),
+      machine_(world.machine, world.runtime.clock()),
+      second_tick_(world.runtime),
+      services_{world.runtime,     world.machine, store,        world.config, machine_.machine_information,
+                machine_.tvk_info, manager,       second_tick_, consent} {
   manager.store = &store;
-  store.SetRecordListener([this](TVK::RecordKind kind, const std::string& json) { Collect(kind, json); });
-}
-
-ServiceLife::~ServiceLife() {
-  store.SetRecordListener(nullptr);
-}
-
-void ServiceLife::Collect(TVK::RecordKind kind, const std::string& json) {
-  const std::lock_guard lock(mutex_);
-  switch (kind) {
-    case TVK::RecordKind::kItem:
-      items_.push_back(TVK::ItemEventFromJson(json).value());
-      break;
-    case TVK::RecordKind::kDataset:
-      dataset_contexts_.push_back(TVK::DatasetContextFromJson(json).value());
-      break;
-    case TVK::RecordKind::kDevice:
-      device_contexts_.push_back(TVK::DeviceContextFromJson(json).value());
-      break;
-  }
-}
-
-std::vector<ItemEvent> ServiceLife::Items(const std::wstring& item_name) const {
-  std::vector<ItemEvent> items = Items();
-  std::erase_if(items, [&](const ItemEvent& item) { return item.item_name() != item_name; });
-  return items;
 }
 
 RunningMonitor::RunningMonitor(platform::Runtime& runtime, std::unique_ptr<EventMonitorBase> monitor)

@@ -20,10 +20,12 @@
 #include <thread>
 #include <vector>
 
+#include "client/identity/machine_services.h"
 #include "framework/event_monitor_base.h"
 #include "platform/simulated/simulated_machine.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
+#include "testing/record_collector.h"
 #include "testing/temp_folder.h"
 
 /// Policies that the test sets; none at first. Any thread.
@@ -99,47 +101,29 @@ struct MonitorWorld {
   SettableConfigAgent config;
 };
 
-/// What one run of the service opens; the records of the runs before it lie in the same folder. Records are collected
-/// in the order of writing, those of this life only. Any thread.
+/// What monitors are given in one run of the service, without a manager: `manager` and `consent` answer them. The
+/// records of the runs before lie in the same folder; those of this one are collected. Any thread.
 class ServiceLife {
  public:
-  explicit ServiceLife(MonitorWorld& world) : ServiceLife(world.runtime, world.machine, world.config, world.folder) {}
-  /// On any runtime; everything must outlive the object.
-  ServiceLife(platform::Runtime& runtime, platform::Machine& machine, IConfigAgent& config, const TempFolder& folder);
-  ~ServiceLife();
+  explicit ServiceLife(MonitorWorld& world);
   ServiceLife(const ServiceLife&) = delete;
   ServiceLife& operator=(const ServiceLife&) = delete;
 
-  /// For monitors without a manager; `manager` answers them.
   const MonitorServices& services() const { return services_; }
 
-  std::vector<ItemEvent> Items() const { return Copy(items_); }
-  /// The item events of this name.
-  std::vector<ItemEvent> Items(const std::wstring& item_name) const;
-  std::vector<DatasetContext> DatasetContexts() const { return Copy(dataset_contexts_); }
-  std::vector<DeviceContext> DeviceContexts() const { return Copy(device_contexts_); }
+  std::vector<ItemEvent> Items() const { return records_.Items(); }
+  std::vector<ItemEvent> Items(const std::wstring& item_name) const { return records_.Items(item_name); }
+  std::vector<DatasetContext> DatasetContexts() const { return records_.DatasetContexts(); }
 
   SettableManagerIdentity manager;
   SettableConsent consent;
   TVK::EventDataLogging store;
-  MachineInformation machine_information;
-  RegionInformation region_information;
-  TvkInfo tvk_info;
 
  private:
-  void Collect(TVK::RecordKind kind, const std::string& json);
-  template <typename Record>
-  std::vector<Record> Copy(const std::vector<Record>& records) const {
-    const std::lock_guard lock(mutex_);
-    return records;
-  }
-
+  RecordCollector records_;
+  MachineServices machine_;
   SecondTick second_tick_;
   const MonitorServices services_;
-  mutable std::mutex mutex_;  ///< Guards what follows.
-  std::vector<ItemEvent> items_;
-  std::vector<DatasetContext> dataset_contexts_;
-  std::vector<DeviceContext> device_contexts_;
 };
 
 /// A monitor that is run as the manager runs it: Initialize and StartMonitor on a thread of its own.

@@ -13,7 +13,7 @@
 #include "apps/tvkctl/inspect_commands.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/records_command.h"
-#include "client/identity/machine_information.h"
+#include "client/identity/machine_services.h"
 #include "client/identity/tvk_info.h"
 #include "client/text/string.h"
 #include "component/component_datasets.h"
@@ -74,7 +74,7 @@ class Run {
     options.file = platform::PathFromUtf8(texts_.policy_file);
     if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
     options.json = texts_.json;
-    options.device = MachineInformation(*machine, runtime_->clock()).traits();
+    options.device = MachineServices(*machine, runtime_->clock()).machine_information.traits();
     return RunPolicyCheck(options, MakeComponentDatasets(), out_, errors_);
   }
 
@@ -87,7 +87,7 @@ class Run {
     options.file = platform::PathFromUtf8(texts_.policy_file);
     options.target =
         texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
-    options.device = MachineInformation(*machine, runtime_->clock()).traits();
+    options.device = MachineServices(*machine, runtime_->clock()).machine_information.traits();
     return RunPolicyApply(options, MakeComponentDatasets(), out_, errors_);
   }
 

@@ -160,9 +160,9 @@ void Live(MonitorWorld& world, Written& written) {
   world.machine.memory().Change([](auto& status) { status->load_percent += 20; });
   world.runtime.AdvanceBy(2min);
   life.manager.Stop();
-  for (const DatasetContext& context : life.service.DatasetContexts())
+  for (const DatasetContext& context : life.records.DatasetContexts())
     AddKeys(context.item_data(), written.keys[String::UTF16ToUTF8(context.dataset_name())]);
-  for (const ItemEvent& item : life.service.Items()) {
+  for (const ItemEvent& item : life.records.Items()) {
     const std::string dataset = String::UTF16ToUTF8(item.dataset_name());
     AddKeys(item.item_data(), written.keys[dataset]);
     written.items[dataset].insert(String::UTF16ToUTF8(item.item_name()));

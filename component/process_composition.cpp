@@ -1,0 +1,83 @@
+#include "component/process_composition.h"
+
+#include "client/records/record_text.h"
+#include "platform/files.h"
+
+using TVK::ComponentOutcome;
+
+namespace {
+
+// Adds a remark; the first outcome that is not ready stays.
+void Report(TVK::ComponentResult& result, ComponentOutcome outcome, const std::string& message) {
+  if (result.outcome == ComponentOutcome::kReady) result.outcome = outcome;
+  if (!result.message.empty()) result.message += '\n';
+  result.message += message;
+}
+
+void ReportPolicy(TVK::ComponentResult& result, const std::filesystem::path& file, const PolicyLoad& load,
+                  bool in_force) {
+  for (const PolicyProblem& problem : load.problems)
+    Report(result, ComponentOutcome::kReady, ProblemLine(file, problem));
+  if (!load.accepted && in_force) {
+    Report(result, ComponentOutcome::kReady,
+           platform::PathToUtf8(file) + ": cannot be used; the last good one is in force");
+  }
+}
+
+void ReportStore(TVK::ComponentResult& result, const std::filesystem::path& folder,
+                 const TVK::EventDataLogging& store) {
+  // In a folder that cannot be used it cannot be opened either, and the log of its reasons may be missing.
+  if (store.opening_problem().empty() || result.outcome != ComponentOutcome::kReady) return;
+  Report(result, store.is_open() ? ComponentOutcome::kReady : ComponentOutcome::kFailed,
+         "the event store in " + platform::PathToUtf8(folder) + (store.is_open() ? ": " : " cannot be opened: ") +
+             store.opening_problem());
+}
+
+std::filesystem::path OrDefault(const std::filesystem::path& given, const std::filesystem::path& standard) {
+  return given.empty() ? standard : std::filesystem::absolute(given);
+}
+
+}  // namespace
+
+std::unique_ptr<ProcessComposition> ProcessComposition::Open(const TVK::ComponentOptions& options,
+                                                             TVK::RecordObserver observer, TVK::RemarkObserver remarks,
+                                                             TVK::ComponentResult& result) {
+  const platform::DefaultPlaces defaults = platform::GetDefaultPlaces();
+  Composition::Places places;
+  places.policy_file = OrDefault(options.policy_file, defaults.policy_file);
+  places.data_folder = OrDefault(options.data_folder, defaults.data_folder);
+  // A host that has its own data folder is another installation: it keeps its logs and its events to itself.
+  const bool own = !options.data_folder.empty();
+  const std::filesystem::path log_folder =
+      OrDefault(options.log_folder, own ? places.data_folder / "log" : defaults.log_folder);
+  const std::filesystem::path sysroot = OrDefault(options.sysroot, "/");
+  if (std::error_code failure; !options.sysroot.empty() && !std::filesystem::is_directory(sysroot, failure)) {
+    // A machine of which nothing can be read would be described all the same.
+    Report(result, ComponentOutcome::kWrongConfiguration,
+           platform::PathToUtf8(sysroot) + ": there is no such folder to read the machine from");
+    return nullptr;
+  }
+  for (const std::filesystem::path& folder : {places.data_folder, log_folder}) {
+    const std::string problem = platform::MakePrivateFolder(folder);
+    if (!problem.empty()) Report(result, ComponentOutcome::kWrongConfiguration, problem);
+  }
+  TVK::SetLogBackend(TVK::MakeFileLogBackend(log_folder));
+  std::unique_ptr<ProcessComposition> process(new ProcessComposition(
+      places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, std::move(remarks)));
+  Composition& composition = process->composition_;
+  ReportStore(result, places.data_folder, composition.store());
+  const Composition::Opening opening = composition.Start();
+  ReportPolicy(result, places.policy_file, opening.policy, opening.policy_in_force);
+  ReportPolicy(result, places.tvk_policy_file(), opening.tvk_policy, opening.tvk_policy_in_force);
+  if (!opening.policy_in_force) {
+    Report(result, ComponentOutcome::kWrongConfiguration, "there is no telemetry policy to run with");
+  }
+  if (!opening.watch_problem.empty()) Report(result, ComponentOutcome::kReady, opening.watch_problem);
+  if (observer) {
+    composition.store().SetRecordListener(
+        [observer = std::move(observer)](TVK::RecordKind kind, const std::string& json) {
+          observer(TVK::RecordTableLine(kind, json));
+        });
+  }
+  return process;
+}

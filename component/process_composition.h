@@ -1,0 +1,30 @@
+// The composition of this process: on its own runtime, this computer and the places of its options.
+#pragma once
+
+#include <memory>
+
+#include "component/composition.h"
+#include "platform/local.h"
+#include "tvk/component.h"
+
+/// One in a process.
+class ProcessComposition {
+ public:
+  /// Opens all that can be opened; `result` says whether anything is missing that the component cannot do without.
+  /// Null when the sysroot of `options` is no folder: there is no machine then.
+  static std::unique_ptr<ProcessComposition> Open(const TVK::ComponentOptions& options, TVK::RecordObserver observer,
+                                                  TVK::RemarkObserver remarks, TVK::ComponentResult& result);
+
+  Composition& composition() { return composition_; }
+
+ private:
+  ProcessComposition(const Composition::Places& places, const std::filesystem::path& named_event_folder,
+                     const std::filesystem::path& sysroot, TVK::RemarkObserver remarks)
+      : runtime_(platform::MakeRealRuntime({.named_event_folder = named_event_folder})),
+        machine_(platform::OpenLocalMachine({.sysroot = sysroot}, runtime_->clock())),
+        composition_(*runtime_, *machine_, places, {}, std::move(remarks)) {}
+
+  const std::unique_ptr<platform::Runtime> runtime_;
+  const std::unique_ptr<platform::Machine> machine_;
+  Composition composition_;
+};
