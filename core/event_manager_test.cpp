@@ -4,6 +4,7 @@
 
 #include "client/text/string.h"
 #include "core/manager_test.h"
+#include "core/monitor_entry.h"
 
 namespace {
 
@@ -116,6 +117,17 @@ TEST_F(EventManagerTest, StopMayComeAtAnyTimeAndAnyNumberOfTimes) {
   life_->manager.Stop();
   EXPECT_EQ(script_.alive, 1);
   EXPECT_EQ(Threads(), 1u);
+}
+
+TEST_F(EventManagerTest, AMonitorThatIsToBeStoppedIsOutOfReach) {
+  const ServiceLife service(world_);
+  const TVK::Log log;
+  MonitorEntry entry(world_.runtime, log, *table_.FindByName(L"CPUEvent"), service.services());
+  entry.MarkLeaving();
+  EXPECT_FALSE(entry.Start(L"caller"));
+  entry.Call(L"caller", [](EventMonitorBase&) { FAIL(); });
+  EXPECT_TRUE(entry.ClaimStop());
+  EXPECT_FALSE(entry.ClaimStop()) << "one stops it";
 }
 
 TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
