@@ -31,6 +31,7 @@ constexpr int kEventsARun = 1000;
 constexpr int kRepetitions = 9;
 constexpr int kManyRecords = 1'000'000;
 constexpr int kItems = 50;
+constexpr int kContexts = 2;
 
 const std::filesystem::path& Folder() {
   static const std::filesystem::path kFolder = std::filesystem::current_path() / "store_benchmark.tmp";
@@ -59,12 +60,15 @@ std::wstring ItemId(int item) {
   return L"00000000-0000-4000-8000-0000000000" + std::to_wstring(10 + item);
 }
 
+constexpr wchar_t kDatasetContextId[] = L"6F9619FF-8B86-4011-B42D-00C04FC964FF";
+constexpr wchar_t kDeviceContextId[] = L"7C9E6679-7425-40DE-944B-E07FC1F90AE7";
+
 ItemEvent MakeEvent(int number) {
   ItemEvent event;
   event.set_dataset_id(L"9492447A-FCAC-428E-B7A8-7F7918199480");
   event.set_dataset_name(L"CPUEvent");
-  event.set_dataset_context_id(L"6F9619FF-8B86-4011-B42D-00C04FC964FF");
-  event.set_device_context_id(L"7C9E6679-7425-40DE-944B-E07FC1F90AE7");
+  event.set_dataset_context_id(kDatasetContextId);
+  event.set_device_context_id(kDeviceContextId);
   event.set_item_id(ItemId(number % kItems));
   event.set_item_name(L"ReadUsagePerInterval");
   event.set_item_time(L"2026-01-31T09:05:00+0100");
@@ -72,6 +76,17 @@ ItemEvent MakeEvent(int number) {
   event.set_source(L"tvk/cpu");
   event.set_item_data({{L"usage", std::to_wstring(number % 100)}, {L"samples", L"60"}});
   return event;
+}
+
+// The contexts that the events name.
+void WriteContexts(TVK::EventDataLogging& store) {
+  DeviceContext device;
+  device.set_device_context_id(kDeviceContextId);
+  DatasetContext dataset;
+  dataset.set_dataset_id(MakeEvent(0).dataset_id());
+  dataset.set_dataset_context_id(kDatasetContextId);
+  dataset.set_device_context_id(kDeviceContextId);
+  Check(store.LogDeviceContext(device) == 0 && store.LogDatasetContext(dataset) == 0, "writing contexts");
 }
 
 // The rates that each benchmark has reached, for the comparison at the end.
@@ -97,6 +112,7 @@ void ItemEvents(benchmark::State& state, const std::string& name, int writers) {
   for (auto _ : state) {
     TVK::EventDataLogging store(OptionsFor(FreshFile()), RealClock());
     Check(store.is_open(), "opening");
+    WriteContexts(store);
     std::barrier start(writers + 1);
     std::vector<std::thread> threads;
     for (int writer = 0; writer < writers; ++writer) {
@@ -123,7 +139,7 @@ void RawSqlite(benchmark::State& state) {
     TVK::Database database;
     Check(database.Open(file, SQLITE_OPEN_READWRITE) == 0 &&
               database.Execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA cache_size = -256;"
-                               "INSERT INTO series(id, kind, dataset_id, item_id) VALUES(1, 0, 'D', 'I')") == 0,
+                               "INSERT INTO series(id, kind, dataset_id, key) VALUES(1, 0, 'D', 'I')") == 0,
           "opening");
     TVK::Statement insert;
     Check(insert.Prepare(database, "INSERT INTO record(series, number, written, json) VALUES(1, ?1, ?2, ?3)") == 0,
@@ -143,6 +159,7 @@ std::filesystem::path FileWithManyRecords() {
   const std::filesystem::path file = FreshFile();
   {
     TVK::EventDataLogging store(OptionsFor(file), RealClock());
+    WriteContexts(store);
     for (int item = 0; item < kItems; ++item)
       Check(store.LogItemEvent(MakeEvent(item)) == 0, "writing");
   }
@@ -151,11 +168,12 @@ std::filesystem::path FileWithManyRecords() {
         "opening");
   TVK::Statement insert;
   Check(insert.Prepare(database,
-                       "INSERT INTO record(series, number, written, json) SELECT series, ?1, written, json"
+                       "INSERT INTO record(series, number, written, dataset_context, device_context, json)"
+                       " SELECT series, ?1, written, dataset_context, device_context, json"
                        " FROM record WHERE sequence = ?2") == 0,
         "preparing");
   for (int i = kItems; i < kManyRecords; ++i) {
-    Check(TVK::Run(insert).Bind(1, i + 1).Bind(2, 1 + i % kItems).Finish() == 0, "filling");
+    Check(TVK::Run(insert).Bind(1, i + 1).Bind(2, kContexts + 1 + i % kItems).Finish() == 0, "filling");
   }
   Check(database.Execute("COMMIT") == 0, "filling");
   return file;

@@ -8,6 +8,9 @@
 #include "client/text/record_time.h"
 #include "component/component_datasets.h"
 #include "platform/local.h"
+#include "platform/simulated/simulated_firmware.h"
+#include "platform/simulated/simulated_processors.h"
+#include "platform/simulated/simulated_system.h"
 
 namespace {
 
@@ -123,9 +126,9 @@ World::World(std::filesystem::path folder)
       store_(StoreIn(folder_), runtime_->clock()),
       bus_(*runtime_),
       machine_information_(machine_, runtime_->clock()),
-      region_information_(machine_, runtime_->clock()),
+      region_information_(machine_.region(), runtime_->clock()),
       tvk_info_(TVK::System::GetTime(runtime_->clock())),
-      device_id_agent_(machine_),
+      device_id_agent_(machine_.system(), machine_.firmware()),
       datasets_(WatchedDatasets(progress_)),
       services_{*runtime_,           machine_,  store_,    policy_agent_, bus_, machine_information_,
                 region_information_, tvk_info_, datasets_, user_agent_},

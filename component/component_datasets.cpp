@@ -3,6 +3,7 @@
 #include <map>
 
 #include "monitors/system/cpu_event_monitor.h"
+#include "monitors/system/cpu_settings.h"
 #include "monitors/system/memory_event_monitor.h"
 #include "monitors/system/memory_settings.h"
 #include "monitors/system/system_bios_event_monitor.h"

@@ -9,6 +9,7 @@
 
 #include "client/text/string.h"
 #include "monitors/system/cpu_event_monitor.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/manager_world.h"
 
 namespace {

@@ -63,9 +63,9 @@ Composition::Composition(const Places& places, TVK::RemarkObserver remarks)
       store_(StoreIn(places.data_folder), runtime_->clock()),
       bus_(*runtime_),
       machine_information_(*machine_, runtime_->clock()),
-      region_information_(*machine_, runtime_->clock()),
+      region_information_(machine_->region(), runtime_->clock()),
       tvk_info_(TVK::System::GetTime(runtime_->clock())),
-      device_id_agent_(*machine_),
+      device_id_agent_(machine_->system(), machine_->firmware()),
       datasets_(MakeComponentDatasets()),
       user_process_(*runtime_, platform::ThisProgram().parent_path()),
       policy_watch_(*runtime_, policy_agent_, bus_, {places.policy_file, places.tvk_policy_file}, std::move(remarks)),
@@ -93,10 +93,12 @@ std::unique_ptr<Composition> Composition::Open(const TVK::ComponentOptions& opti
   TVK::SetLogBackend(TVK::MakeFileLogBackend(places.log_folder));
   std::unique_ptr<Composition> composition(new Composition(places, std::move(remarks)));
   // In a folder that cannot be used it cannot be opened either, and the log of its reasons may be missing.
-  if (!composition->store_.is_open() && result.outcome == ComponentOutcome::kReady) {
-    Report(result, ComponentOutcome::kFailed,
-           "the event store in " + platform::PathToUtf8(places.data_folder) +
-               " cannot be opened: " + composition->store_.opening_problem());
+  const std::string& opening_problem = composition->store_.opening_problem();
+  if (!opening_problem.empty() && result.outcome == ComponentOutcome::kReady) {
+    const bool open = composition->store_.is_open();
+    Report(result, open ? ComponentOutcome::kReady : ComponentOutcome::kFailed,
+           "the event store in " + platform::PathToUtf8(places.data_folder) + (open ? ": " : " cannot be opened: ") +
+               opening_problem);
   }
   // Watch first, then read: a change in between is then seen as a change.
   const std::string watch_problem = composition->policy_watch_.Start();

@@ -6,6 +6,7 @@
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
 #include "core/guarded_call.h"
+#include "platform/region.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include "client/records/record_fields.h"
 #include "core/manager_test.h"
 #include "platform/local.h"
+#include "platform/simulated/simulated_system.h"
 
 namespace {
 
@@ -153,7 +154,7 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
   };
   world_.runtime.AdvanceBy(24h);
   expect("only times", read_anew, 0, 0);
-  world_.machine.Change([](auto& state) { state.region = {"DE", "de-DE", "UTC"}; });
+  world_.machine.region().SetFacts({"DE", "de-DE", "UTC"});
   expect("language", read_anew, 1, 0);
   expect("the same again", read_anew, 0, 0);
   world_.config.SetTvkPolicy(TvkPolicy{L"/a", L"b"});

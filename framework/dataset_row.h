@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <string>
 #include <string_view>
 
 enum class DatasetRule {
@@ -21,9 +22,10 @@ struct DatasetRow {
   std::wstring_view name;
   std::wstring_view scopes;  ///< Comma-separated scopes in which it may run. Empty: the scope does not matter to it.
   DatasetRule rule;
-  std::wstring_view log;          ///< Its monitor's class, which names its log file, "CpuEventMonitor".
-  std::wstring_view source = {};  ///< Topic of its records, "tvk/cpu".
-  std::wstring_view type = {};    ///< Kind of its dataset contexts, "device-activity".
+  std::wstring_view log;               ///< Its monitor's class, which names its log file, "CpuEventMonitor".
+  std::wstring_view source = {};       ///< Topic of its records, "tvk/cpu".
+  std::wstring_view type = {};         ///< Kind of its dataset contexts, "device-activity".
+  std::wstring_view item_source = {};  ///< Topic of its item events where that is another than `source`.
 };
 
 /// The 25 rows in the order of their ranks. The irregular blanks in some scope lists are how the datasets were
@@ -57,7 +59,7 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {13, L"2D5EF51C-A0CF-45C1-B58F-42AD5AA06E55", L"SATA_SSD_SMARTEvent", L"enhance,full", DatasetRule::kByScope,
      L"SATASmartEventMonitor", L"tvk/smartSATA"},
     {14, L"7FCA0753-1E6B-4B31-8630-28A84882F4D0", L"SMARTEvent", L"enhance,full", DatasetRule::kByScope,
-     L"SmartEventMonitor", L"tvk/smart"},
+     L"SmartEventMonitor", L"tvk/smart", L"", L"tvk/Smart"},
     {15, L"326CE741-4E1F-404F-BDA2-0D0D48AE4039", L"DeviceProcessEvent", L"basic,enhance,full", DatasetRule::kByScope,
      L"DeviceProcessEventMonitor"},
     {16, L"1CAAF504-19A6-4814-A02D-68834CA93AA2", L"CrashEvent", L"enhance,full", DatasetRule::kByScope,
@@ -85,4 +87,9 @@ consteval const DatasetRow& DatasetRowNamed(std::wstring_view name) {
     if (row.name == name) return row;
   }
   throw "there is no dataset of this name";
+}
+
+/// The name of the event that is set while the dataset contexts of a dataset stand, "CPUEvent_LogDatasetContext".
+inline std::wstring DatasetContextEventName(const DatasetRow& row) {
+  return std::wstring(row.name) + L"_LogDatasetContext";
 }

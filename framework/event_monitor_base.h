@@ -8,9 +8,12 @@
 #include "client/log/log.h"
 #include "client/records/records.h"
 #include "framework/dataset_row.h"
-#include "framework/interval_report.h"
 #include "framework/monitor_services.h"
 #include "tvk/service_types.h"
+
+namespace platform {
+struct SystemEvent;
+}
 
 /// One dataset's monitor. The manager makes it, runs Initialize and StartMonitor on a thread of its own, forwards
 /// service controls to it, tells it of changes, and ends it with StopMonitor, UnInitialize and the destructor.
@@ -48,6 +51,8 @@ class EventMonitorBase {
   /// Reacts to a service control code; 0 (NO_ERROR). The pointers are valid during the call only.
   virtual unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                                void* context);
+  /// Reacts to what the system tells of power, sleep and users, in the form that is the same on every system.
+  virtual void OnSystemEvent(const platform::SystemEvent& /*event*/) {}
   /// Reads the dataset's settings from the policy and applies them.
   virtual void ReadAndUpdateDatasetSettings() {}
 
@@ -86,13 +91,6 @@ class EventMonitorBase {
   /// policy or the dataset is not there, else what that returns.
   bool UpdateDatasetSettingsFromConfigPolicy(const std::wstring& dataset_id);
 
-  /// Reads the dataset's settings anew, which gives `report` its interval. When UpdateThrottleParameters says that the
-  /// interval is another one, the reports start anew: the first comes after what is left of the interval since the last
-  /// item event `item_id`. Below IntervalReport::kLeastInterval they end, with an error in the log. `caller` stands in
-  /// the log lines.
-  void ReadSettingsAndFollowInterval(const std::wstring& dataset_id, const std::wstring& item_id,
-                                     IntervalReport& report, const wchar_t* caller);
-
   /// Seconds since 1970 of a record time; see TVK::ParseRecordTime.
   std::int64_t GetTimeStamp(std::string time);
   /// The same, but the present when that is negative.
@@ -112,17 +110,6 @@ class EventMonitorBase {
   /// The same, but a `last` that lies a whole interval or more in the future is due too; otherwise `remaining_seconds`
   /// receives what is left of the interval.
   bool isItemEventElapsed(const std::int64_t& last, const int& interval_seconds, std::uint64_t& remaining_seconds);
-
-  /// Whether a new dataset context is needed: there is none, one of the facts is not what the last one says, or
-  /// `new_context_needed`. When not, `current_id` becomes the last one's id.
-  bool IsNewDatasetContextNeeded(const std::wstring& dataset_id, const ItemData& facts, bool new_context_needed,
-                                 std::wstring& current_id);
-  /// Writes a new dataset context with `facts`; `current_id` becomes its id, whether or not the store took it. The
-  /// store's result.
-  int WriteDatasetContext(const DatasetRow& dataset, const ItemData& facts, std::wstring& current_id);
-  /// Writes an item event. The store's result.
-  int WriteItemEvent(const DatasetRow& dataset, const std::wstring& dataset_context_id, const std::wstring& item_name,
-                     const std::wstring& item_id, ItemData data);
 
   const MonitorServices& services() const { return *services_; }
   SERVICE_STATUS_HANDLE service_status_handle() const { return service_status_handle_; }

@@ -10,44 +10,30 @@ namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 
-constexpr DatasetRow kDataset{0,
-                              L"11111111-0000-4000-8000-000000000001",
-                              L"ProbeEvent",
-                              L"basic,full",
-                              DatasetRule::kByScope,
-                              L"Probe",
-                              L"tvk/probe",
-                              L"probe"};
-const std::wstring kId{kDataset.id};
-const std::wstring kName{kDataset.name};
+const std::wstring kId = L"11111111-0000-4000-8000-000000000001";
 constexpr wchar_t kItem[] = L"22222222-0000-4000-8000-000000000002";
 
 /// Opens the base's helpers to the tests and remembers its settings.
-class Probe final : public EventMonitorBase {
+class BareMonitor final : public EventMonitorBase {
  public:
-  explicit Probe(const MonitorServices& services, bool path_changed = false)
+  explicit BareMonitor(const MonitorServices& services, bool path_changed = false)
       : EventMonitorBase(nullptr, path_changed, services) {
-    TVK::utility::InitLog(log_, L"Probe.log", 4);
+    TVK::utility::InitLog(log_, L"Bare.log", 4);
   }
   using EventMonitorBase::getLastItemEventTimeStamp;
   using EventMonitorBase::getLastItemEventTimeStampWithFallback;
   using EventMonitorBase::GetTimeStamp;
   using EventMonitorBase::isItemEventElapsed;
-  using EventMonitorBase::IsNewDatasetContextNeeded;
   using EventMonitorBase::IsNewDeviceInitNeeded;
   using EventMonitorBase::isTelemetryScopeNone;
   using EventMonitorBase::SetDevicePathChanged;
   using EventMonitorBase::UpdateDatasetSettingsFromConfigPolicy;
-  using EventMonitorBase::WriteDatasetContext;
-  using EventMonitorBase::WriteItemEvent;
 
   void Initialize() override {}
   void UnInitialize() override {}
   void StartMonitor(std::wstring /*name*/) override {}
   void StopMonitor() override {}
-  std::wstring GetName() const override { return kName; }
-  void LogDatasetContext(bool /*anew*/) override {}
-  int LogDevInitEvent() override { return 0; }
+  std::wstring GetName() const override { return L"Bare"; }
   bool UpdateThrottleParameters(std::map<std::wstring, std::wstring>& given) override {
     settings = given;
     return overrides_settings || EventMonitorBase::UpdateThrottleParameters(given);
@@ -61,7 +47,7 @@ class EventMonitorBaseTest : public testing::Test {
  protected:
   MonitorWorld world_{{.start = platform::WallTime(1'800'000'000s), .utc_offset_minutes = 120}};
   ServiceLife life_{world_};
-  Probe probe_{life_.services()};
+  BareMonitor monitor_{life_.services()};
 };
 
 TEST_F(EventMonitorBaseTest, AnItemIsDueWhenItsIntervalHasPassed) {
@@ -76,41 +62,52 @@ TEST_F(EventMonitorBaseTest, AnItemIsDueWhenItsIntervalHasPassed) {
     SCOPED_TRACE(row.last_minus_now);
     const std::int64_t last = world_.runtime.clock().NowSeconds() + row.last_minus_now;
     std::uint64_t remaining = 99;
-    EXPECT_EQ(probe_.isItemEventElapsed(last, 3600), row.due);
-    EXPECT_EQ(probe_.isItemEventElapsed(last, 3600, remaining), row.due_with_remaining);
+    EXPECT_EQ(monitor_.isItemEventElapsed(last, 3600), row.due);
+    EXPECT_EQ(monitor_.isItemEventElapsed(last, 3600, remaining), row.due_with_remaining);
     EXPECT_EQ(remaining, row.remaining);
   }
 }
 
 TEST_F(EventMonitorBaseTest, TheLastReportIsSoughtInFourPlaces) {
   std::int64_t time = 7;
-  EXPECT_FALSE(probe_.getLastItemEventTimeStampWithFallback(kId, kItem, time));
+  EXPECT_FALSE(monitor_.getLastItemEventTimeStampWithFallback(kId, kItem, time));
   EXPECT_EQ(time, 0);
   // From the last resort to the first choice; each is written a minute after the one before.
-  std::wstring id;
+  const auto write_item = [&](const std::wstring& item_id) {
+    ItemEvent event;
+    event.set_dataset_id(kId);
+    event.set_item_id(item_id);
+    event.set_item_time(TVK::System::GetTime(world_.runtime.clock()));
+    EXPECT_EQ(life_.store.LogItemEvent(event), 0);
+  };
   const std::function<void()> writings[] = {
       [&] {
         DeviceContext context;
         context.set_device_context_datetime(TVK::System::GetTime(world_.runtime.clock()));
         EXPECT_EQ(life_.store.LogDeviceContext(context), 0);
       },
-      [&] { EXPECT_EQ(probe_.WriteDatasetContext(kDataset, {}, id), 0); },
-      [&] { EXPECT_EQ(probe_.WriteItemEvent(kDataset, id, L"DeviceInit", EventMonitorBase::DeviceInitItemId, {}), 0); },
-      [&] { EXPECT_EQ(probe_.WriteItemEvent(kDataset, id, L"Item", kItem, {}), 0); },
+      [&] {
+        DatasetContext context;
+        context.set_dataset_id(kId);
+        context.set_dataset_context_datetime(TVK::System::GetTime(world_.runtime.clock()));
+        EXPECT_EQ(life_.store.LogDatasetContext(context), 0);
+      },
+      [&] { write_item(EventMonitorBase::DeviceInitItemId); },
+      [&] { write_item(kItem); },
   };
   for (const auto& write : writings) {
     world_.runtime.AdvanceBy(1min);
     const std::int64_t now = world_.runtime.clock().NowSeconds();
     write();
     world_.runtime.AdvanceBy(10s);
-    EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kId, kItem, time));
+    EXPECT_TRUE(monitor_.getLastItemEventTimeStampWithFallback(kId, kItem, time));
     EXPECT_EQ(time, now);
   }
-  EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(L"another dataset", kItem, time)) << "the device context";
+  EXPECT_TRUE(monitor_.getLastItemEventTimeStampWithFallback(L"another dataset", kItem, time)) << "the device context";
 }
 
 TEST_F(EventMonitorBaseTest, TimesOfRecordsAreLocalAndNeverNegative) {
-  EXPECT_EQ(probe_.GetTimeStamp("2026-01-31T09:05:00+0200"), probe_.GetTimeStamp("2026-01-31T09:05:00+0000"));
+  EXPECT_EQ(monitor_.GetTimeStamp("2026-01-31T09:05:00+0200"), monitor_.GetTimeStamp("2026-01-31T09:05:00+0000"));
   const auto write = [&](const wchar_t* when) {
     ItemEvent event;
     event.set_dataset_id(kId);
@@ -119,17 +116,17 @@ TEST_F(EventMonitorBaseTest, TimesOfRecordsAreLocalAndNeverNegative) {
     EXPECT_EQ(life_.store.LogItemEvent(event), 0);
   };
   std::int64_t time = -5;
-  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kId, kItem, time));
+  EXPECT_FALSE(monitor_.getLastItemEventTimeStamp(kId, kItem, time));
   EXPECT_EQ(time, world_.runtime.clock().NowSeconds());
   time = 7;
-  EXPECT_FALSE(probe_.getLastItemEventTimeStamp(kId, kItem, time));
+  EXPECT_FALSE(monitor_.getLastItemEventTimeStamp(kId, kItem, time));
   EXPECT_EQ(time, 7);
   write(L"1955-01-01T00:00:00+0000");
   write(L"2026-01-31T09:05:00+0200");
-  EXPECT_TRUE(probe_.getLastItemEventTimeStamp(kId, kItem, time)) << "the earliest counts";
+  EXPECT_TRUE(monitor_.getLastItemEventTimeStamp(kId, kItem, time)) << "the earliest counts";
   EXPECT_EQ(time, world_.runtime.clock().NowSeconds());
-  EXPECT_TRUE(probe_.getLastItemEventTimeStampWithFallback(kId, kItem, time)) << "the last counts";
-  EXPECT_EQ(time, probe_.GetTimeStamp("2026-01-31T09:05:00+0200"));
+  EXPECT_TRUE(monitor_.getLastItemEventTimeStampWithFallback(kId, kItem, time)) << "the last counts";
+  EXPECT_EQ(time, monitor_.GetTimeStamp("2026-01-31T09:05:00+0200"));
 }
 
 TEST_F(EventMonitorBaseTest, WaitingForAnothersContextEndsOnStopAndTimeout) {
@@ -151,31 +148,9 @@ TEST_F(EventMonitorBaseTest, WaitingForAnothersContextEndsOnStopAndTimeout) {
        }) {
     platform::Waitable* const handles[] = {row.stop, row.context};
     const platform::SteadyTime before = world_.runtime.clock().Steady();
-    EXPECT_EQ(probe_.WaitForDatasetContextLog(handles, 3000, L"Other"), row.result);
+    EXPECT_EQ(monitor_.WaitForDatasetContextLog(handles, 3000, L"Other"), row.result);
     EXPECT_EQ(world_.runtime.clock().Steady() - before, row.waits);
   }
-}
-
-TEST_F(EventMonitorBaseTest, ANewDatasetContextIsWrittenWhenAFactChanged) {
-  std::wstring id;
-  EXPECT_TRUE(probe_.IsNewDatasetContextNeeded(kId, {}, false, id)) << "there is none";
-  ASSERT_EQ(probe_.WriteDatasetContext(kDataset, {{L"a", L"1"}, {L"b", L"2"}}, id), 0);
-  const std::wstring written = id;
-  struct Row {
-    ItemData facts;
-    bool anew;
-    bool needed;
-  };
-  for (const Row& row : {Row{{{L"a", L"1"}, {L"b", L"2"}}, false, false}, Row{{{L"a", L"1"}}, false, false},
-                         Row{{{L"a", L"1"}, {L"b", L"3"}}, false, true}, Row{{{L"a", L"1"}, {L"c", L"1"}}, false, true},
-                         Row{{{L"a", L"1"}}, true, true}}) {
-    SCOPED_TRACE(testing::PrintToString(row.facts));
-    id = L"before";
-    EXPECT_EQ(probe_.IsNewDatasetContextNeeded(kId, row.facts, row.anew, id), row.needed);
-    EXPECT_EQ(id, row.needed ? L"before" : written);
-  }
-  EXPECT_EQ(life_.DatasetContexts().at(0).device_context_id(), L"DEVICE-CONTEXT");
-  EXPECT_EQ(life_.DatasetContexts().at(0).source_component(), TVK::String::ToUpper(life_.tvk_info.GetId()));
 }
 
 TEST_F(EventMonitorBaseTest, ItemDataLoseEmptyAndUnknownValues) {
@@ -185,16 +160,16 @@ TEST_F(EventMonitorBaseTest, ItemDataLoseEmptyAndUnknownValues) {
 }
 
 TEST_F(EventMonitorBaseTest, SettingsAreThoseOfTheFirstEntryWithExactlyThisId) {
-  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(kId));
+  EXPECT_FALSE(monitor_.UpdateDatasetSettingsFromConfigPolicy(kId));
   TelemetryPolicy policy = MakePolicy(L"full", {{L"abc", L"A"}, {L"ABC", L"B"}, {L"ABC", L"C"}});
   for (DataSet& dataset : policy.datasets)
     dataset.settings = {{L"name", dataset.name}};
   world_.config.SetPolicy(policy);
-  EXPECT_TRUE(probe_.UpdateDatasetSettingsFromConfigPolicy(L"ABC"));
-  EXPECT_EQ(probe_.settings.at(L"name"), L"B");
-  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(L"Abc"));
-  probe_.overrides_settings = false;
-  EXPECT_FALSE(probe_.UpdateDatasetSettingsFromConfigPolicy(L"ABC")) << "what a monitor without settings says";
+  EXPECT_TRUE(monitor_.UpdateDatasetSettingsFromConfigPolicy(L"ABC"));
+  EXPECT_EQ(monitor_.settings.at(L"name"), L"B");
+  EXPECT_FALSE(monitor_.UpdateDatasetSettingsFromConfigPolicy(L"Abc"));
+  monitor_.overrides_settings = false;
+  EXPECT_FALSE(monitor_.UpdateDatasetSettingsFromConfigPolicy(L"ABC")) << "what a monitor without settings says";
 }
 
 TEST_F(EventMonitorBaseTest, DeviceInitIsNeededOnceForEachReason) {
@@ -208,19 +183,19 @@ TEST_F(EventMonitorBaseTest, DeviceInitIsNeededOnceForEachReason) {
                          Row{false, 2, false, true}, Row{false, 0, true, true}}) {
     life_.manager.first_invocation = row.first;
     life_.manager.version_answer = row.version_answer;
-    Probe probe(life_.services(), row.path_changed);
-    EXPECT_EQ(probe.IsNewDeviceInitNeeded(kId), row.needed);
+    BareMonitor monitor(life_.services(), row.path_changed);
+    EXPECT_EQ(monitor.IsNewDeviceInitNeeded(kId), row.needed);
     if (!row.path_changed) continue;
-    probe.SetDevicePathChanged(false);
-    EXPECT_FALSE(probe.IsNewDeviceInitNeeded(kId));
+    monitor.SetDevicePathChanged(false);
+    EXPECT_FALSE(monitor.IsNewDeviceInitNeeded(kId));
   }
 }
 
 TEST_F(EventMonitorBaseTest, TheScopeNoneIsToldCaseAside) {
   EventMonitorBase::SetTelemetryScope(L"full");
-  EXPECT_FALSE(Probe::isTelemetryScopeNone());
+  EXPECT_FALSE(BareMonitor::isTelemetryScopeNone());
   EventMonitorBase::SetTelemetryScope(L"NONE");
-  EXPECT_TRUE(Probe::isTelemetryScopeNone());
+  EXPECT_TRUE(BareMonitor::isTelemetryScopeNone());
 }
 
 }  // namespace

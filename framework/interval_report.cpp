@@ -1,9 +1,14 @@
 #include "framework/interval_report.h"
 
+#include <system_error>
 #include <utility>
 
+#include "client/text/string.h"
+
 IntervalReport::IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report)
-    : runtime_(runtime), name_(std::move(name)), report_(std::move(report)) {}
+    : runtime_(runtime), name_(std::move(name)), report_(std::move(report)) {
+  TVK::utility::InitLog(log_, L"TimerThread.log", 4);
+}
 
 IntervalReport::~IntervalReport() {
   Stop();
@@ -16,7 +21,9 @@ std::uint32_t IntervalReport::interval() const {
 
 bool IntervalReport::SetInterval(std::uint32_t milliseconds) {
   const std::lock_guard lock(mutex_);
-  return std::exchange(interval_, milliseconds) != milliseconds;
+  const bool changed = std::exchange(interval_, milliseconds) != milliseconds;
+  const bool missing = timer_ == nullptr && interval_ >= kLeastInterval && !stopped_;
+  return changed || missing;
 }
 
 void IntervalReport::Pause() {
@@ -35,8 +42,12 @@ void IntervalReport::Start(std::uint64_t first_delay_seconds) {
   const std::lock_guard lock(mutex_);
   if (stopped_) return;
   PauseLocked();
-  timer_ = std::make_unique<Timer>(
-      runtime_, interval_ / 1000, name_, [this](const std::wstring&) { report_(); }, first_delay_seconds);
+  try {
+    timer_ = std::make_unique<Timer>(
+        runtime_, interval_ / 1000, name_, [this](const std::wstring&) { report_(); }, first_delay_seconds);
+  } catch (const std::system_error& failure) {
+    log_.e(L"%s: cannot be started: %s", name_, TVK::String::UTF8ToUTF16(failure.what()));
+  }
 }
 
 void IntervalReport::RequestStop() {

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "client/log/log.h"
 #include "framework/dataset_settings.h"
 #include "framework/timer_thread.h"
 #include "platform/runtime.h"
@@ -27,14 +28,17 @@ class IntervalReport {
 
   /// In milliseconds, 0 when there is none; at first 0.
   std::uint32_t interval() const;
-  /// Takes an interval over; true when it is another than before. What runs goes on until Pause.
+  /// Takes an interval over; true when reports are to be begun with it: it is another than before, or is long enough
+  /// and no report runs, as after a Start that failed. What runs goes on until Pause.
   bool SetInterval(std::uint32_t milliseconds);
 
   /// Held by whoever exchanges the interval and the timer, so that one does it at a time.
   std::unique_lock<std::mutex> LockForChange() { return std::unique_lock(change_mutex_); }
   /// Ends the reports without waiting for one that is being made.
   void Pause();
-  /// Begins the reports with the interval, the first after a delay. Nothing after RequestStop.
+  /// Begins the reports with the interval, the first after a delay; both count the time that the machine sleeps (see
+  /// PeriodicThread). Nothing after RequestStop. When the system gives no thread or event the error is logged, and the
+  /// next SetInterval asks for another start.
   void Start(std::uint64_t first_delay_seconds);
   /// Pause, for good.
   void RequestStop();
@@ -47,13 +51,14 @@ class IntervalReport {
   void PauseLocked();  // with mutex_ held
 
   platform::Runtime& runtime_;
+  TVK::Log log_;
   const std::wstring name_;
   const std::function<void()> report_;
   std::mutex change_mutex_;   ///< See LockForChange; taken before mutex_.
   mutable std::mutex mutex_;  ///< Guards what follows.
   bool stopped_ = false;
   std::uint32_t interval_ = 0;
-  std::unique_ptr<Timer> timer_;
+  std::unique_ptr<Timer> timer_;              ///< Null: no reports.
   std::list<std::unique_ptr<Timer>> paused_;  ///< Perhaps still in their last report.
 };
 

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "platform/simulated/virtual_runtime.h"
+#include "testing/log_capture.h"
 
 namespace {
 
@@ -31,6 +34,45 @@ TEST(IntervalReportTest, AReportThatIsHeldUpHoldsUpNoChangeOfTheInterval) {
   EXPECT_TRUE(runtime.Threads().empty());
   runtime.AdvanceBy(10min);
   EXPECT_EQ(begun, 3) << "a stop is for good";
+}
+
+TEST(IntervalReportTest, ADailyReportComesEveryDayOnALaptopThatIsAwakeEightHoursADay) {
+  platform::VirtualRuntime runtime;
+  std::vector<std::int64_t> hours;
+  IntervalReport report(runtime, L"report", [&] {
+    hours.push_back(std::chrono::floor<std::chrono::hours>(runtime.clock().Elapsed().time_since_epoch()).count());
+  });
+  EXPECT_TRUE(report.SetInterval(std::chrono::milliseconds(24h).count()));
+  report.Start(std::chrono::seconds(10h).count());
+  for (int day = 0; day < 5; ++day) {
+    runtime.AdvanceBy(8h);
+    runtime.Suspend(16h);
+  }
+  EXPECT_EQ(hours, (std::vector<std::int64_t>{24, 48, 72, 96, 120})) << "each with the first resume after it fell due";
+}
+
+TEST(IntervalReportTest, AReportThatCouldNotBeStartedIsAskedForAgain) {
+  const LogCapture logs;
+  platform::VirtualRuntime runtime;
+  int reports = 0;
+  IntervalReport report(runtime, L"report", [&] { ++reports; });
+  runtime.RefuseThreads(true);
+  EXPECT_TRUE(report.SetInterval(60'000));
+  report.Start(0);
+  EXPECT_EQ(logs.Count(L"report: cannot be started: "), 1u);
+  runtime.RefuseThreads(false);
+  EXPECT_TRUE(report.SetInterval(60'000));
+  report.Start(0);
+  EXPECT_FALSE(report.SetInterval(60'000));
+  runtime.AdvanceBy(1min);
+  EXPECT_EQ(reports, 2);
+
+  EXPECT_TRUE(report.SetInterval(0));
+  report.Pause();
+  EXPECT_FALSE(report.SetInterval(0)) << "nothing is to be started";
+  EXPECT_TRUE(report.SetInterval(60'000));
+  report.Stop();
+  EXPECT_FALSE(report.SetInterval(60'000)) << "nor after the stop";
 }
 
 }  // namespace

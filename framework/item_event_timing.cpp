@@ -85,27 +85,6 @@ bool EventMonitorBase::isItemEventElapsed(const std::int64_t& last, const int& i
   return false;
 }
 
-void EventMonitorBase::ReadSettingsAndFollowInterval(const std::wstring& dataset_id, const std::wstring& item_id,
-                                                     IntervalReport& report, const wchar_t* caller) {
-  const auto one_at_a_time = report.LockForChange();
-  if (!UpdateDatasetSettingsFromConfigPolicy(dataset_id)) {
-    log_.d(L"%s: No change in ReadUsageInterval", caller);
-    return;
-  }
-  report.Pause();
-  const std::uint32_t interval = report.interval();
-  if (interval < IntervalReport::kLeastInterval) {
-    log_.e(L"%s: Invalid DatasetSettings ReadUsageInterval = %d", caller, interval);
-    return;
-  }
-  std::int64_t last = 0;
-  getLastItemEventTimeStampWithFallback(dataset_id, item_id, last);
-  std::uint64_t delay = 0;
-  isItemEventElapsed(last, static_cast<int>(interval / 1000), delay);
-  log_.d(L"%s: delay = %lld seconds", caller, delay);
-  report.Start(delay);
-}
-
 bool EventMonitorBase::WaitForDatasetContextLog(platform::Waitable* const* handles, std::uint32_t timeout_ms,
                                                 const std::wstring& dataset_name) {
   constexpr wchar_t kThis[] = L"EventMonitorBase::WaitForDatasetContextLog";

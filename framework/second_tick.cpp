@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 
 struct SecondTick::Watcher {
@@ -28,7 +29,7 @@ void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const 
         new Watcher{.look = look, .name = name, .found = runtime_.MakeEvent(platform::EventReset::kAuto)});
     Enter(watcher);
     const auto do_work = [&] {
-      CallLogged(log_, name, watcher->work);
+      TVK::CallLogged(log_, name, watcher->work);
       watcher->work = nullptr;
       watcher->busy = false;
     };
@@ -50,8 +51,8 @@ void SecondTick::Enter(const std::shared_ptr<Watcher>& watcher) {
   }
   try {
     if (thread_ == nullptr) {
-      thread_ = std::make_unique<PeriodicThread>(runtime_, std::chrono::seconds(1), std::chrono::seconds(0), "tvk-tick",
-                                                 [this] { Tick(); });
+      thread_ = std::make_unique<PeriodicThread>(runtime_, PeriodicThread::Time::kWaking, std::chrono::seconds(1),
+                                                 std::chrono::seconds(0), "tvk-tick", [this] { Tick(); });
     }
     ++watcher_count_;
   } catch (...) {
@@ -84,7 +85,7 @@ void SecondTick::Tick() {
   for (const auto& watcher : watchers) {
     const std::lock_guard look_lock(watcher->look_mutex);
     if (watcher->gone || watcher->busy) continue;
-    CallLogged(log_, watcher->name, [&] { watcher->work = watcher->look(); });
+    TVK::CallLogged(log_, watcher->name, [&] { watcher->work = watcher->look(); });
     if (watcher->work == nullptr) continue;
     watcher->busy = true;
     watcher->found->Set();

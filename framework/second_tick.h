@@ -11,8 +11,9 @@
 #include "framework/timer_thread.h"
 #include "platform/runtime.h"
 
-/// Looks for all of its watchers once a second, on one thread that runs only while there is a watcher. A machine at
-/// rest is woken once for all of them; a watcher's own thread wakes only when its look found something.
+/// Looks for all of its watchers once in a second of waking time, on one thread that runs only while there is a
+/// watcher. A machine at rest is woken once for all of them; a watcher's own thread wakes only when its look found
+/// something.
 class SecondTick {
  public:
   /// What a look found to do.

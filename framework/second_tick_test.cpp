@@ -22,7 +22,8 @@ class Watching {
       : runtime_(runtime), stop_(runtime.MakeEvent(platform::EventReset::kManual)) {
     thread_ = runtime.StartThread("watching", [this, &tick, look = std::move(look)] {
       tick.Watch("watcher", *stop_, [&] {
-        looks_.push_back(std::chrono::duration_cast<std::chrono::seconds>(runtime_.clock().Steady()).count());
+        looks_.push_back(
+            std::chrono::duration_cast<std::chrono::seconds>(runtime_.clock().Steady().time_since_epoch()).count());
         return look();
       });
     });
@@ -72,6 +73,15 @@ TEST_F(SecondTickTest, AllWatchersShareOneThreadThatLivesNoLonger) {
   EXPECT_TRUE(runtime_.Threads().empty());
   Watching late(runtime_, tick_, nothing);
   EXPECT_EQ(late.TakeLooks(), (Looks{4})) << "the first watcher is looked for at once";
+}
+
+TEST_F(SecondTickTest, ASleepOfTheMachineBringsNoLookOfItsOwnAndNoBurst) {
+  Watching watching(runtime_, tick_, [] { return Work(); });
+  runtime_.AdvanceBy(1500ms);
+  runtime_.Suspend(8h);
+  EXPECT_EQ(watching.TakeLooks(), (Looks{0, 1}));
+  runtime_.AdvanceBy(2s);
+  EXPECT_EQ(watching.TakeLooks(), (Looks{2, 3})) << "of waking time";
 }
 
 TEST_F(SecondTickTest, WorkHoldsUpItsOwnWatcherOnly) {
@@ -139,8 +149,8 @@ TEST_F(SecondTickTest, ExceptionsAreLoggedAndEndNothing) {
   });
   runtime_.AdvanceBy(2s);
   EXPECT_EQ(looks, 3);
-  EXPECT_EQ(logs_.Count(L"watcher: callback failed: no look"), 1u);
-  EXPECT_EQ(logs_.Count(L"watcher: callback failed: no work"), 1u);
+  EXPECT_EQ(logs_.Count(L"watcher: ended by an exception: no look"), 1u);
+  EXPECT_EQ(logs_.Count(L"watcher: ended by an exception: no work"), 1u);
 }
 
 }  // namespace

@@ -1,32 +1,30 @@
 #include "framework/timer_thread.h"
 
 #include <algorithm>
-#include <exception>
 
-#include "client/text/string.h"
+#include "client/log/guarded_thread.h"
 
 using std::chrono::seconds;
 
-void CallLogged(const TVK::Log& log, const std::string& name, const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::exception& failure) {
-    log.e(L"%s: callback failed: %s", TVK::String::UTF8ToUTF16(name), TVK::String::UTF8ToUTF16(failure.what()));
-  } catch (...) {
-    log.e(L"%s: callback failed", TVK::String::UTF8ToUTF16(name));
-  }
-}
-
-PeriodicThread::PeriodicThread(platform::Runtime& runtime, seconds period, seconds first_delay, std::string thread_name,
-                               std::function<void()> callback)
+PeriodicThread::PeriodicThread(platform::Runtime& runtime, Time time, seconds period, seconds first_delay,
+                               std::string thread_name, std::function<void()> callback)
     : runtime_(runtime),
       name_(std::move(thread_name)),
       callback_(std::move(callback)),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)) {
   TVK::utility::InitLog(log_, L"TimerThread.log", 4);
+  period = std::max(period, seconds(1));
+  first_delay = std::max(first_delay, seconds(0));
   const std::lock_guard lock(join_mutex_);
-  thread_ = runtime_.StartThread(
-      name_, [this, period, first_delay] { Run(std::max(period, seconds(1)), std::max(first_delay, seconds(0))); });
+  thread_ = TVK::StartGuardedThread(runtime_, log_, name_, [this, time, period, first_delay] {
+    own_id_ = std::this_thread::get_id();
+    if (time == Time::kWaking) {
+      Run(&platform::Clock::Steady, period, first_delay);
+    } else {
+      Run(&platform::Clock::Elapsed, period, first_delay);
+    }
+    ended_ = true;
+  });
 }
 
 PeriodicThread::~PeriodicThread() {
@@ -40,17 +38,14 @@ void PeriodicThread::Stop() {
   if (thread_.joinable()) runtime_.Join(thread_);
 }
 
-void PeriodicThread::Run(seconds period, seconds first_delay) {
-  own_id_ = std::this_thread::get_id();
-  platform::SteadyTime due = runtime_.clock().Steady() + first_delay;
-  for (;;) {
-    const platform::SteadyTime now = runtime_.clock().Steady();
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(due - now, platform::SteadyTime::zero()));
-    if (runtime_.Wait(*stop_, left) != platform::kWaitTimeout) break;
-    CallLogged(log_, name_, callback_);
-    const platform::SteadyTime after = runtime_.clock().Steady();
+template <typename Moment>
+void PeriodicThread::Run(Moment (platform::Clock::*now)() const, seconds period, seconds first_delay) {
+  const platform::Clock& clock = runtime_.clock();
+  Moment due = (clock.*now)() + first_delay;
+  while (runtime_.WaitUntil(*stop_, due) == platform::kWaitTimeout) {
+    TVK::CallLogged(log_, name_, callback_);
+    const Moment after = (clock.*now)();
     due += period;
     if (due <= after) due += period * ((after - due) / period + 1);
   }
-  ended_ = true;
 }

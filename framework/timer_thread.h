@@ -14,18 +14,23 @@
 #include "client/log/log.h"
 #include "platform/runtime.h"
 
-/// Calls `call`. An exception that leaves it is logged as "`name`: callback failed" with its text and goes no further:
-/// for the boundary of a thread that others' code runs on.
-void CallLogged(const TVK::Log& log, const std::string& name, const std::function<void()>& call);
-
 /// Runs a callback on a thread of its own: first after a delay, then once a period, counted from start to start.
-/// Periods that pass while the callback runs, or while the machine sleeps, are left out, not made up for. An exception
-/// that leaves the callback is logged and the timer goes on.
+/// Periods that pass while the callback runs are left out, not made up for. An exception that leaves the callback is
+/// logged and the timer goes on.
 class PeriodicThread {
  public:
+  enum class Time {
+    /// Delay and periods are waking time: a sleep of the machine only interrupts them.
+    kWaking,
+    /// Delay and periods count sleep. What fell due in a sleep runs as the machine resumes, once however many periods
+    /// passed; the calls after it come at the moments at which they would have come without the sleep.
+    kElapsed,
+  };
+
   /// Starts at once. `runtime` must outlive the object. `period`: at least one second; shorter counts as one second.
-  /// `first_delay`: zero and below run the callback at once. `thread_name`: see Runtime::StartThread.
-  PeriodicThread(platform::Runtime& runtime, std::chrono::seconds period, std::chrono::seconds first_delay,
+  /// `first_delay`: zero and below run the callback at once. `thread_name`: see Runtime::StartThread. Throws
+  /// std::system_error when the system gives no thread or event.
+  PeriodicThread(platform::Runtime& runtime, Time time, std::chrono::seconds period, std::chrono::seconds first_delay,
                  std::string thread_name, std::function<void()> callback);
   /// As Stop.
   ~PeriodicThread();
@@ -41,7 +46,9 @@ class PeriodicThread {
   bool ended() const { return ended_; }
 
  private:
-  void Run(std::chrono::seconds period, std::chrono::seconds first_delay);
+  /// `now`: Clock::Steady or Clock::Elapsed.
+  template <typename Moment>
+  void Run(Moment (platform::Clock::*now)() const, std::chrono::seconds period, std::chrono::seconds first_delay);
 
   platform::Runtime& runtime_;
   TVK::Log log_;
@@ -54,14 +61,15 @@ class PeriodicThread {
   std::thread thread_;
 };
 
-/// PeriodicThread with a callback that takes an argument of type `T`; the name is that argument and names the timer.
+/// PeriodicThread in elapsed time, with a callback that takes an argument of type `T`; the name is that argument and
+/// names the timer.
 template <typename T>
 class TimerThread {
  public:
   TimerThread(platform::Runtime& runtime, std::uint64_t period_seconds, const T& name,
               std::function<void(const T&)> callback, std::uint64_t first_delay_seconds)
-      : thread_(runtime, Seconds(period_seconds), Seconds(first_delay_seconds), "tvk-timer",
-                [name, callback = std::move(callback)] { callback(name); }) {}
+      : thread_(runtime, PeriodicThread::Time::kElapsed, Seconds(period_seconds), Seconds(first_delay_seconds),
+                "tvk-timer", [name, callback = std::move(callback)] { callback(name); }) {}
 
   void Stop() { thread_.Stop(); }
   void RequestStop() { thread_.RequestStop(); }

@@ -11,12 +11,14 @@ namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 using std::chrono::seconds;
+using Time = PeriodicThread::Time;
+constexpr Time kElapsed = Time::kElapsed;
 
 /// Collects when a timer called. Read only while the world stands still.
 struct Calls {
   std::function<void()> Counting(std::function<void()> then = [] {}) {
     return [this, then = std::move(then)] {
-      at.push_back(std::chrono::duration_cast<seconds>(runtime.clock().Steady()));
+      at.push_back(std::chrono::duration_cast<seconds>(runtime.clock().Elapsed().time_since_epoch()));
       then();
     };
   }
@@ -46,7 +48,7 @@ TEST(PeriodicThreadTest, CallsAreCountedFromStartToStart) {
        }) {
     SCOPED_TRACE(row.what);
     Calls calls;
-    PeriodicThread timer(calls.runtime, row.period, row.first_delay, "test", calls.Counting([&] {
+    PeriodicThread timer(calls.runtime, kElapsed, row.period, row.first_delay, "test", calls.Counting([&] {
       if (row.callback_takes > 0s) calls.Spend(row.callback_takes);
     }));
     calls.runtime.AdvanceBy(65s);
@@ -54,17 +56,39 @@ TEST(PeriodicThreadTest, CallsAreCountedFromStartToStart) {
   }
 }
 
+TEST(PeriodicThreadTest, ASleepCountsOrNotAndWhatFellDueInItComesOnce) {
+  struct Row {
+    const char* what;
+    Time time;
+    std::vector<seconds> calls;  // 25 s awake, 34 s asleep, 20 s awake
+  };
+  for (const Row& row : {
+           Row{"three times due in one sleep", kElapsed, {3s, 13s, 23s, 59s, 63s, 73s}},
+           Row{"a sleep that is not counted", Time::kWaking, {3s, 13s, 23s, 67s, 77s}},
+       }) {
+    SCOPED_TRACE(row.what);
+    Calls calls;
+    PeriodicThread timer(calls.runtime, row.time, 10s, 3s, "test", calls.Counting());
+    calls.runtime.AdvanceBy(25s);
+    calls.runtime.Suspend(34s);
+    calls.runtime.AdvanceBy(20s);
+    EXPECT_EQ(calls.at, row.calls);
+  }
+}
+
 TEST(PeriodicThreadTest, StopWaitsForTheCallbackAndLetsNoOtherCome) {
   Calls calls;
   bool ended = false;
-  PeriodicThread timer(calls.runtime, 10s, 0s, "test", calls.Counting([&] {
+  PeriodicThread timer(calls.runtime, kElapsed, 10s, 0s, "test", calls.Counting([&] {
     calls.Spend(4s);
     ended = true;
   }));
   calls.runtime.AdvanceBy(1s);
   EXPECT_FALSE(ended);
+  EXPECT_FALSE(timer.ended());
   timer.Stop();
   EXPECT_TRUE(ended);
+  EXPECT_TRUE(timer.ended());
   EXPECT_TRUE(calls.runtime.Threads().empty());
   timer.Stop();
   calls.runtime.AdvanceBy(60s);
@@ -75,7 +99,7 @@ TEST(PeriodicThreadTest, MayBeStoppedFromItsFirstCallback) {
   Calls calls;
   std::unique_ptr<PeriodicThread> timer;
   const auto made = calls.runtime.MakeEvent(platform::EventReset::kManual);
-  timer = std::make_unique<PeriodicThread>(calls.runtime, 1s, 0s, "test", calls.Counting([&] {
+  timer = std::make_unique<PeriodicThread>(calls.runtime, kElapsed, 1s, 0s, "test", calls.Counting([&] {
     calls.runtime.Wait(*made, platform::kForever);
     timer->Stop();
   }));
@@ -88,14 +112,14 @@ TEST(PeriodicThreadTest, MayBeStoppedFromItsFirstCallback) {
 TEST(PeriodicThreadTest, AFailingCallbackIsLoggedAndCalledAgain) {
   const LogCapture logs;
   Calls calls;
-  PeriodicThread timer(calls.runtime, 10s, 0s, "test", calls.Counting([&] {
+  PeriodicThread timer(calls.runtime, kElapsed, 10s, 0s, "test", calls.Counting([&] {
     if (calls.at.size() == 1) throw std::runtime_error("no luck");
     if (calls.at.size() == 2) throw 7;
   }));
   calls.runtime.AdvanceBy(25s);
   EXPECT_EQ(calls.at.size(), 3u);
-  EXPECT_EQ(logs.Count(L"test: callback failed: no luck"), 1u);
-  EXPECT_EQ(logs.Count(L"test: callback failed"), 2u);
+  EXPECT_EQ(logs.Count(L"test: ended by an exception: no luck"), 1u);
+  EXPECT_EQ(logs.Count(L"test: ended by an exception"), 2u);
 }
 
 TEST(TimerThreadTest, HandsItsNameOverAndBearsAnyDelay) {

@@ -13,6 +13,7 @@ class UtcClock final : public platform::Clock {
  public:
   platform::WallTime Now() const override { return {}; }
   platform::SteadyTime Steady() const override { return {}; }
+  platform::ElapsedTime Elapsed() const override { return {}; }
 
   platform::LocalTime ToLocal(std::int64_t unix_seconds) const override {
     const std::chrono::sys_seconds moment{std::chrono::seconds(unix_seconds)};

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "client/text/string.h"
+#include "platform/region.h"
 #include "platform/registry_names.h"
 
 namespace names = Constants::Registry;
@@ -20,7 +21,7 @@ DeviceContextEventMonitor::DeviceContextEventMonitor(platform::Runtime& runtime,
     : runtime_(runtime),
       machine_(machine),
       machine_information_(machine_information),
-      country_codes_(machine),
+      country_codes_(machine.region()),
       started_(runtime.MakeEvent(platform::EventReset::kAuto)) {
   if (TVK::utility::InitLog(log_, L"DeviceContextEventMonitor.log", 4)) {
     log_.d(L"DeviceContextEventMonitor.initLog success");
@@ -89,7 +90,7 @@ bool DeviceContextEventMonitor::AddMonitors() {
   const std::lock_guard lock(values_mutex_);
   key_values_.clear();
   user_monitors_added_ = false;
-  registry_ = std::make_unique<TVK::CRegMonitor>(machine_, runtime_);
+  registry_ = std::make_unique<TVK::CRegMonitor>(machine_.settings(), runtime_);
   if (!registry_->Init()) {
     log_.e(L"%s: the system does not let its settings be watched", kThis);
     return false;
@@ -143,7 +144,7 @@ bool DeviceContextEventMonitor::TryAddUserRelatedMonitors() {
 
 bool DeviceContextEventMonitor::RegionDiffersFromFacts() const {
   const platform::RegionFacts known = machine_information_.region();
-  const platform::RegionFacts present = machine_.ReadRegionFacts();
+  const platform::RegionFacts present = machine_.region().ReadFacts();
   return (present.nation != known.nation && IsCountry(String::UTF8ToUTF16(present.nation))) ||
          (present.locale_name != known.locale_name &&
           country_codes_.ValidateLocaleNameKey(String::UTF8ToUTF16(present.locale_name)));

@@ -3,26 +3,30 @@
 #include <gtest/gtest.h>
 
 #include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/simulated_system.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
 namespace {
 
-using platform::SimulatedMachineState;
-
 class DeviceContextEventMonitorTest : public testing::Test {
  protected:
   // Whether the change raises the event.
-  bool RaisedBy(const std::function<void(SimulatedMachineState&)>& change) {
-    machine_.Change(change);
+  bool RaisedBy(const std::function<void(platform::SimulatedSystemState&)>& change) {
+    machine_.system().Change(change);
+    return Raised();
+  }
+  bool Raised() {
     runtime_.Settle();
     return runtime_.Wait(*monitor_.getRegionChangeEventHandle(), platform::milliseconds(0)) == 0;
   }
   bool RaisedByNation(const std::string& nation) {
-    return RaisedBy([&](SimulatedMachineState& state) { state.region.nation = nation; });
+    machine_.region().Change([&](auto& state) { state.facts.nation = nation; });
+    return Raised();
   }
   bool RaisedByLocale(const std::string& name) {
-    return RaisedBy([&](SimulatedMachineState& state) { state.region.locale_name = name; });
+    machine_.region().Change([&](auto& state) { state.facts.locale_name = name; });
+    return Raised();
   }
 
   LogCapture log_;
@@ -35,12 +39,12 @@ class DeviceContextEventMonitorTest : public testing::Test {
 TEST_F(DeviceContextEventMonitorTest, TrueChangesRaiseTheEventWithTheFactsAlreadyRefreshed) {
   monitor_.Start();
   EXPECT_EQ(information_.os_version(), L"1.0");
-  EXPECT_TRUE(RaisedBy([](auto& state) { state.system.version = "2.0"; }));
+  EXPECT_TRUE(RaisedBy([](auto& state) { state.facts.version = "2.0"; }));
   EXPECT_EQ(information_.os_version(), L"2.0");
-  EXPECT_FALSE(RaisedBy([](auto& state) { state.system.version = ""; }));
-  EXPECT_FALSE(RaisedBy([](auto& state) { state.system.version = "2.0"; })) << "nothing was stored meanwhile";
-  EXPECT_FALSE(RaisedBy([](auto& state) { state.system.update_title = "22H2"; }));
-  EXPECT_TRUE(RaisedBy([](auto& state) { state.system.name = "Simulated OS Pro"; }));
+  EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.version = ""; }));
+  EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.version = "2.0"; })) << "nothing was stored meanwhile";
+  EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.update_title = "22H2"; }));
+  EXPECT_TRUE(RaisedBy([](auto& state) { state.facts.name = "Simulated OS Pro"; }));
 }
 
 TEST_F(DeviceContextEventMonitorTest, EqualAndImpossibleValuesAreNotSignalledButTheWayBackIs) {
@@ -58,12 +62,12 @@ TEST_F(DeviceContextEventMonitorTest, EqualAndImpossibleValuesAreNotSignalledBut
 }
 
 TEST_F(DeviceContextEventMonitorTest, UserSettingsAreWatchedOnceAUserLogsOn) {
-  machine_.Change([](auto& state) { state.logged_in_user.clear(); });
+  machine_.system().Change([](auto& state) { state.logged_in_user.clear(); });
   EXPECT_FALSE(monitor_.TryAddUserRelatedMonitors()) << "not started";
   monitor_.Start();
   EXPECT_TRUE(log_.Has(L"Failed to add user related registry monitors."));
   EXPECT_FALSE(RaisedByNation("DE"));
-  EXPECT_TRUE(RaisedBy([](auto& state) { state.system.version = "2.0"; }));
+  EXPECT_TRUE(RaisedBy([](auto& state) { state.facts.version = "2.0"; }));
 
   EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
   EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
@@ -77,10 +81,8 @@ TEST_F(DeviceContextEventMonitorTest, ALogonCountsWhenTheUsersRegionIsNotTheOneR
   for (const auto& [nation, locale, raised] : {std::tuple("US", "en-US", false), std::tuple("YY", "xx-US", false),
                                                std::tuple("DE", "en-US", true), std::tuple("US", "de-DE", true)}) {
     SCOPED_TRACE(nation + std::string(locale));
-    machine_.Change([](auto& state) {
-      state = {};
-      state.logged_in_user.clear();
-    });
+    machine_.region().Set({});
+    machine_.system().Change([](auto& state) { state.logged_in_user.clear(); });
     information_.ReInitialize(true);
     monitor_.Start();
     EXPECT_FALSE(RaisedByNation(nation) || RaisedByLocale(locale)) << "of nobody yet";
@@ -115,11 +117,11 @@ TEST_F(DeviceContextEventMonitorTest, SleepsWhileNothingChanges) {
 }
 
 TEST_F(DeviceContextEventMonitorTest, ChangesLogonsAndStopMayMeet) {
-  machine_.Change([](auto& state) { state.logged_in_user.clear(); });
+  machine_.system().Change([](auto& state) { state.logged_in_user.clear(); });
   monitor_.Start();
   std::thread changes = runtime_.StartThread("changes", [&] {
     for (int i = 0; i < 200; ++i)
-      machine_.Change([&](auto& state) { state.system.version = std::to_string(i); });
+      machine_.system().Change([&](auto& state) { state.facts.version = std::to_string(i); });
   });
   for (int i = 0; i < 50; ++i)
     EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
@@ -131,7 +133,7 @@ TEST_F(DeviceContextEventMonitorTest, ChangesLogonsAndStopMayMeet) {
 TEST(RegMonitorTest, TellsTheSizeThatAValueNeeds) {
   platform::VirtualRuntime runtime;
   platform::SimulatedMachine machine;
-  TVK::CRegMonitor monitor(machine, runtime);
+  TVK::CRegMonitor monitor(machine.settings(), runtime);
   ASSERT_TRUE(monitor.Init());
   EXPECT_LT(monitor.AddMonitorKey(platform::SettingRoot::kCurrentUser, L"Control Panel", L"Nation"), 0);
   const int index =

@@ -12,14 +12,14 @@ constexpr unsigned long kTypeText = 1;  // REG_SZ
 
 }  // namespace
 
-CRegMonitor::CRegMonitor(platform::Machine& machine, platform::Runtime& runtime)
-    : machine_(machine),
+CRegMonitor::CRegMonitor(platform::Settings& settings, platform::Runtime& runtime)
+    : settings_(settings),
       runtime_(runtime),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
       changed_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
 
 bool CRegMonitor::Init() {
-  watcher_ = machine_.OpenSettingWatcher(runtime_, [this](int index) {
+  watcher_ = settings_.OpenWatcher(runtime_, [this](int index) {
     {
       const std::lock_guard lock(mutex_);
       pending_.insert(index);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine.h"
 #include "platform/runtime.h"
+#include "platform/settings.h"
 
 namespace TVK {
 
@@ -17,7 +17,7 @@ namespace TVK {
 class CRegMonitor {
  public:
   /// Both must outlive the object.
-  CRegMonitor(platform::Machine& machine, platform::Runtime& runtime);
+  CRegMonitor(platform::Settings& settings, platform::Runtime& runtime);
   ~CRegMonitor() = default;
   CRegMonitor(const CRegMonitor&) = delete;
   CRegMonitor& operator=(const CRegMonitor&) = delete;
@@ -59,7 +59,7 @@ class CRegMonitor {
   };
   Key KeyOf(int index) const;
 
-  platform::Machine& machine_;
+  platform::Settings& settings_;
   platform::Runtime& runtime_;
   const std::unique_ptr<platform::Event> stop_;
   const std::unique_ptr<platform::Event> changed_;     ///< Set while pending_ holds something.

@@ -5,6 +5,7 @@
 
 #include "host/device_context_event_monitor.h"
 #include "platform/local.h"
+#include "platform/region.h"
 #include "testing/log_capture.h"
 
 namespace {
@@ -34,9 +35,9 @@ class RegionChangeWindowsTest : public testing::Test {
   LogCapture log_;
   std::unique_ptr<platform::Runtime> runtime_ = platform::MakeRealRuntime({});
   std::unique_ptr<platform::Machine> machine_ = platform::OpenLocalMachine({}, runtime_->clock());
-  const platform::RegionFacts before_ = machine_->ReadRegionFacts();
+  const platform::RegionFacts before_ = machine_->region().ReadFacts();
   MachineInformation information_{*machine_, runtime_->clock()};
-  RegionInformation region_{*machine_, runtime_->clock()};
+  RegionInformation region_{machine_->region(), runtime_->clock()};
   DeviceContextEventMonitor monitor_{*runtime_, *machine_, information_};
 };
 

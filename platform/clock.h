@@ -1,4 +1,8 @@
-// Time, as the component asks for it: wall time for records, steady time for waiting, and the local calendar.
+// Time, as the component asks for it: wall time for records, two steady ones for waiting, and the local calendar.
+//
+// The two differ while the machine sleeps (suspended or hibernated). Waking time stands still: for patience with a
+// peer, for letting a burst settle, for what is done while somebody is there. Elapsed time counts the sleep: for
+// intervals that a person would name, once an hour, once a day. Their moments are of different types, which do not mix.
 #pragma once
 
 #include <chrono>
@@ -12,8 +16,15 @@ using std::chrono::milliseconds;
 /// clock: use it in records, never to wait.
 using WallTime = std::chrono::sys_time<milliseconds>;
 
-/// Time since an unspecified start that never runs backwards.
-using SteadyTime = std::chrono::nanoseconds;
+struct WakingTimeline {};
+struct ElapsedTimeline {};
+
+/// A moment of waking time: since an unspecified start, never backwards, standing still while the machine sleeps.
+using SteadyTime = std::chrono::time_point<WakingTimeline, std::chrono::nanoseconds>;
+
+/// A moment of elapsed time: since an unspecified start, never backwards, sleep counted. Setting the wall clock does
+/// not move it.
+using ElapsedTime = std::chrono::time_point<ElapsedTimeline, std::chrono::nanoseconds>;
 
 /// A moment in the calendar of the machine's time zone.
 struct LocalTime {
@@ -33,6 +44,7 @@ class Clock {
 
   virtual WallTime Now() const = 0;
   virtual SteadyTime Steady() const = 0;
+  virtual ElapsedTime Elapsed() const = 0;
 
   /// The local calendar time of `unix_seconds` (seconds since 1970, UTC).
   virtual LocalTime ToLocal(std::int64_t unix_seconds) const = 0;

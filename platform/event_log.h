@@ -1,4 +1,4 @@
-// The system's event log, as a machine hands it out: events found by a query, with the values that the query names.
+// The system's event log: events found by a query, with the values that the query names. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -45,6 +45,17 @@ struct EventLogReading {
   std::vector<EventLogRecord> records;  ///< Newest first; those from before the failure, if there was one.
   EventLogFailure failure = EventLogFailure::kNone;
   std::uint32_t error = 0;  ///< The system's error number.
+};
+
+class EventLog {
+ public:
+  EventLog() = default;
+  EventLog(const EventLog&) = delete;
+  EventLog& operator=(const EventLog&) = delete;
+  virtual ~EventLog() = default;
+
+  /// The newest events that answer `query`. May wait some seconds for the system's log service.
+  virtual EventLogReading Query(const EventLogQuery& query) = 0;
 };
 
 }  // namespace platform

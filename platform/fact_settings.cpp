@@ -13,18 +13,18 @@ struct FactSettings::Fact {
   SettingRoot root;
   std::wstring_view path;
   std::wstring_view name;
-  std::string (*read)(Machine& machine);
+  std::string (*read)(SystemFacts& system, Region& region);
 };
 
 const FactSettings::Fact FactSettings::kFacts[] = {
     {SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath, names::OSProductName,
-     [](Machine& machine) { return machine.ReadOperatingSystemFacts().name; }},
+     [](SystemFacts& system, Region&) { return system.ReadOperatingSystem().name; }},
     {SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath, names::WindowsCurrentVersion,
-     [](Machine& machine) { return machine.ReadOperatingSystemFacts().version; }},
+     [](SystemFacts& system, Region&) { return system.ReadOperatingSystem().version; }},
     {SettingRoot::kCurrentUser, names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation,
-     [](Machine& machine) { return machine.ReadRegionFacts().nation; }},
+     [](SystemFacts&, Region& region) { return region.ReadFacts().nation; }},
     {SettingRoot::kCurrentUser, names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName,
-     [](Machine& machine) { return machine.ReadRegionFacts().locale_name; }},
+     [](SystemFacts&, Region& region) { return region.ReadFacts().locale_name; }},
 };
 
 int FactSettings::Add(SettingRoot root, const std::wstring& path, const std::wstring& name) {
@@ -45,7 +45,7 @@ std::uint32_t FactSettings::Read(int index, std::string& value) {
       fact = added_[static_cast<std::size_t>(index) - 1];
   }
   if (fact == nullptr) return kErrorNoSuchSetting;
-  value = fact->read(machine_);
+  value = fact->read(system_, region_);
   // A system without a name is one whose file is being written; a user without a region is an ordinary one.
   return value.empty() && fact->root == SettingRoot::kLocalMachine ? kErrorNoSuchSetting : 0;
 }

@@ -6,16 +6,18 @@
 #include <string>
 #include <vector>
 
-#include "platform/machine.h"
-#include "platform/setting_watcher.h"
+#include "platform/region.h"
+#include "platform/settings.h"
+#include "platform/system_facts.h"
 
 namespace platform {
 
 /// A watcher but for the watching: whoever sees changes calls TellAll. Any thread.
 class FactSettings : public SettingWatcher {
  public:
-  /// `machine` must outlive the object.
-  FactSettings(Machine& machine, SettingChange on_change) : machine_(machine), on_change_(std::move(on_change)) {}
+  /// Both must outlive the object.
+  FactSettings(SystemFacts& system, Region& region, SettingChange on_change)
+      : system_(system), region_(region), on_change_(std::move(on_change)) {}
 
   int Add(SettingRoot root, const std::wstring& path, const std::wstring& name) override;
   std::uint32_t Read(int index, std::string& value) override;
@@ -28,7 +30,8 @@ class FactSettings : public SettingWatcher {
   struct Fact;
   static const Fact kFacts[];
 
-  Machine& machine_;
+  SystemFacts& system_;
+  Region& region_;
   const SettingChange on_change_;
   std::mutex mutex_;                ///< Guards added_.
   std::vector<const Fact*> added_;  ///< Element i has the index i + 1.

@@ -1,4 +1,4 @@
-// The runtime: clock, waiting, threads and timers of one process or of one simulated world.
+// The runtime: clock, waiting and threads of one process or of one simulated world.
 //
 // Nothing outside this folder sleeps, waits with a timeout or asks the time but through a Runtime. There are two kinds:
 // the real one (MakeRealRuntime in local.h) and the virtual one (simulated/virtual_runtime.h), in which a day passes in
@@ -6,7 +6,6 @@
 #pragma once
 
 #include <functional>
-#include <initializer_list>
 #include <memory>
 #include <span>
 #include <string>
@@ -17,25 +16,6 @@
 #include "platform/waitable.h"
 
 namespace platform {
-
-/// A timer that fires once per arming. Its callback runs on a thread of the runtime and must not block.
-class OneShotTimer {
- public:
-  OneShotTimer(const OneShotTimer&) = delete;
-  OneShotTimer& operator=(const OneShotTimer&) = delete;
-
-  /// Disarms. When it returns on any thread but the callback's own, no callback runs and none will.
-  virtual ~OneShotTimer() = default;
-
-  /// Fires once `delay` from now (negative counts as zero). A pending arming is replaced by the new one.
-  virtual void Arm(milliseconds delay) = 0;
-
-  /// Takes a pending arming back. When it returns on any thread but the callback's own, no callback is running.
-  virtual void Disarm() = 0;
-
- protected:
-  OneShotTimer() = default;
-};
 
 /// What making or opening a named event gave.
 struct NamedEventResult {
@@ -69,9 +49,13 @@ class Runtime {
   virtual std::unique_ptr<Semaphore> MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) = 0;
 
   /// Waits until one of `objects` is signalled and consumes that one's signal. When several are, the lowest index wins.
-  /// Returns the index, kWaitTimeout once `timeout` has passed (zero: only looks; kForever: never), or kWaitFailed when
-  /// `objects` is empty, longer than 64 or holds a null pointer.
+  /// Returns the index, kWaitTimeout once `timeout` of waking time has passed (zero: only looks; kForever: never), or
+  /// kWaitFailed when `objects` is empty, longer than kMaximumWaitObjects or holds a null pointer.
   virtual WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) = 0;
+
+  /// WaitAny until a moment of elapsed time: when that falls into a sleep, the wait ends as the machine resumes. The
+  /// wait itself wakes no machine. Where the system has no timer left the wait counts waking time.
+  virtual WaitCode WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) = 0;
 
   /// WaitAny for one object.
   WaitCode Wait(Waitable& object, milliseconds timeout) {
@@ -79,17 +63,23 @@ class Runtime {
     return WaitAny(one, timeout);
   }
 
+  /// Wait until a moment. Past ones: only looks.
+  WaitCode WaitUntil(Waitable& object, SteadyTime deadline) {
+    return Wait(object, std::chrono::ceil<milliseconds>(deadline - clock().Steady()));
+  }
+  WaitCode WaitUntil(Waitable& object, ElapsedTime deadline) {
+    Waitable* const one[] = {&object};
+    return WaitAnyUntil(one, deadline);
+  }
+
   /// Starts a thread that runs `body`. `name` (ASCII, 15 characters are kept) is what debuggers and `top -H` show.
-  /// An exception that leaves `body` ends the process: bodies catch at their own boundary.
+  /// An exception that leaves `body` ends the process; StartGuardedThread (client/log) logs it instead.
   /// Throws std::system_error when the system gives no thread.
   virtual std::thread StartThread(std::string_view name, std::function<void()> body) = 0;
 
   /// Waits for the end of a thread that StartThread gave, and joins it. Throws std::system_error with
   /// resource_deadlock_would_occur when called on that thread itself.
   virtual void Join(std::thread& thread) = 0;
-
-  /// `callback` must not block and must not throw.
-  virtual std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) = 0;
 };
 
 }  // namespace platform

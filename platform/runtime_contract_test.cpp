@@ -26,6 +26,7 @@ class RuntimeContract : public testing::TestWithParam<Kind> {
     } else {
       runtime_ = std::make_unique<VirtualRuntime>();
     }
+    never_ = runtime_->MakeEvent(EventReset::kManual);
   }
 
   std::wstring Name(const wchar_t* what) const { return L"Global\\tvk-contract-" + std::to_wstring(number_) + what; }
@@ -33,6 +34,7 @@ class RuntimeContract : public testing::TestWithParam<Kind> {
   const unsigned number_ = std::random_device()();
   const TempFolder folder_;
   std::unique_ptr<Runtime> runtime_;
+  std::unique_ptr<Event> never_;
 };
 
 TEST_P(RuntimeContract, AutoResetSignalEndsOneWaitManualResetSignalStaysAndTimeoutsAreNotEarly) {
@@ -56,6 +58,35 @@ TEST_P(RuntimeContract, AutoResetSignalEndsOneWaitManualResetSignalStaysAndTimeo
   EXPECT_EQ(runtime_->Wait(*stays, milliseconds(0)), kWaitTimeout);
 }
 
+TEST_P(RuntimeContract, WaitUntilAMomentOfEitherClockIsNotEarlyNorMuchTooLateAndAPastOneOnlyLooks) {
+  const auto check = [&](auto now, const char* clock) {
+    SCOPED_TRACE(clock);
+    const auto start = now();
+    for (const milliseconds wait : {milliseconds(3), milliseconds(40)}) {
+      const auto due = now() + wait;
+      EXPECT_EQ(runtime_->WaitUntil(*never_, due), kWaitTimeout);
+      EXPECT_GE(now(), due);
+    }
+    EXPECT_LT(now() - start, std::chrono::seconds(20));
+
+    const auto signal = runtime_->MakeEvent(EventReset::kAuto, true);
+    for (const auto past : {start, start - hours(1)}) {
+      EXPECT_EQ(runtime_->WaitUntil(*signal, past), 0u);
+      EXPECT_EQ(runtime_->WaitUntil(*signal, past), kWaitTimeout);
+      signal->Set();
+    }
+    EXPECT_EQ(runtime_->WaitUntil(*signal, now() + hours(1)), 0u);
+    std::thread setter = runtime_->StartThread("setter", [&] {
+      runtime_->Wait(*never_, milliseconds(5));
+      signal->Set();
+    });
+    EXPECT_EQ(runtime_->WaitUntil(*signal, decltype(now())::max()), 0u);
+    runtime_->Join(setter);
+  };
+  check([&] { return runtime_->clock().Steady(); }, "waking");
+  check([&] { return runtime_->clock().Elapsed(); }, "elapsed");
+}
+
 TEST_P(RuntimeContract, LowestSignalledIndexWinsAndIsTheOnlyOneConsumed) {
   const auto first = runtime_->MakeEvent(EventReset::kAuto);
   const auto second = runtime_->MakeSemaphore(2, 2);
@@ -66,15 +97,20 @@ TEST_P(RuntimeContract, LowestSignalledIndexWinsAndIsTheOnlyOneConsumed) {
   EXPECT_EQ(runtime_->WaitAny(all, milliseconds(0)), kWaitTimeout);
 }
 
-TEST_P(RuntimeContract, WaitRefusesWhatItCannotWaitFor) {
+TEST_P(RuntimeContract, WaitTakesAsManyAsItSaysAndRefusesWhatItCannotWaitFor) {
   const auto event = runtime_->MakeEvent(EventReset::kManual, true);
-  std::vector<Waitable*> objects(64, event.get());
-  EXPECT_EQ(runtime_->WaitAny(objects, milliseconds(0)), 0u);
+  const auto later = [&] { return runtime_->clock().Elapsed() + hours(1); };
+  std::vector<Waitable*> objects(kMaximumWaitObjects, never_.get());
+  objects.back() = event.get();
+  EXPECT_EQ(runtime_->WaitAny(objects, hours(1)), kMaximumWaitObjects - 1);
+  EXPECT_EQ(runtime_->WaitAnyUntil(objects, later()), kMaximumWaitObjects - 1);
   objects.push_back(event.get());
   EXPECT_EQ(runtime_->WaitAny(objects, milliseconds(0)), kWaitFailed);
+  EXPECT_EQ(runtime_->WaitAnyUntil(objects, later()), kWaitFailed);
   Waitable* const with_null[] = {event.get(), nullptr};
   EXPECT_EQ(runtime_->WaitAny(with_null, milliseconds(0)), kWaitFailed);
   EXPECT_EQ(runtime_->WaitAny({}, milliseconds(0)), kWaitFailed);
+  EXPECT_EQ(runtime_->WaitAnyUntil({}, later()), kWaitFailed);
 }
 
 TEST_P(RuntimeContract, SemaphoreNeverPassesItsMaximum) {
@@ -185,64 +221,6 @@ TEST_P(RuntimeContract, NamedEventIsOneEventForAllWhoHoldItAndGoneWithTheLast) {
   reborn.event->Set();
   EXPECT_EQ(runtime_->Wait(*reborn.event, kForever), 0u);
   EXPECT_EQ(runtime_->Wait(*reborn.event, milliseconds(0)), kWaitTimeout) << "nor of the old kind";
-}
-
-TEST_P(RuntimeContract, TimersFireOncePerArmingTheLastArmingCountsAndNoLaterOneHoldsThemUp) {
-  const auto fired = runtime_->MakeSemaphore(0, 10);
-  const auto too_early = runtime_->MakeEvent(EventReset::kManual);
-  const auto later = runtime_->MakeTimer([&] { too_early->Set(); });
-  later->Arm(hours(2));
-  const auto timer = runtime_->MakeTimer([&] { fired->Release(1); });
-  timer->Arm(hours(1));
-  timer->Arm(milliseconds(1));
-  EXPECT_EQ(runtime_->Wait(*fired, kForever), 0u);
-  timer->Arm(milliseconds(-5));
-  EXPECT_EQ(runtime_->Wait(*fired, kForever), 0u);
-  EXPECT_EQ(runtime_->Wait(*fired, milliseconds(4)), kWaitTimeout);
-  EXPECT_EQ(runtime_->Wait(*too_early, milliseconds(0)), kWaitTimeout);
-}
-
-TEST_P(RuntimeContract, DisarmTakesBackAndWaitsForTheCallback) {
-  const auto started = runtime_->MakeSemaphore(0, 1'000'000);
-  std::atomic<int> calls_over = 0;
-  OneShotTimer* self = nullptr;
-  const auto timer = runtime_->MakeTimer([&] {
-    started->Release(1);
-    self->Arm(milliseconds(1));  // Disarm takes this one back as well.
-    for (int i = 0; i < 100; ++i)
-      std::this_thread::yield();
-    ++calls_over;
-  });
-  self = timer.get();
-  timer->Arm(milliseconds(0));
-  EXPECT_EQ(runtime_->Wait(*started, kForever), 0u);
-  timer->Disarm();
-  const int calls = calls_over;
-  EXPECT_GE(calls, 1);
-  for (int i = 1; i < calls; ++i)
-    EXPECT_EQ(runtime_->Wait(*started, milliseconds(0)), 0u);
-  EXPECT_EQ(runtime_->Wait(*started, milliseconds(4)), kWaitTimeout) << "a callback began after Disarm";
-  EXPECT_EQ(calls_over, calls);
-}
-
-TEST_P(RuntimeContract, CallbackMayRearmDisarmAndDestroyItsOwnTimer) {
-  const auto done = runtime_->MakeEvent(EventReset::kAuto);
-  std::unique_ptr<OneShotTimer> timer;
-  int calls = 0;
-  timer = runtime_->MakeTimer([&] {
-    if (++calls < 3) {
-      timer->Arm(milliseconds(1));
-      timer->Disarm();
-      timer->Arm(milliseconds(0));
-      return;
-    }
-    timer.reset();
-    done->Set();
-  });
-  timer->Arm(milliseconds(0));
-  EXPECT_EQ(runtime_->Wait(*done, kForever), 0u);
-  EXPECT_EQ(calls, 3);
-  EXPECT_EQ(timer, nullptr);
 }
 
 TEST_P(RuntimeContract, JoinWaitsForTheEndAndRefusesTheThreadItself) {

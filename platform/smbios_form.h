@@ -1,5 +1,5 @@
 // The two forms in which a raw SMBIOS table arrives: behind an entry point (as firmware, Linux and dump files have it)
-// and behind the eight-byte header of Windows' firmware table provider 'RSMB' (as Machine::ReadSmbios gives it). DMTF
+// and behind the eight-byte header of Windows' firmware table provider 'RSMB' (as Firmware::ReadSmbios gives it). DMTF
 // DSP0134 "System Management BIOS Reference Specification", 5.2. Pure functions; any thread.
 #pragma once
 

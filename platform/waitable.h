@@ -14,8 +14,9 @@ using WaitCode = std::uint32_t;
 inline constexpr WaitCode kWaitTimeout = 258;
 inline constexpr WaitCode kWaitFailed = 0xFFFFFFFF;
 
-/// How many objects one wait takes at most (MAXIMUM_WAIT_OBJECTS).
-inline constexpr std::size_t kMaximumWaitObjects = 64;
+/// How many objects one wait takes at most: one less than MAXIMUM_WAIT_OBJECTS, since a wait that counts sleep adds a
+/// timer of its own.
+inline constexpr std::size_t kMaximumWaitObjects = 63;
 
 /// A timeout that never comes.
 inline constexpr std::chrono::milliseconds kForever = std::chrono::milliseconds::max();

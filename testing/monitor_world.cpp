@@ -13,14 +13,25 @@ void SettableConfigAgent::SetSettings(const std::wstring& dataset_name, std::map
   }
 }
 
+std::wstring SettableManagerIdentity::get_device_context_id() {
+  const std::lock_guard lock(mutex_);
+  DeviceContext context;
+  if (store->GetDeviceContext(device_context_id, context) != 0) {
+    context.set_device_context_id(device_context_id);
+    store->LogDeviceContext(context);
+  }
+  return device_context_id;
+}
+
 ServiceLife::ServiceLife(platform::Runtime& runtime, platform::Machine& machine, IConfigAgent& config,
                          const TempFolder& folder)
     : store({.file = folder.path() / TVK::kStoreFileName, .limits = {}}, runtime.clock()),
       machine_information(machine, runtime.clock()),
-      region_information(machine, runtime.clock()),
+      region_information(machine.region(), runtime.clock()),
       tvk_info(TVK::System::GetTime(runtime.clock())),
       second_tick_(runtime),
       services_{runtime, machine, store, config, machine_information, tvk_info, manager, second_tick_, consent} {
+  manager.store = &store;
   store.SetRecordListener([this](TVK::RecordKind kind, const std::string& json) { Collect(kind, json); });
 }
 

@@ -57,17 +57,23 @@ class SettableConfigAgent final : public IConfigAgent {
 };
 
 /// The manager as monitors see it, without one. Set it before monitors run.
-class FakeManagerIdentity final : public ManagerIdentity {
+class SettableManagerIdentity final : public ManagerIdentity {
  public:
   SERVICE_STATUS_HANDLE get_svrHandle() override { return nullptr; }
   std::wstring get_schema_ver() override { return L"2.0"; }
-  std::wstring get_device_context_id() override { return L"DEVICE-CONTEXT"; }
+  /// device_context_id; it stands in the store of the service's life, as records that name it need it there.
+  std::wstring get_device_context_id() override;
   bool get_FirstInvocation() override { return first_invocation; }
   int DecideTVKVer(std::wstring /*version*/) override { return version_answer; }
   bool get_NeedToLogDatasetContextOnChange() override { return false; }
 
+  std::wstring device_context_id = L"DEVICE-CONTEXT";
   bool first_invocation = false;
   int version_answer = 0;
+  TVK::EventDataLogging* store = nullptr;  ///< Set by the service's life.
+
+ private:
+  std::mutex mutex_;  ///< Held while the store is asked and told.
 };
 
 /// A consent that the test gives and withdraws. Any thread.
@@ -113,7 +119,7 @@ class ServiceLife {
   std::vector<DatasetContext> DatasetContexts() const { return Copy(dataset_contexts_); }
   std::vector<DeviceContext> DeviceContexts() const { return Copy(device_contexts_); }
 
-  FakeManagerIdentity manager;
+  SettableManagerIdentity manager;
   SettableConsent consent;
   TVK::EventDataLogging store;
   MachineInformation machine_information;

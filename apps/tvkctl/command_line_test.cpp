@@ -9,7 +9,9 @@
 #include <tuple>
 
 #include "apps/tvkctl/inspect_commands.h"
+#include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/smbios_builder.h"
 #include "testing/temp_folder.h"
 
@@ -189,11 +191,12 @@ TEST(InspectCommandsTest, SaysWhatIsWrongWithTheMachine) {
                          Row{"none", {}, false, 3, 3, "tvkctl: this machine: the SMBIOS table cannot be read: "},
                          Row{"none, facts", {}, true, 3, 0, "this machine: the SMBIOS table cannot be read: "},
                          Row{"rubbish", rubbish, false, 3, 3, "tvkctl: this machine: the SMBIOS table holds no"}}) {
-    platform::SimulatedMachineState state;
-    state.smbios = row.smbios;
-    if (!row.system_knows) state.firmware = {};
-    state.topology = {};
-    platform::SimulatedMachine machine(state);
+    platform::SimulatedMachine machine;
+    machine.firmware().Change([&](auto& state) {
+      state.smbios = row.smbios;
+      if (!row.system_knows) state.facts = {};
+    });
+    machine.processors().Change([](auto& state) { state.topology = {}; });
     for (const auto& [inspect, exit_code, said] : {std::tuple(&RunInspectMemory, row.memory, row.said),
                                                    {&RunInspectFirmware, row.firmware, row.said},
                                                    {&RunInspectCpu, 3, "nothing tells of its processors"}}) {

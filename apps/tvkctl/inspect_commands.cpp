@@ -18,6 +18,8 @@
 #include "monitors/system/memory_info.h"
 #include "monitors/system/system_bios_info.h"
 #include "platform/files.h"
+#include "platform/memory.h"
+#include "platform/processors.h"
 
 namespace tvkctl {
 namespace {
@@ -62,7 +64,7 @@ OpenTable OpenFile(const std::filesystem::path& file, std::ostream& errors) {
 }
 
 OpenTable OpenOwn(const std::string& name, platform::Machine& machine, std::ostream& errors) {
-  OpenTable table{std::make_unique<SMBiosTool>(machine)};
+  OpenTable table{std::make_unique<SMBiosTool>(machine.firmware())};
   table.tool->Initialize();
   if (table.tool->Survey().structures == 0) {
     Complain(name, table.tool->Problem(), errors);
@@ -157,10 +159,10 @@ std::optional<TVK::SmbiosIdentity> ReadIdentity(const InspectOptions& options, p
     if (table.tool == nullptr) return std::nullopt;
     return TVK::ReadSmbiosIdentity(*table.tool);
   }
-  SMBiosTool tool(machine);
+  SMBiosTool tool(machine.firmware());
   tool.Initialize();
   const std::string problem = tool.Problem();
-  const TVK::SmbiosIdentity identity = TVK::ReadMachineFirmware(machine);
+  const TVK::SmbiosIdentity identity = TVK::ReadMachineFirmware(machine.firmware());
   if (identity == TVK::SmbiosIdentity()) {
     Complain(options.machine_name, problem, errors);
     exit_code = kExitFailed;
@@ -174,9 +176,8 @@ std::optional<TVK::SmbiosIdentity> ReadIdentity(const InspectOptions& options, p
 }  // namespace
 
 int RunInspectCpu(const InspectOptions& options, platform::Machine& machine, std::ostream& out, std::ostream& errors) {
-  CPUInfo collector(machine);
   _SYSCPU_INFORMATION facts;
-  const int error = collector.GetCpuInformation(facts);
+  const int error = CPUInfo::GetCpuInformation(machine.processors(), facts);
   if (error != 0 || (facts.processor_name.empty() && facts.number_of_logical_processors == 0)) {
     Complain(
         options.machine_name,
@@ -195,7 +196,7 @@ int RunInspectMemory(const InspectOptions& options, platform::Machine& machine, 
   const OpenTable table = own ? OpenOwn(options.machine_name, machine, errors) : OpenFile(options.smbios_file, errors);
   if (table.tool == nullptr) return table.exit_code;
   // What this system sees says nothing about the computer of a file.
-  const auto status = own ? machine.ReadMemoryStatus() : std::nullopt;
+  const auto status = own ? machine.memory().ReadStatus() : std::nullopt;
   MemoryInfo memory(*table.tool, status ? status->total_bytes >> 10 : 0);
   memory.GetMemoryInfo();
   options.json ? WriteJsonLine(ToJson(memory), out) : WriteMemoryText(memory, out);

@@ -3,11 +3,12 @@
 #include "client/identity/iso_tables.h"
 #include "client/identity/locale_name.h"
 #include "client/text/string.h"
+#include "platform/region.h"
 
 using TVK::String;
 
 std::wstring CountryCodeAgent::ValidateCountryCodeKey(const std::wstring& nation) const {
-  const std::string code = machine_.CountryOfNation(String::UTF16ToUTF8(nation));
+  const std::string code = region_.CountryOfNation(String::UTF16ToUTF8(nation));
   return FindIsoEntry(IsoCountries(), code) == nullptr ? std::wstring() : String::UTF8ToUTF16(code);
 }
 

@@ -3,13 +3,15 @@
 
 #include <string>
 
-#include "platform/machine.h"
+namespace platform {
+class Region;
+}
 
 /// Asks the system's own table and those of ISO 3166-1 and ISO 639. Any thread.
 class CountryCodeAgent {
  public:
-  /// `machine` must outlive the agent.
-  explicit CountryCodeAgent(platform::Machine& machine) : machine_(machine) {}
+  /// `region` must outlive the agent.
+  explicit CountryCodeAgent(platform::Region& region) : region_(region) {}
 
   /// The ISO 3166-1 alpha-2 code of a nation as platform::RegionFacts gives it: a geographic id in decimal digits on
   /// Windows, the code itself elsewhere. Empty when there is no such country.
@@ -20,5 +22,5 @@ class CountryCodeAgent {
   bool ValidateLocaleNameKey(const std::wstring& locale_name) const;
 
  private:
-  platform::Machine& machine_;
+  platform::Region& region_;
 };

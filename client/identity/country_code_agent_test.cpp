@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/simulated_system.h"
 
 TEST(CountryCodeAgentTest, KnowsTheCountriesByCodeAndByTheSystemsNumber) {
-  platform::SimulatedMachine machine;
-  machine.Change([](auto& state) { state.country_of_nation = {{"94", "DE"}, {"39070", "XX"}, {"1", ""}}; });
-  const CountryCodeAgent agent(machine);
+  platform::SimulatedRegion region;
+  region.Change([](auto& state) { state.country_of_nation = {{"94", "DE"}, {"39070", "XX"}, {"1", ""}}; });
+  const CountryCodeAgent agent(region);
   struct Row {
     const wchar_t *nation, *country;
   };
@@ -18,8 +18,8 @@ TEST(CountryCodeAgentTest, KnowsTheCountriesByCodeAndByTheSystemsNumber) {
 }
 
 TEST(CountryCodeAgentTest, KnowsWhichLocalesCanBe) {
-  platform::SimulatedMachine machine;
-  const CountryCodeAgent agent(machine);
+  platform::SimulatedRegion region;
+  const CountryCodeAgent agent(region);
   for (const wchar_t* name : {L"de", L"de-DE", L"gsw-CH", L"zh-Hans-CN", L"sr-Latn-RS", L"es-419", L"ca-ES-valencia",
                               L"de-DE_phoneb", L"en-US-u-nu-latn"}) {
     EXPECT_TRUE(agent.ValidateLocaleNameKey(name)) << testing::PrintToString(name);

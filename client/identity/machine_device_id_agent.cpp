@@ -3,6 +3,7 @@
 #include "client/smbios/smbios_identity.h"
 #include "client/text/hash_utility.h"
 #include "client/text/string.h"
+#include "platform/system_facts.h"
 
 namespace TVK {
 namespace {
@@ -25,11 +26,11 @@ unsigned long MakeId(const std::wstring& fact, const wchar_t* salt, std::wstring
 }  // namespace
 
 unsigned long MachineDeviceIdAgent::GetDeviceID(std::wstring& id) {
-  return MakeId(String::UTF8ToUTF16(machine_.ReadInstallationId()), kDeviceIdSalt, id);
+  return MakeId(String::UTF8ToUTF16(system_.ReadInstallationId()), kDeviceIdSalt, id);
 }
 
 unsigned long MachineDeviceIdAgent::GetLegacyDeviceID(std::wstring& id) {
-  SMBiosTool tool(machine_);
+  SMBiosTool tool(firmware_);
   tool.Initialize();  // Whatever it says of the table, what can be read counts.
   return MakeId(ReadSmbiosIdentity(tool).uuid_hash, kLegacyDeviceIdSalt, id);
 }

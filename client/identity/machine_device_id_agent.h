@@ -1,8 +1,12 @@
 // Device ids that are derived from the machine.
 #pragma once
 
-#include "platform/machine.h"
 #include "tvk/device_id_agent.h"
+
+namespace platform {
+class Firmware;
+class SystemFacts;
+}  // namespace platform
 
 namespace TVK {
 
@@ -11,15 +15,17 @@ namespace TVK {
 /// turned back, and neither uses a serial number.
 class MachineDeviceIdAgent final : public DeviceIdAgent {
  public:
-  /// `machine` must outlive the agent.
-  explicit MachineDeviceIdAgent(platform::Machine& machine) : machine_(machine) {}
+  /// Both must outlive the agent.
+  MachineDeviceIdAgent(platform::SystemFacts& system, platform::Firmware& firmware)
+      : system_(system), firmware_(firmware) {}
 
   /// 1168 (ERROR_NOT_FOUND) when the machine has no such fact.
   unsigned long GetDeviceID(std::wstring& id) override;
   unsigned long GetLegacyDeviceID(std::wstring& id) override;
 
  private:
-  platform::Machine& machine_;
+  platform::SystemFacts& system_;
+  platform::Firmware& firmware_;
 };
 
 }  // namespace TVK

@@ -3,14 +3,15 @@
 #include <cstdlib>
 
 #include "client/text/string.h"
+#include "platform/firmware.h"
 
 namespace TVK {
 
-SmbiosIdentity ReadMachineFirmware(platform::Machine& machine) {
-  SMBiosTool tool(machine);
+SmbiosIdentity ReadMachineFirmware(platform::Firmware& firmware) {
+  SMBiosTool tool(firmware);
   tool.Initialize();  // Of a damaged table the sound begin counts; without a table the identity is empty.
   SmbiosIdentity identity = ReadSmbiosIdentity(tool);
-  const platform::FirmwareFacts facts = machine.ReadFirmwareFacts();
+  const platform::FirmwareFacts facts = firmware.ReadFacts();
   const auto fill = [](std::wstring& gap, const std::string& fact) {
     if (gap.empty()) gap = String::UTF8ToUTF16(fact);
   };

@@ -6,6 +6,9 @@
 #include "client/identity/machine_firmware.h"
 #include "client/text/record_time.h"
 #include "client/text/string.h"
+#include "platform/machine.h"
+#include "platform/region.h"
+#include "platform/system_facts.h"
 
 using TVK::String;
 
@@ -32,9 +35,9 @@ std::wstring NameOf(std::span<const IsoEntry> table, const std::string& code) {
 std::shared_ptr<const MachineInformation::Facts> MachineInformation::Get() const {
   const std::lock_guard lock(mutex_);
   if (facts_ == nullptr) {
-    facts_ =
-        std::make_shared<const Facts>(Facts{TVK::ReadMachineFirmware(machine_), machine_.ReadOperatingSystemFacts(),
-                                            machine_.ReadRegionFacts(), TVK::System::GetTime(clock_)});
+    facts_ = std::make_shared<const Facts>(Facts{TVK::ReadMachineFirmware(machine_.firmware()),
+                                                 machine_.system().ReadOperatingSystem(), machine_.region().ReadFacts(),
+                                                 TVK::System::GetTime(clock_)});
   }
   return facts_;
 }
@@ -130,7 +133,7 @@ DeviceTraits MachineInformation::traits() const {
 RegionInformation::Facts RegionInformation::Describe(const platform::RegionFacts& region) const {
   const LocaleParts locale = SplitLocaleName(region.locale_name).value_or(LocaleParts{});
   // The nation is the user's own choice; where it says nothing, the locale's territory stands for it.
-  std::string country = String::UTF16ToUTF8(CountryCodeAgent(machine_).ValidateCountryCodeKey(Wide(region.nation)));
+  std::string country = String::UTF16ToUTF8(CountryCodeAgent(region_).ValidateCountryCodeKey(Wide(region.nation)));
   if (country.empty()) country = locale.territory;
   return {.region_name = Wide(region.locale_name),
           .country_name = NameOf(IsoCountries(), country),

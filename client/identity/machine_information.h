@@ -8,7 +8,12 @@
 #include "client/policy/eligibility_filter.h"
 #include "client/smbios/smbios_identity.h"
 #include "platform/clock.h"
-#include "platform/machine.h"
+
+namespace platform {
+class Machine;
+class Region;
+struct RegionFacts;
+}  // namespace platform
 
 /// Facts about device, firmware and operating system, read once and kept until ReInitialize. A fact that no source
 /// supplied is an empty text. Any thread.
@@ -70,7 +75,7 @@ class MachineInformation {
 class RegionInformation {
  public:
   /// Both must outlive the object.
-  RegionInformation(platform::Machine& machine, const platform::Clock& clock) : machine_(machine), clock_(clock) {}
+  RegionInformation(platform::Region& region, const platform::Clock& clock) : region_(region), clock_(clock) {}
 
   struct Facts {
     std::wstring region_name;    ///< The locale, "de-DE".
@@ -84,6 +89,6 @@ class RegionInformation {
   Facts Describe(const platform::RegionFacts& region) const;
 
  private:
-  platform::Machine& machine_;
+  platform::Region& region_;
   const platform::Clock& clock_;
 };

@@ -4,7 +4,9 @@
 
 #include "client/identity/iso_tables.h"
 #include "client/identity/machine_device_id_agent.h"
+#include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/simulated_system.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/smbios_builder.h"
 
@@ -26,9 +28,9 @@ TEST(RegionInformationTest, TakesCountryAndLanguageFromNationAndLocale) {
     const wchar_t* facts;
   };
   VirtualRuntime runtime;
-  SimulatedMachine machine;
-  machine.Change([](auto& state) { state.country_of_nation = {{"94", "DE"}, {"39070", "XX"}}; });
-  const RegionInformation region(machine, runtime.clock());
+  platform::SimulatedRegion machine_region;
+  machine_region.Change([](auto& state) { state.country_of_nation = {{"94", "DE"}, {"39070", "XX"}}; });
+  const RegionInformation region(machine_region, runtime.clock());
   for (const Row& row : {
            Row{"DE", "de-DE", L"DE Germany, de German"},
            Row{"39070", "de-AT", L"AT Austria, de German"},
@@ -37,8 +39,7 @@ TEST(RegionInformationTest, TakesCountryAndLanguageFromNationAndLocale) {
            Row{"", "", L" ,  "},
            Row{"", "xx-YY", L"YY , xx "},
        }) {
-    machine.Change([&](auto& state) { state.region = {row.nation, row.locale, ""}; });
-    const RegionInformation::Facts facts = region.Describe(machine.ReadRegionFacts());
+    const RegionInformation::Facts facts = region.Describe({row.nation, row.locale, ""});
     EXPECT_EQ(facts.country_code + L' ' + facts.country_name + L", " + facts.language_code + L' ' + facts.language_name,
               row.facts);
   }
@@ -57,10 +58,10 @@ TEST(MachineInformationTest, KeepsFactsUntilReInitialize) {
   VirtualRuntime runtime;
   SimulatedMachine machine;
   MachineInformation information(machine, runtime.clock());
-  machine.Change([](auto& state) { state.firmware.product_family = "Notebook X1 Gen 2"; });
+  machine.firmware().Change([](auto& state) { state.facts.product_family = "Notebook X1 Gen 2"; });
   EXPECT_EQ(information.device_brand(), L"Notebook");
   EXPECT_EQ(information.device_subbrand(), L"X1 Gen 2");
-  machine.Change([](auto& state) { state.system.version = "2.0"; });
+  machine.system().Change([](auto& state) { state.facts.version = "2.0"; });
   EXPECT_EQ(information.os_version(), L"1.0");
   information.ReInitialize(true);
   EXPECT_EQ(information.os_version(), L"2.0");
@@ -68,8 +69,8 @@ TEST(MachineInformationTest, KeepsFactsUntilReInitialize) {
 
 TEST(MachineDeviceIdAgentTest, IdsAreStableAndTellNothing) {
   SimulatedMachine machine;
-  machine.Change([](auto& state) { state.smbios = TableWithUuid(); });
-  TVK::MachineDeviceIdAgent agent(machine);
+  machine.firmware().SetSmbios(TableWithUuid());
+  TVK::MachineDeviceIdAgent agent(machine.system(), machine.firmware());
   std::wstring id, again, legacy;
   ASSERT_EQ(agent.GetDeviceID(id), 0u);
   ASSERT_EQ(agent.GetDeviceID(again), 0u);
@@ -79,14 +80,12 @@ TEST(MachineDeviceIdAgentTest, IdsAreStableAndTellNothing) {
   EXPECT_EQ(id.size(), 36u);
   EXPECT_EQ(id.find(L"00112233"), std::wstring::npos);
 
-  machine.Change([](auto& state) { state.smbios.push_back(0); });
+  machine.firmware().Change([](auto& state) { state.smbios.push_back(0); });
   ASSERT_EQ(agent.GetLegacyDeviceID(again), 0u) << "of a table whose length is not what its header says";
   EXPECT_EQ(again, legacy);
 
-  machine.Change([](auto& state) {
-    state.installation_id.clear();
-    state.smbios.clear();
-  });
+  machine.system().Change([](auto& state) { state.installation_id.clear(); });
+  machine.firmware().SetSmbios({});
   std::wstring untouched = L"before";
   EXPECT_NE(agent.GetDeviceID(untouched), 0u);
   EXPECT_NE(agent.GetLegacyDeviceID(untouched), 0u);

@@ -9,7 +9,7 @@
 namespace TVK {
 
 struct SmbiosDump {
-  /// The table in the form of Machine::ReadSmbios. Empty when the bytes are no table.
+  /// The table in the form of Firmware::ReadSmbios. Empty when the bytes are no table.
   std::vector<std::uint8_t> rsmb;
   /// One line in UTF-8. `rsmb` empty: why the bytes are no table. `rsmb` not empty: SMBiosTool::Problem of it.
   std::string problem;

@@ -8,6 +8,7 @@
 
 #include "client/log/wide_format.h"
 #include "client/text/string.h"
+#include "platform/firmware.h"
 #include "platform/smbios_form.h"
 
 namespace {
@@ -39,9 +40,9 @@ std::string ReadProblem(std::uint32_t error) {
 }  // namespace
 
 int SMBiosTool::GetSMBiosBuffer() {
-  if (machine_ != nullptr) {
+  if (firmware_ != nullptr) {
     try {
-      buffer_ = machine_->ReadSmbios(&read_error_);
+      buffer_ = firmware_->ReadSmbios(&read_error_);
     } catch (const std::bad_alloc&) {
       return kErrorNoMemory;
     }

@@ -10,7 +10,10 @@
 #include <vector>
 
 #include "client/log/log.h"
-#include "platform/machine.h"
+
+namespace platform {
+class Firmware;
+}  // namespace platform
 
 /// A structure in the buffer of the SMBiosTool that found it; valid as long as that tool.
 struct _SMBiosBuffer {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the name is its users'
@@ -25,7 +28,7 @@ struct SmbiosSurvey {
   bool ended = false;          ///< A structure "end of table" is among them; others may stand behind it.
 };
 
-/// Owns the whole raw data in the form of Machine::ReadSmbios: a header of 8 bytes, then the structures.
+/// Owns the whole raw data in the form of Firmware::ReadSmbios: a header of 8 bytes, then the structures.
 ///
 /// Firmware is not trusted. A structure counts only when its four first bytes, its formatted part (at least 4 bytes)
 /// and its string set with the two zero bytes at its end lie in the table. The walk ends before the first one that does
@@ -36,8 +39,8 @@ struct SmbiosSurvey {
 /// Call Initialize before, and on one thread; then any thread may look structures up.
 class SMBiosTool {
  public:
-  /// Will load the table of `machine`, which must live until Initialize has succeeded.
-  explicit SMBiosTool(platform::Machine& machine) : machine_(&machine) {}
+  /// Will load the table of `firmware`, which must live until Initialize has succeeded.
+  explicit SMBiosTool(platform::Firmware& firmware) : firmware_(&firmware) {}
 
   /// Holds `rsmb`, a table from a file (see smbios_dump.h), in place of a machine's; Initialize checks it the same way.
   explicit SMBiosTool(std::vector<std::uint8_t> rsmb) : buffer_(std::move(rsmb)) {}
@@ -87,7 +90,7 @@ class SMBiosTool {
   template <typename Visit>
   SmbiosSurvey Walk(Visit visit) const;
 
-  platform::Machine* machine_ = nullptr;  ///< Null: the buffer came with the constructor.
+  platform::Firmware* firmware_ = nullptr;  ///< Null: the buffer came with the constructor.
   std::vector<std::uint8_t> buffer_;
   std::size_t end_ = 0;           ///< Offset behind the last byte of the table; 0 until one was loaded.
   int error_ = -1;                ///< What Initialize returned; below 0 until it did.

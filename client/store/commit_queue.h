@@ -4,14 +4,14 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <span>
-#include <string>
 #include <string_view>
 #include <vector>
 
-#include "client/records/record_kind.h"
+#include "client/store/record_row.h"
 
 namespace TVK {
 
@@ -19,15 +19,13 @@ namespace TVK {
 struct QueuedRecord {
   static constexpr int kNotWritten = -1;
 
-  QueuedRecord(RecordKind its_kind, std::string its_json, std::wstring_view its_dataset_name)
-      : kind(its_kind), json(std::move(its_json)), dataset_name(its_dataset_name) {}
+  QueuedRecord(RecordRow its_row, std::wstring_view its_dataset_name)
+      : row(std::move(its_row)), dataset_name(its_dataset_name) {}
 
-  RecordKind kind;
-  std::string json;
+  RecordRow row;
   std::wstring_view dataset_name;  ///< For log lines.
-  std::string dataset_id;          ///< UTF-8; empty for device contexts.
-  std::string item_id;             ///< UTF-8; empty for contexts.
   int result = kNotWritten;        ///< Set by the commit.
+  std::int64_t sequence = 0;       ///< Where it stands in the file; set with the result 0.
 
  private:
   friend class CommitQueue;

@@ -1,6 +1,6 @@
 #include "client/store/event_data_logging.h"
 
-#include <atomic>
+#include <algorithm>
 #include <exception>
 #include <mutex>
 #include <new>
@@ -8,35 +8,37 @@
 #include "client/records/record_json.h"
 #include "client/store/commit_queue.h"
 #include "client/store/known_contexts.h"
-#include "client/store/record_writer.h"
-#include "client/store/retention.h"
-#include "client/store/sqlite_database.h"
-#include "client/store/store_file.h"
-#include "client/store/store_queries.h"
-#include "client/store/writer_lock.h"
-#include "client/text/path_text.h"
+#include "client/store/loss_log.h"
+#include "client/store/record_row.h"
+#include "client/store/store_connections.h"
 #include "client/text/string.h"
 
 namespace TVK {
 namespace {
 
-std::wstring ErrorText(int code) {
-  if (code == kStoreClosed) return L"the store is closed";
-  return String::UTF8ToUTF16(sqlite3_errstr(code));
+constexpr wchar_t kRead[] = L"EventDataLogging::Read";
+
+// A context that was read.
+template <typename Context>
+struct ReadContext {
+  Context context;
+  std::optional<RecordRow> row;  ///< Nothing when it is not readable.
+  std::int64_t sequence = 0;
+};
+
+std::optional<RecordRow> Parse(std::string_view json, std::string_view device_key, DatasetContext& context) {
+  std::optional<DatasetContext> read = DatasetContextFromJson(json);
+  if (!read) return std::nullopt;
+  context = std::move(*read);
+  return RowOf(context, String::UTF8ToUTF16(device_key));
 }
 
-// The two connections: a reader on its own one does not wait for a flush of the disk.
-struct WritingSide {
-  explicit WritingSide(const StoreLimits& limits) : retention(database, limits) {}
-  Database database;
-  RecordWriter writer{database};
-  Retention retention;
-};
-
-struct ReadingSide {
-  Database database;
-  StoreQueries queries{database};
-};
+std::optional<RecordRow> Parse(std::string_view json, std::string_view /*device_key*/, DeviceContext& context) {
+  std::optional<DeviceContext> read = DeviceContextFromJson(json);
+  if (!read) return std::nullopt;
+  context = std::move(*read);
+  return RowOf(context);
+}
 
 }  // namespace
 
@@ -44,49 +46,89 @@ class EventDataLogging::Impl {
  public:
   Impl(StoreOptions options, const platform::Clock& clock) : options_(std::move(options)), clock_(clock) {
     utility::InitLog(log_, L"EventDataLogging.log", 4);
-    if (std::string problem; !OpenOrBeginAnew(problem)) opening_problem_ = std::move(problem);
+    opening_problem_ = connections_.Open();
+    KeepWithinLimits(0);
   }
 
-  bool is_open() const { return open_; }
+  bool is_open() const { return connections_.is_open(); }
   const std::string& opening_problem() const { return opening_problem_; }
 
-  int Write(QueuedRecord& record) {
-    if (record.json.size() <= kLongestRecordJson) return queue_.Write(record);
+  int Write(RecordRow row, std::wstring_view dataset_name) {
+    QueuedRecord record(std::move(row), dataset_name);
+    if (record.row.json.size() <= kLongestRecordJson) return queue_.Write(record);
     record.result = SQLITE_TOOBIG;
-    LogLoss(record);
+    losses_.LogOne(record);
     return record.result;
   }
 
   // Runs `query` on the reading side and turns the text that it gives into a record.
   template <typename Record, typename Query>
   int Read(Record& record, std::optional<Record> (*from_json)(std::string_view), const Query& query) {
-    std::string json;
-    if (const int code = Ask([&](StoreQueries& queries) { return query(queries, json); }); code != 0) return code;
-    std::optional<Record> read = from_json(json);
-    if (!read) {
-      log_.e(L"%s: a stored record is not readable", L"EventDataLogging::Read");
-      return SQLITE_CORRUPT;
-    }
+    std::optional<Record> read;
+    const int code = Ask([&](StoreQueries& queries) {
+      return query(queries, [&](const FoundRecord& found) { read = from_json(found.json); });
+    });
+    if (code != 0) return code;
+    if (!read) return Unreadable();
     record = std::move(*read);
     return 0;
   }
 
+  // The last context of a dataset's device, of any of them without `key`. What waits to be written is newer than all
+  // that is in the file; when that cannot be read, what was written or given before is the best answer.
   template <typename Context>
-  int ReadLastContext(RecordKind kind, const std::string& dataset_id, Context& context,
-                      std::optional<Context> (*from_json)(std::string_view)) {
-    std::string last;
-    const int code = Read(context, from_json, [&](StoreQueries& queries, std::string& json) {
-      const int found = queries.Last(kind, dataset_id, {}, json);
-      last = json;
-      return found;
+  int ReadLastContext(RecordKind kind, const std::string& dataset_id, const std::optional<std::string>& key,
+                      Context& context) {
+    if (const auto waiting = contexts_.Newest(kind, dataset_id, key, /*only_unwritten=*/true)) {
+      return Give(*waiting, context);
+    }
+    std::vector<ReadContext<Context>> last;
+    if (const int code = ReadContexts(kind, dataset_id, key, 1, last); code != 0) {
+      const auto known = contexts_.Newest(kind, dataset_id, key, /*only_unwritten=*/false);
+      return known ? Give(*known, context) : code;
+    }
+    if (last.empty()) return kStoreNotFound;
+    if (!last.front().row) return Unreadable();
+    context = std::move(last.front().context);
+    return 0;
+  }
+
+  int ReadDeviceContext(const std::string& id, DeviceContext& context) {
+    if (const auto known = contexts_.Get(RecordKind::kDevice, id)) return Give(*known, context);
+    return Read(context, DeviceContextFromJson, [&](StoreQueries& queries, const StoreQueries::Take& take) {
+      return queries.DeviceContextById(id, take);
     });
-    if (code == 0) contexts_.NoteRead(kind, dataset_id, std::move(last));
-    return code;
+  }
+
+  int ReadEarlierContexts(const std::string& dataset_id, const std::optional<std::string>& key,
+                          std::vector<DatasetContext>& contexts) {
+    std::vector<DatasetContext> earlier;
+    const std::vector<RecordRow> waiting = contexts_.Unwritten();
+    for (auto row = waiting.rbegin(); row != waiting.rend(); ++row) {
+      if (row->kind != RecordKind::kDataset || row->dataset_id != dataset_id || (key && row->key != *key)) continue;
+      earlier.emplace_back();
+      static_cast<void>(Give(*row, earlier.back()));
+    }
+    std::vector<ReadContext<DatasetContext>> read;
+    if (const int code = ReadContexts(RecordKind::kDataset, dataset_id, key, kMostEarlierContexts, read); code != 0) {
+      return code;
+    }
+    for (ReadContext<DatasetContext>& each : read) {
+      if (each.row) {
+        earlier.push_back(std::move(each.context));
+      } else {
+        log_.e(L"%s: context %d is not readable and is passed over", kRead, each.sequence);
+      }
+    }
+    if (earlier.size() > kMostEarlierContexts) earlier.resize(kMostEarlierContexts);
+    contexts = std::move(earlier);
+    return 0;
   }
 
   int ReadItems(const std::string& dataset_id, std::int64_t first, std::int64_t end, std::vector<ItemEvent>& events) {
     std::vector<ItemEvent> read;
     const int code = Ask([&](StoreQueries& queries) {
+      read.clear();
       return queries.Items(dataset_id, first, end, [&](std::int64_t id, std::string_view json) {
         if (std::optional<ItemEvent> event = ItemEventFromJson(json)) {
           read.push_back(std::move(*event));
@@ -105,163 +147,141 @@ class EventDataLogging::Impl {
   }
 
  private:
-  // Opens both sides. Leaves the store closed, with an error in the log and in `problem`, when the state is not kReady.
-  StoreFileState Open(std::string& problem) {
-    auto writing = std::make_unique<WritingSide>(options_.limits);
-    StoreFileOpening opening{StoreFileState::kUnavailable, lock_.Take(options_.file)};
-    if (opening.problem.empty()) {
-      opening = OpenStoreForWriting(options_.file, options_.busy_timeout, writing->database);
+  template <typename Question>
+  int Ask(const Question& question) {
+    const int code = connections_.Ask(question);
+    if (code != 0 && code != kStoreNotFound) {
+      log_.e(L"%s: reading failed, error %d (%s)", kRead, code, StoreErrorText(code));
     }
-    auto reading = std::make_unique<ReadingSide>();
-    if (opening.state == StoreFileState::kReady) {
-      int code = writing->writer.Prepare();
-      if (code == SQLITE_OK) code = writing->retention.Prepare();
-      if (code == SQLITE_OK) code = OpenStoreForQueries(options_.file, options_.busy_timeout, reading->database);
-      if (code == SQLITE_OK) code = reading->queries.Prepare();
-      if (code != SQLITE_OK) {
-        // The file says that it is ours: tables that are not as they were made are damage, too.
-        const bool damaged = IsCorruption(code) || code == SQLITE_ERROR;
-        opening = {damaged ? StoreFileState::kDamaged : StoreFileState::kUnavailable, sqlite3_errstr(code)};
-      }
-    }
-    if (opening.state != StoreFileState::kReady) {
-      log_.e(L"%s: %s cannot be used: %s", L"EventDataLogging::Open", WidePath(options_.file),
-             String::UTF8ToUTF16(opening.problem));
-      problem = std::move(opening.problem);
-      return opening.state;
-    }
-    writing_ = std::move(writing);
-    {
-      const std::lock_guard lock(reading_mutex_);
-      reading_ = std::move(reading);
-    }
-    open_ = true;
-    KeepWithinLimits(0);
-    return StoreFileState::kReady;
+    return code;
   }
 
-  // Opens the file, a new one in the place of a damaged one.
-  bool OpenOrBeginAnew(std::string& problem) {
-    StoreFileState state = Open(problem);
-    if (state == StoreFileState::kDamaged && SetFileAside()) state = Open(problem);
-    return state == StoreFileState::kReady;
+  int Unreadable() {
+    log_.e(L"%s: a stored record is not readable", kRead);
+    return SQLITE_CORRUPT;
   }
 
-  void Close() {
-    open_ = false;
-    writing_.reset();
-    const std::lock_guard lock(reading_mutex_);
-    reading_.reset();
+  // What is known was readable when it came to be.
+  template <typename Context>
+  int Give(const RecordRow& known, Context& context) {
+    return Parse(known.json, known.key, context) ? 0 : Unreadable();
   }
 
-  // Before a commit: goes on with another file when this one is damaged or no longer where readers look for it. Tries
-  // again with each commit until there is one.
-  void Mend() {
-    if (damaged_) {
-      lost_file_ = true;
-      if (!SetFileAside()) return;
-      damaged_ = false;
-    } else if (writing_ && writing_->database.FileHasMoved()) {
-      lost_file_ = true;
-      log_.e(L"%s: %s was removed or replaced; the place is opened anew", L"EventDataLogging::Mend",
-             WidePath(options_.file));
-      // A file that was moved away keeps its records, and another one in its place does not get them.
-      static_cast<void>(writing_->database.Execute("PRAGMA wal_checkpoint(TRUNCATE)"));
-      Close();
+  // Newest first, those that are not readable among them; the others are known from now on.
+  template <typename Context>
+  int ReadContexts(RecordKind kind, const std::string& dataset_id, const std::optional<std::string>& key,
+                   std::size_t at_most, std::vector<ReadContext<Context>>& contexts) {
+    const std::lock_guard no_retention(use_mutex_);
+    const int code = Ask([&](StoreQueries& queries) {
+      contexts.clear();
+      return queries.LastContexts(kind, dataset_id, key, at_most, [&](const FoundRecord& found) {
+        ReadContext<Context>& read = contexts.emplace_back();
+        read.row = Parse(found.json, found.key, read.context);
+        read.sequence = found.sequence;
+      });
+    });
+    if (code != 0) return code;
+    for (const ReadContext<Context>& read : contexts) {
+      if (!read.row) continue;
+      if (const int failed = KnowDeviceContextOf(*read.row); failed != 0) return failed;
+      contexts_.NoteGiven(*read.row, read.sequence);
     }
-    if (std::string logged; !lost_file_ || !OpenOrBeginAnew(logged)) return;
-    lost_file_ = false;
-    contexts_due_ = true;
+    return 0;
   }
 
-  // Closes both sides and moves the damaged file out of the way.
-  bool SetFileAside() {
-    Close();
-    std::filesystem::path new_name;
-    const std::string problem = SetAside(options_.file, clock_, new_name);
-    if (!problem.empty()) {
-      log_.e(L"%s: %s is damaged and cannot be renamed: %s", L"EventDataLogging::SetFileAside", WidePath(options_.file),
-             String::UTF8ToUTF16(problem));
-      return false;
-    }
-    log_.e(L"%s: the store was damaged; it is now %s and a new one begins", L"EventDataLogging::SetFileAside",
-           WidePath(new_name));
-    return true;
+  // Whoever is given a context may write it into a file that is begun anew, and there needs what it names.
+  int KnowDeviceContextOf(const RecordRow& row) {
+    const std::string& id = row.device_context_id;
+    if (id.empty() || contexts_.Get(RecordKind::kDevice, id)) return 0;
+    return Ask([&](StoreQueries& queries) {
+      return queries.DeviceContextById(id, [&](const FoundRecord& found) {
+        DeviceContext context;
+        if (auto device = Parse(found.json, found.key, context)) contexts_.NoteGiven(*device, found.sequence);
+      });
+    });
   }
 
   // Runs on the thread that leads the commit.
   void Commit(std::span<QueuedRecord* const> records) {
     try {
-      Mend();
+      RestoreConnections();
       WriteRecords(records);
-      if (writing_ && IsCorruption(FirstError(records))) {
-        damaged_ = true;
-        Mend();
-        std::vector<QueuedRecord*> again;
-        for (QueuedRecord* record : records) {
-          if (record->result != 0) again.push_back(record);
-        }
-        if (writing_) WriteRecords(again);
+      TryAgain(records);
+      KeepWithinLimits(records.size());
+      for (const QueuedRecord* record : records) {
+        const bool waits = record->result != 0 && MayBeWrittenLater(record->result);
+        if (waits && record->row.kind != RecordKind::kItem) contexts_.NoteWritten(record->row, 0);
       }
-      Tell(records);
-      if (writing_) KeepWithinLimits(records.size());
     } catch (const std::bad_alloc&) {
       FailUnwritten(records, SQLITE_NOMEM);
     } catch (const std::exception&) {
       FailUnwritten(records, SQLITE_ERROR);
     }
-    ReportLosses(records);
+    losses_.Report(records);
   }
 
-  // The losses themselves, and their number when it is over: on a full disk the lines about them are lost, too.
-  void ReportLosses(std::span<QueuedRecord* const> records) {
-    bool written = false;
-    for (const QueuedRecord* record : records) {
-      written = written || record->result == 0;
-      if (record->result == 0) continue;
-      LogLoss(*record);
-      ++lost_records_;
+  void RestoreConnections() {
+    if (!connections_.Restore()) return;
+    contexts_.Locate([this](RecordKind kind, const std::string& context_id) {
+      return connections_.writing()->writer.FindContext(kind, context_id);
+    });
+    KeepWithinLimits(0);
+  }
+
+  // Once more what something passing may have stopped, in the file as a fresh opening finds it when it seems damaged.
+  void TryAgain(std::span<QueuedRecord* const> records) {
+    std::vector<QueuedRecord*> again;
+    bool damaged = false;
+    for (QueuedRecord* record : records) {
+      damaged = damaged || IsCorruption(record->result);
+      if (IsCorruption(record->result) || MayPass(record->result)) again.push_back(record);
     }
-    if (!written || lost_records_ == 0) return;
-    log_.i(L"%s: records are written again, lost before: %d", L"EventDataLogging::Write", lost_records_);
-    lost_records_ = 0;
+    if (again.empty()) return;
+    if (damaged) {
+      connections_.Suspect();
+      RestoreConnections();
+    }
+    WriteRecords(again);
+    // A connection that fails again may be what is wrong.
+    if (std::ranges::any_of(again, [](const QueuedRecord* record) { return MayPass(record->result); })) {
+      connections_.Suspect();
+    }
   }
 
+  // The contexts that wait go ahead, since the records may name them.
   void WriteRecords(std::span<QueuedRecord* const> records) {
-    if (!writing_) {
+    StoreConnections::WritingSide* const writing = connections_.writing();
+    if (writing == nullptr) {
       for (QueuedRecord* record : records)
         record->result = kStoreClosed;
       return;
     }
-    if (contexts_due_) {
-      WriteWithContexts(records);
-    } else {
-      writing_->writer.Write(records, clock_.NowSeconds());
+    std::vector<QueuedRecord> waiting;
+    for (RecordRow& row : contexts_.Unwritten())
+      waiting.emplace_back(std::move(row), L"context");
+    std::vector<QueuedRecord*> contexts;
+    for (QueuedRecord& context : waiting)
+      contexts.push_back(&context);
+    writing->writer.Write(contexts, records, clock_.NowSeconds());
+    for (const QueuedRecord* context : contexts) {
+      // It was not known when it was remembered that it names what nobody has.
+      if (context->result == kStoreUnknownContext) contexts_.Forget(context->row.kind, context->row.context_id);
     }
-    for (const QueuedRecord* record : records) {
-      if (record->result == 0) contexts_.NoteWritten(*record);
-    }
+    NoteAndTell(contexts);
+    NoteAndTell(records);
   }
 
-  // Into a file that was begun in this run: the contexts that the records refer to stand in the former one.
-  void WriteWithContexts(std::span<QueuedRecord* const> records) {
-    std::vector<QueuedRecord> contexts = contexts_.Records();
-    std::vector<QueuedRecord*> all;
-    all.reserve(contexts.size() + records.size());
-    for (QueuedRecord& context : contexts)
-      all.push_back(&context);
-    all.insert(all.end(), records.begin(), records.end());
-    writing_->writer.Write(all, clock_.NowSeconds());
-    const std::span<QueuedRecord* const> written(all.data(), contexts.size());
-    contexts_due_ = FirstError(written) != 0;
-    Tell(written);
-  }
-
-  static int FirstError(std::span<QueuedRecord* const> records) {
+  void NoteAndTell(std::span<QueuedRecord* const> records) {
     for (const QueuedRecord* record : records) {
-      if (record->result != 0) return record->result;
+      if (record->result != 0 || record->row.kind == RecordKind::kItem) continue;
+      contexts_.NoteWritten(record->row, record->sequence);
+      static_cast<void>(KnowDeviceContextOf(record->row));
     }
-    return 0;
+    const std::lock_guard lock(listener_mutex_);
+    if (!listener_) return;
+    for (const QueuedRecord* record : records) {
+      if (record->result == 0) listener_(record->row.kind, record->row.json);
+    }
   }
 
   static void FailUnwritten(std::span<QueuedRecord* const> records, int code) {
@@ -270,61 +290,31 @@ class EventDataLogging::Impl {
     }
   }
 
-  void Tell(std::span<QueuedRecord* const> records) {
-    const std::lock_guard lock(listener_mutex_);
-    if (!listener_) return;
-    for (const QueuedRecord* record : records) {
-      if (record->result == 0) listener_(record->kind, record->json);
-    }
-  }
-
-  void LogLoss(const QueuedRecord& record) const {
-    log_.e(L"%s: a record of dataset %s is lost, error %d (%s)", L"EventDataLogging::Write", record.dataset_name,
-           record.result, ErrorText(record.result));
-  }
-
   void KeepWithinLimits(std::size_t written) {
-    Retention& retention = writing_->retention;
+    if (connections_.writing() == nullptr) return;
+    Retention& retention = connections_.writing()->retention;
     const bool knew = retention.stays_too_large();
-    if (const int code = retention.AfterCommit(written, clock_.NowSeconds()); code != SQLITE_OK) {
+    const std::lock_guard no_new_use(use_mutex_);
+    if (const int code = retention.AfterCommit(written, clock_.NowSeconds(), contexts_); code != SQLITE_OK) {
       log_.e(L"%s: old records could not be removed, error %d (%s)", L"EventDataLogging::Retention", code,
-             ErrorText(code));
+             StoreErrorText(code));
+      if (IsCorruption(code)) connections_.Suspect();
     }
     if (knew || !retention.stays_too_large()) return;
     log_.e(L"%s: the store stays larger than its limit of %d bytes: what is left in it may not go",
            L"EventDataLogging::Retention", options_.limits.max_bytes);
   }
 
-  template <typename Question>
-  int Ask(const Question& question) {
-    const std::lock_guard lock(reading_mutex_);
-    if (!reading_) return kStoreClosed;
-    const int code = question(reading_->queries);
-    if (IsCorruption(code)) damaged_ = true;
-    if (code != 0 && code != kStoreNotFound) {
-      log_.e(L"%s: reading failed, error %d (%s)", L"EventDataLogging::Read", code, ErrorText(code));
-    }
-    return code;
-  }
-
   const StoreOptions options_;
   const platform::Clock& clock_;
   Log log_;
-  std::atomic<bool> open_ = false;
-  std::string opening_problem_;        ///< Constant once constructed.
-  std::atomic<bool> damaged_ = false;  ///< A reader met damage: the next commit replaces the file.
-
+  std::string opening_problem_;  ///< Constant once constructed.
   KnownContexts contexts_;
+  StoreConnections connections_{options_, clock_, log_};
+  LossLog losses_{log_};
 
-  // What follows belongs to the thread that leads the commit.
-  WriterLock lock_;                       ///< Ahead of the database, so that it is given back after that was closed.
-  std::unique_ptr<WritingSide> writing_;  ///< Null: closed.
-  bool lost_file_ = false;                ///< The file of this run is gone and there is no other one yet.
-  std::uint64_t lost_records_ = 0;        ///< Since the last one that was written.
-  bool contexts_due_ = false;             ///< The contexts in force are to be written before the next record.
-
-  std::mutex reading_mutex_;  ///< Guards reading_.
-  std::unique_ptr<ReadingSide> reading_;
+  /// Held while a context is read and noted as in use, and while retention removes what is not in use.
+  std::mutex use_mutex_;
 
   std::mutex listener_mutex_;  ///< Guards listener_ and is held while it is called.
   RecordListener listener_;
@@ -345,48 +335,56 @@ const std::string& EventDataLogging::opening_problem() const {
 }
 
 int EventDataLogging::LogItemEvent(const ItemEvent& event) {
-  QueuedRecord record(RecordKind::kItem, ToJson(event), event.dataset_name());
-  record.dataset_id = String::UTF16ToUTF8(event.dataset_id());
-  record.item_id = String::UTF16ToUTF8(event.item_id());
-  return impl_->Write(record);
+  return impl_->Write(RowOf(event), event.dataset_name());
 }
 
-int EventDataLogging::LogDatasetContext(const DatasetContext& context) {
-  QueuedRecord record(RecordKind::kDataset, ToJson(context), context.dataset_name());
-  record.dataset_id = String::UTF16ToUTF8(context.dataset_id());
-  return impl_->Write(record);
+int EventDataLogging::LogDatasetContext(const DatasetContext& context, const std::wstring& device_key) {
+  return impl_->Write(RowOf(context, device_key), context.dataset_name());
 }
 
 int EventDataLogging::LogDeviceContext(const DeviceContext& context) {
-  QueuedRecord record(RecordKind::kDevice, ToJson(context), L"device context");
-  return impl_->Write(record);
+  return impl_->Write(RowOf(context), L"device context");
 }
 
 int EventDataLogging::GetLastItemEventWithItemId(const std::wstring& dataset_id, const std::wstring& item_id,
                                                  ItemEvent& event, utility::EGetDBPathMethod /*method*/) const {
-  return impl_->Read(event, ItemEventFromJson, [&](StoreQueries& queries, std::string& json) {
-    return queries.Last(RecordKind::kItem, String::UTF16ToUTF8(dataset_id), String::UTF16ToUTF8(item_id), json);
+  const std::string dataset = String::UTF16ToUTF8(dataset_id);
+  const std::string item = String::UTF16ToUTF8(item_id);
+  return impl_->Read(event, ItemEventFromJson, [&](StoreQueries& queries, const StoreQueries::Take& take) {
+    return queries.LastItem(dataset, item, take);
   });
 }
 
 int EventDataLogging::GetLastDatasetContext(const std::wstring& dataset_id, DatasetContext& context,
                                             utility::EGetDBPathMethod /*method*/) const {
-  return impl_->ReadLastContext(RecordKind::kDataset, String::UTF16ToUTF8(dataset_id), context, DatasetContextFromJson);
+  return impl_->ReadLastContext(RecordKind::kDataset, String::UTF16ToUTF8(dataset_id), std::nullopt, context);
+}
+
+int EventDataLogging::GetLastDatasetContextOfDevice(const std::wstring& dataset_id, const std::wstring& device_key,
+                                                    DatasetContext& context) const {
+  return impl_->ReadLastContext(RecordKind::kDataset, String::UTF16ToUTF8(dataset_id), String::UTF16ToUTF8(device_key),
+                                context);
 }
 
 int EventDataLogging::GetLastDeviceContext(DeviceContext& context, utility::EGetDBPathMethod /*method*/) const {
-  return impl_->ReadLastContext(RecordKind::kDevice, {}, context, DeviceContextFromJson);
+  return impl_->ReadLastContext(RecordKind::kDevice, {}, std::string(), context);
 }
 
 int EventDataLogging::GetDeviceContext(const std::wstring& device_context_id, DeviceContext& context) const {
-  return impl_->Read(context, DeviceContextFromJson, [&](StoreQueries& queries, std::string& json) {
-    return queries.DeviceContextById(String::UTF16ToUTF8(device_context_id), json);
-  });
+  return impl_->ReadDeviceContext(String::UTF16ToUTF8(device_context_id), context);
+}
+
+int EventDataLogging::GetEarlierDatasetContexts(const std::wstring& dataset_id, std::vector<DatasetContext>& contexts,
+                                                const std::optional<std::wstring>& device_key) const {
+  std::optional<std::string> key;
+  if (device_key) key = String::UTF16ToUTF8(*device_key);
+  return impl_->ReadEarlierContexts(String::UTF16ToUTF8(dataset_id), key, contexts);
 }
 
 int EventDataLogging::GetLastItemEventOfAnyDataset(const std::wstring& item_id, ItemEvent& event) const {
-  return impl_->Read(event, ItemEventFromJson, [&](StoreQueries& queries, std::string& json) {
-    return queries.LastItemOfAnyDataset(String::UTF16ToUTF8(item_id), json);
+  const std::string item = String::UTF16ToUTF8(item_id);
+  return impl_->Read(event, ItemEventFromJson, [&](StoreQueries& queries, const StoreQueries::Take& take) {
+    return queries.LastItemOfAnyDataset(item, take);
   });
 }
 

@@ -4,10 +4,12 @@
 // that meet are committed together, so that eight of them do not cost eight flushes of the disk.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,12 +28,16 @@ enum class EGetDBPathMethod { kDefault = 0 };
 /// What the store's operations return besides 0. SQLite's own primary result codes (sqlite.org/rescode.html) come
 /// through as they are; they are all below 1000.
 enum StoreError : int {
-  kStoreNotFound = 1001,  ///< No record answers the question.
-  kStoreClosed = 1002,    ///< The store could not be opened.
+  kStoreNotFound = 1001,        ///< No record answers the question.
+  kStoreClosed = 1002,          ///< The store could not be opened.
+  kStoreUnknownContext = 1003,  ///< The record names a context that the store neither has nor remembers.
 };
 
 /// The store's file in a data folder.
 inline constexpr char kStoreFileName[] = "records.db";
+
+/// How many earlier contexts of a dataset are given at most.
+inline constexpr std::size_t kMostEarlierContexts = 200;
 
 struct StoreLimits {
   /// When the records take more than this many bytes, the oldest item events go. Free space inside the file does not
@@ -53,34 +59,62 @@ struct StoreOptions {
 using RecordListener = std::function<void(RecordKind kind, const std::string& json)>;
 
 /// Any thread may call every operation. "Last" means the one written last.
+///
+/// Contexts. A dataset describes one thing or several devices of a kind; its contexts are kept by dataset and device
+/// key, a text that tells the dataset's devices apart (a battery's id, a hashed serial number), stands in no record and
+/// is empty for a dataset that describes one thing.
+/// - No record stands in the store with the id of a context that the store lacks: one that names an unknown context is
+///   refused with kStoreUnknownContext, which is logged once for each id. An empty id names none.
+/// - A context that could not be written (disk full, busy, closed) is remembered as long as the process runs: it is
+///   written in one transaction with, and ahead of, the next record that can be. In the meantime the questions below
+///   answer with it, and whoever was told that writing it failed goes on with its id. Until two newer ones of its
+///   series followed, that is; what is longer than a record may be, or names an unknown context itself, is not
+///   remembered.
+/// - Retention leaves alone the last context of each dataset's device, the last device context, what a kept record
+///   names, and what this process wrote or was given by one of the questions below, until it wrote two newer ones of
+///   the same dataset and device. Nobody has to hold or release anything.
+/// - A store that is begun anew while the process runs is given all of the latter.
 class EventDataLogging {
  public:
-  /// Opens the database, or makes it. A file that is corrupt or no database is renamed to
-  /// "NAME.corrupt-YYYYMMDDTHHMMSS", an error is logged, and a new one begun. When that fails too, the object exists
-  /// and every operation returns kStoreClosed. `clock` must outlive it.
+  /// Opens the database, or makes it. Damage that two openings, one after the other, find in a file that can be read to
+  /// its end has the file renamed to "NAME.corrupt-YYYYMMDDTHHMMSS", an error logged, and a new one begun. What passes
+  /// (a read that failed, no memory, too many open files) is tried three times. A database of another program or of a
+  /// newer version is left as it is. When there is no way to open a file, the object is closed: every operation returns
+  /// kStoreClosed, and each record to be written tries again. `clock` must outlive the object.
   EventDataLogging(StoreOptions options, const platform::Clock& clock);
   ~EventDataLogging();
   EventDataLogging(const EventDataLogging&) = delete;
   EventDataLogging& operator=(const EventDataLogging&) = delete;
 
   bool is_open() const;
-  /// Why the constructor could not open the store; empty when it could.
+  /// What a person should know of the constructor's opening: why it failed or, when it did not, that a damaged file was
+  /// set aside or that the file had been cut to nothing. Empty in most cases.
   const std::string& opening_problem() const;
 
-  /// 0 when the record is durable, else the reason; an error is then logged and nothing was written.
+  /// 0 when the record is durable, else the reason; an error is then logged and nothing was written. A passing failure
+  /// was tried twice.
   int LogItemEvent(const ItemEvent& event);
-  int LogDatasetContext(const DatasetContext& context);
+  int LogDatasetContext(const DatasetContext& context, const std::wstring& device_key = {});
   int LogDeviceContext(const DeviceContext& context);
 
   /// 0 when found, kStoreNotFound when there is none, else the reason. The output stays untouched unless 0 is returned.
   int GetLastItemEventWithItemId(const std::wstring& dataset_id, const std::wstring& item_id, ItemEvent& event,
                                  utility::EGetDBPathMethod method = {}) const;
+  /// The newest of the dataset, whichever of its devices it describes.
   int GetLastDatasetContext(const std::wstring& dataset_id, DatasetContext& context,
                             utility::EGetDBPathMethod method = {}) const;
+  int GetLastDatasetContextOfDevice(const std::wstring& dataset_id, const std::wstring& device_key,
+                                    DatasetContext& context) const;
   int GetLastDeviceContext(DeviceContext& context, utility::EGetDBPathMethod method = {}) const;
   int GetDeviceContext(const std::wstring& device_context_id, DeviceContext& context) const;
   /// The last item event with this item id in any dataset.
   int GetLastItemEventOfAnyDataset(const std::wstring& item_id, ItemEvent& event) const;
+
+  /// The earlier contexts of the dataset for reuse, newest first, at most kMostEarlierContexts: of all its devices, or
+  /// of the one with `device_key`. 0, with an empty list when there are none, else the reason and `contexts` untouched.
+  /// Contexts that are not readable are logged and passed over.
+  int GetEarlierDatasetContexts(const std::wstring& dataset_id, std::vector<DatasetContext>& contexts,
+                                const std::optional<std::wstring>& device_key = std::nullopt) const;
 
   /// The item events of `dataset_id` whose record ids lie in [first_id, end_id), in ascending order of the ids. Record
   /// ids count all item events of the store from 1 in the order of writing and are never used twice.

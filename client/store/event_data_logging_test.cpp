@@ -121,12 +121,17 @@ TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOf
   std::vector<std::thread> writers;
   for (int writer = 0; writer < kWriters; ++writer) {
     writers.emplace_back([&, writer] {
+      const std::wstring context_id = L"C" + std::to_wstring(writer);
+      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, context_id), context_id), 0);
       ItemEvent last;
+      DatasetContext context;
       for (int i = 0; i < kEach; ++i) {
         const std::wstring item_id = L"I" + std::to_wstring(writer);
-        EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, item_id, std::to_wstring(i))), 0);
+        EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, item_id, std::to_wstring(i), context_id)), 0);
         EXPECT_EQ(store.GetLastItemEventWithItemId(kCpu, item_id, last), 0);
         EXPECT_EQ(ValueOf(last), std::to_wstring(i)) << "a record that was reported as written is not there";
+        EXPECT_EQ(store.GetLastDatasetContextOfDevice(kCpu, context_id, context), 0);
+        EXPECT_EQ(context.dataset_context_id(), context_id);
       }
     });
   }
@@ -135,8 +140,8 @@ TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOf
   store.SetRecordListener(nullptr);
 
   EXPECT_EQ(StoredTexts(), heard);
-  EXPECT_EQ(heard.size(), std::size_t{kWriters * kEach});
-  EXPECT_EQ(Stored().back().sequence, kWriters * kEach);
+  EXPECT_EQ(heard.size(), std::size_t{kWriters * (kEach + 1)});
+  EXPECT_EQ(Stored().back().sequence, kWriters * (kEach + 1));
 }
 
 TEST_F(EventDataLoggingTest, ALockedDatabaseCostsTheRecordAndNothingElse) {
@@ -236,10 +241,10 @@ TEST_F(EventDataLoggingTest, OldItemsGoWhateverDateStandsAheadOfThem) {
     std::filesystem::remove(file());
     { EXPECT_EQ(EventDataLogging(options(), clock()).LogItemEvent(MakeItem(kCpu, L"I1", L"first")), 0); }
     const auto append = [&](std::int64_t count, std::int64_t age) {
-      ExecuteOutside("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-                     std::to_string(count) + ") INSERT INTO record SELECT i + m, 1, i + m, " +
-                     std::to_string(clock().NowSeconds() - age) +
-                     ", '{}' FROM n, (SELECT max(sequence) AS m FROM record)");
+      ExecuteOutside(
+          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " + std::to_string(count) +
+          ") INSERT INTO record(sequence, series, number, written, json) SELECT i + m, 1, i + m, " +
+          std::to_string(clock().NowSeconds() - age) + ", '{}' FROM n, (SELECT max(sequence) AS m FROM record)");
     };
     append(kAhead, row.ahead_age);
     append(50, row.behind_age);
@@ -269,9 +274,9 @@ TEST_F(EventDataLoggingTest, SupersededContextsGoWithoutAnItemThatGoes) {
     ExecuteOutside(
         "UPDATE record SET written = written - 8640000 WHERE sequence < 3;"
         "WITH RECURSIVE n(i) AS (SELECT 5 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-        std::to_string(kMany) + ") INSERT INTO record SELECT i, 1 + i % 2, i, " +
-        std::to_string(clock().NowSeconds() - 8640000) +
-        ", json_object('dataset_context_id', 'C' || i, 'device_context_id', 'D' || i) FROM n");
+        std::to_string(kMany) +
+        ") INSERT INTO record(sequence, series, number, written, json) SELECT i, 1 + i % 2, i, " +
+        std::to_string(clock().NowSeconds() - 8640000) + ", '{}' FROM n");
     {
       EventDataLogging store(unlimited, clock());
       EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"young", L"D0")), 0);
@@ -302,12 +307,14 @@ TEST_F(EventDataLoggingTest, SizeStaysBoundedAndContextsLiveAsLongAsTheirEvents)
   limited.limits.max_bytes = 256 << 10;
   EventDataLogging store(limited, clock());
   // One context of each kind for every four events; the first ones are referred to by an event that stays.
-  EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I2", L"rhythm", L"C0", L"D0")), 0);
   for (int i = 0; i < 1200; ++i) {
     const std::wstring context = std::to_wstring(i / 4);
     if (i % 4 == 0) {
       ASSERT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D" + context)), 0);
       ASSERT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C" + context, L"D" + context)), 0);
+    }
+    if (i == 0) {
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I2", L"rhythm", L"C0", L"D0")), 0);
     }
     ASSERT_EQ(store.LogItemEvent(
                   MakeItem(kCpu, L"I1", std::to_wstring(i) + std::wstring(200, L'.'), L"C" + context, L"D" + context)),

@@ -1,32 +1,65 @@
-// The contexts that records of this run refer to, so that a store that is begun anew can be given them.
+// The contexts that this run of the process refers to, or may begin to refer to: those that it wrote, tried to write,
+// or was given by the store.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
-#include <map>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "client/store/commit_queue.h"
+#include "client/store/record_row.h"
 
 namespace TVK {
 
-/// Remembers the last device context and the last context of each dataset, as JSON. Any thread.
+/// What the store owes to them: retention leaves them alone, one that is not in the file yet is written ahead of the
+/// next record, and a file that is begun anew is given them all. Contexts without an id cannot be referred to and are
+/// not kept.
+///
+/// One that was written in this run goes when two newer ones of its series were (dataset and device; for device
+/// contexts all are one series), and so does one that was given: whoever still held it has changed to a newer one, and
+/// the one before the newest stays for records that are on their way. A device context stays as long as a dataset
+/// context here names it. What was only given stays until then, at most a list of earlier contexts for each dataset.
+/// Any thread.
 class KnownContexts {
  public:
-  /// To be called with each record that was written; item events are passed over.
-  void NoteWritten(const QueuedRecord& record);
-  /// To be called with the last context that the store gave; one that was written in this run is newer and stays.
-  void NoteRead(RecordKind kind, const std::string& dataset_id, std::string json);
+  /// A context that was written, or could not be: `sequence` is its place in the file, 0 when it is not in it.
+  void NoteWritten(const RecordRow& row, std::int64_t sequence);
+  /// One that the store gave. Those that are known already stay as they are.
+  void NoteGiven(RecordRow row, std::int64_t sequence);
+  /// One that turned out to name a context that nobody has.
+  void Forget(RecordKind kind, const std::string& context_id);
 
-  /// As records to be written: the device context first, since the others refer to it.
-  std::vector<QueuedRecord> Records() const;
+  std::optional<RecordRow> Get(RecordKind kind, const std::string& context_id) const;
+
+  /// The newest that is known of a dataset's device, of any of its devices without `key`, and for the kind kDevice of
+  /// all; only such as are not in the file when `only_unwritten`.
+  std::optional<RecordRow> Newest(RecordKind kind, const std::string& dataset_id, const std::optional<std::string>& key,
+                                  bool only_unwritten) const;
+
+  /// Those that are not in the file, in the order in which they are to be written: device contexts first, since the
+  /// others refer to them, older ones ahead of newer ones.
+  std::vector<RecordRow> Unwritten() const;
+  /// The places of the others.
+  std::vector<std::int64_t> Sequences() const;
+
+  /// After the file was opened again, perhaps another one: asks of each context where it stands in it (0: nowhere).
+  void Locate(const std::function<std::int64_t(RecordKind kind, const std::string& context_id)>& find);
 
  private:
-  mutable std::mutex mutex_;  ///< Guards json_.
-  /// By kind and dataset id; the device context comes first.
-  std::map<std::pair<RecordKind, std::string>, std::string, std::greater<>> json_;
+  struct Entry {
+    RecordRow row;
+    std::int64_t age = 0;       ///< The larger, the newer. Below 0: given, from before this run.
+    std::int64_t sequence = 0;  ///< Where it stands in the file; 0: it does not.
+  };
+  std::size_t IndexOf(RecordKind kind, const std::string& context_id) const;  ///< The number of entries: unknown.
+  void DropSuperseded(const RecordRow& newest);
+
+  mutable std::mutex mutex_;  ///< Guards what follows.
+  std::vector<Entry> entries_;
+  std::int64_t next_age_ = 0;
 };
 
 }  // namespace TVK

@@ -22,11 +22,12 @@ std::unique_ptr<RecordReader> RecordReader::Open(const std::filesystem::path& fi
                                                  bool* no_store) {
   auto impl = std::make_unique<Impl>();
   const StoreFileOpening opening = OpenStoreReadOnly(file, impl->database);
-  if (opening.state == StoreFileState::kReady &&
-      impl->change_counter.Prepare(impl->database, "PRAGMA data_version") == SQLITE_OK) {
-    return std::unique_ptr<RecordReader>(new RecordReader(std::move(impl)));
+  problem = opening.problem;
+  if (opening.state == StoreFileState::kReady) {
+    const int code = impl->change_counter.Prepare(impl->database, "PRAGMA data_version");
+    if (code == SQLITE_OK) return std::unique_ptr<RecordReader>(new RecordReader(std::move(impl)));
+    problem = impl->database.Message(code);
   }
-  problem = opening.problem.empty() ? impl->database.Message() : opening.problem;
   if (no_store != nullptr) {
     *no_store = opening.state == StoreFileState::kMissing || opening.state == StoreFileState::kForeign;
   }
@@ -63,7 +64,7 @@ bool RecordReader::Read(const RecordQuery& query, std::vector<StoredRecord>& rec
                       run.Number(4) != 0});
     }
   }
-  if (code != SQLITE_DONE) problem = impl_->database.Message();
+  if (code != SQLITE_DONE) problem = impl_->database.Message(code);
   std::ranges::reverse(read);
   records = std::move(read);
   return code == SQLITE_DONE;

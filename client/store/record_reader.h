@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,13 +21,13 @@ struct RecordQuery {
   /// Written at or after this moment, seconds since 1970.
   std::optional<std::int64_t> since_seconds = std::nullopt;
   /// Only records with a larger sequence number.
-  std::int64_t after_sequence = 0;
+  std::int64_t after_sequence = std::numeric_limits<std::int64_t>::min();
   /// The newest so many.
   std::optional<std::uint64_t> limit = std::nullopt;
 };
 
 struct StoredRecord {
-  std::int64_t sequence = 0;  ///< The order of writing over all kinds; never used twice.
+  std::int64_t sequence = 0;  ///< The order of writing over all kinds; never used twice. Placeholders: below 0.
   RecordKind kind = RecordKind::kItem;
   std::int64_t written_seconds = 0;  ///< When the store took it, seconds since 1970.
   std::string json;                  ///< As client/records/record_json.h writes it.

@@ -1,6 +1,17 @@
 #include "client/store/record_writer.h"
 
+#include "client/store/event_data_logging.h"
+
 namespace TVK {
+namespace {
+
+void SetResults(std::span<QueuedRecord* const> records, int code) {
+  for (QueuedRecord* record : records) {
+    if (code != SQLITE_OK || record->result != kStoreUnknownContext) record->result = code;
+  }
+}
+
+}  // namespace
 
 int RecordWriter::Prepare() {
   struct {
@@ -14,9 +25,14 @@ int RecordWriter::Prepare() {
       {last_item_number_,
        "SELECT r.number FROM record r CROSS JOIN series s ON s.id = r.series WHERE s.kind = 0"
        " ORDER BY r.sequence DESC LIMIT 1"},
-      {find_series_, "SELECT id FROM series WHERE kind = ?1 AND dataset_id = ?2 AND item_id = ?3"},
-      {add_series_, "INSERT INTO series(kind, dataset_id, item_id) VALUES(?1, ?2, ?3)"},
-      {insert_, "INSERT INTO record(sequence, series, number, written, json) VALUES(?1, ?2, ?3, ?4, ?5)"},
+      {find_series_, "SELECT id FROM series WHERE kind = ?1 AND dataset_id = ?2 AND key = ?3"},
+      {add_series_, "INSERT INTO series(kind, dataset_id, key) VALUES(?1, ?2, ?3)"},
+      {find_context_,
+       "SELECT r.sequence FROM record r CROSS JOIN series s ON s.id = r.series"
+       " WHERE r.context_id = ?1 AND s.kind = ?2 ORDER BY r.sequence DESC LIMIT 1"},
+      {insert_,
+       "INSERT INTO record(sequence, series, number, written, dataset_context, device_context, context_id, json)"
+       " VALUES(?1, ?2, ?3, ?4, nullif(?5, 0), nullif(?6, 0), nullif(?7, ''), ?8)"},
   };
   for (const auto& [statement, sql] : statements) {
     if (const int code = statement.Prepare(database_, sql); code != SQLITE_OK) return code;
@@ -24,24 +40,35 @@ int RecordWriter::Prepare() {
   return SQLITE_OK;
 }
 
-void RecordWriter::Write(std::span<QueuedRecord* const> records, std::int64_t now_seconds) {
-  int code = WriteTogether(records, now_seconds);
-  const bool one_by_one = code != SQLITE_OK && began_ && records.size() > 1;
+void RecordWriter::Write(std::span<QueuedRecord* const> contexts, std::span<QueuedRecord* const> records,
+                         std::int64_t now_seconds) {
+  int code = WriteTogether(contexts, records, now_seconds);
+  // When not even a transaction could be begun, each by itself would only wait for the same answer.
+  if (code == SQLITE_OK || !began_ || contexts.size() + records.size() <= 1) return;
+  if (!contexts.empty()) code = WriteTogether(contexts, {}, now_seconds);
+  if (!contexts.empty() && code != SQLITE_OK) return SetResults(records, code);
   for (QueuedRecord* const& record : records) {
-    // When not even a transaction could be begun, the others would only wait for the same answer.
-    if (one_by_one && began_) code = WriteTogether({&record, 1}, now_seconds);
-    record->result = code;
+    if (began_) {
+      code = WriteTogether({}, {&record, 1}, now_seconds);
+    } else {
+      record->result = code;
+    }
   }
 }
 
-int RecordWriter::WriteTogether(std::span<QueuedRecord* const> records, std::int64_t now_seconds) {
+int RecordWriter::WriteTogether(std::span<QueuedRecord* const> contexts, std::span<QueuedRecord* const> records,
+                                std::int64_t now_seconds) {
   int code = Begin();
   began_ = code == SQLITE_OK;
-  for (QueuedRecord* record : records) {
-    if (code == SQLITE_OK) code = Insert(*record, now_seconds);
+  for (const auto& part : {contexts, records}) {
+    for (QueuedRecord* record : part) {
+      if (code == SQLITE_OK) code = Insert(*record, now_seconds);
+    }
   }
   if (code == SQLITE_OK) code = Run(commit_).Finish();
   if (code != SQLITE_OK) database_.Rollback();
+  SetResults(contexts, code);
+  SetResults(records, code);
   return code;
 }
 
@@ -59,9 +86,9 @@ int RecordWriter::Begin() {
   return SQLITE_OK;
 }
 
-int RecordWriter::FindSeries(const QueuedRecord& record, std::int64_t& series) {
+int RecordWriter::FindSeries(const RecordRow& row, std::int64_t& series) {
   const auto bind = [&](Run& run) -> Run& {
-    return run.Bind(1, static_cast<std::int64_t>(record.kind)).Bind(2, record.dataset_id).Bind(3, record.item_id);
+    return run.Bind(1, static_cast<std::int64_t>(row.kind)).Bind(2, row.dataset_id).Bind(3, row.key);
   };
   Run find(find_series_);
   int code = bind(find).Step();
@@ -76,19 +103,51 @@ int RecordWriter::FindSeries(const QueuedRecord& record, std::int64_t& series) {
   return code;
 }
 
-int RecordWriter::Insert(const QueuedRecord& record, std::int64_t now_seconds) {
+// Gives 0 for the empty id, kStoreUnknownContext when there is no such context.
+int RecordWriter::FindReference(RecordKind kind, const std::string& context_id, std::int64_t& sequence) {
+  sequence = 0;
+  if (context_id.empty()) return SQLITE_OK;
+  Run find(find_context_);
+  const int code = find.Bind(1, context_id).Bind(2, static_cast<std::int64_t>(kind)).Step();
+  if (code == SQLITE_DONE) return kStoreUnknownContext;
+  if (code != SQLITE_ROW) return code;
+  sequence = find.Number(0);
+  return SQLITE_OK;
+}
+
+std::int64_t RecordWriter::FindContext(RecordKind kind, const std::string& context_id) {
+  std::int64_t sequence = 0;
+  return FindReference(kind, context_id, sequence) == SQLITE_OK ? sequence : 0;
+}
+
+// What the transaction goes on with: a record that is refused is no failure of it.
+int RecordWriter::Insert(QueuedRecord& record, std::int64_t now_seconds) {
+  const RecordRow& row = record.row;
+  record.result = QueuedRecord::kNotWritten;
+  std::int64_t dataset_context = 0;
+  std::int64_t device_context = 0;
+  int code = FindReference(RecordKind::kDataset, row.dataset_context_id, dataset_context);
+  if (code == SQLITE_OK) code = FindReference(RecordKind::kDevice, row.device_context_id, device_context);
+  if (code == kStoreUnknownContext) {
+    record.result = code;
+    return SQLITE_OK;
+  }
   std::int64_t series = 0;
-  if (const int code = FindSeries(record, series); code != SQLITE_OK) return code;
-  const bool is_item = record.kind == RecordKind::kItem;
+  if (code == SQLITE_OK) code = FindSeries(row, series);
+  if (code != SQLITE_OK) return code;
+  const bool is_item = row.kind == RecordKind::kItem;
   const std::int64_t number = is_item ? next_item_number_ : next_sequence_;
-  const int code = Run(insert_)
-                       .Bind(1, next_sequence_)
-                       .Bind(2, series)
-                       .Bind(3, number)
-                       .Bind(4, now_seconds)
-                       .Bind(5, record.json)
-                       .Finish();
-  ++next_sequence_;
+  code = Run(insert_)
+             .Bind(1, next_sequence_)
+             .Bind(2, series)
+             .Bind(3, number)
+             .Bind(4, now_seconds)
+             .Bind(5, dataset_context)
+             .Bind(6, device_context)
+             .Bind(7, row.context_id)
+             .Bind(8, row.json)
+             .Finish();
+  record.sequence = next_sequence_++;
   if (is_item) ++next_item_number_;
   return code;
 }

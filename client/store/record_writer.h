@@ -16,15 +16,22 @@ class RecordWriter {
 
   int Prepare();
 
-  /// Writes all records in one transaction. When that fails, tries them one by one, so that one that cannot be written
-  /// does not take the others with it. Sets the result of each: 0 when it is on the disk. Leaves no transaction open.
-  void Write(std::span<QueuedRecord* const> records, std::int64_t now_seconds);
+  /// Writes `contexts`, which the records may name, and then the records, all in one transaction. When that fails,
+  /// tries the contexts and then each record by itself, so that one that cannot be written does not take the others
+  /// with it. Sets the result of each: 0 when it is on the disk, kStoreUnknownContext when it names a context that is
+  /// not in the file; that one alone is then left out. Leaves no transaction open.
+  void Write(std::span<QueuedRecord* const> contexts, std::span<QueuedRecord* const> records, std::int64_t now_seconds);
+
+  /// Where the context with this id stands in the file; 0 when it does not, or cannot be looked for.
+  std::int64_t FindContext(RecordKind kind, const std::string& context_id);
 
  private:
-  int WriteTogether(std::span<QueuedRecord* const> records, std::int64_t now_seconds);
+  int WriteTogether(std::span<QueuedRecord* const> contexts, std::span<QueuedRecord* const> records,
+                    std::int64_t now_seconds);
   int Begin();
-  int FindSeries(const QueuedRecord& record, std::int64_t& series);
-  int Insert(const QueuedRecord& record, std::int64_t now_seconds);
+  int FindSeries(const RecordRow& row, std::int64_t& series);
+  int FindReference(RecordKind kind, const std::string& context_id, std::int64_t& sequence);
+  int Insert(QueuedRecord& record, std::int64_t now_seconds);
 
   Database& database_;
   Statement begin_;
@@ -33,6 +40,7 @@ class RecordWriter {
   Statement last_item_number_;
   Statement find_series_;
   Statement add_series_;
+  Statement find_context_;
   Statement insert_;
   // Of the present transaction.
   bool began_ = false;

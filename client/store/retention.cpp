@@ -1,6 +1,7 @@
 #include "client/store/retention.h"
 
 #include <limits>
+#include <string>
 
 namespace TVK {
 namespace {
@@ -44,15 +45,16 @@ int Retention::Prepare() {
       "SELECT count(*) FROM series s CROSS JOIN record r ON r.series = s.id"
       " WHERE s.kind <> 0 AND r.number < (SELECT max(number) FROM record WHERE series = s.id) AND " +
       due;
-  // The key by which others refer to a context depends on its kind; dataset contexts refer to device contexts.
+  // ?4: those in use, as a JSON array. What refers to a context is found in one pass over the table.
   const std::string remove_contexts =
       "DELETE FROM record WHERE sequence IN ("
       " SELECT r.sequence FROM series s CROSS JOIN record r ON r.series = s.id"
       " WHERE s.kind = ?3 AND r.number < (SELECT max(number) FROM record WHERE series = s.id) AND " +
       due +
-      " AND json_valid(r.json) AND ifnull(r.json ->> ?4, '') NOT IN ("
-      "  SELECT ifnull(u.json ->> ?4, '') FROM record u CROSS JOIN series t ON t.id = u.series"
-      "  WHERE t.kind < ?3 AND json_valid(u.json))"
+      " AND r.sequence NOT IN (SELECT value FROM json_each(?4))"
+      " AND r.sequence NOT IN ("
+      "  SELECT dataset_context FROM record WHERE dataset_context IS NOT NULL"
+      "  UNION ALL SELECT device_context FROM record WHERE device_context IS NOT NULL)"
       " LIMIT " +
       std::to_string(kLargestStepOfContexts) + ")";
   struct {
@@ -68,7 +70,7 @@ int Retention::Prepare() {
   return database_.ReadNumber("PRAGMA page_size", page_size_);
 }
 
-int Retention::AfterCommit(std::size_t written, std::int64_t now_seconds) {
+int Retention::AfterCommit(std::size_t written, std::int64_t now_seconds, const KnownContexts& in_use) {
   const bool check_due = written >= until_check_;
   const bool ages_due =
       limits_.max_age_seconds != 0 &&
@@ -79,33 +81,33 @@ int Retention::AfterCommit(std::size_t written, std::int64_t now_seconds) {
     return SQLITE_OK;
   }
   until_check_ = kRecordsBetweenChecks;
-  int code = ages_due ? RemoveOld(now_seconds) : SQLITE_OK;
+  int code = ages_due ? RemoveOld(now_seconds, in_use) : SQLITE_OK;
   bool too_large = false;
   if (code == SQLITE_OK) code = IsTooLarge(too_large);
   if (code != SQLITE_OK) return code;
-  if (too_large) return Shrink();
+  if (too_large) return Shrink(in_use);
   stays_too_large_ = false;
   return SQLITE_OK;
 }
 
-int Retention::RemoveOld(std::int64_t now_seconds) {
+int Retention::RemoveOld(std::int64_t now_seconds, const KnownContexts& in_use) {
   ages_checked_ = now_seconds;
   ages_failed_ = true;
   const Dates old{now_seconds - limits_.max_age_seconds, now_seconds + kSecondsPerDay};
   std::int64_t removed = 0;
   int code = RemoveItems(old, removed);
   const bool maybe_more = removed == kLargestStep;
-  if (code == SQLITE_OK && !maybe_more) code = RemoveContexts(old, 1);
+  if (code == SQLITE_OK && !maybe_more) code = RemoveContexts(old, 1, in_use);
   if (code != SQLITE_OK) return code;
   ages_failed_ = false;
   if (maybe_more) ages_checked_ = kFar;  // go on after the next commit
   return SQLITE_OK;
 }
 
-int Retention::Shrink() {
+int Retention::Shrink(const KnownContexts& in_use) {
   constexpr Dates kAll{kFar, kFar};
   // What nothing refers to goes ahead of item events.
-  int code = RemoveContexts(kAll, 2 * contexts_in_use_ + kSpareContexts);
+  int code = RemoveContexts(kAll, 2 * contexts_left_ + kSpareContexts, in_use);
   bool too_large = false;
   if (code == SQLITE_OK) code = IsTooLarge(too_large);
   if (code != SQLITE_OK || !too_large) return code;
@@ -116,7 +118,7 @@ int Retention::Shrink() {
     until_check_ = 0;
     return SQLITE_OK;
   }
-  code = RemoveContexts(kAll, 1);
+  code = RemoveContexts(kAll, 1, in_use);
   if (code == SQLITE_OK) code = IsTooLarge(too_large);
   stays_too_large_ = stays_too_large_ || (code == SQLITE_OK && too_large);
   return code;
@@ -137,15 +139,19 @@ int Retention::RemoveItems(const Dates& dates, std::int64_t& removed) {
   return code;
 }
 
-int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least) {
+int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use) {
   std::int64_t contexts = 0;
   int code = CountContexts(dates, contexts);
   if (code != SQLITE_OK || contexts < at_least) return code;
+  std::string sequences;
+  for (const std::int64_t sequence : in_use.Sequences())
+    sequences += (sequences.empty() ? "[" : ",") + std::to_string(sequence);
+  sequences += sequences.empty() ? "[]" : "]";
   // Dataset contexts first, since they may be the last that refer to a device context.
-  code = RemoveContextsOfKind(RecordKind::kDataset, "dataset_context_id", dates);
-  if (code == SQLITE_OK) code = RemoveContextsOfKind(RecordKind::kDevice, "device_context_id", dates);
+  code = RemoveContextsOfKind(RecordKind::kDataset, dates, sequences);
+  if (code == SQLITE_OK) code = RemoveContextsOfKind(RecordKind::kDevice, dates, sequences);
   const bool all = dates.before == kFar;
-  return code == SQLITE_OK && all ? CountContexts(dates, contexts_in_use_) : code;
+  return code == SQLITE_OK && all ? CountContexts(dates, contexts_left_) : code;
 }
 
 int Retention::CountContexts(const Dates& dates, std::int64_t& contexts) {
@@ -156,14 +162,14 @@ int Retention::CountContexts(const Dates& dates, std::int64_t& contexts) {
   return SQLITE_OK;
 }
 
-int Retention::RemoveContextsOfKind(RecordKind kind, std::string_view key, const Dates& dates) {
+int Retention::RemoveContextsOfKind(RecordKind kind, const Dates& dates, std::string_view in_use) {
   int code = SQLITE_OK;
   do {
     code = Run(remove_contexts_)
                .Bind(1, dates.before)
                .Bind(2, dates.after)
                .Bind(3, static_cast<std::int64_t>(kind))
-               .Bind(4, key)
+               .Bind(4, in_use)
                .Finish();
   } while (code == SQLITE_OK && sqlite3_changes(database_.handle()) == kLargestStepOfContexts);
   return code;

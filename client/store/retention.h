@@ -7,12 +7,14 @@
 
 #include "client/records/record_kind.h"
 #include "client/store/event_data_logging.h"
+#include "client/store/known_contexts.h"
 #include "client/store/sqlite_database.h"
 
 namespace TVK {
 
 /// What stays whatever the limits say: the last item event of each dataset and item id (schedules are resumed from it),
-/// the last context of each dataset, the last device context, and every context that a kept record refers to.
+/// the last context of each dataset's device, the last device context, every context that a kept record refers to, and
+/// those that the running process uses.
 /// Belongs to whoever writes at the moment; not safe for two threads.
 class Retention {
  public:
@@ -21,8 +23,9 @@ class Retention {
   int Prepare();
 
   /// To be called after each commit of `written` records, and once with the store just opened (0). Does nothing most of
-  /// the time. Returns 0, or why records that should go could not be removed.
-  int AfterCommit(std::size_t written, std::int64_t now_seconds);
+  /// the time. `in_use`: where the contexts stand that the process uses. Returns 0, or why records that should go could
+  /// not be removed.
+  int AfterCommit(std::size_t written, std::int64_t now_seconds, const KnownContexts& in_use);
 
   /// Whether everything that may go is gone and the store still is larger than its limit.
   bool stays_too_large() const { return stays_too_large_; }
@@ -35,14 +38,14 @@ class Retention {
     std::int64_t after;
   };
 
-  int RemoveOld(std::int64_t now_seconds);
-  int Shrink();
+  int RemoveOld(std::int64_t now_seconds, const KnownContexts& in_use);
+  int Shrink(const KnownContexts& in_use);
   int IsTooLarge(bool& too_large);
   int RemoveItems(const Dates& dates, std::int64_t& removed);
   /// Does nothing when fewer than `at_least` contexts come into question.
-  int RemoveContexts(const Dates& dates, std::int64_t at_least);
+  int RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use);
   int CountContexts(const Dates& dates, std::int64_t& contexts);
-  int RemoveContextsOfKind(RecordKind kind, std::string_view key, const Dates& dates);
+  int RemoveContextsOfKind(RecordKind kind, const Dates& dates, std::string_view in_use);
 
   Database& database_;
   const StoreLimits limits_;
@@ -54,7 +57,7 @@ class Retention {
   std::int64_t page_size_ = 0;
   std::size_t until_check_ = 0;  ///< Records to be written before the next look.
   std::int64_t ages_checked_ = std::numeric_limits<std::int64_t>::max();  ///< When; later than now: to be done again.
-  std::int64_t contexts_in_use_ = 0;                                      ///< Superseded ones that the last look left.
+  std::int64_t contexts_left_ = 0;                                        ///< Superseded ones that the last look left.
   bool ages_failed_ = false;      ///< The last look at them did not come to its end.
   bool stays_too_large_ = false;  ///< Since the last time that it was within its limit.
 };

@@ -1,6 +1,8 @@
 #include "client/store/sqlite_database.h"
 
+#include <algorithm>
 #include <system_error>
+#include <vector>
 
 namespace TVK {
 namespace {
@@ -9,10 +11,18 @@ int Primary(int code) {
   return code & 0xFF;
 }
 
+bool IsOpen(const sqlite3_file* file) {
+  return file != nullptr && file->pMethods != nullptr;
+}
+
 }  // namespace
 
 bool IsCorruption(int code) {
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+}
+
+bool MayPass(int code) {
+  return code == SQLITE_IOERR || code == SQLITE_NOMEM || code == SQLITE_CANTOPEN;
 }
 
 bool HasMoved(sqlite3_file* file) {
@@ -64,14 +74,40 @@ void Database::Rollback() {
 
 bool Database::FileHasMoved() {
   sqlite3_file* file = nullptr;
-  return sqlite3_file_control(handle_, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && file != nullptr &&
-         file->pMethods != nullptr && HasMoved(file);
+  return sqlite3_file_control(handle_, "main", SQLITE_FCNTL_FILE_POINTER, &file) == SQLITE_OK && IsOpen(file) &&
+         HasMoved(file);
 }
 
-std::string Database::Message() const {
+bool Database::CanBeReadWhole() {
+  for (const int which : {SQLITE_FCNTL_FILE_POINTER, SQLITE_FCNTL_JOURNAL_POINTER}) {
+    sqlite3_file* file = nullptr;
+    if (sqlite3_file_control(handle_, "main", which, &file) != SQLITE_OK || !IsOpen(file)) continue;
+    sqlite3_int64 size = 0;
+    if (file->pMethods->xFileSize(file, &size) != SQLITE_OK) return false;
+    std::vector<char> block(1 << 16);
+    for (sqlite3_int64 at = 0; at < size; at += static_cast<sqlite3_int64>(block.size())) {
+      const auto length = static_cast<int>(std::min<sqlite3_int64>(size - at, static_cast<int>(block.size())));
+      if (file->pMethods->xRead(file, block.data(), length, at) != SQLITE_OK) return false;
+    }
+  }
+  return true;
+}
+
+std::optional<unsigned char> Database::ByteAt(std::int64_t offset) {
+  sqlite3_file* file = nullptr;
+  unsigned char byte = 0;
+  if (sqlite3_file_control(handle_, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !IsOpen(file) ||
+      file->pMethods->xRead(file, &byte, 1, offset) != SQLITE_OK) {
+    return std::nullopt;
+  }
+  return byte;
+}
+
+std::string Database::Message(int code) const {
+  if (Primary(sqlite3_errcode(handle_)) != code) return sqlite3_errstr(code);  // of something that came after it
   std::string message = sqlite3_errmsg(handle_);
   const int system_error = sqlite3_system_errno(handle_);
-  if (Primary(sqlite3_errcode(handle_)) == SQLITE_CANTOPEN && system_error != 0) {
+  if (code == SQLITE_CANTOPEN && system_error != 0) {
     message += ": " + std::system_category().message(system_error);
   }
   return message;

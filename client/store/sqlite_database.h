@@ -5,13 +5,18 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace TVK {
 
-/// Whether the code says that the file is damaged or no database at all.
+/// Whether the code says that the file is damaged or no database at all. SQLite says so of a read that failed, too.
 bool IsCorruption(int code);
+
+/// Whether the code says that the system refused something that it may grant the next time: a read, a write, memory,
+/// another open file.
+bool MayPass(int code);
 
 /// Whether another file, or none, now stands where `file` was opened. Never on systems that keep an open file in its
 /// place.
@@ -42,8 +47,14 @@ class Database {
   /// Whether another file, or none, now stands where this one was opened.
   bool FileHasMoved();
 
-  /// What SQLite says about the last error, and the system where it was the system's refusal.
-  std::string Message() const;
+  /// Whether every byte of the file and of its log of changes can be read. False after damage was found means that the
+  /// disk, and perhaps not the file, is at fault: SQLite reports a read that failed as damage.
+  bool CanBeReadWhole();
+  /// The byte at this place of the file; nothing when it cannot be read.
+  std::optional<unsigned char> ByteAt(std::int64_t offset);
+
+  /// What SQLite says about the error `code`, its last one, and the system where it was the system's refusal.
+  std::string Message(int code) const;
   sqlite3* handle() const { return handle_; }
 
  private:

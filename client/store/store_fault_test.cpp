@@ -1,97 +1,25 @@
-// The store on a disk that fails: a layer below SQLite refuses the n-th write or flush, for n = 1, 2, 3 and so on until
-// a whole session gets through. Whatever happens, what was reported as written is there afterwards.
+// The store on a disk that fails: a layer below SQLite refuses the n-th read, write or flush, for n = 1, 2, 3 and so on
+// until a whole session gets through. Whatever happens, what was reported as written is there afterwards, in its place.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
+#include <fstream>
+#include <functional>
 #include <set>
 
+#include "client/store/failing_disk.h"
 #include "client/store/sqlite_database.h"
 #include "client/store/store_test_records.h"
 
 namespace TVK {
 namespace {
 
-/// Stands in front of the system's file layer (sqlite.org/vfs.html) while it lives: the files are those of the layer
-/// below, with two of their methods replaced.
-class FailingDisk {
- public:
-  FailingDisk() {
-    below_ = sqlite3_vfs_find(nullptr);
-    vfs_ = *below_;
-    vfs_.zName = "failing";
-    vfs_.pNext = nullptr;
-    vfs_.xOpen = Open;
-    sqlite3_vfs_register(&vfs_, 1);
-  }
-  ~FailingDisk() {
-    sqlite3_vfs_unregister(&vfs_);
-    sqlite3_vfs_register(below_, 1);
-  }
-  FailingDisk(const FailingDisk&) = delete;
-  FailingDisk& operator=(const FailingDisk&) = delete;
-
-  /// The n-th write or flush from now fails with `code`, and all later ones when `for_good`. 0: none.
-  void FailAt(int n, int code, bool for_good) {
-    left_ = n;
-    code_ = code;
-    for_good_ = for_good;
-    failed_ = false;
-  }
-  static bool failed() { return failed_; }
-
-  /// Stores that are opened while it is set may not be written.
-  void set_read_only(bool read_only) { read_only_ = read_only; }
-
- private:
-  static bool Fails() {
-    if (for_good_ && failed_) return true;
-    if (left_ == 0 || --left_ != 0) return false;
-    failed_ = true;
-    return true;
-  }
-
-  static int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out_flags) {
-    if (read_only_ && name != nullptr && std::string_view(name).ends_with(kStoreFileName)) {
-      flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
-    }
-    const int code = below_->xOpen(below_, name, file, flags, out_flags);
-    if (file->pMethods == nullptr) return code;
-    write_below_ = file->pMethods->xWrite;  // one for all kinds of files
-    sqlite3_io_methods& methods = methods_[file->pMethods];
-    methods = *file->pMethods;
-    methods.iVersion = 2;  // without mapping, which would write past us
-    methods.xWrite = Write;
-    methods.xSync = Sync;
-    file->pMethods = &methods;
-    return code;
-  }
-  static int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
-    return Fails() ? code_ : write_below_(file, data, size, offset);
-  }
-  static int Sync(sqlite3_file* /*file*/, int /*flags*/) {
-    // No power is lost here: what the layer below was given it has, so the real flush would only take time.
-    return Fails() ? SQLITE_IOERR_FSYNC : SQLITE_OK;
-  }
-
-  sqlite3_vfs vfs_;
-  static inline std::map<const sqlite3_io_methods*, sqlite3_io_methods> methods_;  ///< Ours, by those below.
-  static inline decltype(sqlite3_io_methods::xWrite) write_below_ = nullptr;
-  static inline sqlite3_vfs* below_ = nullptr;
-  static inline int left_ = 0;
-  static inline int code_ = 0;
-  static inline bool for_good_ = false;
-  static inline bool failed_ = false;
-  static inline bool read_only_ = false;
-};
-
 class StoreFaultTest : public StoreTest {
  protected:
   // Writes through a store from its making to its end; the values of what was reported as written.
-  std::vector<std::wstring> Session() {
+  std::vector<std::wstring> Session(int first) {
     std::vector<std::wstring> written;
     EventDataLogging store(options(), clock());
-    for (int i = 0; i < 12; ++i) {
+    for (int i = first; i < first + 12; ++i) {
       const std::wstring value = std::to_wstring(i);
       if (store.LogItemEvent(MakeItem(kCpu, L"I" + std::to_wstring(i % 5), value)) == 0) written.push_back(value);
     }
@@ -115,26 +43,34 @@ class StoreFaultTest : public StoreTest {
   }
 };
 
-TEST_F(StoreFaultTest, NothingReportedAsWrittenIsLostWhateverWriteFails) {
+TEST_F(StoreFaultTest, NothingReportedAsWrittenIsLostOrMovedWhateverFails) {
   for (const bool for_good : {false, true}) {
-    for (const int code : {SQLITE_FULL, SQLITE_IOERR_WRITE}) {
+    // SQLITE_IOERR_CORRUPTFS is what a read gives that the system answers with EIO; SQLite then speaks of damage.
+    for (const int code : {SQLITE_FULL, SQLITE_IOERR_WRITE, SQLITE_IOERR_READ, SQLITE_IOERR_CORRUPTFS}) {
+      const bool reads = code == SQLITE_IOERR_READ || code == SQLITE_IOERR_CORRUPTFS;
+      if (code == SQLITE_IOERR_READ && for_good) continue;  // as the other one
       int n = 1;
       for (bool failed = true; failed; ++n) {
-        SCOPED_TRACE("write " + std::to_string(n) + " fails with " + std::to_string(code));
-        for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
-          std::filesystem::remove(entry.path());
-        }
-        log_.Clear();
+        SCOPED_TRACE("operation " + std::to_string(n) + " fails with " + std::to_string(code));
+        EmptyFolder();
         FailingDisk disk;
+        std::vector<std::wstring> written;
+        if (reads) written = Session(100);  // there is something to be read
+        log_.Clear();
         disk.FailAt(n, code, for_good);
-        const std::vector<std::wstring> written = Session();
+        std::vector<std::wstring> again = Session(0);
+        EXPECT_GE(log_.Count(L"is lost, error"), 12 - again.size()) << "a silent loss";
+        if (reads && !for_good) {
+          EXPECT_EQ(again.size(), 12u) << "one read that fails is tried again";
+        }
         failed = FailingDisk::failed();
         disk.FailAt(0, 0, false);
-        EXPECT_GE(log_.Count(L"is lost, error"), 12 - written.size()) << "a silent loss";
+        written.insert(written.end(), again.begin(), again.end());
         ExpectSoundWith(written);
-        if (HasFatalFailure()) return;
+        EXPECT_EQ(FilesSetAside(), 0u);
+        if (HasFailure()) return;
       }
-      EXPECT_GT(n, 20) << "the layer below saw few writes";
+      EXPECT_GT(n, reads ? 10 : 20) << "the layer below saw few operations";
     }
   }
 }
@@ -162,10 +98,14 @@ TEST_F(StoreFaultTest, AFileThatCannotBeWrittenIsNoOpenStore) {
   ASSERT_EQ(reader.Execute("SELECT count(*) FROM record"), 0);
   FailingDisk disk;
   disk.set_read_only(true);
-  const EventDataLogging store(options(), clock());
-  disk.set_read_only(false);
+  EventDataLogging store(options(), clock());
   EXPECT_FALSE(store.is_open());
-  EXPECT_TRUE(log_.Has(L"the file cannot be written"));
+  EXPECT_EQ(store.opening_problem(), "the file cannot be written");
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"lost")), kStoreClosed);
+  EXPECT_EQ(log_.Count(L"the file cannot be written"), 1u) << "tried again with each record, told once";
+  disk.set_read_only(false);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"kept")), 0);
+  EXPECT_TRUE(store.is_open());
 }
 
 TEST_F(StoreFaultTest, ASecondWriterIsRefusedUntilTheFirstHasEnded) {
@@ -179,30 +119,128 @@ TEST_F(StoreFaultTest, ASecondWriterIsRefusedUntilTheFirstHasEnded) {
   EXPECT_TRUE(EventDataLogging(options(), clock()).is_open());
 }
 
+TEST_F(StoreFaultTest, AContextThatCouldNotBeWrittenGoesAheadOfTheNextRecord) {
+  FailingDisk disk;
+  EventDataLogging store(options(), clock());
+  EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
+  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C1", L"D1")), 0);
+  disk.FailAt(1, SQLITE_FULL, true);
+  // What a change of the region asks for; superseded ones that nobody could refer to go.
+  for (const wchar_t* id : {L"D2", L"D3", L"D4"})
+    EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(id)), SQLITE_FULL);
+  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C4", L"D4")), SQLITE_FULL);
+  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M1", L"D4"), L"first"), SQLITE_FULL);
+  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M2", L"D4"), L"second"), SQLITE_FULL);
+  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M3", L"nowhere"), L"third"), SQLITE_FULL);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"lost", L"C4", L"D4")), SQLITE_FULL);
+  DeviceContext device;
+  EXPECT_EQ(store.GetLastDeviceContext(device), 0);
+  EXPECT_EQ(device.device_context_id(), L"D4");
+  EXPECT_EQ(store.GetDeviceContext(L"D4", device), 0);
+  DatasetContext dataset;
+  EXPECT_EQ(store.GetLastDatasetContext(kCpu, dataset), 0);
+  EXPECT_EQ(dataset.dataset_context_id(), L"C4");
+  EXPECT_EQ(store.GetLastDatasetContext(kMemory, dataset), 0);
+  EXPECT_EQ(dataset.dataset_context_id(), L"M3");
+  EXPECT_EQ(store.GetLastDatasetContextOfDevice(kMemory, L"first", dataset), 0);
+  EXPECT_EQ(dataset.dataset_context_id(), L"M1");
+  std::vector<DatasetContext> earlier;
+  EXPECT_EQ(store.GetEarlierDatasetContexts(kCpu, earlier), 0);
+  EXPECT_EQ(IdsOf(earlier), L"C4 C1 ");
+
+  disk.FailAt(0, 0, false);
+  for (int i = 0; i < 12; ++i)
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::to_wstring(i), L"C4", L"D4")), 0);
+  EXPECT_TRUE(log_.Has(L"records are written again, lost before: 1"));
+  EXPECT_EQ(CountDangling(), 0);
+  EXPECT_EQ(store.GetLastDatasetContextOfDevice(kMemory, L"third", dataset), kStoreNotFound)
+      << "it named an unknown one";
+  std::vector<std::string> texts = StoredTexts();
+  ASSERT_EQ(texts.size(), 2u + 5u + 12u);
+  texts.resize(8);
+  EXPECT_EQ(texts,
+            (std::vector{
+                ToJson(MakeDeviceContext(L"D1")), ToJson(MakeDatasetContext(kCpu, L"C1", L"D1")),
+                ToJson(MakeDeviceContext(L"D3")), ToJson(MakeDeviceContext(L"D4")),
+                ToJson(MakeDatasetContext(kCpu, L"C4", L"D4")), ToJson(MakeDatasetContext(kMemory, L"M1", L"D4")),
+                ToJson(MakeDatasetContext(kMemory, L"M2", L"D4")), ToJson(MakeItem(kCpu, L"I1", L"0", L"C4", L"D4"))}));
+}
+
 TEST_F(StoreFaultTest, AStoreThatIsBegunAnewHasTheContextsInForce) {
   {
     EventDataLogging store(options(), clock());
+    EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D0")), 0);
+    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C1", L"D0")), 0);
+    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C2", L"D0"), L"second"), 0);
     EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
-    EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C1")), 0);
   }
   EventDataLogging store(options(), clock());
   DeviceContext device;
   EXPECT_EQ(store.GetLastDeviceContext(device), 0);
   DatasetContext dataset;
-  EXPECT_EQ(store.GetLastDatasetContext(kCpu, dataset), 0);
-  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M1")), 0);
-  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M2")), 0);
+  EXPECT_EQ(store.GetLastDatasetContextOfDevice(kCpu, L"", dataset), 0);
+  EXPECT_EQ(store.GetLastDatasetContextOfDevice(kCpu, L"second", dataset), 0);
+  EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kMemory, L"M1", L"D1")), 0);
   std::vector<std::string> heard;
   store.SetRecordListener([&](RecordKind, const std::string& json) { heard.push_back(json); });
   SpoilFile();
-  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after", L"C2", L"D1")), 0);
   EXPECT_TRUE(log_.Has(L"the store was damaged"));
-  EXPECT_EQ(heard.size(), 4u);
-  EXPECT_EQ(StoredTexts(), heard);
-  ASSERT_FALSE(heard.empty());
-  EXPECT_EQ(heard.front(), ToJson(MakeDeviceContext(L"D1")));
-  EXPECT_EQ(std::ranges::count(heard, ToJson(MakeDatasetContext(kCpu, L"C1"))), 1);
-  EXPECT_EQ(std::ranges::count(heard, ToJson(MakeDatasetContext(kMemory, L"M2"))), 1);
+  EXPECT_EQ(FilesSetAside(), 1u);
+  const std::vector in_force{ToJson(MakeDeviceContext(L"D0")),
+                             ToJson(MakeDeviceContext(L"D1")),
+                             ToJson(MakeDatasetContext(kCpu, L"C1", L"D0")),
+                             ToJson(MakeDatasetContext(kCpu, L"C2", L"D0")),
+                             ToJson(MakeDatasetContext(kMemory, L"M1", L"D1")),
+                             ToJson(MakeItem(kCpu, L"I1", L"after", L"C2", L"D1"))};
+  EXPECT_EQ(heard, in_force);
+  EXPECT_EQ(StoredTexts(), in_force);
+  EXPECT_EQ(CountDangling(), 0);
+  EXPECT_EQ(store.GetLastDatasetContextOfDevice(kCpu, L"second", dataset), 0);
+  EXPECT_EQ(dataset.dataset_context_id(), L"C2");
+}
+
+TEST_F(StoreFaultTest, ADamagedHeaderIsJudgedAndSaysSo) {
+  struct Row {
+    const char* what;
+    std::function<void()> damage;
+    const char* told;
+    bool set_aside;
+  };
+  const auto overwrite = [&](std::streamoff at, const std::string& bytes) {
+    std::fstream(file(), std::ios::binary | std::ios::in | std::ios::out).seekp(at) << bytes;
+  };
+  for (const Row& row : {
+           Row{"version 0", [&] { ExecuteOutside("PRAGMA user_version = 0"); }, "it says version 0", true},
+           Row{"below 0", [&] { ExecuteOutside("PRAGMA user_version = -5"); }, "it says version -5", true},
+           Row{"absurd", [&] { ExecuteOutside("PRAGMA user_version = 2000000000"); }, "version 2000000000", true},
+           Row{"an older version than its tables", [&] { ExecuteOutside("PRAGMA user_version = 1"); }, "item_id", true},
+           Row{"no mark", [&] { ExecuteOutside("PRAGMA application_id = 0"); }, "without our mark", true},
+           Row{"a format to write", [&] { overwrite(18, "\x7F"); }, "no version that can be written", true},
+           Row{"a format of the tables", [&] { overwrite(47, "\x7F"); }, "unsupported file format", true},
+           Row{"the magic text", [&] { overwrite(0, "\x7F"); }, "not a database", true},
+           Row{"a lost table", [&] { ExecuteOutside("DROP TABLE record"); }, "no such table: record", true},
+           Row{"cut short", [&] { std::filesystem::resize_file(file(), 5000); }, "malformed", true},
+           Row{"cut to nothing", [&] { std::filesystem::resize_file(file(), 0); }, "the file was empty", false},
+           Row{"cut to nothing, with changes beside it",
+               [&] {
+                 std::filesystem::resize_file(file(), 0);
+                 std::ofstream(file().string() + "-wal") << "changes";
+               },
+               "cut to nothing", true},
+       }) {
+    SCOPED_TRACE(row.what);
+    EmptyFolder();
+    { EXPECT_EQ(EventDataLogging(options(), clock()).LogItemEvent(MakeItem(kCpu, L"I1", L"before")), 0); }
+    row.damage();
+    EventDataLogging store(options(), clock());
+    EXPECT_TRUE(store.is_open());
+    EXPECT_NE(store.opening_problem().find(row.told), std::string::npos) << store.opening_problem();
+    EXPECT_EQ(store.opening_problem().find("not an error"), std::string::npos) << store.opening_problem();
+    EXPECT_EQ(FilesSetAside(), row.set_aside ? 1u : 0u);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
+    EXPECT_EQ(StoredTexts(), std::vector{ToJson(MakeItem(kCpu, L"I1", L"after"))});
+  }
 }
 
 TEST_F(StoreFaultTest, AStoreThatIsRemovedWhileItRunsIsBegunAnew) {

@@ -5,25 +5,17 @@
 #include <iterator>
 #include <system_error>
 
+#include "client/store/store_schema.h"
+
 namespace TVK {
 namespace {
 
-constexpr std::int64_t kApplicationId = 0x54564B45;  // "TVKE", PRAGMA application_id
+// A version above this one was never given to a newer program; the number is damage.
+constexpr std::int64_t kLargestVersion = 9999;
 
-int CreateVersion1(Database& database) {
-  return database.Execute(
-      "PRAGMA application_id = 1414941509;"
-      "CREATE TABLE series(id INTEGER PRIMARY KEY, kind INTEGER NOT NULL, dataset_id TEXT NOT NULL,"
-      " item_id TEXT NOT NULL, UNIQUE(kind, dataset_id, item_id));"
-      "CREATE TABLE record(sequence INTEGER PRIMARY KEY, series INTEGER NOT NULL REFERENCES series(id),"
-      " number INTEGER NOT NULL, written INTEGER NOT NULL, json TEXT NOT NULL);"
-      "CREATE UNIQUE INDEX record_by_series ON record(series, number);"
-      "PRAGMA user_version = 1;");
-}
-static_assert(kApplicationId == 1414941509);
-
-// kMigrations[n] makes version n + 1 of version n.
-constexpr int (*kMigrations[])(Database&) = {CreateVersion1};
+// Where a database's header says which version of the file format may be written (sqlite.org/fileformat.html, 1.3).
+constexpr std::int64_t kWriteVersionOffset = 18;
+constexpr unsigned char kNewestWriteVersion = 2;
 
 constexpr std::chrono::milliseconds kReaderBusyTimeout{2000};
 
@@ -31,43 +23,64 @@ struct Header {
   std::int64_t application_id = 0;
   std::int64_t version = 0;
   std::int64_t tables = 0;
+  std::int64_t tables_of_ours = 0;  ///< How many of our two tables there are.
 };
 
 int ReadHeader(Database& database, Header& header) {
   int code = database.ReadNumber("PRAGMA application_id", header.application_id);
   if (code == SQLITE_OK) code = database.ReadNumber("PRAGMA user_version", header.version);
   if (code == SQLITE_OK) code = database.ReadNumber("SELECT count(*) FROM sqlite_schema", header.tables);
+  if (code == SQLITE_OK) {
+    code =
+        database.ReadNumber("SELECT count(*) FROM sqlite_schema WHERE type = 'table' AND name IN ('series','record')",
+                            header.tables_of_ours);
+  }
   return code;
-}
-
-StoreFileOpening Failed(int code, const Database& database) {
-  return {IsCorruption(code) ? StoreFileState::kDamaged : StoreFileState::kUnavailable, database.Message()};
 }
 
 // Whose file it is, by its header.
 StoreFileOpening Judge(const Header& header) {
   const bool empty = header.application_id == 0 && header.version == 0 && header.tables == 0;
-  if (header.application_id != kApplicationId && !empty) {
+  const bool ours = header.application_id == kStoreApplicationId;
+  if (!ours && header.tables_of_ours == 2) {
+    return {StoreFileState::kDamaged, "the header of the file is damaged: our tables without our mark"};
+  }
+  if (!ours && !empty) {
     return {StoreFileState::kForeign, "the file is a database of another program"};
   }
-  if (header.version > NewestSchemaVersion()) {
-    return {StoreFileState::kForeign, "the file has version " + std::to_string(header.version) +
-                                          ", this program knows versions up to " +
-                                          std::to_string(NewestSchemaVersion())};
+  const std::string version = std::to_string(header.version);
+  if (header.version < 0 || header.version > kLargestVersion || (header.version == 0 && !empty)) {
+    return {StoreFileState::kDamaged, "the header of the file is damaged: it says version " + version};
+  }
+  if (header.version > kNewestSchemaVersion) {
+    return {StoreFileState::kForeign, "the file has version " + version + ", this program knows versions up to " +
+                                          std::to_string(kNewestSchemaVersion)};
   }
   return {StoreFileState::kReady, {}};
 }
 
-int Migrate(Database& database) {
-  int code = database.Execute("BEGIN IMMEDIATE");
-  Header header;  // read again: another process may have been faster
-  if (code == SQLITE_OK) code = ReadHeader(database, header);
-  for (std::int64_t version = header.version; code == SQLITE_OK && version < NewestSchemaVersion(); ++version) {
-    code = kMigrations[version](database);
+// Reads the header and judges it.
+StoreFileOpening JudgeFile(Database& database, Header& header) {
+  const int code = ReadHeader(database, header);
+  if (code == SQLITE_OK) return Judge(header);
+  // A list of tables that cannot be understood; whose, the part of the header that was read before says.
+  if (code == SQLITE_ERROR && header.application_id != kStoreApplicationId) {
+    return {StoreFileState::kForeign, database.Message(code), code};
   }
+  return FailedOpening(code, database);
+}
+
+// Leaves the file as it was when it fails.
+StoreFileOpening Upgrade(Database& database) {
+  int code = database.Execute("BEGIN IMMEDIATE");
+  std::int64_t version = 0;  // read again: another process may have been faster
+  if (code == SQLITE_OK) code = database.ReadNumber("PRAGMA user_version", version);
+  if (code == SQLITE_OK) code = UpgradeSchema(database, version);
   if (code == SQLITE_OK) code = database.Execute("COMMIT");
-  if (code != SQLITE_OK) database.Rollback();
-  return code;
+  if (code == SQLITE_OK) return {StoreFileState::kReady, {}};
+  StoreFileOpening failed = FailedOpening(code, database);  // the rollback forgets what was wrong
+  database.Rollback();
+  return failed;
 }
 
 int SetUpConnection(std::chrono::milliseconds busy_timeout, Database& database) {
@@ -76,16 +89,21 @@ int SetUpConnection(std::chrono::milliseconds busy_timeout, Database& database) 
   return database.Execute("PRAGMA cache_size = -256; PRAGMA temp_store = MEMORY; PRAGMA mmap_size = 0");
 }
 
+bool HasContent(std::filesystem::path file, const char* suffix) {
+  file += suffix;
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(file, error);
+  return !error && size > 0;
+}
+
 // Changes that stand beside the file and not in it: somebody writes, or the last writer ended without closing it.
 bool HasChangesBeside(const std::filesystem::path& file) {
-  for (const char* suffix : {"-wal", "-journal"}) {
-    std::filesystem::path log = file;
-    log += suffix;
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(log, error);
-    if (!error && size > 0) return true;
-  }
-  return false;
+  return HasContent(file, "-wal") || HasContent(file, "-journal");
+}
+
+bool IsCutToNothing(const std::filesystem::path& file) {
+  std::error_code error;
+  return std::filesystem::file_size(file, error) == 0 && !error;
 }
 
 // As SQLite's URIs want a path; everything but unreserved characters is escaped (RFC 3986, 2.3).
@@ -110,35 +128,54 @@ std::string ImmutableUri(const std::filesystem::path& file) {
 
 }  // namespace
 
-int NewestSchemaVersion() {
-  return static_cast<int>(std::size(kMigrations));
+StoreFileOpening FailedOpening(int code, Database& database) {
+  // A file that says that it is ours and whose tables are not as they were made is damaged, too.
+  constexpr int kOfTheContent[] = {SQLITE_CORRUPT, SQLITE_NOTADB,   SQLITE_ERROR,
+                                   SQLITE_SCHEMA,  SQLITE_MISMATCH, SQLITE_CONSTRAINT};
+  std::string problem = database.Message(code);
+  if (std::ranges::find(kOfTheContent, code) == std::end(kOfTheContent)) {
+    return {StoreFileState::kUnavailable, std::move(problem), code};
+  }
+  if (!database.CanBeReadWhole()) return {StoreFileState::kUnavailable, sqlite3_errstr(SQLITE_IOERR), SQLITE_IOERR};
+  return {StoreFileState::kDamaged, std::move(problem), code};
 }
 
 StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout,
                                      Database& database) {
+  const bool cut = IsCutToNothing(file);
+  // A log of changes is begun after the file has its first page. SQLite would throw it away.
+  if (cut && HasContent(file, "-wal")) return {StoreFileState::kDamaged, "the file was cut to nothing"};
   int code = database.Open(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (code == SQLITE_OK) code = SetUpConnection(busy_timeout, database);
+  if (code != SQLITE_OK) return FailedOpening(code, database);
   Header header;
-  if (code == SQLITE_OK) code = ReadHeader(database, header);
-  if (code != SQLITE_OK) return Failed(code, database);
-
-  if (StoreFileOpening judged = Judge(header); judged.state != StoreFileState::kReady) {
+  if (StoreFileOpening judged = JudgeFile(database, header); judged.state != StoreFileState::kReady) {
     sqlite3_db_config(database.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     return judged;
   }
   if (sqlite3_db_readonly(database.handle(), "main") == 1) {
+    if (database.ByteAt(kWriteVersionOffset).value_or(0) > kNewestWriteVersion) {
+      return {StoreFileState::kDamaged, "the header of the file is damaged: it is of no version that can be written"};
+    }
     // SQLite opens what it may not write for reading only, and says nothing before the first change.
-    return {StoreFileState::kUnavailable, "the file cannot be written"};
+    return {StoreFileState::kUnavailable, "the file cannot be written", SQLITE_READONLY};
   }
   std::string finding;
   code = database.ReadText("PRAGMA quick_check(1)", finding);
-  if (code != SQLITE_OK) return Failed(code, database);
-  if (finding != "ok") return {StoreFileState::kDamaged, finding};
+  if (code == SQLITE_OK && finding != "ok") {
+    // It finds a page that could not be read as wrong as one that is wrong.
+    if (database.CanBeReadWhole()) return {StoreFileState::kDamaged, finding};
+    code = SQLITE_IOERR;
+  }
   // FULL: the log of changes is flushed to the disk with every commit, which is what makes a record durable.
-  code = database.Execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
-  if (code == SQLITE_OK) code = Migrate(database);
-  if (code != SQLITE_OK) return Failed(code, database);
-  return {StoreFileState::kReady, {}};
+  if (code == SQLITE_OK) code = database.Execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL");
+  if (code != SQLITE_OK) return FailedOpening(code, database);
+  if (header.version != kNewestSchemaVersion) {
+    if (StoreFileOpening upgraded = Upgrade(database); upgraded.state != StoreFileState::kReady) return upgraded;
+    // The log of changes had room for every record; nobody minds when it keeps that.
+    static_cast<void>(database.Execute("PRAGMA wal_checkpoint(TRUNCATE)"));
+  }
+  return {StoreFileState::kReady, cut ? "the file was empty, what had been in it is lost; it is begun anew" : ""};
 }
 
 int OpenStoreForQueries(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout, Database& database) {
@@ -154,10 +191,10 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
   }
   if (!std::filesystem::status_known(status)) return {StoreFileState::kUnavailable, error.message()};
   if (!std::filesystem::is_regular_file(status)) return {StoreFileState::kForeign, "it is no file"};
-  Header header;
   // A connection that may only read makes the files that connections share and cannot remove them. Where nobody writes,
   // one that may write and never does takes them away again.
   const bool quiet = !HasChangesBeside(file);
+  Header header;
   int code = database.Open(file, quiet ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY);
   if (code == SQLITE_OK) code = database.Execute("PRAGMA query_only = ON");
   if (code == SQLITE_OK) code = SetUpConnection(kReaderBusyTimeout, database);
@@ -169,15 +206,11 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
     code = database.OpenName(ImmutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     if (code == SQLITE_OK) code = ReadHeader(database, header);
   }
-  if (code == SQLITE_NOTADB) return {StoreFileState::kForeign, database.Message()};
-  if (code != SQLITE_OK) return Failed(code, database);
+  if (code == SQLITE_NOTADB) return {StoreFileState::kForeign, database.Message(code), code};
+  if (code != SQLITE_OK) return FailedOpening(code, database);
   StoreFileOpening judged = Judge(header);
   if (judged.state == StoreFileState::kReady && header.version == 0) {
     return {StoreFileState::kForeign, "the file is empty"};
-  }
-  if (judged.state == StoreFileState::kReady && header.version != NewestSchemaVersion()) {
-    return {StoreFileState::kForeign, "the file has version " + std::to_string(header.version) +
-                                          ", this program reads version " + std::to_string(NewestSchemaVersion())};
   }
   return judged;
 }

@@ -1,4 +1,4 @@
-// The store's file: what makes it ours, its tables and their history, and what happens to a damaged one.
+// The store's file: what makes it ours, how it is opened, and what happens to a damaged one.
 #pragma once
 
 #include <chrono>
@@ -10,16 +10,9 @@
 
 namespace TVK {
 
-/// The tables as this program reads and writes them (PRAGMA user_version).
-///
-/// series: one row for each kind of record, dataset id and item id (texts empty where the kind has none).
-/// record: `sequence` counts all records, `number` the item events; contexts carry their sequence there. Both only
-/// grow: retention never removes the newest record of a series, so the largest number stays in the table.
-int NewestSchemaVersion();
-
 enum class StoreFileState {
   kReady,
-  kDamaged,      ///< No database, or a damaged one.
+  kDamaged,      ///< No database, or a damaged one; every byte of it could be read.
   kForeign,      ///< Somebody else's database, or of a newer version of ours: not to be touched.
   kMissing,      ///< There is no such file; only for readers, a writer makes it.
   kUnavailable,  ///< Cannot be opened, read or written now.
@@ -27,19 +20,26 @@ enum class StoreFileState {
 
 struct StoreFileOpening {
   StoreFileState state = StoreFileState::kUnavailable;
-  std::string problem;  ///< Why it is not ready.
+  std::string problem;  ///< Why it is not ready; of a ready one, what was strange about it.
+  int code = 0;         ///< SQLite's, where an operation of it failed.
 };
 
-/// Opens the file for writing, makes it when there is none, and brings its tables to the newest version. The whole file
-/// is checked first: some milliseconds for each 5 MiB.
+/// What the failure `code` of an operation on `database`, the last one, says of its file. SQLite takes some reads that
+/// failed for damage, so damage counts only where the whole file can be read.
+StoreFileOpening FailedOpening(int code, Database& database);
+
+/// Opens the file for writing, makes it when there is none, and brings its tables to the newest version, all of it or
+/// nothing. The whole file is checked first: some milliseconds for each 5 MiB. A file without a byte is one that
+/// somebody cut to nothing: where changes beside it are still to be brought into it, it is damaged, else it is begun
+/// anew and `problem` says so.
 StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout,
                                      Database& database);
 
 /// A further connection for reading, of a file that is ready.
 int OpenStoreForQueries(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout, Database& database);
 
-/// Opens a store of another process for reading only; needs no right to write. Leaves no file behind that was not
-/// there, where it may remove files.
+/// Opens a store of another process for reading only, of any version up to the newest; needs no right to write. Leaves
+/// no file behind that was not there, where it may remove files.
 StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& database);
 
 /// Renames the file, and what belongs to it, to "NAME.corrupt-YYYYMMDDTHHMMSS" (local time; "-2" and so on behind it

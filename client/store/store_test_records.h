@@ -20,8 +20,7 @@ inline const std::wstring kCpu = L"9492447A-FCAC-428E-B7A8-7F7918199480";
 inline const std::wstring kMemory = L"3267A6D2-D6FD-4C29-87E7-9BF83E459C29";
 
 inline ItemEvent MakeItem(const std::wstring& dataset_id, const std::wstring& item_id, const std::wstring& value,
-                          const std::wstring& dataset_context_id = L"C1",
-                          const std::wstring& device_context_id = L"D1") {
+                          const std::wstring& dataset_context_id = {}, const std::wstring& device_context_id = {}) {
   ItemEvent event;
   event.set_dataset_id(dataset_id);
   event.set_dataset_name(dataset_id == kCpu ? L"CPUEvent" : L"MemoryEvent");
@@ -33,7 +32,7 @@ inline ItemEvent MakeItem(const std::wstring& dataset_id, const std::wstring& it
 }
 
 inline DatasetContext MakeDatasetContext(const std::wstring& dataset_id, const std::wstring& id,
-                                         const std::wstring& device_context_id = L"D1") {
+                                         const std::wstring& device_context_id = {}) {
   DatasetContext context;
   context.set_dataset_id(dataset_id);
   context.set_dataset_name(dataset_id == kCpu ? L"CPUEvent" : L"MemoryEvent");
@@ -46,6 +45,14 @@ inline DeviceContext MakeDeviceContext(const std::wstring& id) {
   DeviceContext context;
   context.set_device_context_id(id);
   return context;
+}
+
+/// The ids of contexts, each with a blank behind it.
+inline std::wstring IdsOf(const std::vector<DatasetContext>& contexts) {
+  std::wstring ids;
+  for (const DatasetContext& context : contexts)
+    ids += context.dataset_context_id() + L' ';
+  return ids;
 }
 
 inline std::wstring ValueOf(const ItemEvent& event) {
@@ -80,10 +87,40 @@ class StoreTest : public testing::Test {
     return texts;
   }
 
+  // Records that name a context which no record of the file has, found without what the store keeps beside its JSON.
+  std::int64_t CountDangling() {
+    Database database;
+    std::int64_t dangling = -1;
+    EXPECT_EQ(database.Open(file(), SQLITE_OPEN_READWRITE), 0);
+    EXPECT_EQ(
+        database.ReadNumber("SELECT count(*) FROM record r JOIN series s ON s.id = r.series, json_each('[1,2]') k"
+                            " WHERE s.kind < k.value AND json_valid(r.json)"
+                            " AND r.json ->> (iif(k.value = 1, 'dataset', 'device') || '_context_id') <> ''"
+                            " AND r.json ->> (iif(k.value = 1, 'dataset', 'device') || '_context_id') NOT IN"
+                            " (SELECT ifnull(c.json ->> (iif(k.value = 1, 'dataset', 'device') || '_context_id'), '')"
+                            "  FROM record c JOIN series t ON t.id = c.series"
+                            "  WHERE t.kind = k.value AND json_valid(c.json))",
+                            dangling),
+        0);
+    return dangling;
+  }
+  std::size_t FilesSetAside() const {
+    std::size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+      files += entry.path().extension().string().starts_with(".corrupt-") && !entry.path().string().ends_with("-wal") &&
+               !entry.path().string().ends_with("-shm");
+    return files;
+  }
+  void EmptyFolder() {
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+      std::filesystem::remove(entry.path());
+  }
+
   void ExecuteOutside(const std::string& sql) {
     Database database;
     ASSERT_EQ(database.Open(file(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE), 0);
-    ASSERT_EQ(database.Execute(sql.c_str()), 0) << database.Message();
+    const int code = database.Execute(sql.c_str());
+    ASSERT_EQ(code, 0) << database.Message(code);
   }
   // Noise behind the header of the file, under a store that runs.
   void SpoilFile() {
@@ -94,7 +131,7 @@ class StoreTest : public testing::Test {
       out.seekp(100);
       out << noise;
     }
-    ExecuteOutside("PRAGMA user_version = 1");  // makes the store's connections read the file again
+    ExecuteOutside("PRAGMA user_version = 2");  // makes the store's connections read the file again
   }
 
   TempFolder folder_;

@@ -125,14 +125,14 @@ RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform
   return event;
 }
 
-EventLogAnswer ReadLoggedEvents(platform::Machine& machine, const platform::Clock& clock, const std::string& channel,
+EventLogAnswer ReadLoggedEvents(platform::EventLog& event_log, const platform::Clock& clock, const std::string& channel,
                                 const std::string& xpath, std::size_t limit, const TVK::Log& log,
                                 const std::wstring& caller) {
   platform::EventLogQuery query{.channel = channel, .xpath = xpath, .value_paths = {}, .limit = limit};
   for (const EventLogField& field : kEventLogFields)
     query.value_paths.emplace_back(field.path);
   query.value_paths.emplace_back(kEventLogProviderPath);
-  const platform::EventLogReading reading = machine.QueryEventLog(query);
+  const platform::EventLogReading reading = event_log.Query(query);
   LogFailure(reading, log, caller);
   EventLogAnswer answer;
   answer.failure = reading.failure;

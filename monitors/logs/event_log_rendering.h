@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "client/log/log.h"
-#include "platform/machine.h"
+#include "platform/event_log.h"
 
 /// A field of a rendered event, and where an event keeps it.
 struct EventLogField {
@@ -70,6 +70,6 @@ struct EventLogAnswer {
 
 /// Asks for the newest `limit` events of `channel` that answer `xpath`. A failure is logged to `log` in the name of
 /// `caller`; what was read before it counts. Any thread.
-EventLogAnswer ReadLoggedEvents(platform::Machine& machine, const platform::Clock& clock, const std::string& channel,
+EventLogAnswer ReadLoggedEvents(platform::EventLog& event_log, const platform::Clock& clock, const std::string& channel,
                                 const std::string& xpath, std::size_t limit, const TVK::Log& log,
                                 const std::wstring& caller);

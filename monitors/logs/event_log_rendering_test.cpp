@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "client/text/string.h"
-#include "platform/simulated/simulated_machine.h"
+#include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
@@ -73,14 +73,12 @@ TEST(EventLogRenderingTest, AFailureIsLoggedAndWhatCameBeforeCounts) {
   TVK::Log log;
   TVK::utility::InitLog(log, L"Test.log", 4);
   const platform::VirtualRuntime runtime;
-  platform::SimulatedMachine machine;
-  machine.Change([](platform::SimulatedMachineState& state) {
-    state.event_log = [](const platform::EventLogQuery& query) {
-      EXPECT_EQ(query.value_paths.size(), std::size(kEventLogFields) + 1);
-      return platform::EventLogReading{.records = {{}}, .failure = EventLogFailure::kNext, .error = 7};
-    };
+  platform::SimulatedEventLog event_log;
+  event_log.Set([](const platform::EventLogQuery& query) {
+    EXPECT_EQ(query.value_paths.size(), std::size(kEventLogFields) + 1);
+    return platform::EventLogReading{.records = {{}}, .failure = EventLogFailure::kNext, .error = 7};
   });
-  const EventLogAnswer answer = ReadLoggedEvents(machine, runtime.clock(), "System", "*", 2, log, L"Me");
+  const EventLogAnswer answer = ReadLoggedEvents(event_log, runtime.clock(), "System", "*", 2, log, L"Me");
   EXPECT_EQ(answer.failure, EventLogFailure::kNext);
   EXPECT_EQ(answer.events.size(), 1u);
   EXPECT_EQ(logs.Lines().back(), L"Me, EvtNext failed with 7l\n");

@@ -1,9 +1,8 @@
 #include "monitors/system/cpu_event_monitor.h"
 
 #include <algorithm>
-#include <system_error>
 
-#include "client/text/string.h"
+#include "monitors/system/cpu_settings.h"
 
 namespace {
 
@@ -14,6 +13,13 @@ constexpr int kSamplesOfPeakCheck = 5;
 constexpr std::uint32_t kShortestSpanMs = 15;
 constexpr std::uint32_t kShortestPauseMs = 2;
 
+constexpr TVK::MonitorLines kLines = {
+    .context_decision = L"CpuEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.",
+    .context_failure = L"CpuEventMonitor LogDatasetContext LogDatasetContext() return error: %d",
+    .init_failure = L"CPU LogDevInitEvent failed",
+    .item_failure = L"CpuEventMonitor LogItemEvent(%s) return error: %d",
+};
+
 }  // namespace
 
 const std::map<std::wstring, std::wstring> CpuEventMonitor::ITEM_EVENT_CONTEXT = {
@@ -22,96 +28,42 @@ const std::map<std::wstring, std::wstring> CpuEventMonitor::ITEM_EVENT_CONTEXT =
 };
 
 CpuEventMonitor::CpuEventMonitor(const MonitorServices& monitor_services)
-    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
-      collector_(monitor_services.machine),
-      dataset_context_event_(monitor_services.runtime
-                                 .MakeNamedEvent(L"CPUEvent_LogDatasetContext", platform::EventReset::kManual, false,
-                                                 platform::EventAccess::kServiceOnly)
-                                 .event),
+    : ScheduledMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines},
+                       TVK::ReportRule{.item = kUsagePerInterval,
+                                       .report = [this] { ReadUsagePerInterval(); },
+                                       .caller = L"CpuEventMonitor::ReadAndUpdateDatasetSettings"}),
+      collector_(monitor_services.machine.processors(), monitor_services.runtime.clock()),
       peak_threshold_(CpuSettings{}.peak_threshold_percent),
-      peak_threshold_duration_ms_(CpuSettings{}.peak_threshold_duration_ms),
-      usage_report_(monitor_services.runtime, kUsagePerInterval, [this] { ReadUsagePerInterval(); }) {
-  TVK::utility::InitLog(log_, L"CpuEventMonitor.log", 4);
-}
-
-CpuEventMonitor::~CpuEventMonitor() = default;
-
-bool CpuEventMonitor::MakeStopEvent() {
-  const std::lock_guard lock(thread_mutex_);
-  if (stopping_) return false;
-  try {
-    stop_event_ = services().runtime.MakeEvent(platform::EventReset::kManual);
-    return true;
-  } catch (const std::system_error& failure) {
-    log_.e(L"%s: CreateEvent() return error %d!", L"CpuEventMonitor::StartMonitor", failure.code().value());
-    return false;
-  }
-}
+      peak_threshold_duration_ms_(CpuSettings{}.peak_threshold_duration_ms) {}
 
 void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
-  if (!MakeStopEvent()) return;
+  if (!MakeStopEvent(L"CpuEventMonitor::StartMonitor", L"%s: CreateEvent() return error %d!")) return;
   log_.d(L"CpuEventMonitor::StartMonitor Entry");
-  Initialize();
-  const int error = collector_.GetCpuInformation(facts_);
+  const int error = CPUInfo::GetCpuInformation(services().machine.processors(), facts_);
   if (error != 0) {
     log_.d(L"CpuEventMonitor::StartMonitor GetCpuInformation failed! retid=%d", error);
     return;
   }
   cpu_info_loaded_ = true;
   LogDatasetContext(true);
-  if (IsNewDeviceInitNeeded(dataset_id)) {
-    if (LogDevInitEvent() != 0) log_.d(L"CPU LogDevInitEvent failed");
-    SetDevicePathChanged(false);
-  }
-  if (!StartPeakCheck()) return;
-  follows_settings_ = true;
-  ReadAndUpdateDatasetSettings();
-}
-
-// False when the monitor is stopping.
-bool CpuEventMonitor::StartPeakCheck() {
-  const std::lock_guard lock(thread_mutex_);
-  if (stopping_) return false;
-  check_thread_ = services().runtime.StartThread("tvk-cpu", [this] {
-    services().second_tick.Watch("CpuCheckEntry", *stop_event_, [this] { return CpuCheckEntry(); });
+  InitialiseDevice();
+  StartThread("tvk-cpu", [this] {
+    services().second_tick.Watch("CpuCheckEntry", *stop_event(), [this] { return CpuCheckEntry(); });
   });
-  return true;
-}
-
-void CpuEventMonitor::StopMonitor() {
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
-  usage_report_.RequestStop();  // before anything is waited for
-  std::thread check_thread;
-  {
-    const std::lock_guard lock(thread_mutex_);
-    stopping_ = true;
-    if (stop_event_ != nullptr) stop_event_->Set();
-    check_thread.swap(check_thread_);
-  }
-  if (check_thread.joinable()) services().runtime.Join(check_thread);
-  usage_report_.Stop();
+  FollowSettings();
 }
 
 bool CpuEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
   const CpuSettings fresh = ReadCpuSettings(settings);
-  for (const SettingReading& reading : fresh.readings) {
-    if (reading.mistake) log_.e(L"%s: %s", reading.key, reading.reason);
-  }
   peak_threshold_ = fresh.peak_threshold_percent;
   peak_threshold_duration_ms_ = fresh.peak_threshold_duration_ms;
-  const bool changed = usage_report_.SetInterval(fresh.read_usage_interval_ms);
+  const bool changed = TakeInterval(fresh.read_usage_interval_ms, fresh.readings);
   log_.d(
       L"%s: ReadUsageInterval = %llu, CPUPeakThreshold = %d, CPUPeakThresholdDuration = %llu, "
       L"bReadUsageIntervalChanged = %d",
       L"CpuEventMonitor::UpdateThrottleParameters", fresh.read_usage_interval_ms, fresh.peak_threshold_percent,
       fresh.peak_threshold_duration_ms, changed);
   return changed;
-}
-
-void CpuEventMonitor::ReadAndUpdateDatasetSettings() {
-  if (!follows_settings_) return;  // StartMonitor reads them when it gets there
-  ReadSettingsAndFollowInterval(dataset_id, ITEM_EVENT_CONTEXT.at(kUsagePerInterval), usage_report_,
-                                L"CpuEventMonitor::ReadAndUpdateDatasetSettings");
 }
 
 ItemData CpuEventMonitor::FactsToItemData(const _SYSCPU_INFORMATION& facts) {
@@ -131,33 +83,13 @@ ItemData CpuEventMonitor::FactsToItemData(const _SYSCPU_INFORMATION& facts) {
   return data;
 }
 
-void CpuEventMonitor::LogDatasetContext(bool new_context_needed) {
-  if (!cpu_info_loaded_) return;
-  const std::lock_guard lock(context_mutex_);
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
-  const ItemData facts = FactsToItemData(facts_);
-  const bool needed = IsNewDatasetContextNeeded(dataset_id, facts, new_context_needed, dataset_context_id_);
-  log_.d(L"CpuEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.", needed ? L"true" : L"false");
-  if (needed) {
-    const int error = WriteDatasetContext(kRow, facts, dataset_context_id_);
-    if (error != 0) log_.e(L"CpuEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
-  }
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
-}
-
-std::wstring CpuEventMonitor::DatasetContextId() {
-  const std::lock_guard lock(context_mutex_);
-  return dataset_context_id_;
-}
-
-int CpuEventMonitor::LogDevInitEvent() {
-  if (!cpu_info_loaded_) return 0;
-  return WriteItemEvent(kRow, DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+std::optional<std::vector<TVK::DescribedDevice>> CpuEventMonitor::Describe() {
+  if (!cpu_info_loaded_) return std::nullopt;
+  return {{{{}, FactsToItemData(facts_)}}};
 }
 
 int CpuEventMonitor::LogItemEvent(int usage, const std::wstring& item_name) {
-  return WriteItemEvent(kRow, DatasetContextId(), item_name, ITEM_EVENT_CONTEXT.at(item_name),
-                        {{L"CPUUtilization", Int2Wstring(usage)}});
+  return WriteItem(item_name, {{L"CPUUtilization", Int2Wstring(usage)}});
 }
 
 std::wstring CpuEventMonitor::Int2Wstring(int number) {
@@ -169,15 +101,12 @@ void CpuEventMonitor::ReadUsagePerInterval() {
     log_.e(L"%s: CPUInfo is not loaded.", L"CpuEventMonitor::ReadUsagePerInterval");
     return;
   }
-  if (isTelemetryScopeNone()) return;
-  const int usage = std::min(collector_.GetCpuUsageInt(), 100);
-  const int error = LogItemEvent(usage, kUsagePerInterval);
-  if (error != 0) log_.e(L"CpuEventMonitor LogItemEvent(%s) return error: %d", kUsagePerInterval, error);
+  if (!Admits() || !Pause(collector_.UntilMeasured()) || !Admits()) return;
+  LogItemEvent(std::min(collector_.GetCpuUsageInt(), 100), kUsagePerInterval);
 }
 
 SecondTick::Work CpuEventMonitor::CpuCheckEntry() {
-  // Nobody consents any more, and the stop is on its way.
-  if (!cpu_info_loaded_ || isTelemetryScopeNone()) return nullptr;
+  if (!cpu_info_loaded_ || !Admits()) return nullptr;
   collector_.GetCpuUsageInt();  // what happened before this check is not its business
   const int sample = collector_.GetCpuUsageInt();
   if (sample < peak_threshold_) return nullptr;
@@ -189,17 +118,15 @@ void CpuEventMonitor::FollowPeak(int sample) {
   const std::uint32_t span_ms = peak_threshold_duration_ms_;
   const std::chrono::milliseconds pause(span_ms < kShortestSpanMs ? kShortestPauseMs : span_ms / kSamplesOfPeakCheck);
   for (int samples = 1;; ++samples) {
-    if (services().runtime.Wait(*stop_event_, pause) != platform::kWaitTimeout) {
+    if (!Pause(pause)) {
       log_.d(L"%s: Stop Event received", L"CpuEventMonitor::CpuCheckEntry");
       break;
     }
     if (samples == kSamplesOfPeakCheck) break;
-    if (isTelemetryScopeNone()) return;
+    if (!Admits()) return;
     sample = collector_.GetCpuUsageInt();
     if (sample < peak_threshold_) return;
   }
-  if (isTelemetryScopeNone()) return;  // withdrawn while the check ran
   log_.d(L"CpuEventMonitor CpuCheckEntry Utilization(percentage):%d", sample);
-  const int error = LogItemEvent(std::min(sample, 100), kNearCapacity);
-  if (error != 0) log_.e(L"CpuEventMonitor LogItemEvent(CPUNearCapacity) return error: %d", error);
+  LogItemEvent(std::min(sample, 100), kNearCapacity);
 }

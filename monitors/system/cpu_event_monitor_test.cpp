@@ -4,9 +4,9 @@
 
 #include <deque>
 
-#include "client/text/record_time.h"
 #include "client/text/string.h"
 #include "monitors/system/cpu_settings.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -28,28 +28,13 @@ class CpuEventMonitorTest : public testing::Test {
     world_.config.SetSettings(CpuEventMonitor::dataset_name, std::move(settings));
   }
   void SetLoad(std::optional<std::int32_t> load) {
-    world_.machine.Change([&](auto& state) { state.processor_load = [load] { return load; }; });
+    world_.machine.processors().Change([&](auto& state) { state.load = [load] { return load; }; });
   }
   /// Another run of the service, on the records of those before.
-  void StartLife(int version_answer = 0) {
+  void StartLife() {
     monitor_.reset();
-    life_.reset();
     life_.emplace(world_);
-    life_->manager.version_answer = version_answer;
     monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(life_->services()));
-  }
-  void Change(std::map<std::wstring, std::wstring> settings) {
-    SetSettings(std::move(settings));
-    (*monitor_)->ReadAndUpdateDatasetSettings();
-  }
-  /// When this life wrote its usage, in seconds since the test's begin.
-  std::vector<std::int64_t> UsageTimes() const {
-    std::vector<std::int64_t> times;
-    for (const ItemEvent& item : life_->Items(kUsage)) {
-      const std::string time = TVK::String::UTF16ToUTF8(item.item_time());
-      times.push_back(TVK::ParseRecordTime(time, world_.runtime.clock()) - start_);
-    }
-    return times;
   }
   std::vector<std::wstring> Utilizations(const wchar_t* item_name) const {
     std::vector<std::wstring> reported;
@@ -58,37 +43,22 @@ class CpuEventMonitorTest : public testing::Test {
     return reported;
   }
 
-  using Times = std::vector<std::int64_t>;
   using Texts = std::vector<std::wstring>;
 
   MonitorWorld world_;
-  const std::int64_t start_ = world_.runtime.clock().NowSeconds();
-  CPUInfo info_{world_.machine};
   std::optional<ServiceLife> life_;
   std::optional<RunningMonitor> monitor_;
 };
 
-TEST_F(CpuEventMonitorTest, TheFirstStartDescribesTheProcessorAndTellsThatItDid) {
-  StartLife(2);
-  platform::Event* const described = static_cast<CpuEventMonitor&>(**monitor_).getDatasetContextEventHandle();
-  EXPECT_EQ(world_.runtime.Wait(*described, 10s), 0u);
+TEST_F(CpuEventMonitorTest, TheStartDescribesTheProcessor) {
+  StartLife();
   world_.runtime.Settle();
-  (*monitor_)->OnDeviceContextChanges(true);
-  EXPECT_EQ(world_.runtime.Wait(*described, 0s), 0u);
-  const std::vector<DatasetContext> contexts = life_->DatasetContexts();
-  ASSERT_EQ(contexts.size(), 2u);
-  EXPECT_EQ(contexts[0].item_data(), (ItemData{{L"cpu_name", L"Simulated Processor 4000"},
-                                               {L"cpu_addresswidth", L"64"},
-                                               {L"cpu_numofcores", L"4"},
-                                               {L"cpu_numoflogicalprocessors", L"8"},
-                                               {L"cpu_l2cachesize", L"4194304"},
-                                               {L"cpu_l3cachesize", L"8388608"}}));
-  const std::vector<ItemEvent> items = life_->Items(L"DeviceInit");
-  ASSERT_EQ(items.size(), 2u);
-  EXPECT_EQ(items[0].dataset_context_id(), contexts[0].dataset_context_id());
-  EXPECT_EQ(items[1].dataset_context_id(), contexts[1].dataset_context_id());
-  monitor_->Stop();
-  EXPECT_EQ(world_.runtime.Wait(*described, 0s), platform::kWaitTimeout);
+  EXPECT_EQ(life_->DatasetContexts().at(0).item_data(), (ItemData{{L"cpu_name", L"Simulated Processor 4000"},
+                                                                  {L"cpu_addresswidth", L"64"},
+                                                                  {L"cpu_numofcores", L"4"},
+                                                                  {L"cpu_numoflogicalprocessors", L"8"},
+                                                                  {L"cpu_l2cachesize", L"4194304"},
+                                                                  {L"cpu_l3cachesize", L"8388608"}}));
 }
 
 TEST(CpuFacts, WhatTheMachineDoesNotTellIsLeftOut) {
@@ -112,22 +82,72 @@ TEST(CpuSettingsTest, OnlyAThresholdBringsTheDurationIntoForce) {
   EXPECT_EQ(read.peak_threshold_duration_ms, 2000u);
 }
 
-TEST_F(CpuEventMonitorTest, ARestartKeepsTheRhythmAndInitialisesNothing) {
-  SetSettings({{kInterval, L"10m"}});
-  StartLife(2);
-  world_.runtime.AdvanceBy(14min);
-  EXPECT_EQ(UsageTimes(), (Times{600}));
-  monitor_.reset();
-  world_.runtime.AdvanceBy(2min);
+/// Their counters say how many milliseconds each sample covers: none when nothing was measured.
+class MeasuredProcessors final : public platform::Processors {
+ public:
+  explicit MeasuredProcessors(const platform::Clock& clock) : clock_(clock) {}
+  platform::ProcessorLoadOpening OpenUtility() override { return {std::make_unique<Counter>(clock_), 0}; }
+  platform::ProcessorLoadOpening OpenTime() override { return {nullptr, 1}; }
+  platform::TopologyReading ReadTopology() override {
+    platform::TopologyReading reading;
+    reading.topology.cores = 1;
+    return reading;
+  }
+
+ private:
+  class Counter final : public platform::ProcessorLoadReader {
+   public:
+    explicit Counter(const platform::Clock& clock) : clock_(clock), sampled_at_(clock.Steady()) {}
+    std::optional<std::int32_t> Sample() override {
+      const platform::SteadyTime before = std::exchange(sampled_at_, clock_.Steady());
+      return static_cast<std::int32_t>((sampled_at_ - before) / 1ms);
+    }
+
+   private:
+    const platform::Clock& clock_;
+    platform::SteadyTime sampled_at_;
+  };
+  const platform::Clock& clock_;
+};
+
+TEST_F(CpuEventMonitorTest, EverySampleCoversASpanThatMeansSomething) {
+  MeasuredProcessors processors(world_.runtime.clock());
+  CPUInfo info(processors, world_.runtime.clock());
+  EXPECT_EQ(info.GetCpuUsageInt(), 0) << "nothing is measured yet";
+  EXPECT_EQ(info.UntilMeasured(), 100ms);
+  world_.runtime.AdvanceBy(99ms);
+  EXPECT_EQ(info.GetCpuUsageInt(), 0);
+  EXPECT_EQ(info.UntilMeasured(), 1ms);
+  world_.runtime.AdvanceBy(901ms);
+  EXPECT_EQ(info.UntilMeasured(), 0ms);
+  std::vector<int> spans;
+  for (const auto pause : {0ms, 0ms, 2ms, 2ms, 2ms, 2ms, 2ms, 400ms, 99ms, 1ms}) {
+    world_.runtime.AdvanceBy(pause);
+    spans.push_back(info.GetCpuUsageInt());
+  }
+  EXPECT_EQ(spans, (std::vector<int>{1000, 1000, 1002, 1004, 1006, 1008, 1008, 402, 503, 100}))
+      << "six at once have their own; the seventh is the last again, and later ones begin at the youngest old enough";
+}
+
+TEST_F(CpuEventMonitorTest, TheUsageOfAnOverdueStartIsMeasured) {
   StartLife();
-  world_.runtime.AdvanceBy(14min);
-  EXPECT_EQ(UsageTimes(), (Times{1200, 1800})) << "16 of 20 minutes had passed";
-  EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
+  world_.runtime.AdvanceBy(61s);
   monitor_.reset();
   world_.runtime.AdvanceBy(1h);
-  StartLife();
+  platform::MachineDoors doors;
+  doors.processors = std::make_unique<MeasuredProcessors>(world_.runtime.clock());
+  platform::Machine machine(std::move(doors));
+  const MonitorServices& given = life_->services();
+  const MonitorServices services{
+      given.runtime,  machine,       given.store,       given.config, given.machine_information,
+      given.tvk_info, given.manager, given.second_tick, given.consent};
+  monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(services));
   world_.runtime.Settle();
-  EXPECT_EQ(UsageTimes(), (Times{5400})) << "overdue: at once";
+  EXPECT_EQ(life_->Items(kUsage).size(), 1u) << "that of the run before";
+  world_.runtime.AdvanceBy(100ms);
+  EXPECT_EQ(Utilizations(kUsage).back(), L"100");
+  EXPECT_EQ(life_->Items(kUsage).size(), 2u);
+  monitor_.reset();
 }
 
 TEST_F(CpuEventMonitorTest, UsageIsCappedAndAFailingSampleIsZero) {
@@ -161,8 +181,8 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
     SetLoad(0);
     StartLife();
     world_.runtime.AdvanceBy(500ms);
-    world_.machine.Change([&](auto& state) {
-      state.processor_load = [&samples] {
+    world_.machine.processors().Change([&](auto& state) {
+      state.load = [&samples] {
         const int sample = samples.empty() ? 0 : samples.front();
         if (!samples.empty()) samples.pop_front();
         return std::optional<std::int32_t>(sample);
@@ -174,50 +194,22 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
   }
 }
 
-TEST_F(CpuEventMonitorTest, AStopDuringThePeakCheckStillReportsIt) {
+TEST_F(CpuEventMonitorTest, AStopDuringThePeakCheckStillReportsItButNotWithoutConsent) {
   SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", L"90"}, {L"CPUPeakThresholdDuration", L"10s"}});
-  StartLife();
-  world_.runtime.AdvanceBy(900ms);
-  SetLoad(95);
-  world_.runtime.AdvanceBy(1s);
-  EXPECT_TRUE(life_->Items(kPeak).empty()) << "the check spans ten seconds";
-  const platform::SteadyTime before = world_.runtime.clock().Steady();
-  monitor_->Stop();
-  EXPECT_EQ(world_.runtime.clock().Steady(), before);
-  EXPECT_EQ(Utilizations(kPeak), (Texts{L"95"}));
-  EXPECT_TRUE(world_.runtime.Threads().empty());
-}
-
-TEST_F(CpuEventMonitorTest, AWithdrawnConsentEndsThePeakCheckWithoutARecord) {
-  SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", L"90"}, {L"CPUPeakThresholdDuration", L"10s"}});
-  StartLife();
-  world_.runtime.AdvanceBy(900ms);
-  SetLoad(95);
-  world_.runtime.AdvanceBy(1s);
-  EventMonitorBase::SetTelemetryScope(L"none");
-  monitor_->Stop();
-  EventMonitorBase::SetTelemetryScope(L"full");
-  EXPECT_TRUE(life_->Items(kPeak).empty());
-}
-
-TEST_F(CpuEventMonitorTest, AChangeOfTheIntervalMovesTheNextReport) {
-  StartLife();
-  world_.runtime.AdvanceBy(150s);
-  Change({{kInterval, L"3m"}});
-  world_.runtime.AdvanceBy(150s);
-  EXPECT_EQ(UsageTimes(), (Times{60, 120, 300})) << "three minutes after the last";
-  // The same interval leaves the timer alone; an unusable one stops the reports, and a good one starts them again.
-  Change({{kInterval, L"3m"}, {L"CPUPeakThreshold", L"50"}});
-  EXPECT_EQ(world_.runtime.Threads().size(), 3u) << "check, tick and usage";
-  Change({{kInterval, L"59s"}});
-  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
-  world_.runtime.Settle();
-  EXPECT_EQ(world_.runtime.Threads().size(), 2u) << "the peak check goes on";
-  world_.runtime.AdvanceBy(10min);
-  EXPECT_EQ(life_->Items(kUsage).size(), 3u);
-  Change({{kInterval, L"1m"}});
-  world_.runtime.AdvanceBy(60s);
-  EXPECT_EQ(life_->Items(kUsage).size(), 5u) << "overdue at once, then one a minute";
+  for (const Texts& reported : {Texts{L"95"}, Texts{}}) {
+    SetLoad(0);
+    StartLife();
+    world_.runtime.AdvanceBy(900ms);
+    SetLoad(95);
+    world_.runtime.AdvanceBy(1s);
+    EXPECT_TRUE(life_->Items(kPeak).empty()) << "the check spans ten seconds";
+    life_->consent.given = !reported.empty();
+    const platform::SteadyTime before = world_.runtime.clock().Steady();
+    monitor_->Stop();
+    EXPECT_EQ(world_.runtime.clock().Steady(), before);
+    EXPECT_EQ(Utilizations(kPeak), reported);
+    monitor_.reset();
+  }
 }
 
 TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
@@ -236,7 +228,7 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
        }) {
     SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
     world_.logs.Clear();
-    world_.machine.Change([&](auto& state) { state.topology_script = row.script; });
+    world_.machine.processors().Change([&](auto& state) { state.topology_script = row.script; });
     StartLife();
     world_.runtime.AdvanceBy(61s);
     EXPECT_EQ(world_.logs.Count(L"GetCpuInformation-GetLogicalProcessorInformation failed 5,retryCount="), row.retries);
@@ -247,32 +239,39 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
   }
 }
 
-TEST_F(CpuEventMonitorTest, AMachineWithoutTheUtilityCounterReportsTheTimeCounter) {
+TEST_F(CpuEventMonitorTest, ACounterIsOpenedAgainAndItsFailureToldOnce) {
   SetLoad(42);
-  for (const auto& [time_error, messages, usage] : {std::tuple(0, 1u, 42), std::tuple(7, 2u, 0)}) {
-    world_.logs.Clear();
-    world_.machine.Change([&, error = time_error](auto& state) {
-      state.processor_utility_error = -1073738824;
-      state.processor_time_error = error;
+  const auto fail = [&](std::int64_t utility, std::int64_t time) {
+    world_.machine.processors().Change([&](auto& state) {
+      state.utility_error = utility;
+      state.time_error = time;
     });
-    EXPECT_EQ(info_.GetCpuUsageInt(), usage);
-    EXPECT_EQ(info_.GetCpuUsageInt(), usage);
-    EXPECT_EQ(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), messages) << "once, not at every sample";
-    info_.CleanUp();
-  }
-  world_.machine.Change([](auto& state) { state.processor_utility_error = state.processor_time_error = 0; });
-  EXPECT_EQ(info_.GetCpuUsageInt(), 42) << "the next try opens it";
-}
-
-TEST_F(CpuEventMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
-  ServiceLife life(world_);
-  CpuEventMonitor monitor(life.services());
-  monitor.StopMonitor();
-  monitor.StartMonitor(L"test");
-  monitor.ReadAndUpdateDatasetSettings();
-  world_.runtime.AdvanceBy(2min);
-  EXPECT_TRUE(life.Items().empty());
-  EXPECT_TRUE(world_.runtime.Threads().empty());
+  };
+  CPUInfo info(world_.machine.processors(), world_.runtime.clock());
+  const auto sample_in = [&](std::chrono::milliseconds time) {
+    world_.runtime.AdvanceBy(time);
+    return info.GetCpuUsageInt();
+  };
+  const auto told = [&] {
+    return std::tuple(world_.logs.Count(L"CPUInfo::InitPdhQuery failed "), world_.logs.Count(L"cannot be read; 0 is"),
+                      world_.logs.Count(L"can be read again"));
+  };
+  fail(-1073738824, 7);
+  EXPECT_EQ(sample_in(0ms), 0);
+  EXPECT_EQ(info.UntilMeasured(), 0ms);
+  EXPECT_EQ(sample_in(5min), 0);
+  EXPECT_EQ(told(), std::tuple(2u, 1u, 0u));
+  fail(-1073738824, 0);
+  EXPECT_EQ(sample_in(5min - 1ms), 0);
+  EXPECT_EQ(sample_in(1ms), 0) << "opened, and nothing is measured yet";
+  EXPECT_EQ(sample_in(100ms), 42) << "the time counter, where the system lacks the utility";
+  EXPECT_EQ(told(), std::tuple(2u, 1u, 1u));
+  SetLoad(std::nullopt);
+  EXPECT_EQ(sample_in(1s) + sample_in(1s), 0);
+  EXPECT_EQ(told(), std::tuple(2u, 2u, 1u));
+  SetLoad(42);
+  EXPECT_EQ(sample_in(1s), 42);
+  EXPECT_EQ(told(), std::tuple(2u, 2u, 2u));
 }
 
 }  // namespace

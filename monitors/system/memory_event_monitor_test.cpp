@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/simulated/simulated_firmware.h"
+#include "platform/simulated/simulated_memory.h"
 #include "testing/monitor_world.h"
 #include "testing/smbios_builder.h"
 
 namespace {
 
 using platform::MemoryStatus;
-using platform::SimulatedMachineState;
-using std::chrono::minutes;
 using std::chrono::seconds;
 
 constexpr std::uint64_t kGiB = 1ull << 30;
@@ -42,12 +42,8 @@ class MemoryEventMonitorTest : public testing::Test {
   void Settings(const std::map<std::wstring, std::wstring>& settings) {
     world_.config.SetSettings(MemoryEventMonitor::dataset_name, settings);
   }
-  void Memory(std::optional<MemoryStatus> memory) {
-    world_.machine.Change([&](SimulatedMachineState& state) { state.memory = memory; });
-  }
-  void Smbios(const testing_support::Bytes& table) {
-    world_.machine.Change([&](SimulatedMachineState& state) { state.smbios = table; });
-  }
+  void Memory(std::optional<MemoryStatus> memory) { world_.machine.memory().Set(memory); }
+  void Smbios(const testing_support::Bytes& table) { world_.machine.firmware().SetSmbios(table); }
   /// How many changes are reported when the load goes to `percent`.
   std::size_t ChangesAt(std::uint32_t percent) {
     const std::size_t before = life_->Items(L"Memory change").size();
@@ -98,21 +94,6 @@ TEST_F(MemoryEventMonitorTest, AFailedReadingIsLoggedOnceAndKeepsTheReference) {
   EXPECT_EQ(ChangesAt(45), 1u);
 }
 
-TEST_F(MemoryEventMonitorTest, UsageKeepsItsRhythmOverARestart) {
-  Settings({{L"ReadUsageInterval", L"10m"}});
-  Start();
-  world_.runtime.AdvanceBy(minutes(10) + seconds(1));
-  ASSERT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
-  monitor_.reset();
-  world_.runtime.AdvanceBy(minutes(4));
-  StartNextLife();
-  world_.runtime.AdvanceBy(minutes(6) - seconds(5));
-  EXPECT_TRUE(life_->Items(L"MemoryUsagePerInterval").empty());
-  world_.runtime.AdvanceBy(seconds(10));
-  ASSERT_EQ(life_->Items(L"MemoryUsagePerInterval").size(), 1u);
-  EXPECT_EQ(life_->Items().back().item_data().at(L"FreePhysicalMemory"), L"9216MB");
-}
-
 TEST_F(MemoryEventMonitorTest, ContextHoldsTheSlotsAsOneText) {
   using namespace testing_support;
   Smbios(Table()
@@ -152,21 +133,18 @@ TEST_F(MemoryEventMonitorTest, WithoutATableTheRestGoesOnAndABrokenOneStartsNoth
 TEST_F(MemoryEventMonitorTest, ChangedModulesAreReportedOnceAndOtherContextsAreNot) {
   Start();
   EXPECT_TRUE(life_->Items(L"MemoryEvent context updated").empty()) << "the first description is no change";
-  Memory(MemoryStatus{40, 32 * kGiB, 9 * kGiB});
+  Memory(MemoryStatus{40, 16 * kGiB - (kGiB >> 3) + (kGiB >> 10), 9 * kGiB});
+  Start();
+  EXPECT_TRUE(life_->Items(L"MemoryEvent context updated").empty()) << "a kernel that keeps 127 MB more is no module";
+  EXPECT_EQ(life_->DatasetContexts().back().item_data(), (ItemData{{L"TotalPhysicalMemory", L"16257MB"}}));
+  Memory(MemoryStatus{40, 16 * kGiB + (1ull << 20), 9 * kGiB});
   Start();
   ASSERT_EQ(life_->Items(L"MemoryEvent context updated").size(), 1u);
   EXPECT_EQ(life_->Items().back().dataset_context_id(), life_->DatasetContexts().back().dataset_context_id());
   (*monitor_)->OnDeviceContextChanges(true);
-  EXPECT_EQ(life_->DatasetContexts().size(), 3u);
+  EXPECT_EQ(life_->DatasetContexts().size(), 4u);
   EXPECT_EQ(life_->Items(L"MemoryEvent context updated").size(), 1u);
   EXPECT_EQ(life_->Items(L"DeviceInit").size(), 1u);
-}
-
-TEST_F(MemoryEventMonitorTest, AStopBeforeTheStartLeavesNoThread) {
-  MemoryEventMonitor monitor(life_->services());
-  monitor.StopMonitor();
-  monitor.StartMonitor(L"test");
-  EXPECT_TRUE(world_.runtime.Threads().empty());
 }
 
 }  // namespace

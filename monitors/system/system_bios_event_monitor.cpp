@@ -2,6 +2,7 @@
 
 #include "client/text/string.h"
 #include "monitors/logs/event_log_rendering.h"
+#include "platform/system_facts.h"
 
 namespace {
 
@@ -16,6 +17,15 @@ constexpr const char* kBootQueries[] = {
     "*[System[(EventID=1074)]]",
 };
 
+constexpr TVK::MonitorLines kLines = {
+    .log_opened = L"SystemBiosEventMonitor Log Intialize OK!",
+    .context_decision = L"SystemBiosEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.",
+    .context_failure = L"SystemBiosEventMonitor LogDatasetContext LogDatasetContext() return error: %d",
+    .init_failure = L"SystemBios LogDevInitEvent failed",
+    .item_failure = L"%s : LogItemEvent return error: %d",
+    .item_writer = L"SystemBiosEventMonitor::LogItemEvent",
+};
+
 }  // namespace
 
 const std::map<std::wstring, std::wstring> SystemBiosEventMonitor::ITEM_EVENT_CONTEXT = {
@@ -23,20 +33,8 @@ const std::map<std::wstring, std::wstring> SystemBiosEventMonitor::ITEM_EVENT_CO
 };
 
 SystemBiosEventMonitor::SystemBiosEventMonitor(const MonitorServices& monitor_services)
-    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
-      dataset_context_event_(monitor_services.runtime
-                                 .MakeNamedEvent(L"SystemBIOSEvent_LogDatasetContext", platform::EventReset::kManual,
-                                                 false, platform::EventAccess::kServiceOnly)
-                                 .event),
+    : ScheduledMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines}),
       info_(&monitor_services.machine_information) {}
-
-SystemBiosEventMonitor::~SystemBiosEventMonitor() = default;
-
-void SystemBiosEventMonitor::Initialize() {
-  if (TVK::utility::InitLog(log_, L"SystemBiosEventMonitor.log", 4)) {
-    log_.d(L"SystemBiosEventMonitor Log Intialize OK!");
-  }
-}
 
 void SystemBiosEventMonitor::StartMonitor(std::wstring /*name*/) {
   info_.CollectBiosInfo(log_);
@@ -46,13 +44,9 @@ void SystemBiosEventMonitor::StartMonitor(std::wstring /*name*/) {
     return;
   }
   facts_known_ = true;
-  const bool new_device_init = IsNewDeviceInitNeeded(dataset_id);
-  LogDatasetContext(new_device_init);
-  if (new_device_init) {
-    if (LogDevInitEvent() != 0) log_.d(L"SystemBios LogDevInitEvent failed");
-    SetDevicePathChanged(false);
-  }
-  if (!stopping_) LogOncePerBoot();
+  LogDatasetContext(IsNewDeviceInitNeeded(dataset_id));
+  InitialiseDevice();
+  if (!stopping() && Admits()) LogOncePerBoot();
 }
 
 void SystemBiosEventMonitor::LogOncePerBoot() {
@@ -77,47 +71,20 @@ std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
   constexpr wchar_t kThis[] = L"SystemBiosEventMonitor::GetLastbootTime";
   for (const char* const query : kBootQueries) {
     const EventLogAnswer answer =
-        ReadLoggedEvents(services().machine, services().runtime.clock(), "System", query, 1, log_, kThis);
+        ReadLoggedEvents(services().machine.event_log(), services().runtime.clock(), "System", query, 1, log_, kThis);
     if (!answer.events.empty() && answer.events.front().time_created) return answer.events.front().time_created;
     if (answer.failure == platform::EventLogFailure::kNotSupported) break;
     // The log may know the boot and did not tell: silence until the next start rather than a second record of one boot.
     if (answer.failure != platform::EventLogFailure::kNone) return std::nullopt;
   }
-  return services().machine.ReadBootTime();
+  return services().machine.system().ReadBootTime();
 }
 
-void SystemBiosEventMonitor::StopMonitor() {
-  stopping_ = true;
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
-}
-
-void SystemBiosEventMonitor::LogDatasetContext(bool new_context_needed) {
-  if (!facts_known_) return;
-  const std::lock_guard lock(context_mutex_);
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Reset();
-  const ItemData facts = info_.ToItemData();
-  const bool needed = IsNewDatasetContextNeeded(dataset_id, facts, new_context_needed, dataset_context_id_);
-  log_.d(L"SystemBiosEventMonitor LogDatasetContext bIsNeedNewDatasetContext is %s.", needed ? L"true" : L"false");
-  if (needed) {
-    const int error = WriteDatasetContext(kRow, facts, dataset_context_id_);
-    if (error != 0) log_.e(L"SystemBiosEventMonitor LogDatasetContext LogDatasetContext() return error: %d", error);
-  }
-  if (dataset_context_event_ != nullptr) dataset_context_event_->Set();
-}
-
-std::wstring SystemBiosEventMonitor::DatasetContextId() {
-  const std::lock_guard lock(context_mutex_);
-  return dataset_context_id_;
-}
-
-int SystemBiosEventMonitor::LogDevInitEvent() {
-  if (!facts_known_) return 0;
-  return WriteItemEvent(kRow, DatasetContextId(), L"DeviceInit", DeviceInitItemId, {});
+std::optional<std::vector<TVK::DescribedDevice>> SystemBiosEventMonitor::Describe() {
+  if (!facts_known_) return std::nullopt;
+  return {{{{}, info_.ToItemData()}}};
 }
 
 int SystemBiosEventMonitor::LogItemEvent(const SystemBiosInfo& info) {
-  const int error = WriteItemEvent(kRow, DatasetContextId(), kReadInfoPerBoot, ITEM_EVENT_CONTEXT.at(kReadInfoPerBoot),
-                                   info.ToItemData());
-  if (error != 0) log_.e(L"%s : LogItemEvent return error: %d", L"SystemBiosEventMonitor::LogItemEvent", error);
-  return error;
+  return WriteItem(kReadInfoPerBoot, info.ToItemData());
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/linux/sysroot.h"
-#include "platform/machine.h"
+#include "platform/processors.h"
 
 namespace platform {
 

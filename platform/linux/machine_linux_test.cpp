@@ -2,9 +2,15 @@
 
 #include <cerrno>
 
+#include "platform/firmware.h"
 #include "platform/local.h"
+#include "platform/memory.h"
+#include "platform/processors.h"
+#include "platform/region.h"
 #include "platform/registry_names.h"
+#include "platform/settings.h"
 #include "platform/simulated/virtual_runtime.h"
+#include "platform/system_facts.h"
 #include "testing/recorded_tree.h"
 #include "testing/smbios_builder.h"
 
@@ -23,11 +29,11 @@ class LinuxMachineTest : public testing::Test {
 };
 
 TEST_F(LinuxMachineTest, MeasuresTheLoadFromSampleToSample) {
-  EXPECT_EQ(machine_->OpenProcessorUtility().error, ENOENT);
+  EXPECT_EQ(machine_->processors().OpenUtility().error, ENOENT);
   tree_.Write("/proc/stat", "intr 0\n");
-  EXPECT_EQ(machine_->OpenProcessorUtility().error, EBADMSG);
+  EXPECT_EQ(machine_->processors().OpenUtility().error, EBADMSG);
   tree_.Write("/proc/stat", "cpu 100 0 0 900 0 0 0 0 0 0\n");
-  const ProcessorLoadOpening opening = machine_->OpenProcessorUtility();
+  const ProcessorLoadOpening opening = machine_->processors().OpenUtility();
   ASSERT_TRUE(opening.reader);
   const auto sample = [&](const char* stat, std::chrono::milliseconds later) {
     tree_.Write("/proc/stat", stat);
@@ -51,13 +57,13 @@ TEST_F(LinuxMachineTest, GivesTheSmbiosTableTheHeaderOfWindows) {
     tree_.Write(std::string("/sys/firmware/dmi/tables/") + name, {bytes.begin(), bytes.end()});
   };
   std::uint32_t error = 0;
-  EXPECT_TRUE(machine_->ReadSmbios(&error).empty());
+  EXPECT_TRUE(machine_->firmware().ReadSmbios(&error).empty());
   EXPECT_EQ(error, std::uint32_t{ENOENT});
   write("DMI", table.bytes());
   write("smbios_entry_point", Table::EntryPoint64(4096));
-  EXPECT_EQ(machine_->ReadSmbios(), table.Rsmb());
+  EXPECT_EQ(machine_->firmware().ReadSmbios(), table.Rsmb());
   write("smbios_entry_point", {'_', 'S', 'M', '_', 0});
-  EXPECT_TRUE(machine_->ReadSmbios(&error).empty());
+  EXPECT_TRUE(machine_->firmware().ReadSmbios(&error).empty());
   EXPECT_EQ(error, std::uint32_t{EBADMSG});
 }
 
@@ -67,6 +73,7 @@ TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {
            {"/etc/locale.conf", "LANG=de_AT.UTF-8\nLC_MESSAGES=en_GB.UTF-8\n"},
            {"/etc/machine-id", "00112233445566778899aabbccddeeff\n"},
            {"/proc/stat", "cpu 1 2 3 4\nbtime 1767222000\n"},
+           {"/proc/sys/kernel/random/boot_id", "01234567-89ab-cdef-0123-456789abcdef\n"},
            {"/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 400 kB\n"},
            {"/sys/class/dmi/id/sys_vendor", "Contoso \n"},
            {"/sys/class/dmi/id/ec_firmware_release", "1.9\n"},
@@ -76,40 +83,42 @@ TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {
     tree_.Write(file, text);
   std::filesystem::create_symlink("/usr/share/zoneinfo/Europe/Vienna", tree_.root() / "etc" / "localtime");
 
-  const OperatingSystemFacts system = machine_->ReadOperatingSystemFacts();
+  const OperatingSystemFacts system = machine_->system().ReadOperatingSystem();
   EXPECT_EQ(system.name, "Debian");
   EXPECT_EQ(system.version, "12");
   EXPECT_EQ(system.display_language, "en-GB");
   EXPECT_EQ(system.update_title, "12 (bookworm)");
   EXPECT_EQ(system.update_description, "Debian-12");
-  const RegionFacts region = machine_->ReadRegionFacts();
+  const RegionFacts region = machine_->region().ReadFacts();
   EXPECT_EQ(region.nation, "AT");
   EXPECT_EQ(region.locale_name, "de-AT");
   EXPECT_EQ(region.time_zone, "Europe/Vienna");
-  EXPECT_EQ(machine_->ReadInstallationId(), "00112233445566778899aabbccddeeff");
-  EXPECT_EQ(machine_->ReadBootTime(), 1767222000);
-  EXPECT_EQ(machine_->ReadMemoryStatus()->load_percent, 60u);
-  const FirmwareFacts firmware = machine_->ReadFirmwareFacts();
+  EXPECT_EQ(machine_->system().ReadInstallationId(), "00112233445566778899aabbccddeeff");
+  EXPECT_EQ(machine_->system().ReadBootTime(), 1767222000);
+  EXPECT_EQ(machine_->system().ReadBootId(), "01234567-89ab-cdef-0123-456789abcdef");
+  EXPECT_EQ(machine_->memory().ReadStatus()->load_percent, 60u);
+  const FirmwareFacts firmware = machine_->firmware().ReadFacts();
   EXPECT_EQ(firmware.manufacturer, "Contoso");
   EXPECT_EQ(firmware.ec_release, "1.9");
   EXPECT_EQ(firmware.board_manufacturer + firmware.board_product + firmware.board_version, "LitwareNB14G3Rev 2");
 
   tree_.Remove("/etc/os-release");
   tree_.Write("/usr/lib/os-release", "NAME=Fedora\n");
-  EXPECT_EQ(machine_->ReadOperatingSystemFacts().name, "Fedora");
+  EXPECT_EQ(machine_->system().ReadOperatingSystem().name, "Fedora");
 }
 
 TEST_F(LinuxMachineTest, AnEmptyTreeTellsNothing) {
   std::uint32_t error = 0;
-  EXPECT_FALSE(machine_->ReadMemoryStatus(&error));
+  EXPECT_FALSE(machine_->memory().ReadStatus(&error));
   EXPECT_EQ(error, std::uint32_t{ENOENT});
   tree_.Write("/proc/meminfo", "nonsense");
-  EXPECT_FALSE(machine_->ReadMemoryStatus(&error));
+  EXPECT_FALSE(machine_->memory().ReadStatus(&error));
   EXPECT_EQ(error, std::uint32_t{EBADMSG});
-  EXPECT_EQ(machine_->ReadOperatingSystemFacts().name, "");
-  EXPECT_EQ(machine_->ReadRegionFacts().time_zone, "");
-  EXPECT_EQ(machine_->ReadInstallationId(), "");
-  EXPECT_FALSE(machine_->ReadBootTime());
+  EXPECT_EQ(machine_->system().ReadOperatingSystem().name, "");
+  EXPECT_EQ(machine_->region().ReadFacts().time_zone, "");
+  EXPECT_EQ(machine_->system().ReadInstallationId(), "");
+  EXPECT_FALSE(machine_->system().ReadBootTime());
+  EXPECT_EQ(machine_->system().ReadBootId(), "");
 }
 
 TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
@@ -121,7 +130,7 @@ TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
         std::tuple("/etc/default/locale", "LANG=en_DE.UTF-8\n", "en-DE")}) {
     SCOPED_TRACE(file);
     const auto told = runtime->MakeEvent(EventReset::kAuto);
-    const auto watcher = machine_->OpenSettingWatcher(*runtime, [&](int) { told->Set(); });
+    const auto watcher = machine_->settings().OpenWatcher(*runtime, [&](int) { told->Set(); });
     ASSERT_TRUE(watcher);
     const int index = expected[1] == '\0'
                           ? watcher->Add(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath,
@@ -137,11 +146,11 @@ TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
 }
 
 TEST_F(LinuxMachineTest, PrefersTheUserAtTheScreen) {
-  EXPECT_EQ(machine_->ReadLoggedInUserId(), "");
+  EXPECT_EQ(machine_->system().ReadLoggedInUserId(), "");
   tree_.Write("/run/systemd/sessions/1", "UID=1000\nACTIVE=1\nCLASS=user\n");
-  EXPECT_EQ(machine_->ReadLoggedInUserId(), "1000");
+  EXPECT_EQ(machine_->system().ReadLoggedInUserId(), "1000");
   tree_.Write("/run/systemd/sessions/c2", "UID=1001\nACTIVE=1\nCLASS=user\nSEAT=seat0\n");
-  EXPECT_EQ(machine_->ReadLoggedInUserId(), "1001");
+  EXPECT_EQ(machine_->system().ReadLoggedInUserId(), "1001");
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/machine.h"
+#include "platform/memory.h"
 
 namespace platform {
 

@@ -12,7 +12,7 @@
 namespace platform {
 namespace {
 
-constexpr SteadyTime kLeastSpan = std::chrono::milliseconds(100);
+constexpr std::chrono::milliseconds kLeastSpan(100);
 
 /// The times of now, or the errno.
 struct TimesReading {

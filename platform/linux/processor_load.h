@@ -3,7 +3,7 @@
 #include <filesystem>
 
 #include "platform/clock.h"
-#include "platform/machine.h"
+#include "platform/processors.h"
 
 namespace platform {
 

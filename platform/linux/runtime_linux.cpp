@@ -1,6 +1,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <sys/timerfd.h>
 
 #include <algorithm>
 #include <array>
@@ -11,8 +12,7 @@
 #include <system_error>
 
 #include "platform/deadline.h"
-#include "platform/linux/thread_linux.h"
-#include "platform/linux/timer_thread_linux.h"
+#include "platform/linux/unique_fd.h"
 #include "platform/linux/waitables_linux.h"
 #include "platform/local.h"
 
@@ -28,7 +28,8 @@ class LinuxClock final : public Clock {
  public:
   WallTime Now() const override { return std::chrono::floor<milliseconds>(std::chrono::system_clock::now()); }
 
-  SteadyTime Steady() const override { return std::chrono::steady_clock::now().time_since_epoch(); }
+  SteadyTime Steady() const override { return SteadyTime(Read(CLOCK_MONOTONIC)); }
+  ElapsedTime Elapsed() const override { return ElapsedTime(Read(CLOCK_BOOTTIME)); }
 
   LocalTime ToLocal(std::int64_t unix_seconds) const override {
     const std::time_t moment = unix_seconds;
@@ -57,16 +58,28 @@ class LinuxClock final : public Clock {
     const std::lock_guard lock(zone_mutex);
     return std::max<std::int64_t>(::mktime(&fields), -1);
   }
+
+ private:
+  static std::chrono::nanoseconds Read(clockid_t id) {
+    timespec now{};
+    ::clock_gettime(id, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  }
 };
 
-/// What is left of a wait, as ppoll takes it; null: for ever.
-const timespec* Remaining(std::optional<SteadyTime> deadline, SteadyTime now, timespec& storage) {
-  if (!deadline) return nullptr;
-  const auto left = *deadline - now;
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
-  storage.tv_sec = seconds.count();
-  storage.tv_nsec = (left - seconds).count();
-  return &storage;
+/// As the system's calls take it.
+timespec ToTimespec(std::chrono::nanoseconds time) {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+  return {.tv_sec = seconds.count(), .tv_nsec = (time - seconds).count()};
+}
+
+/// A descriptor that becomes readable once the clock that counts sleep has reached `moment`; ppoll's own timeout stops
+/// in a suspend. Nothing when the system gives no descriptor.
+UniqueFd OpenAlarm(ElapsedTime moment) {
+  UniqueFd alarm(::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK));
+  const itimerspec setting{.it_interval = {}, .it_value = ToTimespec(moment.time_since_epoch())};
+  if (alarm && ::timerfd_settime(alarm.get(), TFD_TIMER_ABSTIME, &setting, nullptr) != 0) return UniqueFd();
+  return alarm;
 }
 
 constexpr unsigned long kUsualLateness = 50'000;       // nanoseconds, what the kernel gives a process
@@ -107,9 +120,14 @@ class LinuxRuntime final : public Runtime {
   }
 
   WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) override;
+  WaitCode WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) override;
 
   std::thread StartThread(std::string_view name, std::function<void()> body) override {
-    return StartNamedThread(name, std::move(body));
+    return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
+      ::pthread_setname_np(::pthread_self(), name.c_str());
+      SetLateness(kUsualLateness);
+      body();
+    });
   }
 
   void Join(std::thread& thread) override {
@@ -119,52 +137,77 @@ class LinuxRuntime final : public Runtime {
     thread.join();
   }
 
-  std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) override {
-    return timers_.MakeTimer(std::move(callback));
-  }
-
  private:
   const LinuxClock clock_;
   const NamedEventFolder named_events_;
-  TimerThread timers_;
 };
 
-WaitCode LinuxRuntime::WaitAny(std::span<Waitable* const> objects, milliseconds timeout) {
-  if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
-  std::array<PollableWaitable*, kMaximumWaitObjects> waitables;
-  std::array<pollfd, kMaximumWaitObjects> fds;
-  for (std::size_t i = 0; i < objects.size(); ++i) {
-    waitables[i] = dynamic_cast<PollableWaitable*>(objects[i]);
-    if (waitables[i] == nullptr) return kWaitFailed;
-    fds[i] = {.fd = waitables[i]->fd(), .events = POLLIN, .revents = 0};
+/// The objects of one wait, and their descriptors with room for an alarm's.
+class PollSet {
+ public:
+  explicit PollSet(std::span<Waitable* const> objects) {
+    if (objects.size() > kMaximumWaitObjects) return;
+    for (; count_ < objects.size(); ++count_) {
+      waitables_[count_] = dynamic_cast<PollableWaitable*>(objects[count_]);
+      if (waitables_[count_] == nullptr) return;
+      fds_[count_] = {.fd = waitables_[count_]->fd(), .events = POLLIN, .revents = 0};
+    }
+    usable_ = count_ > 0;
   }
 
-  SteadyTime now = clock_.Steady();
-  const std::optional<SteadyTime> deadline = DeadlineAfter(now, timeout);
-  if (deadline) AllowLateness(timeout);
-  while (true) {
-    for (std::size_t i = 0; i < objects.size(); ++i) {
-      if (waitables[i]->TryConsume()) return static_cast<WaitCode>(i);
+  bool usable() const { return usable_; }
+
+  /// One turn of a wait (see WaitInTurns). The alarm (-1: none) ends it too.
+  WaitCode Turn(std::chrono::nanoseconds left, bool for_ever, int alarm) {
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (waitables_[i]->TryConsume()) return static_cast<WaitCode>(i);
     }
-    if (deadline && now >= *deadline) return kWaitTimeout;
-    timespec left{};
+    if (left <= left.zero()) return kWaitTimeout;
+    fds_[count_] = {.fd = alarm, .events = POLLIN, .revents = 0};
+    const timespec timeout = ToTimespec(left);
     // Another waiter may take the signal between here and the next look; then the wait goes on.
-    if (::ppoll(fds.data(), objects.size(), Remaining(deadline, now, left), nullptr) < 0 && errno != EINTR) {
+    if (::ppoll(fds_.data(), count_ + 1, for_ever ? nullptr : &timeout, nullptr) < 0 && errno != EINTR) {
       return kWaitFailed;
     }
-    now = clock_.Steady();
+    return kWaitTimeout;
   }
+
+ private:
+  std::array<PollableWaitable*, kMaximumWaitObjects> waitables_;
+  std::array<pollfd, kMaximumWaitObjects + 1> fds_;
+  std::size_t count_ = 0;
+  bool usable_ = false;
+};
+
+constexpr int kNoAlarm = -1;
+
+WaitCode LinuxRuntime::WaitAny(std::span<Waitable* const> objects, milliseconds timeout) {
+  PollSet set(objects);
+  if (!set.usable()) return kWaitFailed;
+  const SteadyTime deadline = DeadlineAfter(clock_.Steady(), timeout);
+  const bool for_ever = deadline == SteadyTime::max();
+  if (!for_ever) AllowLateness(timeout);
+  return WaitInTurns(
+      deadline, [&] { return clock_.Steady(); },
+      [&](std::chrono::nanoseconds left) { return set.Turn(left, for_ever, kNoAlarm); });
+}
+
+WaitCode LinuxRuntime::WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) {
+  PollSet set(objects);
+  if (!set.usable()) return kWaitFailed;
+  UniqueFd alarm;
+  return WaitInTurns(
+      deadline, [&] { return clock_.Elapsed(); },
+      [&](std::chrono::nanoseconds left) {
+        if (!alarm && left > left.zero()) {
+          AllowLateness(std::chrono::floor<milliseconds>(left));
+          alarm = OpenAlarm(DeadlineAfter(deadline, kAlarmMargin));
+        }
+        return set.Turn(left, false, alarm ? alarm.get() : kNoAlarm);
+      });
 }
 
 }  // namespace
-
-std::thread StartNamedThread(std::string_view name, std::function<void()> body) {
-  return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
-    ::pthread_setname_np(::pthread_self(), name.c_str());
-    SetLateness(kUsualLateness);
-    body();
-  });
-}
 
 std::unique_ptr<Runtime> MakeRealRuntime(RealRuntimeOptions options) {
   return std::make_unique<LinuxRuntime>(std::move(options));

@@ -87,21 +87,18 @@ class VirtualSemaphore final : public Semaphore, public SignalHolder {
   SemaphoreState state_;
 };
 
-class VirtualTimer final : public OneShotTimer {
- public:
-  VirtualTimer(VirtualWorld& world, std::function<void()> callback)
-      : world_(world), state_(world.MakeTimer(std::move(callback))) {}
-  VirtualTimer(const VirtualTimer&) = delete;
-  VirtualTimer& operator=(const VirtualTimer&) = delete;
-  ~VirtualTimer() override { world_.Disarm(*state_); }
-
-  void Arm(milliseconds delay) override { world_.Arm(state_, delay); }
-  void Disarm() override { world_.Disarm(*state_); }
-
- private:
-  VirtualWorld& world_;
-  const std::shared_ptr<VirtualTimerState> state_;  ///< Kept by the callback that destroys its own timer.
-};
+/// Empty when the objects cannot be waited for.
+std::vector<VirtualSignal*> SignalsOf(std::span<Waitable* const> objects) {
+  if (objects.size() > kMaximumWaitObjects) return {};
+  std::vector<VirtualSignal*> signals;
+  signals.reserve(objects.size());
+  for (Waitable* object : objects) {
+    auto* const holder = dynamic_cast<SignalHolder*>(object);
+    if (holder == nullptr) return {};
+    signals.push_back(&holder->signal());
+  }
+  return signals;
+}
 
 NamedEventResult Failure(std::errc error) {
   return {nullptr, static_cast<std::uint32_t>(error)};
@@ -161,15 +158,13 @@ std::unique_ptr<Semaphore> VirtualRuntime::MakeSemaphore(std::uint32_t initial, 
 }
 
 WaitCode VirtualRuntime::WaitAny(std::span<Waitable* const> objects, milliseconds timeout) {
-  if (objects.empty() || objects.size() > kMaximumWaitObjects) return kWaitFailed;
-  std::vector<VirtualSignal*> signals;
-  signals.reserve(objects.size());
-  for (Waitable* object : objects) {
-    auto* const holder = dynamic_cast<SignalHolder*>(object);
-    if (holder == nullptr) return kWaitFailed;
-    signals.push_back(&holder->signal());
-  }
-  return world_->Wait(signals, timeout);
+  const auto signals = SignalsOf(objects);
+  return signals.empty() ? kWaitFailed : world_->Wait(signals, timeout);
+}
+
+WaitCode VirtualRuntime::WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) {
+  const auto signals = SignalsOf(objects);
+  return signals.empty() ? kWaitFailed : world_->WaitUntil(signals, deadline);
 }
 
 std::thread VirtualRuntime::StartThread(std::string_view name, std::function<void()> body) {
@@ -180,12 +175,14 @@ void VirtualRuntime::Join(std::thread& thread) {
   world_->Join(thread);
 }
 
-std::unique_ptr<OneShotTimer> VirtualRuntime::MakeTimer(std::function<void()> callback) {
-  return std::make_unique<VirtualTimer>(*world_, std::move(callback));
-}
-
 void VirtualRuntime::AdvanceBy(milliseconds duration) {
   world_->AdvanceBy(duration);
+}
+void VirtualRuntime::Suspend(milliseconds duration) {
+  world_->Suspend(duration);
+}
+void VirtualRuntime::RefuseThreads(bool refuse) {
+  world_->RefuseThreads(refuse);
 }
 void VirtualRuntime::Settle() {
   world_->AdvanceBy(milliseconds(0));

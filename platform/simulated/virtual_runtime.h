@@ -4,9 +4,12 @@
 // under one lock; a waiter is marked runnable in the moment it is signalled, so the clock cannot move past work that is
 // due. Threads that block on something else than the runtime (a mutex, a file) count as working: time stands still.
 //
-// What is due at one instant (timeouts, timers) happens one after the other, in the order in which the threads and
-// timers were made; the next one once every thread waits again. So only threads that are signalled together run at the
-// same time. Timer callbacks run on a thread that drives the clock: one inside AdvanceBy or Settle, or one of these:
+// Timeouts that end at one instant end one after the other, in the order in which their threads were made; the next one
+// once every thread waits again. So only threads that are signalled together run at the same time.
+//
+// Suspend plays a machine that sleeps: the waking clock stands still, the elapsed one and the wall clock jump. Waits
+// until a moment of elapsed time that fell into the sleep end at the resume, one after the other in the order of their
+// moments; those for a time of waking go on with what was left.
 //
 // A thread that StartThread did not start (a test's own) may use everything too. While it waits in WaitAny, Wait or
 // Join, it drives the clock as AdvanceBy does, up to its own deadline, so that stopping a service from a test cannot
@@ -48,15 +51,22 @@ class VirtualRuntime final : public Runtime {
   NamedEventResult OpenNamedEvent(std::wstring_view name) override;
   std::unique_ptr<Semaphore> MakeSemaphore(std::uint32_t initial, std::uint32_t maximum) override;
   WaitCode WaitAny(std::span<Waitable* const> objects, milliseconds timeout) override;
+  WaitCode WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) override;
   std::thread StartThread(std::string_view name, std::function<void()> body) override;
   void Join(std::thread& thread) override;
-  std::unique_ptr<OneShotTimer> MakeTimer(std::function<void()> callback) override;
 
-  /// Lets the world run until it has reached `duration` from now and everything due by then is done (every thread of
-  /// the world waits for something later). The caller is not a thread of the world. Meant for the thread that owns the
-  /// test; only between such calls does the clock stand still although all threads wait. Negative counts as zero.
-  /// Throws std::logic_error when called on a thread of the world.
+  /// Lets the world run until it has reached `duration` of waking time from now and everything due by then is done
+  /// (every thread of the world waits for something later). The caller is not a thread of the world. Meant for the
+  /// thread that owns the test; only between such calls does the clock stand still although all threads wait. Negative
+  /// counts as zero. Throws std::logic_error when called on a thread of the world.
   void AdvanceBy(milliseconds duration);
+
+  /// The machine sleeps for `duration` (negative counts as zero): what is due now is done before, and what fell due in
+  /// the sleep when it returns. Caller and failure as AdvanceBy.
+  void Suspend(milliseconds duration);
+
+  /// While true, StartThread throws as where the system gives no thread. At first false.
+  void RefuseThreads(bool refuse);
 
   /// AdvanceBy(0): returns when everything due now is done.
   void Settle();
@@ -64,8 +74,8 @@ class VirtualRuntime final : public Runtime {
   /// The threads that StartThread started and that have not ended.
   std::vector<VirtualThreadState> Threads() const;
 
-  /// How many waits of its threads that really blocked have ended since the start of the world, and how many timers
-  /// have fired: what would be wake-ups on a real machine.
+  /// How many waits of its threads that really blocked have ended since the start of the world: what would be wake-ups
+  /// on a real machine.
   std::uint64_t WakeUps() const;
 
  private:

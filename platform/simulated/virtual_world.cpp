@@ -14,27 +14,26 @@ namespace platform {
 struct VirtualWait {
   const std::vector<VirtualSignal*>& signals;
   std::shared_ptr<VirtualThread> thread;  ///< Null: a thread that the world did not start.
-  std::condition_variable ended;          ///< For threads of the world; the others sleep on the world's `changed_`.
+  bool counts_sleep;
+  std::condition_variable ended;  ///< For threads of the world; the others sleep on the world's `changed_`.
   std::optional<VirtualWorld::Agenda::iterator> due;
   std::optional<VirtualWorld::Drives::iterator> drive;
   std::optional<WaitCode> result;  ///< Set by whoever ends the wait.
 };
 
-struct VirtualTimerState {
-  std::function<void()> callback;
-  std::uint64_t sequence = 0;
-  std::optional<VirtualWorld::Agenda::iterator> due;
-  std::thread::id running_on;  ///< The thread inside `callback`; none: not running.
-};
-
 WallTime VirtualWorld::Now() const {
   const auto lock = Lock();
-  return options_.start + std::chrono::floor<milliseconds>(now_);
+  return options_.start + std::chrono::floor<milliseconds>(ElapsedNow().time_since_epoch());
 }
 
 SteadyTime VirtualWorld::Steady() const {
   const auto lock = Lock();
   return now_;
+}
+
+ElapsedTime VirtualWorld::Elapsed() const {
+  const auto lock = Lock();
+  return ElapsedNow();
 }
 
 LocalTime VirtualWorld::ToLocal(std::int64_t unix_seconds) const {
@@ -48,11 +47,6 @@ std::int64_t VirtualWorld::FromLocal(const LocalTime& local) const {
 std::shared_ptr<VirtualThread> VirtualWorld::Find(std::thread::id id) const {
   const auto found = std::ranges::find_if(threads_, [id](const auto& thread) { return thread->id == id; });
   return found == threads_.end() ? nullptr : *found;
-}
-
-VirtualWorld::Agenda::iterator VirtualWorld::Schedule(SteadyTime time, std::uint64_t sequence,
-                                                      Agenda::mapped_type what) {
-  return agenda_.emplace(AgendaKey(time, sequence, next_asking_++), std::move(what)).first;
 }
 
 void VirtualWorld::Offer(VirtualSignal& signal) {
@@ -82,84 +76,74 @@ void VirtualWorld::End(VirtualWait& wait, WaitCode result) {
 
 WaitCode VirtualWorld::Wait(const std::vector<VirtualSignal*>& signals, milliseconds timeout) {
   auto lock = Lock();
+  return Block(lock, signals, DeadlineAfter(now_, timeout), false);
+}
+
+WaitCode VirtualWorld::WaitUntil(const std::vector<VirtualSignal*>& signals, ElapsedTime deadline) {
+  auto lock = Lock();
+  const auto left = std::max(deadline, ElapsedNow()) - ElapsedNow();
+  return Block(lock, signals, deadline == ElapsedTime::max() ? SteadyTime::max() : now_ + left, true);
+}
+
+/// A wait that ends when the waking clock reaches `due` (max: never); one that counts sleep is moved by each suspend.
+WaitCode VirtualWorld::Block(std::unique_lock<std::mutex>& lock, const std::vector<VirtualSignal*>& signals,
+                             SteadyTime due, bool counts_sleep) {
   for (std::size_t i = 0; i < signals.size(); ++i) {
     if (signals[i]->TryConsume()) return static_cast<WaitCode>(i);
   }
-  if (timeout <= milliseconds(0)) return kWaitTimeout;
+  if (due <= now_) return kWaitTimeout;
 
   VirtualWait wait{.signals = signals,
                    .thread = Find(std::this_thread::get_id()),
+                   .counts_sleep = counts_sleep,
                    .ended = {},
                    .due = {},
                    .drive = {},
                    .result = {}};
   for (VirtualSignal* signal : signals)
     signal->waits.push_back(&wait);
-  const std::optional<SteadyTime> deadline = DeadlineAfter(now_, timeout);
-  if (deadline) {
+  if (due != SteadyTime::max()) {
     // Threads from outside come last: what the world does at that instant is done when their wait ends.
     const auto sequence = wait.thread ? wait.thread->sequence : std::numeric_limits<std::uint64_t>::max();
-    wait.due = Schedule(*deadline, sequence, &wait);
+    wait.due = agenda_.emplace(AgendaKey(due, sequence, next_asking_++), &wait).first;
   }
 
   if (wait.thread == nullptr) {
-    wait.drive = drives_.insert(deadline.value_or(SteadyTime::max()));
+    wait.drive = drives_.insert(due);
     DriveUntil(lock, [&] { return wait.result.has_value(); });
   } else {
     wait.thread->waiting = true;
-    StopRunning(lock);
+    StopRunning();
     wait.ended.wait(lock, [&] { return wait.result.has_value(); });
   }
   return *wait.result;
 }
 
-/// Does the one thing that is due first, if the clock may go there; false: it may not, or nothing is due.
-bool VirtualWorld::Step(std::unique_lock<std::mutex>& lock, Caller caller) {
+/// Ends the wait that is due first, if the clock may go there; false: it may not, or nothing is due.
+bool VirtualWorld::Step() {
   if (running_ > 0 || agenda_.empty() || drives_.empty()) return false;
-  const auto first = agenda_.begin();
-  const SteadyTime time = std::get<SteadyTime>(first->first);
+  const auto& [key, wait] = *agenda_.begin();
+  const SteadyTime time = std::get<SteadyTime>(key);
   if (time > *drives_.rbegin()) return false;
-  if (VirtualWait* const* wait = std::get_if<VirtualWait*>(&first->second)) {
-    now_ = std::max(now_, time);
-    End(**wait, kWaitTimeout);
-    return true;
-  }
-  // A thread of the world is inside a wait of its own; a callback there would meet the locks that it holds.
-  if (caller == Caller::kThreadOfTheWorld) return false;
   now_ = std::max(now_, time);
-  const auto timer = std::get<std::shared_ptr<VirtualTimerState>>(first->second);
-  agenda_.erase(first);
-  RunCallback(lock, timer);
+  End(*wait, kWaitTimeout);
   return true;
 }
 
 /// The calling thread of the world waits or ends. The last one to do so moves the clock itself, which spares the change
 /// to the driver and back that would make up most of a simulated day.
-void VirtualWorld::StopRunning(std::unique_lock<std::mutex>& lock) {
+void VirtualWorld::StopRunning() {
   --running_;
-  while (Step(lock, Caller::kThreadOfTheWorld)) {
+  while (Step()) {
   }
   if (running_ == 0) changed_.notify_all();
 }
 
 void VirtualWorld::DriveUntil(std::unique_lock<std::mutex>& lock, const std::function<bool()>& reached) {
   while (!reached()) {
-    if (!Step(lock, Caller::kDriver)) changed_.wait(lock);
+    if (!Step()) changed_.wait(lock);
   }
   changed_.notify_all();  // Another driver may have to take over.
-}
-
-void VirtualWorld::RunCallback(std::unique_lock<std::mutex>& lock, const std::shared_ptr<VirtualTimerState>& timer) {
-  timer->due.reset();
-  timer->running_on = std::this_thread::get_id();
-  ++running_;
-  ++wake_ups_;
-  lock.unlock();
-  timer->callback();
-  lock.lock();
-  timer->running_on = {};
-  --running_;
-  changed_.notify_all();
 }
 
 std::thread VirtualWorld::StartThread(std::string_view name, std::function<void()> body) {
@@ -167,6 +151,7 @@ std::thread VirtualWorld::StartThread(std::string_view name, std::function<void(
   state->name = name.substr(0, 15);
   // Held until the thread is listed, so that it finds itself there whatever it does first.
   const auto lock = Lock();
+  if (refuses_threads_) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
   std::thread thread([this, state, body = std::move(body)]() mutable noexcept {
     body();
     body = nullptr;  // What the body owns may use the world until here.
@@ -180,11 +165,11 @@ std::thread VirtualWorld::StartThread(std::string_view name, std::function<void(
 }
 
 void VirtualWorld::EndThread(VirtualThread& thread) {
-  auto lock = Lock();
+  const auto lock = Lock();
   std::erase_if(threads_, [&](const auto& other) { return other.get() == &thread; });
   thread.ended = true;
   Offer(thread);
-  StopRunning(lock);
+  StopRunning();
 }
 
 void VirtualWorld::Join(std::thread& thread) {
@@ -218,7 +203,7 @@ void VirtualWorld::AdvanceBy(milliseconds duration) {
   if (Find(std::this_thread::get_id()) != nullptr) {
     throw std::logic_error("a thread of a virtual world cannot advance its clock");
   }
-  const SteadyTime target = DeadlineAfter(now_, duration).value_or(SteadyTime::max());
+  const SteadyTime target = DeadlineAfter(now_, duration);
   const auto drive = drives_.insert(target);
   DriveUntil(lock, [&] {
     return running_ == 0 && (agenda_.empty() || std::get<SteadyTime>(agenda_.begin()->first) > target);
@@ -227,33 +212,36 @@ void VirtualWorld::AdvanceBy(milliseconds duration) {
   now_ = std::max(now_, target);
 }
 
-std::shared_ptr<VirtualTimerState> VirtualWorld::MakeTimer(std::function<void()> callback) {
-  auto timer = std::make_shared<VirtualTimerState>();
-  timer->callback = std::move(callback);
-  const auto lock = Lock();
-  timer->sequence = next_sequence_++;
-  return timer;
-}
-
-void VirtualWorld::Arm(const std::shared_ptr<VirtualTimerState>& timer, milliseconds delay) {
-  const auto lock = Lock();
-  if (timer->due) agenda_.erase(*timer->due);
-  timer->due.reset();
-  if (const std::optional<SteadyTime> time = DeadlineAfter(now_, delay)) {
-    timer->due = Schedule(*time, timer->sequence, timer);
-    if (running_ == 0) changed_.notify_all();  // Drivers that found nothing due.
+void VirtualWorld::Suspend(milliseconds duration) {
+  AdvanceBy(milliseconds(0));
+  {
+    const auto lock = Lock();
+    const auto by = DeadlineAfter(ElapsedNow(), duration) - ElapsedNow();
+    asleep_ += by;
+    std::vector<VirtualWait*> waits;
+    for (const auto& [key, wait] : agenda_) {
+      if (wait->counts_sleep) waits.push_back(wait);
+    }
+    for (VirtualWait* const wait : waits)
+      MoveForward(*wait, by);
   }
+  AdvanceBy(milliseconds(0));
 }
 
-void VirtualWorld::Disarm(VirtualTimerState& timer) {
-  auto lock = Lock();
-  const auto running_elsewhere = [&] {
-    return timer.running_on != std::thread::id() && timer.running_on != std::this_thread::get_id();
-  };
-  changed_.wait(lock, [&] { return !running_elsewhere(); });
-  // After the callback: it may have armed its timer again.
-  if (timer.due) agenda_.erase(*timer.due);
-  timer.due.reset();
+void VirtualWorld::MoveForward(VirtualWait& wait, std::chrono::nanoseconds by) {
+  auto entry = agenda_.extract(*wait.due);
+  SteadyTime& due = std::get<SteadyTime>(entry.key());
+  due -= by;
+  if (wait.drive) {
+    drives_.erase(*wait.drive);
+    wait.drive = drives_.insert(due);
+  }
+  wait.due = agenda_.insert(std::move(entry)).position;
+}
+
+void VirtualWorld::RefuseThreads(bool refuse) {
+  const auto lock = Lock();
+  refuses_threads_ = refuse;
 }
 
 }  // namespace platform

@@ -2,7 +2,7 @@
 //
 // The clock moves only while somebody drives it: a thread inside AdvanceBy, or a thread that the world did not start
 // and that waits in it. Things that are due at one instant happen one after the other, the next one once every thread
-// waits again, in the order in which the threads and timers that they belong to were made.
+// waits again, in the order in which the threads were made.
 #pragma once
 
 #include <condition_variable>
@@ -15,7 +15,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <variant>
 #include <vector>
 
 #include "platform/simulated/virtual_runtime.h"
@@ -23,7 +22,6 @@
 namespace platform {
 
 struct VirtualWait;
-struct VirtualTimerState;
 
 /// What a wait can end on. Guarded by the world's lock.
 struct VirtualSignal {
@@ -55,6 +53,7 @@ class VirtualWorld final : public Clock {
 
   WallTime Now() const override;
   SteadyTime Steady() const override;
+  ElapsedTime Elapsed() const override;
   LocalTime ToLocal(std::int64_t unix_seconds) const override;
   std::int64_t FromLocal(const LocalTime& local) const override;
 
@@ -65,45 +64,47 @@ class VirtualWorld final : public Clock {
   void Offer(VirtualSignal& signal);
 
   WaitCode Wait(const std::vector<VirtualSignal*>& signals, milliseconds timeout);
+  WaitCode WaitUntil(const std::vector<VirtualSignal*>& signals, ElapsedTime deadline);
   std::thread StartThread(std::string_view name, std::function<void()> body);
   void Join(std::thread& thread);
   std::vector<VirtualThreadState> Threads() const;
   std::uint64_t WakeUps() const;
   void AdvanceBy(milliseconds duration);
-
-  std::shared_ptr<VirtualTimerState> MakeTimer(std::function<void()> callback);
-  void Arm(const std::shared_ptr<VirtualTimerState>& timer, milliseconds delay);
-  void Disarm(VirtualTimerState& timer);
+  void Suspend(milliseconds duration);
+  void RefuseThreads(bool refuse);
 
  private:
   friend struct VirtualWait;
-  friend struct VirtualTimerState;
 
-  /// When, then the sequence of the thread or timer that asked, then the order of asking.
+  /// When by the waking clock, then the sequence of the thread that asked, then the order of asking. Deadlines of
+  /// elapsed time move in it with every suspend; those that fell into one lie in the past then.
   using AgendaKey = std::tuple<SteadyTime, std::uint64_t, std::uint64_t>;
-  using Agenda = std::map<AgendaKey, std::variant<VirtualWait*, std::shared_ptr<VirtualTimerState>>>;
+  using Agenda = std::map<AgendaKey, VirtualWait*>;
   using Drives = std::multiset<SteadyTime>;
-  enum class Caller { kDriver, kThreadOfTheWorld };
 
-  // All of these under the lock; those that take it release it while a callback runs or the thread sleeps.
+  // All of these under the lock; those that take it release it while the thread sleeps.
+  ElapsedTime ElapsedNow() const { return ElapsedTime(now_.time_since_epoch() + asleep_); }
   std::shared_ptr<VirtualThread> Find(std::thread::id id) const;
-  Agenda::iterator Schedule(SteadyTime time, std::uint64_t sequence, Agenda::mapped_type what);
+  WaitCode Block(std::unique_lock<std::mutex>& lock, const std::vector<VirtualSignal*>& signals, SteadyTime due,
+                 bool counts_sleep);
+  void MoveForward(VirtualWait& wait, std::chrono::nanoseconds by);
   void End(VirtualWait& wait, WaitCode result);
-  bool Step(std::unique_lock<std::mutex>& lock, Caller caller);
-  void StopRunning(std::unique_lock<std::mutex>& lock);
+  bool Step();
+  void StopRunning();
   void DriveUntil(std::unique_lock<std::mutex>& lock, const std::function<bool()>& reached);
-  void RunCallback(std::unique_lock<std::mutex>& lock, const std::shared_ptr<VirtualTimerState>& timer);
   void EndThread(VirtualThread& thread);
 
   const VirtualRuntimeOptions options_;
 
   mutable std::mutex mutex_;         ///< Guards everything below and the objects of the world.
-  std::condition_variable changed_;  ///< Drivers and Disarm: all threads wait, a driver's wait or a callback ended.
-  SteadyTime now_{0};
+  std::condition_variable changed_;  ///< For drivers: all threads wait, or a driver's wait ended.
+  SteadyTime now_;
+  std::chrono::nanoseconds asleep_{0};  ///< In all suspends: elapsed time minus waking time.
   std::uint64_t next_sequence_ = 0;
   std::uint64_t next_asking_ = 0;
   std::uint64_t wake_ups_ = 0;
-  std::size_t running_ = 0;  ///< Threads of the world that do not wait, and callbacks under way.
+  std::size_t running_ = 0;  ///< Threads of the world that do not wait.
+  bool refuses_threads_ = false;
   std::vector<std::shared_ptr<VirtualThread>> threads_;  ///< Those that have not ended, by age.
   Agenda agenda_;
   Drives drives_;  ///< How far each driver lets the clock go.

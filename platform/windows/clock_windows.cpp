@@ -13,8 +13,6 @@ using std::chrono::seconds;
 using std::chrono::sys_days;
 using std::chrono::sys_seconds;
 
-using FileTimeTicks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
-
 // File times count from 1601-01-01.
 constexpr sys_days kFileTimeStart = std::chrono::year(1601) / 1 / 1;
 // SYSTEMTIME's last year is 30827; a day less leaves room for every zone.
@@ -51,6 +49,10 @@ TIME_ZONE_INFORMATION ZoneOf(WORD year) {
 
 }  // namespace
 
+FileTimeTicks ToFileTime(WallTime moment) {
+  return moment - kFileTimeStart;
+}
+
 WallTime WindowsClock::Now() const {
   FILETIME now;
   GetSystemTimePreciseAsFileTime(&now);
@@ -59,16 +61,13 @@ WallTime WindowsClock::Now() const {
 }
 
 SteadyTime WindowsClock::Steady() const {
-  static const std::int64_t frequency = [] {
-    LARGE_INTEGER ticks_a_second;
-    QueryPerformanceFrequency(&ticks_a_second);
-    return ticks_a_second.QuadPart;
-  }();
-  constexpr std::int64_t kNanoseconds = 1'000'000'000;
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  // In two steps: the product of a long uptime and 10^9 would overflow.
-  return SteadyTime(now.QuadPart / frequency * kNanoseconds + now.QuadPart % frequency * kNanoseconds / frequency);
+  ULONGLONG now = 0;
+  QueryUnbiasedInterruptTime(&now);
+  return SteadyTime(FileTimeTicks(static_cast<std::int64_t>(now)));
+}
+
+ElapsedTime WindowsClock::Elapsed() const {
+  return ElapsedTime(milliseconds(static_cast<std::int64_t>(GetTickCount64())));
 }
 
 LocalTime WindowsClock::ToLocal(std::int64_t unix_seconds) const {

@@ -1,8 +1,9 @@
-#include "platform/windows/event_log_windows.h"
+#include "platform/event_log.h"
 
 #include <cstdio>
 #include <new>
 
+#include "platform/windows/doors_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/text.h"
 
@@ -168,10 +169,15 @@ class Reader {
   std::vector<std::uint64_t> buffer_ = std::vector<std::uint64_t>(512);  ///< 8-byte units, aligned for EVT_VARIANT.
 };
 
+class WindowsEventLog final : public EventLog {
+ public:
+  EventLogReading Query(const EventLogQuery& query) override { return Reader(query).Run(); }
+};
+
 }  // namespace
 
-EventLogReading QueryEventLog(const EventLogQuery& query) {
-  return Reader(query).Run();
+std::unique_ptr<EventLog> MakeEventLog() {
+  return std::make_unique<WindowsEventLog>();
 }
 
 }  // namespace platform::windows

@@ -1,6 +1,7 @@
 // The event log as it is read through the system's own functions, which a library beside this program stands in for.
 #include <gtest/gtest.h>
 
+#include "platform/event_log.h"
 #include "platform/local.h"
 #include "platform/windows/sys.h"
 
@@ -12,7 +13,7 @@ class EventLogWindowsTest : public testing::Test {
   void SetUp() override { ASSERT_NE(open_handles_, nullptr) << "the system's own library was loaded"; }
   void TearDown() override { EXPECT_EQ(open_handles_(), 0) << "every handle is closed"; }
 
-  EventLogReading Read(EventLogQuery query) { return machine_->QueryEventLog(query); }
+  EventLogReading Read(EventLogQuery query) { return machine_->event_log().Query(query); }
 
   using OpenHandles = int(WINAPI*)();
   const OpenHandles open_handles_ = reinterpret_cast<OpenHandles>(

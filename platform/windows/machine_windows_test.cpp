@@ -3,7 +3,13 @@
 
 #include <regex>
 
+#include "platform/event_log.h"
+#include "platform/firmware.h"
 #include "platform/local.h"
+#include "platform/memory.h"
+#include "platform/processors.h"
+#include "platform/region.h"
+#include "platform/system_facts.h"
 #include "platform/windows/processor_load.h"
 #include "platform/windows/registry.h"
 
@@ -19,7 +25,7 @@ class MachineWindowsTest : public testing::Test {
 };
 
 TEST_F(MachineWindowsTest, ProcessorTimeIsRead) {
-  const ProcessorLoadOpening opening = machine_->OpenProcessorTime();
+  const ProcessorLoadOpening opening = machine_->processors().OpenTime();
   ASSERT_TRUE(opening.reader) << opening.error;
   const auto load = opening.reader->Sample();
   ASSERT_TRUE(load);
@@ -28,7 +34,7 @@ TEST_F(MachineWindowsTest, ProcessorTimeIsRead) {
 }
 
 TEST_F(MachineWindowsTest, ProcessorUtilityIsReadOrItsStatusTold) {
-  const ProcessorLoadOpening opening = machine_->OpenProcessorUtility();
+  const ProcessorLoadOpening opening = machine_->processors().OpenUtility();
   if (OnWine()) {
     EXPECT_FALSE(opening.reader);
     EXPECT_EQ(opening.error, 0xC0000BB9);
@@ -45,7 +51,7 @@ TEST_F(MachineWindowsTest, MalformedCounterPathFails) {
 }
 
 TEST_F(MachineWindowsTest, TopologyAgreesWithTheSystem) {
-  const TopologyReading reading = machine_->ReadProcessorTopology();
+  const TopologyReading reading = machine_->processors().ReadTopology();
   ASSERT_TRUE(reading.supported);
   ASSERT_EQ(reading.error, 0);
   EXPECT_EQ(reading.returned_bytes % reading.entry_bytes, 0u);
@@ -57,33 +63,33 @@ TEST_F(MachineWindowsTest, TopologyAgreesWithTheSystem) {
 }
 
 TEST_F(MachineWindowsTest, MemoryAndBootTimeArePlausible) {
-  const auto memory = machine_->ReadMemoryStatus();
+  const auto memory = machine_->memory().ReadStatus();
   ASSERT_TRUE(memory);
   EXPECT_LE(memory->load_percent, 100u);
   EXPECT_GT(memory->available_bytes, 0u);
   EXPECT_LT(memory->available_bytes, memory->total_bytes);
-  const auto boot = machine_->ReadBootTime();
+  const auto boot = machine_->system().ReadBootTime();
   ASSERT_TRUE(boot);
   EXPECT_LE(*boot, runtime_->clock().NowSeconds());
 }
 
 TEST_F(MachineWindowsTest, SmbiosTableHasTheLengthItStates) {
-  const std::vector<std::uint8_t> table = machine_->ReadSmbios();
+  const std::vector<std::uint8_t> table = machine_->firmware().ReadSmbios();
   ASSERT_GT(table.size(), 8u);
   const std::size_t stated = table[4] | table[5] << 8 | table[6] << 16 | static_cast<std::size_t>(table[7]) << 24;
   EXPECT_EQ(stated, table.size() - 8);
 }
 
 TEST_F(MachineWindowsTest, SystemAndRegionFactsAreTold) {
-  const OperatingSystemFacts system = machine_->ReadOperatingSystemFacts();
+  const OperatingSystemFacts system = machine_->system().ReadOperatingSystem();
   EXPECT_TRUE(system.name.find("Windows") != std::string::npos) << system.name;
   EXPECT_TRUE(std::regex_match(system.version, std::regex("1[0-9]\\.\\d+\\.\\d{5}"))) << system.version;
   EXPECT_TRUE(std::regex_match(system.display_language, std::regex("[a-z]{2,3}(-.+)?"))) << system.display_language;
   EXPECT_TRUE(system.update_description.starts_with(system.name)) << system.update_description;
-  EXPECT_FALSE(machine_->ReadRegionFacts().locale_name.empty());
-  EXPECT_FALSE(machine_->ReadRegionFacts().time_zone.empty());
-  EXPECT_TRUE(std::regex_match(machine_->ReadInstallationId(), std::regex("[0-9a-fA-F-]{36}")));
-  EXPECT_TRUE(machine_->ReadLoggedInUserId().starts_with("S-1-5-"));
+  EXPECT_FALSE(machine_->region().ReadFacts().locale_name.empty());
+  EXPECT_FALSE(machine_->region().ReadFacts().time_zone.empty());
+  EXPECT_TRUE(std::regex_match(machine_->system().ReadInstallationId(), std::regex("[0-9a-fA-F-]{36}")));
+  EXPECT_TRUE(machine_->system().ReadLoggedInUserId().starts_with("S-1-5-"));
 }
 
 // The firmware facts come from a key that only the administrators can write; here it is filled and restored.
@@ -97,7 +103,7 @@ TEST_F(MachineWindowsTest, FirmwareFactsComeFromTheBiosKey) {
   ASSERT_EQ(set(L"BiosMinorRelease", 20), ERROR_SUCCESS);
   ASSERT_EQ(set(L"ECFirmwareMajorRelease", 255), ERROR_SUCCESS);
   ASSERT_EQ(set(L"ECFirmwareMinorRelease", 255), ERROR_SUCCESS);
-  const FirmwareFacts facts = machine_->ReadFirmwareFacts();
+  const FirmwareFacts facts = machine_->firmware().ReadFacts();
   EXPECT_EQ(facts.bios_release, "1.20");
   EXPECT_EQ(facts.ec_release, "") << "255.255 stands for a controller that does not tell";
   EXPECT_EQ(facts.manufacturer, RegistryText(HKEY_LOCAL_MACHINE, kKey, L"SystemManufacturer"));
@@ -117,15 +123,15 @@ TEST_F(MachineWindowsTest, RegistryTextsOfAnyLengthAreReadAndOtherKindsAreNot) {
 }
 
 TEST_F(MachineWindowsTest, CountriesComeFromTheSystemsTable) {
-  EXPECT_EQ(machine_->CountryOfNation("94"), "DE");
-  EXPECT_EQ(machine_->CountryOfNation("244"), "US");
+  EXPECT_EQ(machine_->region().CountryOfNation("94"), "DE");
+  EXPECT_EQ(machine_->region().CountryOfNation("244"), "US");
   for (const char* none : {"", "x", "94x", " 94", "-94", "99999", "99999999999999999999"})
-    EXPECT_EQ(machine_->CountryOfNation(none), "") << none;
+    EXPECT_EQ(machine_->region().CountryOfNation(none), "") << none;
 }
 
 TEST_F(MachineWindowsTest, EventLogIsReadOrItsFailureTold) {
-  const EventLogReading reading =
-      machine_->QueryEventLog({.channel = "System", .xpath = "*", .value_paths = {"Event/System/Channel"}, .limit = 2});
+  const EventLogReading reading = machine_->event_log().Query(
+      {.channel = "System", .xpath = "*", .value_paths = {"Event/System/Channel"}, .limit = 2});
   if (OnWine()) {
     EXPECT_TRUE(reading.records.empty());
     EXPECT_EQ(reading.failure, EventLogFailure::kNotSupported) << reading.error;

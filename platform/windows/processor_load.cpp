@@ -3,6 +3,7 @@
 #include <pdhmsg.h>
 
 #include <string_view>
+#include <vector>
 
 #include "platform/windows/owner.h"
 

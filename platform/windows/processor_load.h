@@ -1,7 +1,7 @@
 // Processor utilisation from the performance data helper (PDH).
 #pragma once
 
-#include "platform/machine.h"
+#include "platform/processors.h"
 
 namespace platform::windows {
 

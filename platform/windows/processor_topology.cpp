@@ -1,6 +1,7 @@
 #include "platform/windows/processor_topology.h"
 
 #include <bit>
+#include <vector>
 
 #include "platform/windows/registry.h"
 

@@ -1,7 +1,7 @@
 // What the system tells about its processors.
 #pragma once
 
-#include "platform/machine.h"
+#include "platform/processors.h"
 
 namespace platform::windows {
 

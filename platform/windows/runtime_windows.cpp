@@ -10,7 +10,6 @@
 #include "platform/local.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
-#include "platform/windows/timer.h"
 
 // In kernel32 since Windows 10 1607; the header of this compiler lacks it.
 extern "C" __declspec(dllimport) HRESULT __stdcall SetThreadDescription(HANDLE thread, const wchar_t* description);
@@ -76,7 +75,52 @@ std::string AccessList(EventAccess access) {
 }
 static_assert(kEventRights == 0x100002);
 
+// The handles of one wait, with room for an alarm's.
+class HandleSet {
+ public:
+  explicit HandleSet(std::span<Waitable* const> objects) {
+    if (objects.size() > kMaximumWaitObjects) return;
+    for (; count_ < objects.size(); ++count_) {
+      const auto* const object = dynamic_cast<const KernelObject*>(objects[count_]);
+      if (object == nullptr) return;
+      handles_[count_] = object->handle();
+    }
+    usable_ = count_ > 0;
+  }
+
+  bool usable() const { return usable_; }
+
+  WaitCode Wait(DWORD limit) const { return WaitForMultipleObjects(count_, handles_.data(), FALSE, limit); }
+
+  // An alarm that goes off counts as a timeout.
+  WaitCode Wait(DWORD limit, HANDLE alarm) {
+    handles_[count_] = alarm;
+    const WaitCode code = WaitForMultipleObjects(count_ + 1, handles_.data(), FALSE, limit);
+    return code == count_ ? kWaitTimeout : code;
+  }
+
+ private:
+  static_assert(kMaximumWaitObjects + 1 == MAXIMUM_WAIT_OBJECTS);
+  std::array<HANDLE, kMaximumWaitObjects + 1> handles_;
+  DWORD count_ = 0;
+  bool usable_ = false;
+};
+
+// The kernel counts in milliseconds, and a wait may be longer than it takes in one call.
+DWORD LimitOf(std::chrono::nanoseconds left) {
+  constexpr milliseconds kLongest(INFINITE - 1);
+  return static_cast<DWORD>(std::min(std::chrono::ceil<milliseconds>(left), kLongest).count());
+}
+
 }  // namespace
+
+UniqueKernelHandle MakeAlarm(WallTime now, milliseconds left) {
+  UniqueKernelHandle timer(CreateWaitableTimerW(nullptr, TRUE, nullptr));
+  LARGE_INTEGER due;
+  due.QuadPart = ToFileTime(now + left + kAlarmMargin).count();
+  if (timer && !SetWaitableTimer(timer.get(), &due, 0, nullptr, nullptr, FALSE)) return UniqueKernelHandle();
+  return timer;
+}
 
 std::unique_ptr<Event> WindowsRuntime::MakeEvent(EventReset reset, bool signalled) {
   UniqueKernelHandle handle(CreateEventW(nullptr, reset == EventReset::kManual, signalled, nullptr));
@@ -109,29 +153,30 @@ std::unique_ptr<Semaphore> WindowsRuntime::MakeSemaphore(std::uint32_t initial, 
 }
 
 WaitCode WindowsRuntime::WaitAny(std::span<Waitable* const> objects, milliseconds timeout) {
-  std::array<HANDLE, kMaximumWaitObjects> handles;
-  static_assert(kMaximumWaitObjects == MAXIMUM_WAIT_OBJECTS);
-  if (objects.empty() || objects.size() > handles.size()) return kWaitFailed;
-  for (std::size_t i = 0; i < objects.size(); ++i) {
-    const auto* const object = dynamic_cast<const KernelObject*>(objects[i]);
-    if (object == nullptr) return kWaitFailed;
-    handles[i] = object->handle();
-  }
-  const auto wait = [&](DWORD limit) {
-    return WaitForMultipleObjects(static_cast<DWORD>(objects.size()), handles.data(), FALSE, limit);
-  };
-  if (timeout <= milliseconds(0)) return wait(0);
-  const auto deadline = DeadlineAfter(clock_.Steady(), timeout);
-  if (!deadline) return wait(INFINITE);
+  HandleSet set(objects);
+  if (!set.usable()) return kWaitFailed;
+  const SteadyTime deadline = DeadlineAfter(clock_.Steady(), timeout);
+  if (deadline == SteadyTime::max()) return set.Wait(INFINITE);
+  return WaitInTurns(
+      deadline, [&] { return clock_.Steady(); },
+      [&](std::chrono::nanoseconds left) { return set.Wait(LimitOf(left)); });
+}
 
-  // The kernel counts in ticks of the timer and may be early, and a limit may be longer than it takes in one call.
-  constexpr milliseconds kLongestWait(INFINITE - 1);
-  for (;;) {
-    const auto left = std::chrono::ceil<milliseconds>(*deadline - clock_.Steady());
-    const auto limit = std::clamp(left, milliseconds(0), kLongestWait);
-    const WaitCode code = wait(static_cast<DWORD>(limit.count()));
-    if (code != WAIT_TIMEOUT || clock_.Steady() >= *deadline) return code;
-  }
+// Timeouts of waits stop while the machine sleeps, and so do timers with a relative due time. One with an absolute due
+// time fires as the machine resumes, but by the wall clock, and that can be set. So both are waited for, and the clock
+// that counts sleep and that nobody sets says whether it was time: a wall clock that was set forward ends a turn early,
+// and the next turn plans anew; where it was set back, the timeout is there.
+WaitCode WindowsRuntime::WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) {
+  HandleSet set(objects);
+  if (!set.usable()) return kWaitFailed;
+  return WaitInTurns(
+      deadline, [&] { return clock_.Elapsed(); },
+      [&](std::chrono::nanoseconds left) {
+        const DWORD limit = LimitOf(left);
+        if (limit == 0) return set.Wait(0);
+        const UniqueKernelHandle alarm = MakeAlarm(clock_.Now(), std::chrono::ceil<milliseconds>(left));
+        return alarm ? set.Wait(limit, alarm.get()) : set.Wait(limit);
+      });
 }
 
 std::thread WindowsRuntime::StartThread(std::string_view name, std::function<void()> body) {
@@ -147,10 +192,6 @@ void WindowsRuntime::Join(std::thread& thread) {
     throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur), "Join");
   }
   thread.join();
-}
-
-std::unique_ptr<OneShotTimer> WindowsRuntime::MakeTimer(std::function<void()> callback) {
-  return std::make_unique<ThreadPoolTimer>(clock_, std::move(callback));
 }
 
 }  // namespace windows

@@ -4,8 +4,8 @@
 #include "platform/windows/command_line.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
-#include "platform/windows/system_facts.h"
 #include "platform/windows/text.h"
+#include "platform/windows/user_session.h"
 
 #include <userenv.h>
 

@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/local.h"
-#include "platform/windows/setting_watcher_windows.h"
+#include "platform/settings.h"
+#include "platform/windows/doors_windows.h"
 #include "platform/windows/sys.h"
 
 namespace platform::windows {
@@ -37,7 +38,8 @@ class SettingWatcherWindowsTest : public testing::Test {
   const std::wstring key_ = top_ + L"\\Deep\\Deeper";
   std::unique_ptr<Runtime> runtime_ = MakeRealRuntime({});
   std::unique_ptr<Event> told_ = runtime_->MakeEvent(EventReset::kAuto);
-  std::unique_ptr<SettingWatcher> watcher_ = WatchRegistry([this](int) { told_->Set(); });
+  const std::unique_ptr<Settings> settings_ = MakeSettings();
+  std::unique_ptr<SettingWatcher> watcher_ = settings_->OpenWatcher(*runtime_, [this](int) { told_->Set(); });
 };
 
 TEST_F(SettingWatcherWindowsTest, FollowsAValueWhoseKeyComesGoesAndComesAgain) {

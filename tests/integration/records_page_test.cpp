@@ -16,6 +16,9 @@
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_event_monitor.h"
 #include "monitors/system/system_bios_event_monitor.h"
+#include "platform/simulated/simulated_firmware.h"
+#include "platform/simulated/simulated_memory.h"
+#include "platform/simulated/simulated_processors.h"
 #include "testing/manager_world.h"
 #include "testing/smbios_builder.h"
 
@@ -154,7 +157,7 @@ void Live(MonitorWorld& world, Written& written) {
   ManagerLife life(world, table);
   life.Start();
   world.runtime.AdvanceBy(2min);
-  world.machine.Change([](platform::SimulatedMachineState& state) { state.memory->load_percent += 20; });
+  world.machine.memory().Change([](auto& status) { status->load_percent += 20; });
   world.runtime.AdvanceBy(2min);
   life.manager.Stop();
   for (const DatasetContext& context : life.service.DatasetContexts())
@@ -176,15 +179,11 @@ TEST(RecordsPage, ListsTheKeysAndItemsThatABusyMachineGives) {
     world.config.SetSettings(dataset, {{L"ReadUsageInterval", L"1m"}});
   Table table;
   table.Add(MemoryArray()).Add(MemoryDevice());
-  world.machine.Change([&](platform::SimulatedMachineState& state) {
-    state.processor_load = [] { return std::optional<std::int32_t>(100); };
-    state.smbios = Table(table).End().Rsmb();
-  });
+  world.machine.processors().Change([](auto& state) { state.load = [] { return std::optional<std::int32_t>(100); }; });
+  world.machine.firmware().SetSmbios(Table(table).End().Rsmb());
   Written written;
   Live(world, written);
-  world.machine.Change([&](platform::SimulatedMachineState& state) {
-    state.smbios = table.Add(MemoryDevice({.handle = 0x1101})).End().Rsmb();
-  });
+  world.machine.firmware().SetSmbios(table.Add(MemoryDevice({.handle = 0x1101})).End().Rsmb());
   Live(world, written);
 
   Names datasets;

@@ -1,0 +1,28 @@
+// A record as the store keeps it: its JSON, and beside it what the store looks for and refers by. All texts are UTF-8.
+#pragma once
+
+#include <string>
+
+#include "client/records/record_kind.h"
+#include "client/records/records.h"
+
+namespace TVK {
+
+struct RecordRow {
+  RecordKind kind = RecordKind::kItem;
+  std::string json;
+  std::string dataset_id;          ///< Empty for device contexts.
+  std::string key;                 ///< Item id of an item event, device key of a dataset context, else empty.
+  std::string context_id;          ///< A context's own id.
+  std::string dataset_context_id;  ///< Of the dataset context that an item event names; empty: of none.
+  std::string device_context_id;   ///< Of the device context that an item event or a dataset context names.
+};
+
+/// Rows are of one series when kind, dataset and key are the same; "the last one" is asked of a series.
+bool OfOneSeries(const RecordRow& one, const RecordRow& other);
+
+RecordRow RowOf(const ItemEvent& event);
+RecordRow RowOf(const DatasetContext& context, const std::wstring& device_key);
+RecordRow RowOf(const DeviceContext& context);
+
+}  // namespace TVK

@@ -1,0 +1,179 @@
+#include "framework/dataset_monitor.h"
+
+#include <utility>
+
+#include "client/log/wide_format.h"
+#include "client/text/guid.h"
+#include "client/text/record_time.h"
+#include "client/text/string.h"
+
+namespace TVK {
+namespace {
+
+constexpr int kDropped = -1;
+
+}  // namespace
+
+std::wstring MonitorLine::With(std::initializer_list<std::wstring_view> texts, std::int64_t number) const {
+  std::wstring line;
+  auto text = texts.begin();
+  for (const wchar_t* at = text_; *at != 0; ++at) {
+    if (*at != L'%') {
+      line += *at;
+    } else if (*++at == L'd') {
+      line += std::to_wstring(number);
+    } else {
+      line += *text++;
+    }
+  }
+  return line;
+}
+
+DatasetMonitor::DatasetMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity)
+    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
+      identity_(identity),
+      context_event_(monitor_services.runtime
+                         .MakeNamedEvent(DatasetContextEventName(identity.row), platform::EventReset::kManual, false,
+                                         platform::EventAccess::kServiceOnly)
+                         .event) {}
+
+void DatasetMonitor::Initialize() {
+  const bool opened = utility::InitLog(log_, std::wstring(identity_.row.log) + L".log", 4);
+  if (opened && !identity_.lines.log_opened.empty()) log_.d(L"%s", identity_.lines.log_opened.With({}));
+}
+
+void DatasetMonitor::ResetContextEvent() const {
+  if (context_event_ != nullptr) context_event_->Reset();
+}
+
+void DatasetMonitor::LogDatasetContext(bool new_context_needed) {
+  std::vector<Change> changes;
+  {
+    const std::lock_guard lock(context_mutex_);
+    context_owed_ = !Admits();
+    if (context_owed_) return;
+    const auto devices = Describe();
+    if (!devices) return;
+    ResetContextEvent();
+    Ids ids;
+    for (const DescribedDevice& device : *devices)
+      LogContextOf(device, new_context_needed, ids, changes);
+    context_ids_ = std::move(ids);
+    if (context_event_ != nullptr) context_event_->Set();
+  }
+  for (const Change& change : changes)
+    OnDescriptionChanged(change.device, change.before);
+}
+
+void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids,
+                                  std::vector<Change>& changes) {
+  const MonitorLines& lines = identity_.lines;
+  DatasetContext last;
+  const bool described =
+      services().store.GetLastDatasetContextOfDevice(std::wstring(identity_.row.id), device.key, last) == 0;
+  const bool same = described && IsSameDescription(last.item_data(), device.facts);
+  const bool in_force = last.device_context_id() == services().manager.get_device_context_id();
+  const bool needed = !same || !in_force || new_context_needed;
+  log_.d(L"%s",
+         lines.context_decision.With({needed ? L"true" : L"false",
+                                      services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false"}));
+  if (!needed) {
+    ids[device.key] = last.dataset_context_id();
+    return;
+  }
+  const DatasetContext context = MakeContext(device.facts);
+  int error = 0;
+  const auto write = [&] { error = services().store.LogDatasetContext(context, device.key); };
+  if (!services().consent.WriteIfAdmitted(identity_.row, write)) {
+    context_owed_ = true;
+    return;
+  }
+  ids[device.key] = context.dataset_context_id();
+  if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error));
+  if (described && !same) changes.push_back({device, last.item_data()});
+}
+
+DatasetContext DatasetMonitor::MakeContext(const ItemData& facts) const {
+  const DatasetRow& row = identity_.row;
+  DatasetContext context;
+  context.set_dataset_context_id(Utility::CGuid::NewGuid(true));
+  context.set_source(std::wstring(row.source));
+  context.set_source_component(String::ToUpper(services().tvk_info.GetId()));
+  context.set_schema_ver(services().manager.get_schema_ver());
+  context.set_device_context_id(services().manager.get_device_context_id());
+  context.set_dataset_id(std::wstring(row.id));
+  context.set_dataset_name(std::wstring(row.name));
+  context.set_dataset_type(std::wstring(row.type));
+  context.set_dataset_context_datetime(System::GetTime(services().runtime.clock()));
+  context.set_item_data(facts);
+  return context;
+}
+
+void DatasetMonitor::InitialiseDevice() {
+  if (!IsNewDeviceInitNeeded(std::wstring(identity_.row.id))) return;
+  if (LogDevInitEvent() != 0) log_.d(L"%s", identity_.lines.init_failure.With({}));
+  SetDevicePathChanged(false);
+}
+
+int DatasetMonitor::LogDevInitEvent() {
+  Ids devices;
+  {
+    const std::lock_guard lock(context_mutex_);
+    devices = context_ids_;
+  }
+  int result = 0;
+  for (const auto& [key, context_id] : devices) {
+    const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key);
+    if (result == 0) result = error;
+  }
+  return result;
+}
+
+int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key) {
+  const MonitorLines& lines = identity_.lines;
+  const auto item = identity_.items.find(item_name);
+  if (item == identity_.items.end()) {
+    log_.e(L"%s", lines.unknown_item.With({item_name}));
+    return kDropped;
+  }
+  const int error = Write(item->first, item->second, std::move(data), device_key);
+  if (error > 0) {
+    log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
+  }
+  return error;
+}
+
+int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data,
+                          const std::wstring& device_key) {
+  std::unique_lock lock(context_mutex_);
+  if (context_owed_) {
+    lock.unlock();
+    LogDatasetContext(true);
+    lock.lock();
+    if (context_owed_) return 0;
+  }
+  const auto context_id = context_ids_.find(device_key);
+  if (context_id == context_ids_.end()) {
+    log_.e(L"%s", identity_.lines.no_context.With({item_name, device_key}));
+    return kDropped;
+  }
+  const DatasetRow& row = identity_.row;
+  ItemEvent event;
+  event.set_source(std::wstring(row.item_source.empty() ? row.source : row.item_source));
+  event.set_source_component(String::ToUpper(services().tvk_info.GetId()));
+  event.set_schema_ver(services().manager.get_schema_ver());
+  event.set_device_context_id(services().manager.get_device_context_id());
+  event.set_dataset_id(std::wstring(row.id));
+  event.set_dataset_context_id(context_id->second);
+  lock.unlock();
+  event.set_dataset_name(std::wstring(row.name));
+  event.set_item_time(System::GetTime(services().runtime.clock()));
+  event.set_item_name(item_name);
+  event.set_item_id(item_id);
+  event.set_item_data(std::move(data));
+  int error = 0;
+  services().consent.WriteIfAdmitted(row, [&] { error = services().store.LogItemEvent(event); });
+  return error;
+}
+
+}  // namespace TVK

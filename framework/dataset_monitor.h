@@ -1,0 +1,99 @@
+// What every monitor of a dataset does alike: its dataset contexts, its device-initialisation and its item events.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "framework/event_monitor_base.h"
+#include "framework/monitor_lines.h"
+
+namespace TVK {
+
+/// What one dataset context describes.
+struct DescribedDevice {
+  /// Tells the devices of one dataset apart: a battery's id, the hash of a drive's serial number. Empty for a dataset
+  /// that describes the machine.
+  std::wstring key;
+  ItemData facts;
+};
+
+/// Who and what a monitor is. Everything referred to is constant and outlives the monitor.
+struct MonitorIdentity {
+  const DatasetRow& row;
+  const std::map<std::wstring, std::wstring>& items;  ///< Item name to item id.
+  const MonitorLines& lines;
+};
+
+/// A monitor that says what there is to describe and writes its items; the records, their ids, the consent and the log
+/// lines are kept here. Any thread may call every operation.
+///
+/// A record is written only under the row's consent. A context that was refused is written, anew from the facts, before
+/// the first item that is admitted again.
+class DatasetMonitor : public EventMonitorBase {
+ public:
+  DatasetMonitor(const MonitorServices& services, const MonitorIdentity& identity);
+
+  /// Opens the log that the row names.
+  void Initialize() override;
+  void UnInitialize() override {}
+  std::wstring GetName() const override { return std::wstring(identity_.row.name); }
+  /// Takes over, for each device that Describe gives, the id of its last context, or writes a new one: when there is
+  /// none, when it says anything else of the device (a fact that is gone counts), when it names another device context
+  /// than the one in force, or when `new_context_needed`. The new id holds even when the store refuses the context. A
+  /// device that is not described any more has no id. Nothing happens where Describe has no answer.
+  void LogDatasetContext(bool new_context_needed) override;
+  /// Writes a "DeviceInit" without item data for each described device; the first result of the store that is not 0.
+  int LogDevInitEvent() override;
+
+  /// The manual-reset event "NAME_LogDatasetContext" of the dataset: clear while its contexts are being logged, set
+  /// when that is done. Null when it could not be made.
+  platform::Event* getDatasetContextEventHandle() const { return context_event_.get(); }
+
+ protected:
+  /// The devices as they are now; nothing while their facts are not known. Called by one thread at a time, and only
+  /// under consent.
+  virtual std::optional<std::vector<DescribedDevice>> Describe() = 0;
+  /// Whether the stored context still describes a device of these facts. Every difference counts unless a dataset
+  /// describes its devices once for all.
+  virtual bool IsSameDescription(const ItemData& stored, const ItemData& facts) const { return stored == facts; }
+  /// Told after a context was written whose facts are not `before`, those of the context before it. Not for the first
+  /// context of a device.
+  virtual void OnDescriptionChanged(const DescribedDevice& /*device*/, const ItemData& /*before*/) {}
+
+  /// Whether the dataset may observe now: asked right before every sample.
+  bool Admits() const { return services().consent.Admits(identity_.row); }
+  /// Writes an item event of the device. 0 when it was written, or withheld for want of consent; the store's result,
+  /// with the line item_failure; -1, with an error line, for a name that the dataset does not have and for a device
+  /// without context.
+  int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {});
+  /// LogDevInitEvent when IsNewDeviceInitNeeded says so, once.
+  void InitialiseDevice();
+  void ResetContextEvent() const;
+
+  const MonitorIdentity& identity() const { return identity_; }
+
+ private:
+  struct Change {
+    DescribedDevice device;
+    ItemData before;
+  };
+  using Ids = std::map<std::wstring, std::wstring>;
+
+  /// With context_mutex_ held. Enters the device's id, and what changed.
+  void LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids, std::vector<Change>& changes);
+  DatasetContext MakeContext(const ItemData& facts) const;
+  /// The store's result; -1 when the device has no context; 0 when withheld.
+  int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key);
+
+  const MonitorIdentity identity_;
+  const std::unique_ptr<platform::Event> context_event_;
+  std::mutex context_mutex_;   ///< Serialises LogDatasetContext; guards what follows. Never taken under a consent.
+  Ids context_ids_;            ///< Device key to dataset context id.
+  bool context_owed_ = false;  ///< One could not be written for want of consent.
+};
+
+}  // namespace TVK

@@ -1,0 +1,123 @@
+#include "framework/scheduled_monitor.h"
+
+#include <system_error>
+#include <utility>
+
+#include "client/text/string.h"
+
+namespace TVK {
+
+ScheduledMonitor::ScheduledMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity,
+                                   std::optional<ReportRule> report)
+    : DatasetMonitor(monitor_services, identity),
+      rule_(std::move(report).value_or(ReportRule())),
+      report_(monitor_services.runtime, rule_.item, rule_.report) {}
+
+bool ScheduledMonitor::MakeStopEvent(const wchar_t* caller, MonitorLine failure, const std::wstring& name) {
+  const std::lock_guard lock(mutex_);
+  if (stopping_) return false;
+  std::int64_t error = 0;
+  if (name.empty()) {
+    try {
+      stop_event_ = services().runtime.MakeEvent(platform::EventReset::kManual);
+    } catch (const std::system_error& refusal) {
+      error = refusal.code().value();
+    }
+  } else {
+    platform::NamedEventResult made = services().runtime.MakeNamedEvent(name, platform::EventReset::kManual, false,
+                                                                        platform::EventAccess::kServiceOnly);
+    error = made.error;
+    stop_event_ = std::move(made.event);
+    if (stop_event_ != nullptr) stop_event_->Reset();  // an event of this name may be left from the run before
+  }
+  if (stop_event_ == nullptr) log_.e(L"%s", failure.With({caller}, error));
+  return stop_event_ != nullptr;
+}
+
+bool ScheduledMonitor::Pause(std::chrono::milliseconds time) const {
+  if (stop_event_ == nullptr) return !stopping_;
+  return services().runtime.Wait(*stop_event_, time) == platform::kWaitTimeout;
+}
+
+bool ScheduledMonitor::WaitForContextsOf(const DatasetRow& other, std::uint32_t timeout_ms) {
+  const platform::NamedEventResult event = services().runtime.MakeNamedEvent(
+      DatasetContextEventName(other), platform::EventReset::kManual, false, platform::EventAccess::kServiceOnly);
+  platform::Waitable* const handles[] = {stop_event_.get(), event.event.get()};
+  return !WaitForDatasetContextLog(handles, timeout_ms, std::wstring(other.name));
+}
+
+void ScheduledMonitor::StartThread(const std::string& name, std::function<void()> body, MonitorLine failure) {
+  const std::lock_guard lock(mutex_);
+  if (stopping_) return;
+  try {
+    threads_.push_back(services().runtime.StartThread(name, std::move(body)));
+  } catch (const std::system_error& refusal) {
+    if (failure.empty()) {
+      log_.e(L"%s: the thread %s cannot be started: error %d", std::wstring(identity().row.log),
+             String::UTF8ToUTF16(name), refusal.code().value());
+    } else {
+      log_.e(L"%s", failure.With({}));
+    }
+  }
+}
+
+void ScheduledMonitor::StopMonitor() {
+  ResetContextEvent();
+  report_.RequestStop();  // before anything is waited for
+  std::list<std::thread> threads;
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    if (stop_event_ != nullptr) stop_event_->Set();
+    threads.swap(threads_);
+  }
+  for (std::thread& thread : threads)
+    services().runtime.Join(thread);
+  report_.Stop();
+}
+
+void ScheduledMonitor::FollowSettings() {
+  if (stopping_) return;
+  follows_settings_ = true;
+  ReadAndUpdateDatasetSettings();
+}
+
+void ScheduledMonitor::ReadAndUpdateDatasetSettings() {
+  if (!follows_settings_) return;
+  const auto one_at_a_time = report_.LockForChange();
+  if (!UpdateDatasetSettingsFromConfigPolicy(std::wstring(identity().row.id))) {
+    log_.d(L"%s: No change in ReadUsageInterval", rule_.caller);
+    return;
+  }
+  report_.Pause();
+  const std::uint32_t interval = report_.interval();
+  if (interval < rule_.least_ms) {
+    log_.e(L"%s", rule_.invalid_interval.With({rule_.caller}, interval));
+    return;
+  }
+  StartReports(interval);
+}
+
+void ScheduledMonitor::ReportEvery(std::uint32_t interval_ms) {
+  const auto one_at_a_time = report_.LockForChange();
+  report_.SetInterval(interval_ms);
+  StartReports(interval_ms);
+}
+
+void ScheduledMonitor::StartReports(std::uint32_t interval_ms) {
+  std::int64_t last = 0;
+  getLastItemEventTimeStampWithFallback(std::wstring(identity().row.id), identity().items.at(rule_.item), last);
+  std::uint64_t delay = 0;
+  isItemEventElapsed(last, static_cast<int>(interval_ms / 1000), delay);
+  log_.d(L"%s: delay = %lld seconds", rule_.caller, delay);
+  report_.Start(delay);
+}
+
+bool ScheduledMonitor::TakeInterval(std::uint32_t interval_ms, const std::vector<SettingReading>& readings) {
+  for (const SettingReading& reading : readings) {
+    if (reading.mistake) log_.e(L"%s: %s", reading.key, reading.reason);
+  }
+  return report_.SetInterval(interval_ms);
+}
+
+}  // namespace TVK

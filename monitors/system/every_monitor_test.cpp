@@ -1,0 +1,139 @@
+// What each monitor owes to its manager: rhythm, stop and consent.
+#include <gtest/gtest.h>
+
+#include "client/text/record_time.h"
+#include "client/text/string.h"
+#include "monitors/system/cpu_event_monitor.h"
+#include "monitors/system/memory_event_monitor.h"
+#include "monitors/system/system_bios_event_monitor.h"
+#include "platform/simulated/simulated_processors.h"
+#include "platform/simulated/simulated_system.h"
+#include "testing/monitor_world.h"
+
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+
+template <class Monitor>
+std::unique_ptr<EventMonitorBase> Make(const MonitorServices& services) {
+  return std::make_unique<Monitor>(services);
+}
+
+struct Case {
+  const DatasetRow& row;
+  std::unique_ptr<EventMonitorBase> (*make)(const MonitorServices&);
+  const wchar_t* report;  ///< The item of its interval; null when it has none.
+};
+
+class EveryMonitorTest : public testing::TestWithParam<Case> {
+ protected:
+  EveryMonitorTest() {
+    world_.config.SetPolicy(
+        MakePolicy(L"full", {{std::wstring(GetParam().row.id), std::wstring(GetParam().row.name)}}));
+    SetInterval(L"10m");
+  }
+  void SetInterval(const wchar_t* interval) {
+    world_.config.SetSettings(std::wstring(GetParam().row.name), {{L"ReadUsageInterval", interval}});
+    if (monitor_) (*monitor_)->ReadAndUpdateDatasetSettings();
+  }
+  void StartLife(bool consent = true) {
+    monitor_.reset();
+    life_.emplace(world_);
+    life_->consent.given = consent;
+    monitor_.emplace(world_.runtime, GetParam().make(life_->services()));
+    world_.runtime.Settle();
+  }
+  /// When this life wrote its report, in seconds since the test's begin.
+  std::vector<std::int64_t> Reports() const {
+    std::vector<std::int64_t> times;
+    for (const ItemEvent& item : life_->Items(GetParam().report)) {
+      times.push_back(TVK::ParseRecordTime(TVK::String::UTF16ToUTF8(item.item_time()), world_.runtime.clock()) -
+                      start_);
+    }
+    return times;
+  }
+
+  using Times = std::vector<std::int64_t>;
+
+  MonitorWorld world_;
+  const std::int64_t start_ = world_.runtime.clock().NowSeconds();
+  std::optional<ServiceLife> life_;
+  std::optional<RunningMonitor> monitor_;
+};
+
+TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
+  int samples = 0;
+  world_.machine.system().Change([&](auto& state) { state.boot_time = start_; });
+  world_.machine.processors().Change(
+      [&](auto& state) { state.load = [&] { return std::optional<std::int32_t>(++samples > 0 ? 100 : 0); }; });
+  SetInterval(L"1m");
+  StartLife(false);
+  world_.runtime.AdvanceBy(2min);
+  (*monitor_)->OnDeviceContextChanges(true);
+  EXPECT_EQ(life_->Items().size() + life_->DatasetContexts().size(), 0u);
+  EXPECT_EQ(samples, 0);
+  StartLife(true);
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(life_->DatasetContexts().size(), 1u);
+  const std::size_t written = life_->Items().size();
+  EXPECT_GE(written, 1u);
+  life_->consent.given = false;
+  const int sampled = samples;
+  world_.runtime.AdvanceBy(2min);
+  monitor_.reset();
+  EXPECT_EQ(life_->Items().size(), written);
+  EXPECT_EQ(samples, sampled);
+}
+
+TEST_P(EveryMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
+  ServiceLife life(world_);
+  const auto monitor = GetParam().make(life.services());
+  monitor->Initialize();
+  monitor->StopMonitor();
+  monitor->StartMonitor(L"test");
+  monitor->ReadAndUpdateDatasetSettings();
+  world_.runtime.AdvanceBy(20min);
+  EXPECT_TRUE(world_.runtime.Threads().empty());
+  for (const ItemEvent& item : life.Items())
+    EXPECT_EQ(item.item_name(), L"DeviceInit");
+}
+
+TEST_P(EveryMonitorTest, ReportsKeepTheirRhythmOverRestartsAndChanges) {
+  if (GetParam().report == nullptr) return;
+  StartLife();
+  world_.runtime.AdvanceBy(14min);
+  EXPECT_EQ(Reports(), (Times{600}));
+  monitor_.reset();
+  world_.runtime.AdvanceBy(2min);
+  StartLife();
+  world_.runtime.AdvanceBy(14min);
+  EXPECT_EQ(Reports(), (Times{1200, 1800})) << "16 of 20 minutes had passed";
+  SetInterval(L"3m");
+  world_.runtime.AdvanceBy(4min);
+  EXPECT_EQ(Reports(), (Times{1200, 1800, 1980})) << "three minutes after the last";
+  const std::size_t threads = world_.runtime.Threads().size();
+  SetInterval(L"3m");
+  EXPECT_EQ(world_.runtime.Threads().size(), threads) << "the same interval leaves the timer alone";
+  SetInterval(L"59s");
+  EXPECT_TRUE(world_.logs.Has(L"ReadUsageInterval: \"59s\" does not match"));
+  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
+  world_.runtime.AdvanceBy(30min);
+  EXPECT_EQ(world_.runtime.Threads().size(), threads - 1) << "no reports, and the rest goes on";
+  EXPECT_EQ(Reports().size(), 3u);
+  SetInterval(L"1h");
+  EXPECT_TRUE(world_.logs.Has(L"ReadAndUpdateDatasetSettings: delay = 1740 seconds"));
+  SetInterval(L"1m");
+  world_.runtime.AdvanceBy(1min);
+  EXPECT_EQ(Reports().size(), 5u) << "overdue at once, then one a minute";
+  (*monitor_)->ReadAndUpdateDatasetSettings();
+  EXPECT_TRUE(world_.logs.Has(L"ReadAndUpdateDatasetSettings: No change in ReadUsageInterval"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Monitors, EveryMonitorTest,
+                         testing::Values(Case{CpuEventMonitor::kRow, Make<CpuEventMonitor>, L"ReadUsagePerInterval"},
+                                         Case{MemoryEventMonitor::kRow, Make<MemoryEventMonitor>,
+                                              L"MemoryUsagePerInterval"},
+                                         Case{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>, nullptr}),
+                         [](const auto& test) { return TVK::String::UTF16ToUTF8(std::wstring(test.param.row.name)); });
+
+}  // namespace

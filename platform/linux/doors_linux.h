@@ -1,0 +1,38 @@
+// The doors of the local or a recorded Linux machine. Each reads below its root whenever it is asked and has no other
+// state.
+#pragma once
+
+#include <memory>
+
+#include "platform/linux/sysroot.h"
+
+namespace platform {
+
+class Clock;
+class EventLog;
+class Firmware;
+class Memory;
+class Power;
+class Processors;
+class Region;
+class Settings;
+class SystemEvents;
+class SystemFacts;
+
+/// `clock` must outlive the door and its readers.
+std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clock);
+std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
+std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
+std::unique_ptr<EventLog> MakeEventLog();
+std::unique_ptr<Power> MakePower(const Sysroot& root);
+
+/// Of this computer. `power` must outlive the door and its sources.
+std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power);
+
+std::unique_ptr<SystemFacts> MakeSystemFacts(const Sysroot& root);
+std::unique_ptr<Region> MakeRegion(const Sysroot& root);
+
+/// `system` and `region` must outlive the door and its watchers.
+std::unique_ptr<Settings> MakeSettings(const Sysroot& root, SystemFacts& system, Region& region);
+
+}  // namespace platform

@@ -1,0 +1,33 @@
+// The doors of the local Windows machine. Each asks the system whenever it is asked and has no other state.
+#pragma once
+
+#include <memory>
+
+namespace platform {
+
+class Clock;
+class EventLog;
+class Firmware;
+class Memory;
+class Power;
+class Processors;
+class Region;
+class Settings;
+class SystemFacts;
+
+}  // namespace platform
+
+namespace platform::windows {
+
+std::unique_ptr<Processors> MakeProcessors();
+std::unique_ptr<Memory> MakeMemory();
+std::unique_ptr<Firmware> MakeFirmware();
+std::unique_ptr<EventLog> MakeEventLog();
+
+/// `clock` must outlive the door.
+std::unique_ptr<SystemFacts> MakeSystemFacts(const Clock& clock);
+std::unique_ptr<Region> MakeRegion();
+std::unique_ptr<Settings> MakeSettings();
+std::unique_ptr<Power> MakePower();
+
+}  // namespace platform::windows

@@ -1,0 +1,55 @@
+#include "platform/region.h"
+
+#include <charconv>
+#include <cwchar>
+
+#include "platform/registry_names.h"
+#include "platform/windows/doors_windows.h"
+#include "platform/windows/registry.h"
+#include "platform/windows/text.h"
+#include "platform/windows/user_session.h"
+
+namespace platform::windows {
+namespace {
+
+namespace names = Constants::Registry;
+
+class WindowsRegion final : public Region {
+ public:
+  // Of the running account where the logged-on user's settings cannot be read.
+  RegionFacts ReadFacts() override {
+    RegionFacts facts;
+    const auto read = [&](HKEY root, const std::wstring& prefix) {
+      facts.nation = RegistryText(root, prefix + names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation);
+      facts.locale_name =
+          RegistryText(root, prefix + names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName);
+    };
+    if (const std::string user = ReadLoggedInUserSid(); !user.empty()) read(HKEY_USERS, WideFromUtf8(user) + L"\\");
+    if (facts.locale_name.empty()) read(HKEY_CURRENT_USER, L"");
+    DYNAMIC_TIME_ZONE_INFORMATION zone{};
+    if (GetDynamicTimeZoneInformation(&zone) != TIME_ZONE_ID_INVALID) {
+      constexpr std::size_t kLength = std::size(zone.TimeZoneKeyName);
+      facts.time_zone = Utf8FromWide({zone.TimeZoneKeyName, wcsnlen(zone.TimeZoneKeyName, kLength)});
+    }
+    return facts;
+  }
+
+  // By the system's own table of geographic ids.
+  std::string CountryOfNation(const std::string& nation) override {
+    GEOID id = 0;
+    const char* const end = nation.data() + nation.size();
+    const auto [parsed, error] = std::from_chars(nation.data(), end, id);
+    if (error != std::errc() || parsed != end) return {};
+    wchar_t code[8];
+    const int length = GetGeoInfoW(id, GEO_ISO2, code, static_cast<int>(std::size(code)), 0);
+    return length > 0 ? Utf8FromWide(code) : std::string();
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Region> MakeRegion() {
+  return std::make_unique<WindowsRegion>();
+}
+
+}  // namespace platform::windows
