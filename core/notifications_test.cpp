@@ -4,6 +4,7 @@
 #include "client/records/record_fields.h"
 #include "core/manager_test.h"
 #include "platform/local.h"
+#include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_system.h"
 
 namespace {
@@ -178,7 +179,7 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
 }
 
 TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContext) {
-  world_.machine.Change([](auto& state) { state.firmware.product_family = "Note Book"; });
+  world_.machine.firmware().Change([](auto& state) { state.facts.product_family = "Note Book"; });
   world_.config.SetTvkPolicy(TvkPolicy{L"/a", L"b"});
   Start(PolicyOf(L"full"));
   DeviceContext context = life_->service.DeviceContexts().front();
