@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <map>
+#include <optional>
 #include <set>
 
 #include "client/text/string.h"
@@ -16,22 +17,20 @@ using enum DecisionReason;
 
 constexpr std::array kScopes = {L"none", L"basic", L"enhance", L"full"};
 
-/// The first of kScopes at which the dataset may write; none of the rows leaves one out above it.
-std::size_t LeastScope(std::wstring_view name) {
-  static const std::map<std::wstring_view, std::size_t> least = {
-      {L"StorageEvent", 0},           {L"AlexaEvent", 0},           {L"CPUEvent", 1},
-      {L"SystemBIOSEvent", 1},        {L"EventViewerLogsEvent", 1}, {L"EventViewerLogDBEvent", 1},
-      {L"DeviceProcessEvent", 1},     {L"VitalSignsEvent", 1},      {L"PCIe_NVMe_SelfTestResult", 3},
-      {L"SATA_SSD_SelfTestResult", 3}};
-  const auto found = least.find(name);
-  return found == least.end() ? 2 : found->second;
-}
-
-/// Those that no policy and no scope keeps from running.
-bool IsFree(std::wstring_view name) {
-  static const std::set<std::wstring_view> free = {L"SystemPowerEvent", L"NetworkEvent", L"DeviceStatus", L"TVKEvent",
-                                                   L"DeviceContext"};
-  return free.contains(name);
+/// The first of kScopes at which the dataset may write (none of the rows leaves one out above it), or nothing for those
+/// that no policy and no scope keeps from running.
+std::optional<std::size_t> LeastScope(std::wstring_view name) {
+  const std::set<std::wstring_view> sets[] = {
+      {L"StorageEvent", L"AlexaEvent"},
+      {L"CPUEvent", L"SystemBIOSEvent", L"EventViewerLogsEvent", L"EventViewerLogDBEvent", L"DeviceProcessEvent",
+       L"VitalSignsEvent"},
+      {},
+      {L"PCIe_NVMe_SelfTestResult", L"SATA_SSD_SelfTestResult"},
+      {L"SystemPowerEvent", L"NetworkEvent", L"DeviceStatus", L"TVKEvent", L"DeviceContext"}};
+  const auto found = std::ranges::find_if(sets, [&](const auto& names) { return names.contains(name); });
+  if (found == std::end(sets)) return 2;
+  if (found == std::end(sets) - 1) return std::nullopt;
+  return static_cast<std::size_t>(found - sets);
 }
 
 enum Listing { kListed, kOtherDevices, kPolicyForOtherDevices, kOff, kAbsent, kListings };
@@ -65,8 +64,8 @@ TEST_F(DatasetDecisionTest, EveryDatasetAtEveryScopeAndEntry) {
         SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.name) + " " + std::to_string(scope) + " " + std::to_string(listing));
         SetPolicy(row.name, kScopes[scope], listing);
         view_.ReadWithScope(before);
-        const bool supported = scope >= LeastScope(row.name);
-        DecisionReason running = supported ? kRuns : kScope;
+        const std::optional<std::size_t> least = LeastScope(row.name);
+        DecisionReason running = scope >= least.value_or(0) ? kRuns : kScope;
         if (listing == kAbsent) running = kNotListed;
         if (listing == kOff) running = kDisabled;
         DecisionReason start = running;
@@ -74,7 +73,7 @@ TEST_F(DatasetDecisionTest, EveryDatasetAtEveryScopeAndEntry) {
         if (listing == kPolicyForOtherDevices) start = kPolicyNotApplicable;
         DecisionReason with_service = start;
         if (row.name == L"VitalSignsEvent" && listing == kListed) with_service = kRuns;
-        if (IsFree(row.name)) running = start = with_service = kRuns;
+        if (!least) running = start = with_service = kRuns;
         EXPECT_EQ(view_.Decide(row, DecisionMoment::kRunning).reason, running);
         EXPECT_EQ(view_.Decide(row, DecisionMoment::kStart).reason, start);
         EXPECT_EQ(view_.Decide(row, DecisionMoment::kServiceStart).reason, with_service);

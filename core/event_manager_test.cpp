@@ -4,6 +4,7 @@
 
 #include "client/text/string.h"
 #include "core/manager_test.h"
+#include "core/monitor_entry.h"
 
 namespace {
 
@@ -118,28 +119,35 @@ TEST_F(EventManagerTest, StopMayComeAtAnyTimeAndAnyNumberOfTimes) {
   EXPECT_EQ(Threads(), 1u);
 }
 
+TEST_F(EventManagerTest, AMonitorThatIsToBeStoppedIsOutOfReach) {
+  const ServiceLife service(world_);
+  const TVK::Log log;
+  MonitorEntry entry(world_.runtime, log, *table_.FindByName(L"CPUEvent"), service.services());
+  entry.MarkLeaving();
+  EXPECT_FALSE(entry.Start(L"caller"));
+  entry.Call(L"caller", [](EventMonitorBase&) { FAIL(); });
+  EXPECT_TRUE(entry.ClaimStop());
+  EXPECT_FALSE(entry.ClaimStop()) << "one stops it";
+}
+
 TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
-  struct Row {
-    Place place;
-    const wchar_t* message;
-    int running;  // of the four others and the failing one
-  };
-  for (const Row& row : {
-           Row{Place::kMake, L"CPUEvent Initialize dataset failed with exception", 4},
-           Row{Place::kInitialize, L"EventManager EventMonitor Initalize or startMonitor error! told to fail", 4},
-           Row{Place::kStart, L"EventManager EventMonitor Initalize or startMonitor error! told to fail", 4},
-           Row{Place::kControl, L"EventManager::OnServiceControlHandle: CPUEvent failed: told to fail", 5},
-           Row{Place::kSettings, L"CPUEvent failed: told to fail", 5},
-           Row{Place::kContextChange, L"EventManager::OnDeviceContextChanges: CPUEvent failed: told to fail", 5},
-           Row{Place::kRestart, L"EventManager::OnNotification: CPUEvent failed: told to fail", 5},
-           Row{Place::kStop, L"EventManager::Stop: CPUEvent failed: told to fail", 5},
-       }) {
-    SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
+  constexpr wchar_t kThrown[] = L"EventManager EventMonitor Initalize or startMonitor error! told to fail";
+  // Where it fails, what is logged, and how many of the four others and itself run.
+  for (const auto& [place, message, running] :
+       {std::tuple(Place::kMake, L"CPUEvent Initialize dataset failed with exception", 4),
+        std::tuple(Place::kInitialize, kThrown, 4), std::tuple(Place::kStart, kThrown, 4),
+        std::tuple(Place::kControl, L"EventManager::OnServiceControlHandle: CPUEvent failed: told to fail", 5),
+        std::tuple(Place::kSettings, L"CPUEvent failed: told to fail", 5),
+        std::tuple(Place::kContextChange, L"EventManager::OnDeviceContextChanges: CPUEvent failed: told to fail", 5),
+        std::tuple(Place::kRestart, L"EventManager::OnNotification: CPUEvent failed: told to fail", 5),
+        std::tuple(Place::kUnInitialize, L"EventManager::Stop: CPUEvent failed: told to fail", 5),
+        std::tuple(Place::kStop, L"EventManager::Stop: CPUEvent failed: told to fail", 5)}) {
+    SCOPED_TRACE(TVK::String::UTF16ToUTF8(message));
     world_.logs.Clear();
     script_.TakeNotes();
-    script_.failure = {L"CPUEvent", row.place};
+    script_.failure = {L"CPUEvent", place};
     Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
-    EXPECT_EQ(script_.running, row.running);
+    EXPECT_EQ(script_.running, running);
     life_->manager.OnServiceControlHandle(13, 4, nullptr, nullptr);
     Change(PolicyOf(L"enhance", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent"}));
     life_->manager.OnDeviceContextChanges();
@@ -147,8 +155,8 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
                                 L"context anew MemoryEvent", L"start(test) BatteryEvent"})
       EXPECT_EQ(script_.Count(note), 1u) << TVK::String::UTF16ToUTF8(note);
     life_->manager.Stop();
-    EXPECT_TRUE(world_.logs.Has(row.message));
-    EXPECT_EQ(script_.Count(L"uninitialize, may write CPUEvent"), row.place == Place::kMake ? 0u : 1u);
+    EXPECT_TRUE(world_.logs.Has(message));
+    EXPECT_EQ(script_.Count(L"uninitialize, may write CPUEvent"), place == Place::kMake ? 0u : 1u);
     EXPECT_EQ(script_.alive, 1);
     EXPECT_EQ(Threads(), 1u);
   }

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <functional>
 
+#include "client/records/record_fields.h"
 #include "core/manager_test.h"
 #include "platform/local.h"
+#include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_system.h"
 
 namespace {
@@ -17,27 +19,20 @@ constexpr wchar_t kChangesEntry[] = L"EventManager::OnTelemetryScopeChanges : En
 class NotificationsTest : public ManagerTest {};
 
 TEST_F(NotificationsTest, OnlyPolicyNewsIsActedOn) {
-  struct Row {
-    int topic;
-    int state;
-    bool kvq;
-    std::size_t received;
-    std::size_t scope_changes;
-    std::size_t tvk_changes;
-  };
   Start(PolicyOf(L"full", {L"CPUEvent", L"StorageEvent"}));
-  for (const Row& row : {Row{4, 14, true, 0, 0, 0}, Row{5, 14, false, 1, 0, 0}, Row{4, 15, false, 1, 0, 0},
-                         Row{4, 14, false, 1, 1, 0}, Row{4, 18, false, 1, 0, 1}}) {
-    SCOPED_TRACE(row.topic * 100 + row.state);
+  for (const auto& [topic, state, kvq, received, scope_changes, tvk_changes] :
+       {std::tuple(4, 14, true, 0u, 0u, 0u), std::tuple(5, 14, false, 1u, 0u, 0u), std::tuple(4, 15, false, 1u, 0u, 0u),
+        std::tuple(4, 14, false, 1u, 1u, 0u), std::tuple(4, 18, false, 1u, 0u, 1u)}) {
+    SCOPED_TRACE(topic * 100 + state);
     world_.logs.Clear();
     script_.TakeNotes();
-    life_->composition.bus().Publish(TVKNotificationData(row.topic, row.state, L"no payload", row.kvq));
+    life_->composition.bus().Publish(TVKNotificationData(topic, state, L"no payload", kvq));
     world_.runtime.Settle();
-    EXPECT_EQ(world_.logs.Count(L"EventManager::OnNotification Recieved internal notification"), row.received);
-    EXPECT_EQ(world_.logs.Count(kChangesEntry), row.scope_changes);
-    EXPECT_EQ(world_.logs.Count(L"EventManager::OnTvkPolicyChanges Enter:"), row.tvk_changes);
+    EXPECT_EQ(world_.logs.Count(L"EventManager::OnNotification Recieved internal notification"), received);
+    EXPECT_EQ(world_.logs.Count(kChangesEntry), scope_changes);
+    EXPECT_EQ(world_.logs.Count(L"EventManager::OnTvkPolicyChanges Enter:"), tvk_changes);
     EXPECT_EQ(script_.Count(L"restart CPUEvent"), 0u) << "the scope is the same";
-    EXPECT_EQ(script_.Count(L"settings CPUEvent"), row.scope_changes);
+    EXPECT_EQ(script_.Count(L"settings CPUEvent"), scope_changes);
   }
 }
 
@@ -175,8 +170,30 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
   expect(
       "a path that changed and changed back", [&] { life_->composition.bus().Publish(path_change); }, 0, 0);
   life_->manager.set_schema_ver(L"2.1");
-  expect("the schema", read_anew, 1, 0);
+  expect(
+      "the schema, found with news of no other path",
+      [&] { life_->composition.bus().Publish(TVKNotificationData(4, 18, L"{}")); }, 1, 0);
+  world_.config.SetTvkPolicy(std::nullopt);
+  expect("no client policy: the device belongs where it did", read_anew, 0, 0);
   EXPECT_FALSE(life_->manager.IsDevicePathChange()) << "it was told";
+}
+
+TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContext) {
+  world_.machine.firmware().Change([](auto& state) { state.facts.product_family = "Note Book"; });
+  world_.config.SetTvkPolicy(TvkPolicy{L"/a", L"b"});
+  Start(PolicyOf(L"full"));
+  DeviceContext context = life_->records.DeviceContexts().front();
+  std::vector<std::string> empty;
+  const auto look = [&](const auto& record, const auto& fields) {
+    for (const auto& field : fields) {
+      if ((record.*field.get)().empty()) empty.emplace_back(field.key);
+    }
+  };
+  look(context.device_info(), TVK::kDeviceInfoFields);
+  look(context.region_info(), TVK::kRegionInfoFields);
+  look(context.tvk_info(), TVK::kTvkInfoFields);
+  look(context, TVK::kDeviceContextFields);
+  EXPECT_THAT(empty, ElementsAre("device_id2", "device_smbiosversion", "device_extensionkeyvalue", "source"));
 }
 
 TEST_F(NotificationsTest, TheDeviceContextOutlivesARestart) {
