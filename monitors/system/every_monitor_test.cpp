@@ -45,10 +45,11 @@ class EveryMonitorTest : public testing::TestWithParam<Case> {
     world_.config.SetSettings(std::wstring(GetParam().row.name), {{L"ReadUsageInterval", interval}});
     if (monitor_) (*monitor_)->ReadAndUpdateDatasetSettings();
   }
-  void StartLife(bool consent = true) {
+  void StartLife(bool consent = true, bool new_device = false) {
     monitor_.reset();
     life_.emplace(world_);
     life_->consent.given = consent;
+    life_->manager.first_invocation = new_device;
     monitor_.emplace(world_.runtime, GetParam().make(life_->services()));
     world_.runtime.Settle();
   }
@@ -92,6 +93,17 @@ TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
   monitor_.reset();
   EXPECT_EQ(life_->Items().size(), written);
   EXPECT_EQ(samples, sampled);
+}
+
+TEST_P(EveryMonitorTest, ANewDeviceIsInitialisedOnceInItsContext) {
+  StartLife(true, true);
+  const std::vector<ItemEvent> items = life_->Items(L"DeviceInit");
+  ASSERT_EQ(items.size(), 1u);
+  const std::wstring id = life_->DatasetContexts().at(0).dataset_context_id();
+  EXPECT_EQ(items[0].dataset_context_id(), id);
+  EXPECT_EQ(id, TVK::String::ToUpper(id));
+  StartLife();
+  EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
 }
 
 TEST_P(EveryMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
