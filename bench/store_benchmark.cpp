@@ -139,7 +139,7 @@ void RawSqlite(benchmark::State& state) {
     TVK::Database database;
     Check(database.Open(file, SQLITE_OPEN_READWRITE) == 0 &&
               database.Execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA cache_size = -256;"
-                               "INSERT INTO series(id, kind, dataset_id, item_id) VALUES(1, 0, 'D', 'I')") == 0,
+                               "INSERT INTO series(id, kind, dataset_id, key) VALUES(1, 0, 'D', 'I')") == 0,
           "opening");
     TVK::Statement insert;
     Check(insert.Prepare(database, "INSERT INTO record(series, number, written, json) VALUES(1, ?1, ?2, ?3)") == 0,

@@ -21,11 +21,21 @@ ProcessSlot& Slot() {
   return *slot;
 }
 
-/// The process's manager: an ordinary one on the process's services.
+/// The process's manager: an ordinary one on the process's services, which hears of the system's events.
 class ProcessEventManager final : public EventManager {
  public:
-  ProcessEventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle) : EventManager(services, handle) {}
-  ~ProcessEventManager() override = default;
+  ProcessEventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle) : EventManager(services, handle) {
+    FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); });
+  }
+  ~ProcessEventManager() override { FollowSystemEvents(nullptr); }
+  ProcessEventManager(const ProcessEventManager&) = delete;
+  ProcessEventManager& operator=(const ProcessEventManager&) = delete;
+
+ private:
+  static void FollowSystemEvents(platform::SystemEventCallback receiver) {
+    const std::lock_guard lock(Slot().mutex);
+    if (Slot().composition != nullptr) Slot().composition->FollowSystemEvents(std::move(receiver));
+  }
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "client/bus/publisher_subscriber.h"
 #include "client/identity/machine_device_id_agent.h"
@@ -13,6 +14,7 @@
 #include "component/user_process.h"
 #include "core/manager_services.h"
 #include "host/device_context_event_monitor.h"
+#include "host/system_event_relay.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
 #include "platform/system_facts.h"
@@ -31,6 +33,11 @@ class Composition {
 
   const ManagerServices& manager_services() const { return manager_services_; }
   TVK::DeviceIdAgent& device_id_agent() { return device_id_agent_; }
+  /// Hands the system's own events to `receiver` in the place of the one before, until the end; null: to nobody.
+  void FollowSystemEvents(platform::SystemEventCallback receiver) {
+    system_events_.reset();
+    if (receiver) system_events_.emplace(machine_->system_events(), *runtime_, std::move(receiver));
+  }
   void RereadPolicy() { policy_watch_.Reread(); }
   void OnUserLogon() {
     if (machine_->system().ReadLoggedInUserId().empty()) return;  // to be told at the next logon
@@ -64,4 +71,5 @@ class Composition {
   PolicyWatch policy_watch_;
   DeviceContextEventMonitor device_context_monitor_;
   ManagerServices manager_services_;
+  std::optional<SystemEventRelay> system_events_;
 };

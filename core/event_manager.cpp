@@ -8,6 +8,7 @@
 #include "core/guarded_call.h"
 #include "core/notifications.h"
 #include "core/reconciler.h"
+#include "platform/service_control_event.h"
 
 using Values = IdentityValues::Values;
 
@@ -165,7 +166,15 @@ unsigned long EventManager::OnServiceControlHandle(unsigned long control, unsign
       monitor.OnServiceControlHandle(control, event_type, event_data, context);
     });
   });
+  if (const auto event = platform::DecodeServiceControl(control, event_type, event_data)) OnSystemEvent(*event);
   return 0;
+}
+
+void EventManager::OnSystemEvent(const platform::SystemEvent& event) {
+  constexpr wchar_t kThis[] = L"EventManager::OnSystemEvent";
+  GuardedCall(parts_->log, kThis, [&] {
+    parts_->monitors.CallEach(kThis, [&](EventMonitorBase& monitor) { monitor.OnSystemEvent(event); });
+  });
 }
 
 void EventManager::Stop() {

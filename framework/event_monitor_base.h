@@ -11,6 +11,10 @@
 #include "framework/monitor_services.h"
 #include "tvk/service_types.h"
 
+namespace platform {
+struct SystemEvent;
+}
+
 /// One dataset's monitor. The manager makes it, runs Initialize and StartMonitor on a thread of its own, forwards
 /// service controls to it, tells it of changes, and ends it with StopMonitor, UnInitialize and the destructor.
 ///
@@ -47,6 +51,8 @@ class EventMonitorBase {
   /// Reacts to a service control code; 0 (NO_ERROR). The pointers are valid during the call only.
   virtual unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                                void* context);
+  /// Reacts to what the system tells of power, sleep and users, in the form that is the same on every system.
+  virtual void OnSystemEvent(const platform::SystemEvent& /*event*/) {}
   /// Reads the dataset's settings from the policy and applies them.
   virtual void ReadAndUpdateDatasetSettings() {}
 

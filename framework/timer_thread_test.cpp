@@ -85,8 +85,10 @@ TEST(PeriodicThreadTest, StopWaitsForTheCallbackAndLetsNoOtherCome) {
   }));
   calls.runtime.AdvanceBy(1s);
   EXPECT_FALSE(ended);
+  EXPECT_FALSE(timer.ended());
   timer.Stop();
   EXPECT_TRUE(ended);
+  EXPECT_TRUE(timer.ended());
   EXPECT_TRUE(calls.runtime.Threads().empty());
   timer.Stop();
   calls.runtime.AdvanceBy(60s);

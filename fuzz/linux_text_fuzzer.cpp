@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "platform/linux/cpu_text.h"
+#include "platform/linux/power_supply_text.h"
 #include "platform/linux/proc_text.h"
 #include "platform/linux/system_text.h"
 
@@ -39,6 +40,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(locale.tag.size() <= 7 && locale.territory.size() <= 3);
   }
   DecodeSession(text);
+  const PowerStatus power =
+      SumUpPower({DecodePowerSupply(text, "Battery"), DecodePowerSupply(text.substr(size / 2), "Battery"),
+                  DecodePowerSupply(text, text.substr(0, 8))});
+  Require(power.percent.value_or(0) <= 100);
   TimeZoneOfLink(text);
   Require(MachineIdOf(text).size() <= 32);
   return 0;

@@ -3,9 +3,11 @@
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"
+#include "platform/power.h"
 #include "platform/processors.h"
 #include "platform/region.h"
 #include "platform/settings.h"
+#include "platform/system_events.h"
 #include "platform/system_facts.h"
 
 namespace platform {

@@ -12,9 +12,11 @@ namespace platform {
 class EventLog;
 class Firmware;
 class Memory;
+class Power;
 class Processors;
 class Region;
 class Settings;
+class SystemEvents;
 class SystemFacts;
 
 /// None is null. Later ones may use earlier ones as long as they live.
@@ -26,6 +28,8 @@ struct MachineDoors {
   std::unique_ptr<SystemFacts> system;
   std::unique_ptr<Region> region;
   std::unique_ptr<Settings> settings;
+  std::unique_ptr<Power> power;
+  std::unique_ptr<SystemEvents> system_events;
 
   MachineDoors();
   MachineDoors(MachineDoors&&) noexcept;
@@ -48,6 +52,8 @@ class Machine {
   SystemFacts& system() const { return *doors_.system; }
   Region& region() const { return *doors_.region; }
   Settings& settings() const { return *doors_.settings; }
+  Power& power() const { return *doors_.power; }
+  SystemEvents& system_events() const { return *doors_.system_events; }
 
  private:
   const MachineDoors doors_;

@@ -34,6 +34,10 @@ class SystemFacts {
 
   /// When the running system was booted, in seconds since 1970; empty when unknown.
   virtual std::optional<std::int64_t> ReadBootTime() = 0;
+
+  /// What names the running boot of the system, another text after each boot (Linux: boot_id, random(4)). Empty where
+  /// the system has no such name (Windows): the boot time tells boots apart there.
+  virtual std::string ReadBootId() = 0;
 };
 
 }  // namespace platform

@@ -9,14 +9,12 @@
 #include "platform/process_host.h"
 #include "platform/runtime.h"
 #include "platform/service_control.h"
+#include "platform/service_control_event.h"
 #include "platform/this_program.h"
 #include "tvk/event_manager.h"
 
 namespace {
 
-// Codes of the service manager that the component is told of by a name of its own.
-constexpr unsigned long kSessionChange = 14;   // SERVICE_CONTROL_SESSIONCHANGE
-constexpr unsigned long kSessionLogon = 5;     // WTS_SESSION_LOGON
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
 /// The component, open for as long as the object lives.
@@ -82,6 +80,11 @@ std::vector<std::wstring> InstalledArguments(const ServiceOptions& options) {
     arguments.push_back(std::to_wstring(options.run_for->count()) + L"ms");
   }
   return arguments;
+}
+
+bool IsLogon(const std::optional<platform::SystemEvent>& event) {
+  const auto* const change = event ? std::get_if<platform::SessionChange>(&*event) : nullptr;
+  return change != nullptr && change->kind == platform::SessionChangeKind::kLogon;
 }
 
 EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
@@ -156,7 +159,9 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   };
   program.control = [&](unsigned long control, unsigned long event_type, void* event_data, void* context) {
     EventManager* const manager = running;
-    if (manager != nullptr && control == kSessionChange && event_type == kSessionLogon) TVK::Component::OnUserLogon();
+    if (manager != nullptr && IsLogon(platform::DecodeServiceControl(control, event_type, event_data))) {
+      TVK::Component::OnUserLogon();
+    }
     return manager == nullptr ? 0 : manager->OnServiceControlHandle(control, event_type, event_data, context);
   };
   program.stop = [&] { stop->Set(); };

@@ -42,7 +42,10 @@ class Checker {
 
  private:
   DatasetCheck Check(const PolicyEntry& entry) {
-    DatasetCheck check{.id = entry.values.id, .name = entry.values.name, .path = entry.path, .settings = {}};
+    DatasetCheck check;
+    check.id = entry.values.id;
+    check.name = entry.values.name;
+    check.path = entry.path;
     if (entry.meaning != EntryMeaning::kCounts) {
       check.why = MeaningName(entry.meaning);
       return check;

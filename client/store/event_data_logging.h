@@ -78,9 +78,9 @@ class EventDataLogging {
  public:
   /// Opens the database, or makes it. Damage that two openings, one after the other, find in a file that can be read to
   /// its end has the file renamed to "NAME.corrupt-YYYYMMDDTHHMMSS", an error logged, and a new one begun. What passes
-  /// (a read that failed, no memory, too many open files) is tried again three times, and then with every record to be
-  /// written; until then the object is closed and every operation returns kStoreClosed. A database of another program
-  /// or of a newer version is never touched and never tried again. `clock` must outlive the object.
+  /// (a read that failed, no memory, too many open files) is tried three times. A database of another program or of a
+  /// newer version is left as it is. When there is no way to open a file, the object is closed: every operation returns
+  /// kStoreClosed, and each record to be written tries again. `clock` must outlive the object.
   EventDataLogging(StoreOptions options, const platform::Clock& clock);
   ~EventDataLogging();
   EventDataLogging(const EventDataLogging&) = delete;

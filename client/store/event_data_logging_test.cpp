@@ -121,12 +121,17 @@ TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOf
   std::vector<std::thread> writers;
   for (int writer = 0; writer < kWriters; ++writer) {
     writers.emplace_back([&, writer] {
+      const std::wstring context_id = L"C" + std::to_wstring(writer);
+      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, context_id), context_id), 0);
       ItemEvent last;
+      DatasetContext context;
       for (int i = 0; i < kEach; ++i) {
         const std::wstring item_id = L"I" + std::to_wstring(writer);
-        EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, item_id, std::to_wstring(i))), 0);
+        EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, item_id, std::to_wstring(i), context_id)), 0);
         EXPECT_EQ(store.GetLastItemEventWithItemId(kCpu, item_id, last), 0);
         EXPECT_EQ(ValueOf(last), std::to_wstring(i)) << "a record that was reported as written is not there";
+        EXPECT_EQ(store.GetLastDatasetContextOfDevice(kCpu, context_id, context), 0);
+        EXPECT_EQ(context.dataset_context_id(), context_id);
       }
     });
   }
@@ -135,8 +140,8 @@ TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOf
   store.SetRecordListener(nullptr);
 
   EXPECT_EQ(StoredTexts(), heard);
-  EXPECT_EQ(heard.size(), std::size_t{kWriters * kEach});
-  EXPECT_EQ(Stored().back().sequence, kWriters * kEach);
+  EXPECT_EQ(heard.size(), std::size_t{kWriters * (kEach + 1)});
+  EXPECT_EQ(Stored().back().sequence, kWriters * (kEach + 1));
 }
 
 TEST_F(EventDataLoggingTest, ALockedDatabaseCostsTheRecordAndNothingElse) {

@@ -56,7 +56,6 @@ std::string StoreConnections::Open() {
     remark = SetFileAside(opening.problem);
     if (!remark.empty()) opening = OpenWithPatience();
   }
-  may_be_opened_ = opening.state != StoreFileState::kReady && opening.state != StoreFileState::kForeign;
   LogOnce(opening);
   if (opening.state != StoreFileState::kReady || remark.empty()) return opening.problem;
   return remark;
@@ -85,15 +84,13 @@ bool StoreConnections::Restore() {
     // A file that was moved away keeps its records, and another one in its place does not get them.
     static_cast<void>(writing_->database.Execute("PRAGMA wal_checkpoint(TRUNCATE)"));
     Close();
-    may_be_opened_ = true;
   } else if (writing_ && suspected_) {
     log_.e(L"%s: %s could not be read as it should; it is opened anew and looked through", L"EventDataLogging::Mend",
            WidePath(options_.file));
     Close();
-    may_be_opened_ = true;
   }
   suspected_ = false;
-  if (writing_ || !may_be_opened_) return false;
+  if (writing_) return false;
   Open();
   return writing_ != nullptr;
 }

@@ -39,7 +39,7 @@ class StoreConnections {
   std::string Open();
 
   /// Before a commit: opens the file again when it was suspected, is no longer where readers look for it, or could not
-  /// be opened the last time. True when it was opened anew, perhaps another one.
+  /// be opened the last time. True when it was opened, perhaps another one.
   bool Restore();
 
   /// Tells that something was read that looks like damage. The next Restore finds out.
@@ -80,7 +80,6 @@ class StoreConnections {
   std::atomic<bool> suspected_ = false;
   WriterLock lock_;  ///< Ahead of the database, so that it is given back after that was closed.
   std::unique_ptr<WritingSide> writing_;
-  bool may_be_opened_ = false;    ///< While closed: trying again may help.
   std::string last_log_problem_;  ///< Why the last opening failed; a line for each commit would say no more.
 
   std::mutex reading_mutex_;  ///< Guards reading_.

@@ -18,6 +18,9 @@
 // For the component's own parts; hosts need neither.
 class DeviceContext;
 struct ManagerServices;
+namespace platform {
+struct SystemEvent;
+}
 
 /// Runs the dataset monitors that the telemetry policy asks for and keeps the identity values of their records.
 ///
@@ -73,9 +76,13 @@ class TVK_EXPORT EventManager {
   /// runs afterwards, as behind Stop.
   void Initialize(TVK::DeviceIdAgent* agent);
 
-  /// Hands a service control to every listed monitor, in list order, unchanged. Returns 0 (NO_ERROR).
+  /// Hands a service control to every listed monitor, in list order, unchanged; then, as OnSystemEvent does, the event
+  /// that it means, if any. Returns 0 (NO_ERROR).
   unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                        void* context);
+
+  /// Hands an event of the system to every listed monitor, in list order. Any thread.
+  void OnSystemEvent(const platform::SystemEvent& event);
 
   /// Stops everything and joins every thread. May be called at any time, any number of times.
   void Stop();

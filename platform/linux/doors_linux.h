@@ -12,9 +12,11 @@ class Clock;
 class EventLog;
 class Firmware;
 class Memory;
+class Power;
 class Processors;
 class Region;
 class Settings;
+class SystemEvents;
 class SystemFacts;
 
 /// `clock` must outlive the door and its readers.
@@ -22,6 +24,11 @@ std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clo
 std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
+std::unique_ptr<Power> MakePower(const Sysroot& root);
+
+/// Of this computer. `power` must outlive the door and its sources.
+std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power);
+
 std::unique_ptr<SystemFacts> MakeSystemFacts(const Sysroot& root);
 std::unique_ptr<Region> MakeRegion(const Sysroot& root);
 

@@ -4,9 +4,11 @@
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"
+#include "platform/power.h"
 #include "platform/processors.h"
 #include "platform/region.h"
 #include "platform/settings.h"
+#include "platform/system_events.h"
 #include "platform/system_facts.h"
 
 namespace platform {
@@ -21,6 +23,12 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.system = MakeSystemFacts(root);
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
+  doors.power = MakePower(root);
+  if (options.sysroot == "/") {
+    doors.system_events = MakeSystemEvents(*doors.power);
+  } else {
+    doors.system_events = std::make_unique<NoSystemEvents>();
+  }
   return std::make_unique<Machine>(std::move(doors));
 }
 

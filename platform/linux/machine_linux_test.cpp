@@ -73,6 +73,7 @@ TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {
            {"/etc/locale.conf", "LANG=de_AT.UTF-8\nLC_MESSAGES=en_GB.UTF-8\n"},
            {"/etc/machine-id", "00112233445566778899aabbccddeeff\n"},
            {"/proc/stat", "cpu 1 2 3 4\nbtime 1767222000\n"},
+           {"/proc/sys/kernel/random/boot_id", "01234567-89ab-cdef-0123-456789abcdef\n"},
            {"/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 400 kB\n"},
            {"/sys/class/dmi/id/sys_vendor", "Contoso \n"},
            {"/sys/class/dmi/id/ec_firmware_release", "1.9\n"},
@@ -94,6 +95,7 @@ TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {
   EXPECT_EQ(region.time_zone, "Europe/Vienna");
   EXPECT_EQ(machine_->system().ReadInstallationId(), "00112233445566778899aabbccddeeff");
   EXPECT_EQ(machine_->system().ReadBootTime(), 1767222000);
+  EXPECT_EQ(machine_->system().ReadBootId(), "01234567-89ab-cdef-0123-456789abcdef");
   EXPECT_EQ(machine_->memory().ReadStatus()->load_percent, 60u);
   const FirmwareFacts firmware = machine_->firmware().ReadFacts();
   EXPECT_EQ(firmware.manufacturer, "Contoso");
@@ -116,6 +118,7 @@ TEST_F(LinuxMachineTest, AnEmptyTreeTellsNothing) {
   EXPECT_EQ(machine_->region().ReadFacts().time_zone, "");
   EXPECT_EQ(machine_->system().ReadInstallationId(), "");
   EXPECT_FALSE(machine_->system().ReadBootTime());
+  EXPECT_EQ(machine_->system().ReadBootId(), "");
 }
 
 TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {

@@ -35,16 +35,24 @@ std::vector<std::uint32_t> Sysroot::NumberedEntries(const fs::path& folder, std:
   return numbers;
 }
 
-std::vector<std::string> Sysroot::FileNames(const fs::path& folder) const {
+std::vector<std::string> Sysroot::Names(const fs::path& folder, fs::file_type type) const {
   std::vector<std::string> names;
   std::error_code failure;
   for (fs::directory_iterator entry(Resolve(folder), failure), end; !failure && entry != end;
        entry.increment(failure)) {
     std::error_code unreadable;
-    if (entry->is_regular_file(unreadable)) names.push_back(entry->path().filename().string());
+    if (entry->status(unreadable).type() == type) names.push_back(entry->path().filename().string());
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::vector<std::string> Sysroot::FileNames(const fs::path& folder) const {
+  return Names(folder, fs::file_type::regular);
+}
+
+std::vector<std::string> Sysroot::FolderNames(const fs::path& folder) const {
+  return Names(folder, fs::file_type::directory);
 }
 
 std::string Sysroot::LinkTarget(const fs::path& inner) const {

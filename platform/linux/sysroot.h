@@ -32,6 +32,9 @@ class Sysroot {
   /// The names of the regular files in `folder`, in order.
   std::vector<std::string> FileNames(const std::filesystem::path& folder) const;
 
+  /// The names of the folders in `folder`, links to folders among them, in order.
+  std::vector<std::string> FolderNames(const std::filesystem::path& folder) const;
+
   /// What a symbolic link says; empty when there is none.
   std::string LinkTarget(const std::filesystem::path& inner) const;
 
@@ -39,6 +42,8 @@ class Sysroot {
   static constexpr std::size_t kLimit = std::size_t{8} << 20;
 
  private:
+  std::vector<std::string> Names(const std::filesystem::path& folder, std::filesystem::file_type type) const;
+
   std::filesystem::path root_;
 };
 

@@ -39,6 +39,8 @@ class LinuxSystemFacts final : public SystemFacts {
 
   std::optional<std::int64_t> ReadBootTime() override { return DecodeBootTime(root_.Read("/proc/stat").value_or("")); }
 
+  std::string ReadBootId() override { return root_.ReadLine("/proc/sys/kernel/random/boot_id"); }
+
  private:
   const Sysroot root_;
 };

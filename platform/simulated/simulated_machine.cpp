@@ -3,6 +3,7 @@
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
+#include "platform/simulated/simulated_power.h"
 #include "platform/simulated/simulated_processors.h"
 #include "platform/simulated/simulated_system.h"
 
@@ -23,6 +24,8 @@ MachineDoors MakeDoors() {
   doors.system = std::move(system);
   doors.region = std::move(region);
   doors.settings = std::move(settings);
+  doors.power = std::make_unique<SimulatedPower>();
+  doors.system_events = std::make_unique<SimulatedSystemEvents>();
   return doors;
 }
 
@@ -47,6 +50,12 @@ SimulatedSystemFacts& SimulatedMachine::system() const {
 }
 SimulatedRegion& SimulatedMachine::region() const {
   return static_cast<SimulatedRegion&>(Machine::region());
+}
+SimulatedPower& SimulatedMachine::power() const {
+  return static_cast<SimulatedPower&>(Machine::power());
+}
+SimulatedSystemEvents& SimulatedMachine::system_events() const {
+  return static_cast<SimulatedSystemEvents&>(Machine::system_events());
 }
 
 }  // namespace platform

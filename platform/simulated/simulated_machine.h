@@ -9,12 +9,15 @@ namespace platform {
 class SimulatedEventLog;
 class SimulatedFirmware;
 class SimulatedMemory;
+class SimulatedPower;
 class SimulatedProcessors;
 class SimulatedRegion;
+class SimulatedSystemEvents;
 class SimulatedSystemFacts;
 
 /// Its doors are scripted one by one; each has a header of its own beside this one, but that system, region and
-/// settings share one. A change of system or region is told to those who watch the settings.
+/// settings share one, and power and system events another. A change of system or region is told to those who watch the
+/// settings.
 class SimulatedMachine final : public Machine {
  public:
   SimulatedMachine();
@@ -26,6 +29,8 @@ class SimulatedMachine final : public Machine {
   SimulatedEventLog& event_log() const;
   SimulatedSystemFacts& system() const;
   SimulatedRegion& region() const;
+  SimulatedPower& power() const;
+  SimulatedSystemEvents& system_events() const;
 };
 
 }  // namespace platform

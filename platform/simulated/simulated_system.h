@@ -20,6 +20,7 @@ struct SimulatedSystemState {
   std::string installation_id = "00112233445566778899aabbccddeeff";
   std::string logged_in_user = "1000";
   std::optional<std::int64_t> boot_time = 1767222000;
+  std::string boot_id = "01234567-89ab-cdef-0123-456789abcdef";
 };
 
 class SimulatedSystemFacts final : public SystemFacts, public Scripted<SimulatedSystemState> {
@@ -28,6 +29,7 @@ class SimulatedSystemFacts final : public SystemFacts, public Scripted<Simulated
   std::string ReadInstallationId() override { return Get().installation_id; }
   std::string ReadLoggedInUserId() override { return Get().logged_in_user; }
   std::optional<std::int64_t> ReadBootTime() override { return Get().boot_time; }
+  std::string ReadBootId() override { return Get().boot_id; }
 };
 
 struct SimulatedRegionState {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <future>
 #include <stdexcept>
 #include <string>
@@ -82,7 +83,12 @@ TEST(VirtualRuntime, ASuspendEndsTheWaitsOnElapsedTimeThatFellDueAndNoOthers) {
   std::thread outside([&] { EXPECT_EQ(world.WaitUntil(*never, ElapsedTime(hours(20))), kWaitTimeout); });
   outside.join();
   expect({}, hours(12), hours(20));
-  std::thread inside = world.StartThread("inside", [&] { EXPECT_THROW(world.Suspend(hours(1)), std::logic_error); });
+  std::thread inside = world.StartThread("inside", [&] {
+    EXPECT_THROW(world.Suspend(hours(1)), std::logic_error);
+    const std::uint64_t before = world.WakeUps();
+    EXPECT_EQ(world.Wait(*never, hours(0)), kWaitTimeout);
+    EXPECT_EQ(world.WakeUps(), before) << "a look lets nobody else run";
+  });
   world.Join(inside);
   expect({}, hours(12), hours(20));
 }

@@ -9,6 +9,7 @@ class Clock;
 class EventLog;
 class Firmware;
 class Memory;
+class Power;
 class Processors;
 class Region;
 class Settings;
@@ -27,5 +28,6 @@ std::unique_ptr<EventLog> MakeEventLog();
 std::unique_ptr<SystemFacts> MakeSystemFacts(const Clock& clock);
 std::unique_ptr<Region> MakeRegion();
 std::unique_ptr<Settings> MakeSettings();
+std::unique_ptr<Power> MakePower();
 
 }  // namespace platform::windows

@@ -4,9 +4,11 @@
 #include "platform/firmware.h"
 #include "platform/local.h"
 #include "platform/memory.h"
+#include "platform/power.h"
 #include "platform/processors.h"
 #include "platform/region.h"
 #include "platform/settings.h"
+#include "platform/system_events.h"
 #include "platform/system_facts.h"
 #include "platform/windows/doors_windows.h"
 
@@ -24,6 +26,8 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.system = windows::MakeSystemFacts(clock);
   doors.region = windows::MakeRegion();
   doors.settings = windows::MakeSettings();
+  doors.power = windows::MakePower();
+  doors.system_events = std::make_unique<NoSystemEvents>();
   return std::make_unique<Machine>(std::move(doors));
 }
 

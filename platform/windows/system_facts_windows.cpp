@@ -78,6 +78,8 @@ class WindowsSystemFacts final : public SystemFacts {
     return std::chrono::floor<std::chrono::seconds>(clock_.Now() - up).time_since_epoch().count();
   }
 
+  std::string ReadBootId() override { return {}; }
+
  private:
   const Clock& clock_;
 };

@@ -1,0 +1,26 @@
+#include "host/system_event_relay.h"
+
+#include <exception>
+
+#include "client/text/string.h"
+
+using TVK::String;
+
+SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime,
+                                   platform::SystemEventCallback receiver)
+    : receiver_(std::move(receiver)) {
+  TVK::utility::InitLog(log_, L"SystemEvents.log", 4);
+  platform::SystemEventOpening opening = events.Open(runtime, [this](const platform::SystemEvent& event) {
+    try {
+      receiver_(event);
+    } catch (const std::exception& failure) {
+      log_.e(L"SystemEventRelay: an event was lost: %s", String::UTF8ToUTF16(failure.what()));
+    } catch (...) {
+      log_.e(L"SystemEventRelay: an event was lost");
+    }
+  });
+  if (!opening.problem.empty()) {
+    log_.e(L"SystemEventRelay: power and sleep are not followed: %s", String::UTF8ToUTF16(opening.problem));
+  }
+  source_ = std::move(opening.source);
+}

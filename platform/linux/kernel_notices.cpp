@@ -1,0 +1,112 @@
+#include "platform/linux/kernel_notices.h"
+
+#include <libudev.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <system_error>
+
+#include "platform/linux/unique_fd.h"
+
+namespace platform {
+namespace {
+
+using std::chrono::nanoseconds;
+
+struct Unref {
+  void operator()(udev* object) const { ::udev_unref(object); }
+  void operator()(udev_monitor* object) const { ::udev_monitor_unref(object); }
+  void operator()(udev_device* object) const { ::udev_device_unref(object); }
+};
+template <typename Object>
+using UdevPointer = std::unique_ptr<Object, Unref>;
+
+nanoseconds ReadClock(clockid_t clock) {
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
+}
+
+/// How long the machine has slept since its boot.
+nanoseconds TimeAsleep() {
+  constexpr nanoseconds kQuick = std::chrono::milliseconds(1);
+  for (;;) {
+    const nanoseconds before = ReadClock(CLOCK_MONOTONIC);
+    const nanoseconds all = ReadClock(CLOCK_BOOTTIME);
+    // Between the two clocks the thread may have been held up, or the machine may have slept.
+    if (ReadClock(CLOCK_MONOTONIC) - before < kQuick) return all - before;
+  }
+}
+
+class LinuxKernelNotices final : public KernelNotices {
+ public:
+  /// Empty, or what went wrong.
+  std::string Open() {
+    if (!OpenMonitor()) return Problem("watching power supplies");
+    clock_ = UniqueFd(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (!clock_ || !Arm()) return Problem("watching the clock");
+    asleep_ = TimeAsleep();
+    return {};
+  }
+
+  int power_fd() const override { return ::udev_monitor_get_fd(monitor_.get()); }
+
+  void TakePower() override {
+    while (UdevPointer<udev_device>(::udev_monitor_receive_device(monitor_.get()))) {
+    }
+  }
+
+  int clock_fd() const override { return clock_.get(); }
+
+  bool TakeClock() override {
+    constexpr nanoseconds kLeastSleep = std::chrono::milliseconds(100);
+    std::uint64_t expirations = 0;
+    [[maybe_unused]] const ssize_t count = ::read(clock_.get(), &expirations, sizeof expirations);
+    Arm();
+    const nanoseconds asleep = TimeAsleep();
+    const bool slept = asleep - asleep_ >= kLeastSleep;
+    asleep_ = asleep;
+    return slept;
+  }
+
+ private:
+  static std::string Problem(const std::string& what) { return what + ": " + std::generic_category().message(errno); }
+
+  bool OpenMonitor() {
+    udev_ = UdevPointer<udev>(::udev_new());
+    if (!udev_) return false;
+    monitor_ = UdevPointer<udev_monitor>(::udev_monitor_new_from_netlink(udev_.get(), "udev"));
+    return monitor_ &&
+           ::udev_monitor_filter_add_match_subsystem_devtype(monitor_.get(), "power_supply", nullptr) >= 0 &&
+           ::udev_monitor_enable_receiving(monitor_.get()) >= 0;
+  }
+
+  /// For a time that never comes.
+  bool Arm() {
+    itimerspec never{};
+    never.it_value.tv_sec = std::numeric_limits<time_t>::max();
+    // ECANCELED: the clock jumped since the timer was armed last; it is armed anew all the same.
+    return ::timerfd_settime(clock_.get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr) == 0 ||
+           errno == ECANCELED;
+  }
+
+  UdevPointer<udev> udev_;
+  UdevPointer<udev_monitor> monitor_;
+  UniqueFd clock_;
+  nanoseconds asleep_{};  ///< At the last notice.
+};
+
+}  // namespace
+
+std::unique_ptr<KernelNotices> OpenKernelNotices(std::string& problem) {
+  auto notices = std::make_unique<LinuxKernelNotices>();
+  problem = notices->Open();
+  return problem.empty() ? std::move(notices) : nullptr;
+}
+
+}  // namespace platform

@@ -1,0 +1,104 @@
+#include "platform/linux/system_events_linux.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+#include "platform/linux/doors_linux.h"
+#include "platform/linux/unique_fd.h"
+#include "platform/power.h"
+#include "platform/runtime.h"
+
+namespace platform {
+namespace {
+
+class LinuxSystemEventSource final : public SystemEventSource {
+ public:
+  LinuxSystemEventSource(Runtime& runtime, std::unique_ptr<KernelNotices> notices, Power& power,
+                         SystemEventCallback callback)
+      : runtime_(runtime),
+        notices_(std::move(notices)),
+        power_(power),
+        callback_(std::move(callback)),
+        stop_(::eventfd(0, EFD_CLOEXEC)) {
+    if (!stop_) throw std::system_error(errno, std::generic_category(), "eventfd");
+    known_ = power_.ReadStatus();
+    thread_ = runtime_.StartThread("system-events", [this] { Run(); });
+  }
+
+  ~LinuxSystemEventSource() override {
+    const std::uint64_t one = 1;
+    // An eventfd that was never written takes 1; there is nothing to fail.
+    [[maybe_unused]] const ssize_t written = ::write(stop_.get(), &one, sizeof one);
+    runtime_.Join(thread_);
+  }
+  LinuxSystemEventSource(const LinuxSystemEventSource&) = delete;
+  LinuxSystemEventSource& operator=(const LinuxSystemEventSource&) = delete;
+
+ private:
+  void Run() {
+    constexpr int kForEver = -1;
+    pollfd waited[] = {{stop_.get(), POLLIN, 0}, {notices_->clock_fd(), POLLIN, 0}, {notices_->power_fd(), POLLIN, 0}};
+    for (;;) {
+      if (::poll(waited, std::size(waited), kForEver) < 0) continue;  // only for a signal
+      if (waited[0].revents != 0) return;
+      if (waited[1].revents != 0 && notices_->TakeClock()) {
+        callback_(SleepChange::kSuspend);
+        callback_(SleepChange::kResume);
+      }
+      if (waited[2].revents != 0) notices_->TakePower();
+      // After a sleep too: what changed in it may be told by nobody.
+      TellPower();
+    }
+  }
+
+  void TellPower() {
+    const PowerStatus present = power_.ReadStatus();
+    if (present.source && present.source != known_.source) callback_(*present.source);
+    if (present.percent && present.percent != known_.percent) callback_(BatteryPercent{*present.percent});
+    // A battery that is taken out and put back is none that changed.
+    if (present.source) known_.source = present.source;
+    if (present.percent) known_.percent = present.percent;
+  }
+
+  Runtime& runtime_;
+  const std::unique_ptr<KernelNotices> notices_;
+  Power& power_;
+  const SystemEventCallback callback_;
+  const UniqueFd stop_;  ///< An eventfd; readable: end.
+  PowerStatus known_;    ///< The thread's own once it runs.
+  std::thread thread_;
+};
+
+class LinuxSystemEvents final : public SystemEvents {
+ public:
+  explicit LinuxSystemEvents(Power& power) : power_(power) {}
+
+  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) override {
+    SystemEventOpening opening;
+    if (auto notices = OpenKernelNotices(opening.problem)) {
+      opening.source = FollowKernelNotices(runtime, std::move(notices), power_, std::move(callback));
+    }
+    return opening;
+  }
+
+ private:
+  Power& power_;
+};
+
+}  // namespace
+
+std::unique_ptr<SystemEventSource> FollowKernelNotices(Runtime& runtime, std::unique_ptr<KernelNotices> notices,
+                                                       Power& power, SystemEventCallback callback) {
+  return std::make_unique<LinuxSystemEventSource>(runtime, std::move(notices), power, std::move(callback));
+}
+
+std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power) {
+  return std::make_unique<LinuxSystemEvents>(power);
+}
+
+}  // namespace platform

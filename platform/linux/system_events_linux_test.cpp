@@ -1,0 +1,171 @@
+#include "platform/linux/system_events_linux.h"
+
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "platform/linux/power_supply_text.h"
+#include "platform/linux/unique_fd.h"
+#include "platform/local.h"
+#include "testing/recorded_tree.h"
+
+namespace platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(PowerSupplyTest, SuppliesComeToOneStatus) {
+  struct Supply {
+    const char* type;
+    const char* uevent;
+  };
+  constexpr Supply kMainsOn = {"Mains", "POWER_SUPPLY_ONLINE=1\n"};
+  constexpr Supply kMainsOff = {"Mains\n", "POWER_SUPPLY_ONLINE=0\n"};
+  constexpr Supply kBattery = {"Battery", "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=40\n"};
+  constexpr Supply kSmall = {"Battery", "POWER_SUPPLY_CAPACITY=90\nPOWER_SUPPLY_ENERGY_FULL=10\n"};
+  constexpr Supply kLarge = {"Battery", "POWER_SUPPLY_CHARGE_FULL=30\nPOWER_SUPPLY_CAPACITY=50\n"};
+  constexpr Supply kMouse = {"Battery",
+                             "POWER_SUPPLY_CAPACITY=3\nPOWER_SUPPLY_STATUS=Discharging\n"
+                             "POWER_SUPPLY_SCOPE=Device\n"};
+  struct Row {
+    std::vector<Supply> supplies;
+    std::optional<PowerSource> source;
+    std::optional<std::uint32_t> percent;
+  };
+  const Row rows[] = {
+      {{}, {}, {}},
+      {{kMainsOn, kBattery}, PowerSource::kAc, 40},
+      {{kMainsOff, kBattery}, PowerSource::kBattery, 40},
+      {{kMainsOff, {"USB_PD", "POWER_SUPPLY_ONLINE=2\n"}, kBattery}, PowerSource::kAc, 40},
+      {{kMainsOff, {"Wireless", "POWER_SUPPLY_ONLINE=1"}}, PowerSource::kAc, {}},
+      {{kMainsOff, kLarge}, PowerSource::kBattery, 50},
+      {{kBattery}, PowerSource::kBattery, 40},
+      {{kLarge}, PowerSource::kAc, 50},
+      {{kSmall, kLarge}, PowerSource::kAc, 60},
+      {{kSmall, {"Battery", "POWER_SUPPLY_CAPACITY=51"}}, PowerSource::kAc, 71},
+      {{kMouse}, {}, {}},
+      {{kMouse, kMainsOff}, PowerSource::kAc, {}},
+      {{{"UPS", "POWER_SUPPLY_STATUS=Discharging"}, kMainsOn}, PowerSource::kShortTerm, {}},
+      {{{"UPS", "POWER_SUPPLY_STATUS=Charging"}}, PowerSource::kAc, {}},
+      {{{"Battery", "POWER_SUPPLY_CAPACITY=101\nPOWER_SUPPLY_\nPOWER_SUPPLY=\nonline=1"}}, PowerSource::kAc, {}},
+      {{{"", "POWER_SUPPLY_ONLINE=1"}}, {}, {}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    std::vector<PowerSupply> supplies;
+    for (const Supply& supply : row.supplies)
+      supplies.push_back(DecodePowerSupply(supply.uevent, supply.type));
+    const PowerStatus status = SumUpPower(supplies);
+    EXPECT_EQ(status.source, row.source);
+    EXPECT_EQ(status.percent, row.percent);
+  }
+}
+
+/// Notices that the test gives.
+class ScriptedNotices final : public KernelNotices {
+ public:
+  static void Give(const UniqueFd& fd) { EXPECT_EQ(::eventfd_write(fd.get(), 1), 0); }
+  static void Take(const UniqueFd& fd) {
+    eventfd_t count = 0;
+    EXPECT_EQ(::eventfd_read(fd.get(), &count), 0);
+  }
+
+  int power_fd() const override { return power.get(); }
+  void TakePower() override { Take(power); }
+  int clock_fd() const override { return clock.get(); }
+  bool TakeClock() override {
+    Take(clock);
+    return slept;
+  }
+
+  const UniqueFd power{::eventfd(0, EFD_CLOEXEC)};
+  const UniqueFd clock{::eventfd(0, EFD_CLOEXEC)};
+  std::atomic<bool> slept = false;
+};
+
+class SystemEventsLinuxTest : public testing::Test {
+ protected:
+  void Supply(const std::string& name, const std::string& type, const std::string& uevent) {
+    tree_.Write("/sys/class/power_supply/" + name + "/uevent", "POWER_SUPPLY_NAME=x\n" + uevent);
+    tree_.Write("/sys/class/power_supply/" + name + "/type", type);
+  }
+  void Mains(bool online) { Supply("AC", "Mains\n", online ? "POWER_SUPPLY_ONLINE=1\n" : "POWER_SUPPLY_ONLINE=0\n"); }
+  void Battery(int percent) { Supply("BAT0", "Battery\n", "POWER_SUPPLY_CAPACITY=" + std::to_string(percent)); }
+
+  /// The events up to `last`.
+  std::vector<SystemEvent> Until(const SystemEvent& last) {
+    for (;;) {
+      {
+        const std::lock_guard lock(mutex_);
+        if (!events_.empty() && events_.back() == last) return std::exchange(events_, {});
+      }
+      if (runtime_->Wait(*told_, 20s) != 0) return {};
+    }
+  }
+
+  RecordedTree tree_;
+  std::unique_ptr<Runtime> runtime_ = MakeRealRuntime({});
+  std::unique_ptr<Machine> machine_ = OpenLocalMachine({.sysroot = tree_.root()}, runtime_->clock());
+  std::unique_ptr<Event> told_ = runtime_->MakeEvent(EventReset::kAuto);
+  std::mutex mutex_;  // guards events_
+  std::vector<SystemEvent> events_;
+  const SystemEventCallback callback_ = [this](const SystemEvent& event) {
+    {
+      const std::lock_guard lock(mutex_);
+      events_.push_back(event);
+    }
+    told_->Set();
+  };
+};
+
+TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
+  using Events = std::vector<SystemEvent>;
+  Mains(true);
+  Battery(80);
+  auto own = std::make_unique<ScriptedNotices>();
+  ScriptedNotices& notices = *own;
+  auto source = FollowKernelNotices(*runtime_, std::move(own), machine_->power(), callback_);
+
+  Mains(false);
+  ScriptedNotices::Give(notices.power);
+  EXPECT_EQ(Until(PowerSource::kBattery), Events{PowerSource::kBattery}) << "the percentage is the same";
+  Battery(79);
+  ScriptedNotices::Give(notices.clock);
+  EXPECT_EQ(Until(BatteryPercent{79}), Events{BatteryPercent{79}}) << "somebody set the clock: no sleep";
+  Mains(true);
+  notices.slept = true;
+  ScriptedNotices::Give(notices.clock);
+  EXPECT_EQ(Until(PowerSource::kAc), (Events{SleepChange::kSuspend, SleepChange::kResume, PowerSource::kAc}));
+  tree_.Remove("/sys/class/power_supply");
+  ScriptedNotices::Give(notices.clock);
+  EXPECT_EQ(Until(SleepChange::kResume), (Events{SleepChange::kSuspend, SleepChange::kResume}));
+  Mains(true);
+  Battery(5);
+  ScriptedNotices::Give(notices.power);
+  EXPECT_EQ(Until(BatteryPercent{5}), Events{BatteryPercent{5}}) << "supplies that went and came are no change";
+  source = nullptr;
+}
+
+TEST_F(SystemEventsLinuxTest, ThisComputerHasASourceAndARecordedOneHasNone) {
+  const SystemEventOpening recorded = machine_->system_events().Open(*runtime_, callback_);
+  EXPECT_EQ(recorded.source, nullptr);
+  EXPECT_EQ(recorded.problem, "");
+  const auto own = OpenLocalMachine({}, runtime_->clock());
+  const SystemEventOpening opening = own->system_events().Open(*runtime_, callback_);
+  EXPECT_NE(opening.source, nullptr) << opening.problem;
+}
+
+TEST(KernelNoticesTest, NothingIsReadableWhileNothingHappensAndNoSleepIsMadeUp) {
+  std::string problem;
+  const auto notices = OpenKernelNotices(problem);
+  ASSERT_TRUE(notices) << problem;
+  EXPECT_GE(notices->power_fd(), 0);
+  EXPECT_GE(notices->clock_fd(), 0);
+  EXPECT_FALSE(notices->TakeClock());
+  notices->TakePower();
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,105 @@
+#include "platform/service_control_event.h"
+
+#include <algorithm>
+#include <array>
+
+namespace platform {
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+constexpr unsigned long kPowerEvent = 13;     // SERVICE_CONTROL_POWEREVENT
+constexpr unsigned long kSessionChange = 14;  // SERVICE_CONTROL_SESSIONCHANGE
+
+constexpr unsigned long kSuspend = 0x0004;             // PBT_APMSUSPEND
+constexpr unsigned long kResumeAutomatic = 0x0012;     // PBT_APMRESUMEAUTOMATIC
+constexpr unsigned long kPowerSettingChange = 0x8013;  // PBT_POWERSETTINGCHANGE
+
+constexpr unsigned long kConsoleConnect = 1;     // WTS_CONSOLE_CONNECT
+constexpr unsigned long kConsoleDisconnect = 2;  // WTS_CONSOLE_DISCONNECT
+constexpr unsigned long kSessionLogon = 5;       // WTS_SESSION_LOGON
+constexpr unsigned long kSessionLogoff = 6;      // WTS_SESSION_LOGOFF
+
+// POWERBROADCAST_SETTING: a GUID, the length of the data, the data.
+constexpr std::size_t kGuidSize = 16;
+constexpr std::size_t kSettingHeaderSize = kGuidSize + 4;
+// WTSSESSION_NOTIFICATION: its own size, the session.
+constexpr std::size_t kSessionSize = 8;
+
+// GUID_ACDC_POWER_SOURCE, GUID_BATTERY_PERCENTAGE_REMAINING, as they lie in memory.
+constexpr std::array<std::uint8_t, kGuidSize> kAcDcPowerSource = {0x59, 0x9A, 0x3E, 0x5D, 0xD5, 0xE9, 0x00, 0x4B,
+                                                                  0xA6, 0xBD, 0xFF, 0x34, 0xFF, 0x51, 0x65, 0x48};
+constexpr std::array<std::uint8_t, kGuidSize> kBatteryPercentageRemaining = {
+    0x41, 0x80, 0xAD, 0xA7, 0x5A, 0xB4, 0xAE, 0x4C, 0x87, 0xA3, 0xEE, 0xCB, 0xB4, 0x68, 0xA9, 0xE1};
+
+std::uint32_t NumberAt(Bytes data, std::size_t at) {
+  std::uint32_t number = 0;
+  for (std::size_t i = 4; i-- > 0;)
+    number = number << 8 | data[at + i];
+  return number;
+}
+
+std::optional<SystemEvent> DecodePowerSetting(Bytes setting) {
+  if (setting.size() < kSettingHeaderSize) return std::nullopt;
+  const std::uint32_t length = NumberAt(setting, kGuidSize);
+  // Both values are a DWORD of which the first byte says it all.
+  if (length == 0 || length > setting.size() - kSettingHeaderSize) return std::nullopt;
+  const Bytes guid = setting.first(kGuidSize);
+  const std::uint32_t value = setting[kSettingHeaderSize];
+  if (std::ranges::equal(guid, kAcDcPowerSource)) {
+    constexpr PowerSource kSources[] = {PowerSource::kAc, PowerSource::kBattery, PowerSource::kShortTerm};
+    if (value < std::size(kSources)) return kSources[value];
+  } else if (std::ranges::equal(guid, kBatteryPercentageRemaining)) {
+    if (value <= 100) return BatteryPercent{value};
+  }
+  return std::nullopt;
+}
+
+std::optional<SystemEvent> DecodeSession(unsigned long event_type, Bytes notification) {
+  if (notification.size() < kSessionSize || NumberAt(notification, 0) < kSessionSize) return std::nullopt;
+  const std::uint32_t session = NumberAt(notification, 4);
+  switch (event_type) {
+    case kConsoleConnect:
+      return SessionChange{SessionChangeKind::kConsoleConnect, session};
+    case kConsoleDisconnect:
+      return SessionChange{SessionChangeKind::kConsoleDisconnect, session};
+    case kSessionLogon:
+      return SessionChange{SessionChangeKind::kLogon, session};
+    case kSessionLogoff:
+      return SessionChange{SessionChangeKind::kLogoff, session};
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+Bytes ServiceControlData(unsigned long control, unsigned long event_type, const void* event_data) {
+  if (event_data == nullptr) return {};
+  const auto* const bytes = static_cast<const std::uint8_t*>(event_data);
+  if (control == kSessionChange) return {bytes, kSessionSize};
+  if (control != kPowerEvent || event_type != kPowerSettingChange) return {};
+  return {bytes, kSettingHeaderSize + NumberAt({bytes, kSettingHeaderSize}, kGuidSize)};
+}
+
+std::optional<SystemEvent> DecodeServiceControl(unsigned long control, unsigned long event_type, Bytes event_data) {
+  if (control == kSessionChange) return DecodeSession(event_type, event_data);
+  if (control != kPowerEvent) return std::nullopt;
+  switch (event_type) {
+    case kSuspend:
+      return SleepChange::kSuspend;
+    case kResumeAutomatic:
+      return SleepChange::kResume;
+    case kPowerSettingChange:
+      return DecodePowerSetting(event_data);
+    default:
+      return std::nullopt;
+  }
+}
+
+std::optional<SystemEvent> DecodeServiceControl(unsigned long control, unsigned long event_type,
+                                                const void* event_data) {
+  return DecodeServiceControl(control, event_type, ServiceControlData(control, event_type, event_data));
+}
+
+}  // namespace platform

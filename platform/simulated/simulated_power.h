@@ -1,0 +1,36 @@
+// Power and the system's events, as a test scripts them.
+#pragma once
+
+#include <mutex>
+#include <set>
+
+#include "platform/power.h"
+#include "platform/simulated/scripted.h"
+#include "platform/system_events.h"
+
+namespace platform {
+
+/// A laptop that runs from mains, its battery full.
+class SimulatedPower final : public Power, public Scripted<PowerStatus> {
+ public:
+  SimulatedPower() : Scripted(PowerStatus{PowerSource::kAc, 100}) {}
+
+  PowerStatus ReadStatus() override { return Get(); }
+};
+
+/// Its sources call back on the threads that call Raise. Any thread.
+class SimulatedSystemEvents final : public SystemEvents {
+ public:
+  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) override;
+
+  /// Tells `event` to every source that is open. Changes nothing else of the machine.
+  void Raise(const SystemEvent& event);
+
+ private:
+  class Source;
+
+  std::mutex mutex_;  ///< Guards sources_; held while they call back, so that none ends meanwhile.
+  std::set<Source*> sources_;
+};
+
+}  // namespace platform

@@ -1,0 +1,44 @@
+// What a system tells of its power and its users while it runs, in one form on every system.
+#pragma once
+
+#include <cstdint>
+#include <variant>
+
+namespace platform {
+
+/// What the machine runs on.
+enum class PowerSource {
+  kAc,
+  kBattery,
+  kShortTerm,  ///< An uninterruptible power supply.
+};
+
+/// What the batteries hold together.
+struct BatteryPercent {
+  std::uint32_t percent = 0;  ///< 0..100.
+  bool operator==(const BatteryPercent&) const = default;
+};
+
+/// Sleep of any depth. A resume comes once for each sleep; the suspend before it may be missing (Windows, when sleep
+/// turns into hibernation), come twice, or come only together with the resume (Linux).
+enum class SleepChange { kSuspend, kResume };
+
+enum class SessionChangeKind {
+  kLogon,
+  kLogoff,
+  kConsoleConnect,     ///< The session is at the console now.
+  kConsoleDisconnect,  ///< It no longer is, for another one or for none.
+};
+
+struct SessionChange {
+  SessionChangeKind kind = SessionChangeKind::kLogon;
+  std::uint32_t session = 0;  ///< The system's number of the session.
+  bool operator==(const SessionChange&) const = default;
+};
+
+/// PowerSource: the machine runs on that from now on. BatteryPercent: the batteries hold that now.
+struct SystemEvent : std::variant<PowerSource, BatteryPercent, SleepChange, SessionChange> {
+  using variant::variant;
+};
+
+}  // namespace platform
