@@ -50,7 +50,9 @@ class DriveMonitor final : public TVK::ScheduledMonitor {
     Report(L"ReadPerSession");
     ReportEvery(86'400'000);
   }
+  using DatasetMonitor::InitialiseDevice;
   using DatasetMonitor::WriteItem;
+  using EventMonitorBase::SetDevicePathChanged;
 
   std::optional<Drives> drives = Drives{{L"A", {{L"Model", L"1"}}}, {L"B", {{L"Model", L"2"}}}};
   std::optional<bool> found_other;
@@ -109,7 +111,7 @@ class DatasetMonitorTest : public testing::Test {
 
 TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   life_->manager.first_invocation = true;
-  Start();
+  DriveMonitor& monitor = Start();
   EXPECT_EQ(Items(), (Texts{L"DeviceInit 0", L"DeviceInit 1", L"ReadPerSession 0", L"ReadPerSession 1"}));
   world_.runtime.AdvanceBy(24h);
   EXPECT_EQ(life_->Items(kPerDay).size(), 2u) << "a day after the device's initialisation";
@@ -125,6 +127,11 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   EXPECT_EQ(item.dataset_name() + item.dataset_id(), std::wstring(kRow.name) + std::wstring(kRow.id));
   EXPECT_EQ(item.device_context_id() + item.schema_ver() + item.source_component(),
             context.device_context_id() + context.schema_ver() + context.source_component());
+  life_->manager.first_invocation = false;
+  monitor.SetDevicePathChanged(true);
+  monitor.InitialiseDevice();
+  monitor.InitialiseDevice();
+  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 4u) << "once for the path that changed";
 }
 
 TEST_F(DatasetMonitorTest, AContextStandsUntilItSaysAnythingElse) {
@@ -218,10 +225,15 @@ TEST_F(DatasetMonitorTest, NothingIsWrittenWithoutConsentAndTheContextComesFirst
   EXPECT_EQ(life_->Items().size(), 1u);
   EXPECT_EQ(life_->DatasetContexts().size(), 2u);
   life_->consent.given = true;
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0);
+  EXPECT_EQ(Items(), (Texts{L"ReadPerDay 1", L"ReadPerDay 2"})) << "the context that was withheld, anew";
+  life_->consent.given = false;
+  monitor.LogDatasetContext(false);
+  life_->consent.given = true;
   monitor.while_described = [&] { life_->consent.given = false; };
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "withdrawn while the devices were looked at";
-  EXPECT_EQ(life_->Items().size(), 1u);
-  EXPECT_EQ(life_->DatasetContexts().size(), 2u);
+  EXPECT_EQ(life_->Items().size(), 2u);
+  EXPECT_EQ(life_->DatasetContexts().size(), 4u);
 }
 
 TEST_F(DatasetMonitorTest, AStoreThatRefusesIsToldAndTheIdHolds) {

@@ -272,6 +272,13 @@ TEST_F(CpuEventMonitorTest, ACounterIsOpenedAgainAndItsFailureToldOnce) {
   SetLoad(42);
   EXPECT_EQ(sample_in(1s), 42);
   EXPECT_EQ(told(), std::tuple(2u, 2u, 2u));
+  SetLoad(std::nullopt);
+  EXPECT_EQ(sample_in(1s), 0);
+  SetLoad(42);
+  EXPECT_EQ(sample_in(5min), 0) << "a counter whose samples fail is opened anew, too";
+  EXPECT_EQ(sample_in(100ms), 42);
+  info.CleanUp();
+  EXPECT_EQ(sample_in(0ms), 0) << "nothing is measured by the next one yet";
 }
 
 }  // namespace

@@ -72,7 +72,6 @@ void CPUInfo::InitPdhQuery() {
 void CPUInfo::CleanUp() {
   const std::lock_guard lock(mutex_);
   readers_.clear();
-  last_.reset();
   opened_at_.reset();
 }
 

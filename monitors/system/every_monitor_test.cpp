@@ -1,6 +1,8 @@
 // What each monitor owes to its manager: rhythm, stop and consent.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "client/text/record_time.h"
 #include "client/text/string.h"
 #include "monitors/system/cpu_event_monitor.h"
@@ -22,8 +24,15 @@ std::unique_ptr<EventMonitorBase> Make(const MonitorServices& services) {
 struct Case {
   const DatasetRow& row;
   std::unique_ptr<EventMonitorBase> (*make)(const MonitorServices&);
-  const wchar_t* report;  ///< The item of its interval; null when it has none.
+  const wchar_t* report = nullptr;  ///< The item of its interval; null when it has none.
 };
+
+std::string Name(const Case& monitor) {
+  return TVK::String::UTF16ToUTF8(std::wstring(monitor.row.name));
+}
+void PrintTo(const Case& monitor, std::ostream* out) {
+  *out << Name(monitor);
+}
 
 class EveryMonitorTest : public testing::TestWithParam<Case> {
  protected:
@@ -36,10 +45,11 @@ class EveryMonitorTest : public testing::TestWithParam<Case> {
     world_.config.SetSettings(std::wstring(GetParam().row.name), {{L"ReadUsageInterval", interval}});
     if (monitor_) (*monitor_)->ReadAndUpdateDatasetSettings();
   }
-  void StartLife(bool consent = true) {
+  void StartLife(bool consent = true, bool new_device = false) {
     monitor_.reset();
     life_.emplace(world_);
     life_->consent.given = consent;
+    life_->manager.first_invocation = new_device;
     monitor_.emplace(world_.runtime, GetParam().make(life_->services()));
     world_.runtime.Settle();
   }
@@ -85,6 +95,17 @@ TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
   EXPECT_EQ(samples, sampled);
 }
 
+TEST_P(EveryMonitorTest, ANewDeviceIsInitialisedOnceInItsContext) {
+  StartLife(true, true);
+  const std::vector<ItemEvent> items = life_->Items(L"DeviceInit");
+  ASSERT_EQ(items.size(), 1u);
+  const std::wstring id = life_->DatasetContexts().at(0).dataset_context_id();
+  EXPECT_EQ(items[0].dataset_context_id(), id);
+  EXPECT_EQ(id, TVK::String::ToUpper(id));
+  StartLife();
+  EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
+}
+
 TEST_P(EveryMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
   ServiceLife life(world_);
   const auto monitor = GetParam().make(life.services());
@@ -98,8 +119,9 @@ TEST_P(EveryMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {
     EXPECT_EQ(item.item_name(), L"DeviceInit");
 }
 
-TEST_P(EveryMonitorTest, ReportsKeepTheirRhythmOverRestartsAndChanges) {
-  if (GetParam().report == nullptr) return;
+class ReportingMonitorTest : public EveryMonitorTest {};
+
+TEST_P(ReportingMonitorTest, ReportsKeepTheirRhythmOverRestartsAndChanges) {
   StartLife();
   world_.runtime.AdvanceBy(14min);
   EXPECT_EQ(Reports(), (Times{600}));
@@ -129,11 +151,13 @@ TEST_P(EveryMonitorTest, ReportsKeepTheirRhythmOverRestartsAndChanges) {
   EXPECT_TRUE(world_.logs.Has(L"ReadAndUpdateDatasetSettings: No change in ReadUsageInterval"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Monitors, EveryMonitorTest,
-                         testing::Values(Case{CpuEventMonitor::kRow, Make<CpuEventMonitor>, L"ReadUsagePerInterval"},
-                                         Case{MemoryEventMonitor::kRow, Make<MemoryEventMonitor>,
-                                              L"MemoryUsagePerInterval"},
-                                         Case{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>, nullptr}),
-                         [](const auto& test) { return TVK::String::UTF16ToUTF8(std::wstring(test.param.row.name)); });
+const Case kReporting[] = {{CpuEventMonitor::kRow, Make<CpuEventMonitor>, L"ReadUsagePerInterval"},
+                           {MemoryEventMonitor::kRow, Make<MemoryEventMonitor>, L"MemoryUsagePerInterval"}};
+const Case kOthers[] = {{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>}};
+
+const auto kNameOfCase = [](const auto& test) { return Name(test.param); };
+INSTANTIATE_TEST_SUITE_P(Reporting, EveryMonitorTest, testing::ValuesIn(kReporting), kNameOfCase);
+INSTANTIATE_TEST_SUITE_P(Others, EveryMonitorTest, testing::ValuesIn(kOthers), kNameOfCase);
+INSTANTIATE_TEST_SUITE_P(Reporting, ReportingMonitorTest, testing::ValuesIn(kReporting), kNameOfCase);
 
 }  // namespace

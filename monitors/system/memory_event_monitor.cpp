@@ -4,6 +4,8 @@
 #include <json/writer.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <cwchar>
 #include <utility>
 
 #include "client/text/string.h"
