@@ -1,0 +1,164 @@
+#include "tests/attack/attack_world.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "client/records/record_text.h"
+
+namespace {
+
+constexpr char kPolicy[] = R"({"telemetryScope": "full", "datasets": [
+  {"id": "9492447A-FCAC-428E-B7A8-7F7918199480", "name": "CPUEvent",
+   "settings": {"ReadUsageInterval": "1m", "CPUPeakThreshold": "1"}},
+  {"id": "A65D4288-B384-45EC-8EE5-2DC5E81A7C8C", "name": "SystemBIOSEvent"},
+  {"id": "3267A6D2-D6FD-4C29-87E7-9BF83E459C29", "name": "MemoryEvent", "settings": {"ReadUsageInterval": "1m"}}]})";
+
+Json::Value Parse(const std::string& json) {
+  Json::Value value;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  reader->parse(json.data(), json.data() + json.size(), &value, nullptr);
+  return value;
+}
+
+/// A line of the console that begins a record: it begins with its date.
+bool BeginsRecord(const std::string& line) {
+  return line.size() > 19 && line.starts_with("20") && line[4] == '-' && line[13] == ':';
+}
+
+std::size_t StoresSetAside(const std::filesystem::path& folder) {
+  std::error_code error;
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.find(".corrupt-") != name.npos && !name.ends_with("-wal") && !name.ends_with("-shm")) ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+Environment::Environment(std::vector<std::pair<std::string, std::string>> values) {
+  for (const auto& [name, value] : values) {
+    ::setenv(name.c_str(), value.c_str(), 1);
+    names_.push_back(name);
+  }
+}
+
+Environment::~Environment() {
+  for (const std::string& name : names_)
+    ::unsetenv(name.c_str());
+}
+
+Findings& Findings::operator+=(const Findings& other) {
+  lost += other.lost;
+  dangling += other.dangling;
+  set_aside += other.set_aside;
+  unreadable += other.unreadable;
+  return *this;
+}
+
+Target::Target()
+    : tree_{{"/proc/stat", "cpu 1 0 0 9\nbtime 1700000000\n"},
+            {"/proc/cpuinfo", "processor : 0\nmodel name : Recorded\n"},
+            {"/proc/meminfo", "MemTotal: 8000000 kB\nMemFree: 4000000 kB\nMemAvailable: 5000000 kB\n"},
+            {"/sys/devices/system/cpu/online", "0\n"},
+            {"/sys/class/dmi/id/bios_version", "1.23\n"},
+            {"/sys/class/dmi/id/sys_vendor", "Contoso\n"}} {
+  SetRegion("DE");
+  folder_.WritePolicy(kPolicy);
+}
+
+void Target::SetRegion(const std::string& country) const {
+  tree_.Write("/etc/default/locale", "LANG=de_" + country + ".UTF-8\n");
+}
+
+std::vector<std::string> Target::Life(int milliseconds) const {
+  std::vector<std::string> arguments =
+      folder_.Arguments({"--for", std::to_string(milliseconds) + "ms", "--sysroot", tree_.root().string()});
+  arguments.insert(arguments.begin(), "--console");
+  return arguments;
+}
+
+void Target::NoteShown(const std::vector<std::string>& lines) {
+  std::ranges::copy_if(lines, std::back_inserter(shown_), BeginsRecord);
+}
+
+int Target::Live(int milliseconds) {
+  ChildProcess service(ProgramBeside("TVKClientService"), Life(milliseconds));
+  const std::optional<int> code = service.WaitForEnd(kPatience);
+  EXPECT_TRUE(code.has_value()) << "the service does not end";
+  NoteShown(service.Lines());
+  return code.value_or(-1);
+}
+
+Findings Target::Look() const {
+  Findings findings;
+  findings.set_aside = StoresSetAside(folder_.data());
+  std::string problem;
+  std::vector<TVK::StoredRecord> records;
+  const auto reader = TVK::RecordReader::Open(folder_.data() / TVK::kStoreFileName, problem);
+  if (reader == nullptr || !reader->Read({}, records, problem)) {
+    ++findings.unreadable;
+    return findings;
+  }
+  std::multiset<std::string> lines;
+  std::set<std::string> contexts = {""};
+  for (const TVK::StoredRecord& record : records) {
+    const std::string text = TVK::RecordTableLine(record.kind, record.json);
+    lines.insert(text.substr(0, text.find('\n')));
+    const Json::Value value = Parse(record.json);
+    if (record.kind == TVK::RecordKind::kDevice) contexts.insert(value["device_context_id"].asString());
+    if (record.kind == TVK::RecordKind::kDataset) contexts.insert(value["dataset_context_id"].asString());
+  }
+  for (const TVK::StoredRecord& record : records) {
+    if (record.kind == TVK::RecordKind::kDevice) continue;
+    const Json::Value value = Parse(record.json);
+    const bool whole = contexts.contains(value["device_context_id"].asString()) &&
+                       contexts.contains(value["dataset_context_id"].asString());
+    if (!whole) ++findings.dangling;
+  }
+  if (findings.set_aside != 0) return findings;
+  for (const std::string& line : shown_) {
+    const auto found = lines.find(line);
+    if (found == lines.end()) {
+      ++findings.lost;
+      std::cout << "lost: " << line << '\n';
+    } else {
+      lines.erase(found);
+    }
+  }
+  return findings;
+}
+
+std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault) {
+  const std::filesystem::path data = target.folder().data();
+  const std::filesystem::path beside = data.parent_path();
+  return {{"LD_PRELOAD", (ProgramBeside("fault_shim").parent_path() / "libtvk_fault_shim.so").string()},
+          {"TVK_FAULT_ROOT", data.string() + "/records.db"},
+          {"TVK_FAULT", fault},
+          {"TVK_FAULT_MARK", (beside / "reached").string()},
+          {"TVK_FAULT_SWITCH", (beside / "full").string()}};
+}
+
+void Report(const std::string& campaign, std::size_t rounds, const Findings& findings) {
+  std::cout << "attack  " << campaign << ": " << rounds << " rounds, lost " << findings.lost << " (0), dangling "
+            << findings.dangling << " (0), intact stores set aside " << findings.set_aside << " (0), unreadable "
+            << findings.unreadable << " (0)" << std::endl;
+  EXPECT_EQ(findings.lost, 0u);
+  EXPECT_EQ(findings.dangling, 0u);
+  EXPECT_EQ(findings.set_aside, 0u);
+  EXPECT_EQ(findings.unreadable, 0u);
+}
+
+std::uint64_t Asked(const char* name, std::uint64_t standard) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? standard : std::strtoull(text, nullptr, 10);
+}

@@ -1,0 +1,67 @@
+// What the campaigns against the service share: a machine that keeps it busy, the faults of the shim, and what must
+// hold of the store whatever was done to it.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "testing/recorded_tree.h"
+#include "tests/e2e/service_under_test.h"
+
+/// Environment of the programs that are started while it lives.
+class Environment {
+ public:
+  explicit Environment(std::vector<std::pair<std::string, std::string>> values);
+  ~Environment();
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+ private:
+  std::vector<std::string> names_;
+};
+
+/// How often something that must not be was found.
+struct Findings {
+  std::size_t lost = 0;        ///< Records that the console had shown and the store lacks.
+  std::size_t dangling = 0;    ///< Records with the id of a context that the store lacks.
+  std::size_t set_aside = 0;   ///< Stores that were renamed.
+  std::size_t unreadable = 0;  ///< Stores that cannot be read.
+
+  Findings& operator+=(const Findings& other);
+};
+
+/// A folder over which services run, with a recorded machine of three datasets.
+class Target {
+ public:
+  Target();
+
+  const ServiceFolder& folder() const { return folder_; }
+  /// The region that the next device context describes: "DE", "AT".
+  void SetRegion(const std::string& country) const;
+  /// Arguments for one short life: ends by itself after `milliseconds`.
+  std::vector<std::string> Life(int milliseconds) const;
+  /// Takes over what a service showed: the lines of records.
+  void NoteShown(const std::vector<std::string>& lines);
+  /// A whole life of the service, from start to end; its exit code, 128 + signal when it was killed.
+  int Live(int milliseconds);
+  /// What is wrong with the store now. Records that were in stores set aside do not count as lost.
+  Findings Look() const;
+
+ private:
+  ServiceFolder folder_;
+  platform::RecordedTree tree_;
+  std::vector<std::string> shown_;
+};
+
+/// The variables that load the shim for files below the folder. `fault` as the shim takes it.
+std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault);
+
+/// Writes the campaign's line: what, how many rounds, figures with what they must be, and the seconds it took.
+void Report(const std::string& campaign, std::size_t rounds, const Findings& findings);
+
+/// A number from the environment, `standard` without it.
+std::uint64_t Asked(const char* name, std::uint64_t standard);

@@ -1,0 +1,91 @@
+// The service's other inputs under attack: the policy changes faster than anybody can follow, the machine tells
+// nonsense.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iostream>
+#include <random>
+
+#include "platform/local.h"
+#include "tests/attack/attack_world.h"
+
+namespace {
+
+/// The lines that begin with a date, which records do, between the line that says that "none" is in force and the next
+/// edit.
+TEST(PolicyAttack, ManyEditsAMinute) {
+  constexpr std::uint64_t kEditsAMinute = 2000;
+  const std::uint64_t edits = Asked("TVK_ATTACK_EDITS", 600);
+  Target target;
+  const auto runtime = platform::MakeRealRuntime({});
+  const auto never = runtime->MakeEvent(platform::EventReset::kManual);
+  const Load load;
+  ChildProcess service(ProgramBeside("TVKClientService"), target.Life(600000));
+  ASSERT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+  const char* const scopes[] = {"none", "full", "basic", "none", "enhance"};
+  std::size_t at_none = 0;
+  for (std::uint64_t edit = 0; edit < edits; ++edit) {
+    target.folder().WritePolicy(CpuPolicy(scopes[edit % std::size(scopes)], R"("CPUPeakThreshold": "1")"));
+    runtime->Wait(*never, std::chrono::milliseconds(60000 / kEditsAMinute));
+  }
+  // Now and then it is left alone at "none": nothing may be written from then on.
+  for (int round = 0; round < 5; ++round) {
+    target.folder().WritePolicy(CpuPolicy("full", R"("CPUPeakThreshold": "1")"));
+    const std::size_t seen = service.Lines().size();
+    service.WaitFor([&] { return service.Lines().size() > seen + 2; }, std::chrono::seconds(3));
+    const std::size_t changes = target.folder().CountInLog("EventManager.log", "-->none");
+    target.folder().WritePolicy(CpuPolicy("none"));
+    ASSERT_TRUE(service.WaitFor([&] { return target.folder().CountInLog("EventManager.log", "-->none") > changes; },
+                                kPatience));
+    const std::size_t records = target.folder().Records().size();
+    runtime->Wait(*never, std::chrono::milliseconds(1500));
+    at_none += target.folder().Records().size() - records;
+  }
+  service.Ask(ChildRequest::kTerminate);
+  ASSERT_EQ(service.WaitForEnd(kPatience), 0);
+  target.NoteShown(service.Lines());
+  std::cout << "attack  policy edits: " << edits << " edits, records at \"none\" " << at_none << " (0)" << std::endl;
+  EXPECT_EQ(at_none, 0u);
+  Report("policy edits", edits, target.Look());
+}
+
+TEST(MachineAttack, HostileFiles) {
+  std::mt19937 random(3);
+  const std::uint64_t rounds = Asked("TVK_ATTACK_MACHINES", 100);
+  constexpr const char* kFiles[] = {"/proc/stat",
+                                    "/proc/cpuinfo",
+                                    "/proc/meminfo",
+                                    "/etc/os-release",
+                                    "/etc/default/locale",
+                                    "/etc/machine-id",
+                                    "/sys/devices/system/cpu/online",
+                                    "/sys/devices/system/cpu/cpu0/topology/core_id",
+                                    "/sys/devices/system/cpu/cpu0/cache/index2/size",
+                                    "/sys/firmware/dmi/tables/DMI",
+                                    "/sys/firmware/dmi/tables/smbios_entry_point",
+                                    "/sys/class/dmi/id/bios_date",
+                                    "/sys/class/dmi/id/product_name",
+                                    "/sys/class/power_supply/BAT0/uevent"};
+  std::size_t failed = 0;
+  Findings findings;
+  for (std::uint64_t round = 0; round < rounds; ++round) {
+    Target target;
+    const platform::RecordedTree tree;
+    for (const char* const file : kFiles) {
+      std::string bytes(random() % 5 == 0 ? 0 : random() % 5000, ' ');
+      for (char& byte : bytes)
+        byte = random() % 3 == 0 ? "0123456789-:=\n ,_"[random() % 17] : static_cast<char>(random());
+      tree.Write(file, bytes);
+    }
+    std::vector<std::string> arguments = target.folder().Arguments({"--for", "150ms", "--sysroot", tree.root()});
+    arguments.insert(arguments.begin(), "--console");
+    ChildProcess service(ProgramBeside("TVKClientService"), arguments);
+    if (service.WaitForEnd(kPatience) != 0) ++failed;
+    target.NoteShown(service.Lines());
+    findings += target.Look();
+  }
+  EXPECT_EQ(failed, 0u);
+  Report("hostile machines", rounds, findings);
+}
+
+}  // namespace
