@@ -61,6 +61,12 @@ TEST_F(EventManagerTest, OnlyEnabledAndApplicableDatasetsRunInTheOrderOfRanks) {
   const std::wstring note = L"control 4294967295,10,7,8 ";
   EXPECT_THAT(script_.TakeNotes(),
               ElementsAre(note + L"DeviceStatus", note + L"SystemPowerEvent", note + L"NetworkEvent"));
+  life_->manager.OnServiceControlHandle(13, 0x12, nullptr, nullptr);
+  const std::wstring control = L"control 13,18,0,0 ";
+  const std::wstring resume = L"system event 2 ";
+  EXPECT_THAT(script_.TakeNotes(),
+              ElementsAre(control + L"DeviceStatus", control + L"SystemPowerEvent", control + L"NetworkEvent",
+                          resume + L"DeviceStatus", resume + L"SystemPowerEvent", resume + L"NetworkEvent"));
 }
 
 TEST_F(EventManagerTest, WithoutAPolicyItDoesNothingAndWithoutAnAgentItOnlyListens) {

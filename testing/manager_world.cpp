@@ -1,4 +1,5 @@
 #include "testing/manager_world.h"
+#include "platform/system_event.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -42,6 +43,9 @@ class ScriptedMonitor final : public EventMonitorBase {
             value(context),
         Place::kControl);
     return 120;
+  }
+  void OnSystemEvent(const platform::SystemEvent& event) override {
+    script_.Note(L"system event " + std::to_wstring(event.index()), GetName());
   }
   void ReadAndUpdateDatasetSettings() override { Act(L"settings", Place::kSettings); }
   void LogDatasetContext(bool anew) override { Act(anew ? L"context anew" : L"context", Place::kContextChange); }
