@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "client/records/records.h"
+#include "tvk/records.h"
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
 #include "core/guarded_call.h"
@@ -126,6 +126,7 @@ void DeviceContextRecord::Log(bool log_it, DeviceContext& context) {
   log_.d(L"EventManager LogDeviceContextData bIsNeedNewDeviceContext is %s, bIsNeedToLogDeviceContextOnChange is %s.",
          needed ? L"true" : L"false", log_it ? L"true" : L"false");
   context = needed ? fresh : stored;
+  if (needed && !log_it) services_.store.RememberDeviceContext(context);
   if (needed && log_it) {
     const int error = services_.store.LogDeviceContext(context);
     if (error != 0) {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "client/log/log.h"
-#include "client/records/records.h"
+#include "tvk/records.h"
 #include "core/display_process.h"
 #include "core/identity_values.h"
 #include "core/manager_services.h"

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <mutex>
 
-#include "client/records/records.h"
 #include "core/guarded_call.h"
 #include "core/notifications.h"
 #include "core/reconciler.h"
@@ -221,7 +220,7 @@ void EventManager::StopAndRemoveFromList(std::wstring dataset_id) {
 }
 
 void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, bool /*notify*/) {
-  parts_->device_context.Log(log_it, context);
+  GuardedCall(parts_->log, L"EventManager::LogDeviceContextData", [&] { parts_->device_context.Log(log_it, context); });
 }
 
 int EventManager::DecideTVKVer(std::wstring version) {

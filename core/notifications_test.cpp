@@ -12,6 +12,7 @@ namespace {
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
 constexpr wchar_t kChangesEntry[] = L"EventManager::OnTelemetryScopeChanges : Entry";
@@ -207,8 +208,14 @@ TEST_F(NotificationsTest, TheDeviceContextOutlivesARestart) {
   EXPECT_EQ(life_->records.DeviceContexts().size(), 1u);
   Start(PolicyOf(L"full", {L"CPUEvent"}));
   EXPECT_EQ(life_->manager.get_device_context_id(), id);
+  life_->manager.set_schema_ver(L"2.1");
+  life_->manager.LogDeviceContextData(false, context, false);
+  ItemEvent event;
+  event.set_dataset_id(IdOf(L"CPUEvent"));
+  event.set_device_context_id(context.device_context_id());
+  EXPECT_EQ(life_->composition.store().LogItemEvent(event), 0) << "what names it brings it";
   EXPECT_FALSE(life_->manager.get_FirstInvocation());
-  EXPECT_THAT(life_->records.DeviceContexts(), IsEmpty());
+  EXPECT_THAT(life_->records.DeviceContexts(), SizeIs(1));
 }
 
 TEST_F(NotificationsTest, TheVersionOfTheLastDeviceInitIsTold) {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "client/log/log.h"
-#include "client/records/records.h"
+#include "tvk/records.h"
 #include "framework/dataset_row.h"
 #include "framework/monitor_services.h"
 #include "tvk/service_types.h"

@@ -33,8 +33,9 @@ struct ServiceInstallation {
 /// Returns an empty text, or what went wrong.
 std::string InstallService(const ServiceInstallation& installation);
 
-/// Stops the service, waiting for its end as HaltService does, and takes it out of the list. Returns an empty text, or
-/// what went wrong; a service that is not in the list is no failure.
+/// Stops the service, waiting for its end as HaltService does, and takes it out of the list; it is gone when this
+/// returns, unless somebody else holds on to it. Returns an empty text, or what went wrong; a service that is not in
+/// the list is no failure.
 std::string UninstallService(std::chrono::milliseconds timeout);
 
 /// Starts the installed service and waits until it runs. `arguments` go to ServiceSession::arguments.

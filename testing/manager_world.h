@@ -64,7 +64,6 @@ class TestManager final : public EventManager {
  public:
   explicit TestManager(const ManagerServices& services) : EventManager(services, nullptr) {}
   ~TestManager() override = default;
-  using EventManager::LogDeviceContextData;
 };
 
 /// A user agent that starts whenever it is asked. Any thread.

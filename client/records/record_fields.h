@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "client/records/records.h"
+#include "tvk/records.h"
 
 namespace TVK {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "client/records/records.h"
+#include "tvk/records.h"
 
 namespace TVK {
 

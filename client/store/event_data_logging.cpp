@@ -53,6 +53,8 @@ class EventDataLogging::Impl {
   bool is_open() const { return connections_.is_open(); }
   const std::string& opening_problem() const { return opening_problem_; }
 
+  void Remember(const RecordRow& context) { contexts_.NoteWritten(context, 0); }
+
   int Write(RecordRow row, std::wstring_view dataset_name) {
     QueuedRecord record(std::move(row), dataset_name);
     if (record.row.json.size() <= kLongestRecordJson) return queue_.Write(record);
@@ -344,6 +346,10 @@ int EventDataLogging::LogDatasetContext(const DatasetContext& context, const std
 
 int EventDataLogging::LogDeviceContext(const DeviceContext& context) {
   return impl_->Write(RowOf(context), L"device context");
+}
+
+void EventDataLogging::RememberDeviceContext(const DeviceContext& context) {
+  impl_->Remember(RowOf(context));
 }
 
 int EventDataLogging::GetLastItemEventWithItemId(const std::wstring& dataset_id, const std::wstring& item_id,

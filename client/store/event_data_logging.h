@@ -15,7 +15,7 @@
 
 #include "client/log/log.h"
 #include "client/records/record_kind.h"
-#include "client/records/records.h"
+#include "tvk/records.h"
 #include "platform/clock.h"
 
 namespace TVK {
@@ -96,6 +96,9 @@ class EventDataLogging {
   int LogItemEvent(const ItemEvent& event);
   int LogDatasetContext(const DatasetContext& context, const std::wstring& device_key = {});
   int LogDeviceContext(const DeviceContext& context);
+  /// Takes a device context into use that is not to be written for its own sake: it goes ahead of the next record, as
+  /// one does that could not be written.
+  void RememberDeviceContext(const DeviceContext& context);
 
   /// 0 when found, kStoreNotFound when there is none, else the reason. The output stays untouched unless 0 is returned.
   int GetLastItemEventWithItemId(const std::wstring& dataset_id, const std::wstring& item_id, ItemEvent& event,

@@ -13,10 +13,10 @@
 
 #include "tvk/device_id_agent.h"
 #include "tvk/export.h"
+#include "tvk/records.h"
 #include "tvk/service_types.h"
 
 // For the component's own parts; hosts need neither.
-class DeviceContext;
 struct ManagerServices;
 namespace platform {
 struct SystemEvent;
@@ -54,12 +54,12 @@ class TVK_EXPORT EventManager {
   virtual void RunAndAddToList(std::wstring dataset_id);
   /// Stops the dataset's monitor, joins its thread and removes it.
   virtual void StopAndRemoveFromList(std::wstring dataset_id);
-  /// Builds the device context, compares it with the last one stored and, when it differs, takes a new one into force.
-  /// `log_it`: also store it. `context` receives the one in force; it stays untouched when the facts cannot be
-  /// gathered.
-  virtual void LogDeviceContextData(bool log_it, DeviceContext& context, bool notify);
 
  public:
+  /// Builds the device context, compares it with the last one stored and, when it differs, takes a new one into force.
+  /// `log_it`: also store it at once; otherwise it is stored with the next record, which refers to it. `context`
+  /// receives the one in force; it stays untouched when the facts cannot be gathered.
+  virtual void LogDeviceContextData(bool log_it, DeviceContext& context, bool notify);
   /// Whether the last device-initialisation event was written by another version of the client, or while the device
   /// belonged elsewhere. `version`: the id of a dataset, whose own last event then counts; any other text: the last
   /// event of any dataset. 0: by this version, for this device path. 1: by another version. 2: there is none, or its
@@ -76,13 +76,10 @@ class TVK_EXPORT EventManager {
   /// runs afterwards, as behind Stop.
   void Initialize(TVK::DeviceIdAgent* agent);
 
-  /// Hands a service control to every listed monitor, in list order, unchanged; then, as OnSystemEvent does, the event
-  /// that it means, if any. Returns 0 (NO_ERROR).
+  /// Hands a service control to every listed monitor, in list order, unchanged; then the event of the system that it
+  /// means, if any. Returns 0 (NO_ERROR).
   unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                        void* context);
-
-  /// Hands an event of the system to every listed monitor, in list order. Any thread.
-  void OnSystemEvent(const platform::SystemEvent& event);
 
   /// Stops everything and joins every thread. May be called at any time, any number of times.
   void Stop();
@@ -128,6 +125,9 @@ class TVK_EXPORT EventManager {
   EventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle);
 
   void set_FirstInvocation(bool value);
+
+  /// Hands an event of the system to every listed monitor, in list order. Any thread.
+  void OnSystemEvent(const platform::SystemEvent& event);
 
  private:
   struct Parts;

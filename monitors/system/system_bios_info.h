@@ -3,7 +3,7 @@
 
 #include "client/identity/machine_information.h"
 #include "client/log/log.h"
-#include "client/records/records.h"
+#include "tvk/records.h"
 #include "client/smbios/smbios_identity.h"
 
 /// Plain value. A text is empty until it is set or collected, and where no source supplies it.

@@ -14,6 +14,9 @@ using windows::ErrorText;
 using windows::LastErrorText;
 using windows::UniqueService;
 
+/// How long a deleted service's entry is waited for.
+constexpr milliseconds kDeletionPatience(10'000);
+
 // The service manager, and the service where it is in its list.
 struct Access {
   UniqueService manager;
@@ -83,6 +86,17 @@ std::string Halt(const UniqueService& service, milliseconds timeout) {
   return "the service has not stopped within " + std::to_string(timeout.count()) + " ms";
 }
 
+/// Waits until the entry of a service that was deleted is gone: it stays as long as anybody holds a handle to it, such
+/// as the manager itself until the service's process has ended. False: it is still there after `timeout`.
+bool WaitUntilGone(milliseconds timeout) {
+  constexpr milliseconds kBetweenLooks(50);
+  for (milliseconds waited(0);; waited += kBetweenLooks) {
+    if (Open(SC_MANAGER_CONNECT, SERVICE_QUERY_STATUS).error == ERROR_SERVICE_DOES_NOT_EXIST) return true;
+    if (waited >= timeout) return false;
+    Sleep(static_cast<DWORD>(kBetweenLooks.count()));
+  }
+}
+
 }  // namespace
 
 std::string InstallService(const ServiceInstallation& installation) {
@@ -102,7 +116,12 @@ std::string InstallService(const ServiceInstallation& installation) {
   } else if (!ChangeServiceConfigW(access.service.get(), SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
                                    SERVICE_ERROR_NORMAL, line.c_str(), nullptr, nullptr, nullptr, L"LocalSystem",
                                    nullptr, title)) {
-    return LastErrorText("cannot change the service");
+    const DWORD error = GetLastError();
+    access.service.Reset();
+    if (error == ERROR_SERVICE_MARKED_FOR_DELETE && WaitUntilGone(kDeletionPatience)) {
+      return InstallService(installation);
+    }
+    return "cannot change the service: " + ErrorText(error);
   }
   std::wstring text = installation.description;
   SERVICE_DESCRIPTIONW description{text.data()};
@@ -114,11 +133,16 @@ std::string InstallService(const ServiceInstallation& installation) {
 }
 
 std::string UninstallService(milliseconds timeout) {
-  const Access access = Open(SC_MANAGER_CONNECT, DELETE | SERVICE_STOP | SERVICE_QUERY_STATUS);
+  Access access = Open(SC_MANAGER_CONNECT, DELETE | SERVICE_STOP | SERVICE_QUERY_STATUS);
   if (access.error == ERROR_SERVICE_DOES_NOT_EXIST) return {};
   if (!access.service) return NotOpened(access);
   if (std::string problem = Halt(access.service, timeout); !problem.empty()) return problem;
-  return DeleteService(access.service.get()) ? std::string() : LastErrorText("cannot uninstall the service");
+  if (!DeleteService(access.service.get()) && GetLastError() != ERROR_SERVICE_MARKED_FOR_DELETE) {
+    return LastErrorText("cannot uninstall the service");
+  }
+  access.service.Reset();
+  WaitUntilGone(std::min(timeout, kDeletionPatience));  // whoever still holds it, it goes by itself
+  return {};
 }
 
 std::string LaunchService(const std::vector<std::wstring>& arguments, milliseconds timeout) {

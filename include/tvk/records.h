@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-#include "client/records/record_field.h"
+#include "tvk/record_field.h"
 
 /// Item data: key to value. The keys, units and meanings stand in docs/records.md.
 using ItemData = std::map<std::wstring, std::wstring>;
