@@ -4,15 +4,15 @@
 
 #include "client/text/string.h"
 #include "platform/region.h"
-#include "platform/registry_names.h"
 
-namespace names = Constants::Registry;
-using platform::SettingRoot;
+using platform::Setting;
 using TVK::String;
 
 namespace {
 
 constexpr wchar_t kEventName[] = L"Global\\_liveeventDeviceContextEvent";
+constexpr std::size_t kLongestValue = 4095;    // a longer one is nobody's name
+constexpr unsigned long kErrorMoreData = 234;  // ERROR_MORE_DATA
 
 }  // namespace
 
@@ -95,8 +95,8 @@ bool DeviceContextEventMonitor::AddMonitors() {
     log_.e(L"%s: the system does not let its settings be watched", kThis);
     return false;
   }
-  AddMonitor(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath, names::OSProductName);
-  AddMonitor(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath, names::WindowsCurrentVersion);
+  AddMonitor(Setting::kProductName, L"product name");
+  AddMonitor(Setting::kBuild, L"build");
   log_.d(L"%s: Added system related registry monitors.", kThis);
   if (registry_->HasUser()) {
     log_.d(L"%s: Added user related registry monitors.", kThis);
@@ -108,15 +108,15 @@ bool DeviceContextEventMonitor::AddMonitors() {
 }
 
 void DeviceContextEventMonitor::AddUserMonitors() {
-  AddMonitor(SettingRoot::kCurrentUser, names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation);
-  AddMonitor(SettingRoot::kCurrentUser, names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName);
+  AddMonitor(Setting::kNation, L"nation");
+  AddMonitor(Setting::kLocaleName, L"locale name");
   user_monitors_added_ = true;
 }
 
-void DeviceContextEventMonitor::AddMonitor(SettingRoot root, const wchar_t* path, const wchar_t* name) {
-  const int index = registry_->AddMonitorKey(root, path, name);
+void DeviceContextEventMonitor::AddMonitor(Setting setting, const wchar_t* name) {
+  const int index = registry_->AddMonitorKey(setting);
   if (index < 0) {
-    log_.e(L"%s: %s\\%s cannot be watched, error %d", L"DeviceContextEventMonitor::AddMonitor", path, name, -index);
+    log_.e(L"%s: %s cannot be watched, error %d", L"DeviceContextEventMonitor::AddMonitor", name, -index);
     return;
   }
   std::wstring value;
@@ -172,24 +172,21 @@ void DeviceContextEventMonitor::OnChange(unsigned long index) {
 }
 
 unsigned long DeviceContextEventMonitor::GetKeyValueForMonitor(unsigned long index, std::wstring& value) {
-  constexpr std::size_t kLength = 8192 / sizeof(wchar_t);
+  const unsigned long error = registry_->GetKeyValue(index, value);
+  if (value.size() <= kLongestValue) return error;
   value.clear();
-  wchar_t buffer[kLength] = {};
-  unsigned long size = sizeof buffer;
-  const int error =
-      registry_->GetKeyValue(static_cast<int>(index), reinterpret_cast<unsigned char*>(buffer), &size, nullptr);
-  if (error == 0) value = buffer;
-  return static_cast<unsigned long>(error);
+  return kErrorMoreData;
 }
 
 bool DeviceContextEventMonitor::VerifyKeyValueForMonitor(unsigned long index, const std::wstring& value) const {
-  const std::wstring name = registry_->GetMonitorValueNameKey(static_cast<int>(index));
-  const std::wstring path = registry_->GetMonitorPathRunKey(static_cast<int>(index));
-  if (name == names::CountryCodeNation && path == names::CountryCodeInternationalGeoSubPath) {
-    return IsCountry(value);
-  }
-  if (name == names::CountryCodeLocaleName && path == names::CountryCodeInternationalSubPath) {
-    return country_codes_.ValidateLocaleNameKey(value);
+  switch (registry_->SettingOf(index)) {
+    case Setting::kNation:
+      return IsCountry(value);
+    case Setting::kLocaleName:
+      return country_codes_.ValidateLocaleNameKey(value);
+    case Setting::kProductName:
+    case Setting::kBuild:
+      break;
   }
   return true;
 }

@@ -54,7 +54,7 @@ class DeviceContextEventMonitor {
   void InitEvent();
   void MonitorRegistryFields();
   bool AddMonitors();
-  void AddMonitor(platform::SettingRoot root, const wchar_t* path, const wchar_t* name);
+  void AddMonitor(platform::Setting setting, const wchar_t* name);
   void AddUserMonitors();
   bool RegionDiffersFromFacts() const;
   void WaitForChanges();

@@ -44,6 +44,7 @@ TEST_F(DeviceContextEventMonitorTest, TrueChangesRaiseTheEventWithTheFactsAlread
   EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.version = ""; }));
   EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.version = "2.0"; })) << "nothing was stored meanwhile";
   EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.update_title = "22H2"; }));
+  EXPECT_FALSE(RaisedBy([](auto& state) { state.facts.name = std::string(4096, 'x'); })) << "longer than any name";
   EXPECT_TRUE(RaisedBy([](auto& state) { state.facts.name = "Simulated OS Pro"; }));
 }
 
@@ -128,26 +129,6 @@ TEST_F(DeviceContextEventMonitorTest, ChangesLogonsAndStopMayMeet) {
   monitor_.Stop();
   runtime_.Join(changes);
   EXPECT_TRUE(runtime_.Threads().empty());
-}
-
-TEST(RegMonitorTest, TellsTheSizeThatAValueNeeds) {
-  platform::VirtualRuntime runtime;
-  platform::SimulatedMachine machine;
-  TVK::CRegMonitor monitor(machine.settings(), runtime);
-  ASSERT_TRUE(monitor.Init());
-  EXPECT_LT(monitor.AddMonitorKey(platform::SettingRoot::kCurrentUser, L"Control Panel", L"Nation"), 0);
-  const int index =
-      monitor.AddMonitorKey(platform::SettingRoot::kCurrentUser, L"Control Panel\\International", L"LocaleName");
-  wchar_t buffer[6] = {};
-  auto* const bytes = reinterpret_cast<unsigned char*>(buffer);
-  unsigned long size = sizeof buffer - 1;
-  unsigned long type = 0;
-  EXPECT_EQ(monitor.GetKeyValue(index, bytes, &size, &type), 234);
-  EXPECT_EQ(size, sizeof buffer);
-  EXPECT_EQ(monitor.GetKeyValue(index, bytes, &size, &type), 0);
-  EXPECT_STREQ(buffer, L"en-US");
-  EXPECT_EQ(type, 1u);
-  EXPECT_NE(monitor.GetKeyValue(index + 1, bytes, &size, &type), 0);
 }
 
 }  // namespace

@@ -1,16 +1,10 @@
 #include "host/reg_monitor.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "client/text/string.h"
 
 namespace TVK {
-namespace {
-
-constexpr int kErrorMoreData = 234;
-constexpr unsigned long kTypeText = 1;  // REG_SZ
-
-}  // namespace
 
 CRegMonitor::CRegMonitor(platform::Settings& settings, platform::Runtime& runtime)
     : settings_(settings),
@@ -19,23 +13,21 @@ CRegMonitor::CRegMonitor(platform::Settings& settings, platform::Runtime& runtim
       changed_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
 
 bool CRegMonitor::Init() {
-  watcher_ = settings_.OpenWatcher(runtime_, [this](int index) {
+  watcher_ = settings_.OpenWatcher(runtime_, [this](platform::Setting setting) {
     {
       const std::lock_guard lock(mutex_);
-      pending_.insert(index);
+      pending_.insert(setting);
     }
     changed_->Set();
   });
   return watcher_ != nullptr;
 }
 
-int CRegMonitor::AddMonitorKey(platform::SettingRoot root, const wchar_t* subkey, const wchar_t* value_name) {
-  const int index = watcher_->Add(root, subkey, value_name);
-  if (index < 0) return index;
+int CRegMonitor::AddMonitorKey(platform::Setting setting) {
+  if (const std::uint32_t error = watcher_->Add(setting); error != 0) return -static_cast<int>(error);
   const std::lock_guard lock(mutex_);
-  if (keys_.size() < static_cast<std::size_t>(index)) keys_.resize(static_cast<std::size_t>(index));
-  keys_[static_cast<std::size_t>(index) - 1] = {subkey, value_name};
-  return index;
+  keys_.push_back(setting);
+  return static_cast<int>(keys_.size());
 }
 
 bool CRegMonitor::WaitForChange(unsigned long& index) {
@@ -43,39 +35,29 @@ bool CRegMonitor::WaitForChange(unsigned long& index) {
   while (runtime_.WaitAny(objects, platform::kForever) == 1) {
     const std::lock_guard lock(mutex_);
     if (pending_.empty()) continue;
-    index = static_cast<unsigned long>(*pending_.begin());
+    const auto key = std::ranges::find(keys_, *pending_.begin());
     pending_.erase(pending_.begin());
     if (!pending_.empty()) changed_->Set();
+    // One that changes while it is being added has no index yet, and is read when it has.
+    if (key == keys_.end()) continue;
+    index = static_cast<unsigned long>(key - keys_.begin()) + 1;
     return true;
   }
   return false;
 }
 
-int CRegMonitor::GetKeyValue(int index, unsigned char* buffer, unsigned long* size, unsigned long* type) {
+unsigned long CRegMonitor::GetKeyValue(unsigned long index, std::wstring& value) {
   std::string text;
-  if (const std::uint32_t error = watcher_->Read(index, text); error != 0) return static_cast<int>(error);
-  const std::wstring wide = String::UTF8ToUTF16(text);
-  const std::size_t needed = (wide.size() + 1) * sizeof(wchar_t);
-  const bool fits = needed <= *size;
-  *size = static_cast<unsigned long>(needed);
-  if (type != nullptr) *type = kTypeText;
-  if (!fits) return kErrorMoreData;
-  std::memcpy(buffer, wide.c_str(), needed);
-  return 0;
+  const std::uint32_t error = watcher_->Read(SettingOf(index), text);
+  value = String::UTF8ToUTF16(text);
+  return error;
 }
 
-CRegMonitor::Key CRegMonitor::KeyOf(int index) const {
+platform::Setting CRegMonitor::SettingOf(unsigned long index) const {
   const std::lock_guard lock(mutex_);
-  return index >= 1 && static_cast<std::size_t>(index) <= keys_.size() ? keys_[static_cast<std::size_t>(index) - 1]
-                                                                       : Key{};
+  return keys_.at(index - 1);
 }
 
-std::wstring CRegMonitor::GetMonitorValueNameKey(int index) const {
-  return KeyOf(index).name;
-}
-std::wstring CRegMonitor::GetMonitorPathRunKey(int index) const {
-  return KeyOf(index).path;
-}
 bool CRegMonitor::HasUser() {
   return watcher_->HasUser();
 }

@@ -1,10 +1,9 @@
-// The settings of a machine that keeps no registry: facts that it tells, under the names that the registry has for
-// them.
+// The settings of a machine that tells them as facts.
 #pragma once
 
 #include <mutex>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "platform/region.h"
 #include "platform/settings.h"
@@ -19,22 +18,21 @@ class FactSettings : public SettingWatcher {
   FactSettings(SystemFacts& system, Region& region, SettingChange on_change)
       : system_(system), region_(region), on_change_(std::move(on_change)) {}
 
-  int Add(SettingRoot root, const std::wstring& path, const std::wstring& name) override;
-  std::uint32_t Read(int index, std::string& value) override;
+  std::uint32_t Add(Setting setting) override;
+  std::uint32_t Read(Setting setting, std::string& value) override;
   void FollowUser() override { TellAll(); }
 
   /// Calls back for every setting that was added.
   void TellAll();
 
  private:
-  struct Fact;
-  static const Fact kFacts[];
+  std::set<Setting> Added();
 
   SystemFacts& system_;
   Region& region_;
   const SettingChange on_change_;
-  std::mutex mutex_;                ///< Guards added_.
-  std::vector<const Fact*> added_;  ///< Element i has the index i + 1.
+  std::mutex mutex_;  ///< Guards added_.
+  std::set<Setting> added_;
 };
 
 }  // namespace platform

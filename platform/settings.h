@@ -1,5 +1,4 @@
-// Tells when a setting that the system keeps for the machine or for its user may have changed. Settings go by the place
-// that Windows' registry has for them (registry_names.h), on every system.
+// Tells when a setting that the system keeps for the machine or for its user may have changed.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +10,21 @@ namespace platform {
 
 class Runtime;
 
-enum class SettingRoot {
-  kLocalMachine,  ///< HKEY_LOCAL_MACHINE.
-  kCurrentUser,   ///< HKEY_CURRENT_USER of the user who is logged on at the machine, not of the service's account.
+/// The texts are those of OperatingSystemFacts and RegionFacts.
+enum class Setting {
+  kProductName,  ///< Of the system.
+  kBuild,        ///< Of the system.
+  kNation,       ///< Of the user who is logged on at the machine, not of the service's account.
+  kLocaleName,   ///< Of the same user.
 };
 
-/// What Read gives where there is no such setting, or one that holds no text (ERROR_FILE_NOT_FOUND, on every system).
+/// What Read gives where there is no such setting, one that was not added, or one that holds no text
+/// (ERROR_FILE_NOT_FOUND, on every system).
 inline constexpr std::uint32_t kErrorNoSuchSetting = 2;
 
-/// Called with the index of a setting that may have changed, also without a true change, on a thread of the watcher or
-/// of whoever changed it. It must not block, not throw and not end the watcher.
-using SettingChange = std::function<void(int index)>;
+/// Called with a setting that may have changed, also without a true change, on a thread of the watcher or of whoever
+/// changed it. It must not block, not throw and not end the watcher.
+using SettingChange = std::function<void(Setting setting)>;
 
 /// Made by Settings::OpenWatcher. Any thread may call it. Nothing wakes up while nothing changes.
 class SettingWatcher {
@@ -33,13 +36,13 @@ class SettingWatcher {
   /// When it returns, no callback runs and none will.
   virtual ~SettingWatcher() = default;
 
-  /// Watches the value `name` under `path`; neither needs to exist yet. Returns its index, which counts from 1, or the
-  /// negative of the system's error number. A change after the return is never missed: add first, then read.
-  virtual int Add(SettingRoot root, const std::wstring& path, const std::wstring& name) = 0;
+  /// Watches a setting, which need not exist yet; one that is watched already stays so. Returns 0, or the system's
+  /// error number: then it is not watched. A change after the return is never missed: add first, then read.
+  virtual std::uint32_t Add(Setting setting) = 0;
 
-  /// The present text of a setting, as UTF-8, in `value`. Returns 0 or the system's error number; `value` is then
-  /// empty.
-  virtual std::uint32_t Read(int index, std::string& value) = 0;
+  /// The present text of a setting that was added, as UTF-8, in `value`. Returns 0 or the system's error number;
+  /// `value` is then empty.
+  virtual std::uint32_t Read(Setting setting, std::string& value) = 0;
 
   /// Whether there is a user whose settings can be watched now: on Windows, somebody is logged on. Where the settings
   /// are the same for everybody, there always is.

@@ -7,7 +7,6 @@
 #include "platform/memory.h"
 #include "platform/processors.h"
 #include "platform/region.h"
-#include "platform/registry_names.h"
 #include "platform/settings.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "platform/system_facts.h"
@@ -122,7 +121,6 @@ TEST_F(LinuxMachineTest, AnEmptyTreeTellsNothing) {
 }
 
 TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
-  namespace names = Constants::Registry;
   const auto runtime = MakeRealRuntime({});
   for (const auto& [file, text, expected] :
        {std::tuple("/usr/lib/os-release", "VERSION_ID=1\n", "1"), std::tuple("/etc/os-release", "VERSION_ID=2\n", "2"),
@@ -130,18 +128,15 @@ TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
         std::tuple("/etc/default/locale", "LANG=en_DE.UTF-8\n", "en-DE")}) {
     SCOPED_TRACE(file);
     const auto told = runtime->MakeEvent(EventReset::kAuto);
-    const auto watcher = machine_->settings().OpenWatcher(*runtime, [&](int) { told->Set(); });
+    const auto watcher = machine_->settings().OpenWatcher(*runtime, [&](Setting) { told->Set(); });
     ASSERT_TRUE(watcher);
-    const int index = expected[1] == '\0'
-                          ? watcher->Add(SettingRoot::kLocalMachine, names::WindowsCurrentVersionSubPath,
-                                         names::WindowsCurrentVersion)
-                          : watcher->Add(SettingRoot::kCurrentUser, names::CountryCodeInternationalSubPath,
-                                         names::CountryCodeLocaleName);
+    const Setting setting = expected[1] == '\0' ? Setting::kBuild : Setting::kLocaleName;
+    ASSERT_EQ(watcher->Add(setting), 0u);
     tree_.Write(file, text);
     std::string value;
     do {
       ASSERT_EQ(runtime->Wait(*told, 20s), 0u);
-    } while (watcher->Read(index, value) != 0 || value != expected);
+    } while (watcher->Read(setting, value) != 0 || value != expected);
   }
 }
 

@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/local.h"
-#include "platform/settings.h"
-#include "platform/windows/doors_windows.h"
+#include "platform/windows/settings_windows.h"
 #include "platform/windows/sys.h"
 
 namespace platform::windows {
@@ -24,9 +23,9 @@ class SettingWatcherWindowsTest : public testing::Test {
   }
 
   // Waits until what is told of makes the setting read `expected`; false when it never does.
-  bool Becomes(int index, const std::string& expected) {
+  bool Becomes(Setting setting, const std::string& expected) {
     std::string value;
-    while (watcher_->Read(index, value) != 0 || value != expected) {
+    while (watcher_->Read(setting, value) != 0 || value != expected) {
       if (runtime_->Wait(*told_, std::chrono::seconds(20)) != 0) return false;
     }
     return true;
@@ -38,36 +37,34 @@ class SettingWatcherWindowsTest : public testing::Test {
   const std::wstring key_ = top_ + L"\\Deep\\Deeper";
   std::unique_ptr<Runtime> runtime_ = MakeRealRuntime({});
   std::unique_ptr<Event> told_ = runtime_->MakeEvent(EventReset::kAuto);
-  const std::unique_ptr<Settings> settings_ = MakeSettings();
-  std::unique_ptr<SettingWatcher> watcher_ = settings_->OpenWatcher(*runtime_, [this](int) { told_->Set(); });
+  const std::unique_ptr<Settings> settings_ =
+      MakeSettings({{Setting::kBuild, {false, L"Software", L"Absent"}}, {Setting::kNation, {true, key_, L"Value"}}});
+  std::unique_ptr<SettingWatcher> watcher_ = settings_->OpenWatcher(*runtime_, [this](Setting) { told_->Set(); });
 };
 
 TEST_F(SettingWatcherWindowsTest, FollowsAValueWhoseKeyComesGoesAndComesAgain) {
   ASSERT_TRUE(watcher_->HasUser());
-  const int index = watcher_->Add(SettingRoot::kCurrentUser, key_, L"Value");
-  ASSERT_EQ(index, 1);
   std::string value = "before";
-  EXPECT_EQ(watcher_->Read(index, value), kErrorNoSuchSetting);
+  EXPECT_EQ(watcher_->Read(Setting::kNation, value), kErrorNoSuchSetting) << "not added";
+  ASSERT_EQ(watcher_->Add(Setting::kNation), 0u);
+  EXPECT_EQ(watcher_->Read(Setting::kNation, value), kErrorNoSuchSetting);
   EXPECT_EQ(value, "");
   Set(L"Value", L"one");
-  EXPECT_TRUE(Becomes(index, "one"));
+  EXPECT_TRUE(Becomes(Setting::kNation, "one"));
   Set(L"Value", L"two");
-  EXPECT_TRUE(Becomes(index, "two"));
+  EXPECT_TRUE(Becomes(Setting::kNation, "two"));
   Remove();
   Set(L"Value", L"three");
-  EXPECT_TRUE(Becomes(index, "three"));
-  EXPECT_EQ(watcher_->Read(2, value), kErrorNoSuchSetting);
+  EXPECT_TRUE(Becomes(Setting::kNation, "three"));
 }
 
 TEST_F(SettingWatcherWindowsTest, ChangesOfTheMachineAndAFollowedUserAreTold) {
-  const int machine = watcher_->Add(SettingRoot::kLocalMachine, L"Software", L"Absent");
-  const int user = watcher_->Add(SettingRoot::kCurrentUser, key_, L"Value");
-  EXPECT_EQ(machine, 1);
-  EXPECT_EQ(user, 2);
+  EXPECT_EQ(watcher_->Add(Setting::kBuild), 0u);
+  EXPECT_EQ(watcher_->Add(Setting::kNation), 0u);
   watcher_->FollowUser();
   EXPECT_EQ(runtime_->Wait(*told_, milliseconds(0)), 0u);
   Set(L"Value", L"after");
-  EXPECT_TRUE(Becomes(user, "after"));
+  EXPECT_TRUE(Becomes(Setting::kNation, "after"));
 }
 
 }  // namespace

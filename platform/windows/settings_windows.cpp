@@ -1,69 +1,66 @@
-#include "platform/settings.h"
+#include "platform/windows/settings_windows.h"
 
-#include <deque>
 #include <mutex>
 
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/registry.h"
+#include "platform/windows/registry_names.h"
 #include "platform/windows/text.h"
 #include "platform/windows/user_session.h"
 
 namespace platform::windows {
 namespace {
 
-// What a change of the present user finds while nobody is logged on.
-constexpr int kNobody = -ERROR_NO_SUCH_USER;
-
 /// Settings of the user are those of the account at the console, or of the first active remote session.
 class RegistryWatcher final : public SettingWatcher {
  public:
-  explicit RegistryWatcher(SettingChange on_change) : on_change_(std::move(on_change)) {}
+  RegistryWatcher(const SettingPlaces& places, SettingChange on_change)
+      : places_(places), on_change_(std::move(on_change)) {}
 
   ~RegistryWatcher() override {
     {
       const std::lock_guard lock(mutex_);
       ending_ = true;
-      for (Setting& setting : settings_)
-        SetThreadpoolWait(setting.wait, nullptr, nullptr);
+      for (auto& [setting, watched] : watched_)
+        SetThreadpoolWait(watched.wait, nullptr, nullptr);
     }
-    for (Setting& setting : settings_) {
-      WaitForThreadpoolWaitCallbacks(setting.wait, TRUE);
-      CloseThreadpoolWait(setting.wait);
+    for (auto& [setting, watched] : watched_) {
+      WaitForThreadpoolWaitCallbacks(watched.wait, TRUE);
+      CloseThreadpoolWait(watched.wait);
     }
   }
 
-  int Add(SettingRoot root, const std::wstring& path, const std::wstring& name) override {
-    const bool of_user = root == SettingRoot::kCurrentUser;
-    const std::wstring user = of_user ? WideFromUtf8(ReadLoggedInUserSid()) : std::wstring();
-    if (of_user && user.empty()) return kNobody;
+  std::uint32_t Add(Setting setting) override {
+    const SettingPlace& place = places_.at(setting);
+    const std::wstring user = place.of_user ? WideFromUtf8(ReadLoggedInUserSid()) : std::wstring();
+    if (place.of_user && user.empty()) return ERROR_NO_SUCH_USER;
     const std::lock_guard lock(mutex_);
-    Setting& setting = settings_.emplace_back(*this, static_cast<int>(settings_.size()) + 1, of_user, path, name);
-    setting.user = user;
-    setting.wait = CreateThreadpoolWait(&RegistryWatcher::OnSignal, &setting, nullptr);
-    DWORD error = setting.wait == nullptr ? GetLastError() : ERROR_SUCCESS;
-    if (error == ERROR_SUCCESS) error = Arm(setting);
-    if (error == ERROR_SUCCESS) return setting.index;
+    const auto [entry, added] = watched_.try_emplace(setting, *this, setting, place);
+    if (!added) return ERROR_SUCCESS;
+    Watched& watched = entry->second;
+    watched.user = user;
+    watched.wait = CreateThreadpoolWait(&RegistryWatcher::OnSignal, &watched, nullptr);
+    DWORD error = watched.wait == nullptr ? GetLastError() : ERROR_SUCCESS;
+    if (error == ERROR_SUCCESS) error = Arm(watched);
+    if (error == ERROR_SUCCESS) return ERROR_SUCCESS;
     // Nothing is armed, so no callback of it runs.
-    if (setting.wait != nullptr) CloseThreadpoolWait(setting.wait);
-    settings_.pop_back();
-    return -static_cast<int>(error);
+    if (watched.wait != nullptr) CloseThreadpoolWait(watched.wait);
+    watched_.erase(entry);
+    return error;
   }
 
-  std::uint32_t Read(int index, std::string& value) override {
+  std::uint32_t Read(Setting setting, std::string& value) override {
     value.clear();
     std::wstring key;
-    std::wstring name;
-    bool of_user = false;
     {
       const std::lock_guard lock(mutex_);
-      if (index < 1 || static_cast<std::size_t>(index) > settings_.size()) return kErrorNoSuchSetting;
-      const Setting& setting = settings_[static_cast<std::size_t>(index) - 1];
-      key = setting.Key();
-      name = setting.name;
-      of_user = setting.of_user;
+      const auto entry = watched_.find(setting);
+      if (entry == watched_.end()) return kErrorNoSuchSetting;
+      key = entry->second.Key();
     }
-    return ReadRegistryText(of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE, key, name.c_str(), value);
+    const SettingPlace& place = places_.at(setting);
+    return ReadRegistryText(place.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE, key, place.name.c_str(), value);
   }
 
   bool HasUser() override { return !ReadLoggedInUserSid().empty(); }
@@ -71,36 +68,30 @@ class RegistryWatcher final : public SettingWatcher {
   void FollowUser() override {
     const std::wstring user = WideFromUtf8(ReadLoggedInUserSid());
     if (user.empty()) return;
-    std::vector<int> changed;
+    std::vector<Setting> changed;
     {
       const std::lock_guard lock(mutex_);
-      for (Setting& setting : settings_) {
-        if (!setting.of_user) continue;
-        setting.user = user;
-        Arm(setting);
-        changed.push_back(setting.index);
+      for (auto& [setting, watched] : watched_) {
+        if (!watched.place.of_user) continue;
+        watched.user = user;
+        Arm(watched);
+        changed.push_back(setting);
       }
     }
-    for (const int index : changed)
-      on_change_(index);
+    for (const Setting setting : changed)
+      on_change_(setting);
   }
 
  private:
-  struct Setting {
-    Setting(RegistryWatcher& its_watcher, int its_index, bool its_of_user, std::wstring its_path, std::wstring its_name)
-        : watcher(its_watcher),
-          index(its_index),
-          of_user(its_of_user),
-          path(std::move(its_path)),
-          name(std::move(its_name)) {}
+  struct Watched {
+    Watched(RegistryWatcher& its_watcher, Setting its_setting, const SettingPlace& its_place)
+        : watcher(its_watcher), setting(its_setting), place(its_place) {}
 
-    std::wstring Key() const { return of_user ? user + L"\\" + path : path; }
+    std::wstring Key() const { return place.of_user ? user + L"\\" + place.path : place.path; }
 
     RegistryWatcher& watcher;
-    const int index;
-    const bool of_user;
-    const std::wstring path;
-    const std::wstring name;
+    const Setting setting;
+    const SettingPlace& place;
     // Under the watcher's lock.
     std::wstring user;  ///< Security identifier, which names the user's part of HKEY_USERS.
     PTP_WAIT wait = nullptr;
@@ -109,27 +100,27 @@ class RegistryWatcher final : public SettingWatcher {
   };
 
   static void CALLBACK OnSignal(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT, TP_WAIT_RESULT) {
-    auto& setting = *static_cast<Setting*>(context);
-    RegistryWatcher& watcher = setting.watcher;
+    auto& watched = *static_cast<Watched*>(context);
+    RegistryWatcher& watcher = watched.watcher;
     {
       const std::lock_guard lock(watcher.mutex_);
       if (watcher.ending_) return;
       // Before anybody reads: what changes after the reading is told again.
-      watcher.Arm(setting);
+      watcher.Arm(watched);
     }
-    watcher.on_change_(setting.index);
+    watcher.on_change_(watched.setting);
   }
 
   // Needs the lock. Waits for the next change of the key, or, as long as there is none, of the nearest one above it
   // that exists: keys come late when a user's part of the registry is loaded, and go with it.
-  DWORD Arm(Setting& setting) {
+  DWORD Arm(Watched& watched) {
     // A key that is closed signals its event: each setting has its own, and at worst is looked at once too often.
     UniqueKernelHandle signal(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     if (!signal) return GetLastError();
     constexpr DWORD kWhat = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_THREAD_AGNOSTIC;
     UniqueRegistryKey key;
-    const HKEY root = setting.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE;
-    const std::wstring wanted = setting.Key();
+    const HKEY root = watched.place.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE;
+    const std::wstring wanted = watched.Key();
     std::wstring path = wanted;
     std::wstring missing;  // the key below `path` that was not there
     for (;;) {
@@ -151,29 +142,45 @@ class RegistryWatcher final : public SettingWatcher {
       const std::size_t end = path.rfind(L'\\');
       path.erase(end == std::wstring::npos ? 0 : end);
     }
-    SetThreadpoolWait(setting.wait, signal.get(), nullptr);
-    setting.key = std::move(key);
-    setting.signal = std::move(signal);
+    SetThreadpoolWait(watched.wait, signal.get(), nullptr);
+    watched.key = std::move(key);
+    watched.signal = std::move(signal);
     return ERROR_SUCCESS;
   }
 
+  const SettingPlaces& places_;
   const SettingChange on_change_;
-  std::mutex mutex_;              ///< Guards everything below and what the settings say.
-  std::deque<Setting> settings_;  ///< Where each lies does not change: the pool refers to it.
+  std::mutex mutex_;                    ///< Guards everything below and what the entries say.
+  std::map<Setting, Watched> watched_;  ///< Where each lies does not change: the pool refers to it.
   bool ending_ = false;
 };
 
 class WindowsSettings final : public Settings {
  public:
+  explicit WindowsSettings(SettingPlaces places) : places_(std::move(places)) {}
+
   std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& /*runtime*/, SettingChange on_change) override {
-    return std::make_unique<RegistryWatcher>(std::move(on_change));
+    return std::make_unique<RegistryWatcher>(places_, std::move(on_change));
   }
+
+ private:
+  const SettingPlaces places_;
 };
 
 }  // namespace
 
+std::unique_ptr<Settings> MakeSettings(SettingPlaces places) {
+  return std::make_unique<WindowsSettings>(std::move(places));
+}
+
 std::unique_ptr<Settings> MakeSettings() {
-  return std::make_unique<WindowsSettings>();
+  namespace names = Constants::Registry;
+  return MakeSettings({
+      {Setting::kProductName, {false, names::WindowsCurrentVersionSubPath, names::OSProductName}},
+      {Setting::kBuild, {false, names::WindowsCurrentVersionSubPath, names::WindowsCurrentVersion}},
+      {Setting::kNation, {true, names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation}},
+      {Setting::kLocaleName, {true, names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName}},
+  });
 }
 
 }  // namespace platform::windows

@@ -5,9 +5,9 @@
 #include <winternl.h>
 
 #include "platform/clock.h"
-#include "platform/registry_names.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/registry.h"
+#include "platform/windows/registry_names.h"
 #include "platform/windows/text.h"
 #include "platform/windows/user_session.h"
 

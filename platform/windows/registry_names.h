@@ -1,5 +1,4 @@
-// Where Windows keeps the facts that a device context is made of. Systems without a registry know the same facts under
-// the same names (fact_settings.h).
+// Where Windows keeps the facts that a device context is made of.
 #pragma once
 
 namespace Constants::Registry {
