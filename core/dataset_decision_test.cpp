@@ -17,20 +17,13 @@ using enum DecisionReason;
 
 constexpr std::array kScopes = {L"none", L"basic", L"enhance", L"full"};
 
-/// The first of kScopes at which the dataset may write (none of the rows leaves one out above it), or nothing for those
-/// that no policy and no scope keeps from running.
-std::optional<std::size_t> LeastScope(std::wstring_view name) {
-  const std::set<std::wstring_view> sets[] = {
-      {L"StorageEvent", L"AlexaEvent"},
-      {L"CPUEvent", L"SystemBIOSEvent", L"EventViewerLogsEvent", L"EventViewerLogDBEvent", L"DeviceProcessEvent",
-       L"VitalSignsEvent"},
-      {},
-      {L"PCIe_NVMe_SelfTestResult", L"SATA_SSD_SelfTestResult"},
-      {L"SystemPowerEvent", L"NetworkEvent", L"DeviceStatus", L"TVKEvent", L"DeviceContext"}};
-  const auto found = std::ranges::find_if(sets, [&](const auto& names) { return names.contains(name); });
-  if (found == std::end(sets)) return 2;
-  if (found == std::end(sets) - 1) return std::nullopt;
-  return static_cast<std::size_t>(found - sets);
+/// The first of kScopes at which the dataset may write (none of the rows leaves one out above it; the test of the
+/// records page compares them), or nothing for those that no policy and no scope keeps from running.
+std::optional<std::size_t> LeastScope(const DatasetRow& row) {
+  if (row.rule == DatasetRule::kAlways || row.scopes.empty()) return std::nullopt;
+  const auto* const least = std::ranges::find_if(
+      kScopes, [&](const wchar_t* scope) { return row.scopes.find(scope) != std::wstring_view::npos; });
+  return static_cast<std::size_t>(least - kScopes.begin());
 }
 
 enum Listing { kListed, kOtherDevices, kPolicyForOtherDevices, kOff, kAbsent, kListings };
@@ -64,7 +57,7 @@ TEST_F(DatasetDecisionTest, EveryDatasetAtEveryScopeAndEntry) {
         SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.name) + " " + std::to_string(scope) + " " + std::to_string(listing));
         SetPolicy(row.name, kScopes[scope], listing);
         view_.ReadWithScope(before);
-        const std::optional<std::size_t> least = LeastScope(row.name);
+        const std::optional<std::size_t> least = LeastScope(row);
         DecisionReason running = scope >= least.value_or(0) ? kRuns : kScope;
         if (listing == kAbsent) running = kNotListed;
         if (listing == kOff) running = kDisabled;

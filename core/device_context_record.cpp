@@ -1,8 +1,9 @@
 #include "core/device_context_record.h"
 
+#include <algorithm>
 #include <utility>
 
-#include "tvk/records.h"
+#include "client/records/record_fields.h"
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
 #include "core/guarded_call.h"
@@ -85,22 +86,14 @@ void DeviceContextRecord::Fill(DeviceContext& context) const {
 }
 
 bool DeviceContextRecord::CheckDeviceContextData(const DeviceContext& fresh, const DeviceContext& stored) {
-  const auto differs = [](const auto& a, const auto& b, auto... fields) {
-    return (((a.*fields)() != (b.*fields)()) || ...);
+  const auto differs = [](const auto& a, const auto& b, const auto& fields) {
+    return std::ranges::any_of(
+        fields, [&](const auto& field) { return field.compared && (a.*field.get)() != (b.*field.get)(); });
   };
-  // The times of looking and the extension values say nothing about the device itself.
-  return differs(fresh.device_info(), stored.device_info(), &DeviceInfo::device_id, &DeviceInfo::device_id2,
-                 &DeviceInfo::device_name, &DeviceInfo::device_manufacturer, &DeviceInfo::device_brand,
-                 &DeviceInfo::device_subbrand, &DeviceInfo::device_family, &DeviceInfo::device_modeltype,
-                 &DeviceInfo::device_enclosuretype, &DeviceInfo::device_biosversion, &DeviceInfo::device_ecversion,
-                 &DeviceInfo::device_smbiosversion, &DeviceInfo::os_name, &DeviceInfo::os_version,
-                 &DeviceInfo::os_language, &DeviceInfo::os_country, &DeviceInfo::os_updatetitle,
-                 &DeviceInfo::os_updatedescription, &DeviceInfo::device_path, &DeviceInfo::device_subscription) ||
-         differs(fresh.region_info(), stored.region_info(), &RegionInfo::region_name, &RegionInfo::country_name,
-                 &RegionInfo::country_code, &RegionInfo::language_name, &RegionInfo::language_code) ||
-         differs(fresh.tvk_info(), stored.tvk_info(), &TVKInfo::tvk_id, &TVKInfo::tvk_version, &TVKInfo::tvk_name,
-                 &TVKInfo::tvk_channel, &TVKInfo::tvk_key) ||
-         fresh.schema_ver() != stored.schema_ver();
+  return differs(fresh.device_info(), stored.device_info(), TVK::kDeviceInfoFields) ||
+         differs(fresh.region_info(), stored.region_info(), TVK::kRegionInfoFields) ||
+         differs(fresh.tvk_info(), stored.tvk_info(), TVK::kTvkInfoFields) ||
+         differs(fresh, stored, TVK::kDeviceContextFields);
 }
 
 void DeviceContextRecord::Log(bool log_it, DeviceContext& context) {

@@ -179,22 +179,37 @@ TEST_F(NotificationsTest, ANewDeviceContextIsWrittenWhenAFactOfItChanged) {
   EXPECT_FALSE(life_->manager.IsDevicePathChange()) << "it was told";
 }
 
-TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContext) {
+TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContextAndAnotherOneMakesAnotherContext) {
   world_.machine.firmware().Change([](auto& state) { state.facts.product_family = "Note Book"; });
   world_.config.SetTvkPolicy(TvkPolicy{L"/a", L"b"});
   Start(PolicyOf(L"full"));
-  DeviceContext context = life_->records.DeviceContexts().front();
+  const DeviceContext context = life_->records.DeviceContexts().front();
   std::vector<std::string> empty;
-  const auto look = [&](const auto& record, const auto& fields) {
+  std::vector<std::string> not_compared;
+  const auto look = [&](auto part, const auto& fields) {
     for (const auto& field : fields) {
+      DeviceContext stored = context;
+      auto& record = part(stored);
       if ((record.*field.get)().empty()) empty.emplace_back(field.key);
+      (record.*field.set)(L"another");
+      EXPECT_EQ(life_->composition.store().LogDeviceContext(stored), 0);
+      DeviceContext in_force;
+      life_->manager.LogDeviceContextData(false, in_force, false);
+      if (in_force == stored) not_compared.emplace_back(field.key);
     }
   };
-  look(context.device_info(), TVK::kDeviceInfoFields);
-  look(context.region_info(), TVK::kRegionInfoFields);
-  look(context.tvk_info(), TVK::kTvkInfoFields);
-  look(context, TVK::kDeviceContextFields);
+  look(
+      [](DeviceContext & whole) -> auto& { return whole.device_info(); }, TVK::kDeviceInfoFields);
+  look(
+      [](DeviceContext & whole) -> auto& { return whole.region_info(); }, TVK::kRegionInfoFields);
+  look(
+      [](DeviceContext & whole) -> auto& { return whole.tvk_info(); }, TVK::kTvkInfoFields);
+  look(
+      [](DeviceContext & whole) -> auto& { return whole; }, TVK::kDeviceContextFields);
   EXPECT_THAT(empty, ElementsAre("device_id2", "device_smbiosversion", "device_extensionkeyvalue", "source"));
+  EXPECT_THAT(not_compared,
+              ElementsAre("device_info_datetime", "device_extensionkeyvalue", "region_info_datetime", "tvk_datetime",
+                          "device_context_id", "device_context_datetime", "source", "source_component"));
 }
 
 TEST_F(NotificationsTest, TheDeviceContextOutlivesARestart) {

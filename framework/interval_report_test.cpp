@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
@@ -34,21 +32,6 @@ TEST(IntervalReportTest, AReportThatIsHeldUpHoldsUpNoChangeOfTheInterval) {
   EXPECT_TRUE(runtime.Threads().empty());
   runtime.AdvanceBy(10min);
   EXPECT_EQ(begun, 3) << "a stop is for good";
-}
-
-TEST(IntervalReportTest, ADailyReportComesEveryDayOnALaptopThatIsAwakeEightHoursADay) {
-  platform::VirtualRuntime runtime;
-  std::vector<std::int64_t> hours;
-  IntervalReport report(runtime, L"report", [&] {
-    hours.push_back(std::chrono::floor<std::chrono::hours>(runtime.clock().Elapsed().time_since_epoch()).count());
-  });
-  EXPECT_TRUE(report.SetInterval(std::chrono::milliseconds(24h).count()));
-  report.Start(std::chrono::seconds(10h).count());
-  for (int day = 0; day < 5; ++day) {
-    runtime.AdvanceBy(8h);
-    runtime.Suspend(16h);
-  }
-  EXPECT_EQ(hours, (std::vector<std::int64_t>{24, 48, 72, 96, 120})) << "each with the first resume after it fell due";
 }
 
 TEST(IntervalReportTest, AReportThatCouldNotBeStartedIsAskedForAgain) {

@@ -122,19 +122,6 @@ TEST_F(SecondTickTest, ALookThatIsHeldUpKeepsNobodyFromLeavingOrComing) {
   EXPECT_TRUE(runtime_.Threads().empty());
 }
 
-TEST_F(SecondTickTest, AStopMeetsAFindingThatIsStillDone) {
-  const auto stop = runtime_.MakeEvent(platform::EventReset::kManual);
-  bool done = false;
-  std::thread thread = runtime_.StartThread("watching", [&] {
-    tick_.Watch("watcher", *stop, [&]() -> Work {
-      stop->Set();
-      return [&] { done = true; };
-    });
-  });
-  runtime_.Join(thread);
-  EXPECT_TRUE(done);
-}
-
 TEST_F(SecondTickTest, ExceptionsAreLoggedAndEndNothing) {
   int looks = 0;
   Watching watching(runtime_, tick_, [&]() -> Work {

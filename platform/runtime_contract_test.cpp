@@ -151,42 +151,6 @@ TEST_P(RuntimeContract, EachSignalWakesOneOfTheWaitersAndTheManualOneAllOfThem) 
   EXPECT_EQ(count, 50);
 }
 
-TEST_P(RuntimeContract, SignalsCarryWhatTheirSenderWrote) {
-  constexpr int kRounds = 200;
-  const auto ping = runtime_->MakeEvent(EventReset::kAuto);
-  const auto pong = runtime_->MakeEvent(EventReset::kManual);
-  const auto turn = runtime_->MakeSemaphore(1, 1);
-  int ball = 0;     // Guarded by the two events.
-  int counter = 0;  // Guarded by `turn`.
-  const auto count = [&] {
-    for (int i = 0; i < kRounds; ++i) {
-      runtime_->Wait(*turn, kForever);
-      ++counter;
-      EXPECT_EQ(turn->Release(1), 0u);
-    }
-  };
-  std::vector<std::thread> threads;
-  threads.push_back(runtime_->StartThread("count-1", count));
-  threads.push_back(runtime_->StartThread("count-2", count));
-  threads.push_back(runtime_->StartThread("ping", [&] {
-    for (int i = 0; i < kRounds; ++i) {
-      runtime_->Wait(*ping, kForever);
-      ++ball;
-      pong->Set();
-    }
-  }));
-  for (int i = 0; i < kRounds; ++i) {
-    ping->Set();
-    runtime_->Wait(*pong, kForever);
-    pong->Reset();
-    ++ball;
-  }
-  for (std::thread& thread : threads)
-    runtime_->Join(thread);
-  EXPECT_EQ(ball, 2 * kRounds);
-  EXPECT_EQ(counter, 2 * kRounds);
-}
-
 TEST_P(RuntimeContract, NamedEventIsOneEventForAllWhoHoldItAndGoneWithTheLast) {
   const std::wstring name = Name(L"-\u00e4/../x");
   EXPECT_EQ(runtime_->OpenNamedEvent(name).event, nullptr);
@@ -256,17 +220,6 @@ TEST_P(RuntimeContract, CalendarIsInvertedCarriedOverAndEndsAt1970) {
             clock.FromLocal({.year = 2026, .month = 2, .day = 1, .hour = 12}));
   EXPECT_EQ(clock.FromLocal({.year = 1969, .month = 6}), -1);
   EXPECT_EQ(clock.FromLocal({.year = -5, .month = -5}), -1);
-}
-
-TEST_P(RuntimeContract, CalendarAnswersManyThreadsAtOnce) {
-  const Clock& clock = runtime_->clock();
-  const auto convert = [&] {
-    for (std::int64_t moment = 86'400; moment < 186'400; moment += 100)
-      EXPECT_EQ(clock.FromLocal(clock.ToLocal(moment)), moment);
-  };
-  std::thread other = runtime_->StartThread("calendar", convert);
-  convert();
-  runtime_->Join(other);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, RuntimeContract, testing::Values(Kind::kReal, Kind::kVirtual),

@@ -144,20 +144,6 @@ TEST_F(CommandLineTest, PolicyCheckKnowsTheDatasetsOfTheComponent) {
   EXPECT_FALSE(report["datasets"][2]["collects"].asBool());
 }
 
-TEST_F(CommandLineTest, InspectMemoryShowsTheSlotsOfAFile) {
-  const std::string file = Write("rsmb", SoundTable().Rsmb());
-  const Json::Value memory = RunJson({"inspect", "memory", "--smbios", file, "--json"});
-  EXPECT_EQ(memory["slots"].size(), 2u);
-  EXPECT_EQ(memory["slots"][0]["handle"].asInt(), 0x1100);
-  EXPECT_EQ(memory["slots"][0]["array_handle"].asInt(), 0x1000);
-  EXPECT_EQ(memory["slots"][0]["MemorySlotManufacturer"].asString(), "Contoso");
-  EXPECT_EQ(memory["slots"][1]["MemorySlotSize"].asString(), "65536MB");
-  EXPECT_EQ(memory["errorCorrection"].asString(), "None");
-  EXPECT_EQ(memory["TotalPhysicalMemory"].asString(), "81920MB");
-  EXPECT_EQ(memory["MaximumPhysicalMemory"].asString(), "32768MB");
-  EXPECT_EQ(errors_.str(), "");
-}
-
 TEST_F(CommandLineTest, InspectFirmwareShowsNoSerialNumberAndNoControlCharacter) {
   const std::string file = Write("dump", SoundTable().Dump64());
   const Json::Value firmware = RunJson({"inspect", "firmware", "--smbios", file, "--json"});

@@ -42,6 +42,14 @@ TEST(SMBiosTool, FindsStructuresOfATypeInTheOrderOfTheTable) {
   EXPECT_EQ(tool.GetString(1, found.back().data, found.back().length), L"");
 }
 
+TEST(SMBiosTool, TellsTheVersionThatFirmwareMeant) {
+  for (const auto& [minor, version] : {std::pair(1, L"2.1"), {31, L"2.3"}, {33, L"2.3"}, {51, L"2.6"}, {8, L"2.8"}}) {
+    SMBiosTool tool({0, 2, static_cast<std::uint8_t>(minor), 0, 0, 0, 0, 0});
+    ASSERT_EQ(tool.Initialize(), 0);
+    EXPECT_EQ(tool.GetVersion(), version);
+  }
+}
+
 TEST(SMBiosTool, PointersThatAreNotIntoTheTableGiveNothing) {
   SMBiosTool tool(Table().End().Rsmb());
   const Bytes elsewhere = Structure(1, 5, 1).Text(4, "secret").Build();

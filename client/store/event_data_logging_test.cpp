@@ -86,32 +86,6 @@ TEST_F(EventDataLoggingTest, QueriesOfAReaderNarrowAndKeepTheOrder) {
     EXPECT_FALSE(std::filesystem::exists(file().string() + suffix)) << suffix << " left by a reader";
 }
 
-TEST_F(EventDataLoggingTest, AFileOfVersion1IsReadAndWritten) {
-  // As version 1 made it; stays as it is when later versions come.
-  ExecuteOutside(
-      "PRAGMA application_id = 1414941509; PRAGMA journal_mode = WAL;"
-      "CREATE TABLE series(id INTEGER PRIMARY KEY, kind INTEGER NOT NULL, dataset_id TEXT NOT NULL,"
-      " item_id TEXT NOT NULL, UNIQUE(kind, dataset_id, item_id));"
-      "CREATE TABLE record(sequence INTEGER PRIMARY KEY, series INTEGER NOT NULL REFERENCES series(id),"
-      " number INTEGER NOT NULL, written INTEGER NOT NULL, json TEXT NOT NULL);"
-      "CREATE UNIQUE INDEX record_by_series ON record(series, number);"
-      "INSERT INTO series VALUES(1, 2, '', ''), (2, 0, 'DATASET', 'ITEM');"
-      "INSERT INTO record VALUES(6, 1, 6, 1767225600, 'no JSON'),"
-      " (7, 1, 7, 1767225600, '{\"device_context_id\":\"D1\"}'),"
-      " (8, 2, 5, 1767225600, '{\"dataset_id\":\"DATASET\",\"item_id\":\"ITEM\",\"item_data\":{\"value\":\"old\"}}');"
-      "PRAGMA user_version = 1");
-  EventDataLogging store(options(), clock());
-  DeviceContext device;
-  EXPECT_EQ(store.GetLastDeviceContext(device), 0);
-  EXPECT_EQ(device, MakeDeviceContext(L"D1"));
-  EXPECT_EQ(store.GetDeviceContext(L"D0", device), kStoreNotFound) << "a row that is no JSON stands in the way";
-  EXPECT_EQ(store.LogItemEvent(MakeItem(L"DATASET", L"ITEM", L"new")), 0);
-  std::vector<ItemEvent> events;
-  EXPECT_EQ(store.ReadItemEvents(L"DATASET", 5, 7, events), 0);
-  ASSERT_EQ(events.size(), 2u);
-  EXPECT_EQ(ValueOf(events[0]) + ValueOf(events[1]), L"oldnew");
-}
-
 TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOfTheStore) {
   constexpr int kWriters = 8;
   constexpr int kEach = 100;
@@ -162,14 +136,6 @@ TEST_F(EventDataLoggingTest, ARecordThatNobodyCouldReadIsRefused) {
   EventDataLogging store(options(), clock());
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::wstring(kLongestRecordJson, L'x'))), SQLITE_TOOBIG);
   EXPECT_TRUE(log_.Has(L"error 18"));
-}
-
-TEST_F(EventDataLoggingTest, AFileThatIsNoDatabaseIsSetAside) {
-  std::ofstream(file(), std::ios::binary) << std::string(300, '.');
-  EventDataLogging store(options(), clock());
-  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one")), 0);
-  EXPECT_EQ(std::filesystem::file_size(folder_.path() / "records.db.corrupt-20260101T000000"), 300u);
-  EXPECT_TRUE(log_.Has(L"the store was damaged"));
 }
 
 TEST_F(EventDataLoggingTest, ForeignAndNewerFilesAreLeftAlone) {
@@ -291,15 +257,6 @@ TEST_F(EventDataLoggingTest, SupersededContextsGoWithoutAnItemThatGoes) {
     EXPECT_EQ(left, expected);
     EXPECT_FALSE(log_.Has(L"stays larger"));
   }
-}
-
-TEST_F(EventDataLoggingTest, AStoreThatStaysTooLargeIsToldOfOnce) {
-  StoreOptions limited = options();
-  limited.limits.max_bytes = 4 << 10;
-  EventDataLogging store(limited, clock());
-  for (int i = 0; i < 300; ++i)
-    ASSERT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::to_wstring(i))), 0);
-  EXPECT_EQ(log_.Count(L"the store stays larger than its limit of 4096 bytes"), 1u);
 }
 
 TEST_F(EventDataLoggingTest, SizeStaysBoundedAndContextsLiveAsLongAsTheirEvents) {

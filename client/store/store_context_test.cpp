@@ -203,7 +203,9 @@ TEST_F(OldStoreTest, LosesItsReferencesToRetentionOnlyWithWhatNamesThem) {
   // The items that name the placeholders are the last ones of their kinds and stay; the others go with their contexts.
   StoreOptions limited = options();
   limited.limits.max_age_seconds = 3600;
-  ExecuteOutside("UPDATE record SET written = 1767225600 - 7200");
+  ExecuteOutside(
+      "UPDATE record SET written = 1767225600 - 7200;"
+      "INSERT INTO record SELECT 0, series, 0, written, 'no JSON' FROM record WHERE sequence = 1");
   { const EventDataLogging store(limited, clock()); }
   std::vector<std::int64_t> left;
   for (const StoredRecord& record : Stored())

@@ -23,9 +23,11 @@ struct Decoded {
   MemoryInfo info;
 };
 
-// Sizes, speeds and lengths of the usual kinds are compared with dmidecode's.
-TEST(MemoryInfo, DecodesUnusualSizes) {
+TEST(MemoryInfo, DecodesSizesOfEveryKind) {
   for (const auto& [device, text, total_kb] : {
+           std::tuple(DeviceSpec{.size = 512}, L"512MB", 512ull << 10),
+           std::tuple(DeviceSpec{.size = 0x7FFE, .extended_size = 9}, L"32766MB", 32766ull << 10),
+           std::tuple(DeviceSpec{.size = 0xFFFE}, L"32766KB", 32766ull),
            std::tuple(DeviceSpec{.size = 0x8400}, L"1024KB", 1024ull),
            std::tuple(DeviceSpec{.size = 0x7FFF, .extended_size = 0x80000000 | 131072}, L"131072MB", 131072ull << 10),
            std::tuple(DeviceSpec{.size = 0x7FFF, .length = 0x1C}, L"32767MB", 32767ull << 10),  // Has no extended size.
@@ -37,6 +39,25 @@ TEST(MemoryInfo, DecodesUnusualSizes) {
     EXPECT_EQ(decoded.info.total_physical_kb(), total_kb);
   }
   EXPECT_TRUE(Decoded(Table().Add(MemoryArray()).Add(MemoryDevice({.length = 0x0D}))).info.slots().empty());
+}
+
+// What a device of each published length has, by the versions 2.1, 2.3, 2.6, 2.7 and 3.2 of the standard.
+TEST(MemoryInfo, ReadsWhatTheLengthHolds) {
+  for (const auto& [length, texts] : {std::pair(0x15, L"BANK 0||DDR4||"),
+                                      {0x1B, L"BANK 0|Contoso|DDR4|2667MHz|"},
+                                      {0x1C, L"BANK 0|Contoso|DDR4|2667MHz|"},
+                                      {0x21, L"BANK 0|Contoso|DDR4|2667MHz|"},
+                                      {0x22, L"BANK 0|Contoso|DDR4|2667MHz|2400MHz"},
+                                      {0x54, L"BANK 0|Contoso|DDR4|2667MHz|2400MHz"}}) {
+    const Decoded decoded(
+        Table().Add(MemoryArray({.length = 0x0F})).Add(MemoryDevice({.length = static_cast<std::uint8_t>(length)})));
+    const MemorySlot& slot = decoded.info.slots().at(0);
+    std::wstring all;
+    for (const std::wstring_view text : {slot.bank_label, slot.manufacturer, slot.type, slot.speed, slot.clock_speed})
+      all.append(all.empty() ? L"" : L"|").append(text);
+    EXPECT_EQ(all, texts) << length;
+    EXPECT_EQ(decoded.info.maximum_physical_kb(), 32u << 20);
+  }
 }
 
 TEST(MemoryInfo, ReadsAnExtendedSpeed) {
@@ -90,23 +111,22 @@ TEST(MemoryInfo, DecodesATableOfArraysInTimeProportionalToItsSize) {
   EXPECT_EQ(Decoded(table).info.slots().size(), 60000u);
 }
 
-TEST(MemoryInfo, CodesBeyondTheTablesReadUnknown) {
-  std::wstring text;
-  for (const auto& [code, expected] : {std::pair(0, L"Unknown"),
-                                       {1, L"Other"},
-                                       {2, L"Unknown"},
-                                       {23, L"Reserved"},
-                                       {24, L"DDR3"},
-                                       {30, L"LPDDR4"},
-                                       {31, L"Unknown"},
-                                       {255, L"Unknown"}}) {
-    MemoryInfo::GetMemoryType(static_cast<unsigned char>(code), text);
-    EXPECT_EQ(text, expected) << code;
-  }
-  for (const auto& [code, expected] : {std::pair(2, L"Unknown"), {4, L"Parity"}, {7, L"CRC"}, {8, L"Unknown"}}) {
-    MemoryInfo::GetMemoryErrorCorrection(static_cast<unsigned char>(code), text);
-    EXPECT_EQ(text, expected) << code;
-  }
+TEST(MemoryInfo, CodesReadAsTheStandardNamesThem) {
+  const auto names = [](auto name_of, int codes) {
+    std::wstring all;
+    std::wstring text;
+    for (int code = 0; code < codes; ++code) {
+      name_of(static_cast<unsigned char>(code), text);
+      all += text + L' ';
+    }
+    return all;
+  };
+  EXPECT_EQ(
+      names(MemoryInfo::GetMemoryType, 33),
+      L"Unknown Other Unknown DRAM EDRAM VRAM SRAM RAM ROM FLASH EEPROM FEPROM EPROM CDRAM 3DRAM SDRAM SGRAM RDRAM "
+      L"DDR DDR2 DDR2 FB-DIMM Reserved Reserved Reserved DDR3 FBD2 DDR4 LPDDR LPDDR2 LPDDR3 LPDDR4 Unknown Unknown ");
+  EXPECT_EQ(names(MemoryInfo::GetMemoryErrorCorrection, 9),
+            L"Unknown Other Unknown None Parity Single-bit ECC Multi-bit ECC CRC Unknown ");
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <optional>
 
-#include "platform/files.h"
 #include "tests/e2e/service_under_test.h"
 
 namespace {
@@ -40,21 +39,6 @@ TEST_F(PolicyChange, ScopeStopsAndStartsTheMonitorHoweverTheFileIsWritten) {
     ASSERT_TRUE(WaitForStart(round));
   }
   EXPECT_EQ(CountLines(service_->Lines(), "DeviceInit"), 1u) << "a monitor that comes back is no new device";
-}
-
-TEST_F(PolicyChange, ToolPutsAPolicyInForceAndRefusesABrokenOne) {
-  const TempFolder offered;
-  const auto apply = [&](const std::string& policy) {
-    const std::filesystem::path file = offered.path() / "offered.json";
-    std::ofstream(file, std::ios::binary) << policy;
-    ChildProcess tool(ProgramBeside("tvkctl"), {"policy", "apply", platform::PathToUtf8(file), "--policy",
-                                                platform::PathToUtf8(folder_.policy())});
-    return tool.WaitForEnd(kPatience);
-  };
-  EXPECT_EQ(apply(R"({"telemetryScope": "sometimes", "datasets": []})"), 2);
-  EXPECT_EQ(apply(CpuPolicy("none")), 0);
-  EXPECT_TRUE(WaitForStop());
-  EXPECT_EQ(folder_.CountInLog("ConfigPolicyAgent.log", "accepted = 0"), 0u) << "the service never saw the broken one";
 }
 
 TEST_F(PolicyChange, BrokenFileLeavesThePolicyInForceUntilItIsMended) {
