@@ -8,6 +8,7 @@
 #include "platform/linux/power_supply_text.h"
 #include "platform/linux/proc_text.h"
 #include "platform/linux/system_text.h"
+#include "platform/linux/user_sessions.h"
 
 namespace {
 
@@ -40,6 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(locale.tag.size() <= 7 && locale.territory.size() <= 3);
   }
   DecodeSession(text);
+  CompareUserSessions(DecodeUserSessions(text.substr(0, size / 2), text.substr(size / 2)),
+                      DecodeUserSessions(text, "tty2\n"));
   const PowerStatus power =
       SumUpPower({DecodePowerSupply(text, "Battery"), DecodePowerSupply(text.substr(size / 2), "Battery"),
                   DecodePowerSupply(text, text.substr(0, 8))});

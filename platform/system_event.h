@@ -32,7 +32,7 @@ enum class SessionChangeKind {
 
 struct SessionChange {
   SessionChangeKind kind = SessionChangeKind::kLogon;
-  std::uint32_t session = 0;  ///< The system's number of the session.
+  std::uint32_t session = 0;  ///< The system's number of the session; on Linux the process id of its leader.
   bool operator==(const SessionChange&) const = default;
 };
 

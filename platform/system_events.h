@@ -41,7 +41,7 @@ class SystemEvents {
   /// happens. `runtime` and the machine must outlive the source.
   ///
   /// Windows has no source of its own: its events come to the service's control handler (service_control_event.h).
-  /// Linux tells no sessions; a recorded machine tells nothing.
+  /// A recorded machine tells nothing.
   virtual SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) = 0;
 };
 

@@ -1,6 +1,8 @@
 #include "platform/linux/kernel_notices.h"
 
+#include <fcntl.h>
 #include <libudev.h>
+#include <sys/inotify.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include <limits>
 #include <system_error>
 
+#include "platform/linux/read_file.h"
 #include "platform/linux/unique_fd.h"
 
 namespace platform {
@@ -51,6 +54,10 @@ class LinuxKernelNotices final : public KernelNotices {
     clock_ = UniqueFd(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC));
     if (!clock_ || !Arm()) return Problem("watching the clock");
     asleep_ = TimeAsleep();
+    logins_ = UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    // Where nothing registers logins there are none to tell.
+    if (logins_ && ::inotify_add_watch(logins_.get(), kLogins, IN_MODIFY | IN_CLOSE_WRITE) < 0) logins_ = UniqueFd();
+    console_ = UniqueFd(::open(kConsole, O_RDONLY | O_CLOEXEC));
     return {};
   }
 
@@ -74,13 +81,31 @@ class LinuxKernelNotices final : public KernelNotices {
     return slept;
   }
 
+  int login_fd() const override { return logins_.get(); }
+  int console_fd() const override { return console_.get(); }
+
+  UserSessions TakeSessions() override {
+    constexpr std::size_t kLongest = 1u << 20;
+    char notices[4096];
+    while (logins_ && ::read(logins_.get(), notices, sizeof notices) > 0) {
+    }
+    char terminal[64];
+    const ssize_t length = console_ ? ::pread(console_.get(), terminal, sizeof terminal, 0) : 0;
+    int error = 0;
+    const std::string logins = logins_ ? ReadFileBytes(kLogins, kLongest, error).value_or("") : "";
+    return DecodeUserSessions(logins, {terminal, static_cast<std::size_t>(length > 0 ? length : 0)});
+  }
+
  private:
+  static constexpr char kLogins[] = "/run/utmp";
+  static constexpr char kConsole[] = "/sys/class/tty/tty0/active";
+
   static std::string Problem(const std::string& what) { return what + ": " + std::generic_category().message(errno); }
 
   bool OpenMonitor() {
     udev_ = UdevPointer<udev>(::udev_new());
     if (!udev_) return false;
-    monitor_ = UdevPointer<udev_monitor>(::udev_monitor_new_from_netlink(udev_.get(), "udev"));
+    monitor_ = UdevPointer<udev_monitor>(::udev_monitor_new_from_netlink(udev_.get(), "kernel"));
     return monitor_ &&
            ::udev_monitor_filter_add_match_subsystem_devtype(monitor_.get(), "power_supply", nullptr) >= 0 &&
            ::udev_monitor_enable_receiving(monitor_.get()) >= 0;
@@ -99,6 +124,8 @@ class LinuxKernelNotices final : public KernelNotices {
   UdevPointer<udev_monitor> monitor_;
   UniqueFd clock_;
   nanoseconds asleep_{};  ///< At the last notice.
+  UniqueFd logins_;       ///< An inotify instance.
+  UniqueFd console_;
 };
 
 }  // namespace

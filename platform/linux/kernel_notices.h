@@ -1,12 +1,14 @@
-// The kernel's own notices of power supplies and of sleep.
+// The kernel's own notices of power supplies, of sleep and of logins.
 #pragma once
 
 #include <memory>
 #include <string>
 
+#include "platform/linux/user_sessions.h"
+
 namespace platform {
 
-/// Two descriptors that become readable when there is news, and what to do then. One thread at a time.
+/// Descriptors that become readable when there is news, and what to do then. One thread at a time.
 class KernelNotices {
  public:
   KernelNotices() = default;
@@ -22,14 +24,21 @@ class KernelNotices {
   /// slept since the last one.
   virtual int clock_fd() const = 0;
   virtual bool TakeClock() = 0;
+
+  /// Readable: somebody logged on or off. Has an urgent condition (POLLPRI): another console is shown. Below 0 where
+  /// the system has no such thing. TakeSessions takes both notices and tells the present sessions.
+  virtual int login_fd() const = 0;
+  virtual int console_fd() const = 0;
+  virtual UserSessions TakeSessions() = 0;
 };
 
 /// Null when the system refuses; `problem` then says what.
 ///
-/// Power supplies: udev's messages about them, which the kernel filters before anybody is woken. Sleep: a timer on the
-/// wall clock that the kernel cancels when that clock jumps (TFD_TIMER_CANCEL_ON_SET, timerfd_create(2)). It jumps
-/// against the monotonic clock at each resume as it does when it is set; what CLOCK_BOOTTIME counted and
-/// CLOCK_MONOTONIC did not tells the two apart. Sleep of less than 100 ms does not count.
+/// Power supplies: the kernel's messages about them, which it filters before anybody is woken. Logins: changes of
+/// /run/utmp (utmp(5)), and /sys/class/tty/tty0/active (the kernel's ABI document sysfs-tty says that it can be
+/// polled). Sleep: a timer on the wall clock that the kernel cancels when that clock jumps (TFD_TIMER_CANCEL_ON_SET,
+/// timerfd_create(2)). It jumps against the monotonic clock at each resume as it does when it is set; what
+/// CLOCK_BOOTTIME counted and CLOCK_MONOTONIC did not tells the two apart. Sleep of less than 100 ms does not count.
 std::unique_ptr<KernelNotices> OpenKernelNotices(std::string& problem);
 
 }  // namespace platform

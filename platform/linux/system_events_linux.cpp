@@ -27,6 +27,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
         stop_(::eventfd(0, EFD_CLOEXEC)) {
     if (!stop_) throw std::system_error(errno, std::generic_category(), "eventfd");
     known_ = power_.ReadStatus();
+    sessions_ = notices_->TakeSessions();
     thread_ = runtime_.StartThread("system-events", [this] { Run(); });
   }
 
@@ -42,7 +43,11 @@ class LinuxSystemEventSource final : public SystemEventSource {
  private:
   void Run() {
     constexpr int kForEver = -1;
-    pollfd waited[] = {{stop_.get(), POLLIN, 0}, {notices_->clock_fd(), POLLIN, 0}, {notices_->power_fd(), POLLIN, 0}};
+    pollfd waited[] = {{stop_.get(), POLLIN, 0},
+                       {notices_->clock_fd(), POLLIN, 0},
+                       {notices_->power_fd(), POLLIN, 0},
+                       {notices_->login_fd(), POLLIN, 0},
+                       {notices_->console_fd(), POLLPRI, 0}};
     for (;;) {
       if (::poll(waited, std::size(waited), kForEver) < 0) continue;  // only for a signal
       if (waited[0].revents != 0) return;
@@ -51,6 +56,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
         callback_(SleepChange::kResume);
       }
       if (waited[2].revents != 0) notices_->TakePower();
+      if (waited[3].revents != 0 || waited[4].revents != 0) TellSessions();
       // After a sleep too: what changed in it may be told by nobody.
       TellPower();
     }
@@ -65,12 +71,20 @@ class LinuxSystemEventSource final : public SystemEventSource {
     if (present.percent) known_.percent = present.percent;
   }
 
+  void TellSessions() {
+    const UserSessions before = std::exchange(sessions_, notices_->TakeSessions());
+    for (const SessionChange& change : CompareUserSessions(before, sessions_))
+      callback_(change);
+  }
+
   Runtime& runtime_;
   const std::unique_ptr<KernelNotices> notices_;
   Power& power_;
   const SystemEventCallback callback_;
   const UniqueFd stop_;  ///< An eventfd; readable: end.
-  PowerStatus known_;    ///< The thread's own once it runs.
+  // The thread's own once it runs.
+  PowerStatus known_;
+  UserSessions sessions_;
   std::thread thread_;
 };
 

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <utmpx.h>
 
 #include <atomic>
+#include <cstring>
 #include <mutex>
 
 #include "platform/linux/power_supply_text.h"
@@ -80,8 +82,19 @@ class ScriptedNotices final : public KernelNotices {
     return slept;
   }
 
+  int login_fd() const override { return login.get(); }
+  int console_fd() const override { return -1; }
+  UserSessions TakeSessions() override {
+    if (told) Take(login);
+    told = true;
+    return sessions;
+  }
+
   const UniqueFd power{::eventfd(0, EFD_CLOEXEC)};
   const UniqueFd clock{::eventfd(0, EFD_CLOEXEC)};
+  const UniqueFd login{::eventfd(0, EFD_CLOEXEC)};
+  UserSessions sessions;  ///< Set before the login is given.
+  bool told = false;      ///< The sessions of the start were.
   std::atomic<bool> slept = false;
 };
 
@@ -145,7 +158,44 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   Battery(5);
   ScriptedNotices::Give(notices.power);
   EXPECT_EQ(Until(BatteryPercent{5}), Events{BatteryPercent{5}}) << "supplies that went and came are no change";
+  notices.sessions.terminals[42] = "tty2";
+  ScriptedNotices::Give(notices.login);
+  EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, 42}),
+            (Events{SessionChange{SessionChangeKind::kLogon, 42}}));
   source = nullptr;
+}
+
+TEST(UserSessionsTest, LoginsAndTheConsoleAreCompared) {
+  const auto login = [](pid_t leader, const char* terminal, short type = USER_PROCESS) {
+    utmpx record{};
+    record.ut_type = type;
+    record.ut_pid = leader;
+    std::strncpy(record.ut_line, terminal, sizeof record.ut_line);
+    return std::string(reinterpret_cast<const char*>(&record), sizeof record);
+  };
+  using enum SessionChangeKind;
+  struct Row {
+    std::string logins;
+    const char* console;
+    std::vector<SessionChange> changes;  // since the row before
+  };
+  const Row rows[] = {
+      {login(7, "tty7", LOGIN_PROCESS) + login(0, "tty1"), "tty1\n", {}},
+      {login(42, "tty2") + login(43, "pts/0"), "tty1\n", {{kLogon, 42}, {kLogon, 43}}},
+      {login(42, "tty2") + login(43, "pts/0"), "tty2\n", {{kConsoleConnect, 42}}},
+      {login(42, "tty2") + login(50, "tty3"),
+       "tty3\n",
+       {{kLogoff, 43}, {kLogon, 50}, {kConsoleDisconnect, 42}, {kConsoleConnect, 50}}},
+      {login(42, "tty2") + "half a record", "", {{kLogoff, 50}, {kConsoleDisconnect, 50}}},
+      {"", "tty2\n", {{kLogoff, 42}}},
+  };
+  UserSessions before;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    const UserSessions after = DecodeUserSessions(row.logins, row.console);
+    EXPECT_EQ(CompareUserSessions(before, after), row.changes);
+    before = after;
+  }
 }
 
 TEST_F(SystemEventsLinuxTest, ThisComputerHasASourceAndARecordedOneHasNone) {
