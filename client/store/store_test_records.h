@@ -63,7 +63,8 @@ inline std::wstring ValueOf(const ItemEvent& event) {
 /// A folder for a store, a clock and the lines of its log.
 class StoreTest : public testing::Test {
  protected:
-  std::filesystem::path file() const { return folder_.path() / kStoreFileName; }
+  StoreTest() { std::filesystem::create_directory(folder_); }
+  std::filesystem::path file() const { return folder_ / kStoreFileName; }
   StoreOptions options() const {
     StoreOptions options;
     options.file = file();
@@ -106,13 +107,13 @@ class StoreTest : public testing::Test {
   }
   std::size_t FilesSetAside() const {
     std::size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
       files += entry.path().extension().string().starts_with(".corrupt-") && !entry.path().string().ends_with("-wal") &&
                !entry.path().string().ends_with("-shm");
     return files;
   }
   void EmptyFolder() {
-    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
       std::filesystem::remove(entry.path());
   }
 
@@ -134,7 +135,8 @@ class StoreTest : public testing::Test {
     ExecuteOutside("PRAGMA user_version = 2");  // makes the store's connections read the file again
   }
 
-  TempFolder folder_;
+  TempFolder temp_;
+  const std::filesystem::path folder_ = temp_.path() / "a %41#z~9";  ///< As no URI has it.
   LogCapture log_;
   platform::VirtualRuntime world_;
 };
