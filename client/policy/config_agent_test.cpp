@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "client/policy/policy_apply.h"
 #include "testing/log_capture.h"
 #include "testing/temp_folder.h"
 
@@ -97,6 +98,19 @@ TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
   EXPECT_TRUE(agent.LoadTvkPolicy().changed);
   ASSERT_TRUE(agent.GetTvkPolicy(policy));
   EXPECT_EQ(policy, TvkPolicy());
+}
+
+TEST_F(ConfigPolicyAgentTest, AnAppliedPolicyTakesThePlaceOfTheFileThatALinkStandsFor) {
+  EXPECT_FALSE(ApplyTelemetryPolicy(kBroken, files_.telemetry_policy).applied);
+  EXPECT_TRUE(ApplyTelemetryPolicy(kBasic, files_.telemetry_policy).applied);
+  EXPECT_EQ(Read(files_.telemetry_policy), kBasic);
+  const std::filesystem::path link = folder_.path() / "link.json";
+  std::error_code refused;  // on Windows only administrators make links
+  std::filesystem::create_symlink(files_.telemetry_policy, link, refused);
+  if (refused) return;
+  EXPECT_TRUE(ApplyTelemetryPolicy(kFull, link).applied);
+  EXPECT_EQ(Read(files_.telemetry_policy), kFull);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
 }
 
 }  // namespace

@@ -44,6 +44,8 @@ TEST(EligibilityFilterTest, VersionsAreComparedPartByPart) {
            Row{L"10.0.19045", L"", L"10", false},
            Row{L"10", L"10.0.0", L"10.0", true},
            Row{L"9", L"10", L"", false},
+           Row{L"9", L"9", L"9", true},
+           Row{L"0.9", L"0", L"1", true},
            Row{L"22.04.3 LTS", L"22.4", L"22.04.3", true},
            Row{L"1.99999999999999999999999", L"1.99999999999999999999998", L"", true},
            Row{L"", L"0", L"", false},

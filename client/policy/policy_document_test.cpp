@@ -78,6 +78,8 @@ TEST(PolicyDocumentTest, NamesEveryProblemWithItsPath) {
                "fatal telemetryScope: the key is missing\nfatal datasets: the key is missing\n"
                "error x: the key is unknown and has no effect\nerror y: the key is unknown and has no effect\n"},
            Row{start + "]}\n" + std::string("\0{}", 3), "fatal line 2, column 1: the text holds a NUL byte\n"},
+           Row{std::string(1 << 20, ' '), "fatal : the document is empty\n"},
+           Row{std::string((1 << 20) + 1, ' '), "fatal : the document is longer than 1048576 bytes\n"},
            Row{std::string(10 << 20, '['), "fatal : the document is longer than 1048576 bytes\n"},
            Row{"{}", "fatal telemetryScope: the key is missing\nfatal datasets: the key is missing\n"},
            Row{R"({"telemetryScope":"Full","datasets":{}})",

@@ -220,6 +220,7 @@ TEST_F(StoreFaultTest, ADamagedHeaderIsJudgedAndSaysSo) {
            Row{"a format of the tables", [&] { overwrite(47, "\x7F"); }, "unsupported file format", true},
            Row{"the magic text", [&] { overwrite(0, "\x7F"); }, "not a database", true},
            Row{"a lost table", [&] { ExecuteOutside("DROP TABLE record"); }, "no such table: record", true},
+           Row{"a page", [&] { overwrite(4096, "\x7F"); }, "Page 2", true},
            Row{"cut short", [&] { std::filesystem::resize_file(file(), 5000); }, "malformed", true},
            Row{"cut to nothing", [&] { std::filesystem::resize_file(file(), 0); }, "the file was empty", false},
            Row{"cut to nothing, with changes beside it",
@@ -247,13 +248,13 @@ TEST_F(StoreFaultTest, AStoreThatIsRemovedWhileItRunsIsBegunAnew) {
   EventDataLogging store(options(), clock());
   EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
   std::error_code refused;
-  std::filesystem::rename(file(), folder_.path() / "away.db", refused);
+  std::filesystem::rename(file(), folder_ / "away.db", refused);
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
   EXPECT_EQ(StoredTexts(), (std::vector{ToJson(MakeDeviceContext(L"D1")), ToJson(MakeItem(kCpu, L"I1", L"after"))}));
   EXPECT_NE(log_.Has(L"was removed or replaced"), static_cast<bool>(refused));
   if (refused) return;  // this system keeps a file that is open in its place
   Database away;
-  ASSERT_EQ(away.Open(folder_.path() / "away.db", SQLITE_OPEN_READWRITE), 0);
+  ASSERT_EQ(away.Open(folder_ / "away.db", SQLITE_OPEN_READWRITE), 0);
   std::int64_t records = 0;
   EXPECT_EQ(away.ReadNumber("SELECT count(*) FROM record", records), 0);
   EXPECT_EQ(records, 1) << "what was moved away lost what the log of changes held";

@@ -63,7 +63,8 @@ inline std::wstring ValueOf(const ItemEvent& event) {
 /// A folder for a store, a clock and the lines of its log.
 class StoreTest : public testing::Test {
  protected:
-  std::filesystem::path file() const { return folder_.path() / kStoreFileName; }
+  StoreTest() { std::filesystem::create_directory(folder_); }
+  std::filesystem::path file() const { return folder_ / kStoreFileName; }
   StoreOptions options() const {
     StoreOptions options;
     options.file = file();
@@ -90,29 +91,30 @@ class StoreTest : public testing::Test {
   // Records that name a context which no record of the file has, found without what the store keeps beside its JSON.
   std::int64_t CountDangling() {
     Database database;
-    std::int64_t dangling = -1;
     EXPECT_EQ(database.Open(file(), SQLITE_OPEN_READWRITE), 0);
-    EXPECT_EQ(
-        database.ReadNumber("SELECT count(*) FROM record r JOIN series s ON s.id = r.series, json_each('[1,2]') k"
-                            " WHERE s.kind < k.value AND json_valid(r.json)"
-                            " AND r.json ->> (iif(k.value = 1, 'dataset', 'device') || '_context_id') <> ''"
-                            " AND r.json ->> (iif(k.value = 1, 'dataset', 'device') || '_context_id') NOT IN"
-                            " (SELECT ifnull(c.json ->> (iif(k.value = 1, 'dataset', 'device') || '_context_id'), '')"
-                            "  FROM record c JOIN series t ON t.id = c.series"
-                            "  WHERE t.kind = k.value AND json_valid(c.json))",
-                            dangling),
-        0);
-    return dangling;
+    std::int64_t all = 0;
+    for (const auto& [kind, id] : {std::pair("1", "'dataset_context_id'"), {"2", "'device_context_id'"}}) {
+      const auto field = [id = id](std::string of) { return of + ".json ->> " + id; };
+      const std::string sql = "SELECT count(*) FROM record r JOIN series s ON s.id = r.series WHERE s.kind < " +
+                              std::string(kind) + " AND json_valid(r.json) AND " + field("r") + " <> '' AND " +
+                              field("r") + " NOT IN (SELECT ifnull(" + field("c") +
+                              ", '') FROM record c JOIN series t ON t.id = c.series WHERE t.kind = " + kind +
+                              " AND json_valid(c.json))";
+      std::int64_t dangling = -1;
+      EXPECT_EQ(database.ReadNumber(sql.c_str(), dangling), 0);
+      all += dangling;
+    }
+    return all;
   }
   std::size_t FilesSetAside() const {
     std::size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
       files += entry.path().extension().string().starts_with(".corrupt-") && !entry.path().string().ends_with("-wal") &&
                !entry.path().string().ends_with("-shm");
     return files;
   }
   void EmptyFolder() {
-    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
       std::filesystem::remove(entry.path());
   }
 
@@ -134,7 +136,8 @@ class StoreTest : public testing::Test {
     ExecuteOutside("PRAGMA user_version = 2");  // makes the store's connections read the file again
   }
 
-  TempFolder folder_;
+  TempFolder temp_;
+  const std::filesystem::path folder_ = temp_.path() / "a %41#z~9";  ///< As no URI has it.
   LogCapture log_;
   platform::VirtualRuntime world_;
 };
