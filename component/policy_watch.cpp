@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/log/guarded_thread.h"
 #include "platform/files.h"
 
 std::string ProblemLine(const std::filesystem::path& file, const PolicyProblem& problem) {
@@ -27,7 +28,7 @@ PolicyWatch::~PolicyWatch() {
 }
 
 std::string PolicyWatch::Start() {
-  thread_ = runtime_.StartThread("tvk-policy", [this] { Run(); });
+  thread_ = TVK::StartGuardedThread(runtime_, log_, "tvk-policy", [this] { Run(); });
   std::string problem;
   watcher_ = platform::FileWatcher::Watch(
       runtime_, {files_.telemetry_policy, files_.tvk_policy}, [this] { told_->Set(); }, &problem);
@@ -38,7 +39,10 @@ void PolicyWatch::Run() {
   platform::Waitable* const objects[] = {stop_.get(), told_.get()};
   while (runtime_.WaitAny(objects, platform::kForever) == 1) {
     WaitForQuiet();
-    Load();
+    if (TVK::CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
+    // What changed, perhaps a consent withdrawn, is not to be missed.
+    runtime_.Wait(*stop_, kRetry);
+    told_->Set();
   }
 }
 

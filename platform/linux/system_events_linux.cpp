@@ -43,16 +43,24 @@ class LinuxSystemEventSource final : public SystemEventSource {
   void Run() {
     constexpr int kForEver = -1;
     pollfd waited[] = {{stop_.get(), POLLIN, 0}, {notices_->clock_fd(), POLLIN, 0}, {notices_->power_fd(), POLLIN, 0}};
+    constexpr int kRetryMs = 1000;
+    bool failed = false;
     for (;;) {
-      if (::poll(waited, std::size(waited), kForEver) < 0) continue;  // only for a signal
+      if (::poll(waited, std::size(waited), failed ? kRetryMs : kForEver) < 0) continue;  // only for a signal
       if (waited[0].revents != 0) return;
-      if (waited[1].revents != 0 && notices_->TakeClock()) {
-        callback_(SleepChange::kSuspend);
-        callback_(SleepChange::kResume);
+      failed = true;
+      try {
+        if (waited[1].revents != 0 && notices_->TakeClock()) {
+          callback_(SleepChange::kSuspend);
+          callback_(SleepChange::kResume);
+        }
+        if (waited[2].revents != 0) notices_->TakePower();
+        // After a sleep too: what changed in it may be told by nobody.
+        TellPower();
+        failed = false;
+      } catch (...) {
+        // Without memory the power cannot be read. It is read again, so that nothing is missed and nobody to be told.
       }
-      if (waited[2].revents != 0) notices_->TakePower();
-      // After a sleep too: what changed in it may be told by nobody.
-      TellPower();
     }
   }
 
