@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/log/guarded_thread.h"
 #include "platform/files.h"
 
 std::string ProblemLine(const std::filesystem::path& file, const PolicyProblem& problem) {
@@ -27,7 +28,7 @@ PolicyWatch::~PolicyWatch() {
 }
 
 std::string PolicyWatch::Start() {
-  thread_ = runtime_.StartThread("tvk-policy", [this] { Run(); });
+  thread_ = TVK::StartGuardedThread(runtime_, log_, "tvk-policy", [this] { Run(); });
   std::string problem;
   watcher_ = platform::FileWatcher::Watch(
       runtime_, {files_.telemetry_policy, files_.tvk_policy}, [this] { told_->Set(); }, &problem);
@@ -38,7 +39,10 @@ void PolicyWatch::Run() {
   platform::Waitable* const objects[] = {stop_.get(), told_.get()};
   while (runtime_.WaitAny(objects, platform::kForever) == 1) {
     WaitForQuiet();
-    Load();
+    if (TVK::CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
+    // What changed, perhaps a consent withdrawn, is not to be missed.
+    runtime_.Wait(*stop_, kRetry);
+    told_->Set();
   }
 }
 
@@ -52,10 +56,13 @@ void PolicyWatch::WaitForQuiet() {
 void PolicyWatch::Remark(const std::filesystem::path& file, const PolicyLoad& load, bool& refused) const {
   const bool mended = std::exchange(refused, !load.accepted) && load.accepted;
   if (!remarks_ || (load.accepted && !load.changed && !mended)) return;
-  for (const PolicyProblem& problem : load.problems)
-    remarks_(ProblemLine(file, problem));
-  remarks_(platform::PathToUtf8(file) + ": " +
-           (load.accepted ? "is in force now" : "cannot be used; the policy before it stays in force"));
+  // Whoever listens is not to keep the news from those that follow the policy.
+  TVK::CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
+    for (const PolicyProblem& problem : load.problems)
+      remarks_(ProblemLine(file, problem));
+    remarks_(platform::PathToUtf8(file) + ": " +
+             (load.accepted ? "is in force now" : "cannot be used; the policy before it stays in force"));
+  });
 }
 
 void PolicyWatch::Load() {

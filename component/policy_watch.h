@@ -24,6 +24,8 @@ class PolicyWatch {
   /// How long nothing must have been told before the files are read, and how long that may be put off.
   static constexpr std::chrono::milliseconds kQuiet{50};
   static constexpr std::chrono::milliseconds kLongest{500};
+  /// How long after a reading that failed by an exception the files are read again.
+  static constexpr std::chrono::seconds kRetry{10};
 
   /// The two files that `agent` reads.
   struct Files {

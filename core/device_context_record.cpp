@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "client/log/guarded_thread.h"
 #include "client/records/record_fields.h"
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
-#include "core/guarded_call.h"
 #include "platform/region.h"
 
 namespace {
@@ -23,7 +23,7 @@ DeviceContextRecord::DeviceContextRecord(const ManagerServices& services, const 
     : services_(services), log_(log), identity_(identity), notifier_(notifier), display_(display) {}
 
 bool DeviceContextRecord::NewDeviceContextData(DeviceContext& context) const {
-  return GuardedCall(log_, L"EventManager::NewDeviceContextData", [&] { Fill(context); });
+  return TVK::CallLogged(log_, L"EventManager::NewDeviceContextData", [&] { Fill(context); });
 }
 
 void DeviceContextRecord::Fill(DeviceContext& context) const {

@@ -5,11 +5,11 @@
 #include <string>
 
 #include "client/log/log.h"
-#include "tvk/records.h"
 #include "core/display_process.h"
 #include "core/identity_values.h"
 #include "core/manager_services.h"
 #include "core/notifier.h"
+#include "tvk/records.h"
 
 /// Any thread; one Log at a time (the control thread's, and then the handlers').
 class DeviceContextRecord {

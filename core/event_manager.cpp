@@ -4,7 +4,7 @@
 #include <atomic>
 #include <mutex>
 
-#include "core/guarded_call.h"
+#include "client/log/guarded_thread.h"
 #include "core/notifications.h"
 #include "core/reconciler.h"
 #include "platform/service_control_event.h"
@@ -75,8 +75,8 @@ std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() c
   std::unique_ptr<EventMonitorBase> made;
   const Dataset* const application = services.datasets.FindByRule(DatasetRule::kApplication);
   if (application != nullptr) {
-    GuardedCall(log, L"EventManager: " + std::wstring(application->row.name),
-                [&] { made = application->factory(monitor_services); });
+    TVK::CallLogged(log, L"EventManager: " + std::wstring(application->row.name),
+                    [&] { made = application->factory(monitor_services); });
   }
   return made;
 }
@@ -84,11 +84,12 @@ std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() c
 void EventManager::Parts::ReadDeviceIds(TVK::DeviceIdAgent& agent) {
   constexpr unsigned long kGeneralFailure = 31;  // ERROR_GEN_FAILURE
   std::wstring id;
-  GuardedCall(log, L"EventManager::Initialize: GetDeviceID", [&] { agent.GetDeviceID(id); });
+  TVK::CallLogged(log, L"EventManager::Initialize: GetDeviceID", [&] { agent.GetDeviceID(id); });
   log.d(L"EventManager Initialize DeviceId is \"%s\"", id);
   std::wstring legacy_id;
   unsigned long error = kGeneralFailure;
-  GuardedCall(log, L"EventManager::Initialize: GetLegacyDeviceID", [&] { error = agent.GetLegacyDeviceID(legacy_id); });
+  TVK::CallLogged(log, L"EventManager::Initialize: GetLegacyDeviceID",
+                  [&] { error = agent.GetLegacyDeviceID(legacy_id); });
   log.d(L"EventManager Initialize Legacy DeviceId is \"%s\" error = %ld", legacy_id, error);
   identity.Set(&Values::device_id, id);
   identity.Set(&Values::legacy_device_id, legacy_id);
@@ -101,8 +102,8 @@ EventManager::~EventManager() = default;
 
 void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
   const std::lock_guard lock(parts_->manager_lock);
-  if (GuardedCall(parts_->log, L"EventManager::Initialize", [&] { InitializeLocked(agent); })) return;
-  GuardedCall(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
+  if (TVK::CallLogged(parts_->log, L"EventManager::Initialize", [&] { InitializeLocked(agent); })) return;
+  TVK::CallLogged(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
 }
 
 void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
@@ -145,7 +146,7 @@ void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
 
 void EventManager::InitAndStartEventMonitors() {
   constexpr wchar_t kThis[] = L"EventManager::InitAndStartEventMonitors";
-  GuardedCall(parts_->log, kThis, [&] {
+  TVK::CallLogged(parts_->log, kThis, [&] {
     parts_->log.d(L"%s: Entry", kThis);
     for (const MonitorList::Entry& entry : parts_->monitors.Listed()) {
       // A notification may have come first and brought a monitor that runs already.
@@ -160,7 +161,7 @@ void EventManager::InitAndStartEventMonitors() {
 unsigned long EventManager::OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                                    void* context) {
   constexpr wchar_t kThis[] = L"EventManager::OnServiceControlHandle";
-  GuardedCall(parts_->log, kThis, [&] {
+  TVK::CallLogged(parts_->log, kThis, [&] {
     parts_->monitors.CallEach(kThis, [&](EventMonitorBase& monitor) {
       monitor.OnServiceControlHandle(control, event_type, event_data, context);
     });
@@ -171,14 +172,14 @@ unsigned long EventManager::OnServiceControlHandle(unsigned long control, unsign
 
 void EventManager::OnSystemEvent(const platform::SystemEvent& event) {
   constexpr wchar_t kThis[] = L"EventManager::OnSystemEvent";
-  GuardedCall(parts_->log, kThis, [&] {
+  TVK::CallLogged(parts_->log, kThis, [&] {
     parts_->monitors.CallEach(kThis, [&](EventMonitorBase& monitor) { monitor.OnSystemEvent(event); });
   });
 }
 
 void EventManager::Stop() {
   const std::lock_guard lock(parts_->manager_lock);
-  GuardedCall(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
+  TVK::CallLogged(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
 }
 
 void EventManager::StopLocked() {
@@ -220,24 +221,24 @@ void EventManager::StopAndRemoveFromList(std::wstring dataset_id) {
 }
 
 void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, bool /*notify*/) {
-  GuardedCall(parts_->log, L"EventManager::LogDeviceContextData", [&] { parts_->device_context.Log(log_it, context); });
+  TVK::CallLogged(parts_->log, L"EventManager::LogDeviceContextData", [&] { parts_->device_context.Log(log_it, context); });
 }
 
 int EventManager::DecideTVKVer(std::wstring version) {
   int answer = 2;
-  GuardedCall(parts_->log, L"EventManager::DecideTVKVer",
-              [&] { answer = parts_->identity.DecideTVKVer(std::move(version)); });
+  TVK::CallLogged(parts_->log, L"EventManager::DecideTVKVer",
+                  [&] { answer = parts_->identity.DecideTVKVer(std::move(version)); });
   return answer;
 }
 
 void EventManager::OnTelemetryScopeChanges() {
-  GuardedCall(parts_->log, L"EventManager::OnTelemetryScopeChanges",
-              [&] { parts_->notifications.OnTelemetryScopeChanges(); });
+  TVK::CallLogged(parts_->log, L"EventManager::OnTelemetryScopeChanges",
+                  [&] { parts_->notifications.OnTelemetryScopeChanges(); });
 }
 
 void EventManager::OnDeviceContextChanges() {
-  GuardedCall(parts_->log, L"EventManager::OnDeviceContextChanges",
-              [&] { parts_->notifications.OnDeviceContextChanges(); });
+  TVK::CallLogged(parts_->log, L"EventManager::OnDeviceContextChanges",
+                  [&] { parts_->notifications.OnDeviceContextChanges(); });
 }
 
 std::vector<std::wstring> EventManager::get_eventmonitor_list() const {

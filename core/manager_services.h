@@ -1,8 +1,6 @@
 // Everything that the manager is given to work with.
 #pragma once
 
-#include <functional>
-
 #include "client/bus/publisher_subscriber.h"
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"

@@ -1,9 +1,9 @@
 #include "core/monitor_entry.h"
 
-#include <system_error>
 #include <utility>
 
-#include "core/guarded_call.h"
+#include "client/log/guarded_thread.h"
+#include "client/text/string.h"
 
 MonitorEntry::MonitorEntry(platform::Runtime& runtime, const TVK::Log& log, const Dataset& dataset,
                            const MonitorServices& services)
@@ -27,8 +27,9 @@ bool MonitorEntry::Start(const wchar_t* caller) {
   const std::lock_guard lock(mutex_);
   if (started_) return true;
   if (state_ != State::kListed) return false;
-  return started_ = GuardedCall(log_, std::wstring(caller) + L": " + std::wstring(row_.name),
-                                [&] { thread_ = runtime_.StartThread("tvk-monitor", [this] { RunMonitor(); }); });
+  return started_ = TVK::CallLogged(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] {
+           thread_ = TVK::StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
+         });
 }
 
 void MonitorEntry::RunMonitor() {
@@ -61,7 +62,7 @@ bool MonitorEntry::Join(std::thread thread) {
 }
 
 void MonitorEntry::CallLogged(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call) {
-  GuardedCall(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] { call(*monitor_); });
+  TVK::CallLogged(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] { call(*monitor_); });
 }
 
 void MonitorEntry::Call(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call) {

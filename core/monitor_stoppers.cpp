@@ -3,21 +3,21 @@
 #include <algorithm>
 #include <system_error>
 
-#include "core/guarded_call.h"
+#include "client/log/guarded_thread.h"
 
 void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<void()>& stop,
                           const std::function<void()>& ended_late) {
-  const auto guarded_stop = [this, stop] { GuardedCall(log_, L"EventManager::StopAndRemoveFromList", stop); };
+  const auto guarded_stop = [this, stop] { TVK::CallLogged(log_, L"EventManager::StopAndRemoveFromList", stop); };
   try {
     Stopper stopper{std::wstring(dataset_name),
                     runtime_.MakeEvent(platform::EventReset::kManual),
                     std::make_shared<std::atomic<bool>>(false),
                     {}};
-    stopper.thread =
-        runtime_.StartThread("tvk-stop", [this, guarded_stop, ended_late, done = stopper.done, late = stopper.late] {
+    stopper.thread = TVK::StartGuardedThread(
+        runtime_, log_, "tvk-stop", [this, guarded_stop, ended_late, done = stopper.done, late = stopper.late] {
           guarded_stop();
           done->Set();
-          if (*late) GuardedCall(log_, L"EventManager::StopDisabledDatasets", ended_late);
+          if (*late) TVK::CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
         });
     stoppers_.push_back(std::move(stopper));
   } catch (const std::system_error&) {

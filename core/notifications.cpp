@@ -2,8 +2,8 @@
 
 #include <system_error>
 
+#include "client/log/guarded_thread.h"
 #include "client/text/string.h"
-#include "core/guarded_call.h"
 
 Notifications::Notifications(const ManagerParts& parts, Reconciler& reconciler,
                              std::function<void()> log_device_context, EventMonitorBase* application_events)
@@ -14,7 +14,8 @@ Notifications::Notifications(const ManagerParts& parts, Reconciler& reconciler,
 
 void Notifications::Start() {
   try {
-    thread_ = parts_.services.runtime.StartThread("tvk-notify", [this] { NotificationProcessorThread(); });
+    thread_ = TVK::StartGuardedThread(parts_.services.runtime, parts_.log, "tvk-notify",
+                                      [this] { NotificationProcessorThread(); });
   } catch (const std::system_error&) {
     parts_.log.e(L"EventManager Initialize _thread_telemetry failed!");
   }
@@ -187,7 +188,7 @@ void Notifications::OnDeviceContextChanges() {
   parts_.log.d(L"%s Entry", kThis);
   const bool new_device = parts_.device_context.TakeDevicePathChange();
   const auto tell = [&](EventMonitorBase& monitor) { monitor.OnDeviceContextChanges(new_device); };
-  if (application_events_ != nullptr) GuardedCall(parts_.log, kThis, [&] { tell(*application_events_); });
+  if (application_events_ != nullptr) TVK::CallLogged(parts_.log, kThis, [&] { tell(*application_events_); });
   if (parts_.policy.Read() == nullptr) {
     parts_.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
   } else {

@@ -4,7 +4,6 @@
 #include <array>
 #include <memory>
 #include <mutex>
-#include <string>
 
 #include "client/log/log.h"
 #include "platform/runtime.h"

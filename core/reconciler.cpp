@@ -3,7 +3,7 @@
 #include <map>
 #include <system_error>
 
-#include "core/guarded_call.h"
+#include "client/log/guarded_thread.h"
 
 Reconciler::Reconciler(const ManagerParts& parts, ById run, ById stop)
     : parts_(parts), run_(std::move(run)), stop_(std::move(stop)), stoppers_(parts.services.runtime, parts.log) {}
@@ -86,9 +86,9 @@ void Reconciler::RunAndAddToList(const std::wstring& dataset_id) {
     return true;
   };
   bool runs = false;
-  GuardedCall(parts_.log,
-              std::wstring(kThis) + L": " + (dataset == nullptr ? dataset_id : std::wstring(dataset->row.name)),
-              [&] { runs = run(); });
+  TVK::CallLogged(parts_.log,
+                  std::wstring(kThis) + L": " + (dataset == nullptr ? dataset_id : std::wstring(dataset->row.name)),
+                  [&] { runs = run(); });
   if (!runs) parts_.log.e(L"EventManager RunAndAddToList %s failed!", dataset_id);
 }
 

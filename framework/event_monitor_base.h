@@ -6,9 +6,9 @@
 #include <string>
 
 #include "client/log/log.h"
-#include "tvk/records.h"
 #include "framework/dataset_row.h"
 #include "framework/monitor_services.h"
+#include "tvk/records.h"
 #include "tvk/service_types.h"
 
 namespace platform {

@@ -18,8 +18,8 @@ class ManagerIdentity {
   virtual bool get_FirstInvocation() = 0;
   /// Whether the last device-initialisation event was written by another version of the client, or while the device
   /// belonged elsewhere. `version`: the id of the dataset that asks, whose own last event then counts; any other text:
-  /// the last event of any dataset. 0: by this version, for the device path in force. 1: by another version. 2: there is
-  /// none, or its device context is gone. 3: for another device path.
+  /// the last event of any dataset. 0: by this version, for the device path in force. 1: by another version. 2: there
+  /// is none, or its device context is gone. 3: for another device path.
   virtual int DecideTVKVer(std::wstring version) = 0;
   virtual bool get_NeedToLogDatasetContextOnChange() = 0;
 

@@ -55,7 +55,7 @@ void OneShotTimer::Run() {
     }
     due_.reset();
     lock.unlock();
-    TVK::CallLogged(log_, name_, callback_);
+    TVK::CallLogged(log_, TVK::String::UTF8ToUTF16(name_), callback_);
     lock.lock();
   }
   running_ = false;

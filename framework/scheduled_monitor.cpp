@@ -3,6 +3,7 @@
 #include <system_error>
 #include <utility>
 
+#include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -50,7 +51,7 @@ void ScheduledMonitor::StartThread(const std::string& name, std::function<void()
   const std::lock_guard lock(mutex_);
   if (stopping_) return;
   try {
-    threads_.push_back(services().runtime.StartThread(name, std::move(body)));
+    threads_.push_back(StartGuardedThread(services().runtime, log_, name, std::move(body)));
   } catch (const std::system_error& refusal) {
     if (failure.empty()) {
       log_.e(L"%s: the thread %s cannot be started: error %d", std::wstring(identity().row.log),

@@ -136,8 +136,8 @@ TEST_F(SecondTickTest, ExceptionsAreLoggedAndEndNothing) {
   });
   runtime_.AdvanceBy(2s);
   EXPECT_EQ(looks, 3);
-  EXPECT_EQ(logs_.Count(L"watcher: ended by an exception: no look"), 1u);
-  EXPECT_EQ(logs_.Count(L"watcher: ended by an exception: no work"), 1u);
+  EXPECT_EQ(logs_.Count(L"watcher failed: no look"), 1u);
+  EXPECT_EQ(logs_.Count(L"watcher failed: no work"), 1u);
 }
 
 }  // namespace

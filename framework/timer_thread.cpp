@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/log/guarded_thread.h"
+#include "client/text/string.h"
 
 using std::chrono::seconds;
 
@@ -43,7 +44,7 @@ void PeriodicThread::Run(Moment (platform::Clock::*now)() const, seconds period,
   const platform::Clock& clock = runtime_.clock();
   Moment due = (clock.*now)() + first_delay;
   while (runtime_.WaitUntil(*stop_, due) == platform::kWaitTimeout) {
-    TVK::CallLogged(log_, name_, callback_);
+    TVK::CallLogged(log_, TVK::String::UTF8ToUTF16(name_), callback_);
     const Moment after = (clock.*now)();
     due += period;
     if (due <= after) due += period * ((after - due) / period + 1);

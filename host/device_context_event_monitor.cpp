@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 #include "platform/region.h"
 
@@ -34,7 +35,7 @@ DeviceContextEventMonitor::~DeviceContextEventMonitor() {
 
 void DeviceContextEventMonitor::Start() {
   stop_requested_ = false;
-  worker_ = runtime_.StartThread("tvk-devcontext", [this] { Init(); });
+  worker_ = TVK::StartGuardedThread(runtime_, log_, "tvk-devcontext", [this] { Init(); });
   runtime_.Wait(*started_, platform::kForever);
 }
 
@@ -48,7 +49,7 @@ void DeviceContextEventMonitor::Stop() {
 }
 
 void DeviceContextEventMonitor::Init() {
-  InitEvent();
+  TVK::CallLogged(log_, L"DeviceContextEventMonitor::InitEvent", [this] { InitEvent(); });
   MonitorRegistryFields();
 }
 

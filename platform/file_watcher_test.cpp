@@ -85,6 +85,17 @@ TEST_F(FileWatcherTest, AfterItsEndNothingIsCalled) {
   EXPECT_NE(runtime_->Wait(*changed_, std::chrono::milliseconds(0)), 0u);
 }
 
+TEST_F(FileWatcherTest, AfterAnExceptionItIsDoneOnceMore) {
+  const std::filesystem::path file = folder_ / "policy.json";
+  watcher_ = FileWatcher::Watch(*runtime_, {file}, [&, calls = 0]() mutable {
+    if (++calls == 1) throw std::runtime_error("no luck");
+    changed_->Set();
+  });
+  ASSERT_TRUE(watcher_);
+  EXPECT_TRUE(ChangesOn([&] { std::filesystem::create_directory(file); }));
+  EXPECT_TRUE(ChangesOn([&] { std::filesystem::remove(file); }));
+}
+
 TEST_F(FileWatcherTest, UnusableListsAreRefusedWithWords) {
   for (const std::vector<std::filesystem::path>& files :
        {std::vector<std::filesystem::path>{}, {folder_ / ""}, std::vector<std::filesystem::path>(33, folder_ / "x")}) {

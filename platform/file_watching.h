@@ -45,6 +45,10 @@ std::optional<WatchPlace> FindWatchPlace(const std::filesystem::path& file, Atta
 /// How many files one watcher takes: Windows waits for 64 things at once, two for each file and the end.
 inline constexpr std::size_t kMostWatchedFiles = 31;
 
+/// After a round of the watcher's thread that an exception ended, which has no log to tell: what it did is done anew
+/// after this time, so that no change is missed.
+inline constexpr int kRetryMs = 1000;
+
 /// Makes `files` absolute. False when there are none or too many, or one names no file.
 template <class Paths>
 bool NormaliseWatchedFiles(Paths& files) {

@@ -9,8 +9,9 @@
 
 namespace platform {
 
-/// Callbacks of an InterruptWatcher. They run on a thread of the system's or the watcher's, must not throw and should
-/// only signal. An empty one is not called.
+/// Callbacks of an InterruptWatcher. They run on a thread of the system's or the watcher's and should only signal. What
+/// they throw is swallowed on Linux, and the next signal is another try; on Windows they must not throw. An empty one
+/// is not called.
 struct InterruptCallbacks {
   /// The process shall end. Called once, at the first of: Ctrl-C, Ctrl-Break, a closed console, the end of the session
   /// (Windows); SIGINT, SIGTERM, and SIGHUP when there is no `reload` or `ends_with_terminal` says so (Linux). Further

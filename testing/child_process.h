@@ -46,7 +46,7 @@ class SystemProcess {
 std::filesystem::path ProgramBeside(const std::string& name);
 
 /// A running program with what it writes. The calls belong to one thread. It does not outlive the object: the
-/// destructor kills it, and prints what it wrote when the test has failed. On Windows it also dies with the test;
+/// destructor kills it, and shows what it wrote when the test has failed. On Windows it also dies with the test;
 /// elsewhere give it a way to end by itself.
 class ChildProcess {
  public:

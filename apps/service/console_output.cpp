@@ -60,6 +60,15 @@ void ConsoleOutput::Put(std::FILE* stream, const std::string& text) {
 }
 
 void ConsoleOutput::WriteAll(State& state) {
+  try {
+    WriteUntilEnd(state);
+  } catch (...) {
+    // Nobody to tell: this is the way to the terminal. Whoever ends the process must not wait for it all the same.
+  }
+  state.written->Set();
+}
+
+void ConsoleOutput::WriteUntilEnd(State& state) {
   for (;;) {
     State::Text next{};
     bool ending = false;
@@ -78,12 +87,11 @@ void ConsoleOutput::WriteAll(State& state) {
     if (!next.text.empty()) {
       state.sink(next.stream, next.text);
     } else if (ending) {
-      break;
+      return;
     } else {
       state.runtime->Wait(*state.news, platform::kForever);
     }
   }
-  state.written->Set();
 }
 
 bool ConsoleOutput::Finish() {

@@ -21,7 +21,7 @@ class ConsoleOutput {
   static constexpr std::chrono::milliseconds kPatience{500};
 
   /// Writes a text to `stdout` or `stderr`. Runs on the thread of the object and may block for as long as it likes,
-  /// also beyond the object's life. Must not throw.
+  /// also beyond the object's life. When it throws, the thread ends, and what comes later is lost.
   using Sink = std::function<void(std::FILE* stream, const std::string& text)>;
 
   /// Throws std::system_error when the system gives no events. The thread starts with the first text.
@@ -48,6 +48,7 @@ class ConsoleOutput {
 
   static void WriteToStream(std::FILE* stream, const std::string& text);
   static void WriteAll(State& state);
+  static void WriteUntilEnd(State& state);
   void Put(std::FILE* stream, const std::string& text);
 
   const std::shared_ptr<State> state_;  ///< Shared with the thread, which may outlive the object.

@@ -49,4 +49,10 @@ TEST(ConsoleOutputTest, EndsInTheMiddleOfATextThatIsNotTaken) {
   EXPECT_EQ(terminal->runtime->Wait(*terminal->done, std::chrono::seconds(20)), 0u) << "it goes on without the object";
 }
 
+TEST(ConsoleOutputTest, AnExceptionDoesNotHoldUpTheEnd) {
+  ConsoleOutput output([](std::FILE*, const std::string&) { throw std::runtime_error("no terminal"); });
+  output.Show("lost\n");
+  EXPECT_TRUE(output.Finish());
+}
+
 }  // namespace

@@ -6,11 +6,13 @@
 #include <optional>
 #include <vector>
 
+#include "client/log/guarded_thread.h"
 #include "client/log/log.h"
 #include "client/text/guid.h"
-#include "client/text/string.h"
 
 namespace {
+
+constexpr std::chrono::seconds kRetry(1);
 
 struct Subscription {
   std::wstring id;
@@ -81,25 +83,37 @@ class TVKPublisherSubscriber::Impl {
 
   void Deliver() {
     for (;;) {
-      std::unique_lock lock(mutex_);
-      delivering_thread_ = std::this_thread::get_id();
-      if (ending_) return;
-      if (queue_.empty()) {
-        lock.unlock();
-        runtime_.Wait(*work_, platform::kForever);
-        continue;
+      bool idle = false;
+      {
+        const std::lock_guard lock(mutex_);
+        delivering_thread_ = std::this_thread::get_id();
+        if (ending_) return;
+        idle = queue_.empty();
       }
-      const Delivery delivery = std::move(queue_.front());
-      queue_.pop_front();
-      const std::vector<SubscriptionPtr> receivers =
-          delivery.only != nullptr ? std::vector{delivery.only} : subscriptions_;
-      lock.unlock();
-      for (const SubscriptionPtr& receiver : receivers)
-        Call(receiver, delivery.data);
+      if (idle) {
+        runtime_.Wait(*work_, platform::kForever);
+      } else if (!TVK::CallLogged(log_, L"TVKPublisherSubscriber: delivery", [this] { DeliverFirst(); })) {
+        // It stays in the queue when it was not taken out: a change of consent must not be lost for want of memory.
+        runtime_.Wait(*work_, kRetry);
+      }
     }
   }
 
-  void Call(const SubscriptionPtr& receiver, TVKNotificationData data) {
+  void DeliverFirst() {
+    std::unique_lock lock(mutex_);
+    const SubscriptionPtr only = queue_.front().only;
+    const std::vector<SubscriptionPtr> receivers = only != nullptr ? std::vector{only} : subscriptions_;
+    const TVKNotificationData data = std::move(queue_.front().data);
+    queue_.pop_front();
+    lock.unlock();
+    for (const SubscriptionPtr& receiver : receivers)
+      Call(receiver, data);
+  }
+
+  void Call(const SubscriptionPtr& receiver, const TVKNotificationData& published) {
+    const std::wstring name = L"subscriber " + receiver->id + L" on notification " +
+                              std::to_wstring(published.getTopicId()) + L" " +
+                              std::to_wstring(published.getEventState());
     {
       const std::lock_guard lock(mutex_);
       // Whoever unsubscribed since the receivers were listed must not be called any more.
@@ -107,14 +121,10 @@ class TVKPublisherSubscriber::Impl {
       called_ = receiver;
       delivered_->Reset();
     }
-    try {
+    TVK::CallLogged(log_, name, [&] {
+      TVKNotificationData data = published;
       receiver->callback(data);
-    } catch (const std::exception& failure) {
-      log_.e(L"subscriber %s failed on notification %d %d: %s", receiver->id, data.getTopicId(), data.getEventState(),
-             TVK::String::UTF8ToUTF16(failure.what()));
-    } catch (...) {
-      log_.e(L"subscriber %s failed on notification %d %d", receiver->id, data.getTopicId(), data.getEventState());
-    }
+    });
     const std::lock_guard lock(mutex_);
     called_ = nullptr;
     delivered_->Set();

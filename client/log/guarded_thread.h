@@ -1,4 +1,4 @@
-// The boundary of a thread: what its code throws ends in the log.
+// The boundary at which an exception becomes a line of a log: of a thread, or of a call into code that may throw.
 #pragma once
 
 #include <functional>
@@ -10,9 +10,9 @@
 
 namespace TVK {
 
-/// Calls `call`. An exception that leaves it is logged as "`name`: ended by an exception: " with its text (without it
-/// for one that is no std::exception) and goes no further. Any thread.
-void CallLogged(const Log& log, const std::string& name, const std::function<void()>& call);
+/// Calls `call`; false when it threw. That is then logged as "`name` failed: " with the exception's text ("unknown
+/// exception" for one that is no std::exception) and goes no further. Any thread.
+bool CallLogged(const Log& log, const std::wstring& name, const std::function<void()>& call);
 
 /// Runtime::StartThread, the one way to start a thread: `body` runs by CallLogged. `name` (UTF-8) is also the thread's.
 /// Throws std::system_error when the system gives no thread.

@@ -20,8 +20,8 @@ TEST(GuardedThreadTest, WhatABodyThrowsEndsInTheLogWithTheThreadAlone) {
     std::thread thread = StartGuardedThread(runtime, log, "tvk-test", body);
     runtime.Join(thread);
   }
-  EXPECT_EQ(logs.Lines(), (std::vector<std::wstring>{L"tvk-test: ended by an exception: no luck",
-                                                     L"tvk-test: ended by an exception"}));
+  EXPECT_EQ(logs.Lines(),
+            (std::vector<std::wstring>{L"tvk-test failed: no luck", L"tvk-test failed: unknown exception"}));
 }
 
 }  // namespace

@@ -46,15 +46,3 @@ class ConfigPolicyAgent final : public IConfigAgent {
   PolicySource<PolicyDocument> telemetry_policy_;
   PolicySource<TvkPolicyDocument> tvk_policy_;
 };
-
-/// Hands out the process's agent.
-class ConfigAgentFactory {
- public:
-  /// `agent` is not owned, may be null, and must outlive the factory's users.
-  explicit ConfigAgentFactory(IConfigAgent* agent) : agent_(agent) {}
-  /// Null when the process has none.
-  IConfigAgent* GetConfigAgent() const { return agent_; }
-
- private:
-  IConfigAgent* agent_;
-};

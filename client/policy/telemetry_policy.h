@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <list>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <new>
 
+#include "client/log/guarded_thread.h"
 #include "client/records/record_json.h"
 #include "client/store/commit_queue.h"
 #include "client/store/known_contexts.h"
@@ -216,7 +217,7 @@ class EventDataLogging::Impl {
       }
     } catch (const std::bad_alloc&) {
       FailUnwritten(records, SQLITE_NOMEM);
-    } catch (const std::exception&) {
+    } catch (...) {
       FailUnwritten(records, SQLITE_ERROR);
     }
     losses_.Report(records);
@@ -281,9 +282,12 @@ class EventDataLogging::Impl {
     }
     const std::lock_guard lock(listener_mutex_);
     if (!listener_) return;
-    for (const QueuedRecord* record : records) {
-      if (record->result == 0) listener_(record->row.kind, record->row.json);
-    }
+    // What the listener throws is its own affair: the records are on the disk, and their writers wait.
+    CallLogged(log_, L"a listener of records", [&] {
+      for (const QueuedRecord* record : records) {
+        if (record->result == 0) listener_(record->row.kind, record->row.json);
+      }
+    });
   }
 
   static void FailUnwritten(std::span<QueuedRecord* const> records, int code) {

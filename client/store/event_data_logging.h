@@ -15,8 +15,8 @@
 
 #include "client/log/log.h"
 #include "client/records/record_kind.h"
-#include "tvk/records.h"
 #include "platform/clock.h"
+#include "tvk/records.h"
 
 namespace TVK {
 
@@ -55,7 +55,8 @@ struct StoreOptions {
 };
 
 /// Is told of each record after it was committed, in commit order, on the thread that committed it. Must not block and
-/// must not call the store. `json` is the record as client/records/record_json.h writes it.
+/// must not call the store. What it throws is logged, and it is not told of the rest of that commit. `json` is the
+/// record as client/records/record_json.h writes it.
 using RecordListener = std::function<void(RecordKind kind, const std::string& json)>;
 
 /// Any thread may call every operation. "Last" means the one written last.

@@ -286,5 +286,13 @@ TEST_F(EventDataLoggingTest, SizeStaysBoundedAndContextsLiveAsLongAsTheirEvents)
   EXPECT_LT(Stored().size() - items, 550u) << "contexts that nothing refers to go, too";
 }
 
+TEST_F(EventDataLoggingTest, AListenerThatThrowsHoldsUpNoWriter) {
+  EventDataLogging store(options(), clock());
+  store.SetRecordListener([](RecordKind, const std::string&) { throw 7; });  // NOLINT(hicpp-exception-baseclass)
+  EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after", {}, L"D1")), 0);
+  EXPECT_EQ(Stored().size(), 2u);
+}
+
 }  // namespace
 }  // namespace TVK

@@ -38,12 +38,12 @@ struct ComponentResult {
 };
 
 /// Is told of each record after it was committed, as a line for a terminal (UTF-8, with its line feed). Called on the
-/// thread that wrote the record; must not block for long.
+/// thread that wrote the record; must not block for long. What it throws is logged.
 using RecordObserver = std::function<void(const std::string& line)>;
 
 /// Is told what became of a policy file that changed while the component runs: a line a problem, with the file and the
 /// path in the document, and a line when a policy came into force. UTF-8, without a line feed. Called on a thread of
-/// the component; must not block for long.
+/// the component; must not block for long. What it throws is logged.
 using RemarkObserver = std::function<void(const std::string& line)>;
 
 /// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy

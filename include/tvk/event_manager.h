@@ -26,7 +26,8 @@ struct SystemEvent;
 ///
 /// Threads. Initialize, InitAndStartEventMonitors and Stop belong to the service's control thread; Initialize and Stop
 /// exclude each other for their whole run. Everything else may be called by any thread at any time, but not from inside
-/// a monitor. No exception leaves an operation: what fails is logged in "EventManager.log".
+/// a monitor. No exception leaves an operation of a manager: what fails is logged in "EventManager.log"; GetInstance
+/// says what it throws.
 class TVK_EXPORT EventManager {
  public:
   /// Id of the device context's dataset.
@@ -34,7 +35,7 @@ class TVK_EXPORT EventManager {
 
   /// The process's manager, made at the first call with `handle`; later calls pass `handle` over. Owned by the library,
   /// and destroyed at the end of the process. Stop must come before that: a process that ends while monitors run is
-  /// aborted.
+  /// aborted. Throws std::exception when the system gives too little to make one; the next call tries again.
   static EventManager* GetInstance(SERVICE_STATUS_HANDLE handle);
   static EventManager* GetInstance();
 

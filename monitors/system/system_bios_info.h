@@ -3,8 +3,8 @@
 
 #include "client/identity/machine_information.h"
 #include "client/log/log.h"
-#include "tvk/records.h"
 #include "client/smbios/smbios_identity.h"
+#include "tvk/records.h"
 
 /// Plain value. A text is empty until it is set or collected, and where no source supplies it.
 class SystemBiosInfo {

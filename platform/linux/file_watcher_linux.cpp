@@ -112,14 +112,22 @@ class InotifyFileWatcher final : public FileWatcher {
 
   void Run() {
     pollfd waited[] = {{inotify_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}};
+    bool failed = false;
     for (;;) {
       constexpr int kNotAtAll = 0;
       constexpr int kForEver = -1;
-      if (::poll(waited, std::size(waited), settled_ ? kForEver : kNotAtAll) < 0) continue;  // only for a signal
+      const int patience = failed ? kRetryMs : settled_ ? kForEver : kNotAtAll;
+      const int ready = ::poll(failed ? &waited[1] : waited, failed ? 1 : std::size(waited), patience);
+      if (ready < 0) continue;  // only for a signal
       if (waited[1].revents != 0) return;
-      if (!ReadEvents() && settled_) continue;
-      PlaceWatches();  // before the callback reads the file
-      on_change_();
+      try {
+        if (!ReadEvents() && settled_ && !failed) continue;
+        PlaceWatches();  // before the callback reads the file
+        on_change_();
+        failed = false;
+      } catch (...) {
+        failed = true;
+      }
     }
   }
 

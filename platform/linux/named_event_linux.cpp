@@ -56,8 +56,8 @@ OpenedFifo OpenFifo(const std::filesystem::path& file) {
 
 /// 0 when some process holds the event of `file`; ENOENT when none does; another number when it cannot be told.
 int FindHolder(const std::filesystem::path& file) {
-  const UniqueFd probe(::open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
-  if (probe) return 0;
+  const UniqueFd writer(::open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+  if (writer) return 0;
   return errno == ENXIO ? ENOENT : errno;
 }
 

@@ -89,11 +89,15 @@ class SignalWatcher final : public InterruptWatcher {
       if (waited[1].revents != 0) return;
       signalfd_siginfo signal;
       if (::read(signals_.get(), &signal, sizeof signal) != sizeof signal) continue;
-      if (signal.ssi_signo == SIGHUP && callbacks_.reload && !TerminalEnded(signal)) {
-        callbacks_.reload();
-      } else if (!stopped_) {
-        stopped_ = true;
-        if (callbacks_.stop) callbacks_.stop();
+      try {
+        if (signal.ssi_signo == SIGHUP && callbacks_.reload && !TerminalEnded(signal)) {
+          callbacks_.reload();
+        } else if (!stopped_) {
+          if (callbacks_.stop) callbacks_.stop();
+          stopped_ = true;
+        }
+      } catch (...) {
+        // Whoever sent it sees that nothing happens: the next signal is another try.
       }
     }
   }

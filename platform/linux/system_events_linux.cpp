@@ -48,17 +48,25 @@ class LinuxSystemEventSource final : public SystemEventSource {
                        {notices_->power_fd(), POLLIN, 0},
                        {notices_->login_fd(), POLLIN, 0},
                        {notices_->console_fd(), POLLPRI, 0}};
+    constexpr int kRetryMs = 1000;
+    bool failed = false;
     for (;;) {
-      if (::poll(waited, std::size(waited), kForEver) < 0) continue;  // only for a signal
+      if (::poll(waited, std::size(waited), failed ? kRetryMs : kForEver) < 0) continue;  // only for a signal
       if (waited[0].revents != 0) return;
-      if (waited[1].revents != 0 && notices_->TakeClock()) {
-        callback_(SleepChange::kSuspend);
-        callback_(SleepChange::kResume);
+      failed = true;
+      try {
+        if (waited[1].revents != 0 && notices_->TakeClock()) {
+          callback_(SleepChange::kSuspend);
+          callback_(SleepChange::kResume);
+        }
+        if (waited[2].revents != 0) notices_->TakePower();
+        if (waited[3].revents != 0 || waited[4].revents != 0) TellSessions();
+        // After a sleep too: what changed in it may be told by nobody.
+        TellPower();
+        failed = false;
+      } catch (...) {
+        // Without memory nothing can be read. The power is read again, so that nothing is missed and nobody to be told.
       }
-      if (waited[2].revents != 0) notices_->TakePower();
-      if (waited[3].revents != 0 || waited[4].revents != 0) TellSessions();
-      // After a sleep too: what changed in it may be told by nobody.
-      TellPower();
     }
   }
 

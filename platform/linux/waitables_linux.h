@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <string_view>
 
 #include "platform/linux/unique_fd.h"

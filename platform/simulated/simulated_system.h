@@ -1,7 +1,6 @@
 // The operating system, its region and its settings, as a test scripts them.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <mutex>
 #include <set>

@@ -165,27 +165,52 @@ class DirectoryFileWatcher final : public FileWatcher {
   }
 
   void Run() {
-    for (;;) {
-      std::vector<HANDLE> waited{stop_.get()};
-      std::vector<Folders::iterator> order;
-      for (auto folder = folders_.begin(); folder != folders_.end(); ++folder) {
-        waited.push_back(folder->second->event());
-        order.push_back(folder);
+    for (bool ending = false; !ending;) {
+      try {
+        ending = !FollowOne();
+      } catch (...) {
+        ending = !StartAnew();
       }
-      const DWORD code = WaitForMultipleObjects(static_cast<DWORD>(waited.size()), waited.data(), FALSE, INFINITE);
-      if (code == WAIT_OBJECT_0 || code >= waited.size()) return;
-      const auto folder = order[code - 1];
-      const FolderWatch::News news = folder->second->Take();
-      const auto [path, changes] = folder->first;
-      const bool moved = news.matters && changes == kFolderNames;
-      for (const std::wstring& name : folder->second->names) {
-        if (moved) folders_.erase({path / name, kContent});
-      }
-      if (news.gone) folders_.erase(folder);
-      // On the way to a missing folder, a change may mean one more step; placed before the callback reads the file.
-      if (news.gone || moved || (news.matters && !complete_)) PlaceWatches();
-      if (news.matters) on_change_();
     }
+  }
+
+  // Waits for the next change and deals with it. False: to end.
+  bool FollowOne() {
+    std::vector<HANDLE> waited{stop_.get()};
+    std::vector<Folders::iterator> order;
+    for (auto folder = folders_.begin(); folder != folders_.end(); ++folder) {
+      waited.push_back(folder->second->event());
+      order.push_back(folder);
+    }
+    const DWORD code = WaitForMultipleObjects(static_cast<DWORD>(waited.size()), waited.data(), FALSE, INFINITE);
+    if (code == WAIT_OBJECT_0 || code >= waited.size()) return false;
+    const auto folder = order[code - 1];
+    const FolderWatch::News news = folder->second->Take();
+    const auto [path, changes] = folder->first;
+    const bool moved = news.matters && changes == kFolderNames;
+    for (const std::wstring& name : folder->second->names) {
+      if (moved) folders_.erase({path / name, kContent});
+    }
+    if (news.gone) folders_.erase(folder);
+    // On the way to a missing folder, a change may mean one more step; placed before the callback reads the file.
+    if (news.gone || moved || (news.matters && !complete_)) PlaceWatches();
+    if (news.matters) on_change_();
+    return true;
+  }
+
+  // After an exception, which may have left the folders half placed. False: to end.
+  bool StartAnew() {
+    folders_.clear();
+    while (WaitForSingleObject(stop_.get(), kRetryMs) == WAIT_TIMEOUT) {
+      try {
+        if (!PlaceWatches()) continue;
+        on_change_();
+        return true;
+      } catch (...) {
+        folders_.clear();
+      }
+    }
+    return false;
   }
 
   Runtime& runtime_;

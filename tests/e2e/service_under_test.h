@@ -4,7 +4,6 @@
 #include <atomic>
 #include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "client/store/record_reader.h"
