@@ -1,7 +1,5 @@
 #include "tvk/event_manager.h"
 
-#include <algorithm>
-
 #include "client/text/string.h"
 #include "core/manager_test.h"
 #include "core/monitor_entry.h"

@@ -1,6 +1,5 @@
 #include "core/monitor_entry.h"
 
-#include <system_error>
 #include <utility>
 
 #include "client/log/guarded_thread.h"

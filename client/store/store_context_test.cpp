@@ -2,7 +2,6 @@
 // older version comes by its references.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 
 #include "client/store/failing_disk.h"

@@ -2,7 +2,6 @@
 
 #include <sddl.h>
 
-#include <cstddef>
 #include <vector>
 
 #include "platform/windows/text.h"

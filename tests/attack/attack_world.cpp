@@ -6,10 +6,8 @@
 
 #include <algorithm>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <set>
-#include <sstream>
 
 #include "client/records/record_text.h"
 

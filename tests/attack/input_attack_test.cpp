@@ -2,7 +2,6 @@
 // nonsense.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <iostream>
 #include <random>
 
