@@ -127,11 +127,17 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   EXPECT_EQ(item.dataset_name() + item.dataset_id(), std::wstring(kRow.name) + std::wstring(kRow.id));
   EXPECT_EQ(item.device_context_id() + item.schema_ver() + item.source_component(),
             context.device_context_id() + context.schema_ver() + context.source_component());
-  life_->manager.first_invocation = false;
-  monitor.SetDevicePathChanged(true);
+  life_->manager.device_context_id = L"ANOTHER";
+  monitor.InitialiseDevice();  // before the monitor has heard of it
+  monitor.OnDeviceContextChanges(true);
   monitor.InitialiseDevice();
-  monitor.InitialiseDevice();
-  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 4u) << "once for the path that changed";
+  monitor.WriteItem(kPerDay, {}, L"A");
+  const std::vector<DatasetContext> contexts = life_->DatasetContexts();
+  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 4u) << "once for a device context";
+  for (const ItemEvent& written : life_->Items()) {
+    const auto its = std::ranges::find(contexts, written.dataset_context_id(), &DatasetContext::dataset_context_id);
+    EXPECT_EQ(written.device_context_id(), its->device_context_id()) << "one device context on both";
+  }
 }
 
 TEST_F(DatasetMonitorTest, AContextStandsUntilItSaysAnythingElse) {
