@@ -35,11 +35,12 @@ DatasetMonitor::DatasetMonitor(const MonitorServices& monitor_services, const Mo
       context_event_(monitor_services.runtime
                          .MakeNamedEvent(DatasetContextEventName(identity.row), platform::EventReset::kManual, false,
                                          platform::EventAccess::kServiceOnly)
-                         .event) {}
+                         .event) {
+  utility::InitLog(log_, std::wstring(identity_.row.log) + L".log", 4);
+}
 
 void DatasetMonitor::Initialize() {
-  const bool opened = utility::InitLog(log_, std::wstring(identity_.row.log) + L".log", 4);
-  if (opened && !identity_.lines.log_opened.empty()) log_.d(L"%s", identity_.lines.log_opened.With({}));
+  if (log_.is_open() && !identity_.lines.log_opened.empty()) log_.d(L"%s", identity_.lines.log_opened.With({}));
 }
 
 void DatasetMonitor::ResetContextEvent() const {
@@ -78,7 +79,7 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
          lines.context_decision.With({needed ? L"true" : L"false",
                                       services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false"}));
   if (!needed) {
-    ids[device.key] = last.dataset_context_id();
+    ids[device.key] = {last.dataset_context_id(), last.device_context_id()};
     return;
   }
   const DatasetContext context = MakeContext(device.facts);
@@ -88,7 +89,7 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
     context_owed_ = true;
     return;
   }
-  ids[device.key] = context.dataset_context_id();
+  ids[device.key] = {context.dataset_context_id(), context.device_context_id()};
   if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error));
   if (described && !same) changes.push_back({device, last.item_data()});
 }
@@ -116,13 +117,19 @@ void DatasetMonitor::InitialiseDevice() {
 }
 
 int DatasetMonitor::LogDevInitEvent() {
+  const std::lock_guard one_at_a_time(init_mutex_);
+  ItemEvent last;
+  if (services().store.GetLastItemEventWithItemId(std::wstring(identity_.row.id), DeviceInitItemId, last) == 0 &&
+      last.device_context_id() == services().manager.get_device_context_id()) {
+    return 0;
+  }
   Ids devices;
   {
     const std::lock_guard lock(context_mutex_);
     devices = context_ids_;
   }
   int result = 0;
-  for (const auto& [key, context_id] : devices) {
+  for (const auto& [key, ids] : devices) {
     const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key);
     if (result == 0) result = error;
   }
@@ -143,17 +150,23 @@ int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, cons
   return error;
 }
 
+bool DatasetMonitor::IsOfAnotherDeviceContext(const std::wstring& device_key) const {
+  const auto ids = context_ids_.find(device_key);
+  return ids != context_ids_.end() && ids->second.device_context != services().manager.get_device_context_id();
+}
+
 int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data,
                           const std::wstring& device_key) {
   std::unique_lock lock(context_mutex_);
-  if (context_owed_) {
+  if (context_owed_ || IsOfAnotherDeviceContext(device_key)) {
+    const bool new_context_needed = context_owed_;
     lock.unlock();
-    LogDatasetContext(true);
+    LogDatasetContext(new_context_needed);
     lock.lock();
     if (context_owed_) return 0;
   }
-  const auto context_id = context_ids_.find(device_key);
-  if (context_id == context_ids_.end()) {
+  const auto ids = context_ids_.find(device_key);
+  if (ids == context_ids_.end()) {
     log_.e(L"%s", identity_.lines.no_context.With({item_name, device_key}));
     return kDropped;
   }
@@ -162,9 +175,9 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_source(std::wstring(row.item_source.empty() ? row.source : row.item_source));
   event.set_source_component(String::ToUpper(services().tvk_info.GetId()));
   event.set_schema_ver(services().manager.get_schema_ver());
-  event.set_device_context_id(services().manager.get_device_context_id());
+  event.set_device_context_id(ids->second.device_context);
   event.set_dataset_id(std::wstring(row.id));
-  event.set_dataset_context_id(context_id->second);
+  event.set_dataset_context_id(ids->second.dataset_context);
   lock.unlock();
   event.set_dataset_name(std::wstring(row.name));
   event.set_item_time(System::GetTime(services().runtime.clock()));

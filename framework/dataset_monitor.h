@@ -32,12 +32,14 @@ struct MonitorIdentity {
 /// lines are kept here. Any thread may call every operation.
 ///
 /// A record is written only under the row's consent. A context that was refused is written, anew from the facts, before
-/// the first item that is admitted again.
+/// the first item that is admitted again. An item and its dataset context are of one device context: when another one
+/// has come into force, the dataset contexts are logged under it before the next item.
 class DatasetMonitor : public EventMonitorBase {
  public:
+  /// Opens the log that the row names: calls may come before Initialize, and beside it.
   DatasetMonitor(const MonitorServices& services, const MonitorIdentity& identity);
 
-  /// Opens the log that the row names.
+  /// Logs that the log is open.
   void Initialize() override;
   void UnInitialize() override {}
   std::wstring GetName() const override { return std::wstring(identity_.row.name); }
@@ -47,6 +49,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// device that is not described any more has no id. Nothing happens where Describe has no answer.
   void LogDatasetContext(bool new_context_needed) override;
   /// Writes a "DeviceInit" without item data for each described device; the first result of the store that is not 0.
+  /// Nothing, and 0, when the dataset's last one names the device context in force: a start and the news of a new
+  /// device may both ask for it.
   int LogDevInitEvent() override;
 
   /// The manual-reset event "NAME_LogDatasetContext" of the dataset: clear while its contexts are being logged, set
@@ -81,18 +85,25 @@ class DatasetMonitor : public EventMonitorBase {
     DescribedDevice device;
     ItemData before;
   };
-  using Ids = std::map<std::wstring, std::wstring>;
+  struct ContextIds {
+    std::wstring dataset_context;
+    std::wstring device_context;  ///< That it was written under.
+  };
+  using Ids = std::map<std::wstring, ContextIds>;
 
   /// With context_mutex_ held. Enters the device's id, and what changed.
   void LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids, std::vector<Change>& changes);
   DatasetContext MakeContext(const ItemData& facts) const;
+  /// Whether another device context than that of the device's dataset context is in force. With context_mutex_ held.
+  bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;
   /// The store's result; -1 when the device has no context; 0 when withheld.
   int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key);
 
   const MonitorIdentity identity_;
   const std::unique_ptr<platform::Event> context_event_;
+  std::mutex init_mutex_;      ///< Serialises LogDevInitEvent; taken before context_mutex_.
   std::mutex context_mutex_;   ///< Serialises LogDatasetContext; guards what follows. Never taken under a consent.
-  Ids context_ids_;            ///< Device key to dataset context id.
+  Ids context_ids_;            ///< By device key.
   bool context_owed_ = false;  ///< One could not be written for want of consent.
 };
 

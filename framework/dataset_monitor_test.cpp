@@ -37,9 +37,9 @@ using Drives = std::vector<TVK::DescribedDevice>;
 /// whose stop event has a name. What it finds is the test's.
 class DriveMonitor final : public TVK::ScheduledMonitor {
  public:
-  explicit DriveMonitor(const MonitorServices& services)
+  explicit DriveMonitor(const MonitorServices& services, const wchar_t* reported = kPerDay)
       : ScheduledMonitor(services, {kRow, kItems, kLines},
-                         TVK::ReportRule{.item = kPerDay, .report = [this] { Report(kPerDay); }}) {}
+                         TVK::ReportRule{.item = reported, .report = [this] { Report(kPerDay); }}) {}
 
   void StartMonitor(std::wstring /*name*/) override {
     if (!MakeStopEvent(L"DriveMonitor", L"%s: error %d", L"DriveEvent_StopEvent")) return;
@@ -53,6 +53,7 @@ class DriveMonitor final : public TVK::ScheduledMonitor {
   using DatasetMonitor::InitialiseDevice;
   using DatasetMonitor::WriteItem;
   using EventMonitorBase::SetDevicePathChanged;
+  using ScheduledMonitor::StartThread;
 
   std::optional<Drives> drives = Drives{{L"A", {{L"Model", L"1"}}}, {L"B", {{L"Model", L"2"}}}};
   std::optional<bool> found_other;
@@ -127,11 +128,30 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   EXPECT_EQ(item.dataset_name() + item.dataset_id(), std::wstring(kRow.name) + std::wstring(kRow.id));
   EXPECT_EQ(item.device_context_id() + item.schema_ver() + item.source_component(),
             context.device_context_id() + context.schema_ver() + context.source_component());
-  life_->manager.first_invocation = false;
-  monitor.SetDevicePathChanged(true);
+  life_->manager.device_context_id = L"ANOTHER";
+  monitor.InitialiseDevice();  // before the monitor has heard of it
+  monitor.OnDeviceContextChanges(true);
   monitor.InitialiseDevice();
-  monitor.InitialiseDevice();
-  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 4u) << "once for the path that changed";
+  monitor.WriteItem(kPerDay, {}, L"A");
+  const std::vector<DatasetContext> contexts = life_->DatasetContexts();
+  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 4u) << "once for a device context";
+  for (const ItemEvent& written : life_->Items()) {
+    const auto its = std::ranges::find(contexts, written.dataset_context_id(), &DatasetContext::dataset_context_id);
+    EXPECT_EQ(written.device_context_id(), its->device_context_id()) << "one device context on both";
+  }
+}
+
+TEST_F(DatasetMonitorTest, MistakesOfAMonitorEndInAMessage) {
+  DriveMonitor& monitor = Start();
+  monitor.StartThread("tvk-drive", [] { throw std::runtime_error("no such drive"); });
+  world_.runtime.Settle();
+  EXPECT_TRUE(world_.logs.Has(L"tvk-drive: ended by an exception: no such drive"));
+  try {
+    const DriveMonitor other(life_->services(), L"ReadPerYear");
+    FAIL();
+  } catch (const std::invalid_argument& refusal) {
+    EXPECT_STREQ(refusal.what(), "DriveEvent: there is no item \"ReadPerYear\" to report");
+  }
 }
 
 TEST_F(DatasetMonitorTest, AContextStandsUntilItSaysAnythingElse) {

@@ -18,8 +18,9 @@ struct SystemEvent;
 /// One dataset's monitor. The manager makes it, runs Initialize and StartMonitor on a thread of its own, forwards
 /// service controls to it, tells it of changes, and ends it with StopMonitor, UnInitialize and the destructor.
 ///
-/// Threads: StartMonitor runs on the monitor's thread; everything else may be called by the manager's threads at the
-/// same time, so a subclass guards what both touch. The base holds no lock of its own but the one around the scope.
+/// Threads: Initialize and StartMonitor run on the monitor's thread; everything else may be called by the manager's
+/// threads, several at the same time, beside those two and before them, so a subclass guards what they touch. The base
+/// holds no lock of its own but the one around the scope.
 class EventMonitorBase {
  public:
   /// Item id of the device-initialisation item event of every dataset.
@@ -48,10 +49,14 @@ class EventMonitorBase {
   virtual void StopMonitor() = 0;
   virtual void RestartMonitor() {}
   virtual std::wstring GetName() const = 0;
-  /// Reacts to a service control code; 0 (NO_ERROR). The pointers are valid during the call only.
+  /// Reacts to a service control code; 0 (NO_ERROR). The pointers are valid during the call only. Threads as for
+  /// OnSystemEvent.
   virtual unsigned long OnServiceControlHandle(unsigned long control, unsigned long event_type, void* event_data,
                                                void* context);
-  /// Reacts to what the system tells of power, sleep and users, in the form that is the same on every system.
+  /// Reacts to what the system tells of power, sleep and users, in the form that is the same on every system. On the
+  /// manager's threads: events may come side by side, beside StartMonitor, and before it. Nobody keeps one that comes
+  /// before the monitor has described its devices, and nothing can be written of it; what is a state and no happening
+  /// StartMonitor reads from the machine once it has described them.
   virtual void OnSystemEvent(const platform::SystemEvent& /*event*/) {}
   /// Reads the dataset's settings from the policy and applies them.
   virtual void ReadAndUpdateDatasetSettings() {}

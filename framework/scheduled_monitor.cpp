@@ -1,5 +1,6 @@
 #include "framework/scheduled_monitor.h"
 
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -12,7 +13,17 @@ ScheduledMonitor::ScheduledMonitor(const MonitorServices& monitor_services, cons
                                    std::optional<ReportRule> report)
     : DatasetMonitor(monitor_services, identity),
       rule_(std::move(report).value_or(ReportRule())),
-      report_(monitor_services.runtime, rule_.item, rule_.report) {}
+      report_(monitor_services.runtime, rule_.item, rule_.report) {
+  if (rule_.report && !identity.items.contains(rule_.item)) {
+    throw std::invalid_argument(
+        String::UTF16ToUTF8(std::wstring(identity.row.name) + L": there is no item \"" + rule_.item + L"\" to report"));
+  }
+}
+
+platform::Event* ScheduledMonitor::stop_event() const {
+  const std::lock_guard lock(mutex_);
+  return stop_event_.get();
+}
 
 bool ScheduledMonitor::MakeStopEvent(const wchar_t* caller, MonitorLine failure, const std::wstring& name) {
   const std::lock_guard lock(mutex_);
@@ -36,14 +47,15 @@ bool ScheduledMonitor::MakeStopEvent(const wchar_t* caller, MonitorLine failure,
 }
 
 bool ScheduledMonitor::Pause(std::chrono::milliseconds time) const {
-  if (stop_event_ == nullptr) return !stopping_;
-  return services().runtime.Wait(*stop_event_, time) == platform::kWaitTimeout;
+  platform::Event* const stop = stop_event();
+  if (stop == nullptr) return !stopping_;
+  return services().runtime.Wait(*stop, time) == platform::kWaitTimeout;
 }
 
 bool ScheduledMonitor::WaitForContextsOf(const DatasetRow& other, std::uint32_t timeout_ms) {
   const platform::NamedEventResult event = services().runtime.MakeNamedEvent(
       DatasetContextEventName(other), platform::EventReset::kManual, false, platform::EventAccess::kServiceOnly);
-  platform::Waitable* const handles[] = {stop_event_.get(), event.event.get()};
+  platform::Waitable* const handles[] = {stop_event(), event.event.get()};
   return !WaitForDatasetContextLog(handles, timeout_ms, std::wstring(other.name));
 }
 
@@ -92,7 +104,7 @@ void ScheduledMonitor::ReadAndUpdateDatasetSettings() {
   }
   report_.Pause();
   const std::uint32_t interval = report_.interval();
-  if (interval < rule_.least_ms) {
+  if (interval < IntervalReport::kLeastInterval) {
     log_.e(L"%s", rule_.invalid_interval.With({rule_.caller}, interval));
     return;
   }

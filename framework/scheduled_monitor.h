@@ -22,7 +22,6 @@ struct ReportRule {
   std::function<void()> report;  ///< Makes it; on the timer's thread.
   const wchar_t* caller = L"";   ///< Stands in the log lines of a change of the interval.
   MonitorLine invalid_interval = L"%s: Invalid DatasetSettings ReadUsageInterval = %d";
-  std::uint32_t least_ms = IntervalReport::kLeastInterval;  ///< Below it, no report is made.
 };
 
 /// A monitor with a stop event, threads and at most one report in an interval. StartMonitor, which the monitor writes,
@@ -30,6 +29,7 @@ struct ReportRule {
 /// After StopMonitor, which must come before the end of the object when StartMonitor was called, nothing runs.
 class ScheduledMonitor : public DatasetMonitor {
  public:
+  /// Throws std::invalid_argument when the dataset does not have the item of `report`.
   ScheduledMonitor(const MonitorServices& services, const MonitorIdentity& identity,
                    std::optional<ReportRule> report = std::nullopt);
 
@@ -44,15 +44,15 @@ class ScheduledMonitor : public DatasetMonitor {
   /// `name`: of the event, for a monitor whose stop others can name; else it has none.
   bool MakeStopEvent(const wchar_t* caller, MonitorLine failure, const std::wstring& name = {});
   /// Manual-reset, so that it ends every wait. Null before MakeStopEvent; then kept until the monitor goes.
-  platform::Event* stop_event() const { return stop_event_.get(); }
+  platform::Event* stop_event() const;
   bool stopping() const { return stopping_; }
   /// Waits; false when the stop came first. Without a stop event there is nothing to wait for.
   bool Pause(std::chrono::milliseconds time) const;
   /// Waits for the dataset contexts of another dataset. False when the stop came first, or after `timeout_ms`. After
   /// MakeStopEvent.
   bool WaitForContextsOf(const DatasetRow& other, std::uint32_t timeout_ms);
-  /// Runs `body` on a thread that StopMonitor joins; not when the monitor is stopping. When the system gives none, an
-  /// error is logged: `failure`, or a line of the frame's.
+  /// Runs `body` on a thread that StopMonitor joins (see StartGuardedThread); not when the monitor is stopping. When
+  /// the system gives none, an error is logged: `failure`, or a line of the frame's.
   void StartThread(const std::string& name, std::function<void()> body, MonitorLine failure = {});
   /// Reads the settings, and follows them from now on: what they start refers to the dataset context.
   void FollowSettings();
@@ -67,7 +67,7 @@ class ScheduledMonitor : public DatasetMonitor {
   const ReportRule rule_;
   std::atomic<bool> follows_settings_ = false;
   std::atomic<bool> stopping_ = false;  ///< Changed with mutex_ held.
-  std::mutex mutex_;                    ///< Guards threads_ and the making of stop_event_.
+  mutable std::mutex mutex_;            ///< Guards threads_ and stop_event_, which stays once it is made.
   std::unique_ptr<platform::Event> stop_event_;
   std::list<std::thread> threads_;
   IntervalReport report_;

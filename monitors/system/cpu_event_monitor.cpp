@@ -39,13 +39,8 @@ CpuEventMonitor::CpuEventMonitor(const MonitorServices& monitor_services)
 void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"CpuEventMonitor::StartMonitor", L"%s: CreateEvent() return error %d!")) return;
   log_.d(L"CpuEventMonitor::StartMonitor Entry");
-  const int error = CPUInfo::GetCpuInformation(services().machine.processors(), facts_);
-  if (error != 0) {
-    log_.d(L"CpuEventMonitor::StartMonitor GetCpuInformation failed! retid=%d", error);
-    return;
-  }
-  cpu_info_loaded_ = true;
   LogDatasetContext(true);
+  if (facts_asked_for_ && !cpu_info_loaded_) return;
   InitialiseDevice();
   StartThread("tvk-cpu", [this] {
     services().second_tick.Watch("CpuCheckEntry", *stop_event(), [this] { return CpuCheckEntry(); });
@@ -84,6 +79,15 @@ ItemData CpuEventMonitor::FactsToItemData(const _SYSCPU_INFORMATION& facts) {
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> CpuEventMonitor::Describe() {
+  if (!facts_asked_for_) {
+    const int error = CPUInfo::GetCpuInformation(services().machine.processors(), facts_);
+    if (error == 0) {
+      cpu_info_loaded_ = true;
+    } else {
+      log_.d(L"CpuEventMonitor::StartMonitor GetCpuInformation failed! retid=%d", error);
+    }
+    facts_asked_for_ = true;
+  }
   if (!cpu_info_loaded_) return std::nullopt;
   return {{{{}, FactsToItemData(facts_)}}};
 }
@@ -97,16 +101,20 @@ std::wstring CpuEventMonitor::Int2Wstring(int number) {
 }
 
 void CpuEventMonitor::ReadUsagePerInterval() {
+  if (!Admits()) return;
+  if (!facts_asked_for_) LogDatasetContext(true);
   if (!cpu_info_loaded_) {
     log_.e(L"%s: CPUInfo is not loaded.", L"CpuEventMonitor::ReadUsagePerInterval");
     return;
   }
-  if (!Admits() || !Pause(collector_.UntilMeasured()) || !Admits()) return;
+  if (!Pause(collector_.UntilMeasured()) || !Admits()) return;
   LogItemEvent(std::min(collector_.GetCpuUsageInt(), 100), kUsagePerInterval);
 }
 
 SecondTick::Work CpuEventMonitor::CpuCheckEntry() {
-  if (!cpu_info_loaded_ || !Admits()) return nullptr;
+  if (!Admits()) return nullptr;
+  if (!facts_asked_for_) return [this] { LogDatasetContext(true); };  // the consent was missing at the start
+  if (!cpu_info_loaded_) return nullptr;
   collector_.GetCpuUsageInt();  // what happened before this check is not its business
   const int sample = collector_.GetCpuUsageInt();
   if (sample < peak_threshold_) return nullptr;

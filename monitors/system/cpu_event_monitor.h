@@ -7,6 +7,9 @@
 /// See EventMonitorBase for who calls what. StartMonitor returns once the peak check and the usage report run. The look
 /// of each second is one of the shared tick's; only a peak wakes the check's own thread, which holds it for as long as
 /// the peak must last.
+///
+/// Without consent at its start the monitor reads the processors' facts when the consent has come. They are asked for
+/// once; without them nothing is measured.
 class CpuEventMonitor final : public TVK::ScheduledMonitor {
  public:
   static constexpr const DatasetRow& kRow = DatasetRowNamed(L"CPUEvent");
@@ -47,8 +50,9 @@ class CpuEventMonitor final : public TVK::ScheduledMonitor {
   void FollowPeak(int sample);
 
   CPUInfo collector_;
+  std::atomic<bool> facts_asked_for_ = false;  ///< And cpu_info_loaded_ says whether they were given.
   std::atomic<bool> cpu_info_loaded_ = false;
-  _SYSCPU_INFORMATION facts_;  ///< Written before cpu_info_loaded_ becomes true, then constant.
+  _SYSCPU_INFORMATION facts_;  ///< Written by Describe before cpu_info_loaded_ becomes true, then constant.
   std::atomic<std::int32_t> peak_threshold_;
   std::atomic<std::uint32_t> peak_threshold_duration_ms_;
 };

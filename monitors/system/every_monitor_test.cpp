@@ -74,14 +74,21 @@ class EveryMonitorTest : public testing::TestWithParam<Case> {
 TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
   int samples = 0;
   world_.machine.system().Change([&](auto& state) { state.boot_time = start_; });
-  world_.machine.processors().Change(
-      [&](auto& state) { state.load = [&] { return std::optional<std::int32_t>(++samples > 0 ? 100 : 0); }; });
+  world_.machine.processors().Change([&](auto& state) {
+    state.load = [&] { return std::optional<std::int32_t>(++samples > 0 ? 100 : 0); };
+    state.topology_script = {state.topology};
+  });
   SetInterval(L"1m");
   StartLife(false);
   world_.runtime.AdvanceBy(2min);
   (*monitor_)->OnDeviceContextChanges(true);
   EXPECT_EQ(life_->Items().size() + life_->DatasetContexts().size(), 0u);
   EXPECT_EQ(samples, 0);
+  EXPECT_EQ(world_.machine.processors().Get().topology_script.size(), 1u) << "nothing was looked at";
+  EXPECT_FALSE(world_.logs.Has(L"the machine gives no SMBIOS table"));
+  life_->consent.given = true;
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(life_->DatasetContexts().empty(), GetParam().report == nullptr) << "what goes on describes itself first";
   StartLife(true);
   world_.runtime.AdvanceBy(2min);
   EXPECT_EQ(life_->DatasetContexts().size(), 1u);

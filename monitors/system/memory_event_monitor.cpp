@@ -105,17 +105,12 @@ int MemoryEventMonitor::ReadFacts() {
   }
   const std::uint64_t total_kb = std::max(info.total_physical_kb(), usable_kb);
   if (total_kb != 0) facts_[L"TotalPhysicalMemory"] = MemoryInfo::AmountText(total_kb);
-  facts_known_ = true;
   return 0;
 }
 
 void MemoryEventMonitor::StartMonitor(std::wstring /*name*/) {
-  const int error = ReadFacts();
-  if (error != 0) {
-    log_.e(L"MemoryEventMonitor StartMonitor GetMemoryInfo() return fail! err: %d", error);
-    return;
-  }
   LogDatasetContext(true);
+  if (no_facts_) return;
   InitialiseDevice();
   if (!MakeStopEvent(L"", L"MemoryEventMonitor StartMonitor CreateEvent() return error %d!")) return;
   log_.d(L"MemoryEventMonitor StartMonitor new WaitParentProcessExitThread thread");
@@ -136,7 +131,13 @@ bool MemoryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::ws
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> MemoryEventMonitor::Describe() {
-  if (!facts_known_) return std::nullopt;
+  if (!facts_known_ && !no_facts_) {
+    const int error = ReadFacts();
+    if (error != 0) log_.e(L"MemoryEventMonitor StartMonitor GetMemoryInfo() return fail! err: %d", error);
+    facts_known_ = error == 0;
+    no_facts_ = error != 0;
+  }
+  if (no_facts_) return std::nullopt;
   return {{{{}, facts_}}};
 }
 

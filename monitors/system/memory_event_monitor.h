@@ -11,7 +11,8 @@
 ///
 /// A machine that gives no SMBIOS table has no slots to describe: its dataset context holds the memory that the system
 /// sees, and everything else goes on. Of a damaged table the slots before the damage are described. Only a table
-/// shorter than its header ends StartMonitor with nothing started.
+/// shorter than its header ends StartMonitor with nothing started. Without consent at its start the monitor reads all
+/// of this before the first item that it writes.
 ///
 /// The look of each second is one of the shared tick's; the report thread wakes only to write a change.
 class MemoryEventMonitor final : public TVK::ScheduledMonitor {
@@ -56,6 +57,7 @@ class MemoryEventMonitor final : public TVK::ScheduledMonitor {
   inline static std::atomic<std::uint32_t> last_reported_load_ = 0;
 
   std::atomic<bool> change_event_enabled_ = true;
-  std::atomic<bool> facts_known_ = false;
-  ItemData facts_;  ///< Written before facts_known_ becomes true, then constant.
+  std::atomic<bool> no_facts_ = false;  ///< They were asked for in vain.
+  bool facts_known_ = false;            ///< Describe's alone, as is what follows.
+  ItemData facts_;
 };

@@ -37,6 +37,7 @@ SystemBiosEventMonitor::SystemBiosEventMonitor(const MonitorServices& monitor_se
       info_(&monitor_services.machine_information) {}
 
 void SystemBiosEventMonitor::StartMonitor(std::wstring /*name*/) {
+  if (!Admits()) return;
   info_.CollectBiosInfo(log_);
   if (info_.ToItemData().empty()) {
     log_.i(L"%s: neither an SMBIOS table nor the system tells anything of the firmware; nothing is logged",
