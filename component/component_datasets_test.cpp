@@ -38,40 +38,24 @@ TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
   }
 }
 
-/// What the service writes in `time`: item and dataset contexts, a line each, sorted: monitors that are due at the same
-/// moment may write in any order.
-std::vector<std::wstring> Live(const TelemetryPolicy& policy, std::chrono::hours time) {
-  MonitorWorld world;
-  world.config.SetPolicy(policy);
-  const DatasetTable table = MakeComponentDatasets();
-  ManagerLife life(world, table);
-  life.Start();
-  world.runtime.AdvanceBy(time);
-  life.manager.Stop();
-  std::vector<std::wstring> written;
-  for (const DatasetContext& context : life.records.DatasetContexts())
-    written.push_back(context.dataset_context_datetime() + L" " + context.dataset_name());
-  for (const ItemEvent& item : life.records.Items()) {
-    EXPECT_EQ(item.device_context_id(), life.manager.get_device_context_id());
-    written.push_back(item.item_time() + L" " + item.dataset_name() + L" " + item.item_name());
-  }
-  EXPECT_EQ(std::ranges::count(life.records.Items(), CpuEventMonitor::dataset_name, &ItemEvent::dataset_name),
-            std::chrono::minutes(time).count() + 1)
-      << "one a minute and the device's initialisation";
-  EXPECT_EQ(life.records.DeviceContexts().size(), 1u);
-  std::ranges::sort(written);
-  return written;
-}
-
-TEST(ServiceDayTest, DefaultPolicyGivesOneReportAMinuteAndTheSameEachTime) {
+TEST(ServiceDayTest, DefaultPolicyGivesOneReportAMinute) {
   std::ifstream file(std::string(TVK_CONFIG_FOLDER) + "/policy.default.json", std::ios::binary);
   const PolicyDocument document =
       ParseTelemetryPolicy(std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
   ASSERT_TRUE(document.policy.has_value());
   EXPECT_TRUE(document.problems.empty());
-  const std::vector<std::wstring> watch = Live(*document.policy, 4h);
-  const std::vector<std::wstring> hour = Live(*document.policy, 1h);
-  EXPECT_TRUE(std::ranges::includes(watch, hour));
+  MonitorWorld world;
+  world.config.SetPolicy(*document.policy);
+  const DatasetTable table = MakeComponentDatasets();
+  ManagerLife life(world, table);
+  life.Start();
+  world.runtime.AdvanceBy(4h);
+  life.manager.Stop();
+  for (const ItemEvent& item : life.records.Items())
+    EXPECT_EQ(item.device_context_id(), life.manager.get_device_context_id());
+  EXPECT_EQ(std::ranges::count(life.records.Items(), CpuEventMonitor::dataset_name, &ItemEvent::dataset_name), 241)
+      << "one a minute and the device's initialisation";
+  EXPECT_EQ(life.records.DeviceContexts().size(), 1u);
 }
 
 }  // namespace

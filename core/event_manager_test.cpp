@@ -19,6 +19,7 @@ TEST_F(EventManagerTest, TheScopeDecidesWhichDatasetsRun) {
     EXPECT_EQ(life_->Listed().size(), count) << "the test of the records page knows the scopes of each";
     EXPECT_EQ(script_.running, static_cast<int>(count));
     EXPECT_EQ(life_->user_process.starts, display);
+    EXPECT_FALSE(world_.logs.Has(L"_devicePathForTelemetry is true"));
     life_->manager.Stop();
     EXPECT_EQ(life_->user_process.stops, display);
     EXPECT_EQ(Threads(), 1u) << "the bus's";

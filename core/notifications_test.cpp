@@ -101,6 +101,15 @@ TEST_F(NotificationsTest, ACallThatRunsIsWaitedForAndNoneComesAfterTheStop) {
   EXPECT_EQ(script_.Count(L"control 13,0,0,0 MemoryEvent"), 0u);
 }
 
+TEST_F(NotificationsTest, AMonitorForWhichThereWasNoThreadIsStartedWithTheNextNews) {
+  Start(PolicyOf(L"full", {L"MemoryEvent"}));
+  for (const bool refused : {true, false}) {
+    world_.runtime.RefuseThreads(refused);
+    Change(PolicyOf(L"full", {L"MemoryEvent", L"CPUEvent"}));
+    EXPECT_EQ(script_.running, refused ? 4 : 5);
+  }
+}
+
 TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {
   Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
   script_.TakeNotes();

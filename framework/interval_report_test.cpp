@@ -52,6 +52,8 @@ TEST(IntervalReportTest, AReportThatCouldNotBeStartedIsAskedForAgain) {
 
   EXPECT_TRUE(report.SetInterval(0));
   report.Pause();
+  runtime.AdvanceBy(10min);
+  EXPECT_EQ(reports, 2);
   EXPECT_FALSE(report.SetInterval(0)) << "nothing is to be started";
   EXPECT_TRUE(report.SetInterval(60'000));
   report.Stop();

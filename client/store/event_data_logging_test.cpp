@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <set>
 #include <thread>
 
 #include "client/store/sqlite_database.h"
@@ -218,44 +217,6 @@ TEST_F(EventDataLoggingTest, OldItemsGoWhateverDateStandsAheadOfThem) {
     EventDataLogging store(options(), clock());
     EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"last")), 0);
     EXPECT_EQ(Stored().size(), row.left);
-  }
-}
-
-TEST_F(EventDataLoggingTest, SupersededContextsGoWithoutAnItemThatGoes) {
-  constexpr std::int64_t kMany = 20000;  // more than go in one step
-  for (const bool by_size : {false, true}) {
-    SCOPED_TRACE(by_size);
-    std::filesystem::remove(file());
-    StoreOptions unlimited = options();
-    unlimited.limits.max_age_seconds = 0;
-    StoreOptions limited = by_size ? unlimited : options();
-    if (by_size) limited.limits.max_bytes = 256 << 10;
-    {
-      EventDataLogging store(unlimited, clock());
-      EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D0")), 0);
-      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C0", L"D0")), 0);
-      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one", L"C0", L"D0")), 0);
-      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"two", L"C0", L"D0")), 0);
-    }
-    ExecuteOutside(
-        "UPDATE record SET written = written - 8640000 WHERE sequence < 3;"
-        "WITH RECURSIVE n(i) AS (SELECT 5 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-        std::to_string(kMany) +
-        ") INSERT INTO record(sequence, series, number, written, json) SELECT i, 1 + i % 2, i, " +
-        std::to_string(clock().NowSeconds() - 8640000) + ", '{}' FROM n");
-    {
-      EventDataLogging store(unlimited, clock());
-      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"young", L"D0")), 0);
-      EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"newest", L"D0")), 0);
-    }
-    EventDataLogging store(limited, clock());
-    std::set<std::int64_t> left;
-    for (const StoredRecord& record : Stored())
-      left.insert(record.sequence);
-    std::set<std::int64_t> expected{1, 2, 3, 4, kMany, kMany + 2};  // the contexts of the items, and the newest ones
-    if (!by_size) expected.insert(kMany + 1);
-    EXPECT_EQ(left, expected);
-    EXPECT_FALSE(log_.Has(L"stays larger"));
   }
 }
 

@@ -264,7 +264,8 @@ TEST_F(CpuEventMonitorTest, ACounterIsOpenedAgainAndItsFailureToldOnce) {
   fail(-1073738824, 0);
   EXPECT_EQ(sample_in(5min - 1ms), 0);
   EXPECT_EQ(sample_in(1ms), 0) << "opened, and nothing is measured yet";
-  EXPECT_EQ(sample_in(100ms), 42) << "the time counter, where the system lacks the utility";
+  EXPECT_EQ(sample_in(99ms), 0);
+  EXPECT_EQ(sample_in(1ms), 42) << "the time counter, where the system lacks the utility";
   EXPECT_EQ(told(), std::tuple(2u, 1u, 1u));
   SetLoad(std::nullopt);
   EXPECT_EQ(sample_in(1s) + sample_in(1s), 0);

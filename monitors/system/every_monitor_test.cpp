@@ -111,6 +111,8 @@ TEST_P(EveryMonitorTest, ANewDeviceIsInitialisedOnceInItsContext) {
   EXPECT_EQ(id, TVK::String::ToUpper(id));
   StartLife();
   EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
+  EXPECT_EQ(life_->DatasetContexts().size(), GetParam().report == nullptr ? 0u : 1u)
+      << "those that report describe what they report of anew with each start";
 }
 
 TEST_P(EveryMonitorTest, AStopBeforeTheStartLeavesNothingRunning) {

@@ -145,14 +145,5 @@ TEST_F(FileWatcherLinuxTest, WhatThePathStandsForIsFollowed) {
   }
 }
 
-TEST_F(FileWatcherLinuxTest, PermissionsOfTheFolderAreAChange) {
-  Perform({{Do::kWrite, "p/policy.json"}});
-  Watch("p/policy.json");
-  for (const unsigned mode : {0000u, 0755u}) {
-    fs::permissions(root_ / "p", fs::perms(mode));
-    EXPECT_TRUE(Changed()) << mode;
-  }
-}
-
 }  // namespace
 }  // namespace platform

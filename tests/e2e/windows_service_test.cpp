@@ -106,17 +106,6 @@ TEST_F(WindowsService, LivesFromInstallationToRemoval) {
       kPatience));
 }
 
-TEST_F(WindowsService, MeasuresTheLoadWhereTheUtilityCounterIsMissing) {
-  const Load load;
-  InstallAndStart(CpuPolicy("full", R"("CPUPeakThreshold": "1", "CPUPeakThresholdDuration": "15ms")"));
-  EXPECT_TRUE(WaitForState(
-      [&] { return folder_.CountInLog("CpuEventMonitor.log", "CPUInfo::InitPdhQuery failed ") == 1; }, kPatience));
-  EXPECT_TRUE(WaitForState([&] { return folder_.CountInLog("CpuEventMonitor.log", "Utilization(percentage):") > 0; },
-                           kPatience))
-      << "the other counter is read";
-  EXPECT_NE(ProcessId(), 0u);
-}
-
 TEST_F(WindowsService, ServiceManagerLearnsWhyItDidNotStart) {
   folder_.WritePolicy("no policy");
   std::vector<std::string> install = folder_.Arguments();
