@@ -221,7 +221,8 @@ void EventManager::StopAndRemoveFromList(std::wstring dataset_id) {
 }
 
 void EventManager::LogDeviceContextData(bool log_it, DeviceContext& context, bool /*notify*/) {
-  TVK::CallLogged(parts_->log, L"EventManager::LogDeviceContextData", [&] { parts_->device_context.Log(log_it, context); });
+  TVK::CallLogged(parts_->log, L"EventManager::LogDeviceContextData",
+                  [&] { parts_->device_context.Log(log_it, context); });
 }
 
 int EventManager::DecideTVKVer(std::wstring version) {
