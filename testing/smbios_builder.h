@@ -101,13 +101,13 @@ class Table {
     return all;
   }
 
-  static Bytes EntryPoint32(std::uint16_t length, std::uint16_t count, std::uint8_t minor = 8) {
+  static Bytes EntryPoint32(std::uint16_t length, std::uint16_t count) {
     Bytes entry(0x1F);
     std::copy_n("_SM_", 4, entry.begin());
     std::copy_n("_DMI_", 5, entry.begin() + 0x10);
     entry[5] = 0x1F;
     entry[6] = 2;
-    entry[7] = minor;
+    entry[7] = 8;
     PutNumber(entry, 0x16, length, 2);
     PutNumber(entry, 0x18, 0x20, 4);
     PutNumber(entry, 0x1C, count, 2);
