@@ -145,7 +145,7 @@ TEST_F(DatasetMonitorTest, MistakesOfAMonitorEndInAMessage) {
   DriveMonitor& monitor = Start();
   monitor.StartThread("tvk-drive", [] { throw std::runtime_error("no such drive"); });
   world_.runtime.Settle();
-  EXPECT_TRUE(world_.logs.Has(L"tvk-drive: ended by an exception: no such drive"));
+  EXPECT_TRUE(world_.logs.Has(L"tvk-drive failed: no such drive"));
   try {
     const DriveMonitor other(life_->services(), L"ReadPerYear");
     FAIL();
