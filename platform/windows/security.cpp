@@ -2,6 +2,7 @@
 
 #include <sddl.h>
 
+#include <cstddef>
 #include <vector>
 
 #include "platform/windows/text.h"
