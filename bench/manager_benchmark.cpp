@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
 
   const auto& figures = Milliseconds();
-  const double debounce = static_cast<double>(PolicyWatch::kQuiet.count());
+  const double debounce = static_cast<double>(TVK::PolicyWatch::kQuiet.count());
   std::printf("\nMedians\n");
   if (figures.contains("start")) {
     PrintTarget("manager start, to all threads running, ms", Median(figures.at("start")), "<", 100);

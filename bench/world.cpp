@@ -18,7 +18,7 @@ constexpr std::chrono::seconds kPatience{30};
 /// A monitor of the component, which tells what is done with it.
 class WatchedMonitor final : public EventMonitorBase {
  public:
-  WatchedMonitor(std::unique_ptr<EventMonitorBase> monitor, const MonitorServices& services, Progress& progress)
+  WatchedMonitor(std::unique_ptr<EventMonitorBase> monitor, const TVK::MonitorServices& services, Progress& progress)
       : EventMonitorBase(nullptr, false, services), monitor_(std::move(monitor)), progress_(progress) {
     progress_.Add(progress_.alive, 1);
   }
@@ -46,15 +46,15 @@ class WatchedMonitor final : public EventMonitorBase {
   Progress& progress_;
 };
 
-DatasetTable WatchedDatasets(Progress& progress) {
-  std::vector<Dataset> datasets = MakeComponentDatasets().datasets();
-  for (Dataset& dataset : datasets) {
+TVK::DatasetTable WatchedDatasets(Progress& progress) {
+  std::vector<TVK::Dataset> datasets = TVK::MakeComponentDatasets().datasets();
+  for (TVK::Dataset& dataset : datasets) {
     if (!dataset.factory) continue;
-    dataset.factory = [make = dataset.factory, &progress](const MonitorServices& services) {
+    dataset.factory = [make = dataset.factory, &progress](const TVK::MonitorServices& services) {
       return std::make_unique<WatchedMonitor>(make(services), services, progress);
     };
   }
-  return DatasetTable(std::move(datasets));
+  return TVK::DatasetTable(std::move(datasets));
 }
 
 /// The logs' files as always; and the line that ends a reconciliation, which the manager tells nobody else.
@@ -98,7 +98,7 @@ std::filesystem::path MadeAnew(std::filesystem::path folder) {
 
 class World::Manager final : public EventManager {
  public:
-  explicit Manager(const ManagerServices& services) : EventManager(services, nullptr) { set_schema_ver(L"2.0"); }
+  explicit Manager(const TVK::ManagerServices& services) : EventManager(services, nullptr) { set_schema_ver(L"2.0"); }
   ~Manager() override = default;
 };
 
@@ -114,12 +114,12 @@ World::World(std::filesystem::path folder)
       progress_(*runtime_),
       datasets_(WatchedDatasets(progress_)) {
   TVK::SetLogBackend(std::make_shared<WatchedLogs>(folder_ / "log", progress_));
-  composition_ = std::make_unique<Composition>(
-      *runtime_, machine_, Composition::Places{.data_folder = folder_, .policy_file = policy_file_},
-      Composition::Parts{
+  composition_ = std::make_unique<TVK::Composition>(
+      *runtime_, machine_, TVK::Composition::Places{.data_folder = folder_, .policy_file = policy_file_},
+      TVK::Composition::Parts{
           .config = nullptr, .datasets = &datasets_, .user_process = &user_agent_, .region_change = nullptr});
   Check(composition_->store().is_open(), "opening the store");
-  const Composition::Opening opening = composition_->Start();
+  const TVK::Composition::Opening opening = composition_->Start();
   Check(opening.watch_problem.empty(), "watching the policy");
   Check(opening.policy.accepted, "reading the policy");
   manager_ = std::make_unique<Manager>(composition_->manager_services());
@@ -153,8 +153,8 @@ int World::StartManager() {
 }
 
 int World::MonitorsOutsidePolicy() const {
-  return static_cast<int>(std::ranges::count_if(datasets_.datasets(), [](const Dataset& dataset) {
-    return dataset.row.rule == DatasetRule::kAlways || dataset.row.rule == DatasetRule::kApplication;
+  return static_cast<int>(std::ranges::count_if(datasets_.datasets(), [](const TVK::Dataset& dataset) {
+    return dataset.row.rule == TVK::DatasetRule::kAlways || dataset.row.rule == TVK::DatasetRule::kApplication;
   }));
 }
 

@@ -78,8 +78,8 @@ class World {
   const std::unique_ptr<platform::Runtime> runtime_;
   Progress progress_;
   platform::SimulatedMachine machine_;
-  const DatasetTable datasets_;
+  const TVK::DatasetTable datasets_;
   AbsentUserAgent user_agent_;
-  std::unique_ptr<Composition> composition_;
+  std::unique_ptr<TVK::Composition> composition_;
   std::unique_ptr<Manager> manager_;
 };

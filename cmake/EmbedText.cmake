@@ -1,7 +1,7 @@
 # tvk_embed_text(FILE FUNCTION HEADER OUTPUT_VARIABLE)
-# Writes a source file that defines `std::string_view FUNCTION()` (declared in HEADER) with the content of FILE, and puts
-# its name into OUTPUT_VARIABLE. Compilers limit the length of one literal, so the text is cut into several. FILE is ASCII:
-# a cut then never falls inside a character.
+# Writes a source file that defines `std::string_view TVK::FUNCTION()` (declared in HEADER) with the content of FILE, and
+# puts its name into OUTPUT_VARIABLE. Compilers limit the length of one literal, so the text is cut into several. FILE is
+# ASCII: a cut then never falls inside a character.
 function(tvk_embed_text FILE FUNCTION HEADER OUTPUT_VARIABLE)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${FILE})
   file(READ ${FILE} _text)
@@ -15,6 +15,6 @@ function(tvk_embed_text FILE FUNCTION HEADER OUTPUT_VARIABLE)
   endwhile()
   set(_output ${CMAKE_CURRENT_BINARY_DIR}/${FUNCTION}.cpp)
   file(CONFIGURE OUTPUT ${_output} @ONLY CONTENT
-       "#include \"@HEADER@\"\n\nstd::string_view @FUNCTION@() {\n  return @_literals@;\n}\n")
+       "#include \"@HEADER@\"\n\nnamespace TVK {\n\nstd::string_view @FUNCTION@() {\n  return @_literals@;\n}\n\n}  // namespace TVK\n")
   set(${OUTPUT_VARIABLE} ${_output} PARENT_SCOPE)
 endfunction()

@@ -11,7 +11,7 @@ namespace {
 
 struct ProcessSlot {
   std::mutex mutex;  // guards process
-  std::unique_ptr<ProcessComposition> process;
+  std::unique_ptr<TVK::ProcessComposition> process;
 };
 
 // Never destroyed: the manager refers to it until the process ends, and joining threads while a library is being
@@ -24,7 +24,8 @@ ProcessSlot& Slot() {
 /// The process's manager: an ordinary one on the process's services, which hears of the system's events.
 class ProcessEventManager final : public EventManager {
  public:
-  ProcessEventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle) : EventManager(services, handle) {
+  ProcessEventManager(const TVK::ManagerServices& services, SERVICE_STATUS_HANDLE handle)
+      : EventManager(services, handle) {
     FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); });
   }
   ~ProcessEventManager() override { FollowSystemEvents(nullptr); }
@@ -46,7 +47,7 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
   if (Slot().process != nullptr) return {ComponentOutcome::kFailed, "the component is open already"};
   ComponentResult result;
   try {
-    auto process = ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
+    auto process = TVK::ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
     if (result.outcome == ComponentOutcome::kReady) Slot().process = std::move(process);
   } catch (const std::invalid_argument& mistake) {
     result = {ComponentOutcome::kWrongConfiguration, mistake.what()};
@@ -76,7 +77,7 @@ std::string TVK::Component::RecordHeader() {
 }
 
 void TVK::Component::Close() {
-  std::unique_ptr<ProcessComposition> ended;
+  std::unique_ptr<TVK::ProcessComposition> ended;
   {
     const std::lock_guard lock(Slot().mutex);
     ended = std::move(Slot().process);
@@ -87,12 +88,12 @@ void TVK::Component::Close() {
 
 EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
   static ProcessEventManager manager(
-      [&]() -> const ManagerServices& {
+      [&]() -> const TVK::ManagerServices& {
         const std::lock_guard lock(Slot().mutex);
         // A host that does not set the component up gets the default places, whatever state they are in.
         if (Slot().process == nullptr) {
           TVK::ComponentResult ignored;
-          Slot().process = ProcessComposition::Open({}, {}, {}, ignored);
+          Slot().process = TVK::ProcessComposition::Open({}, {}, {}, ignored);
         }
         return Slot().process->composition().manager_services();
       }(),

@@ -10,6 +10,8 @@
 #include "monitors/tvk_event_monitor.h"
 #include "monitors/uncollected_monitor.h"
 
+namespace TVK {
+
 namespace {
 
 template <class Monitor>
@@ -54,3 +56,5 @@ DatasetTable MakeComponentDatasets() {
     datasets.push_back(Join(row));
   return DatasetTable(std::move(datasets));
 }
+
+}  // namespace TVK

@@ -3,5 +3,9 @@
 
 #include "core/dataset_table.h"
 
+namespace TVK {
+
 /// Every row of the table of datasets, with the factory of its monitor.
 DatasetTable MakeComponentDatasets();
+
+}  // namespace TVK

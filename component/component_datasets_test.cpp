@@ -12,6 +12,7 @@
 #include "platform/simulated/simulated_processors.h"
 #include "testing/manager_world.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -25,8 +26,8 @@ TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
   int rank = 0;
   for (const Dataset& dataset : table.datasets()) {
     const DatasetRow& row = dataset.row;
-    SCOPED_TRACE(TVK::String::UTF16ToUTF8(std::wstring(row.name)));
-    EXPECT_EQ(row.id, TVK::String::ToUpper(std::wstring(row.id))) << "settings are found under the id as it is written";
+    SCOPED_TRACE(String::UTF16ToUTF8(std::wstring(row.name)));
+    EXPECT_EQ(row.id, String::ToUpper(std::wstring(row.id))) << "settings are found under the id as it is written";
     EXPECT_TRUE(ids.insert(row.id).second);
     EXPECT_TRUE(names.insert(row.name).second);
     EXPECT_EQ(row.rank, rank++);
@@ -59,3 +60,5 @@ TEST(ServiceDayTest, DefaultPolicyGivesOneReportAMinute) {
 }
 
 }  // namespace
+
+}  // namespace TVK

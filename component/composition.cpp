@@ -4,6 +4,8 @@
 #include "platform/system_facts.h"
 #include "platform/this_program.h"
 
+namespace TVK {
+
 Composition::PolicyFiles::PolicyFiles(platform::Runtime& runtime, TVKPublisherSubscriber& bus, const Places& places,
                                       std::function<void(const std::string& line)> remarks)
     : agent({.telemetry_policy = places.policy_file,
@@ -16,7 +18,7 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
                          const Parts& parts, std::function<void(const std::string& line)> remarks)
     : runtime_(runtime),
       machine_(machine),
-      store_({.file = places.data_folder / TVK::kStoreFileName, .limits = {}}, runtime.clock()),
+      store_({.file = places.data_folder / kStoreFileName, .limits = {}}, runtime.clock()),
       bus_(runtime),
       machine_services_(machine, runtime.clock()),
       own_datasets_(parts.datasets == nullptr ? std::optional(MakeComponentDatasets()) : std::nullopt),
@@ -78,3 +80,5 @@ void Composition::OnUserLogon() {
   if (device_context_monitor_) device_context_monitor_->TryAddUserRelatedMonitors();
   if (own_user_process_) own_user_process_->OnUserLogon();
 }
+
+}  // namespace TVK

@@ -18,6 +18,8 @@
 #include "platform/machine.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Made in the order in which its members depend on each other.
 class Composition {
  public:
@@ -58,14 +60,14 @@ class Composition {
 
   const ManagerServices& manager_services() const { return manager_services_; }
   MachineServices& machine_services() { return machine_services_; }
-  TVK::EventDataLogging& store() { return store_; }
+  EventDataLogging& store() { return store_; }
   TVKPublisherSubscriber& bus() { return bus_; }
 
   /// Hands the system's own events to `receiver` in the place of the one before, until the end; null: to nobody.
   void FollowSystemEvents(platform::SystemEventCallback receiver);
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();
-  /// See TVK::Component::OnUserLogon. Any thread.
+  /// See Component::OnUserLogon. Any thread.
   void OnUserLogon();
 
  private:
@@ -78,7 +80,7 @@ class Composition {
 
   platform::Runtime& runtime_;
   platform::Machine& machine_;
-  TVK::EventDataLogging store_;
+  EventDataLogging store_;
   TVKPublisherSubscriber bus_;
   MachineServices machine_services_;
   std::optional<DatasetTable> own_datasets_;
@@ -88,3 +90,5 @@ class Composition {
   ManagerServices manager_services_;
   std::optional<SystemEventRelay> system_events_;
 };
+
+}  // namespace TVK

@@ -5,6 +5,8 @@
 #include "client/log/guarded_thread.h"
 #include "platform/files.h"
 
+namespace TVK {
+
 std::string ProblemLine(const std::filesystem::path& file, const PolicyProblem& problem) {
   return platform::PathToUtf8(file) + ": " + (problem.path.empty() ? "" : problem.path + ": ") + problem.message;
 }
@@ -18,7 +20,7 @@ PolicyWatch::PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, T
       remarks_(std::move(remarks)),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
       told_(runtime.MakeEvent(platform::EventReset::kAuto)) {
-  TVK::utility::InitLog(log_, L"PolicyWatch.log", 4);
+  utility::InitLog(log_, L"PolicyWatch.log", 4);
 }
 
 PolicyWatch::~PolicyWatch() {
@@ -28,7 +30,7 @@ PolicyWatch::~PolicyWatch() {
 }
 
 std::string PolicyWatch::Start() {
-  thread_ = TVK::StartGuardedThread(runtime_, log_, "tvk-policy", [this] { Run(); });
+  thread_ = StartGuardedThread(runtime_, log_, "tvk-policy", [this] { Run(); });
   std::string problem;
   watcher_ = platform::FileWatcher::Watch(
       runtime_, {files_.telemetry_policy, files_.tvk_policy}, [this] { told_->Set(); }, &problem);
@@ -88,3 +90,5 @@ void PolicyWatch::Load() {
   // Last: a withdrawn consent does not wait for the disk.
   agent_.KeepLastGood();
 }
+
+}  // namespace TVK

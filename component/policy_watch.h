@@ -13,6 +13,8 @@
 #include "platform/file_watcher.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// "FILE: path.in[0].document: message".
 std::string ProblemLine(const std::filesystem::path& file, const PolicyProblem& problem);
 
@@ -34,7 +36,7 @@ class PolicyWatch {
   };
 
   /// Everything must outlive the object. `remarks`, which may be empty, is told what became of each change, as
-  /// TVK::RemarkObserver says.
+  /// RemarkObserver says.
   PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, TVKPublisherSubscriber& bus, Files files,
               std::function<void(const std::string& line)> remarks = {});
   /// Ends both threads.
@@ -60,7 +62,7 @@ class PolicyWatch {
   TVKPublisherSubscriber& bus_;
   const Files files_;
   const std::function<void(const std::string& line)> remarks_;
-  TVK::Log log_;
+  Log log_;
   const std::unique_ptr<platform::Event> stop_;
   const std::unique_ptr<platform::Event> told_;
   // The thread's own once it runs.
@@ -69,3 +71,5 @@ class PolicyWatch {
   std::thread thread_;
   std::unique_ptr<platform::FileWatcher> watcher_;
 };
+
+}  // namespace TVK

@@ -14,10 +14,10 @@ void Report(TVK::ComponentResult& result, ComponentOutcome outcome, const std::s
   result.message += message;
 }
 
-void ReportPolicy(TVK::ComponentResult& result, const std::filesystem::path& file, const PolicyLoad& load,
+void ReportPolicy(TVK::ComponentResult& result, const std::filesystem::path& file, const TVK::PolicyLoad& load,
                   bool in_force) {
-  for (const PolicyProblem& problem : load.problems)
-    Report(result, ComponentOutcome::kReady, ProblemLine(file, problem));
+  for (const TVK::PolicyProblem& problem : load.problems)
+    Report(result, ComponentOutcome::kReady, TVK::ProblemLine(file, problem));
   if (!load.accepted && in_force) {
     Report(result, ComponentOutcome::kReady,
            platform::PathToUtf8(file) + ": cannot be used; the last good one is in force");
@@ -39,9 +39,10 @@ std::filesystem::path OrDefault(const std::filesystem::path& given, const std::f
 
 }  // namespace
 
-std::unique_ptr<ProcessComposition> ProcessComposition::Open(const TVK::ComponentOptions& options,
-                                                             TVK::RecordObserver observer, TVK::RemarkObserver remarks,
-                                                             TVK::ComponentResult& result) {
+namespace TVK {
+
+std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOptions& options, RecordObserver observer,
+                                                             RemarkObserver remarks, ComponentResult& result) {
   const platform::DefaultPlaces defaults = platform::GetDefaultPlaces();
   Composition::Places places;
   places.policy_file = OrDefault(options.policy_file, defaults.policy_file);
@@ -61,7 +62,7 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const TVK::Componen
     const std::string problem = platform::MakePrivateFolder(folder);
     if (!problem.empty()) Report(result, ComponentOutcome::kWrongConfiguration, problem);
   }
-  TVK::SetLogBackend(TVK::MakeFileLogBackend(log_folder));
+  SetLogBackend(MakeFileLogBackend(log_folder));
   std::unique_ptr<ProcessComposition> process(new ProcessComposition(
       places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, std::move(remarks)));
   Composition& composition = process->composition_;
@@ -74,10 +75,11 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const TVK::Componen
   }
   if (!opening.watch_problem.empty()) Report(result, ComponentOutcome::kReady, opening.watch_problem);
   if (observer) {
-    composition.store().SetRecordListener(
-        [observer = std::move(observer)](TVK::RecordKind kind, const std::string& json) {
-          observer(TVK::RecordTableLine(kind, json));
-        });
+    composition.store().SetRecordListener([observer = std::move(observer)](RecordKind kind, const std::string& json) {
+      observer(RecordTableLine(kind, json));
+    });
   }
   return process;
 }
+
+}  // namespace TVK

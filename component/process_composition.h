@@ -7,19 +7,21 @@
 #include "platform/local.h"
 #include "tvk/component.h"
 
+namespace TVK {
+
 /// One in a process.
 class ProcessComposition {
  public:
   /// Opens all that can be opened; `result` says whether anything is missing that the component cannot do without.
   /// Null when the sysroot of `options` is no folder: there is no machine then.
-  static std::unique_ptr<ProcessComposition> Open(const TVK::ComponentOptions& options, TVK::RecordObserver observer,
-                                                  TVK::RemarkObserver remarks, TVK::ComponentResult& result);
+  static std::unique_ptr<ProcessComposition> Open(const ComponentOptions& options, RecordObserver observer,
+                                                  RemarkObserver remarks, ComponentResult& result);
 
   Composition& composition() { return composition_; }
 
  private:
   ProcessComposition(const Composition::Places& places, const std::filesystem::path& named_event_folder,
-                     const std::filesystem::path& sysroot, TVK::RemarkObserver remarks)
+                     const std::filesystem::path& sysroot, RemarkObserver remarks)
       : runtime_(platform::MakeRealRuntime({.named_event_folder = named_event_folder})),
         machine_(platform::OpenLocalMachine({.sysroot = sysroot}, runtime_->clock())),
         composition_(*runtime_, *machine_, places, {}, std::move(remarks)) {}
@@ -28,3 +30,5 @@ class ProcessComposition {
   const std::unique_ptr<platform::Machine> machine_;
   Composition composition_;
 };
+
+}  // namespace TVK

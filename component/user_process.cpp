@@ -10,9 +10,11 @@ constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
 
 }  // namespace
 
+namespace TVK {
+
 UserProcess::UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder)
     : runtime_(runtime), program_(folder / kUserAgentProgram) {
-  TVK::utility::InitLog(log_, L"UserProcessAgent.log", 4);
+  utility::InitLog(log_, L"UserProcessAgent.log", 4);
 }
 
 UserProcess::~UserProcess() {
@@ -86,3 +88,5 @@ void UserProcess::StopUserProcess(int reason) {
   process_ = nullptr;
   stop_event_ = nullptr;
 }
+
+}  // namespace TVK

@@ -10,6 +10,8 @@
 #include "platform/runtime.h"
 #include "platform/session_process.h"
 
+namespace TVK {
+
 /// Starts "TVKUserAgent.exe", which lies beside the service's program, and ends it through the event
 /// "Global\TvkUserAgentStopEvent". A process that ended by itself is started again when it is next asked for; one that
 /// waits for users also at each logon, until it is stopped.
@@ -40,10 +42,12 @@ class UserProcess final : public UserProcessAgent {
 
   platform::Runtime& runtime_;
   const std::filesystem::path program_;
-  TVK::Log log_;
+  Log log_;
   std::mutex mutex_;  ///< Guards what follows.
   bool enabled_ = false;
   bool follows_logons_ = false;                  ///< To be started at each logon when it does not run.
   std::unique_ptr<platform::Event> stop_event_;  ///< Held while a process runs: the process opens it by its name.
   std::unique_ptr<platform::SessionProcess> process_;
 };
+
+}  // namespace TVK

@@ -2,11 +2,13 @@
 
 #include "client/text/string.h"
 
+namespace TVK {
+
 namespace {
 
 // Not a substring search with the text as it came: an empty one would be found everywhere.
 bool Supports(const DatasetRow& row, const std::wstring& scope) {
-  return TVK::String::CaseInsesitiveFind(std::wstring(row.scopes), NormalisedScope(scope));
+  return String::CaseInsesitiveFind(std::wstring(row.scopes), NormalisedScope(scope));
 }
 
 }  // namespace
@@ -55,3 +57,5 @@ DatasetDecision Decide(const DatasetRow& row, const DataSet* entry, const Normal
   if (!Supports(row, scope) || !Supports(row, policy.scope)) return {DecisionReason::kScope};
   return {};
 }
+
+}  // namespace TVK

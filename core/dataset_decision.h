@@ -9,6 +9,8 @@
 #include "core/normalised_policy.h"
 #include "framework/dataset_row.h"
 
+namespace TVK {
+
 /// In the order in which they are looked at.
 enum class DecisionReason {
   kRuns,
@@ -47,3 +49,5 @@ DatasetDecision Decide(const DatasetRow& row, const DataSet* entry, const Normal
 /// filters.
 DatasetDecision DecideEntry(const DataSet& entry, const NormalisedPolicy& policy, const EligibilityFilter& device,
                             DecisionMoment moment);
+
+}  // namespace TVK

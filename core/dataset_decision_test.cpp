@@ -11,6 +11,7 @@
 #include "core/policy_view.h"
 #include "testing/manager_world.h"
 
+namespace TVK {
 namespace {
 
 using enum DecisionReason;
@@ -45,7 +46,7 @@ class DatasetDecisionTest : public testing::Test {
   MonitorScript script_;
   const DatasetTable table_ = ScriptedDatasets(script_);
   MachineInformation machine_{world_.machine, world_.runtime.clock()};
-  TVK::Log log_;
+  Log log_;
   PolicyView view_{world_.runtime, world_.config, table_, machine_, log_};
 };
 
@@ -54,7 +55,7 @@ TEST_F(DatasetDecisionTest, EveryDatasetAtEveryScopeAndEntry) {
   for (const DatasetRow& row : kDatasetRows) {
     for (std::size_t scope = 0; scope < kScopes.size(); ++scope) {
       for (int listing = 0; listing < kListings; ++listing) {
-        SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.name) + " " + std::to_string(scope) + " " + std::to_string(listing));
+        SCOPED_TRACE(String::UTF16ToUTF8(row.name) + " " + std::to_string(scope) + " " + std::to_string(listing));
         SetPolicy(row.name, kScopes[scope], listing);
         view_.ReadWithScope(before);
         const std::optional<std::size_t> least = LeastScope(row);
@@ -141,3 +142,5 @@ TEST_F(DatasetDecisionTest, AWithdrawalWaitsForAWriteButNotForEver) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace TVK {
+
 const Dataset* DatasetTable::FindByName(std::wstring_view name) const {
   const auto found = std::ranges::find(datasets_, name, [](const Dataset& dataset) { return dataset.row.name; });
   return found == datasets_.end() ? nullptr : &*found;
@@ -16,3 +18,5 @@ const Dataset* DatasetTable::FindByRule(DatasetRule rule) const {
   const auto found = std::ranges::find(datasets_, rule, [](const Dataset& dataset) { return dataset.row.rule; });
   return found == datasets_.end() ? nullptr : &*found;
 }
+
+}  // namespace TVK

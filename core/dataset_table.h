@@ -9,6 +9,8 @@
 #include "framework/dataset_settings.h"
 #include "framework/event_monitor_base.h"
 
+namespace TVK {
+
 /// Makes a dataset's monitor; never null. The services outlive it.
 using MonitorFactory = std::function<std::unique_ptr<EventMonitorBase>(const MonitorServices& services)>;
 
@@ -41,3 +43,5 @@ class DatasetTable {
  private:
   const std::vector<Dataset> datasets_;
 };
+
+}  // namespace TVK

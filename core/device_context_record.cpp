@@ -9,6 +9,8 @@
 #include "client/text/record_time.h"
 #include "platform/region.h"
 
+namespace TVK {
+
 namespace {
 
 constexpr wchar_t kSourceComponent[] = L"tvk/devicecontext";
@@ -79,8 +81,8 @@ void DeviceContextRecord::Fill(DeviceContext& context) const {
   tvk.set_tvk_name(services_.tvk_info.GetName());
   tvk.set_tvk_datetime(services_.tvk_info.GetInfoDatetime());
 
-  context.set_device_context_id(TVK::Utility::CGuid::NewGuid(true));
-  context.set_device_context_datetime(TVK::System::GetTime(services_.runtime.clock()));
+  context.set_device_context_id(Utility::CGuid::NewGuid(true));
+  context.set_device_context_datetime(System::GetTime(services_.runtime.clock()));
   context.set_schema_ver(identity_.get_schema_ver());
   context.set_source_component(kSourceComponent);
 }
@@ -90,10 +92,9 @@ bool DeviceContextRecord::CheckDeviceContextData(const DeviceContext& fresh, con
     return std::ranges::any_of(
         fields, [&](const auto& field) { return field.compared && (a.*field.get)() != (b.*field.get)(); });
   };
-  return differs(fresh.device_info(), stored.device_info(), TVK::kDeviceInfoFields) ||
-         differs(fresh.region_info(), stored.region_info(), TVK::kRegionInfoFields) ||
-         differs(fresh.tvk_info(), stored.tvk_info(), TVK::kTvkInfoFields) ||
-         differs(fresh, stored, TVK::kDeviceContextFields);
+  return differs(fresh.device_info(), stored.device_info(), kDeviceInfoFields) ||
+         differs(fresh.region_info(), stored.region_info(), kRegionInfoFields) ||
+         differs(fresh.tvk_info(), stored.tvk_info(), kTvkInfoFields) || differs(fresh, stored, kDeviceContextFields);
 }
 
 void DeviceContextRecord::Log(bool log_it, DeviceContext& context) {
@@ -180,3 +181,5 @@ void DeviceContextRecord::ForgetAnnouncement() {
   const std::lock_guard lock(mutex_);
   announced_ = false;
 }
+
+}  // namespace TVK

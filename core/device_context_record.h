@@ -11,6 +11,8 @@
 #include "core/notifier.h"
 #include "tvk/records.h"
 
+namespace TVK {
+
 /// Any thread; one Log at a time (the control thread's, and then the handlers').
 class DeviceContextRecord {
  public:
@@ -47,3 +49,5 @@ class DeviceContextRecord {
   unsigned path_news_ = 0;    ///< How often that was heard of on the bus.
   bool announced_ = false;    ///< A new context was announced to the notification thread, which has not told it yet.
 };
+
+}  // namespace TVK

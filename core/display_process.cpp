@@ -1,5 +1,7 @@
 #include "core/display_process.h"
 
+namespace TVK {
+
 void DisplayProcess::Start(const wchar_t* caller, bool device_path_changed) {
   const auto stop = notifier_.wake_ups().stop;
   if (stop == nullptr) {
@@ -40,3 +42,5 @@ bool DisplayProcess::Stop() {
   agent_.StopUserProcess(0);
   return true;
 }
+
+}  // namespace TVK

@@ -8,11 +8,13 @@
 #include "core/policy_view.h"
 #include "core/user_process_agent.h"
 
+namespace TVK {
+
 /// Any thread.
 class DisplayProcess {
  public:
   /// Everything must outlive the object. `dataset`: the display dataset; null where there is none.
-  DisplayProcess(UserProcessAgent& agent, PolicyView& policy, Notifier& notifier, const TVK::Log& log,
+  DisplayProcess(UserProcessAgent& agent, PolicyView& policy, Notifier& notifier, const Log& log,
                  const Dataset* dataset)
       : agent_(agent), policy_(policy), notifier_(notifier), log_(log), dataset_(dataset) {}
 
@@ -35,7 +37,9 @@ class DisplayProcess {
   UserProcessAgent& agent_;
   PolicyView& policy_;
   Notifier& notifier_;
-  const TVK::Log& log_;
+  const Log& log_;
   const Dataset* const dataset_;
   std::atomic<bool> started_ = false;
 };
+
+}  // namespace TVK

@@ -9,14 +9,14 @@
 #include "core/reconciler.h"
 #include "platform/service_control_event.h"
 
-using Values = IdentityValues::Values;
+using Values = TVK::IdentityValues::Values;
 
-const std::wstring EventManager::kDeviceContextDatasetID{DatasetRowNamed(L"DeviceContext").id};
+const std::wstring EventManager::kDeviceContextDatasetID{TVK::DatasetRowNamed(L"DeviceContext").id};
 
 struct EventManager::Parts {
-  Parts(EventManager& manager, const ManagerServices& given, SERVICE_STATUS_HANDLE handle);
+  Parts(EventManager& manager, const TVK::ManagerServices& given, SERVICE_STATUS_HANDLE handle);
 
-  ManagerParts View() {
+  TVK::ManagerParts View() {
     return {services, monitor_services, log,      initialized, identity,
             policy,   notifier,         monitors, display,     device_context};
   }
@@ -24,27 +24,27 @@ struct EventManager::Parts {
   /// Asks the agent for the two ids; one that throws has none.
   void ReadDeviceIds(TVK::DeviceIdAgent& agent);
 
-  const ManagerServices services;
+  const TVK::ManagerServices services;
   TVK::Log log;
   std::atomic<bool> initialized = false;
-  IdentityValues identity;
-  PolicyView policy;
-  SecondTick second_tick;
-  const MonitorServices monitor_services;
-  Notifier notifier;
-  DisplayProcess display;
-  DeviceContextRecord device_context;
-  MonitorList monitors;
+  TVK::IdentityValues identity;
+  TVK::PolicyView policy;
+  TVK::SecondTick second_tick;
+  const TVK::MonitorServices monitor_services;
+  TVK::Notifier notifier;
+  TVK::DisplayProcess display;
+  TVK::DeviceContextRecord device_context;
+  TVK::MonitorList monitors;
   /// Lives as long as the manager and is not in the list.
   const std::unique_ptr<EventMonitorBase> application_events;
-  Reconciler reconciler;
-  Notifications notifications;
+  TVK::Reconciler reconciler;
+  TVK::Notifications notifications;
 
   std::mutex manager_lock;       ///< Held by Initialize and Stop for their whole run.
   std::wstring subscription_id;  ///< Guarded by manager_lock.
 };
 
-EventManager::Parts::Parts(EventManager& manager, const ManagerServices& given, SERVICE_STATUS_HANDLE handle)
+EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& given, SERVICE_STATUS_HANDLE handle)
     : services(given),
       log([] {
         TVK::Log opened;
@@ -57,7 +57,8 @@ EventManager::Parts::Parts(EventManager& manager, const ManagerServices& given, 
       monitor_services{given.runtime,  given.machine, given.store, given.config, given.machine_information,
                        given.tvk_info, identity,      second_tick, policy},
       notifier(given.runtime, log),
-      display(given.user_process_agent, policy, notifier, log, given.datasets.FindByRule(DatasetRule::kUserProcess)),
+      display(given.user_process_agent, policy, notifier, log,
+              given.datasets.FindByRule(TVK::DatasetRule::kUserProcess)),
       device_context(services, log, identity, notifier, display),
       application_events(MakeApplicationEvents()),
       reconciler(
@@ -73,7 +74,7 @@ EventManager::Parts::Parts(EventManager& manager, const ManagerServices& given, 
 
 std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() const {
   std::unique_ptr<EventMonitorBase> made;
-  const Dataset* const application = services.datasets.FindByRule(DatasetRule::kApplication);
+  const TVK::Dataset* const application = services.datasets.FindByRule(TVK::DatasetRule::kApplication);
   if (application != nullptr) {
     TVK::CallLogged(log, L"EventManager: " + std::wstring(application->row.name),
                     [&] { made = application->factory(monitor_services); });
@@ -95,7 +96,7 @@ void EventManager::Parts::ReadDeviceIds(TVK::DeviceIdAgent& agent) {
   identity.Set(&Values::legacy_device_id, legacy_id);
 }
 
-EventManager::EventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle)
+EventManager::EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_HANDLE handle)
     : parts_(std::make_unique<Parts>(*this, services, handle)) {}
 
 EventManager::~EventManager() = default;
@@ -124,7 +125,7 @@ void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
     // Before the policies are read: news of a change that comes meanwhile then waits for the notification thread.
     parts.notifier.MakePolicyWakeUps();
     std::wstring old_scope;
-    const PolicyView::Policy policy = parts.policy.ReadWithScope(old_scope);
+    const TVK::PolicyView::Policy policy = parts.policy.ReadWithScope(old_scope);
     if (policy == nullptr) {
       parts.log.e(L"EventManager Initialize GetTelemetryPolicy() return fail!");
       return;
@@ -148,7 +149,7 @@ void EventManager::InitAndStartEventMonitors() {
   constexpr wchar_t kThis[] = L"EventManager::InitAndStartEventMonitors";
   TVK::CallLogged(parts_->log, kThis, [&] {
     parts_->log.d(L"%s: Entry", kThis);
-    for (const MonitorList::Entry& entry : parts_->monitors.Listed()) {
+    for (const TVK::MonitorList::Entry& entry : parts_->monitors.Listed()) {
       // A notification may have come first and brought a monitor that runs already.
       if (entry->IsStarted()) continue;
       parts_->log.d(L"EventManager Initialize is starting %s", entry->row().name);
@@ -187,10 +188,10 @@ void EventManager::StopLocked() {
   const bool was_initialized = parts.initialized.exchange(false);
   // From here on nothing is added, and the monitors are out of the reach of controls and handlers. Those that a stopper
   // has in hand stay with it.
-  const std::vector<MonitorList::Entry> ended = parts.monitors.Close();
+  const std::vector<TVK::MonitorList::Entry> ended = parts.monitors.Close();
   if (was_initialized) {
     if (const auto stop = parts.notifier.wake_ups().stop; stop != nullptr) stop->Set();
-    for (const MonitorList::Entry& entry : ended)
+    for (const TVK::MonitorList::Entry& entry : ended)
       entry->StopMonitor();
     parts.notifications.End();
     parts.notifications.JoinStoppers();
@@ -203,7 +204,7 @@ void EventManager::StopLocked() {
     parts.subscription_id.clear();
   }
   if (parts.display.Stop()) parts.notifier.DropStopEvent();
-  for (const MonitorList::Entry& entry : ended) {
+  for (const TVK::MonitorList::Entry& entry : ended) {
     entry->JoinAndDelete();
     parts.monitors.Remove(entry);
   }
@@ -244,7 +245,7 @@ void EventManager::OnDeviceContextChanges() {
 
 std::vector<std::wstring> EventManager::get_eventmonitor_list() const {
   std::vector<std::wstring> names;
-  for (const MonitorList::Entry& entry : parts_->monitors.Listed())
+  for (const TVK::MonitorList::Entry& entry : parts_->monitors.Listed())
     names.emplace_back(entry->row().name);
   return names;
 }

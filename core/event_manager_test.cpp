@@ -4,6 +4,7 @@
 #include "core/manager_test.h"
 #include "core/monitor_entry.h"
 
+namespace TVK {
 namespace {
 
 using Place = MonitorScript::Place;
@@ -14,7 +15,7 @@ class EventManagerTest : public ManagerTest {};
 TEST_F(EventManagerTest, TheScopeDecidesWhichDatasetsRun) {
   for (const auto& [scope, count, display] : {std::tuple(L"none", 6u, 0), std::tuple(L"basic", 11u, 0),
                                               std::tuple(L"enhance", 20u, 1), std::tuple(L"full", 22u, 1)}) {
-    SCOPED_TRACE(TVK::String::UTF16ToUTF8(scope));
+    SCOPED_TRACE(String::UTF16ToUTF8(scope));
     Start(PolicyOf(scope));
     EXPECT_EQ(life_->Listed().size(), count) << "the test of the records page knows the scopes of each";
     EXPECT_EQ(script_.running, static_cast<int>(count));
@@ -30,7 +31,7 @@ TEST_F(EventManagerTest, TheScopeDecidesWhichDatasetsRun) {
 TEST_F(EventManagerTest, AnEntryThatIsWrittenOtherwiseStartsAndStaysAlike) {
   TelemetryPolicy policy = PolicyOf(L"full", {L"CPUEvent", L"CPUEvent", L"MemoryEvent", L"BatteryEvent"});
   auto entry = policy.datasets.begin();
-  entry->id = L"{" + TVK::String::ToLower(entry->id) + L"}";
+  entry->id = L"{" + String::ToLower(entry->id) + L"}";
   std::next(entry)->enabled = false;  // a second entry does not count
   std::next(entry, 2)->name = L"memoryEvent";
   Start(policy);
@@ -126,7 +127,7 @@ TEST_F(EventManagerTest, StopMayComeAtAnyTimeAndAnyNumberOfTimes) {
 
 TEST_F(EventManagerTest, AMonitorThatIsToBeStoppedIsOutOfReach) {
   const ServiceLife service(world_);
-  const TVK::Log log;
+  const Log log;
   MonitorEntry entry(world_.runtime, log, *table_.FindByName(L"CPUEvent"), service.services());
   entry.MarkLeaving();
   EXPECT_FALSE(entry.Start(L"caller"));
@@ -147,7 +148,7 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
         std::tuple(Place::kRestart, L"EventManager::OnNotification: CPUEvent failed: told to fail", 5),
         std::tuple(Place::kUnInitialize, L"EventManager::Stop: CPUEvent failed: told to fail", 5),
         std::tuple(Place::kStop, L"EventManager::Stop: CPUEvent failed: told to fail", 5)}) {
-    SCOPED_TRACE(TVK::String::UTF16ToUTF8(message));
+    SCOPED_TRACE(String::UTF16ToUTF8(message));
     world_.logs.Clear();
     script_.TakeNotes();
     script_.failure = {L"CPUEvent", place};
@@ -158,7 +159,7 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
     life_->manager.OnDeviceContextChanges();
     for (const wchar_t* note : {L"control 13,4,0,0 MemoryEvent", L"restart MemoryEvent", L"settings MemoryEvent",
                                 L"context anew MemoryEvent", L"start(test) BatteryEvent"})
-      EXPECT_EQ(script_.Count(note), 1u) << TVK::String::UTF16ToUTF8(note);
+      EXPECT_EQ(script_.Count(note), 1u) << String::UTF16ToUTF8(note);
     life_->manager.Stop();
     EXPECT_TRUE(world_.logs.Has(message));
     EXPECT_EQ(script_.Count(L"uninitialize, may write CPUEvent"), place == Place::kMake ? 0u : 1u);
@@ -168,3 +169,5 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
 }
 
 }  // namespace
+
+}  // namespace TVK

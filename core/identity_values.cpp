@@ -5,8 +5,10 @@
 
 using TVK::String;
 
-IdentityValues::IdentityValues(const TVK::EventDataLogging& store, const TvkInfo& tvk_info,
-                               const DatasetTable& datasets, SERVICE_STATUS_HANDLE handle)
+namespace TVK {
+
+IdentityValues::IdentityValues(const EventDataLogging& store, const TvkInfo& tvk_info, const DatasetTable& datasets,
+                               SERVICE_STATUS_HANDLE handle)
     : store_(store), tvk_info_(tvk_info), datasets_(datasets) {
   values_.service_handle = handle;
 }
@@ -30,3 +32,5 @@ int IdentityValues::DecideTVKVer(std::wstring version) {
   if (String::ToUpper(context.tvk_info().tvk_version()) != current) return kOtherVersion;
   return context.device_info().device_path() == Get(&Values::device_path) ? kSame : kOtherPath;
 }
+
+}  // namespace TVK

@@ -10,11 +10,13 @@
 #include "framework/manager_identity.h"
 #include "tvk/device_id_agent.h"
 
+namespace TVK {
+
 class IdentityValues final : public ManagerIdentity {
  public:
   struct Values {
     SERVICE_STATUS_HANDLE service_handle = nullptr;
-    TVK::DeviceIdAgent* device_id_agent = nullptr;  ///< Not owned.
+    DeviceIdAgent* device_id_agent = nullptr;  ///< Not owned.
     std::wstring device_id;
     std::wstring legacy_device_id;
     std::wstring schema_ver = L"2.0";
@@ -26,7 +28,7 @@ class IdentityValues final : public ManagerIdentity {
   };
 
   /// All must outlive the object.
-  IdentityValues(const TVK::EventDataLogging& store, const TvkInfo& tvk_info, const DatasetTable& datasets,
+  IdentityValues(const EventDataLogging& store, const TvkInfo& tvk_info, const DatasetTable& datasets,
                  SERVICE_STATUS_HANDLE handle);
 
   template <typename Value>
@@ -50,9 +52,11 @@ class IdentityValues final : public ManagerIdentity {
   bool get_NeedToLogDatasetContextOnChange() override { return Get(&Values::need_to_log_dataset_context_on_change); }
 
  private:
-  const TVK::EventDataLogging& store_;
+  const EventDataLogging& store_;
   const TvkInfo& tvk_info_;
   const DatasetTable& datasets_;
   mutable std::mutex mutex_;  ///< Guards values_; held for a copy only.
   Values values_;
 };
+
+}  // namespace TVK

@@ -11,11 +11,13 @@
 #include "platform/machine.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// References to the process's (or a simulated world's) services. All of them outlive the manager.
 struct ManagerServices {
   platform::Runtime& runtime;
   platform::Machine& machine;
-  TVK::EventDataLogging& store;
+  EventDataLogging& store;
   IConfigAgent& config;
   TVKPublisherSubscriber& bus;
   MachineInformation& machine_information;
@@ -26,3 +28,5 @@ struct ManagerServices {
   /// The event that says that the region changed; null: nobody watches the region.
   platform::Event* region_change_event = nullptr;
 };
+
+}  // namespace TVK

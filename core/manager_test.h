@@ -25,6 +25,6 @@ class ManagerTest : public testing::Test {
 
   MonitorWorld world_;
   MonitorScript script_;
-  const DatasetTable table_ = ScriptedDatasets(script_);
+  const TVK::DatasetTable table_ = ScriptedDatasets(script_);
   std::optional<ManagerLife> life_;
 };

@@ -5,7 +5,9 @@
 #include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 
-MonitorEntry::MonitorEntry(platform::Runtime& runtime, const TVK::Log& log, const Dataset& dataset,
+namespace TVK {
+
+MonitorEntry::MonitorEntry(platform::Runtime& runtime, const Log& log, const Dataset& dataset,
                            const MonitorServices& services)
     : runtime_(runtime),
       log_(log),
@@ -28,7 +30,7 @@ bool MonitorEntry::Start(const wchar_t* caller) {
   if (started_) return true;
   if (state_ != State::kListed) return false;
   return started_ = TVK::CallLogged(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] {
-           thread_ = TVK::StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
+           thread_ = StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
          });
 }
 
@@ -37,7 +39,7 @@ void MonitorEntry::RunMonitor() {
     monitor_->Initialize();
     monitor_->StartMonitor(L"test");
   } catch (const std::exception& failure) {
-    log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", TVK::String::UTF8ToUTF16(failure.what()));
+    log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", String::UTF8ToUTF16(failure.what()));
   } catch (...) {
     log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", L"unknown exception");
   }
@@ -107,3 +109,5 @@ void MonitorEntry::JoinAndDelete() {
   Join(std::move(thread));
   monitor_ = nullptr;
 }
+
+}  // namespace TVK

@@ -10,13 +10,14 @@
 #include "core/dataset_table.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// A monitor goes from listed over leaving to stopped, and is deleted then; whoever still holds the entry can call
 /// nothing of it any more. Any thread, but each of StopMonitor and JoinAndDelete once, by whoever has claimed the stop.
 class MonitorEntry {
  public:
   /// Makes the monitor; throws what its factory throws. Everything must outlive the entry.
-  MonitorEntry(platform::Runtime& runtime, const TVK::Log& log, const Dataset& dataset,
-               const MonitorServices& services);
+  MonitorEntry(platform::Runtime& runtime, const Log& log, const Dataset& dataset, const MonitorServices& services);
   MonitorEntry(const MonitorEntry&) = delete;
   MonitorEntry& operator=(const MonitorEntry&) = delete;
 
@@ -49,7 +50,7 @@ class MonitorEntry {
   bool Join(std::thread thread);
 
   platform::Runtime& runtime_;
-  const TVK::Log& log_;
+  const Log& log_;
   const DatasetRow& row_;
   std::unique_ptr<EventMonitorBase> monitor_;    ///< Null once it was deleted, when no call can reach it.
   const std::unique_ptr<platform::Event> idle_;  ///< Auto-reset; the last call of a stopping monitor has ended.
@@ -60,3 +61,5 @@ class MonitorEntry {
   bool returned_ = false;  ///< The main routine has.
   std::thread thread_;
 };
+
+}  // namespace TVK

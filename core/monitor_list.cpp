@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace TVK {
+
 void MonitorList::Open() {
   const std::lock_guard lock(mutex_);
   open_ = true;
@@ -43,3 +45,5 @@ void MonitorList::CallEach(const wchar_t* caller, const std::function<void(Event
   for (const Entry& entry : Listed())
     entry->Call(caller, call);
 }
+
+}  // namespace TVK

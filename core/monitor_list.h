@@ -9,6 +9,8 @@
 
 #include "core/monitor_entry.h"
 
+namespace TVK {
+
 /// Entries in the order in which they were added. Any thread. The lock is held for a look at the list only, never while
 /// a monitor is called, stopped or joined: who walks the list walks a copy, whose entries live as long as it does.
 class MonitorList {
@@ -38,3 +40,5 @@ class MonitorList {
   bool open_ = false;
   std::vector<Entry> entries_;
 };
+
+}  // namespace TVK

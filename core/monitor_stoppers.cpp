@@ -5,6 +5,8 @@
 
 #include "client/log/guarded_thread.h"
 
+namespace TVK {
+
 void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<void()>& stop,
                           const std::function<void()>& ended_late) {
   const auto guarded_stop = [this, stop] { TVK::CallLogged(log_, L"EventManager::StopAndRemoveFromList", stop); };
@@ -13,12 +15,13 @@ void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<vo
                     runtime_.MakeEvent(platform::EventReset::kManual),
                     std::make_shared<std::atomic<bool>>(false),
                     {}};
-    stopper.thread = TVK::StartGuardedThread(
-        runtime_, log_, "tvk-stop", [this, guarded_stop, ended_late, done = stopper.done, late = stopper.late] {
-          guarded_stop();
-          done->Set();
-          if (*late) TVK::CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
-        });
+    stopper.thread = StartGuardedThread(runtime_, log_, "tvk-stop",
+                                        [this, guarded_stop, ended_late, done = stopper.done, late = stopper.late] {
+                                          guarded_stop();
+                                          done->Set();
+                                          if (*late)
+                                            TVK::CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
+                                        });
     stoppers_.push_back(std::move(stopper));
   } catch (const std::system_error&) {
     guarded_stop();
@@ -59,3 +62,5 @@ void MonitorStoppers::JoinAll() {
     runtime_.Join(stopper.thread);
   stoppers_.clear();
 }
+
+}  // namespace TVK

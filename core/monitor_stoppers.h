@@ -11,11 +11,13 @@
 #include "client/log/log.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// One thread at a time: the handlers', and Stop's when no handler runs any more.
 class MonitorStoppers {
  public:
   /// Both must outlive the object.
-  MonitorStoppers(platform::Runtime& runtime, const TVK::Log& log) : runtime_(runtime), log_(log) {}
+  MonitorStoppers(platform::Runtime& runtime, const Log& log) : runtime_(runtime), log_(log) {}
 
   /// Runs `stop` on a thread of its own; where the system gives none, here. When it ends after Wait has given it up,
   /// `ended_late` is called behind it.
@@ -36,6 +38,8 @@ class MonitorStoppers {
   };
 
   platform::Runtime& runtime_;
-  const TVK::Log& log_;
+  const Log& log_;
   std::list<Stopper> stoppers_;
 };
+
+}  // namespace TVK

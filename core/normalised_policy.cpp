@@ -10,40 +10,41 @@ using TVK::String;
 
 namespace {
 
-bool HoldsId(const DataSet& entry, const DatasetRow& row) {
+bool HoldsId(const DataSet& entry, const TVK::DatasetRow& row) {
   return String::ToUpper(entry.id).find(row.id) != std::wstring::npos;
 }
 
-bool IsSwitched(const DatasetRow& row) {
-  return row.rule != DatasetRule::kApplication && row.rule != DatasetRule::kDeviceContext;
+bool IsSwitched(const TVK::DatasetRow& row) {
+  return row.rule != TVK::DatasetRule::kApplication && row.rule != TVK::DatasetRule::kDeviceContext;
 }
 
-PolicyEntry Interpret(const DataSet& entry, const DatasetTable& table) {
-  const Dataset* const named = table.FindByName(entry.name);
+TVK::PolicyEntry Interpret(const DataSet& entry, const TVK::DatasetTable& table) {
+  const TVK::Dataset* const named = table.FindByName(entry.name);
   if (named != nullptr && IsSwitched(named->row) && HoldsId(entry, named->row)) {
-    return {EntryMeaning::kCounts, named, {}, entry};
+    return {TVK::EntryMeaning::kCounts, named, {}, entry};
   }
   const auto holder =
-      std::ranges::find_if(table.datasets(), [&](const Dataset& known) { return HoldsId(entry, known.row); });
-  if (holder == table.datasets().end()) return {EntryMeaning::kUnknownId, nullptr, {}, entry};
-  return {IsSwitched(holder->row) ? EntryMeaning::kNameMismatch : EntryMeaning::kNotSwitched, nullptr, {}, entry};
+      std::ranges::find_if(table.datasets(), [&](const TVK::Dataset& known) { return HoldsId(entry, known.row); });
+  if (holder == table.datasets().end()) return {TVK::EntryMeaning::kUnknownId, nullptr, {}, entry};
+  return {
+      IsSwitched(holder->row) ? TVK::EntryMeaning::kNameMismatch : TVK::EntryMeaning::kNotSwitched, nullptr, {}, entry};
 }
 
 // One run over the policy's entries.
 class Normaliser {
  public:
-  Normaliser(const TelemetryPolicy& policy, const DatasetTable& table) : policy_(policy), table_(table) {}
+  Normaliser(const TelemetryPolicy& policy, const TVK::DatasetTable& table) : policy_(policy), table_(table) {}
 
-  NormalisedPolicy Run() {
-    result_.scope = NormalisedScope(policy_.telemetry_scope);
+  TVK::NormalisedPolicy Run() {
+    result_.scope = TVK::NormalisedScope(policy_.telemetry_scope);
     if (!String::CaseInsesitiveEqual(result_.scope, policy_.telemetry_scope)) {
       result_.unknown_scope = policy_.telemetry_scope;
     }
     result_.applicability = policy_.applicability;
-    const std::wstring no_hash = policy_.Setting(kNoHashNetworkDataSetting);
+    const std::wstring no_hash = policy_.Setting(TVK::kNoHashNetworkDataSetting);
     result_.no_hash_network_data = no_hash == L"true";
-    if (policy_.settings.contains(kNoHashNetworkDataSetting) && no_hash != L"true" && no_hash != L"false") {
-      AddFinding("settings." + String::UTF16ToUTF8(kNoHashNetworkDataSetting),
+    if (policy_.settings.contains(TVK::kNoHashNetworkDataSetting) && no_hash != L"true" && no_hash != L"false") {
+      AddFinding("settings." + String::UTF16ToUTF8(TVK::kNoHashNetworkDataSetting),
                  L"only true and false are known; it counts as false");
     }
     for (const DataSet& entry : policy_.datasets)
@@ -55,35 +56,35 @@ class Normaliser {
   static std::string Path(std::size_t index) { return "datasets[" + std::to_string(index) + "]"; }
 
   void Take(const DataSet& given) {
-    PolicyEntry& entry = result_.entries.emplace_back(Interpret(given, table_));
+    TVK::PolicyEntry& entry = result_.entries.emplace_back(Interpret(given, table_));
     entry.path = Path(result_.entries.size() - 1);
     if (entry.dataset == nullptr) {
       ReportUnmatched(entry);
       return;
     }
-    if (!seen_.insert(entry.dataset).second) entry.meaning = EntryMeaning::kDuplicate;
+    if (!seen_.insert(entry.dataset).second) entry.meaning = TVK::EntryMeaning::kDuplicate;
     ReportSettings(entry, given);
     entry.values.id = entry.dataset->row.id;
   }
 
-  void ReportUnmatched(const PolicyEntry& entry) {
-    if (entry.meaning == EntryMeaning::kUnknownId) {
+  void ReportUnmatched(const TVK::PolicyEntry& entry) {
+    if (entry.meaning == TVK::EntryMeaning::kUnknownId) {
       AddFinding(entry.path + ".id", L"no dataset has the id \"" + entry.values.id + L"\"");
-    } else if (entry.meaning == EntryMeaning::kNotSwitched) {
+    } else if (entry.meaning == TVK::EntryMeaning::kNotSwitched) {
       AddFinding(entry.path + ".id", L"policies do not switch this dataset; the entry has no effect");
     } else {
-      const auto holder = std::ranges::find_if(table_.datasets(),
-                                               [&](const Dataset& known) { return HoldsId(entry.values, known.row); });
+      const auto holder = std::ranges::find_if(
+          table_.datasets(), [&](const TVK::Dataset& known) { return HoldsId(entry.values, known.row); });
       AddFinding(entry.path + ".name", L"the dataset of this id is named \"" + std::wstring(holder->row.name) +
                                            L"\", not \"" + entry.values.name + L"\"; it does not run");
     }
   }
 
   // A monitor finds its settings by the exact id, while the dataset is started by a looser comparison.
-  void ReportSettings(const PolicyEntry& entry, const DataSet& given) {
+  void ReportSettings(const TVK::PolicyEntry& entry, const DataSet& given) {
     const std::wstring id(entry.dataset->row.id);
     const DataSet* const source = policy_.FindSettings(id);
-    if (entry.meaning == EntryMeaning::kDuplicate) {
+    if (entry.meaning == TVK::EntryMeaning::kDuplicate) {
       AddFinding(entry.path + ".id", source == &given
                                          ? L"an earlier entry is for this dataset; of this one only the settings count"
                                          : L"an earlier entry has this id; only that one counts");
@@ -102,12 +103,14 @@ class Normaliser {
   }
 
   const TelemetryPolicy& policy_;
-  const DatasetTable& table_;
-  NormalisedPolicy result_;
-  std::set<const Dataset*> seen_;
+  const TVK::DatasetTable& table_;
+  TVK::NormalisedPolicy result_;
+  std::set<const TVK::Dataset*> seen_;
 };
 
 }  // namespace
+
+namespace TVK {
 
 std::string_view MeaningName(EntryMeaning meaning) {
   switch (meaning) {
@@ -150,3 +153,5 @@ std::vector<const PolicyEntry*> OrderDatasets(const NormalisedPolicy& policy) {
       order, {}, [](const PolicyEntry* entry) { return entry->dataset == nullptr ? 0 : entry->dataset->row.rank; });
   return order;
 }
+
+}  // namespace TVK

@@ -9,6 +9,8 @@
 #include "client/policy/telemetry_policy.h"
 #include "core/dataset_table.h"
 
+namespace TVK {
+
 /// What an entry of a policy's list of datasets turned out to mean.
 enum class EntryMeaning {
   kCounts,        ///< It is the entry of its dataset.
@@ -56,3 +58,5 @@ NormalisedPolicy Normalise(const TelemetryPolicy& policy, const DatasetTable& ta
 /// The entries from which datasets are started, by the ranks of their datasets; those of unknown id have the rank 0.
 /// Entries of equal rank keep their order. Pointers into `policy`.
 std::vector<const PolicyEntry*> OrderDatasets(const NormalisedPolicy& policy);
+
+}  // namespace TVK

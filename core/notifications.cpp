@@ -5,6 +5,8 @@
 #include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 
+namespace TVK {
+
 Notifications::Notifications(const ManagerParts& parts, Reconciler& reconciler,
                              std::function<void()> log_device_context, EventMonitorBase* application_events)
     : parts_(parts),
@@ -14,8 +16,8 @@ Notifications::Notifications(const ManagerParts& parts, Reconciler& reconciler,
 
 void Notifications::Start() {
   try {
-    thread_ = TVK::StartGuardedThread(parts_.services.runtime, parts_.log, "tvk-notify",
-                                      [this] { NotificationProcessorThread(); });
+    thread_ = StartGuardedThread(parts_.services.runtime, parts_.log, "tvk-notify",
+                                 [this] { NotificationProcessorThread(); });
   } catch (const std::system_error&) {
     parts_.log.e(L"EventManager Initialize _thread_telemetry failed!");
   }
@@ -200,3 +202,5 @@ void Notifications::OnDeviceContextChanges() {
   }
   parts_.log.d(L"%s Exit", kThis);
 }
+
+}  // namespace TVK

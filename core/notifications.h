@@ -8,6 +8,8 @@
 #include "client/bus/notification_data.h"
 #include "core/reconciler.h"
 
+namespace TVK {
+
 class Notifications {
  public:
   /// `log_device_context`: writes the device context anew when it changed, through the manager's virtual operation.
@@ -42,3 +44,5 @@ class Notifications {
   std::mutex handler_mutex_;  ///< Held by a handler for its whole run, and by JoinStoppers.
   std::thread thread_;        ///< The control thread's.
 };
+
+}  // namespace TVK

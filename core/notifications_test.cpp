@@ -7,6 +7,7 @@
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_system.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -208,13 +209,13 @@ TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContextAndAnother
     }
   };
   look(
-      [](DeviceContext & whole) -> auto& { return whole.device_info(); }, TVK::kDeviceInfoFields);
+      [](DeviceContext & whole) -> auto& { return whole.device_info(); }, kDeviceInfoFields);
   look(
-      [](DeviceContext & whole) -> auto& { return whole.region_info(); }, TVK::kRegionInfoFields);
+      [](DeviceContext & whole) -> auto& { return whole.region_info(); }, kRegionInfoFields);
   look(
-      [](DeviceContext & whole) -> auto& { return whole.tvk_info(); }, TVK::kTvkInfoFields);
+      [](DeviceContext & whole) -> auto& { return whole.tvk_info(); }, kTvkInfoFields);
   look(
-      [](DeviceContext & whole) -> auto& { return whole; }, TVK::kDeviceContextFields);
+      [](DeviceContext & whole) -> auto& { return whole; }, kDeviceContextFields);
   EXPECT_THAT(empty, ElementsAre("device_id2", "device_smbiosversion", "device_extensionkeyvalue", "source"));
   EXPECT_THAT(not_compared,
               ElementsAre("device_info_datetime", "device_extensionkeyvalue", "region_info_datetime", "tvk_datetime",
@@ -330,3 +331,5 @@ TEST(ManagerRaceTest, FlipsControlsAndStopMeetWithoutHarm) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -2,6 +2,8 @@
 
 using platform::EventReset;
 
+namespace TVK {
+
 Notifier::WakeUps Notifier::wake_ups() const {
   const std::lock_guard lock(mutex_);
   return wake_ups_;
@@ -58,3 +60,5 @@ void Notifier::CloseGlobalEvents() {
   for (auto& event : global_events_)
     event = nullptr;
 }
+
+}  // namespace TVK

@@ -8,6 +8,8 @@
 #include "client/log/log.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Events that the service makes and the user agent opens.
 inline constexpr wchar_t kTelemetryPolicyChangeEvent[] = L"Global\\TvkUserAgentTelemetryPolicyChangeEvent";
 inline constexpr wchar_t kTvkPolicyChangeEvent[] = L"Global\\TvkUserAgentTVKPolicyChangeEvent";
@@ -17,7 +19,7 @@ inline constexpr wchar_t kDevicePathChangeEvent[] = L"Global\\TvkDevicePathChang
 class Notifier {
  public:
   /// Both must outlive the object.
-  Notifier(platform::Runtime& runtime, const TVK::Log& log) : runtime_(runtime), log_(log) {}
+  Notifier(platform::Runtime& runtime, const Log& log) : runtime_(runtime), log_(log) {}
 
   /// What wakes the notification thread. Null: there is none now. Shared, so that news that meets Stop signals an
   /// object that exists.
@@ -52,8 +54,10 @@ class Notifier {
 
  private:
   platform::Runtime& runtime_;
-  const TVK::Log& log_;
+  const Log& log_;
   mutable std::mutex mutex_;  ///< Guards what follows.
   WakeUps wake_ups_;
   std::array<std::unique_ptr<platform::Event>, 3> global_events_;
 };
+
+}  // namespace TVK

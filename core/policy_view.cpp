@@ -4,8 +4,10 @@
 
 #include "framework/event_monitor_base.h"
 
+namespace TVK {
+
 PolicyView::PolicyView(platform::Runtime& runtime, IConfigAgent& config, const DatasetTable& datasets,
-                       const MachineInformation& machine, const TVK::Log& log)
+                       const MachineInformation& machine, const Log& log)
     : runtime_(runtime),
       config_(config),
       datasets_(datasets),
@@ -59,7 +61,7 @@ DatasetDecision PolicyView::Decide(const DatasetRow& row, DecisionMoment moment)
 
 DatasetDecision PolicyView::DecideLocked(const DatasetRow& row, const EligibilityFilter& device,
                                          DecisionMoment moment) const {
-  return ::Decide(row, policy_->SearchUpdatedConfig(row.id), *policy_, scope_, device, moment);
+  return TVK::Decide(row, policy_->SearchUpdatedConfig(row.id), *policy_, scope_, device, moment);
 }
 
 bool PolicyView::Admits(const DatasetRow& row) {
@@ -111,3 +113,5 @@ void PolicyView::WaitForExcludedWrites(const wchar_t* caller, platform::Waitable
     if (runtime_.WaitAny({objects, stop == nullptr ? 1u : 2u}, left) == 1) return;
   }
 }
+
+}  // namespace TVK

@@ -14,6 +14,8 @@
 #include "framework/consent.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Any thread. The scope in force is the one that was last told; a policy that is read before its notification arrives
 /// is in force with what it withdraws, and with what it grants once its scope is taken over too.
 class PolicyView final : public Consent {
@@ -22,7 +24,7 @@ class PolicyView final : public Consent {
 
   /// All must outlive the object. Until a policy was read nothing is listed, and the scope is "none".
   PolicyView(platform::Runtime& runtime, IConfigAgent& config, const DatasetTable& datasets,
-             const MachineInformation& machine, const TVK::Log& log);
+             const MachineInformation& machine, const Log& log);
 
   /// Reads the policy, which is in force from then on. Null when there is none: what was in force stays so.
   Policy Read();
@@ -56,7 +58,7 @@ class PolicyView final : public Consent {
   IConfigAgent& config_;
   const DatasetTable& datasets_;
   const MachineInformation& machine_;
-  const TVK::Log& log_;
+  const Log& log_;
   const std::unique_ptr<platform::Event> write_ended_;  ///< Auto-reset; a write ended that is excluded by now.
   std::mutex take_mutex_;     ///< Held while a policy is read and put in force, so that an older one never replaces a
                               ///< newer one; taken before mutex_.
@@ -65,3 +67,5 @@ class PolicyView final : public Consent {
   std::wstring scope_ = L"none";
   std::list<const DatasetRow*> writes_;  ///< On their way.
 };
+
+}  // namespace TVK

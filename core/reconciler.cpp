@@ -5,6 +5,8 @@
 
 #include "client/log/guarded_thread.h"
 
+namespace TVK {
+
 Reconciler::Reconciler(const ManagerParts& parts, ById run, ById stop)
     : parts_(parts), run_(std::move(run)), stop_(std::move(stop)), stoppers_(parts.services.runtime, parts.log) {}
 
@@ -160,3 +162,5 @@ void Reconciler::WaitForEventMonitorThreads() {
     }
   }
 }
+
+}  // namespace TVK

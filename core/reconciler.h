@@ -14,11 +14,13 @@
 #include "core/monitor_stoppers.h"
 #include "core/policy_view.h"
 
+namespace TVK {
+
 /// What the manager's parts are to each other. All of them outlive whoever holds the references.
 struct ManagerParts {
   const ManagerServices& services;
   const MonitorServices& monitor_services;
-  const TVK::Log& log;
+  const Log& log;
   const std::atomic<bool>& initialized;  ///< Cleared by Stop, which waits for the handlers: they hurry then.
   IdentityValues& identity;
   PolicyView& policy;
@@ -70,3 +72,5 @@ class Reconciler {
   const ById stop_;
   MonitorStoppers stoppers_;
 };
+
+}  // namespace TVK

@@ -3,8 +3,12 @@
 
 #include "platform/waitable.h"
 
+namespace TVK {
+
 /// The user agent's program.
 inline constexpr wchar_t kUserAgentProgram[] = L"TVKUserAgent.exe";
+
+}  // namespace TVK
 
 /// Starts and ends the user agent's program in the session of the logged-on user. Any thread.
 class UserProcessAgent {

@@ -5,6 +5,8 @@
 
 #include "framework/dataset_row.h"
 
+namespace TVK {
+
 /// Answers from the policy and the telemetry scope in force at the moment of the question. Any thread.
 class Consent {
  public:
@@ -19,3 +21,5 @@ class Consent {
  protected:
   ~Consent() = default;
 };
+
+}  // namespace TVK

@@ -6,6 +6,7 @@
 #include "framework/scheduled_monitor.h"
 #include "testing/monitor_world.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -23,7 +24,7 @@ constexpr const DatasetRow& kOther = DatasetRowNamed(L"StorageEvent");
 constexpr wchar_t kPerDay[] = L"ReadPerDay";
 const std::map<std::wstring, std::wstring> kItems = {{kPerDay, L"22222222-0000-4000-8000-000000000002"},
                                                      {L"ReadPerSession", L"22222222-0000-4000-8000-000000000003"}};
-constexpr TVK::MonitorLines kLines = {
+constexpr MonitorLines kLines = {
     .context_decision = L"Drives: new %s, on change %s",
     .context_failure = L"Drives: context: error %d",
     .init_failure = L"Drives: init",
@@ -31,15 +32,15 @@ constexpr TVK::MonitorLines kLines = {
     .no_context = L"%s: %s is not in DriveContextIdMap!",
 };
 
-using Drives = std::vector<TVK::DescribedDevice>;
+using Drives = std::vector<DescribedDevice>;
 
 /// A monitor of several drives, which waits for another dataset's context, reports once a session and once a day, and
 /// whose stop event has a name. What it finds is the test's.
-class DriveMonitor final : public TVK::ScheduledMonitor {
+class DriveMonitor final : public ScheduledMonitor {
  public:
   explicit DriveMonitor(const MonitorServices& services, const wchar_t* reported = kPerDay)
       : ScheduledMonitor(services, {kRow, kItems, kLines},
-                         TVK::ReportRule{.item = reported, .report = [this] { Report(kPerDay); }}) {}
+                         ReportRule{.item = reported, .report = [this] { Report(kPerDay); }}) {}
 
   void StartMonitor(std::wstring /*name*/) override {
     if (!MakeStopEvent(L"DriveMonitor", L"%s: error %d", L"DriveEvent_StopEvent")) return;
@@ -65,13 +66,13 @@ class DriveMonitor final : public TVK::ScheduledMonitor {
     while_described();
     return drives;
   }
-  void OnDescriptionChanged(const TVK::DescribedDevice& device, const ItemData& before) override {
+  void OnDescriptionChanged(const DescribedDevice& device, const ItemData& before) override {
     changed.push_back(device.key + L" was " + before.begin()->second);
   }
 
  private:
   void Report(const wchar_t* item) {
-    for (const TVK::DescribedDevice& drive : *drives)
+    for (const DescribedDevice& drive : *drives)
       WriteItem(item, {{L"Health", L"good"}}, drive.key);
   }
 };
@@ -120,7 +121,7 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   EXPECT_EQ(context.item_data(), (ItemData{{L"Model", L"2"}}));
   EXPECT_EQ(context.source() + context.dataset_type(), L"tvk/drivedevice-activity");
   EXPECT_EQ(context.device_context_id() + context.schema_ver(), L"DEVICE-CONTEXT2.0");
-  EXPECT_EQ(context.source_component(), TVK::String::ToUpper(life_->services().tvk_info.GetId()));
+  EXPECT_EQ(context.source_component(), String::ToUpper(life_->services().tvk_info.GetId()));
   const ItemEvent item = life_->Items().back();
   EXPECT_EQ(item.source(), L"tvk/Drive");
   EXPECT_EQ(item.item_id(), kItems.at(kPerDay));
@@ -162,7 +163,7 @@ TEST_F(DatasetMonitorTest, AContextStandsUntilItSaysAnythingElse) {
     std::size_t written;
     Texts changed;
   };
-  const TVK::DescribedDevice a = {L"A", {{L"Model", L"1"}}};
+  const DescribedDevice a = {L"A", {{L"Model", L"1"}}};
   for (const Row& row : {
            Row{{a, {L"B", {{L"Model", L"2"}}}}, false, 0, {}},
            Row{{a, {L"B", {{L"Model", L"3"}}}}, false, 1, {L"B was 2"}},
@@ -269,3 +270,5 @@ TEST_F(DatasetMonitorTest, AStoreThatRefusesIsToldAndTheIdHolds) {
 }
 
 }  // namespace
+
+}  // namespace TVK

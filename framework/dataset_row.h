@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+namespace TVK {
+
 enum class DatasetRule {
   kByScope,           ///< Runs when the policy lists it and its scopes hold the scope in force.
   kStartsAtAnyScope,  ///< The same, but its start with the service does not look at the scope.
@@ -93,3 +95,5 @@ consteval const DatasetRow& DatasetRowNamed(std::wstring_view name) {
 inline std::wstring DatasetContextEventName(const DatasetRow& row) {
   return std::wstring(row.name) + L"_LogDatasetContext";
 }
+
+}  // namespace TVK

@@ -5,6 +5,8 @@
 
 #include "client/text/interval.h"
 
+namespace TVK {
+
 namespace {
 
 std::wstring Quote(const std::wstring& text) {
@@ -42,8 +44,8 @@ bool IsZero(const std::wstring& text) {
 // Why `text`, which stands for `ms`, cannot be used; empty when it can.
 std::wstring FaultOfInterval(const IntervalSetting& setting, const std::wstring& text, std::uint64_t ms) {
   if (ms == 0) {
-    if (text.size() > TVK::utility::kLongestIntervalText) return Quote(text) + L" is too long for an interval";
-    if (!TVK::utility::IntervalTextMatches(text, setting.pattern))
+    if (text.size() > utility::kLongestIntervalText) return Quote(text) + L" is too long for an interval";
+    if (!utility::IntervalTextMatches(text, setting.pattern))
       return Quote(text) + L" does not match " + setting.pattern;
   }
   if (ms == 0 ? !IsZero(text) : ms > setting.most_ms) {
@@ -73,7 +75,7 @@ std::uint64_t IntervalSetting::Read(const SettingTexts& settings, SettingReading
   reading = Default({});
   const std::wstring* text = Find(settings, key, reading);
   if (text == nullptr) return default_ms;
-  const std::uint64_t ms = TVK::utility::GetIntervalInMillisecondsGivenRegex(*text, pattern);
+  const std::uint64_t ms = utility::GetIntervalInMillisecondsGivenRegex(*text, pattern);
   std::wstring fault = FaultOfInterval(*this, *text, ms);
   if (!fault.empty()) {
     Refuse(std::move(fault), reading);
@@ -109,3 +111,5 @@ void AddUnknownSettings(const SettingTexts& settings, std::vector<SettingReading
     readings.push_back({key, L"none", false, L"the dataset has no such setting", true, {}});
   }
 }
+
+}  // namespace TVK

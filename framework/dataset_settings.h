@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace TVK {
+
 /// Keys and values of one dataset, as the policy holds them.
 using SettingTexts = std::map<std::wstring, std::wstring>;
 
@@ -49,3 +51,5 @@ struct IntegerSetting {
 
 /// Adds a mistake for each key of `settings` that `readings` does not hold.
 void AddUnknownSettings(const SettingTexts& settings, std::vector<SettingReading>& readings);
+
+}  // namespace TVK

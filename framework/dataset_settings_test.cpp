@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+namespace TVK {
 namespace {
 
 template <typename Setting>
@@ -63,3 +64,5 @@ TEST(DatasetSettingsTest, NumbersAreReadOrExplained) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -23,7 +23,7 @@ ScopeSlot& Scope() {
 const std::wstring EventMonitorBase::DeviceInitItemId = L"FC8782AC-7C54-4D27-9A21-E2B87D2A197B";
 
 EventMonitorBase::EventMonitorBase(SERVICE_STATUS_HANDLE handle, bool device_path_changed,
-                                   const MonitorServices& services)
+                                   const TVK::MonitorServices& services)
     : service_status_handle_(handle), device_path_changed_(device_path_changed), services_(&services) {}
 
 bool EventMonitorBase::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& /*settings*/) {

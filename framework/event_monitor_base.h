@@ -28,7 +28,7 @@ class EventMonitorBase {
 
   /// `handle`: of the hosting service, kept for subclasses. `device_path_changed`: whether the device path changed
   /// since the monitor last ran. `services` must outlive the monitor.
-  EventMonitorBase(SERVICE_STATUS_HANDLE handle, bool device_path_changed, const MonitorServices& services);
+  EventMonitorBase(SERVICE_STATUS_HANDLE handle, bool device_path_changed, const TVK::MonitorServices& services);
   EventMonitorBase(const EventMonitorBase&) = default;
   EventMonitorBase& operator=(const EventMonitorBase&) = default;
 
@@ -116,7 +116,7 @@ class EventMonitorBase {
   /// receives what is left of the interval.
   bool isItemEventElapsed(const std::int64_t& last, const int& interval_seconds, std::uint64_t& remaining_seconds);
 
-  const MonitorServices& services() const { return *services_; }
+  const TVK::MonitorServices& services() const { return *services_; }
   SERVICE_STATUS_HANDLE service_status_handle() const { return service_status_handle_; }
 
   TVK::Log log_;  ///< The monitor's own log, opened by the subclass.
@@ -127,5 +127,5 @@ class EventMonitorBase {
 
   SERVICE_STATUS_HANDLE service_status_handle_;
   bool device_path_changed_;
-  const MonitorServices* services_;
+  const TVK::MonitorServices* services_;
 };

@@ -6,6 +6,7 @@
 #include "client/text/string.h"
 #include "testing/monitor_world.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -18,7 +19,7 @@ class BareMonitor final : public EventMonitorBase {
  public:
   explicit BareMonitor(const MonitorServices& services, bool path_changed = false)
       : EventMonitorBase(nullptr, path_changed, services) {
-    TVK::utility::InitLog(log_, L"Bare.log", 4);
+    utility::InitLog(log_, L"Bare.log", 4);
   }
   using EventMonitorBase::getLastItemEventTimeStamp;
   using EventMonitorBase::getLastItemEventTimeStampWithFallback;
@@ -77,19 +78,19 @@ TEST_F(EventMonitorBaseTest, TheLastReportIsSoughtInFourPlaces) {
     ItemEvent event;
     event.set_dataset_id(kId);
     event.set_item_id(item_id);
-    event.set_item_time(TVK::System::GetTime(world_.runtime.clock()));
+    event.set_item_time(System::GetTime(world_.runtime.clock()));
     EXPECT_EQ(life_.store.LogItemEvent(event), 0);
   };
   const std::function<void()> writings[] = {
       [&] {
         DeviceContext context;
-        context.set_device_context_datetime(TVK::System::GetTime(world_.runtime.clock()));
+        context.set_device_context_datetime(System::GetTime(world_.runtime.clock()));
         EXPECT_EQ(life_.store.LogDeviceContext(context), 0);
       },
       [&] {
         DatasetContext context;
         context.set_dataset_id(kId);
-        context.set_dataset_context_datetime(TVK::System::GetTime(world_.runtime.clock()));
+        context.set_dataset_context_datetime(System::GetTime(world_.runtime.clock()));
         EXPECT_EQ(life_.store.LogDatasetContext(context), 0);
       },
       [&] { write_item(EventMonitorBase::DeviceInitItemId); },
@@ -199,3 +200,5 @@ TEST_F(EventMonitorBaseTest, TheScopeNoneIsToldCaseAside) {
 }
 
 }  // namespace
+
+}  // namespace TVK

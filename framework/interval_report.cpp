@@ -5,9 +5,11 @@
 
 #include "client/text/string.h"
 
+namespace TVK {
+
 IntervalReport::IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report)
     : runtime_(runtime), name_(std::move(name)), report_(std::move(report)) {
-  TVK::utility::InitLog(log_, L"TimerThread.log", 4);
+  utility::InitLog(log_, L"TimerThread.log", 4);
 }
 
 IntervalReport::~IntervalReport() {
@@ -46,7 +48,7 @@ void IntervalReport::Start(std::uint64_t first_delay_seconds) {
     timer_ = std::make_unique<Timer>(
         runtime_, interval_ / 1000, name_, [this](const std::wstring&) { report_(); }, first_delay_seconds);
   } catch (const std::system_error& failure) {
-    log_.e(L"%s: cannot be started: %s", name_, TVK::String::UTF8ToUTF16(failure.what()));
+    log_.e(L"%s: cannot be started: %s", name_, String::UTF8ToUTF16(failure.what()));
   }
 }
 
@@ -70,3 +72,5 @@ std::uint32_t ReadUsageInterval(const std::wstring& pattern, const SettingTexts&
                                 IntervalReport::kLeastInterval, UINT32_MAX, L"period of the usage report"};
   return static_cast<std::uint32_t>(setting.Read(settings, reading));
 }
+
+}  // namespace TVK

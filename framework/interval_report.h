@@ -13,6 +13,8 @@
 #include "framework/timer_thread.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Holds the interval and the timer of one report. Any thread.
 class IntervalReport {
  public:
@@ -51,7 +53,7 @@ class IntervalReport {
   void PauseLocked();  // with mutex_ held
 
   platform::Runtime& runtime_;
-  TVK::Log log_;
+  Log log_;
   const std::wstring name_;
   const std::function<void()> report_;
   std::mutex change_mutex_;   ///< See LockForChange; taken before mutex_.
@@ -65,3 +67,5 @@ class IntervalReport {
 /// Reads the setting "ReadUsageInterval" that the datasets with such a report share; `pattern` is the dataset's own. In
 /// milliseconds, at least IntervalReport::kLeastInterval, or 0: it has no default.
 std::uint32_t ReadUsageInterval(const std::wstring& pattern, const SettingTexts& settings, SettingReading& reading);
+
+}  // namespace TVK

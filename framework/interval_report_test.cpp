@@ -5,6 +5,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -61,3 +62,5 @@ TEST(IntervalReportTest, AReportThatCouldNotBeStartedIsAskedForAgain) {
 }
 
 }  // namespace
+
+}  // namespace TVK

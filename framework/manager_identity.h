@@ -5,6 +5,8 @@
 
 #include "tvk/service_types.h"
 
+namespace TVK {
+
 /// Implemented by the event manager. Any thread may call it at any time.
 class ManagerIdentity {
  public:
@@ -26,3 +28,5 @@ class ManagerIdentity {
  protected:
   ~ManagerIdentity() = default;
 };
+
+}  // namespace TVK

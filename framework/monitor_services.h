@@ -11,11 +11,13 @@
 #include "platform/machine.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// References to the process's (or a simulated world's) services. All of them outlive every monitor.
 struct MonitorServices {
   platform::Runtime& runtime;
   platform::Machine& machine;
-  TVK::EventDataLogging& store;
+  EventDataLogging& store;
   IConfigAgent& config;
   MachineInformation& machine_information;
   TvkInfo& tvk_info;
@@ -23,3 +25,5 @@ struct MonitorServices {
   SecondTick& second_tick;
   Consent& consent;
 };
+
+}  // namespace TVK

@@ -7,12 +7,14 @@
 #include "client/text/string.h"
 #include "platform/deadline.h"
 
+namespace TVK {
+
 OneShotTimer::OneShotTimer(platform::Runtime& runtime, std::string thread_name, std::function<void()> callback)
     : runtime_(runtime),
       name_(std::move(thread_name)),
       callback_(std::move(callback)),
       moved_(runtime.MakeEvent(platform::EventReset::kAuto)) {
-  TVK::utility::InitLog(log_, L"TimerThread.log", 4);
+  utility::InitLog(log_, L"TimerThread.log", 4);
 }
 
 OneShotTimer::~OneShotTimer() {
@@ -35,11 +37,11 @@ void OneShotTimer::Arm(std::chrono::milliseconds delay) {
   }
   if (thread_.joinable()) runtime_.Join(thread_);  // It is past everything that takes the lock.
   try {
-    thread_ = TVK::StartGuardedThread(runtime_, log_, name_, [this] { Run(); });
+    thread_ = StartGuardedThread(runtime_, log_, name_, [this] { Run(); });
     running_ = true;
   } catch (const std::system_error& failure) {
     due_.reset();
-    log_.e(L"%s: cannot be armed: %s", TVK::String::UTF8ToUTF16(name_), TVK::String::UTF8ToUTF16(failure.what()));
+    log_.e(L"%s: cannot be armed: %s", String::UTF8ToUTF16(name_), String::UTF8ToUTF16(failure.what()));
   }
 }
 
@@ -55,8 +57,10 @@ void OneShotTimer::Run() {
     }
     due_.reset();
     lock.unlock();
-    TVK::CallLogged(log_, TVK::String::UTF8ToUTF16(name_), callback_);
+    TVK::CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
     lock.lock();
   }
   running_ = false;
 }
+
+}  // namespace TVK

@@ -12,6 +12,8 @@
 #include "client/log/log.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Runs a callback once an arming, after a delay of waking time: what lets a burst of events settle must let it settle
 /// while the machine is awake. The callback has a thread of its own, which lives from the arming to the end of the
 /// callback; so it may block and holds up no other timer, and a timer that is not armed costs no thread. An exception
@@ -36,7 +38,7 @@ class OneShotTimer {
   void Run();
 
   platform::Runtime& runtime_;
-  TVK::Log log_;
+  Log log_;
   const std::string name_;
   const std::function<void()> callback_;
   const std::unique_ptr<platform::Event> moved_;  ///< due_ was set or taken back while the thread runs.
@@ -46,3 +48,5 @@ class OneShotTimer {
   bool running_ = false;  ///< Whether thread_ still looks at due_.
   std::thread thread_;
 };
+
+}  // namespace TVK

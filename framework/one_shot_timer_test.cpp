@@ -8,6 +8,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -107,3 +108,5 @@ TEST_F(OneShotTimerTest, WithoutAThreadItStaysUnarmedAndSaysSo) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -8,6 +8,8 @@
 #include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 
+namespace TVK {
+
 struct SecondTick::Watcher {
   const Look& look;         ///< The watching thread's, as long as it has not gone.
   const std::string& name;  ///< Likewise.
@@ -20,7 +22,7 @@ struct SecondTick::Watcher {
 };
 
 SecondTick::SecondTick(platform::Runtime& runtime) : runtime_(runtime) {
-  TVK::utility::InitLog(log_, L"SecondTick.log", 4);
+  utility::InitLog(log_, L"SecondTick.log", 4);
 }
 
 void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const Look& look) {
@@ -29,7 +31,7 @@ void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const 
         new Watcher{.look = look, .name = name, .found = runtime_.MakeEvent(platform::EventReset::kAuto)});
     Enter(watcher);
     const auto do_work = [&] {
-      TVK::CallLogged(log_, TVK::String::UTF8ToUTF16(name), watcher->work);
+      TVK::CallLogged(log_, String::UTF8ToUTF16(name), watcher->work);
       watcher->work = nullptr;
       watcher->busy = false;
     };
@@ -39,7 +41,7 @@ void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const 
     Leave(watcher);
     if (watcher->busy) do_work();
   } catch (const std::exception& failure) {
-    log_.e(L"%s: cannot be watched: %s", TVK::String::UTF8ToUTF16(name), TVK::String::UTF8ToUTF16(failure.what()));
+    log_.e(L"%s: cannot be watched: %s", String::UTF8ToUTF16(name), String::UTF8ToUTF16(failure.what()));
   }
 }
 
@@ -85,9 +87,11 @@ void SecondTick::Tick() {
   for (const auto& watcher : watchers) {
     const std::lock_guard look_lock(watcher->look_mutex);
     if (watcher->gone || watcher->busy) continue;
-    TVK::CallLogged(log_, TVK::String::UTF8ToUTF16(watcher->name), [&] { watcher->work = watcher->look(); });
+    TVK::CallLogged(log_, String::UTF8ToUTF16(watcher->name), [&] { watcher->work = watcher->look(); });
     if (watcher->work == nullptr) continue;
     watcher->busy = true;
     watcher->found->Set();
   }
 }
+
+}  // namespace TVK

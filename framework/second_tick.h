@@ -11,6 +11,8 @@
 #include "framework/timer_thread.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Looks for all of its watchers once in a second of waking time, on one thread that runs only while there is a
 /// watcher. A machine at rest is woken once for all of them; a watcher's own thread wakes only when its look found
 /// something.
@@ -47,7 +49,7 @@ class SecondTick {
   void Tick();
 
   platform::Runtime& runtime_;
-  TVK::Log log_;
+  Log log_;
   std::mutex list_mutex_;  ///< Guards watchers_; never held while a look runs.
   std::list<std::shared_ptr<Watcher>> watchers_;
   std::mutex
@@ -55,3 +57,5 @@ class SecondTick {
   int watcher_count_ = 0;                   ///< Those that entered and whose last look is not known to have ended.
   std::unique_ptr<PeriodicThread> thread_;  ///< Null without watchers.
 };
+
+}  // namespace TVK

@@ -9,6 +9,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -141,3 +142,5 @@ TEST_F(SecondTickTest, ExceptionsAreLoggedAndEndNothing) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -7,17 +7,19 @@
 
 using std::chrono::seconds;
 
+namespace TVK {
+
 PeriodicThread::PeriodicThread(platform::Runtime& runtime, Time time, seconds period, seconds first_delay,
                                std::string thread_name, std::function<void()> callback)
     : runtime_(runtime),
       name_(std::move(thread_name)),
       callback_(std::move(callback)),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)) {
-  TVK::utility::InitLog(log_, L"TimerThread.log", 4);
+  utility::InitLog(log_, L"TimerThread.log", 4);
   period = std::max(period, seconds(1));
   first_delay = std::max(first_delay, seconds(0));
   const std::lock_guard lock(join_mutex_);
-  thread_ = TVK::StartGuardedThread(runtime_, log_, name_, [this, time, period, first_delay] {
+  thread_ = StartGuardedThread(runtime_, log_, name_, [this, time, period, first_delay] {
     own_id_ = std::this_thread::get_id();
     if (time == Time::kWaking) {
       Run(&platform::Clock::Steady, period, first_delay);
@@ -44,9 +46,11 @@ void PeriodicThread::Run(Moment (platform::Clock::*now)() const, seconds period,
   const platform::Clock& clock = runtime_.clock();
   Moment due = (clock.*now)() + first_delay;
   while (runtime_.WaitUntil(*stop_, due) == platform::kWaitTimeout) {
-    TVK::CallLogged(log_, TVK::String::UTF8ToUTF16(name_), callback_);
+    TVK::CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
     const Moment after = (clock.*now)();
     due += period;
     if (due <= after) due += period * ((after - due) / period + 1);
   }
 }
+
+}  // namespace TVK

@@ -14,6 +14,8 @@
 #include "client/log/log.h"
 #include "platform/runtime.h"
 
+namespace TVK {
+
 /// Runs a callback on a thread of its own: first after a delay, then once a period, counted from start to start.
 /// Periods that pass while the callback runs are left out, not made up for. An exception that leaves the callback is
 /// logged and the timer goes on.
@@ -51,7 +53,7 @@ class PeriodicThread {
   void Run(Moment (platform::Clock::*now)() const, std::chrono::seconds period, std::chrono::seconds first_delay);
 
   platform::Runtime& runtime_;
-  TVK::Log log_;
+  Log log_;
   const std::string name_;
   const std::function<void()> callback_;
   const std::unique_ptr<platform::Event> stop_;
@@ -61,6 +63,8 @@ class PeriodicThread {
   std::thread thread_;
 };
 
+}  // namespace TVK
+
 /// PeriodicThread in elapsed time, with a callback that takes an argument of type `T`; the name is that argument and
 /// names the timer.
 template <typename T>
@@ -68,7 +72,7 @@ class TimerThread {
  public:
   TimerThread(platform::Runtime& runtime, std::uint64_t period_seconds, const T& name,
               std::function<void(const T&)> callback, std::uint64_t first_delay_seconds)
-      : thread_(runtime, PeriodicThread::Time::kElapsed, Seconds(period_seconds), Seconds(first_delay_seconds),
+      : thread_(runtime, TVK::PeriodicThread::Time::kElapsed, Seconds(period_seconds), Seconds(first_delay_seconds),
                 "tvk-timer", [name, callback = std::move(callback)] { callback(name); }) {}
 
   void Stop() { thread_.Stop(); }
@@ -82,5 +86,5 @@ class TimerThread {
     return std::chrono::seconds(static_cast<std::int64_t>(count < kCentury ? count : kCentury));
   }
 
-  PeriodicThread thread_;
+  TVK::PeriodicThread thread_;
 };

@@ -7,6 +7,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -134,3 +135,5 @@ TEST(TimerThreadTest, HandsItsNameOverAndBearsAnyDelay) {
 }
 
 }  // namespace
+
+}  // namespace TVK

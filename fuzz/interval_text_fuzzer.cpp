@@ -9,10 +9,10 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::wstring text = TVK::String::UTF8ToUTF16({reinterpret_cast<const char*>(data), size});
-  const IntervalSetting setting{L"K", L"^\\d+(ms|s|m|h|d)$", 0, 1, UINT32_MAX, L""};
+  const TVK::IntervalSetting setting{L"K", L"^\\d+(ms|s|m|h|d)$", 0, 1, UINT32_MAX, L""};
   const std::uint64_t ms = TVK::utility::GetIntervalInMillisecondsGivenRegex(text, setting.pattern);
   if (text.ends_with(L'h') && ms % (60 * 60 * 1000) != 0) std::abort();
-  SettingReading reading;
+  TVK::SettingReading reading;
   const std::uint64_t read = setting.Read({{L"K", text}}, reading);
   // The setting takes what the interval says, or says why not.
   if (read != (ms <= UINT32_MAX ? ms : 0)) std::abort();

@@ -15,7 +15,7 @@ void Require(bool holds) {
 template <typename Document>
 void CheckDocument(const Document& document) {
   bool fatal = false;
-  for (const PolicyProblem& problem : document.problems) {
+  for (const TVK::PolicyProblem& problem : document.problems) {
     fatal = fatal || problem.fatal;
     Require(!problem.message.empty());
     for (const std::string& text : {problem.path, problem.message}) {
@@ -30,7 +30,7 @@ void CheckDocument(const Document& document) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  CheckDocument(ParseTelemetryPolicy(text));
-  CheckDocument(ParseTvkPolicy(text));
+  CheckDocument(TVK::ParseTelemetryPolicy(text));
+  CheckDocument(TVK::ParseTvkPolicy(text));
   return 0;
 }

@@ -32,7 +32,7 @@ void Decode(std::vector<std::uint8_t> rsmb) {
       tool.GetString(1, structure.data + 1, UINT32_MAX);
     }
   }
-  const SmbiosSurvey survey = tool.Survey();
+  const TVK::SmbiosSurvey survey = tool.Survey();
   Require(structures == survey.structures && !(survey.damaged && survey.ended));
   if (error == 2 || survey.damaged || structures == 0) Require(!tool.Problem().empty());
   TVK::ReadSmbiosIdentity(tool);

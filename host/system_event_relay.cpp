@@ -6,10 +6,12 @@
 
 using TVK::String;
 
+namespace TVK {
+
 SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime,
                                    platform::SystemEventCallback receiver)
     : receiver_(std::move(receiver)) {
-  TVK::utility::InitLog(log_, L"SystemEvents.log", 4);
+  utility::InitLog(log_, L"SystemEvents.log", 4);
   platform::SystemEventOpening opening = events.Open(runtime, [this](const platform::SystemEvent& event) {
     try {
       receiver_(event);
@@ -24,3 +26,5 @@ SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Run
   }
   source_ = std::move(opening.source);
 }
+
+}  // namespace TVK

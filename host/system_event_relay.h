@@ -6,6 +6,8 @@
 #include "client/log/log.h"
 #include "platform/system_events.h"
 
+namespace TVK {
+
 /// Listens from its making to its end. What cannot be listened to is logged, once, and nothing is handed on then.
 class SystemEventRelay {
  public:
@@ -17,7 +19,9 @@ class SystemEventRelay {
   ~SystemEventRelay() = default;
 
  private:
-  TVK::Log log_;
+  Log log_;
   const platform::SystemEventCallback receiver_;
   std::unique_ptr<platform::SystemEventSource> source_;  ///< Ends first: it calls back.
 };
+
+}  // namespace TVK

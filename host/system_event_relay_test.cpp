@@ -9,6 +9,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 namespace {
 
 using platform::BatteryPercent;
@@ -46,3 +47,5 @@ TEST(SystemEventRelayTest, AProblemIsLogged) {
 }
 
 }  // namespace
+
+}  // namespace TVK

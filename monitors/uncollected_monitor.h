@@ -3,6 +3,8 @@
 
 #include "framework/event_monitor_base.h"
 
+namespace TVK {
+
 /// Starts and stops like every other monitor, says in its log that it collects nothing, and writes no record.
 class UncollectedMonitor final : public EventMonitorBase {
  public:
@@ -17,3 +19,5 @@ class UncollectedMonitor final : public EventMonitorBase {
  private:
   const DatasetRow& row_;
 };
+
+}  // namespace TVK

@@ -10,7 +10,7 @@ using Place = MonitorScript::Place;
 
 class ScriptedMonitor final : public EventMonitorBase {
  public:
-  ScriptedMonitor(const MonitorServices& monitor_services, MonitorScript& script, const DatasetRow& row)
+  ScriptedMonitor(const TVK::MonitorServices& monitor_services, MonitorScript& script, const TVK::DatasetRow& row)
       : EventMonitorBase(nullptr, false, monitor_services),
         script_(script),
         row_(row),
@@ -68,33 +68,33 @@ class ScriptedMonitor final : public EventMonitorBase {
   }
 
   MonitorScript& script_;
-  const DatasetRow& row_;
+  const TVK::DatasetRow& row_;
   const std::unique_ptr<platform::Event> stop_;
 };
 
 }  // namespace
 
-DatasetTable ScriptedDatasets(MonitorScript& script) {
-  std::vector<Dataset> datasets;
-  for (const DatasetRow& row : kDatasetRows) {
+TVK::DatasetTable ScriptedDatasets(MonitorScript& script) {
+  std::vector<TVK::Dataset> datasets;
+  for (const TVK::DatasetRow& row : TVK::kDatasetRows) {
     datasets.push_back({row});
-    if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) continue;
-    datasets.back().factory = [&script, &row](const MonitorServices& services) {
+    if (row.rule == TVK::DatasetRule::kUserProcess || row.rule == TVK::DatasetRule::kDeviceContext) continue;
+    datasets.back().factory = [&script, &row](const TVK::MonitorServices& services) {
       if (script.failure == std::pair(std::wstring(row.name), Place::kMake)) throw std::runtime_error("told to fail");
       return std::make_unique<ScriptedMonitor>(services, script, row);
     };
   }
-  return DatasetTable(std::move(datasets));
+  return TVK::DatasetTable(std::move(datasets));
 }
 
 std::wstring IdOf(const std::wstring& dataset_name) {
-  const auto* const row = std::ranges::find(kDatasetRows, dataset_name, &DatasetRow::name);
-  return row == kDatasetRows.end() ? std::wstring() : std::wstring(row->id);
+  const auto* const row = std::ranges::find(TVK::kDatasetRows, dataset_name, &TVK::DatasetRow::name);
+  return row == TVK::kDatasetRows.end() ? std::wstring() : std::wstring(row->id);
 }
 
 TelemetryPolicy PolicyOf(const std::wstring& scope, const std::vector<std::wstring>& dataset_names) {
   std::vector<std::pair<std::wstring, std::wstring>> datasets;
-  for (const DatasetRow& row : kDatasetRows) {
+  for (const TVK::DatasetRow& row : TVK::kDatasetRows) {
     if (dataset_names.empty()) datasets.emplace_back(row.id, row.name);
   }
   for (const std::wstring& name : dataset_names)
@@ -103,7 +103,7 @@ TelemetryPolicy PolicyOf(const std::wstring& scope, const std::vector<std::wstri
 }
 
 ManagerLife::ManagerLife(platform::Runtime& runtime, platform::Machine& machine, SettableConfigAgent& config_agent,
-                         const TempFolder& folder, const DatasetTable& table)
+                         const TempFolder& folder, const TVK::DatasetTable& table)
     : config(config_agent),
       region_changed(runtime.MakeEvent(platform::EventReset::kAuto)),
       composition(runtime, machine, {.data_folder = folder.path(), .policy_file = {}},

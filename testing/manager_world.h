@@ -52,7 +52,7 @@ class MonitorScript {
 };
 
 /// The component's datasets with scripted monitors, which keep their threads until they are stopped.
-DatasetTable ScriptedDatasets(MonitorScript& script);
+TVK::DatasetTable ScriptedDatasets(MonitorScript& script);
 
 /// The id of the component's dataset of this name.
 std::wstring IdOf(const std::wstring& dataset_name);
@@ -62,7 +62,7 @@ TelemetryPolicy PolicyOf(const std::wstring& scope, const std::vector<std::wstri
 /// A manager that a test may make.
 class TestManager final : public EventManager {
  public:
-  explicit TestManager(const ManagerServices& services) : EventManager(services, nullptr) {}
+  explicit TestManager(const TVK::ManagerServices& services) : EventManager(services, nullptr) {}
   ~TestManager() override = default;
 };
 
@@ -107,10 +107,10 @@ class FixedDeviceIds final : public TVK::DeviceIdAgent {
 /// One run of the service with its manager. `table` must outlive it.
 class ManagerLife {
  public:
-  ManagerLife(MonitorWorld& world, const DatasetTable& table)
+  ManagerLife(MonitorWorld& world, const TVK::DatasetTable& table)
       : ManagerLife(world.runtime, world.machine, world.config, world.folder, table) {}
   ManagerLife(platform::Runtime& runtime, platform::Machine& machine, SettableConfigAgent& config_agent,
-              const TempFolder& folder, const DatasetTable& table);
+              const TempFolder& folder, const TVK::DatasetTable& table);
   /// Stops the manager.
   ~ManagerLife();
   ManagerLife(const ManagerLife&) = delete;
@@ -127,7 +127,7 @@ class ManagerLife {
   RecordingUserProcess user_process;
   FixedDeviceIds device_ids;
   const std::unique_ptr<platform::Event> region_changed;
-  Composition composition;
+  TVK::Composition composition;
   RecordCollector records;
   TestManager manager;
 };

@@ -35,7 +35,7 @@ class SettableConfigAgent final : public IConfigAgent {
     const std::lock_guard lock(mutex_);
     policy_ = std::move(policy);
   }
-  void SetTvkPolicy(std::optional<TvkPolicy> policy) {
+  void SetTvkPolicy(std::optional<TVK::TvkPolicy> policy) {
     const std::lock_guard lock(mutex_);
     tvk_policy_ = std::move(policy);
   }
@@ -43,7 +43,7 @@ class SettableConfigAgent final : public IConfigAgent {
   void SetSettings(const std::wstring& dataset_name, std::map<std::wstring, std::wstring> settings);
 
   bool GetTelemetryPolicy(TelemetryPolicy& policy) override { return Get(policy_, policy); }
-  bool GetTvkPolicy(TvkPolicy& policy) override { return Get(tvk_policy_, policy); }
+  bool GetTvkPolicy(TVK::TvkPolicy& policy) override { return Get(tvk_policy_, policy); }
 
  private:
   template <typename Policy>
@@ -55,11 +55,11 @@ class SettableConfigAgent final : public IConfigAgent {
 
   std::mutex mutex_;  ///< Guards what follows.
   std::optional<TelemetryPolicy> policy_;
-  std::optional<TvkPolicy> tvk_policy_;
+  std::optional<TVK::TvkPolicy> tvk_policy_;
 };
 
 /// The manager as monitors see it, without one. Set it before monitors run.
-class SettableManagerIdentity final : public ManagerIdentity {
+class SettableManagerIdentity final : public TVK::ManagerIdentity {
  public:
   SERVICE_STATUS_HANDLE get_svrHandle() override { return nullptr; }
   std::wstring get_schema_ver() override { return L"2.0"; }
@@ -79,10 +79,10 @@ class SettableManagerIdentity final : public ManagerIdentity {
 };
 
 /// A consent that the test gives and withdraws. Any thread.
-class SettableConsent final : public Consent {
+class SettableConsent final : public TVK::Consent {
  public:
-  bool Admits(const DatasetRow& /*row*/) override { return given; }
-  bool WriteIfAdmitted(const DatasetRow& /*row*/, const std::function<void()>& write) override {
+  bool Admits(const TVK::DatasetRow& /*row*/) override { return given; }
+  bool WriteIfAdmitted(const TVK::DatasetRow& /*row*/, const std::function<void()>& write) override {
     if (given) write();
     return given;
   }
@@ -109,7 +109,7 @@ class ServiceLife {
   ServiceLife(const ServiceLife&) = delete;
   ServiceLife& operator=(const ServiceLife&) = delete;
 
-  const MonitorServices& services() const { return services_; }
+  const TVK::MonitorServices& services() const { return services_; }
 
   std::vector<ItemEvent> Items() const { return records_.Items(); }
   std::vector<ItemEvent> Items(const std::wstring& item_name) const { return records_.Items(item_name); }
@@ -121,9 +121,9 @@ class ServiceLife {
 
  private:
   RecordCollector records_;
-  MachineServices machine_;
-  SecondTick second_tick_;
-  const MonitorServices services_;
+  TVK::MachineServices machine_;
+  TVK::SecondTick second_tick_;
+  const TVK::MonitorServices services_;
 };
 
 /// A monitor that is run as the manager runs it: Initialize and StartMonitor on a thread of its own.

@@ -74,8 +74,8 @@ class Run {
     options.file = platform::PathFromUtf8(texts_.policy_file);
     if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
     options.json = texts_.json;
-    options.device = MachineServices(*machine, runtime_->clock()).machine_information.traits();
-    return RunPolicyCheck(options, MakeComponentDatasets(), out_, errors_);
+    options.device = TVK::MachineServices(*machine, runtime_->clock()).machine_information.traits();
+    return RunPolicyCheck(options, TVK::MakeComponentDatasets(), out_, errors_);
   }
 
   int PolicySchema() const { return RunPolicySchema(out_); }
@@ -87,8 +87,8 @@ class Run {
     options.file = platform::PathFromUtf8(texts_.policy_file);
     options.target =
         texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
-    options.device = MachineServices(*machine, runtime_->clock()).machine_information.traits();
-    return RunPolicyApply(options, MakeComponentDatasets(), out_, errors_);
+    options.device = TVK::MachineServices(*machine, runtime_->clock()).machine_information.traits();
+    return RunPolicyApply(options, TVK::MakeComponentDatasets(), out_, errors_);
   }
 
   using Inspection = int (*)(const InspectOptions&, platform::Machine&, std::ostream&, std::ostream&);

@@ -91,7 +91,7 @@ void WriteItemData(const ItemData& data, std::ostream& out) {
 void WriteMemoryText(const MemoryInfo& memory, std::ostream& out) {
   Rows rows = {{L"HANDLE", L"ARRAY", L"SIZE", L"TYPE", L"SPEED", L"CLOCK", L"ERROR CORRECTION", L"LOCATOR", L"BANK",
                 L"MANUFACTURER"}};
-  for (const MemorySlot& slot : memory.slots()) {
+  for (const TVK::MemorySlot& slot : memory.slots()) {
     rows.push_back({TVK::FormatWide(L"0x%04X", slot.handle), TVK::FormatWide(L"0x%04X", slot.array_handle),
                     std::wstring(slot.size), std::wstring(slot.type), std::wstring(slot.speed),
                     std::wstring(slot.clock_speed), std::wstring(slot.error_correction),
@@ -108,7 +108,7 @@ void WriteMemoryText(const MemoryInfo& memory, std::ostream& out) {
 Json::Value ToJson(const MemoryInfo& memory) {
   Json::Value value;
   value["slots"] = Json::arrayValue;
-  for (const MemorySlot& slot : memory.slots()) {
+  for (const TVK::MemorySlot& slot : memory.slots()) {
     Json::Value entry = ToJson(slot.ItemData());
     entry["handle"] = slot.handle;
     entry["array_handle"] = slot.array_handle;

@@ -11,11 +11,12 @@ namespace {
 using TVK::String;
 
 // Where the device or the scope keeps a dataset from running.
-std::wstring Detail(const DatasetDecision& decision, const DatasetRow& row, const std::wstring& scope) {
-  if (decision.reason == DecisionReason::kScope) return L"\"" + scope + L"\" is not among " + std::wstring(row.scopes);
+std::wstring Detail(const TVK::DatasetDecision& decision, const TVK::DatasetRow& row, const std::wstring& scope) {
+  if (decision.reason == TVK::DecisionReason::kScope)
+    return L"\"" + scope + L"\" is not among " + std::wstring(row.scopes);
   if (!decision.unmet) return L"";
   const std::wstring whose =
-      decision.reason == DecisionReason::kPolicyNotApplicable ? L"the policy's " : L"the dataset's ";
+      decision.reason == TVK::DecisionReason::kPolicyNotApplicable ? L"the policy's " : L"the dataset's ";
   const std::wstring fact =
       decision.unmet->fact.empty() ? L"a fact that the device does not know" : L"\"" + decision.unmet->fact + L"\"";
   return whose + String::UTF8ToUTF16(decision.unmet->condition) + L": does not admit " + fact;
@@ -24,58 +25,58 @@ std::wstring Detail(const DatasetDecision& decision, const DatasetRow& row, cons
 // One run over the policy's datasets; fills the report.
 class Checker {
  public:
-  Checker(const TelemetryPolicy& document, const NormalisedPolicy& policy, const EligibilityFilter& device,
-          PolicyReport& report, ProblemList& problems)
+  Checker(const TelemetryPolicy& document, const TVK::NormalisedPolicy& policy, const EligibilityFilter& device,
+          PolicyReport& report, TVK::ProblemList& problems)
       : document_(document), policy_(policy), device_(device), report_(report), problems_(problems) {}
 
-  void Run(const DatasetTable& table) {
-    for (const PolicyFinding& finding : policy_.findings)
+  void Run(const TVK::DatasetTable& table) {
+    for (const TVK::PolicyFinding& finding : policy_.findings)
       AddProblem(finding.path, finding.message);
-    for (const PolicyEntry& entry : policy_.entries)
+    for (const TVK::PolicyEntry& entry : policy_.entries)
       report_.datasets.push_back(Check(entry));
-    for (const Dataset& known : table.datasets()) {
+    for (const TVK::Dataset& known : table.datasets()) {
       const bool unlisted =
-          known.row.rule == DatasetRule::kAlways && policy_.SearchUpdatedConfig(known.row.id) == nullptr;
-      if (unlisted) report_.datasets.push_back(Check({EntryMeaning::kCounts, &known, {}, {}}));
+          known.row.rule == TVK::DatasetRule::kAlways && policy_.SearchUpdatedConfig(known.row.id) == nullptr;
+      if (unlisted) report_.datasets.push_back(Check({TVK::EntryMeaning::kCounts, &known, {}, {}}));
     }
   }
 
  private:
-  DatasetCheck Check(const PolicyEntry& entry) {
+  DatasetCheck Check(const TVK::PolicyEntry& entry) {
     DatasetCheck check;
     check.id = entry.values.id;
     check.name = entry.values.name;
     check.path = entry.path;
-    if (entry.meaning != EntryMeaning::kCounts) {
-      check.why = MeaningName(entry.meaning);
+    if (entry.meaning != TVK::EntryMeaning::kCounts) {
+      check.why = TVK::MeaningName(entry.meaning);
       return check;
     }
-    const DatasetRow& row = entry.dataset->row;
-    const DatasetDecision decision =
-        Decide(row, &entry.values, policy_, policy_.scope, device_, DecisionMoment::kServiceStart);
+    const TVK::DatasetRow& row = entry.dataset->row;
+    const TVK::DatasetDecision decision =
+        TVK::Decide(row, &entry.values, policy_, policy_.scope, device_, TVK::DecisionMoment::kServiceStart);
     check.id = row.id;
     check.name = row.name;
-    check.why = ReasonName(decision.reason);
+    check.why = TVK::ReasonName(decision.reason);
     check.detail = Detail(decision, row, policy_.scope);
     check.collects = entry.dataset->collects;
     ReadSettings(*entry.dataset, check);
     return check;
   }
 
-  void ReadSettings(const Dataset& known, DatasetCheck& check) {
+  void ReadSettings(const TVK::Dataset& known, DatasetCheck& check) {
     const DataSet* const source = document_.FindSettings(std::wstring(known.row.id));
-    const SettingTexts settings = source == nullptr ? SettingTexts() : source->settings;
+    const TVK::SettingTexts settings = source == nullptr ? TVK::SettingTexts() : source->settings;
     if (known.read_settings) {
       check.settings = known.read_settings(settings);
     } else if (known.collects) {
-      AddUnknownSettings(settings, check.settings);
+      TVK::AddUnknownSettings(settings, check.settings);
     } else {
       for (const auto& [key, text] : settings) {
         check.settings.push_back(
             {key, text, true, L"the dataset collects nothing yet and reads no setting", false, {}});
       }
     }
-    for (const SettingReading& reading : check.settings) {
+    for (const TVK::SettingReading& reading : check.settings) {
       if (!reading.mistake) continue;
       const auto place =
           std::ranges::find_if(document_.datasets, [&](const DataSet& entry) { return &entry == source; });
@@ -86,24 +87,24 @@ class Checker {
   }
 
   void AddProblem(const std::string& path, const std::wstring& message) {
-    problems_.Add(ProblemList::kBehind, path, String::UTF16ToUTF8(message), false);
+    problems_.Add(TVK::ProblemList::kBehind, path, String::UTF16ToUTF8(message), false);
   }
 
   const TelemetryPolicy& document_;
-  const NormalisedPolicy& policy_;
+  const TVK::NormalisedPolicy& policy_;
   const EligibilityFilter& device_;
   PolicyReport& report_;
-  ProblemList& problems_;
+  TVK::ProblemList& problems_;
 };
 
 }  // namespace
 
-PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope, const DatasetTable& table,
-                         const EligibilityFilter& device) {
-  ProblemList problems;
+PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope,
+                         const TVK::DatasetTable& table, const EligibilityFilter& device) {
+  TVK::ProblemList problems;
   PolicyReport report;
-  if (const std::optional<TelemetryPolicy> document = ReadTelemetryPolicy(json, problems)) {
-    NormalisedPolicy policy = Normalise(*document, table);
+  if (const std::optional<TelemetryPolicy> document = TVK::ReadTelemetryPolicy(json, problems)) {
+    TVK::NormalisedPolicy policy = TVK::Normalise(*document, table);
     policy.scope = report.scope = scope.value_or(policy.scope);
     Checker(*document, policy, device, report, problems).Run(table);
   }

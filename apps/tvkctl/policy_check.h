@@ -19,16 +19,16 @@ struct DatasetCheck {
   std::string_view why;  ///< A name of an EntryMeaning or of a DecisionReason: "runs", "duplicate", "scope".
   std::wstring detail;   ///< For a filter or the scope: which condition, and which fact it met; else empty.
   bool collects = false;
-  std::vector<SettingReading> settings;  ///< In force for the dataset, whichever entry they stand in.
+  std::vector<TVK::SettingReading> settings;  ///< In force for the dataset, whichever entry they stand in.
 
   bool runs() const { return why == "runs"; }
 };
 
 struct PolicyReport {
   std::wstring scope;  ///< The scope that was checked; empty when the document has none that can be used.
-  std::vector<PolicyProblem> problems;  ///< At most 100, and one that counts the rest.
-  std::size_t problem_count = 0;        ///< Of all.
-  std::vector<DatasetCheck> datasets;   ///< In the order of the policy, then those that run unlisted.
+  std::vector<TVK::PolicyProblem> problems;  ///< At most 100, and one that counts the rest.
+  std::size_t problem_count = 0;             ///< Of all.
+  std::vector<DatasetCheck> datasets;        ///< In the order of the policy, then those that run unlisted.
 
   /// No mistake of any kind.
   bool valid() const { return problems.empty(); }
@@ -37,5 +37,5 @@ struct PolicyReport {
 /// Checks the document for a device with the given traits, as the component with these datasets reads it: what starts
 /// with the service. `scope`, one of the telemetry scopes, takes the place of the policy's. A dataset that is disabled,
 /// not applicable or outside of the scope is no mistake.
-PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope, const DatasetTable& table,
-                         const EligibilityFilter& device);
+PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope,
+                         const TVK::DatasetTable& table, const EligibilityFilter& device);

@@ -10,6 +10,7 @@
 #include "monitors/system/cpu_settings.h"
 #include "testing/temp_folder.h"
 
+namespace TVK {
 namespace {
 
 constexpr DatasetRow kCpu{1, L"AAAA-1", L"CPUEvent", L"basic, enhance,full", DatasetRule::kByScope, L"Cpu"};
@@ -36,11 +37,11 @@ std::string Policy(const std::string& datasets, const std::string& rest = "") {
 std::string Describe(const PolicyReport& report) {
   std::string text;
   for (const DatasetCheck& dataset : report.datasets) {
-    text += dataset.path + " " + TVK::String::UTF16ToUTF8(dataset.name) + " " + std::string(dataset.why);
-    if (!dataset.detail.empty()) text += " (" + TVK::String::UTF16ToUTF8(dataset.detail) + ")";
+    text += dataset.path + " " + String::UTF16ToUTF8(dataset.name) + " " + std::string(dataset.why);
+    if (!dataset.detail.empty()) text += " (" + String::UTF16ToUTF8(dataset.detail) + ")";
     for (const SettingReading& setting : dataset.settings) {
       if (setting.key == L"ReadUsageInterval" && setting.from_policy) {
-        text += " " + TVK::String::UTF16ToUTF8(setting.value_in_force);
+        text += " " + String::UTF16ToUTF8(setting.value_in_force);
       }
     }
     text += "\n";
@@ -158,8 +159,10 @@ TEST_F(PolicyCommandsTest, CheckNamesWhatCannotBeRead) {
   for (const bool there : {false, true}) {
     if (there) std::ofstream(odd) << "{}";
     EXPECT_EQ(Check(odd, true), 2);
-    EXPECT_EQ(TVK::FindInvalidUtf8(out_.str()), std::string::npos) << out_.str();
+    EXPECT_EQ(FindInvalidUtf8(out_.str()), std::string::npos) << out_.str();
   }
 }
 
 }  // namespace
+
+}  // namespace TVK

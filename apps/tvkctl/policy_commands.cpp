@@ -30,18 +30,18 @@ std::optional<std::string> ReadPolicyFile(const std::filesystem::path& file, std
     problem = Shown(file) + ": this is a folder, not a policy file";
     return std::nullopt;
   }
-  std::optional<std::string> text = platform::ReadWholeFile(file, kPolicySizeLimit, &problem);
+  std::optional<std::string> text = platform::ReadWholeFile(file, TVK::kPolicySizeLimit, &problem);
   problem = WellFormed(problem);
   return text;
 }
 
-void WriteProblem(const PolicyProblem& problem, std::ostream& out) {
+void WriteProblem(const TVK::PolicyProblem& problem, std::ostream& out) {
   out << (problem.fatal ? "  fatal  " : "  error  ");
   if (!problem.path.empty()) out << problem.path << ": ";
   out << problem.message << '\n';
 }
 
-void WriteSetting(const SettingReading& setting, std::ostream& out) {
+void WriteSetting(const TVK::SettingReading& setting, std::ostream& out) {
   out << "                " << std::left << std::setw(25) << String::UTF16ToUTF8(setting.key) << ' ' << std::setw(10)
       << String::UTF16ToUTF8(setting.value_in_force) << ' ' << (setting.from_policy ? "policy" : "default");
   if (!setting.reason.empty()) out << ": " << String::UTF16ToUTF8(setting.reason);
@@ -60,7 +60,7 @@ void WriteText(const std::string& file, const PolicyReport& report, std::ostream
     if (dataset.runs() && !dataset.collects) out << "  (collects nothing yet)";
     if (!dataset.detail.empty()) out << "  (" << TVK::HarmlessText(String::UTF16ToUTF8(dataset.detail)) << ')';
     out << '\n';
-    for (const SettingReading& setting : dataset.settings)
+    for (const TVK::SettingReading& setting : dataset.settings)
       WriteSetting(setting, out);
   }
   if (report.valid()) {
@@ -68,11 +68,11 @@ void WriteText(const std::string& file, const PolicyReport& report, std::ostream
     return;
   }
   out << report.problem_count << (report.problem_count == 1 ? " problem\n" : " problems\n");
-  for (const PolicyProblem& problem : report.problems)
+  for (const TVK::PolicyProblem& problem : report.problems)
     WriteProblem(problem, out);
 }
 
-Json::Value ToJson(const SettingReading& setting) {
+Json::Value ToJson(const TVK::SettingReading& setting) {
   Json::Value value;
   value["key"] = String::UTF16ToUTF8(setting.key);
   value["value"] = String::UTF16ToUTF8(setting.value_in_force);
@@ -91,7 +91,7 @@ Json::Value ToJson(const DatasetCheck& dataset) {
   value["detail"] = String::UTF16ToUTF8(dataset.detail);
   value["collects"] = dataset.collects;
   value["settings"] = Json::arrayValue;
-  for (const SettingReading& setting : dataset.settings)
+  for (const TVK::SettingReading& setting : dataset.settings)
     value["settings"].append(ToJson(setting));
   return value;
 }
@@ -102,7 +102,7 @@ void WriteJson(const std::string& file, const PolicyReport& report, std::ostream
   value["scope"] = String::UTF16ToUTF8(report.scope);
   value["valid"] = report.valid();
   value["problems"] = Json::arrayValue;
-  for (const PolicyProblem& problem : report.problems) {
+  for (const TVK::PolicyProblem& problem : report.problems) {
     Json::Value& entry = value["problems"].append(Json::Value());
     entry["path"] = problem.path;
     entry["message"] = problem.message;
@@ -116,8 +116,9 @@ void WriteJson(const std::string& file, const PolicyReport& report, std::ostream
 
 }  // namespace
 
-int RunPolicyCheck(const PolicyCheckOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err) {
-  if (options.scope && !IsTelemetryScope(*options.scope)) {
+int RunPolicyCheck(const PolicyCheckOptions& options, const TVK::DatasetTable& table, std::ostream& out,
+                   std::ostream& err) {
+  if (options.scope && !TVK::IsTelemetryScope(*options.scope)) {
     err << "tvkctl: --scope: \"" << String::UTF16ToUTF8(*options.scope)
         << "\" is no scope: none, basic, enhance and full are\n";
     return kExitWrongCommandLine;
@@ -136,11 +137,12 @@ int RunPolicyCheck(const PolicyCheckOptions& options, const DatasetTable& table,
 }
 
 int RunPolicySchema(std::ostream& out) {
-  out << TelemetryPolicySchema();
+  out << TVK::TelemetryPolicySchema();
   return kExitOk;
 }
 
-int RunPolicyApply(const PolicyApplyOptions& options, const DatasetTable& table, std::ostream& out, std::ostream& err) {
+int RunPolicyApply(const PolicyApplyOptions& options, const TVK::DatasetTable& table, std::ostream& out,
+                   std::ostream& err) {
   std::string problem;
   const std::optional<std::string> text = ReadPolicyFile(options.file, problem);
   if (!text) {
@@ -149,9 +151,9 @@ int RunPolicyApply(const PolicyApplyOptions& options, const DatasetTable& table,
   }
   const PolicyReport report = CheckPolicy(*text, std::nullopt, table, EligibilityFilter(options.device));
   if (!report.valid()) err << Shown(options.file) << '\n';
-  for (const PolicyProblem& each : report.problems)
+  for (const TVK::PolicyProblem& each : report.problems)
     WriteProblem(each, err);
-  const PolicyApplied result = ApplyTelemetryPolicy(*text, options.target);
+  const TVK::PolicyApplied result = TVK::ApplyTelemetryPolicy(*text, options.target);
   if (result.applied) {
     out << Shown(options.target) << " holds the policy now\n";
     return kExitOk;

@@ -40,6 +40,8 @@ bool TVKNotificationData::deserializePayloadForTvkPolicy(const std::wstring& pay
   return true;
 }
 
+namespace TVK {
+
 std::wstring MakeTvkPolicyPayload(const std::wstring& device_path, const std::wstring& device_subscription,
                                   bool device_path_change) {
   Json::Value value(Json::objectValue);
@@ -50,3 +52,5 @@ std::wstring MakeTvkPolicyPayload(const std::wstring& device_path, const std::ws
   builder["indentation"] = "";
   return String::UTF8ToUTF16(Json::writeString(builder, value));
 }
+
+}  // namespace TVK

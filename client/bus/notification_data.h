@@ -3,10 +3,14 @@
 
 #include <string>
 
+namespace TVK {
+
 /// The topic of policies, and its states.
 inline constexpr int kPolicyTopic = 4;
 inline constexpr int kTelemetryPolicyChanged = 14;
 inline constexpr int kTvkPolicyChanged = 18;
+
+}  // namespace TVK
 
 /// A notification: topic, state and a payload text (JSON). A plain value.
 class TVKNotificationData {
@@ -39,6 +43,10 @@ class TVKNotificationData {
   bool device_path_change_ = false;
 };
 
+namespace TVK {
+
 /// The payload that deserializePayloadForTvkPolicy reads.
 std::wstring MakeTvkPolicyPayload(const std::wstring& device_path, const std::wstring& device_subscription,
                                   bool device_path_change);
+
+}  // namespace TVK

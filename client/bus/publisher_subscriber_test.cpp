@@ -8,6 +8,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 using platform::VirtualRuntime;
 
 TEST(PublisherSubscriberTest, DeliversInOrderToAllAlthoughOneThrows) {
@@ -92,3 +93,5 @@ TEST(NotificationDataTest, ReadsTheTvkPolicyPayloadAndRefusesAnythingElse) {
     EXPECT_FALSE(data.is_device_path_change());
   }
 }
+
+}  // namespace TVK

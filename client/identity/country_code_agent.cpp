@@ -9,12 +9,12 @@ using TVK::String;
 
 std::wstring CountryCodeAgent::ValidateCountryCodeKey(const std::wstring& nation) const {
   const std::string code = region_.CountryOfNation(String::UTF16ToUTF8(nation));
-  return FindIsoEntry(IsoCountries(), code) == nullptr ? std::wstring() : String::UTF8ToUTF16(code);
+  return TVK::FindIsoEntry(TVK::IsoCountries(), code) == nullptr ? std::wstring() : String::UTF8ToUTF16(code);
 }
 
 bool CountryCodeAgent::ValidateLocaleNameKey(const std::wstring& locale_name) const {
-  const auto parts = SplitLocaleName(String::UTF16ToUTF8(locale_name));
-  if (!parts || FindIsoEntry(IsoLanguages(), parts->language) == nullptr) return false;
+  const auto parts = TVK::SplitLocaleName(String::UTF16ToUTF8(locale_name));
+  if (!parts || TVK::FindIsoEntry(TVK::IsoLanguages(), parts->language) == nullptr) return false;
   const bool may_stand = parts->territory.empty() || parts->territory.size() == 3;
-  return may_stand || FindIsoEntry(IsoCountries(), parts->territory) != nullptr;
+  return may_stand || TVK::FindIsoEntry(TVK::IsoCountries(), parts->territory) != nullptr;
 }

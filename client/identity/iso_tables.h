@@ -4,6 +4,8 @@
 #include <span>
 #include <string_view>
 
+namespace TVK {
+
 struct IsoEntry {
   std::string_view code;  ///< Country: alpha-2, upper case. Language: ISO 639-1, or ISO 639-2 where that has none.
   std::string_view name;  ///< UTF-8.
@@ -15,3 +17,5 @@ std::span<const IsoEntry> IsoLanguages();
 
 /// The entry of `code` (case as in the table), or null.
 const IsoEntry* FindIsoEntry(std::span<const IsoEntry> table, std::string_view code);
+
+}  // namespace TVK

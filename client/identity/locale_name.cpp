@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace TVK {
+
 namespace {
 
 bool IsLetter(char c) {
@@ -47,3 +49,5 @@ std::optional<LocaleParts> SplitLocaleName(std::string_view name) {
   }
   return parts;
 }
+
+}  // namespace TVK

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace TVK {
+
 /// The parts of a locale name that say where and in which language.
 struct LocaleParts {
   std::string language;   ///< "de"
@@ -15,3 +17,5 @@ struct LocaleParts {
 /// begins the name of a sort order, which Windows adds). Empty when it is none; whether its parts exist is not looked
 /// at.
 std::optional<LocaleParts> SplitLocaleName(std::string_view name);
+
+}  // namespace TVK

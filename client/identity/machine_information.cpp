@@ -25,8 +25,8 @@ std::wstring Wide(const std::string& text) {
   return String::UTF8ToUTF16(text);
 }
 
-std::wstring NameOf(std::span<const IsoEntry> table, const std::string& code) {
-  const IsoEntry* entry = FindIsoEntry(table, code);
+std::wstring NameOf(std::span<const TVK::IsoEntry> table, const std::string& code) {
+  const TVK::IsoEntry* entry = TVK::FindIsoEntry(table, code);
   return entry == nullptr ? std::wstring() : String::UTF8ToUTF16(entry->name);
 }
 
@@ -126,19 +126,19 @@ platform::RegionFacts MachineInformation::region() const {
   return Get()->region;
 }
 
-DeviceTraits MachineInformation::traits() const {
+TVK::DeviceTraits MachineInformation::traits() const {
   return {device_model(), device_manufacturer(), device_brand(), os_name(), os_version()};
 }
 
 RegionInformation::Facts RegionInformation::Describe(const platform::RegionFacts& region) const {
-  const LocaleParts locale = SplitLocaleName(region.locale_name).value_or(LocaleParts{});
+  const TVK::LocaleParts locale = TVK::SplitLocaleName(region.locale_name).value_or(TVK::LocaleParts{});
   // The nation is the user's own choice; where it says nothing, the locale's territory stands for it.
   std::string country = String::UTF16ToUTF8(CountryCodeAgent(region_).ValidateCountryCodeKey(Wide(region.nation)));
   if (country.empty()) country = locale.territory;
   return {.region_name = Wide(region.locale_name),
-          .country_name = NameOf(IsoCountries(), country),
+          .country_name = NameOf(TVK::IsoCountries(), country),
           .country_code = Wide(country),
-          .language_name = NameOf(IsoLanguages(), locale.language),
+          .language_name = NameOf(TVK::IsoLanguages(), locale.language),
           .language_code = Wide(locale.language),
           .region_info_datetime = TVK::System::GetTime(clock_)};
 }

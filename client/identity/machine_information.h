@@ -57,7 +57,7 @@ class MachineInformation {
   platform::RegionFacts region() const;
 
   /// What policy filters look at.
-  DeviceTraits traits() const;
+  TVK::DeviceTraits traits() const;
 
  private:
   struct Facts;

@@ -10,6 +10,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/smbios_builder.h"
 
+namespace TVK {
 using platform::SimulatedMachine;
 using platform::VirtualRuntime;
 
@@ -70,7 +71,7 @@ TEST(MachineInformationTest, KeepsFactsUntilReInitialize) {
 TEST(MachineDeviceIdAgentTest, IdsAreStableAndTellNothing) {
   SimulatedMachine machine;
   machine.firmware().SetSmbios(TableWithUuid());
-  TVK::MachineDeviceIdAgent agent(machine.system(), machine.firmware());
+  MachineDeviceIdAgent agent(machine.system(), machine.firmware());
   std::wstring id, again, legacy;
   ASSERT_EQ(agent.GetDeviceID(id), 0u);
   ASSERT_EQ(agent.GetDeviceID(again), 0u);
@@ -91,3 +92,5 @@ TEST(MachineDeviceIdAgentTest, IdsAreStableAndTellNothing) {
   EXPECT_NE(agent.GetLegacyDeviceID(untouched), 0u);
   EXPECT_EQ(untouched, L"before");
 }
+
+}  // namespace TVK

@@ -7,17 +7,21 @@
 #include "client/text/record_time.h"
 #include "platform/machine.h"
 
+namespace TVK {
+
 /// Nothing is read before the first question. Any thread.
 struct MachineServices {
   /// Both must outlive the object.
   MachineServices(platform::Machine& machine, const platform::Clock& clock)
       : machine_information(machine, clock),
         region_information(machine.region(), clock),
-        tvk_info(TVK::System::GetTime(clock)),
+        tvk_info(System::GetTime(clock)),
         device_ids(machine.system(), machine.firmware()) {}
 
   MachineInformation machine_information;
   RegionInformation region_information;
   TvkInfo tvk_info;
-  TVK::MachineDeviceIdAgent device_ids;
+  MachineDeviceIdAgent device_ids;
 };
+
+}  // namespace TVK

@@ -1,16 +1,16 @@
 #include "client/policy/config_agent.h"
 
 ConfigPolicyAgent::ConfigPolicyAgent(const Files& files)
-    : telemetry_policy_({files.telemetry_policy, files.last_good, ParseTelemetryPolicy, std::nullopt}),
-      tvk_policy_({files.tvk_policy, files.tvk_last_good, ParseTvkPolicy, "{}"}) {
+    : telemetry_policy_({files.telemetry_policy, files.last_good, TVK::ParseTelemetryPolicy, std::nullopt}),
+      tvk_policy_({files.tvk_policy, files.tvk_last_good, TVK::ParseTvkPolicy, "{}"}) {
   TVK::utility::InitLog(log_, L"ConfigPolicyAgent.log", 4);
 }
 
-PolicyLoad ConfigPolicyAgent::LoadTelemetryPolicy() {
+TVK::PolicyLoad ConfigPolicyAgent::LoadTelemetryPolicy() {
   return telemetry_policy_.Load(log_, L"ConfigPolicyAgent::LoadTelemetryPolicy");
 }
 
-PolicyLoad ConfigPolicyAgent::LoadTvkPolicy() {
+TVK::PolicyLoad ConfigPolicyAgent::LoadTvkPolicy() {
   return tvk_policy_.Load(log_, L"ConfigPolicyAgent::LoadTvkPolicy");
 }
 
@@ -23,6 +23,6 @@ bool ConfigPolicyAgent::GetTelemetryPolicy(TelemetryPolicy& policy) {
   return telemetry_policy_.Get(policy);
 }
 
-bool ConfigPolicyAgent::GetTvkPolicy(TvkPolicy& policy) {
+bool ConfigPolicyAgent::GetTvkPolicy(TVK::TvkPolicy& policy) {
   return tvk_policy_.Get(policy);
 }

@@ -16,7 +16,7 @@ class IConfigAgent {
   virtual ~IConfigAgent() = default;
   /// True when there is a policy; else false and `policy` stays untouched.
   virtual bool GetTelemetryPolicy(TelemetryPolicy& policy) = 0;
-  virtual bool GetTvkPolicy(TvkPolicy& policy) = 0;
+  virtual bool GetTvkPolicy(TVK::TvkPolicy& policy) = 0;
 };
 
 /// Policies from files: the telemetry policy and the small client policy beside it; see PolicySource. Any thread.
@@ -32,17 +32,17 @@ class ConfigPolicyAgent final : public IConfigAgent {
   explicit ConfigPolicyAgent(const Files& files);
 
   /// See PolicySource::Load.
-  PolicyLoad LoadTelemetryPolicy();
-  PolicyLoad LoadTvkPolicy();
+  TVK::PolicyLoad LoadTelemetryPolicy();
+  TVK::PolicyLoad LoadTvkPolicy();
 
   /// Writes the copies; see PolicySource::KeepLastGood.
   void KeepLastGood();
 
   bool GetTelemetryPolicy(TelemetryPolicy& policy) override;
-  bool GetTvkPolicy(TvkPolicy& policy) override;
+  bool GetTvkPolicy(TVK::TvkPolicy& policy) override;
 
  private:
   TVK::Log log_;
-  PolicySource<PolicyDocument> telemetry_policy_;
-  PolicySource<TvkPolicyDocument> tvk_policy_;
+  TVK::PolicySource<TVK::PolicyDocument> telemetry_policy_;
+  TVK::PolicySource<TVK::TvkPolicyDocument> tvk_policy_;
 };

@@ -9,6 +9,7 @@
 #include "testing/log_capture.h"
 #include "testing/temp_folder.h"
 
+namespace TVK {
 namespace {
 
 constexpr char kBasic[] = R"({"telemetryScope":"basic","datasets":[]})";
@@ -114,3 +115,5 @@ TEST_F(ConfigPolicyAgentTest, AnAppliedPolicyTakesThePlaceOfTheFileThatALinkStan
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -79,22 +79,22 @@ bool StartsWithDigit(const std::wstring& version) {
 
 }  // namespace
 
-std::optional<UnmetCondition> EligibilityFilter::FindUnmet(const ApplicabilityFilter& filter) const {
-  if (!MatchesAny(traits_.model, filter.models)) return UnmetCondition{"models", traits_.model};
+std::optional<TVK::UnmetCondition> EligibilityFilter::FindUnmet(const ApplicabilityFilter& filter) const {
+  if (!MatchesAny(traits_.model, filter.models)) return TVK::UnmetCondition{"models", traits_.model};
   if (!MatchesAny(traits_.manufacturer, filter.manufacturers)) {
-    return UnmetCondition{"manufacturers", traits_.manufacturer};
+    return TVK::UnmetCondition{"manufacturers", traits_.manufacturer};
   }
-  if (!MatchesAny(traits_.brand, filter.brands)) return UnmetCondition{"brands", traits_.brand};
-  if (!MatchesAny(traits_.os_name, filter.os_names)) return UnmetCondition{"osNames", traits_.os_name};
+  if (!MatchesAny(traits_.brand, filter.brands)) return TVK::UnmetCondition{"brands", traits_.brand};
+  if (!MatchesAny(traits_.os_name, filter.os_names)) return TVK::UnmetCondition{"osNames", traits_.os_name};
   const std::wstring& version = traits_.os_version;
   const bool known = StartsWithDigit(version);
   const std::wstring& least = filter.os_version_min;
   if (!least.empty() && !(known && std::is_gteq(CompareVersions(version, least)))) {
-    return UnmetCondition{"osVersionMin", version};
+    return TVK::UnmetCondition{"osVersionMin", version};
   }
   const std::wstring& most = filter.os_version_max;
   if (!most.empty() && !(known && std::is_lteq(CompareVersions(version, most)))) {
-    return UnmetCondition{"osVersionMax", version};
+    return TVK::UnmetCondition{"osVersionMax", version};
   }
   return std::nullopt;
 }

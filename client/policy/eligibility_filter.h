@@ -7,6 +7,8 @@
 
 #include "client/policy/telemetry_policy.h"
 
+namespace TVK {
+
 /// The facts that filters look at.
 struct DeviceTraits {
   std::wstring model;
@@ -22,17 +24,19 @@ struct UnmetCondition {
   std::wstring fact;           ///< What the device has there; empty: it is not known.
 };
 
+}  // namespace TVK
+
 class EligibilityFilter {
  public:
-  explicit EligibilityFilter(DeviceTraits traits) : traits_(std::move(traits)) {}
+  explicit EligibilityFilter(TVK::DeviceTraits traits) : traits_(std::move(traits)) {}
 
   /// The first condition of `filter` that does not hold for the device; nothing when all do. A fact of the device that
   /// is not known fails a condition on it. Any thread.
-  std::optional<UnmetCondition> FindUnmet(const ApplicabilityFilter& filter) const;
+  std::optional<TVK::UnmetCondition> FindUnmet(const ApplicabilityFilter& filter) const;
 
   /// Whether every condition holds.
   bool IsApplicable(const ApplicabilityFilter& filter) const { return !FindUnmet(filter).has_value(); }
 
  private:
-  const DeviceTraits traits_;
+  const TVK::DeviceTraits traits_;
 };

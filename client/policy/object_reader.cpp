@@ -2,6 +2,8 @@
 
 #include "client/text/string.h"
 
+namespace TVK {
+
 namespace {
 
 constexpr std::string_view kUnknownKey = "the key is unknown and has no effect";
@@ -28,9 +30,9 @@ std::string_view TypeName(Json::ValueType type) {
 
 // Ids, names and values are printed and logged, and escapes in the document can make what UTF-8 cannot hold.
 bool IsCleanText(const std::string& text, std::ptrdiff_t offset, std::string_view path, ProblemList& problems) {
-  const bool control = TVK::HoldsControlCharacter(text);
+  const bool control = HoldsControlCharacter(text);
   if (control) problems.Add(offset, path, "the text holds a control character", true);
-  const bool broken = TVK::FindInvalidUtf8(text) != std::string::npos;
+  const bool broken = FindInvalidUtf8(text) != std::string::npos;
   if (broken) problems.Add(offset, path, "the text holds half of a surrogate pair", true);
   return !control && !broken;
 }
@@ -69,7 +71,7 @@ void ObjectReader::Text(const char* key, Presence presence, std::wstring& text) 
   const Json::Value* member = Member(key, Json::stringValue, presence);
   if (member == nullptr) return;
   const std::string value = member->asString();
-  if (IsCleanText(value, member->getOffsetStart(), PathOf(key), problems_)) text = TVK::String::UTF8ToUTF16(value);
+  if (IsCleanText(value, member->getOffsetStart(), PathOf(key), problems_)) text = String::UTF8ToUTF16(value);
 }
 
 void ObjectReader::Name(const char* key, Presence presence, std::wstring& text) {
@@ -95,7 +97,7 @@ void ObjectReader::Names(const char* key, std::vector<std::wstring>& names) {
     if (!HasType(item, Json::stringValue, path, problems_)) continue;
     const std::string text = item.asString();
     if (text.empty()) problems_.Add(item.getOffsetStart(), path, "the text must not be empty", true);
-    if (IsCleanText(text, item.getOffsetStart(), path, problems_)) names.push_back(TVK::String::UTF8ToUTF16(text));
+    if (IsCleanText(text, item.getOffsetStart(), path, problems_)) names.push_back(String::UTF8ToUTF16(text));
   }
 }
 
@@ -111,7 +113,7 @@ void ObjectReader::Texts(const char* key, std::map<std::wstring, std::wstring>& 
     if (!HasType(item, Json::stringValue, path, problems_)) continue;
     const std::string text = item.asString();
     if (!IsCleanText(text, item.getOffsetStart(), path, problems_)) continue;
-    texts[TVK::String::UTF8ToUTF16(name)] = TVK::String::UTF8ToUTF16(text);
+    texts[String::UTF8ToUTF16(name)] = String::UTF8ToUTF16(text);
   }
 }
 
@@ -130,3 +132,5 @@ void ObjectReader::ReportUnknownKeys() {
     }
   }
 }
+
+}  // namespace TVK

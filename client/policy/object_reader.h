@@ -12,6 +12,8 @@
 
 #include "client/policy/problem_list.h"
 
+namespace TVK {
+
 enum class Presence { kOptional, kRequired };
 
 class ObjectReader {
@@ -51,3 +53,5 @@ class ObjectReader {
 
 /// True when `value` is of `type`; else a fatal problem is added at `path`.
 bool HasType(const Json::Value& value, Json::ValueType type, std::string_view path, ProblemList& problems);
+
+}  // namespace TVK

@@ -5,6 +5,8 @@
 #include "client/policy/policy_document.h"
 #include "platform/files.h"
 
+namespace TVK {
+
 PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target) {
   PolicyApplied result;
   if (!ParseTelemetryPolicy(json).policy) return result;
@@ -19,3 +21,5 @@ PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem:
   result.applied = result.failure.empty();
   return result;
 }
+
+}  // namespace TVK

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace TVK {
+
 struct PolicyApplied {
   bool applied = false;
   std::string failure;  ///< Why `target` could not be written; empty when it was, or the policy cannot be used.
@@ -14,3 +16,5 @@ struct PolicyApplied {
 /// policy; a missing folder is made, for the running account alone. Of a link the file is replaced that it leads to. A
 /// document with a fatal problem, or a failed write, leaves `target` untouched. Any thread.
 PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target);
+
+}  // namespace TVK

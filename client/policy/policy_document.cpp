@@ -9,6 +9,8 @@
 #include "client/policy/strict_json.h"
 #include "client/text/string.h"
 
+namespace TVK {
+
 namespace {
 
 constexpr std::array<std::wstring_view, 4> kScopes = {L"none", L"basic", L"enhance", L"full"};
@@ -62,11 +64,11 @@ TelemetryPolicy ReadPolicy(const Json::Value& root, ProblemList& problems) {
   reader.Text("$schema", Presence::kOptional, schema);
   reader.Text("telemetryScope", Presence::kRequired, policy.telemetry_scope);
   if (!IsTelemetryScope(policy.telemetry_scope)) {
-    reader.Refuse("telemetryScope", "\"" + Clip(TVK::String::UTF16ToUTF8(policy.telemetry_scope)) +
+    reader.Refuse("telemetryScope", "\"" + Clip(String::UTF16ToUTF8(policy.telemetry_scope)) +
                                         "\" is no scope: none, basic, enhance and full are");
   }
   ReadFilter(reader, problems, policy.applicability);
-  static const std::set<std::string> settings = {TVK::String::UTF16ToUTF8(kNoHashNetworkDataSetting)};
+  static const std::set<std::string> settings = {String::UTF16ToUTF8(kNoHashNetworkDataSetting)};
   reader.Texts("settings", policy.settings, &settings);
   if (const Json::Value* list = reader.List("datasets", Presence::kRequired)) {
     for (Json::ArrayIndex i = 0; i < list->size(); ++i) {
@@ -116,3 +118,5 @@ TvkPolicyDocument ParseTvkPolicy(std::string_view json) {
   document.problems = problems.Take();
   return document;
 }
+
+}  // namespace TVK

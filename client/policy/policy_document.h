@@ -8,6 +8,8 @@
 #include "client/policy/problem_list.h"
 #include "client/policy/telemetry_policy.h"
 
+namespace TVK {
+
 struct PolicyDocument {
   std::optional<TelemetryPolicy> policy;  ///< Empty when a problem is fatal.
   std::vector<PolicyProblem> problems;    ///< In the order of the document.
@@ -39,3 +41,5 @@ TvkPolicyDocument ParseTvkPolicy(std::string_view json);
 
 /// The JSON Schema (draft 2020-12) of the telemetry policy, as config/policy.schema.json holds it.
 std::string_view TelemetryPolicySchema();
+
+}  // namespace TVK

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <sstream>
 
+namespace TVK {
 namespace {
 
 constexpr char kFull[] = R"({
@@ -166,3 +167,5 @@ TEST(PolicyDocumentTest, SchemaAndReaderAgree) {
 }
 
 }  // namespace
+
+}  // namespace TVK

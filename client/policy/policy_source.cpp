@@ -6,14 +6,16 @@
 #include "client/text/string.h"
 #include "platform/files.h"
 
+namespace TVK {
+
 namespace {
 
-void LogProblems(const TVK::Log& log, const wchar_t* operation, const std::filesystem::path& file,
+void LogProblems(const Log& log, const wchar_t* operation, const std::filesystem::path& file,
                  const std::vector<PolicyProblem>& problems) {
   for (const PolicyProblem& problem : problems) {
-    const std::wstring path = TVK::String::UTF8ToUTF16(problem.path);
-    const std::wstring message = TVK::String::UTF8ToUTF16(problem.message);
-    log.e(L"%s: %s: %s%s%s", operation, TVK::WidePath(file), path, path.empty() ? L"" : L": ", message);
+    const std::wstring path = String::UTF8ToUTF16(problem.path);
+    const std::wstring message = String::UTF8ToUTF16(problem.message);
+    log.e(L"%s: %s: %s%s%s", operation, WidePath(file), path, path.empty() ? L"" : L": ", message);
   }
 }
 
@@ -39,7 +41,7 @@ Document PolicySource<Document>::Read(const std::filesystem::path& file, std::st
 }
 
 template <typename Document>
-PolicyLoad PolicySource<Document>::Load(const TVK::Log& log, const wchar_t* operation) {
+PolicyLoad PolicySource<Document>::Load(const Log& log, const wchar_t* operation) {
   const std::lock_guard load_lock(load_mutex_);
   std::string text;
   Document document;
@@ -71,13 +73,13 @@ bool PolicySource<Document>::Enforce(Policy policy) {
 }
 
 template <typename Document>
-void PolicySource<Document>::KeepLastGood(const TVK::Log& log) {
+void PolicySource<Document>::KeepLastGood(const Log& log) {
   const std::lock_guard load_lock(load_mutex_);
   if (options_.copy.empty() || !good_text_) return;
   if (platform::ReadWholeFile(options_.copy, kPolicySizeLimit) != good_text_) {
     const std::string failure = platform::ReplaceFile(options_.copy, *good_text_);
     if (!failure.empty()) {
-      log.e(L"%s: %s", L"PolicySource::KeepLastGood", TVK::String::UTF8ToUTF16(failure));
+      log.e(L"%s: %s", L"PolicySource::KeepLastGood", String::UTF8ToUTF16(failure));
       return;
     }
   }
@@ -85,7 +87,7 @@ void PolicySource<Document>::KeepLastGood(const TVK::Log& log) {
 }
 
 template <typename Document>
-void PolicySource<Document>::FallBackToLastGood(const TVK::Log& log) {
+void PolicySource<Document>::FallBackToLastGood(const Log& log) {
   constexpr const wchar_t* kOperation = L"PolicySource::FallBackToLastGood";
   {
     const std::lock_guard lock(mutex_);
@@ -96,7 +98,7 @@ void PolicySource<Document>::FallBackToLastGood(const TVK::Log& log) {
   LogProblems(log, kOperation, options_.copy, document.problems);
   if (!document.policy) return;
   Enforce(std::move(*document.policy));
-  log.i(L"%s: the last good policy is in force: %s", kOperation, TVK::WidePath(options_.copy));
+  log.i(L"%s: the last good policy is in force: %s", kOperation, WidePath(options_.copy));
 }
 
 template <typename Document>
@@ -113,3 +115,5 @@ bool PolicySource<Document>::Get(Policy& policy) const {
 
 template class PolicySource<PolicyDocument>;
 template class PolicySource<TvkPolicyDocument>;
+
+}  // namespace TVK

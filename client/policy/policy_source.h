@@ -12,6 +12,8 @@
 #include "client/log/log.h"
 #include "client/policy/policy_document.h"
 
+namespace TVK {
+
 /// What loading a policy file did.
 struct PolicyLoad {
   bool accepted = false;  ///< The document is in force now.
@@ -38,11 +40,11 @@ class PolicySource {
   /// Reads and validates the file. A document that does not validate leaves the one in force; each problem is logged
   /// to `log` in the name of `operation`, with its path in the document. While none is in force, the copy takes its
   /// place when there is one; `accepted` is about the file all the same. Loads run one at a time.
-  PolicyLoad Load(const TVK::Log& log, const wchar_t* operation);
+  PolicyLoad Load(const Log& log, const wchar_t* operation);
 
   /// Writes the copy of the last document that was accepted, when it is not there yet, and has it flushed to the disk.
   /// That may take long: whoever follows the policy is told before. A failure is logged; the next call tries again.
-  void KeepLastGood(const TVK::Log& log);
+  void KeepLastGood(const Log& log);
 
   /// True when there is a policy; else false and `policy` stays untouched.
   bool Get(Policy& policy) const;
@@ -51,7 +53,7 @@ class PolicySource {
   Document Read(const std::filesystem::path& file, std::string& text) const;
   /// Puts `policy` in force; true when it differs from the one before.
   bool Enforce(Policy policy);
-  void FallBackToLastGood(const TVK::Log& log);
+  void FallBackToLastGood(const Log& log);
 
   const Options options_;
   std::mutex load_mutex_;                 ///< Held for a whole load or copy; taken before mutex_. Guards the next line.
@@ -62,3 +64,5 @@ class PolicySource {
 
 extern template class PolicySource<PolicyDocument>;
 extern template class PolicySource<TvkPolicyDocument>;
+
+}  // namespace TVK

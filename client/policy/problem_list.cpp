@@ -4,6 +4,8 @@
 
 #include "client/text/string.h"
 
+namespace TVK {
+
 namespace {
 
 constexpr std::size_t kMostProblems = 100;  // a person reads no more, and each becomes a log line
@@ -24,8 +26,7 @@ std::vector<PolicyProblem> ProblemList::Take() {
       break;
     }
     // What a document holds ends on terminals and in log lines; neither may be steered by it.
-    problems.push_back(
-        {TVK::HarmlessText(placed.problem.path), TVK::HarmlessText(placed.problem.message), placed.problem.fatal});
+    problems.push_back({HarmlessText(placed.problem.path), HarmlessText(placed.problem.message), placed.problem.fatal});
   }
   placed_.clear();
   return problems;
@@ -38,3 +39,5 @@ std::string Clip(std::string_view text, std::size_t limit) {
     --end;
   return std::string(text.substr(0, end)) + "...";
 }
+
+}  // namespace TVK

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+namespace TVK {
+
 /// One thing that is wrong with a policy document.
 struct PolicyProblem {
   /// Where: "datasets[3].settings.ReadUsageInterval"; empty for the document as a whole, "line 3, column 7" for text
@@ -42,3 +44,5 @@ class ProblemList {
 
 /// The first `limit` bytes of `text` at most, cut between characters and then marked with "...".
 std::string Clip(std::string_view text, std::size_t limit = 60);
+
+}  // namespace TVK

@@ -9,6 +9,8 @@
 #include "client/policy/policy_document.h"
 #include "client/text/string.h"
 
+namespace TVK {
+
 namespace {
 
 constexpr int kDeepest = 32;
@@ -52,7 +54,7 @@ Flaw FindFlawOfStructure(std::string_view text) {
 // The first flaw that the reader does not find by itself, or that it finds nowhere.
 Flaw FindFlaw(std::string_view text) {
   // It passes malformed bytes on as they are, and takes a NUL for the end of the text.
-  if (const std::size_t bad = TVK::FindInvalidUtf8(text); bad != text.npos) {
+  if (const std::size_t bad = FindInvalidUtf8(text); bad != text.npos) {
     return {bad, "the text is not well-formed UTF-8"};
   }
   if (const std::size_t nul = text.find('\0'); nul != text.npos) return {nul, "the text holds a NUL byte"};
@@ -113,3 +115,5 @@ std::optional<Json::Value> ReadStrictJson(std::string_view text, ProblemList& pr
   }
   return root;
 }
+
+}  // namespace TVK

@@ -8,6 +8,10 @@
 
 #include "client/policy/problem_list.h"
 
+namespace TVK {
+
 /// Reads one JSON object by the rules of ParseTelemetryPolicy. Nothing, and one fatal problem added, when `text` is no
 /// such object.
 std::optional<Json::Value> ReadStrictJson(std::string_view text, ProblemList& problems);
+
+}  // namespace TVK

@@ -31,8 +31,12 @@ struct DataSet {
   bool operator==(const DataSet&) const = default;
 };
 
+namespace TVK {
+
 /// The one setting of a policy as a whole: "true" leaves network data unhashed.
 inline constexpr wchar_t kNoHashNetworkDataSetting[] = L"No_hash_network_data";
+
+}  // namespace TVK
 
 class TelemetryPolicy {
  public:
@@ -63,9 +67,13 @@ class TelemetryPolicy {
   }
 };
 
+namespace TVK {
+
 /// The client policy: where the device belongs.
 struct TvkPolicy {
   std::wstring device_path;
   std::wstring device_subscription;
   bool operator==(const TvkPolicy&) const = default;
 };
+
+}  // namespace TVK

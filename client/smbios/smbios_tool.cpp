@@ -74,7 +74,7 @@ std::string SMBiosTool::Problem() const {
   if (error_ == kErrorNoMemory) return "there is no memory for the SMBIOS table";
   if (buffer_.empty()) return ReadProblem(read_error_);
   if (buffer_.size() < kRsmbHeaderSize) return "the SMBIOS table is shorter than its header";
-  const SmbiosSurvey survey = Survey();
+  const TVK::SmbiosSurvey survey = Survey();
   const std::size_t there = buffer_.size() - kRsmbHeaderSize;
   if (survey.structures == 0) return "the SMBIOS table holds no whole structure";
   if (there < LengthInHeader(buffer_)) {
@@ -104,8 +104,8 @@ std::size_t SMBiosTool::OffsetInTable(const unsigned char* structure) const {
 /// Calls `visit` with offset and length of every structure. The end-of-table structure does not end the walk: older
 /// firmware has structures behind it, and whoever made the buffer cut off what does not belong to the table.
 template <typename Visit>
-SmbiosSurvey SMBiosTool::Walk(Visit visit) const {
-  SmbiosSurvey survey;
+TVK::SmbiosSurvey SMBiosTool::Walk(Visit visit) const {
+  TVK::SmbiosSurvey survey;
   for (std::size_t offset = kRsmbHeaderSize; offset < end_;) {
     const std::size_t length = LengthAt(offset);
     if (length == 0) {
@@ -129,7 +129,7 @@ int SMBiosTool::GetSMBiosBufferByType(int type, std::list<_SMBiosBuffer>& out) c
   return 0;
 }
 
-SmbiosSurvey SMBiosTool::Survey() const {
+TVK::SmbiosSurvey SMBiosTool::Survey() const {
   return Walk([](std::size_t, std::size_t) {});
 }
 

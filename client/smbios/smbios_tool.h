@@ -21,12 +21,16 @@ struct _SMBiosBuffer {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert
   unsigned long length = 0;             ///< Formatted part and string set together, in bytes.
 };
 
+namespace TVK {
+
 /// What a walk over a whole table met.
 struct SmbiosSurvey {
   std::size_t structures = 0;  ///< Whole ones, the "end of table" among them.
   bool damaged = false;        ///< A structure that is not whole ended the walk, and no "end of table" came before it.
   bool ended = false;          ///< A structure "end of table" is among them; others may stand behind it.
 };
+
+}  // namespace TVK
 
 /// Owns the whole raw data in the form of Firmware::ReadSmbios: a header of 8 bytes, then the structures.
 ///
@@ -77,7 +81,7 @@ class SMBiosTool {
                                                 unsigned long length) const;
 
   /// How far the table can be read. Nothing of it when no table was loaded.
-  SmbiosSurvey Survey() const;
+  TVK::SmbiosSurvey Survey() const;
 
   /// "3.2": the version of the standard that the table says it keeps to, where firmware is known to say another than
   /// it means the one that it means. Empty when no table was loaded.
@@ -88,7 +92,7 @@ class SMBiosTool {
   std::size_t OffsetInTable(const unsigned char* structure) const;
   std::size_t LengthAt(std::size_t offset) const;
   template <typename Visit>
-  SmbiosSurvey Walk(Visit visit) const;
+  TVK::SmbiosSurvey Walk(Visit visit) const;
 
   platform::Firmware* firmware_ = nullptr;  ///< Null: the buffer came with the constructor.
   std::vector<std::uint8_t> buffer_;

@@ -16,8 +16,12 @@
 #include "tvk/records.h"
 #include "tvk/service_types.h"
 
+namespace TVK {
+
 // For the component's own parts; hosts need neither.
 struct ManagerServices;
+
+}  // namespace TVK
 namespace platform {
 struct SystemEvent;
 }
@@ -123,7 +127,7 @@ class TVK_EXPORT EventManager {
 
  protected:
   /// An ordinary manager on `services`, which must outlive it; for the process's own and for simulated worlds.
-  EventManager(const ManagerServices& services, SERVICE_STATUS_HANDLE handle);
+  EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_HANDLE handle);
 
   void set_FirstInvocation(bool value);
 

@@ -34,7 +34,7 @@ std::wstring ValueText(const platform::EventLogValue& value, const platform::Clo
     std::wstring operator()(std::uint64_t number) const { return std::to_wstring(number); }
     std::wstring operator()(const std::string& text) const { return String::UTF8ToUTF16(text); }
     std::wstring operator()(platform::WallTime time) const {
-      return EventTimeText(std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count(), clock);
+      return TVK::EventTimeText(std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count(), clock);
     }
   };
   return std::visit(Writer{clock}, value);
@@ -80,12 +80,13 @@ void LogFailure(const platform::EventLogReading& reading, const TVK::Log& log, c
 
 }  // namespace
 
+namespace TVK {
+
 std::wstring EventTimeText(std::int64_t unix_seconds, const platform::Clock& clock) {
   const platform::LocalTime local = clock.ToLocal(unix_seconds);
   const int offset = std::abs(local.utc_offset_minutes);
-  return TVK::FormatWide(L"%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", local.year, local.month, local.day, local.hour,
-                         local.minute, local.second, local.utc_offset_minutes < 0 ? L'-' : L'+', offset / 60,
-                         offset % 60);
+  return FormatWide(L"%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", local.year, local.month, local.day, local.hour,
+                    local.minute, local.second, local.utc_offset_minutes < 0 ? L'-' : L'+', offset / 60, offset % 60);
 }
 
 std::wstring EventLevelName(std::uint64_t level) {
@@ -126,7 +127,7 @@ RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform
 }
 
 EventLogAnswer ReadLoggedEvents(platform::EventLog& event_log, const platform::Clock& clock, const std::string& channel,
-                                const std::string& xpath, std::size_t limit, const TVK::Log& log,
+                                const std::string& xpath, std::size_t limit, const Log& log,
                                 const std::wstring& caller) {
   platform::EventLogQuery query{.channel = channel, .xpath = xpath, .value_paths = {}, .limit = limit};
   for (const EventLogField& field : kEventLogFields)
@@ -140,3 +141,5 @@ EventLogAnswer ReadLoggedEvents(platform::EventLog& event_log, const platform::C
     answer.events.push_back(RenderEvent(record, clock));
   return answer;
 }
+
+}  // namespace TVK

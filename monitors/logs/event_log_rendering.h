@@ -11,6 +11,8 @@
 #include "client/log/log.h"
 #include "platform/event_log.h"
 
+namespace TVK {
+
 /// A field of a rendered event, and where an event keeps it.
 struct EventLogField {
   const wchar_t* name;
@@ -71,5 +73,7 @@ struct EventLogAnswer {
 /// Asks for the newest `limit` events of `channel` that answer `xpath`. A failure is logged to `log` in the name of
 /// `caller`; what was read before it counts. Any thread.
 EventLogAnswer ReadLoggedEvents(platform::EventLog& event_log, const platform::Clock& clock, const std::string& channel,
-                                const std::string& xpath, std::size_t limit, const TVK::Log& log,
+                                const std::string& xpath, std::size_t limit, const Log& log,
                                 const std::wstring& caller);
+
+}  // namespace TVK

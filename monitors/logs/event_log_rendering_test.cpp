@@ -7,6 +7,7 @@
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
 
+namespace TVK {
 namespace {
 
 using platform::EventLogFailure;
@@ -42,9 +43,9 @@ TEST(EventLogRenderingTest, EventDataIsCutOut) {
            {"", "<EventData />"},
            {filled("x", 0), filled("x", 0)},
            {filled("\xC3\xA4", 0), filled("\xC3\xA4", 0)},
-           {filled("x", 1), TVK::String::UTF16ToUTF8(kEventDataTooLarge)},
+           {filled("x", 1), String::UTF16ToUTF8(kEventDataTooLarge)},
        }) {
-    EXPECT_EQ(TVK::String::UTF16ToUTF8(EventDataText(xml)), data) << xml.substr(0, 60);
+    EXPECT_EQ(String::UTF16ToUTF8(EventDataText(xml)), data) << xml.substr(0, 60);
   }
 }
 
@@ -70,8 +71,8 @@ TEST(EventLogRenderingTest, AbsentValuesGiveNoField) {
 
 TEST(EventLogRenderingTest, AFailureIsLoggedAndWhatCameBeforeCounts) {
   const LogCapture logs;
-  TVK::Log log;
-  TVK::utility::InitLog(log, L"Test.log", 4);
+  Log log;
+  utility::InitLog(log, L"Test.log", 4);
   const platform::VirtualRuntime runtime;
   platform::SimulatedEventLog event_log;
   event_log.Set([](const platform::EventLogQuery& query) {
@@ -85,3 +86,5 @@ TEST(EventLogRenderingTest, AFailureIsLoggedAndWhatCameBeforeCounts) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+namespace TVK {
+
 namespace {
 
 constexpr std::wstring_view kForm = L"mm/dd/yyyy";
@@ -15,7 +17,7 @@ bool HasForm(std::wstring_view date) {
 
 }  // namespace
 
-std::wstring ConvertDateFormat(const std::wstring& date, const TVK::Log& log) {
+std::wstring ConvertDateFormat(const std::wstring& date, const Log& log) {
   if (date.empty()) return date;
   if (HasForm(date)) {
     const std::wstring month = date.substr(0, 2);
@@ -27,3 +29,5 @@ std::wstring ConvertDateFormat(const std::wstring& date, const TVK::Log& log) {
   log.e(L"ConvertDateFormat: \"%s\" is no date of the form %s", date, kForm);
   return date;
 }
+
+}  // namespace TVK

@@ -27,14 +27,14 @@ const std::map<std::wstring, std::wstring> CpuEventMonitor::ITEM_EVENT_CONTEXT =
     {kUsagePerInterval, L"8D5CE35C-2FDF-44A2-8CBD-558E85983868"},
 };
 
-CpuEventMonitor::CpuEventMonitor(const MonitorServices& monitor_services)
+CpuEventMonitor::CpuEventMonitor(const TVK::MonitorServices& monitor_services)
     : ScheduledMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines},
                        TVK::ReportRule{.item = kUsagePerInterval,
                                        .report = [this] { ReadUsagePerInterval(); },
                                        .caller = L"CpuEventMonitor::ReadAndUpdateDatasetSettings"}),
       collector_(monitor_services.machine.processors(), monitor_services.runtime.clock()),
-      peak_threshold_(CpuSettings{}.peak_threshold_percent),
-      peak_threshold_duration_ms_(CpuSettings{}.peak_threshold_duration_ms) {}
+      peak_threshold_(TVK::CpuSettings{}.peak_threshold_percent),
+      peak_threshold_duration_ms_(TVK::CpuSettings{}.peak_threshold_duration_ms) {}
 
 void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"CpuEventMonitor::StartMonitor", L"%s: CreateEvent() return error %d!")) return;
@@ -49,7 +49,7 @@ void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
 }
 
 bool CpuEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
-  const CpuSettings fresh = ReadCpuSettings(settings);
+  const TVK::CpuSettings fresh = TVK::ReadCpuSettings(settings);
   peak_threshold_ = fresh.peak_threshold_percent;
   peak_threshold_duration_ms_ = fresh.peak_threshold_duration_ms;
   const bool changed = TakeInterval(fresh.read_usage_interval_ms, fresh.readings);
@@ -111,7 +111,7 @@ void CpuEventMonitor::ReadUsagePerInterval() {
   LogItemEvent(std::min(collector_.GetCpuUsageInt(), 100), kUsagePerInterval);
 }
 
-SecondTick::Work CpuEventMonitor::CpuCheckEntry() {
+TVK::SecondTick::Work CpuEventMonitor::CpuCheckEntry() {
   if (!Admits()) return nullptr;
   if (!facts_asked_for_) return [this] { LogDatasetContext(true); };  // the consent was missing at the start
   if (!cpu_info_loaded_) return nullptr;

@@ -12,7 +12,7 @@
 /// once; without them nothing is measured.
 class CpuEventMonitor final : public TVK::ScheduledMonitor {
  public:
-  static constexpr const DatasetRow& kRow = DatasetRowNamed(L"CPUEvent");
+  static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"CPUEvent");
   inline static const std::wstring dataset_id{kRow.id};
   inline static const std::wstring dataset_name{kRow.name};
   inline static const std::wstring telemtry_scope_supported{kRow.scopes};
@@ -21,13 +21,13 @@ class CpuEventMonitor final : public TVK::ScheduledMonitor {
   /// Item name to item id.
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
-  explicit CpuEventMonitor(const MonitorServices& services);
+  explicit CpuEventMonitor(const TVK::MonitorServices& services);
 
   void StartMonitor(std::wstring name) override;
 
   /// The look of one second, on the tick's thread. Below the threshold there is nothing to do; otherwise it returns the
   /// rest of the check, which takes the configured duration and reports the peak if it lasts.
-  SecondTick::Work CpuCheckEntry();
+  TVK::SecondTick::Work CpuCheckEntry();
   /// The report of one interval, on the usage timer's thread. Right after the counter was opened it waits until there
   /// is something measured.
   void ReadUsagePerInterval();

@@ -9,6 +9,7 @@
 #include "platform/simulated/simulated_processors.h"
 #include "testing/monitor_world.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -226,7 +227,7 @@ TEST_F(CpuEventMonitorTest, AnUnreadableTopologyIsTriedThreeTimesMore) {
            Row{{{.supported = false, .topology = {}}}, 0, L"GetLogicalProcessorInformation is not supported", 0},
            Row{{{.returned_bytes = 8, .entry_bytes = 32, .topology = {}}}, 0, L"returnLength=8,sizeof", 0},
        }) {
-    SCOPED_TRACE(TVK::String::UTF16ToUTF8(row.message));
+    SCOPED_TRACE(String::UTF16ToUTF8(row.message));
     world_.logs.Clear();
     world_.machine.processors().Change([&](auto& state) { state.topology_script = row.script; });
     StartLife();
@@ -283,3 +284,5 @@ TEST_F(CpuEventMonitorTest, ACounterIsOpenedAgainAndItsFailureToldOnce) {
 }
 
 }  // namespace
+
+}  // namespace TVK

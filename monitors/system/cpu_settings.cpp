@@ -2,6 +2,8 @@
 
 #include "monitors/system/cpu_event_monitor.h"
 
+namespace TVK {
+
 namespace {
 
 const IntegerSetting& PeakThreshold() {
@@ -38,3 +40,5 @@ CpuSettings ReadCpuSettings(const SettingTexts& settings) {
   AddUnknownSettings(settings, result.readings);
   return result;
 }
+
+}  // namespace TVK

@@ -12,6 +12,7 @@
 #include "platform/simulated/simulated_system.h"
 #include "testing/monitor_world.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -28,7 +29,7 @@ struct Case {
 };
 
 std::string Name(const Case& monitor) {
-  return TVK::String::UTF16ToUTF8(std::wstring(monitor.row.name));
+  return String::UTF16ToUTF8(std::wstring(monitor.row.name));
 }
 void PrintTo(const Case& monitor, std::ostream* out) {
   *out << Name(monitor);
@@ -57,8 +58,7 @@ class EveryMonitorTest : public testing::TestWithParam<Case> {
   std::vector<std::int64_t> Reports() const {
     std::vector<std::int64_t> times;
     for (const ItemEvent& item : life_->Items(GetParam().report)) {
-      times.push_back(TVK::ParseRecordTime(TVK::String::UTF16ToUTF8(item.item_time()), world_.runtime.clock()) -
-                      start_);
+      times.push_back(ParseRecordTime(String::UTF16ToUTF8(item.item_time()), world_.runtime.clock()) - start_);
     }
     return times;
   }
@@ -108,7 +108,7 @@ TEST_P(EveryMonitorTest, ANewDeviceIsInitialisedOnceInItsContext) {
   ASSERT_EQ(items.size(), 1u);
   const std::wstring id = life_->DatasetContexts().at(0).dataset_context_id();
   EXPECT_EQ(items[0].dataset_context_id(), id);
-  EXPECT_EQ(id, TVK::String::ToUpper(id));
+  EXPECT_EQ(id, String::ToUpper(id));
   StartLife();
   EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
   EXPECT_EQ(life_->DatasetContexts().size(), GetParam().report == nullptr ? 0u : 1u)
@@ -172,3 +172,5 @@ INSTANTIATE_TEST_SUITE_P(Others, EveryMonitorTest, testing::ValuesIn(kOthers), k
 INSTANTIATE_TEST_SUITE_P(Reporting, ReportingMonitorTest, testing::ValuesIn(kReporting), kNameOfCase);
 
 }  // namespace
+
+}  // namespace TVK

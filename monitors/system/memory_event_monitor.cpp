@@ -37,9 +37,9 @@ constexpr TVK::MonitorLines kLines = {
 };
 
 /// The slots as one JSON array: item data is flat.
-std::wstring SlotsText(const std::vector<MemorySlot>& slots) {
+std::wstring SlotsText(const std::vector<TVK::MemorySlot>& slots) {
   Json::Value array(Json::arrayValue);
-  for (const MemorySlot& slot : slots) {
+  for (const TVK::MemorySlot& slot : slots) {
     Json::Value object(Json::objectValue);
     for (const auto& [key, value] : slot.ItemData())
       object[String::UTF16ToUTF8(key)] = String::UTF16ToUTF8(value);
@@ -80,7 +80,7 @@ const std::map<std::wstring, std::wstring> MemoryEventMonitor::ITEM_EVENT_CONTEX
     {L"Memory test", L"B86E9BA0-5811-481C-9D14-F22BBF2E3579"},
 };
 
-MemoryEventMonitor::MemoryEventMonitor(const MonitorServices& monitor_services)
+MemoryEventMonitor::MemoryEventMonitor(const TVK::MonitorServices& monitor_services)
     : ScheduledMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines},
                        TVK::ReportRule{.item = kUsagePerInterval,
                                        .report = [this] { ReadUsagePerInterval(); },
@@ -121,7 +121,7 @@ void MemoryEventMonitor::StartMonitor(std::wstring /*name*/) {
 }
 
 bool MemoryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
-  const MemorySettings fresh = ReadMemorySettings(settings);
+  const TVK::MemorySettings fresh = TVK::ReadMemorySettings(settings);
   if (fresh.change_event_enabled) change_event_enabled_ = *fresh.change_event_enabled;
   const bool changed = TakeInterval(fresh.read_usage_interval_ms, fresh.readings);
   log_.d(L"%s: ReadUsageInterval = %llu, MemoryEventEnabled = %d, bReadUsageIntervalChanged = %d",
@@ -172,7 +172,7 @@ std::optional<platform::MemoryStatus> MemoryEventMonitor::ReadStatus(bool& faili
   return status;
 }
 
-SecondTick::Work MemoryEventMonitor::LookAtLoad(bool& failing) {
+TVK::SecondTick::Work MemoryEventMonitor::LookAtLoad(bool& failing) {
   if (!Admits()) return nullptr;
   const auto status = ReadStatus(failing);
   if (!status) return nullptr;

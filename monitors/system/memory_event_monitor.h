@@ -17,7 +17,7 @@
 /// The look of each second is one of the shared tick's; the report thread wakes only to write a change.
 class MemoryEventMonitor final : public TVK::ScheduledMonitor {
  public:
-  static constexpr const DatasetRow& kRow = DatasetRowNamed(L"MemoryEvent");
+  static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"MemoryEvent");
   inline static const std::wstring dataset_id{kRow.id};
   inline static const std::wstring dataset_name{kRow.name};
   inline static const std::wstring telemtry_scope_supported{kRow.scopes};
@@ -25,7 +25,7 @@ class MemoryEventMonitor final : public TVK::ScheduledMonitor {
   /// Item name to item id. "Memory test" is published, and written by nothing in this version.
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
-  explicit MemoryEventMonitor(const MonitorServices& services);
+  explicit MemoryEventMonitor(const TVK::MonitorServices& services);
 
   void StartMonitor(std::wstring name) override;
 
@@ -51,7 +51,7 @@ class MemoryEventMonitor final : public TVK::ScheduledMonitor {
   /// failure.
   std::optional<platform::MemoryStatus> ReadStatus(bool& failing);
   /// The look of one second, on the tick's thread: returns the report of a change when there is one.
-  SecondTick::Work LookAtLoad(bool& failing);
+  TVK::SecondTick::Work LookAtLoad(bool& failing);
 
   /// The load that the next one is compared with, in percent; of the whole process, and reset by each report thread.
   inline static std::atomic<std::uint32_t> last_reported_load_ = 0;

@@ -101,6 +101,8 @@ constexpr std::uint8_t kSystemMemory = 3;
 
 }  // namespace
 
+namespace TVK {
+
 std::map<std::wstring, std::wstring> MemorySlot::ItemData() const {
   std::map<std::wstring, std::wstring> data;
   for (const auto& [key, text] : {std::pair(L"MemorySlotBankLabel", bank_label),
@@ -115,6 +117,8 @@ std::map<std::wstring, std::wstring> MemorySlot::ItemData() const {
   }
   return data;
 }
+
+}  // namespace TVK
 
 MemoryInfo::MemoryInfo(const SMBiosTool& tool, std::uint64_t usable_kb) : tool_(tool), usable_kb_(usable_kb) {
   TVK::utility::InitLog(log_, L"MemoryEventMonitor.log", 4);

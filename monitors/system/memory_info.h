@@ -12,6 +12,8 @@
 #include "client/smbios/smbios_fields.h"
 #include "client/smbios/smbios_tool.h"
 
+namespace TVK {
+
 /// One slot that holds a module. A text is empty where the table does not have the field: firmware of an older standard
 /// writes shorter structures. The texts are valid until the MemoryInfo decodes anew or ends.
 struct MemorySlot {
@@ -30,6 +32,8 @@ struct MemorySlot {
   std::map<std::wstring, std::wstring> ItemData() const;
 };
 
+}  // namespace TVK
+
 /// Decodes the table of an SMBiosTool. For one thread at a time.
 class MemoryInfo {
  public:
@@ -43,7 +47,7 @@ class MemoryInfo {
   int GetMemoryInfo();
 
   /// The populated slots: array by array as the table orders them, and within each in the table's order.
-  const std::vector<MemorySlot>& slots() const { return slots_; }
+  const std::vector<TVK::MemorySlot>& slots() const { return slots_; }
 
   /// Of the first array of system memory, or of the first array when none says that it is that. Empty without an array.
   const std::wstring& error_correction() const { return error_correction_; }
@@ -70,7 +74,7 @@ class MemoryInfo {
   const std::uint64_t usable_kb_;
   /// Holds the texts of slots_. A heap block for each of them would more than double the time of decoding.
   std::pmr::monotonic_buffer_resource texts_;
-  std::vector<MemorySlot> slots_;
+  std::vector<TVK::MemorySlot> slots_;
   std::wstring error_correction_;
   bool error_correction_of_system_memory_ = false;
   std::uint64_t total_kb_ = 0;

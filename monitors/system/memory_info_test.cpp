@@ -5,6 +5,7 @@
 
 #include "testing/smbios_builder.h"
 
+namespace TVK {
 namespace {
 
 using testing_support::DeviceSpec;
@@ -130,3 +131,5 @@ TEST(MemoryInfo, CodesReadAsTheStandardNamesThem) {
 }
 
 }  // namespace
+
+}  // namespace TVK

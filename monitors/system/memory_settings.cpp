@@ -2,6 +2,8 @@
 
 #include "monitors/system/memory_event_monitor.h"
 
+namespace TVK {
+
 namespace {
 
 SettingReading ReadChangeEvent(const SettingTexts& settings, std::optional<bool>& enabled) {
@@ -29,3 +31,5 @@ MemorySettings ReadMemorySettings(const SettingTexts& settings) {
   AddUnknownSettings(settings, result.readings);
   return result;
 }
+
+}  // namespace TVK

@@ -32,7 +32,7 @@ const std::map<std::wstring, std::wstring> SystemBiosEventMonitor::ITEM_EVENT_CO
     {kReadInfoPerBoot, L"D385ED5A-E1CF-4D30-8CBE-DF063D4200F6"},
 };
 
-SystemBiosEventMonitor::SystemBiosEventMonitor(const MonitorServices& monitor_services)
+SystemBiosEventMonitor::SystemBiosEventMonitor(const TVK::MonitorServices& monitor_services)
     : ScheduledMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines}),
       info_(&monitor_services.machine_information) {}
 
@@ -71,8 +71,8 @@ void SystemBiosEventMonitor::LogOncePerBoot() {
 std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
   constexpr wchar_t kThis[] = L"SystemBiosEventMonitor::GetLastbootTime";
   for (const char* const query : kBootQueries) {
-    const EventLogAnswer answer =
-        ReadLoggedEvents(services().machine.event_log(), services().runtime.clock(), "System", query, 1, log_, kThis);
+    const TVK::EventLogAnswer answer = TVK::ReadLoggedEvents(services().machine.event_log(), services().runtime.clock(),
+                                                             "System", query, 1, log_, kThis);
     if (!answer.events.empty() && answer.events.front().time_created) return answer.events.front().time_created;
     if (answer.failure == platform::EventLogFailure::kNotSupported) break;
     // The log may know the boot and did not tell: silence until the next start rather than a second record of one boot.

@@ -11,14 +11,14 @@
 /// device-initialisation is due, so that a second start in one boot writes nothing.
 class SystemBiosEventMonitor final : public TVK::ScheduledMonitor {
  public:
-  static constexpr const DatasetRow& kRow = DatasetRowNamed(L"SystemBIOSEvent");
+  static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"SystemBIOSEvent");
   inline static const std::wstring dataset_id{kRow.id};
   inline static const std::wstring dataset_name{kRow.name};
   inline static const std::wstring telemtry_scope_supported{kRow.scopes};
   /// Item name to item id.
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
-  explicit SystemBiosEventMonitor(const MonitorServices& services);
+  explicit SystemBiosEventMonitor(const TVK::MonitorServices& services);
 
   void StartMonitor(std::wstring name) override;
 

@@ -9,6 +9,7 @@
 #include "testing/monitor_world.h"
 #include "testing/smbios_builder.h"
 
+namespace TVK {
 namespace {
 
 using platform::EventLogFailure;
@@ -146,8 +147,8 @@ TEST_F(SystemBiosEventMonitorTest, AMachineThatTellsNothingIsNotDescribed) {
 
 TEST(BiosDateTest, ConvertsWhatIsADateAndLogsWhatIsNot) {
   LogCapture lines;
-  TVK::Log log;
-  TVK::utility::InitLog(log, L"SystemBiosEventMonitor.log", 4);
+  Log log;
+  utility::InitLog(log, L"SystemBiosEventMonitor.log", 4);
   EXPECT_EQ(ConvertDateFormat(L"03/31/2024", log), L"2024-03-31");
   EXPECT_EQ(ConvertDateFormat(L"12/01/1999", log), L"1999-12-01");
   EXPECT_EQ(ConvertDateFormat(L"", log), L"");
@@ -160,3 +161,5 @@ TEST(BiosDateTest, ConvertsWhatIsADateAndLogsWhatIsNot) {
 }
 
 }  // namespace
+
+}  // namespace TVK

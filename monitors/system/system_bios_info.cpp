@@ -14,7 +14,7 @@ void SystemBiosInfo::Describe(const TVK::SmbiosIdentity& firmware, const TVK::Lo
   set_embeddedControllerVersion(told ? firmware.ec_release : std::wstring());
   set_smbiosVersion(firmware.smbios_version);
   set_system_biosversion(firmware.bios_release);
-  set_biosReleaseDate(ConvertDateFormat(firmware.bios_date, log));
+  set_biosReleaseDate(TVK::ConvertDateFormat(firmware.bios_date, log));
   // No table tells when the embedded controller's firmware was released.
   set_ecReleaseDate({});
 }

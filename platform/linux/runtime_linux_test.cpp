@@ -66,7 +66,8 @@ TEST(LinuxRuntimeTest, AWaitUntilAMomentOfElapsedTimeHasAnAlarmThatCountsSleep) 
 TEST(LinuxRuntimeTest, WithoutADescriptorForTheAlarmAWaitUntilAMomentOfElapsedTimeEndsAllTheSame) {
   const auto runtime = MakeRealRuntime({});
   const auto event = runtime->MakeEvent(EventReset::kManual);
-  // The undefined-behaviour sanitiser looks a class up at its first virtual call, through a pipe: that needs descriptors.
+  // The undefined-behaviour sanitiser looks a class up at its first virtual call, through a pipe: that needs
+  // descriptors.
   ASSERT_EQ(runtime->WaitUntil(*event, runtime->clock().Elapsed()), kWaitTimeout);
   rlimit usual{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);

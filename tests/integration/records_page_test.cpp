@@ -18,6 +18,7 @@
 #include "testing/manager_world.h"
 #include "testing/smbios_builder.h"
 
+namespace TVK {
 namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
@@ -30,7 +31,7 @@ using Names = std::set<std::string>;
 using Lists = std::map<std::string, Names>;
 
 std::string Utf8(std::wstring_view text) {
-  return TVK::String::UTF16ToUTF8(std::wstring(text));
+  return String::UTF16ToUTF8(std::wstring(text));
 }
 
 /// The names in the first cell of each row; with the cells behind it where the row tells of one thing alone.
@@ -100,12 +101,12 @@ TEST(RecordsPage, ListsWhatTheRecordsOfABusyMachineHave) {
       more.insert(field.key);
     lists[record + "/field"].merge(more);
   };
-  add_fields("Item event", TVK::kItemEventFields, {"item_data"});
-  add_fields("Dataset context", TVK::kDatasetContextFields, {"item_data"});
-  add_fields("Device context", TVK::kDeviceContextFields, {"device_info", "region_info", "tvk_info"});
-  add_fields("Device context", TVK::kDeviceInfoFields);
-  add_fields("Device context", TVK::kRegionInfoFields);
-  add_fields("Device context", TVK::kTvkInfoFields);
+  add_fields("Item event", kItemEventFields, {"item_data"});
+  add_fields("Dataset context", kDatasetContextFields, {"item_data"});
+  add_fields("Device context", kDeviceContextFields, {"device_info", "region_info", "tvk_info"});
+  add_fields("Device context", kDeviceInfoFields);
+  add_fields("Device context", kRegionInfoFields);
+  add_fields("Device context", kTvkInfoFields);
 
   MonitorWorld world;
   world.config.SetPolicy(PolicyOf(L"full"));
@@ -133,3 +134,5 @@ TEST(RecordsPage, ListsWhatTheRecordsOfABusyMachineHave) {
 }
 
 }  // namespace
+
+}  // namespace TVK

@@ -6,6 +6,7 @@
 #include "testing/child_process.h"
 #include "testing/temp_folder.h"
 
+namespace TVK {
 namespace {
 
 class UserProcessTest : public testing::Test {
@@ -64,3 +65,5 @@ TEST_F(UserProcessTest, NothingIsStartedOnceTheManagerStopsOrWithoutTheProgram) 
   EXPECT_FALSE(without.StartUserProcess(*stop_, false));
   without.StopUserProcess(1);
 }
+
+}  // namespace TVK
