@@ -41,7 +41,7 @@ void PolicyWatch::Run() {
   platform::Waitable* const objects[] = {stop_.get(), told_.get()};
   while (runtime_.WaitAny(objects, platform::kForever) == 1) {
     WaitForQuiet();
-    if (TVK::CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
+    if (CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
     // What changed, perhaps a consent withdrawn, is not to be missed.
     runtime_.Wait(*stop_, kRetry);
     told_->Set();
@@ -59,7 +59,7 @@ void PolicyWatch::Remark(const std::filesystem::path& file, const PolicyLoad& lo
   const bool mended = std::exchange(refused, !load.accepted) && load.accepted;
   if (!remarks_ || (load.accepted && !load.changed && !mended)) return;
   // Whoever listens is not to keep the news from those that follow the policy.
-  TVK::CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
+  CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
     for (const PolicyProblem& problem : load.problems)
       remarks_(ProblemLine(file, problem));
     remarks_(platform::PathToUtf8(file) + ": " +
