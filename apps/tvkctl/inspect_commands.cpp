@@ -46,10 +46,10 @@ void Warn(const std::string& source, const std::string& problem, std::ostream& e
 }
 
 OpenTable OpenFile(const std::filesystem::path& file, std::ostream& errors) {
-  std::string problem;
+  platform::FileProblem problem;
   const std::optional<std::string> content = platform::ReadWholeFile(file, kTableSizeLimit, &problem);
   if (!content) {
-    errors << "tvkctl: " << problem << '\n';
+    errors << "tvkctl: " << problem.text << '\n';
     return {nullptr, kExitWrongConfiguration};
   }
   const auto* const begin = reinterpret_cast<const std::uint8_t*>(content->data());
