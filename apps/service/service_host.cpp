@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <mutex>
+#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -13,6 +15,7 @@
 #include "platform/runtime.h"
 #include "platform/service_control.h"
 #include "platform/service_control_event.h"
+#include "platform/system_log.h"
 #include "platform/this_program.h"
 #include "tvk/event_manager.h"
 
@@ -140,16 +143,29 @@ EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
   return manager;
 }
 
+void ForEachLine(const std::string& text, const std::function<void(const std::string& line)>& call) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    call(line);
+}
+
+// Tells whoever looks after the computer, each line on its own.
+void TellAdministrator(const std::string& text) {
+  ForEachLine(text, [](const std::string& line) { platform::WriteToSystemLog(line); });
+}
+
 // From the opened component to its end; the exit code.
 int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOptions& options, ConsoleOutput& output) {
   TVK::RecordObserver show;
-  TVK::RemarkObserver complain;
-  if (options.console) {
-    show = [&](const std::string& line) { output.Show(line); };
-    complain = [&](const std::string& line) { output.Complain(line); };
-  }
+  if (options.console) show = [&](const std::string& line) { output.Show(line); };
+  const auto complain = [&](const std::string& text) {
+    if (options.console) return output.Complain(text);
+    ForEachLine(text,
+                [&](const std::string& line) { output.Complain(std::string(platform::SystemLogErrorMark()) + line); });
+    TellAdministrator(text);
+  };
   OpenComponent component(options, show, complain);
-  if (!component.message().empty()) output.Complain(component.message());
+  if (!component.message().empty()) complain(component.message());
   if (component.exit_code() != kExitOk) return component.exit_code();
   if (options.console) output.Show(TVK::Component::RecordHeader());
   EventManager* const manager = StartManager(nullptr);
@@ -190,11 +206,9 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   std::atomic<EventManager*> running = nullptr;
   platform::ServiceProgram program;
   program.main = [&](platform::ServiceSession& session) {
-    OpenComponent component(options);
-    if (component.exit_code() != kExitOk) {
-      session.ReportProblem(component.message());
-      return component.exit_code();
-    }
+    OpenComponent component(options, {}, TellAdministrator);
+    TellAdministrator(component.message());
+    if (component.exit_code() != kExitOk) return component.exit_code();
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
     running = manager;
     session.ReportRunning();

@@ -42,7 +42,7 @@ struct ComponentResult {
 using RecordObserver = std::function<void(const std::string& line)>;
 
 /// Is told what became of a policy file that changed while the component runs: a line a problem, with the file and the
-/// path in the document, and a line when a policy came into force. UTF-8, without a line feed. Called on a thread of
+/// path in the document, and a line that says what is in force now. UTF-8, without a line feed. Called on a thread of
 /// the component; must not block for long. What it throws is logged.
 using RemarkObserver = std::function<void(const std::string& line)>;
 
@@ -75,7 +75,8 @@ class TVK_EXPORT Component {
   /// The names of the columns of the observer's lines.
   static std::string RecordHeader();
 
-  /// Ends every thread of the component. The manager must have been stopped.
+  /// Ends every thread of the component; what device_id_agent and GetInstance gave is no longer valid. The manager must
+  /// have been stopped. Nothing happens when nothing is open. Not beside another call into the component.
   static void Close();
 };
 

@@ -147,9 +147,11 @@ TEST(PrivateFolder, IsForTheSystemTheAdministratorsAndTheOwnAccountAlone) {
   EXPECT_EQ(ReplaceFile(file, "old"), "");
   EXPECT_EQ(ReplaceFile(file, "new"), "");
   EXPECT_EQ(ReadWholeFile(file, 3).value_or("?"), "new");
-  std::string problem;
+  FileProblem problem;
   EXPECT_FALSE(ReadWholeFile(file, 2, &problem));
-  EXPECT_NE(problem.find("x.json is longer than 2 bytes"), std::string::npos) << problem;
+  EXPECT_NE(problem.text.find("x.json is longer than 2 bytes"), std::string::npos) << problem.text;
+  EXPECT_FALSE(ReadWholeFile(folder / "none.json", 2, &problem));
+  EXPECT_EQ(problem.fault, FileFault::kAbsent);
   const UniqueFile held(CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_NE(ReplaceFile(file, "third"), "") << "nobody may replace what another keeps for itself";
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1) << "the temporary file is gone";
