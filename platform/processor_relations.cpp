@@ -12,17 +12,14 @@ constexpr std::size_t kHeaderSize = 8;
 constexpr std::uint64_t kRelationProcessorCore = 0;
 constexpr std::uint64_t kRelationCache = 2;
 
-// Of PROCESSOR_RELATIONSHIP, from the record's begin: the count of groups, and a GROUP_AFFINITY for each, which begins
-// with the mask of the processors.
-constexpr std::size_t kGroupCountAt = 30;
-constexpr std::size_t kGroupsAt = 32;
-constexpr std::size_t kGroupSize = 16;
-static_assert(kCoreRecordSize == kGroupsAt + kGroupSize);
+// Of PROCESSOR_RELATIONSHIP, from the record's begin: its one GROUP_AFFINITY, since a core lies in one group, which
+// begins with the mask of the processors.
+constexpr std::size_t kMaskAt = 32;
 
 // Of CACHE_RELATIONSHIP.
 constexpr std::size_t kCacheLevelAt = 8;
 constexpr std::size_t kCacheSizeAt = 12;
-constexpr std::size_t kCacheRecordSize = 20;
+constexpr std::size_t kCacheRecordSize = 16;
 
 std::uint64_t NumberAt(Bytes bytes, std::size_t at, std::size_t size) {
   std::uint64_t number = 0;
@@ -32,14 +29,9 @@ std::uint64_t NumberAt(Bytes bytes, std::size_t at, std::size_t size) {
 }
 
 bool AddCore(Bytes record, ProcessorTopology& topology) {
-  if (record.size() < kGroupsAt) return false;
-  const std::uint64_t groups = NumberAt(record, kGroupCountAt, 2);
-  if (groups == 0 || groups > (record.size() - kGroupsAt) / kGroupSize) return false;
+  if (record.size() < kCoreRecordSize) return false;
   ++topology.cores;
-  for (std::size_t i = 0; i < groups; ++i) {
-    const std::uint64_t mask = NumberAt(record, kGroupsAt + i * kGroupSize, 8);
-    topology.logical_processors += static_cast<std::uint32_t>(std::popcount(mask));
-  }
+  topology.logical_processors += static_cast<std::uint32_t>(std::popcount(NumberAt(record, kMaskAt, 8)));
   return true;
 }
 

@@ -10,8 +10,8 @@
 
 namespace platform {
 
-/// The least that a record of a processor's core takes: the two numbers that each record begins with, the processor's
-/// own part, one group's mask.
+/// What a record of a processor's core takes: the two numbers that each record begins with, the processor's own part,
+/// its group's mask.
 inline constexpr std::size_t kCoreRecordSize = 48;
 
 /// Counts cores, their logical processors in all processor groups (of at most 64 each), and the caches of levels 2 and

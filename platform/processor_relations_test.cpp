@@ -24,7 +24,6 @@ Bytes Record(std::uint32_t relation, std::uint32_t size) {
 // A core whose processors are the bits of a mask, in one group.
 Bytes Core(std::uint16_t group, std::uint64_t mask) {
   Bytes bytes = Record(0, kCoreRecordSize);
-  Put(bytes, 30, 1, 2);
   Put(bytes, 32, mask, 8);
   return Put(bytes, 40, group, 2);
 }
@@ -68,17 +67,18 @@ TEST(ProcessorRelationsTest, ReadingEndsBeforeARecordThatIsNotWhole) {
   Put(no_size, 4, 0, 4);
   Bytes long_size = Core(0, 1);
   Put(long_size, 4, kCoreRecordSize + 1, 4);
-  Bytes many_groups = Core(0, 1);
-  Put(many_groups, 30, 2, 2);
-  Bytes no_group = Core(0, 1);
-  Put(no_group, 30, 0, 2);
+  Bytes no_size_of_another_kind = Record(4, 80);
+  Put(no_size_of_another_kind, 4, 0, 4);
+  Bytes short_cache = Record(2, 15);
+  Put(short_cache, 8, 3, 1);
   for (const Bytes& broken :
-       {no_size, long_size, many_groups, no_group, Record(0, 31), Record(2, 19), Bytes(7), Bytes()}) {
+       {no_size, long_size, no_size_of_another_kind, Record(0, 47), short_cache, Bytes(7), Bytes()}) {
     Bytes all = Core(1, 0xF);
     Add(all, broken);
     const ProcessorTopology topology = DecodeProcessorRelations(all);
     EXPECT_EQ(topology.logical_processors, 4u) << broken.size();
     EXPECT_EQ(topology.cores, 1u);
+    EXPECT_EQ(topology.l3.count, 0u);
   }
 }
 
