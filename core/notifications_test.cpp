@@ -120,6 +120,9 @@ TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {
   EXPECT_THAT(script_.TakeNotes(),
               ElementsAre(L"context anew TVKEvent", L"context anew DeviceStatus", L"context anew SystemPowerEvent",
                           L"context anew NetworkEvent", L"context anew MemoryEvent"));
+  life_->composition.bus().Publish(TVKNotificationData(4, 18, L"{}"));
+  world_.runtime.Settle();
+  EXPECT_EQ(script_.Count(L"stop CPUEvent"), 1u) << "nor do others run on when any news comes";
 }
 
 TEST_F(NotificationsTest, TheUserAgentFollowsTheDisplayDataset) {
@@ -216,7 +219,8 @@ TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContextAndAnother
       [](DeviceContext & whole) -> auto& { return whole.tvk_info(); }, kTvkInfoFields);
   look(
       [](DeviceContext & whole) -> auto& { return whole; }, kDeviceContextFields);
-  EXPECT_THAT(empty, ElementsAre("device_id2", "device_smbiosversion", "device_extensionkeyvalue", "source"));
+  EXPECT_EQ(context.device_info().device_id() + context.device_info().device_id2(), L"DEVICE-IDLEGACY-ID");
+  EXPECT_THAT(empty, ElementsAre("device_smbiosversion", "device_extensionkeyvalue", "source"));
   EXPECT_THAT(not_compared,
               ElementsAre("device_info_datetime", "device_extensionkeyvalue", "region_info_datetime", "tvk_datetime",
                           "device_context_id", "device_context_datetime", "source", "source_component"));
