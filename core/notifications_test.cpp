@@ -126,10 +126,9 @@ TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {
 }
 
 TEST_F(NotificationsTest, TheUserAgentFollowsTheDisplayDataset) {
-  const auto policy_event =
-      world_.runtime.MakeNamedEvent(L"Global\\TvkUserAgentTelemetryPolicyChangeEvent", platform::EventReset::kAuto,
-                                    false, platform::EventAccess::kSessionUsers);
   Start(PolicyOf(L"basic", {L"DisplayEvent"}));
+  const auto policy_event = world_.runtime.OpenNamedEvent(L"Global\\TvkUserAgentTelemetryPolicyChangeEvent");
+  ASSERT_NE(policy_event.event, nullptr);
   EXPECT_EQ(life_->user_process.starts, 0);
   for (const wchar_t* scope : {L"enhance", L"full"}) {
     Change(PolicyOf(scope, {L"DisplayEvent"}));
