@@ -121,7 +121,7 @@ World::World(std::filesystem::path folder)
   Check(composition_->store().is_open(), "opening the store");
   const TVK::Composition::Opening opening = composition_->Start();
   Check(opening.watch_problem.empty(), "watching the policy");
-  Check(opening.policy.accepted, "reading the policy");
+  Check(opening.policy.state == TVK::PolicyFileState::kGood, "reading the policy");
   manager_ = std::make_unique<Manager>(composition_->manager_services());
 }
 

@@ -50,14 +50,13 @@ Composition::Opening Composition::Start() {
   if (policy_files_) {
     // Watch first, then read: a change in between is then seen as a change.
     opening.watch_problem = policy_files_->watch.Start();
-    opening.policy = policy_files_->agent.LoadTelemetryPolicy();
-    opening.tvk_policy = policy_files_->agent.LoadTvkPolicy();
+    // What is not there when the service starts is gone: without a policy nobody has consented.
+    opening.policy = policy_files_->agent.LoadTelemetryPolicy(true);
+    opening.tvk_policy = policy_files_->agent.LoadTvkPolicy(true);
     policy_files_->agent.KeepLastGood();
   }
   TelemetryPolicy policy;
-  TvkPolicy tvk_policy;
   opening.policy_in_force = manager_services_.config.GetTelemetryPolicy(policy);
-  opening.tvk_policy_in_force = manager_services_.config.GetTvkPolicy(tvk_policy);
   if (device_context_monitor_) {
     // Before the manager reads the facts for the first time: a change after that is then never missed.
     device_context_monitor_->Start();
@@ -79,6 +78,12 @@ void Composition::OnUserLogon() {
   if (machine_.system().ReadLoggedInUserId().empty()) return;  // to be told at the next logon
   if (device_context_monitor_) device_context_monitor_->TryAddUserRelatedMonitors();
   if (own_user_process_) own_user_process_->OnUserLogon();
+}
+
+void Composition::OnSessionChange(const platform::SessionChange& change) {
+  if (device_context_monitor_) device_context_monitor_->OnSessionChange(change);
+  // Not when the console is switched: the session that is shown may be one that just ends.
+  if (change.kind == platform::SessionChangeKind::kLogon && own_user_process_) own_user_process_->OnUserLogon();
 }
 
 }  // namespace TVK

@@ -42,9 +42,8 @@ class Composition {
   struct Opening {
     PolicyLoad policy;
     PolicyLoad tvk_policy;
-    bool policy_in_force = false;
-    bool tvk_policy_in_force = false;
-    std::string watch_problem;  ///< Why changes of the policy files will not be seen; empty: they will.
+    bool policy_in_force = false;  ///< A telemetry policy, or that there is none.
+    std::string watch_problem;     ///< Why changes of the policy files will not be seen; empty: they will.
   };
 
   /// Opens the store. `remarks` is told what becomes of policy files that change; may be empty. `runtime` and `machine`
@@ -67,8 +66,9 @@ class Composition {
   void FollowSystemEvents(platform::SystemEventCallback receiver);
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();
-  /// See Component::OnUserLogon. Any thread.
+  /// See Component. Any thread.
   void OnUserLogon();
+  void OnSessionChange(const platform::SessionChange& change);
 
  private:
   struct PolicyFiles {

@@ -7,8 +7,47 @@
 
 namespace TVK {
 
-std::string ProblemLine(const std::filesystem::path& file, const PolicyProblem& problem) {
-  return platform::PathToUtf8(file) + ": " + (problem.path.empty() ? "" : problem.path + ": ") + problem.message;
+namespace {
+
+// "" where there is nothing to say.
+std::string Standing(const PolicyLoad& load, std::string_view gone) {
+  switch (load.state) {
+    case PolicyFileState::kGood:
+      return "is in force now";
+    case PolicyFileState::kGone:
+      return std::string(gone);
+    case PolicyFileState::kMissing:
+      return {};
+    case PolicyFileState::kBroken:
+    case PolicyFileState::kUnreadable:
+      break;
+  }
+  const std::string what =
+      load.state == PolicyFileState::kBroken ? "cannot be used; " : "cannot be read, and is tried again; ";
+  switch (load.in_force) {
+    case PolicyInForce::kBefore:
+      return what + "the policy before it stays in force";
+    case PolicyInForce::kLastGood:
+      return what + "the last good one is in force";
+    case PolicyInForce::kAbsence:
+      return what + "nothing is collected until then";
+    case PolicyInForce::kOfFile:
+    case PolicyInForce::kNone:
+      break;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::vector<std::string> PolicyRemarks(const std::filesystem::path& file, const PolicyLoad& load,
+                                       std::string_view gone) {
+  const std::string begin = platform::PathToUtf8(file) + ": ";
+  std::vector<std::string> lines;
+  for (const PolicyProblem& problem : load.problems)
+    lines.push_back(begin + (problem.path.empty() ? "" : problem.path + ": ") + problem.message);
+  if (const std::string standing = Standing(load, gone); !standing.empty()) lines.push_back(begin + standing);
+  return lines;
 }
 
 PolicyWatch::PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, TVKPublisherSubscriber& bus, Files files,
@@ -39,12 +78,16 @@ std::string PolicyWatch::Start() {
 
 void PolicyWatch::Run() {
   platform::Waitable* const objects[] = {stop_.get(), told_.get()};
-  while (runtime_.WaitAny(objects, platform::kForever) == 1) {
-    WaitForQuiet();
-    if (TVK::CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
+  for (;;) {
+    const auto patience =
+        again_ ? std::chrono::ceil<std::chrono::milliseconds>(*again_ - runtime_.clock().Steady()) : platform::kForever;
+    const platform::WaitCode woken = runtime_.WaitAny(objects, std::max(patience, std::chrono::milliseconds(0)));
+    if (woken == 0) return;
+    if (woken == 1) WaitForQuiet();
+    again_.reset();
+    if (CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
     // What changed, perhaps a consent withdrawn, is not to be missed.
-    runtime_.Wait(*stop_, kRetry);
-    told_->Set();
+    LookAgainAt(runtime_.clock().Steady() + kRetry);
   }
 }
 
@@ -55,38 +98,51 @@ void PolicyWatch::WaitForQuiet() {
   }
 }
 
-void PolicyWatch::Remark(const std::filesystem::path& file, const PolicyLoad& load, bool& refused) const {
-  const bool mended = std::exchange(refused, !load.accepted) && load.accepted;
-  if (!remarks_ || (load.accepted && !load.changed && !mended)) return;
+void PolicyWatch::Remark(const std::vector<std::string>& lines) const {
+  if (!remarks_) return;
   // Whoever listens is not to keep the news from those that follow the policy.
-  TVK::CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
-    for (const PolicyProblem& problem : load.problems)
-      remarks_(ProblemLine(file, problem));
-    remarks_(platform::PathToUtf8(file) + ": " +
-             (load.accepted ? "is in force now" : "cannot be used; the policy before it stays in force"));
+  CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
+    for (const std::string& line : lines)
+      remarks_(line);
   });
 }
 
+void PolicyWatch::LoadOne(Followed& followed, const std::filesystem::path& file, std::string_view gone,
+                          const std::function<PolicyLoad(bool absence_counts)>& load) {
+  const platform::SteadyTime now = runtime_.clock().Steady();
+  const PolicyLoad loaded = load(followed.missing_since && now - *followed.missing_since >= kReplacing);
+  followed.change_due = followed.change_due || loaded.changed;
+  if (loaded.state != PolicyFileState::kMissing) {
+    followed.missing_since.reset();
+  } else {
+    if (!followed.missing_since) followed.missing_since = now;
+    LookAgainAt(*followed.missing_since + kReplacing);
+  }
+  if (loaded.state == PolicyFileState::kUnreadable) LookAgainAt(now + kRetry);
+  if (loaded.news) Remark(PolicyRemarks(file, loaded, gone));
+}
+
+void PolicyWatch::Publish(Followed& followed, int event_state, const std::wstring& payload) {
+  if (!followed.change_due) return;
+  log_.i(L"the %s policy changed", std::wstring(event_state == kTvkPolicyChanged ? L"client" : L"telemetry"));
+  bus_.Publish(TVKNotificationData(kPolicyTopic, event_state, payload));
+  followed.change_due = false;
+}
+
 void PolicyWatch::Load() {
-  TvkPolicy before;
-  const bool known_before = agent_.GetTvkPolicy(before);
-  const PolicyLoad tvk = agent_.LoadTvkPolicy();
-  const PolicyLoad telemetry = agent_.LoadTelemetryPolicy();
-  Remark(files_.tvk_policy, tvk, tvk_refused_);
-  Remark(files_.telemetry_policy, telemetry, telemetry_refused_);
+  // A turn that an exception ended is made up for by the next one, which compares with what the bus knows.
+  if (TvkPolicy before; !tvk_before_ && agent_.GetTvkPolicy(before)) tvk_before_ = std::move(before);
+  LoadOne(tvk_, files_.tvk_policy, kTvkPolicyGone, [this](bool counts) { return agent_.LoadTvkPolicy(counts); });
+  LoadOne(telemetry_, files_.telemetry_policy, kTelemetryPolicyGone,
+          [this](bool counts) { return agent_.LoadTelemetryPolicy(counts); });
   TvkPolicy now;
   agent_.GetTvkPolicy(now);
-  const bool path_changed = known_before && now.device_path != before.device_path;
+  const bool path_changed = tvk_before_ && now.device_path != tvk_before_->device_path;
   const std::wstring payload = MakeTvkPolicyPayload(now.device_path, now.device_subscription, path_changed);
   // First: a consent that was withdrawn counts for whatever the other change brings.
-  if (telemetry.changed) {
-    log_.i(L"the telemetry policy changed");
-    bus_.Publish(TVKNotificationData(kPolicyTopic, kTelemetryPolicyChanged, payload));
-  }
-  if (tvk.changed) {
-    log_.i(L"the client policy changed");
-    bus_.Publish(TVKNotificationData(kPolicyTopic, kTvkPolicyChanged, payload));
-  }
+  Publish(telemetry_, kTelemetryPolicyChanged, payload);
+  Publish(tvk_, kTvkPolicyChanged, payload);
+  tvk_before_.reset();
   // Last: a withdrawn consent does not wait for the disk.
   agent_.KeepLastGood();
 }

@@ -14,14 +14,12 @@ void Report(TVK::ComponentResult& result, ComponentOutcome outcome, const std::s
   result.message += message;
 }
 
+// A policy that is used without a remark needs none.
 void ReportPolicy(TVK::ComponentResult& result, const std::filesystem::path& file, const TVK::PolicyLoad& load,
-                  bool in_force) {
-  for (const TVK::PolicyProblem& problem : load.problems)
-    Report(result, ComponentOutcome::kReady, TVK::ProblemLine(file, problem));
-  if (!load.accepted && in_force) {
-    Report(result, ComponentOutcome::kReady,
-           platform::PathToUtf8(file) + ": cannot be used; the last good one is in force");
-  }
+                  std::string_view gone) {
+  if (load.state == TVK::PolicyFileState::kGood && load.problems.empty()) return;
+  for (const std::string& line : TVK::PolicyRemarks(file, load, gone))
+    Report(result, ComponentOutcome::kReady, line);
 }
 
 void ReportStore(TVK::ComponentResult& result, const std::filesystem::path& folder,
@@ -68,8 +66,11 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   Composition& composition = process->composition_;
   ReportStore(result, places.data_folder, composition.store());
   const Composition::Opening opening = composition.Start();
-  ReportPolicy(result, places.policy_file, opening.policy, opening.policy_in_force);
-  ReportPolicy(result, places.tvk_policy_file(), opening.tvk_policy, opening.tvk_policy_in_force);
+  ReportPolicy(result, places.policy_file, opening.policy, TVK::kTelemetryPolicyGone);
+  // Most machines have no client policy.
+  if (opening.tvk_policy.state != PolicyFileState::kGone) {
+    ReportPolicy(result, places.tvk_policy_file(), opening.tvk_policy, TVK::kTvkPolicyGone);
+  }
   if (!opening.policy_in_force) {
     Report(result, ComponentOutcome::kWrongConfiguration, "there is no telemetry policy to run with");
   }

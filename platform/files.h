@@ -16,11 +16,22 @@ namespace platform {
 /// wrong.
 std::string MakePrivateFolder(const std::filesystem::path& folder);
 
-/// The content of `file`, or nothing when it cannot be read, is longer than `limit` bytes or, on Linux, is a pipe or a
-/// socket; `problem`, when given, then says which, in words that name the file. Windows: a file that
-/// somebody has open for themselves alone is waited for, up to 200 ms.
+/// Why a file gave no content.
+enum class FileFault {
+  kAbsent,      ///< There is no such file.
+  kUnreadable,  ///< It could not be read this time: no right, an error of the disk, too many open files.
+  kUnsuitable,  ///< What stands there is not to be read: too long or, on Linux, a folder, a pipe or a socket.
+};
+
+struct FileProblem {
+  FileFault fault = FileFault::kAbsent;
+  std::string text;  ///< Names the file.
+};
+
+/// The content of `file`, or nothing when it has none that can be read within `limit` bytes; `problem`, when given,
+/// then says why. Windows: a file that somebody has open for themselves alone is waited for, up to 200 ms.
 std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit,
-                                         std::string* problem = nullptr);
+                                         FileProblem* problem = nullptr);
 
 /// Puts `content` in place of `file` so that a reader, or the loss of power, sees the old or the new content and
 /// nothing between: temporary file beside it, flush to disk, rename. Returns an empty text, or what went wrong; `file`

@@ -72,9 +72,6 @@ class ServiceSession {
   /// Until then the manager waits for the service to come up (30 s), and sends it nothing.
   virtual void ReportRunning() = 0;
 
-  /// Enters `problem` (UTF-8) as an error into the system's log, for what ends the service before it has a log.
-  virtual void ReportProblem(const std::string& problem) = 0;
-
   /// The service is stopping and needs at most `more` until the next call or its end: one checkpoint further.
   virtual void ReportStopping(std::chrono::milliseconds more) = 0;
 

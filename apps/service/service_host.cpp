@@ -2,7 +2,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
+#include <mutex>
+#include <sstream>
+#include <utility>
+#include <vector>
 
 #include "apps/service/console_output.h"
 #include "platform/local.h"
@@ -10,6 +15,7 @@
 #include "platform/runtime.h"
 #include "platform/service_control.h"
 #include "platform/service_control_event.h"
+#include "platform/system_log.h"
 #include "platform/this_program.h"
 #include "tvk/event_manager.h"
 
@@ -82,9 +88,52 @@ std::vector<std::wstring> InstalledArguments(const ServiceOptions& options) {
   return arguments;
 }
 
-bool IsLogon(const std::optional<platform::SystemEvent>& event) {
-  const auto* const change = event ? std::get_if<platform::SessionChange>(&*event) : nullptr;
-  return change != nullptr && change->kind == platform::SessionChangeKind::kLogon;
+/// Session changes on their way from the control handler to the service's own thread: what follows from them takes
+/// longer than the service manager may be kept waiting. Any thread.
+class SessionNews {
+ public:
+  explicit SessionNews(platform::Runtime& runtime) : arrived_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
+
+  /// Takes it along when the control is one.
+  void Put(unsigned long control, unsigned long event_type, void* event_data) {
+    const auto event = platform::DecodeServiceControl(control, event_type, event_data);
+    const auto* const change = event ? std::get_if<platform::SessionChange>(&*event) : nullptr;
+    if (change == nullptr) return;
+    {
+      const std::lock_guard lock(mutex_);
+      changes_.emplace_back(event_type, change->session);
+    }
+    arrived_->Set();
+  }
+
+  platform::Event& arrived() { return *arrived_; }
+
+  /// Tells the component what has come, in that order.
+  void Tell() {
+    const auto changes = [this] {
+      const std::lock_guard lock(mutex_);
+      return std::exchange(changes_, {});
+    }();
+    for (const auto& [event_type, session] : changes)
+      TVK::Component::OnSessionChange(event_type, session);
+  }
+
+ private:
+  const std::unique_ptr<platform::Event> arrived_;
+  std::mutex mutex_;                                              ///< Guards changes_.
+  std::vector<std::pair<unsigned long, unsigned long>> changes_;  ///< Event type and session of each.
+};
+
+/// Until `stop`, or until `run_for` of waking time is over.
+void Serve(platform::Runtime& runtime, platform::Event& stop, SessionNews& sessions,
+           std::optional<std::chrono::milliseconds> run_for) {
+  const platform::SteadyTime start = runtime.clock().Steady();
+  platform::Waitable* const objects[] = {&stop, &sessions.arrived()};
+  for (;;) {
+    const auto passed = std::chrono::floor<std::chrono::milliseconds>(runtime.clock().Steady() - start);
+    if (runtime.WaitAny(objects, run_for ? *run_for - passed : platform::kForever) != 1) return;
+    sessions.Tell();
+  }
 }
 
 EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
@@ -94,16 +143,29 @@ EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
   return manager;
 }
 
+void ForEachLine(const std::string& text, const std::function<void(const std::string& line)>& call) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    call(line);
+}
+
+// Tells whoever looks after the computer, each line on its own.
+void TellAdministrator(const std::string& text) {
+  ForEachLine(text, [](const std::string& line) { platform::WriteToSystemLog(line); });
+}
+
 // From the opened component to its end; the exit code.
 int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOptions& options, ConsoleOutput& output) {
   TVK::RecordObserver show;
-  TVK::RemarkObserver complain;
-  if (options.console) {
-    show = [&](const std::string& line) { output.Show(line); };
-    complain = [&](const std::string& line) { output.Complain(line); };
-  }
+  if (options.console) show = [&](const std::string& line) { output.Show(line); };
+  const auto complain = [&](const std::string& text) {
+    if (options.console) return output.Complain(text);
+    ForEachLine(text,
+                [&](const std::string& line) { output.Complain(std::string(platform::SystemLogErrorMark()) + line); });
+    TellAdministrator(text);
+  };
   OpenComponent component(options, show, complain);
-  if (!component.message().empty()) output.Complain(component.message());
+  if (!component.message().empty()) complain(component.message());
   if (component.exit_code() != kExitOk) return component.exit_code();
   if (options.console) output.Show(TVK::Component::RecordHeader());
   EventManager* const manager = StartManager(nullptr);
@@ -139,29 +201,26 @@ int RunInProcess(const ServiceOptions& options) {
 std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   const auto runtime = platform::MakeRealRuntime({});
   const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
+  SessionNews sessions(*runtime);
   // Controls that come before the manager is there have nobody to go to.
   std::atomic<EventManager*> running = nullptr;
   platform::ServiceProgram program;
   program.main = [&](platform::ServiceSession& session) {
-    OpenComponent component(options);
-    if (component.exit_code() != kExitOk) {
-      session.ReportProblem(component.message());
-      return component.exit_code();
-    }
+    OpenComponent component(options, {}, TellAdministrator);
+    TellAdministrator(component.message());
+    if (component.exit_code() != kExitOk) return component.exit_code();
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
     running = manager;
     session.ReportRunning();
     TVK::Component::OnUserLogon();  // whoever logged on before that was told to nobody
-    runtime->Wait(*stop, options.run_for.value_or(platform::kForever));
+    Serve(*runtime, *stop, sessions, options.run_for);
     session.ReportStopping(std::chrono::seconds(5));
     manager->Stop();
     return static_cast<int>(kExitOk);
   };
   program.control = [&](unsigned long control, unsigned long event_type, void* event_data, void* context) {
     EventManager* const manager = running;
-    if (manager != nullptr && IsLogon(platform::DecodeServiceControl(control, event_type, event_data))) {
-      TVK::Component::OnUserLogon();
-    }
+    sessions.Put(control, event_type, event_data);
     return manager == nullptr ? 0 : manager->OnServiceControlHandle(control, event_type, event_data, context);
   };
   program.stop = [&] { stop->Set(); };

@@ -30,8 +30,9 @@ std::optional<std::string> ReadPolicyFile(const std::filesystem::path& file, std
     problem = Shown(file) + ": this is a folder, not a policy file";
     return std::nullopt;
   }
-  std::optional<std::string> text = platform::ReadWholeFile(file, TVK::kPolicySizeLimit, &problem);
-  problem = WellFormed(problem);
+  platform::FileProblem why;
+  std::optional<std::string> text = platform::ReadWholeFile(file, TVK::kPolicySizeLimit, &why);
+  problem = WellFormed(why.text);
   return text;
 }
 

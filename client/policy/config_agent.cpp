@@ -1,17 +1,32 @@
 #include "client/policy/config_agent.h"
 
+namespace {
+
+// Without a policy nobody has consented to anything.
+constexpr char kNoConsent[] = R"({"telemetryScope":"none","datasets":[]})";
+
+}  // namespace
+
 ConfigPolicyAgent::ConfigPolicyAgent(const Files& files)
-    : telemetry_policy_({files.telemetry_policy, files.last_good, TVK::ParseTelemetryPolicy, std::nullopt}),
-      tvk_policy_({files.tvk_policy, files.tvk_last_good, TVK::ParseTvkPolicy, "{}"}) {
+    : telemetry_policy_({.file = files.telemetry_policy,
+                         .copy = files.last_good,
+                         .parse = TVK::ParseTelemetryPolicy,
+                         .absent_text = kNoConsent,
+                         .absent_until_read = true}),
+      tvk_policy_({.file = files.tvk_policy,
+                   .copy = files.tvk_last_good,
+                   .parse = TVK::ParseTvkPolicy,
+                   .absent_text = "{}",
+                   .absent_until_read = false}) {
   TVK::utility::InitLog(log_, L"ConfigPolicyAgent.log", 4);
 }
 
-TVK::PolicyLoad ConfigPolicyAgent::LoadTelemetryPolicy() {
-  return telemetry_policy_.Load(log_, L"ConfigPolicyAgent::LoadTelemetryPolicy");
+TVK::PolicyLoad ConfigPolicyAgent::LoadTelemetryPolicy(bool absence_counts) {
+  return telemetry_policy_.Load(log_, L"ConfigPolicyAgent::LoadTelemetryPolicy", absence_counts);
 }
 
-TVK::PolicyLoad ConfigPolicyAgent::LoadTvkPolicy() {
-  return tvk_policy_.Load(log_, L"ConfigPolicyAgent::LoadTvkPolicy");
+TVK::PolicyLoad ConfigPolicyAgent::LoadTvkPolicy(bool absence_counts) {
+  return tvk_policy_.Load(log_, L"ConfigPolicyAgent::LoadTvkPolicy", absence_counts);
 }
 
 void ConfigPolicyAgent::KeepLastGood() {

@@ -23,17 +23,17 @@ class IConfigAgent {
 class ConfigPolicyAgent final : public IConfigAgent {
  public:
   struct Files {
-    std::filesystem::path telemetry_policy;
-    std::filesystem::path tvk_policy;     ///< May not exist: both fields are then empty.
-    std::filesystem::path last_good;      ///< Copy of the last good telemetry policy. Empty: none is kept.
-    std::filesystem::path tvk_last_good;  ///< The same of the client policy.
+    std::filesystem::path telemetry_policy;  ///< Gone, or never read: no consent.
+    std::filesystem::path tvk_policy;        ///< Gone: both fields are empty.
+    std::filesystem::path last_good;         ///< Copy of the last good telemetry policy. Empty: none is kept.
+    std::filesystem::path tvk_last_good;     ///< The same of the client policy.
   };
 
   explicit ConfigPolicyAgent(const Files& files);
 
   /// See PolicySource::Load.
-  TVK::PolicyLoad LoadTelemetryPolicy();
-  TVK::PolicyLoad LoadTvkPolicy();
+  TVK::PolicyLoad LoadTelemetryPolicy(bool absence_counts);
+  TVK::PolicyLoad LoadTvkPolicy(bool absence_counts);
 
   /// Writes the copies; see PolicySource::KeepLastGood.
   void KeepLastGood();

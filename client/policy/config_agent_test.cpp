@@ -38,45 +38,79 @@ class ConfigPolicyAgentTest : public testing::Test {
 
 TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) {
   ConfigPolicyAgent agent(files_);
-  EXPECT_FALSE(agent.LoadTelemetryPolicy().accepted);
+  Write(files_.telemetry_policy, kBroken);
+  EXPECT_EQ(agent.LoadTelemetryPolicy(true).in_force, PolicyInForce::kNone);
   EXPECT_EQ(Scope(agent), L"no policy");
 
   Write(files_.telemetry_policy, kBasic);
-  PolicyLoad load = agent.LoadTelemetryPolicy();
-  EXPECT_TRUE(load.accepted && load.changed);
-  load = agent.LoadTelemetryPolicy();
-  EXPECT_TRUE(load.accepted && !load.changed);
+  PolicyLoad load = agent.LoadTelemetryPolicy(false);
+  EXPECT_TRUE(load.state == PolicyFileState::kGood && load.changed && load.news);
+  load = agent.LoadTelemetryPolicy(false);
+  EXPECT_FALSE(load.changed || load.news);
 
-  Write(files_.telemetry_policy, kBroken);
-  load = agent.LoadTelemetryPolicy();
-  EXPECT_FALSE(load.accepted || load.changed);
-  ASSERT_EQ(load.problems.size(), 1u);
-  EXPECT_EQ(load.problems[0].path, "telemetryScope");
-  EXPECT_TRUE(log_.Has(L"policy.json: telemetryScope: \"loud\" is no scope"));
+  log_.Clear();
+  for (const char* const broken : {kBroken, kBroken, "", ""}) {
+    const bool again = load.state == PolicyFileState::kBroken && Read(files_.telemetry_policy) == broken;
+    Write(files_.telemetry_policy, broken);
+    load = agent.LoadTelemetryPolicy(false);
+    EXPECT_EQ(load.state, PolicyFileState::kBroken);
+    EXPECT_EQ(load.in_force, PolicyInForce::kBefore);
+    EXPECT_FALSE(load.changed);
+    EXPECT_NE(load.news, again) << "what is wrong is told once";
+    EXPECT_EQ(load.problems.size(), 1u);
+  }
+  EXPECT_EQ(log_.Count(L"policy.json: telemetryScope: \"loud\" is no scope"), 1u);
   EXPECT_EQ(Scope(agent), L"basic");
   agent.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kBasic);
 
   // A start with a broken file takes the copy; the same policy in the mended file is no change for those who saw it.
   ConfigPolicyAgent next(files_);
-  EXPECT_FALSE(next.LoadTelemetryPolicy().accepted);
+  EXPECT_EQ(next.LoadTelemetryPolicy(true).in_force, PolicyInForce::kLastGood);
   EXPECT_EQ(Scope(next), L"basic");
   Write(files_.telemetry_policy, kBasic);
-  load = next.LoadTelemetryPolicy();
-  EXPECT_TRUE(load.accepted && !load.changed);
+  load = next.LoadTelemetryPolicy(false);
+  EXPECT_TRUE(load.state == PolicyFileState::kGood && !load.changed && load.news);
   Write(files_.telemetry_policy, kFull);
-  EXPECT_TRUE(next.LoadTelemetryPolicy().changed);
+  EXPECT_TRUE(next.LoadTelemetryPolicy(false).changed);
   EXPECT_EQ(Scope(next), L"full");
   next.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kFull);
+}
+
+TEST_F(ConfigPolicyAgentTest, WithoutAFileThereIsNoConsent) {
+  Write(files_.telemetry_policy, kFull);
+  ConfigPolicyAgent agent(files_);
+  agent.LoadTelemetryPolicy(true);
+  agent.KeepLastGood();
+  std::filesystem::remove(files_.telemetry_policy);
+  PolicyLoad load = agent.LoadTelemetryPolicy(false);
+  EXPECT_EQ(load.state, PolicyFileState::kMissing);
+  EXPECT_FALSE(load.changed || load.news) << "an editor may be at it";
+  EXPECT_EQ(Scope(agent), L"full");
+  load = agent.LoadTelemetryPolicy(true);
+  EXPECT_EQ(load.state, PolicyFileState::kGone);
+  EXPECT_TRUE(load.changed && load.news);
+  EXPECT_EQ(Scope(agent), L"none");
+  EXPECT_EQ(agent.LoadTelemetryPolicy(false).state, PolicyFileState::kGone) << "it is gone already";
+
+  // A start finds no consent either, and neither does a later one whose file is broken.
+  ConfigPolicyAgent next(files_);
+  EXPECT_EQ(next.LoadTelemetryPolicy(true).state, PolicyFileState::kGone);
+  EXPECT_EQ(Scope(next), L"none");
+  next.KeepLastGood();
+  Write(files_.telemetry_policy, kBroken);
+  ConfigPolicyAgent third(files_);
+  EXPECT_EQ(third.LoadTelemetryPolicy(true).in_force, PolicyInForce::kLastGood);
+  EXPECT_EQ(Scope(third), L"none");
 }
 
 TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
   ConfigPolicyAgent agent(files_);
   TvkPolicy policy{L"before", L"before"};
   Write(files_.tvk_policy, R"({"devicePath":1,"x":2})");
-  const PolicyLoad load = agent.LoadTvkPolicy();
-  EXPECT_FALSE(load.accepted);
+  const PolicyLoad load = agent.LoadTvkPolicy(true);
+  EXPECT_EQ(load.state, PolicyFileState::kBroken);
   ASSERT_EQ(load.problems.size(), 2u);
   EXPECT_EQ(load.problems[0].path, "devicePath");
   EXPECT_EQ(load.problems[1].message, "the key is unknown and has no effect");
@@ -84,19 +118,20 @@ TEST_F(ConfigPolicyAgentTest, ClientPolicyMayBeAbsentButNotBroken) {
   EXPECT_EQ(policy.device_path, L"before");
 
   Write(files_.tvk_policy, R"({"devicePath":"a/b","deviceSubscription":"s"})");
-  EXPECT_TRUE(agent.LoadTvkPolicy().changed);
+  EXPECT_TRUE(agent.LoadTvkPolicy(false).changed);
   ASSERT_TRUE(agent.GetTvkPolicy(policy));
   EXPECT_EQ(policy, (TvkPolicy{L"a/b", L"s"}));
 
   agent.KeepLastGood();
   Write(files_.tvk_policy, "{");
   ConfigPolicyAgent next(files_);
-  EXPECT_FALSE(next.LoadTvkPolicy().accepted);
+  EXPECT_EQ(next.LoadTvkPolicy(true).in_force, PolicyInForce::kLastGood);
   ASSERT_TRUE(next.GetTvkPolicy(policy));
   EXPECT_EQ(policy, (TvkPolicy{L"a/b", L"s"}));
 
   std::filesystem::remove(files_.tvk_policy);
-  EXPECT_TRUE(agent.LoadTvkPolicy().changed);
+  EXPECT_FALSE(agent.LoadTvkPolicy(false).changed);
+  EXPECT_TRUE(agent.LoadTvkPolicy(true).changed);
   ASSERT_TRUE(agent.GetTvkPolicy(policy));
   EXPECT_EQ(policy, TvkPolicy());
 }

@@ -1,6 +1,7 @@
 #include "client/policy/policy_source.h"
 
-#include <system_error>
+#include <functional>
+#include <utility>
 
 #include "client/text/path_text.h"
 #include "client/text/string.h"
@@ -19,48 +20,67 @@ void LogProblems(const Log& log, const wchar_t* operation, const std::filesystem
   }
 }
 
-bool IsAbsent(const std::filesystem::path& file) {
-  std::error_code ignored;  // a file that cannot be looked at is reported by the reading
-  return std::filesystem::status(file, ignored).type() == std::filesystem::file_type::not_found;
-}
-
 }  // namespace
 
-// The document that `file` holds, or an empty one whose problem says why it cannot be read.
 template <typename Document>
-Document PolicySource<Document>::Read(const std::filesystem::path& file, std::string& text) const {
-  std::string problem;
+typename PolicySource<Document>::Found PolicySource<Document>::Read(const std::filesystem::path& file) const {
+  platform::FileProblem problem;
   std::optional<std::string> content = platform::ReadWholeFile(file, kPolicySizeLimit, &problem);
-  if (!content) {
-    Document unread;
-    unread.problems.push_back({{}, problem, true});
-    return unread;
+  Found found;
+  if (content) {
+    found.text = std::move(*content);
+    found.document = options_.parse(found.text);
+    found.state = found.document.policy ? PolicyFileState::kGood : PolicyFileState::kBroken;
+    return found;
   }
-  text = std::move(*content);
-  return options_.parse(text);
+  found.state = problem.fault == platform::FileFault::kAbsent       ? PolicyFileState::kMissing
+                : problem.fault == platform::FileFault::kUnreadable ? PolicyFileState::kUnreadable
+                                                                    : PolicyFileState::kBroken;
+  found.text = problem.text;
+  if (found.state != PolicyFileState::kMissing) found.document.problems.push_back({{}, std::move(problem.text), true});
+  return found;
 }
 
 template <typename Document>
-PolicyLoad PolicySource<Document>::Load(const Log& log, const wchar_t* operation) {
+typename PolicySource<Document>::Found PolicySource<Document>::Find(bool absence_counts) const {
+  Found found = Read(options_.file);
+  if (found.state == PolicyFileState::kMissing && (absence_counts || state_ == PolicyFileState::kGone)) {
+    found = {PolicyFileState::kGone, options_.absent_text, options_.parse(options_.absent_text)};
+  }
+  return found;
+}
+
+template <typename Document>
+PolicyLoad PolicySource<Document>::Load(const Log& log, const wchar_t* operation, bool absence_counts) {
   const std::lock_guard load_lock(load_mutex_);
-  std::string text;
-  Document document;
-  if (options_.absent_text && IsAbsent(options_.file)) {
-    text = *options_.absent_text;
-    document = options_.parse(text);
+  Found found = Find(absence_counts);
+  PolicyLoad load;
+  load.state = found.state;
+  if (found.document.policy) {
+    load.in_force = PolicyInForce::kOfFile;
+    load.changed = Enforce(std::move(*found.document.policy));
+    good_text_ = found.text;
   } else {
-    document = Read(options_.file, text);
+    load.in_force = FallBack(log, found.state);
+    load.changed = load.in_force == PolicyInForce::kLastGood || load.in_force == PolicyInForce::kAbsence;
   }
-  LogProblems(log, operation, options_.file, document.problems);
-  PolicyLoad load{document.policy.has_value(), false, std::move(document.problems)};
-  if (load.accepted) {
-    load.changed = Enforce(std::move(*document.policy));
-    good_text_ = std::move(text);
-  } else {
-    FallBackToLastGood(log);
+  load.news = IsNews(found, load.changed);
+  load.problems = std::move(found.document.problems);
+  if (load.news) LogProblems(log, operation, options_.file, load.problems);
+  if (load.news || found.state == PolicyFileState::kGood) {
+    log.i(L"%s: accepted = %d, changed = %d", operation, load.in_force == PolicyInForce::kOfFile, load.changed);
   }
-  log.i(L"%s: accepted = %d, changed = %d", operation, load.accepted, load.changed);
   return load;
+}
+
+template <typename Document>
+bool PolicySource<Document>::IsNews(const Found& found, bool changed) {
+  if (found.state == PolicyFileState::kMissing) return false;
+  const bool another_state = state_ != found.state;
+  const std::size_t before = std::exchange(fingerprint_, std::hash<std::string>{}(found.text));
+  state_ = found.state;
+  // A good policy that was only written differently is nothing that anybody has to know of.
+  return another_state || (found.state == PolicyFileState::kGood ? changed : fingerprint_ != before);
 }
 
 template <typename Document>
@@ -87,18 +107,24 @@ void PolicySource<Document>::KeepLastGood(const Log& log) {
 }
 
 template <typename Document>
-void PolicySource<Document>::FallBackToLastGood(const Log& log) {
-  constexpr const wchar_t* kOperation = L"PolicySource::FallBackToLastGood";
+PolicyInForce PolicySource<Document>::FallBack(const Log& log, PolicyFileState state) {
+  constexpr const wchar_t* kOperation = L"PolicySource::FallBack";
   {
     const std::lock_guard lock(mutex_);
-    if (in_force_ != nullptr || options_.copy.empty() || IsAbsent(options_.copy)) return;
+    if (in_force_ != nullptr) return PolicyInForce::kBefore;
   }
-  std::string text;
-  Document document = Read(options_.copy, text);
-  LogProblems(log, kOperation, options_.copy, document.problems);
-  if (!document.policy) return;
-  Enforce(std::move(*document.policy));
-  log.i(L"%s: the last good policy is in force: %s", kOperation, WidePath(options_.copy));
+  if (!options_.copy.empty()) {
+    Found copy = Read(options_.copy);
+    LogProblems(log, kOperation, options_.copy, copy.document.problems);
+    if (copy.document.policy) {
+      Enforce(std::move(*copy.document.policy));
+      log.i(L"%s: the last good policy is in force: %s", kOperation, WidePath(options_.copy));
+      return PolicyInForce::kLastGood;
+    }
+  }
+  if (state != PolicyFileState::kUnreadable || !options_.absent_until_read) return PolicyInForce::kNone;
+  Enforce(*options_.parse(options_.absent_text).policy);
+  return PolicyInForce::kAbsence;
 }
 
 template <typename Document>

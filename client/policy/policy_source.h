@@ -14,15 +14,36 @@
 
 namespace TVK {
 
+/// How a policy file was found.
+enum class PolicyFileState {
+  kGood,
+  kBroken,      ///< Read, or no file that can be: its content is of no use.
+  kUnreadable,  ///< Could not be read this time. To be tried again.
+  kMissing,     ///< Is not there, perhaps for as long as an editor takes to replace it. To be looked at again.
+  kGone,        ///< Is not there, and that holds.
+};
+
+/// What holds after a load.
+enum class PolicyInForce {
+  kOfFile,    ///< What the file says; of one that is gone, what its absence says.
+  kBefore,    ///< The one that was in force before.
+  kLastGood,  ///< The copy of the last good one, since nothing was in force yet.
+  kAbsence,   ///< What the absence of the file says, until it can be read: nothing was in force, and there is no copy.
+  kNone,
+};
+
 /// What loading a policy file did.
 struct PolicyLoad {
-  bool accepted = false;  ///< The document is in force now.
-  bool changed = false;   ///< Accepted, and it differs from the one that was in force.
+  PolicyFileState state = PolicyFileState::kBroken;
+  PolicyInForce in_force = PolicyInForce::kNone;
+  bool changed = false;  ///< What is in force is another than before the load.
+  bool news = false;     ///< The load before found something else; false while the file is missing.
   std::vector<PolicyProblem> problems;
 };
 
-/// A policy file whose last good document stays in force when the file breaks. A copy of that document lets a start
-/// with a broken file run with it. `Document` is what a parser gives: PolicyDocument or TvkPolicyDocument. Any thread.
+/// A policy file whose last good document stays in force while the file is broken or cannot be read. A copy of that
+/// document lets a start with such a file run with it. A file that is gone is a document of its own.
+/// `Document` is what a parser gives: PolicyDocument or TvkPolicyDocument. Any thread.
 template <typename Document>
 class PolicySource {
  public:
@@ -32,15 +53,17 @@ class PolicySource {
     std::filesystem::path file;
     std::filesystem::path copy;  ///< Of the last good document. Empty: none is kept.
     Document (*parse)(std::string_view text) = nullptr;
-    std::optional<std::string> absent_text;  ///< What stands for a file that is not there; empty: that is a problem.
+    std::string absent_text;  ///< What stands for a file that is gone; good.
+    /// Whether that also holds while a file cannot be read, nothing is in force, and there is no copy.
+    bool absent_until_read = false;
   };
 
   explicit PolicySource(Options options) : options_(std::move(options)) {}
 
-  /// Reads and validates the file. A document that does not validate leaves the one in force; each problem is logged
-  /// to `log` in the name of `operation`, with its path in the document. While none is in force, the copy takes its
-  /// place when there is one; `accepted` is about the file all the same. Loads run one at a time.
-  PolicyLoad Load(const Log& log, const wchar_t* operation);
+  /// Reads and validates the file. `absence_counts`: one that is not there counts as gone at once, as it does when it
+  /// was gone before; else it is missing, and nothing changes. What each found that the one before did not is logged to
+  /// `log` in the name of `operation`, each problem with its path in the document. Loads run one at a time.
+  PolicyLoad Load(const Log& log, const wchar_t* operation, bool absence_counts);
 
   /// Writes the copy of the last document that was accepted, when it is not there yet, and has it flushed to the disk.
   /// That may take long: whoever follows the policy is told before. A failure is logged; the next call tries again.
@@ -50,15 +73,26 @@ class PolicySource {
   bool Get(Policy& policy) const;
 
  private:
-  Document Read(const std::filesystem::path& file, std::string& text) const;
+  struct Found {
+    PolicyFileState state = PolicyFileState::kBroken;
+    std::string text;  ///< Of the document; of a file that could not be read, why.
+    Document document;
+  };
+  Found Read(const std::filesystem::path& file) const;
+  /// The same, with what stands for a file that is gone.
+  Found Find(bool absence_counts) const;
   /// Puts `policy` in force; true when it differs from the one before.
   bool Enforce(Policy policy);
-  void FallBackToLastGood(const Log& log);
+  /// What holds when the file, in this state, says nothing.
+  PolicyInForce FallBack(const Log& log, PolicyFileState state);
+  bool IsNews(const Found& found, bool changed);
 
   const Options options_;
-  std::mutex load_mutex_;                 ///< Held for a whole load or copy; taken before mutex_. Guards the next line.
-  std::optional<std::string> good_text_;  ///< Accepted, and not known to be in the copy.
-  mutable std::mutex mutex_;              ///< Guards the next line.
+  std::mutex load_mutex_;  ///< Held for a whole load or copy; taken before mutex_. Guards the next three.
+  std::optional<std::string> good_text_;    ///< Accepted, and not known to be in the copy.
+  std::optional<PolicyFileState> state_;    ///< Of the last load that did not miss the file.
+  std::size_t fingerprint_ = 0;             ///< Of what that load found.
+  mutable std::mutex mutex_;                ///< Guards the next line.
   std::shared_ptr<const Policy> in_force_;  ///< Null until one was accepted.
 };
 

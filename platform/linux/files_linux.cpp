@@ -72,13 +72,26 @@ std::optional<std::string> ReadFileBytes(const std::filesystem::path& file, std:
   }
 }
 
-std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, std::string* problem) {
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, FileProblem* problem) {
   int error = 0;
   auto bytes = ReadFileBytes(file, limit, error);
-  if (!bytes && problem != nullptr) {
-    *problem = error == EFBIG   ? PathToUtf8(file) + " is longer than " + std::to_string(limit) + " bytes"
-               : error == ENXIO ? PathToUtf8(file) + " is a pipe, a socket or a missing device, no file"
-                                : Describe("cannot read", file, error);
+  if (bytes || problem == nullptr) return bytes;
+  switch (error) {
+    case EFBIG:
+      *problem = {FileFault::kUnsuitable, PathToUtf8(file) + " is longer than " + std::to_string(limit) + " bytes"};
+      break;
+    case ENXIO:
+      *problem = {FileFault::kUnsuitable, PathToUtf8(file) + " is a pipe, a socket or a missing device, no file"};
+      break;
+    case EISDIR:
+      *problem = {FileFault::kUnsuitable, Describe("cannot read", file, error)};
+      break;
+    case ENOENT:
+    case ENOTDIR:
+      *problem = {FileFault::kAbsent, Describe("cannot read", file, error)};
+      break;
+    default:
+      *problem = {FileFault::kUnreadable, Describe("cannot read", file, error)};
   }
   return bytes;
 }

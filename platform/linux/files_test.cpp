@@ -49,21 +49,30 @@ TEST(Files, ReadsUpToALimit) {
   const fs::path file = temp.path() / "f";
   const std::string content(20000, 'x');
   std::ofstream(file) << content;
-  std::string problem;
   EXPECT_EQ(ReadWholeFile(file, content.size()), content);
-  EXPECT_FALSE(ReadWholeFile(file, content.size() - 1, &problem));
-  EXPECT_EQ(problem, file.string() + " is longer than 19999 bytes");
-  EXPECT_FALSE(ReadWholeFile(temp.path() / "none", 10, &problem));
-  EXPECT_NE(problem.find("none: No such file"), std::string::npos) << problem;
-  EXPECT_FALSE(ReadWholeFile(temp.path(), 10, &problem)) << "a folder";
 
-  // What would make the reader wait, or read for ever.
   const fs::path pipe = temp.path() / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_FALSE(ReadWholeFile(pipe, 10, &problem));
-  EXPECT_EQ(problem, pipe.string() + " is a pipe, a socket or a missing device, no file");
-  EXPECT_FALSE(ReadWholeFile("/dev/zero", 10, &problem));
-  EXPECT_EQ(problem, "/dev/zero is longer than 10 bytes");
+  struct Row {
+    fs::path file;
+    FileFault fault;
+    std::string text;
+  };
+  for (const Row& row : {
+           Row{file, FileFault::kUnsuitable, file.string() + " is longer than 19999 bytes"},
+           Row{temp.path(), FileFault::kUnsuitable, "Is a directory"},
+           Row{temp.path() / "none", FileFault::kAbsent, "none: No such file"},
+           Row{file / "below", FileFault::kAbsent, "Not a directory"},
+           Row{"/proc/self/mem", FileFault::kUnreadable, "Input/output error"},
+           // What would make the reader wait, or read for ever.
+           Row{pipe, FileFault::kUnsuitable, pipe.string() + " is a pipe, a socket or a missing device, no file"},
+           Row{"/dev/zero", FileFault::kUnsuitable, "/dev/zero is longer than 19999 bytes"},
+       }) {
+    FileProblem problem;
+    EXPECT_FALSE(ReadWholeFile(row.file, content.size() - 1, &problem)) << row.file;
+    EXPECT_EQ(problem.fault, row.fault) << row.file;
+    EXPECT_NE(problem.text.find(row.text), std::string::npos) << problem.text;
+  }
 }
 
 TEST(Files, ReplacesAFileAndLeavesNothingBeside) {

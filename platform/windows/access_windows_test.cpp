@@ -63,6 +63,27 @@ TEST(NamedEventAccess, EventOfAnotherAccountIsRefused) {
   EXPECT_EQ(made.error, static_cast<std::uint32_t>(ERROR_ACCESS_DENIED));
 }
 
+// Signalled for ever and open to everybody: whoever took it would never wait again.
+TEST(NamedEventAccess, EventThatAnotherAccountOwnsIsRefusedHoweverOpenItIs) {
+  struct Row {
+    const char* owner;
+    bool taken;
+  };
+  const std::string own = ProcessUserSid();
+  for (const Row& row : {Row{"S-1-5-21-1-2-3-1001", false}, Row{"BU", false}, Row{"SY", true}, Row{"BA", true},
+                         Row{own.c_str(), true}}) {
+    SCOPED_TRACE(row.owner);
+    SecurityAttributes planted("O:" + std::string(row.owner) + "D:(A;;GA;;;WD)");
+    ASSERT_TRUE(planted.ok());
+    const wchar_t* const name = L"Global\\TvkAccessTestPlanted";
+    const UniqueKernelHandle event(CreateEventW(planted.get(), TRUE, TRUE, name));
+    if (!event) continue;  // Windows lets an account without the restore privilege name only itself as the owner
+    const auto made = MakeRealRuntime({})->MakeNamedEvent(name, EventReset::kAuto, false, EventAccess::kServiceOnly);
+    EXPECT_EQ(made.event != nullptr, row.taken);
+    EXPECT_EQ(made.error, row.taken ? 0 : kErrorForeignOwner);
+  }
+}
+
 TEST(NamedEventAccess, UnusableNamesMakeNoPrivateEvent) {
   const auto runtime = MakeRealRuntime({});
   for (const std::wstring_view name : {std::wstring_view(L""), std::wstring_view(L"Global\\a\0b", 10)}) {
@@ -98,9 +119,11 @@ TEST(PrivateFolder, IsForTheSystemTheAdministratorsAndTheOwnAccountAlone) {
   EXPECT_EQ(ReplaceFile(file, "old"), "");
   EXPECT_EQ(ReplaceFile(file, "new"), "");
   EXPECT_EQ(ReadWholeFile(file, 3).value_or("?"), "new");
-  std::string problem;
+  FileProblem problem;
   EXPECT_FALSE(ReadWholeFile(file, 2, &problem));
-  EXPECT_NE(problem.find("x.json is longer than 2 bytes"), std::string::npos) << problem;
+  EXPECT_NE(problem.text.find("x.json is longer than 2 bytes"), std::string::npos) << problem.text;
+  EXPECT_FALSE(ReadWholeFile(folder / "none.json", 2, &problem));
+  EXPECT_EQ(problem.fault, FileFault::kAbsent);
   const UniqueFile held(CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
   EXPECT_NE(ReplaceFile(file, "third"), "") << "nobody may replace what another keeps for itself";
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1) << "the temporary file is gone";

@@ -103,9 +103,9 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   return std::filesystem::is_directory(folder, error) ? std::string() : problem;
 }
 
-std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, std::string* problem) {
-  const auto fail = [&](std::string text) {
-    if (problem != nullptr) *problem = std::move(text);
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std::size_t limit, FileProblem* problem) {
+  const auto fail = [&](FileFault fault, std::string text) {
+    if (problem != nullptr) *problem = {fault, std::move(text)};
     return std::nullopt;
   };
   constexpr DWORD kPatience = 200;
@@ -115,16 +115,21 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std:
         CreateFileW(file.c_str(), GENERIC_READ, kAnyShare, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     return in ? ERROR_SUCCESS : GetLastError();
   });
-  if (error != ERROR_SUCCESS) return fail(Failed("cannot open", file, error));
+  if (error != ERROR_SUCCESS) {
+    const bool absent = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return fail(absent ? FileFault::kAbsent : FileFault::kUnreadable, Failed("cannot open", file, error));
+  }
   // Not by its size: the file may grow while it is read.
   std::string content;
   for (;;) {
     char piece[16384];
     DWORD count = 0;
-    if (!ReadFile(in.get(), piece, sizeof piece, &count, nullptr)) return fail(Failed("cannot read", file));
+    if (!ReadFile(in.get(), piece, sizeof piece, &count, nullptr)) {
+      return fail(FileFault::kUnreadable, Failed("cannot read", file));
+    }
     if (count == 0) return content;
     if (content.size() + count > limit) {
-      return fail(PathToUtf8(file) + " is longer than " + std::to_string(limit) + " bytes");
+      return fail(FileFault::kUnsuitable, PathToUtf8(file) + " is longer than " + std::to_string(limit) + " bytes");
     }
     content.append(piece, count);
   }

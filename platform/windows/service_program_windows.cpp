@@ -45,16 +45,6 @@ class Session final : public ServiceSession {
     if (status_.dwCurrentState == SERVICE_START_PENDING) Report(SERVICE_RUNNING, milliseconds(0));
   }
 
-  void ReportProblem(const std::string& problem) override {
-    const HANDLE log = RegisterEventSourceW(nullptr, kServiceName);
-    if (log == nullptr) return;
-    const std::wstring text = windows::WideFromUtf8(problem);
-    const wchar_t* texts[] = {text.c_str()};
-    constexpr DWORD kPlainText = 0;  // an event of no message file: the viewer shows the texts as they are
-    ReportEventW(log, EVENTLOG_ERROR_TYPE, 0, kPlainText, nullptr, 1, 0, texts, nullptr);
-    DeregisterEventSource(log);
-  }
-
   void ReportStopping(milliseconds more) override {
     const std::lock_guard lock(mutex_);
     Report(SERVICE_STOP_PENDING, more);

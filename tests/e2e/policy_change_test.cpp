@@ -48,13 +48,20 @@ TEST_F(PolicyChange, BrokenFileLeavesThePolicyInForceUntilItIsMended) {
   ASSERT_TRUE(service_->WaitForLine("policy.json: cannot be used; the policy before it stays in force", kPatience));
   folder_.WritePolicy(R"({"telemetryScope": "sometimes", "datasets": []})");
   ASSERT_TRUE(service_->WaitForLine("policy.json: telemetryScope: ", kPatience));
-  std::filesystem::remove(folder_.policy());
-  ASSERT_TRUE(WaitForLog("ConfigPolicyAgent.log", "accepted = 0", 3));
   EXPECT_EQ(folder_.CountInLog("EventManager.log", "StopAndRemoveFromList"), 0u);
 
   folder_.WritePolicy(CpuPolicy("none"));
   EXPECT_TRUE(WaitForStop());
   EXPECT_TRUE(service_->WaitForLine("policy.json: is in force now", kPatience));
+}
+
+TEST_F(PolicyChange, AFileThatIsGoneIsNoConsentUntilThereIsOneAgain) {
+  std::filesystem::remove(folder_.policy());
+  ASSERT_TRUE(WaitForStop());
+  EXPECT_TRUE(
+      service_->WaitForLine("policy.json: there is no policy: nothing is collected until there is one", kPatience));
+  folder_.WritePolicy(CpuPolicy("full"));
+  EXPECT_TRUE(WaitForStart(1));
 }
 
 }  // namespace

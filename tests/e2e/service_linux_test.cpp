@@ -1,6 +1,9 @@
 // How the service lives under a service manager of this system: signals and sd_notify.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "platform/files.h"
 #include "testing/recorded_tree.h"
 #include "tests/e2e/service_surroundings_linux.h"
 #include "tests/e2e/service_under_test.h"
@@ -45,6 +48,29 @@ TEST(Daemon, EndsInTimeWhenAskedRightAfterItsStart) {
     EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
     std::filesystem::remove_all(folder.data());
   }
+}
+
+TEST(Daemon, TellsTheSystemsLogOnceWhatIsWrongWithThePolicy) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  // Standard error as systemd hands it to the journal.
+  const std::filesystem::path journal = folder.policy().parent_path() / "journal";
+  std::vector<std::string> words = {"-c", R"(exec 2>"$0"; export JOURNAL_STREAM=$(stat -c %d:%i "$0"); exec "$@")",
+                                    journal.string(), ProgramBeside("TVKClientService")};
+  for (const std::string& argument : folder.Arguments())
+    words.push_back(argument);
+  ChildProcess service("/bin/sh", words);
+  ASSERT_TRUE(
+      service.WaitFor([&] { return folder.CountInLog("ConfigPolicyAgent.log", "accepted = 1") > 0; }, kPatience));
+  folder.WritePolicy("{");
+  const auto told = [&] { return platform::ReadWholeFile(journal, 4096).value_or(""); };
+  const std::string last = "policy.json: cannot be used; the policy before it stays in force\n";
+  ASSERT_TRUE(service.WaitFor([&] { return told().ends_with(last); }, kPatience));
+  EXPECT_TRUE(told().starts_with("<3>" + folder.policy().string() + ": line 1")) << told();
+  const std::string lines = told();
+  EXPECT_EQ(std::ranges::count(lines, '\n'), 2) << lines;
+  service.Ask(ChildRequest::kTerminate);
+  EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
 }
 
 TEST(Service, FollowsThePolicyAndEndsInTimeWhenNobodyTakesItsOutput) {

@@ -61,7 +61,7 @@ TEST(Service, EndsByItselfWhenItsTimeIsOver) {
 TEST(Service, WhatItCannotStartWithEndsItWithACodeAndAMessage) {
   struct Row {
     std::vector<std::string> arguments;
-    std::optional<std::string> policy;
+    std::string policy;
     int exit_code;
     std::string named;
     bool begun;
@@ -76,18 +76,28 @@ TEST(Service, WhatItCannotStartWithEndsItWithACodeAndAMessage) {
            Row{{"--log-dir", ""}, good, 1, "--log-dir", false},
            Row{{"--sysroot", file}, good, 2, "tvkctl", false},
            Row{{"--log-dir", file}, good, 2, "tvkctl", true},
-           Row{{}, std::nullopt, 2, "policy.json", true},
            Row{{}, "", 2, "policy.json", true},
            Row{{}, R"({"telemetryScope": "full", "datasets": [{"id": "x", "name": 3}]})", 2, "datasets[0].name", true},
        }) {
-    SCOPED_TRACE(testing::PrintToString(row.arguments) + row.policy.value_or("no file"));
+    SCOPED_TRACE(testing::PrintToString(row.arguments) + row.policy);
     const ServiceFolder folder;
-    if (row.policy) folder.WritePolicy(*row.policy);
+    folder.WritePolicy(row.policy);
     ConsoleService service(folder, row.arguments);
     EXPECT_EQ(service.WaitForEnd(kPatience), row.exit_code);
     EXPECT_GE(CountLines(service.Lines(), row.named), 1u) << "the message names what is wrong";
     EXPECT_EQ(exists(folder.data()), row.begun);
   }
+}
+
+TEST(Service, WaitsForAPolicyWhenThereIsNone) {
+  const ServiceFolder folder;
+  ConsoleService service(folder);
+  ASSERT_TRUE(
+      service.WaitForLine("policy.json: there is no policy: nothing is collected until there is one", kPatience));
+  // The device context is no dataset of a policy.
+  ASSERT_TRUE(service.WaitForLine("(device context)", kPatience));
+  folder.WritePolicy(CpuPolicy("full"));
+  EXPECT_TRUE(service.WaitForLine("DeviceInit", kPatience));
 }
 
 TEST(Service, RunsWithTheLastGoodPolicyWhenTheFileIsBroken) {

@@ -1,0 +1,22 @@
+#include "platform/service_control.h"
+#include "platform/system_log.h"
+#include "platform/windows/sys.h"
+#include "platform/windows/text.h"
+
+namespace platform {
+
+void WriteToSystemLog(std::string_view line) {
+  const HANDLE log = RegisterEventSourceW(nullptr, kServiceName);
+  if (log == nullptr) return;
+  const std::wstring text = windows::WideFromUtf8(line);
+  const wchar_t* texts[] = {text.c_str()};
+  constexpr DWORD kPlainText = 0;  // an event of no message file: the viewer shows the texts as they are
+  ReportEventW(log, EVENTLOG_ERROR_TYPE, 0, kPlainText, nullptr, 1, 0, texts, nullptr);
+  DeregisterEventSource(log);
+}
+
+std::string_view SystemLogErrorMark() {
+  return {};
+}
+
+}  // namespace platform
