@@ -61,6 +61,9 @@ TEST_F(NotificationsTest, ABlockedMonitorDoesNotKeepTheOthersRunning) {
   script_.gate = {L"CPUEvent", MonitorScript::Place::kStop, gate.get()};
   Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"StorageEvent"}));
   EXPECT_EQ(world_.logs.Count(L"EventManager StopAndRemoveFromList"), 2u) << "memory and battery";
+  life_->composition.bus().Publish(TVKNotificationData(4, 18, MakeTvkPolicyPayload(L"/a", L"b", true)));
+  world_.runtime.Settle();
+  EXPECT_TRUE(life_->manager.IsDevicePathChange()) << "known before it is told";
   EXPECT_EQ(script_.running, 4);
   EXPECT_EQ(life_->manager.OnServiceControlHandle(13, 0, nullptr, nullptr), 0u) << "no lock is held meanwhile";
   EXPECT_EQ(script_.Count(L"control 13,0,0,0 CPUEvent"), 0u);
