@@ -85,7 +85,7 @@ void PolicyWatch::Run() {
     if (woken == 0) return;
     if (woken == 1) WaitForQuiet();
     again_.reset();
-    if (TVK::CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
+    if (CallLogged(log_, L"PolicyWatch: reading the policies", [this] { Load(); })) continue;
     // What changed, perhaps a consent withdrawn, is not to be missed.
     LookAgainAt(runtime_.clock().Steady() + kRetry);
   }
@@ -101,7 +101,7 @@ void PolicyWatch::WaitForQuiet() {
 void PolicyWatch::Remark(const std::vector<std::string>& lines) const {
   if (!remarks_) return;
   // Whoever listens is not to keep the news from those that follow the policy.
-  TVK::CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
+  CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
     for (const std::string& line : lines)
       remarks_(line);
   });

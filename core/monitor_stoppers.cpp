@@ -9,7 +9,7 @@ namespace TVK {
 
 void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<void()>& stop,
                           const std::function<void()>& ended_late) {
-  const auto guarded_stop = [this, stop] { TVK::CallLogged(log_, L"EventManager::StopAndRemoveFromList", stop); };
+  const auto guarded_stop = [this, stop] { CallLogged(log_, L"EventManager::StopAndRemoveFromList", stop); };
   try {
     Stopper stopper{std::wstring(dataset_name),
                     runtime_.MakeEvent(platform::EventReset::kManual),
@@ -20,7 +20,7 @@ void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<vo
                                           guarded_stop();
                                           done->Set();
                                           if (*late)
-                                            TVK::CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
+                                            CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
                                         });
     stoppers_.push_back(std::move(stopper));
   } catch (const std::system_error&) {
@@ -37,13 +37,16 @@ void MonitorStoppers::Wait(platform::Event* end) {
                                      : std::max<std::chrono::nanoseconds>(latest - runtime_.clock().Steady(),
                                                                           std::chrono::nanoseconds(0));
     platform::Waitable* const objects[] = {stopper->done.get(), end};
-    const auto done = [&](std::chrono::milliseconds limit) {
-      return runtime_.WaitAny({objects, end == nullptr ? 1u : 2u}, limit) == 0;
+    constexpr platform::WaitCode kEnd = 1;
+    const auto wait = [&](std::chrono::milliseconds limit) {
+      return runtime_.WaitAny({objects, end == nullptr ? 1u : 2u}, limit);
     };
-    bool ended = done(std::chrono::ceil<std::chrono::milliseconds>(left));
+    const platform::WaitCode code = wait(std::chrono::ceil<std::chrono::milliseconds>(left));
+    if (code == kEnd) return;
+    bool ended = code == 0;
     if (!ended && !stopper->late->exchange(true)) {
       // It may have ended just before it could see that.
-      ended = done(std::chrono::milliseconds(0));
+      ended = wait(std::chrono::milliseconds(0)) == 0;
       if (!ended) {
         log_.e(L"%s: %s is still busy; the others go on", L"EventManager::StopDisabledDatasets", stopper->dataset_name);
       }

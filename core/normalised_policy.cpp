@@ -146,9 +146,8 @@ NormalisedPolicy Normalise(const TelemetryPolicy& policy, const DatasetTable& ta
 
 std::vector<const PolicyEntry*> OrderDatasets(const NormalisedPolicy& policy) {
   std::vector<const PolicyEntry*> order;
-  for (const PolicyEntry& entry : policy.entries) {
-    if (entry.meaning == EntryMeaning::kCounts || entry.meaning == EntryMeaning::kUnknownId) order.push_back(&entry);
-  }
+  for (const PolicyEntry& entry : policy.entries)
+    order.push_back(&entry);
   std::ranges::stable_sort(
       order, {}, [](const PolicyEntry* entry) { return entry->dataset == nullptr ? 0 : entry->dataset->row.rank; });
   return order;

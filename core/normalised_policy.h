@@ -55,8 +55,8 @@ std::wstring NormalisedScope(const std::wstring& text);
 /// first such entry counts. `table` must outlive the result.
 NormalisedPolicy Normalise(const TelemetryPolicy& policy, const DatasetTable& table);
 
-/// The entries from which datasets are started, by the ranks of their datasets; those of unknown id have the rank 0.
-/// Entries of equal rank keep their order. Pointers into `policy`.
+/// All entries in the order in which datasets are started: by the ranks of their datasets; those that belong to none
+/// have the rank 0. Entries of equal rank keep their order. Pointers into `policy`.
 std::vector<const PolicyEntry*> OrderDatasets(const NormalisedPolicy& policy);
 
 }  // namespace TVK

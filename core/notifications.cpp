@@ -190,7 +190,7 @@ void Notifications::OnDeviceContextChanges() {
   parts_.log.d(L"%s Entry", kThis);
   const bool new_device = parts_.device_context.TakeDevicePathChange();
   const auto tell = [&](EventMonitorBase& monitor) { monitor.OnDeviceContextChanges(new_device); };
-  if (application_events_ != nullptr) TVK::CallLogged(parts_.log, kThis, [&] { tell(*application_events_); });
+  if (application_events_ != nullptr) CallLogged(parts_.log, kThis, [&] { tell(*application_events_); });
   if (parts_.policy.Read() == nullptr) {
     parts_.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
   } else {

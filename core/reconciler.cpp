@@ -46,7 +46,7 @@ void Reconciler::AddPolicyDatasets(const NormalisedPolicy& policy) {
         parts_.log.d(L"EventManager Initialize dataset : %s is not enable", name);
       } else if (!by_entry.runs()) {
         parts_.log.d(L"EventManager Initialize dataset : %s is not applicable", name);
-      } else if (entry->dataset != nullptr && entry->dataset->row.rule != DatasetRule::kAlways &&
+      } else if (entry->meaning == EntryMeaning::kCounts && entry->dataset->row.rule != DatasetRule::kAlways &&
                  parts_.policy.Decide(entry->dataset->row, kMoment).runs()) {
         MonitorList::Entry monitor;
         if (entry->dataset->row.rule == DatasetRule::kUserProcess) {
@@ -88,9 +88,9 @@ void Reconciler::RunAndAddToList(const std::wstring& dataset_id) {
     return true;
   };
   bool runs = false;
-  TVK::CallLogged(parts_.log,
-                  std::wstring(kThis) + L": " + (dataset == nullptr ? dataset_id : std::wstring(dataset->row.name)),
-                  [&] { runs = run(); });
+  CallLogged(parts_.log,
+             std::wstring(kThis) + L": " + (dataset == nullptr ? dataset_id : std::wstring(dataset->row.name)),
+             [&] { runs = run(); });
   if (!runs) parts_.log.e(L"EventManager RunAndAddToList %s failed!", dataset_id);
 }
 
@@ -132,7 +132,8 @@ void Reconciler::StartMissingDatasets(const NormalisedPolicy& policy) {
     if (!parts_.initialized) return;
     const Dataset* const dataset = entry->dataset;
     // One that is still being stopped comes back when its stopper asks for it.
-    if (dataset == nullptr || !parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs()) continue;
+    if (entry->meaning != EntryMeaning::kCounts || !parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs())
+      continue;
     const bool runs = dataset->row.rule == DatasetRule::kUserProcess ? parts_.display.Runs()
                                                                      : parts_.monitors.Find(dataset->row.id) != nullptr;
     if (!runs) run_(std::wstring(dataset->row.id));

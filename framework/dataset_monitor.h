@@ -53,6 +53,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// device may both ask for it.
   int LogDevInitEvent() override;
 
+  const MonitorIdentity& identity() const { return identity_; }
+
   /// The manual-reset event "NAME_LogDatasetContext" of the dataset: clear while its contexts are being logged, set
   /// when that is done. Null when it could not be made.
   platform::Event* getDatasetContextEventHandle() const { return context_event_.get(); }
@@ -77,8 +79,6 @@ class DatasetMonitor : public EventMonitorBase {
   /// LogDevInitEvent when IsNewDeviceInitNeeded says so, once.
   void InitialiseDevice();
   void ResetContextEvent() const;
-
-  const MonitorIdentity& identity() const { return identity_; }
 
  private:
   struct Change {

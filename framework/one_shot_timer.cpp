@@ -57,7 +57,7 @@ void OneShotTimer::Run() {
     }
     due_.reset();
     lock.unlock();
-    TVK::CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
+    CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
     lock.lock();
   }
   running_ = false;

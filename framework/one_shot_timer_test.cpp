@@ -91,8 +91,12 @@ TEST_F(OneShotTimerTest, DestructionWaitsForTheCallbackAndTakesEveryArmingBack) 
   EXPECT_TRUE(runtime_.Threads().empty());
   EXPECT_EQ(calls_, Times{0s});
 
-  const auto pending = MakeTimer();
-  pending->Arm(1h);
+  timer_ = MakeTimer();
+  timer_->Arm(1h);
+  runtime_.Settle();
+  const platform::SteadyTime before = runtime_.clock().Steady();
+  timer_.reset();
+  EXPECT_EQ(runtime_.clock().Steady(), before) << "it waits for no arming";
 }
 
 TEST_F(OneShotTimerTest, WithoutAThreadItStaysUnarmedAndSaysSo) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "platform/simulated/virtual_runtime.h"
@@ -19,15 +20,13 @@ using Work = SecondTick::Work;
 /// A thread that watches, and when its look was called. Read only while the world stands still.
 class Watching {
  public:
-  Watching(platform::VirtualRuntime& runtime, SecondTick& tick, SecondTick::Look look)
-      : runtime_(runtime), stop_(runtime.MakeEvent(platform::EventReset::kManual)) {
-    thread_ = runtime.StartThread("watching", [this, &tick, look = std::move(look)] {
-      tick.Watch("watcher", *stop_, [&] {
-        looks_.push_back(
-            std::chrono::duration_cast<std::chrono::seconds>(runtime_.clock().Steady().time_since_epoch()).count());
-        return look();
-      });
-    });
+  Watching(platform::VirtualRuntime& runtime, SecondTick& tick, const SecondTick::Look& look)
+      : runtime_(runtime), stop_(runtime.MakeEvent(platform::EventReset::kManual)), look_([this, look] {
+          looks_.push_back(
+              std::chrono::duration_cast<std::chrono::seconds>(runtime_.clock().Steady().time_since_epoch()).count());
+          return look();
+        }) {
+    thread_ = runtime.StartThread("watching", [this, &tick] { tick.Watch(name_, *stop_, look_); });
     runtime.Settle();
   }
   ~Watching() { Stop(); }
@@ -43,6 +42,8 @@ class Watching {
  private:
   platform::VirtualRuntime& runtime_;
   const std::unique_ptr<platform::Event> stop_;
+  const std::string name_ = "watcher";
+  const SecondTick::Look look_;  ///< Outlives the watching, so that a call that comes too late is seen.
   std::vector<std::int64_t> looks_;
   std::thread thread_;
 };

@@ -46,7 +46,7 @@ void PeriodicThread::Run(Moment (platform::Clock::*now)() const, seconds period,
   const platform::Clock& clock = runtime_.clock();
   Moment due = (clock.*now)() + first_delay;
   while (runtime_.WaitUntil(*stop_, due) == platform::kWaitTimeout) {
-    TVK::CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
+    CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
     const Moment after = (clock.*now)();
     due += period;
     if (due <= after) due += period * ((after - due) / period + 1);

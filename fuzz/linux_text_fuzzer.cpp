@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/linux/block_device_text.h"
 #include "platform/linux/cpu_text.h"
 #include "platform/linux/power_supply_text.h"
 #include "platform/linux/proc_text.h"
@@ -47,6 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       SumUpPower({DecodePowerSupply(text, "Battery"), DecodePowerSupply(text.substr(size / 2), "Battery"),
                   DecodePowerSupply(text, text.substr(0, 8))});
   Require(power.percent.value_or(0) <= 100);
+  BusOfBlockDevice(text.substr(0, 8), text);
+  Require(BytesOfSectors(text) % 512 == 0);
   TimeZoneOfLink(text);
   Require(MachineIdOf(text).size() <= 32);
   return 0;

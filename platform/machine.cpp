@@ -1,5 +1,6 @@
 #include "platform/machine.h"
 
+#include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"

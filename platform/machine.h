@@ -9,6 +9,7 @@
 
 namespace platform {
 
+class Drives;
 class EventLog;
 class Firmware;
 class Memory;
@@ -29,6 +30,7 @@ struct MachineDoors {
   std::unique_ptr<Region> region;
   std::unique_ptr<Settings> settings;
   std::unique_ptr<Power> power;
+  std::unique_ptr<Drives> drives;
   std::unique_ptr<SystemEvents> system_events;
 
   MachineDoors();
@@ -53,6 +55,7 @@ class Machine {
   Region& region() const { return *doors_.region; }
   Settings& settings() const { return *doors_.settings; }
   Power& power() const { return *doors_.power; }
+  Drives& drives() const { return *doors_.drives; }
   SystemEvents& system_events() const { return *doors_.system_events; }
 
  private:

@@ -2,6 +2,9 @@
 
 #include <limits>
 #include <string>
+#include <string_view>
+
+#include "client/records/record_kind.h"
 
 namespace TVK {
 namespace {
@@ -16,9 +19,8 @@ constexpr std::int64_t kAgeChecksPerAge = 90;
 constexpr std::int64_t kSecondsPerDay = std::int64_t{24} * 3600;
 
 // Finding contexts that nothing refers to reads every record, too. For the sake of the size it waits until there may be
-// many. They go in larger steps, each of which reads every record again; the log of changes holds one step.
+// many. They go in one step, since each one reads every record again.
 constexpr std::int64_t kSpareContexts = 64;
-constexpr int kLargestStepOfContexts = 8192;
 
 constexpr std::int64_t kFar = std::numeric_limits<std::int64_t>::max();
 
@@ -54,9 +56,7 @@ int Retention::Prepare() {
       " AND r.sequence NOT IN (SELECT value FROM json_each(?4))"
       " AND r.sequence NOT IN ("
       "  SELECT dataset_context FROM record WHERE dataset_context IS NOT NULL"
-      "  UNION ALL SELECT device_context FROM record WHERE device_context IS NOT NULL)"
-      " LIMIT " +
-      std::to_string(kLargestStepOfContexts) + ")";
+      "  UNION ALL SELECT device_context FROM record WHERE device_context IS NOT NULL))";
   struct {
     Statement& statement;
     std::string_view sql;
@@ -148,10 +148,17 @@ int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least, const K
     sequences += (sequences.empty() ? "[" : ",") + std::to_string(sequence);
   sequences += sequences.empty() ? "[]" : "]";
   // Dataset contexts first, since they may be the last that refer to a device context.
-  code = RemoveContextsOfKind(RecordKind::kDataset, dates, sequences);
-  if (code == SQLITE_OK) code = RemoveContextsOfKind(RecordKind::kDevice, dates, sequences);
+  for (const RecordKind kind : {RecordKind::kDataset, RecordKind::kDevice}) {
+    code = Run(remove_contexts_)
+               .Bind(1, dates.before)
+               .Bind(2, dates.after)
+               .Bind(3, static_cast<std::int64_t>(kind))
+               .Bind(4, sequences)
+               .Finish();
+    if (code != SQLITE_OK) return code;
+  }
   const bool all = dates.before == kFar;
-  return code == SQLITE_OK && all ? CountContexts(dates, contexts_left_) : code;
+  return all ? CountContexts(dates, contexts_left_) : SQLITE_OK;
 }
 
 int Retention::CountContexts(const Dates& dates, std::int64_t& contexts) {
@@ -160,19 +167,6 @@ int Retention::CountContexts(const Dates& dates, std::int64_t& contexts) {
   if (code != SQLITE_ROW) return code;
   contexts = run.Number(0);
   return SQLITE_OK;
-}
-
-int Retention::RemoveContextsOfKind(RecordKind kind, const Dates& dates, std::string_view in_use) {
-  int code = SQLITE_OK;
-  do {
-    code = Run(remove_contexts_)
-               .Bind(1, dates.before)
-               .Bind(2, dates.after)
-               .Bind(3, static_cast<std::int64_t>(kind))
-               .Bind(4, in_use)
-               .Finish();
-  } while (code == SQLITE_OK && sqlite3_changes(database_.handle()) == kLargestStepOfContexts);
-  return code;
 }
 
 }  // namespace TVK

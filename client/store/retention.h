@@ -1,11 +1,9 @@
-// Keeps the store within its limits of size and age, a bounded step at a time.
+// Keeps the store within its limits of size and age; item events go a bounded step at a time.
 #pragma once
 
 #include <cstdint>
 #include <limits>
-#include <string_view>
 
-#include "client/records/record_kind.h"
 #include "client/store/event_data_logging.h"
 #include "client/store/known_contexts.h"
 #include "client/store/sqlite_database.h"
@@ -45,7 +43,6 @@ class Retention {
   /// Does nothing when fewer than `at_least` contexts come into question.
   int RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use);
   int CountContexts(const Dates& dates, std::int64_t& contexts);
-  int RemoveContextsOfKind(RecordKind kind, const Dates& dates, std::string_view in_use);
 
   Database& database_;
   const StoreLimits limits_;

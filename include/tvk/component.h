@@ -69,7 +69,8 @@ class TVK_EXPORT Component {
   /// The names of the columns of the observer's lines.
   static std::string RecordHeader();
 
-  /// Ends every thread of the component. The manager must have been stopped.
+  /// Ends every thread of the component; what device_id_agent and GetInstance gave is no longer valid. The manager must
+  /// have been stopped. Nothing happens when nothing is open. Not beside another call into the component.
   static void Close();
 };
 

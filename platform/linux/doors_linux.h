@@ -9,6 +9,7 @@
 namespace platform {
 
 class Clock;
+class Drives;
 class EventLog;
 class Firmware;
 class Memory;
@@ -25,6 +26,7 @@ std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
 std::unique_ptr<Power> MakePower(const Sysroot& root);
+std::unique_ptr<Drives> MakeDrives(const Sysroot& root);
 
 /// Of this computer. `power` must outlive the door and its sources.
 std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power);

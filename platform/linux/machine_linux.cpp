@@ -1,6 +1,7 @@
 #include "platform/linux/doors_linux.h"
 #include "platform/local.h"
 
+#include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"
@@ -24,6 +25,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
   doors.power = MakePower(root);
+  doors.drives = MakeDrives(root);
   if (options.sysroot == "/") {
     doors.system_events = MakeSystemEvents(*doors.power);
   } else {

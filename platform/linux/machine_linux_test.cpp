@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "platform/drives.h"
 #include "platform/firmware.h"
 #include "platform/local.h"
 #include "platform/memory.h"
@@ -64,6 +65,63 @@ TEST_F(LinuxMachineTest, GivesTheSmbiosTableTheHeaderOfWindows) {
   write("smbios_entry_point", {'_', 'S', 'M', '_', 0});
   EXPECT_TRUE(machine_->firmware().ReadSmbios(&error).empty());
   EXPECT_EQ(error, std::uint32_t{EBADMSG});
+}
+
+TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
+  const auto link = [&](const std::string& name, const std::string& target) {
+    std::filesystem::create_directories(tree_.root() / "sys/block");
+    std::filesystem::create_directory_symlink(target + "/block/" + name, tree_.root() / "sys/block" / name);
+    return "/sys/block/" + target + "/block/" + name + "/";
+  };
+  const auto write = [&](const std::string& folder, std::initializer_list<RecordedTree::File> files) {
+    for (const auto& [file, text] : files)
+      tree_.Write(folder + file, text + "\n");
+  };
+  const std::string pci = "../devices/pci0000:00/0000:00:1f.2/";
+  write(link("sda", pci + "ata1/host0/target0:0:0/0:0:0:0"), {{"size", "3907029168"},
+                                                              {"removable", "0"},
+                                                              {"queue/rotational", "1"},
+                                                              {"device/vendor", "ATA     "},
+                                                              {"device/model", "Litware HDD 2TB "},
+                                                              {"device/rev", "CC43"}});
+  write(link("sdb", pci + "usb2/2-1/2-1:1.0/host6/target6:0:0/6:0:0:0"),
+        {{"size", "0"}, {"removable", "1"}, {"device/vendor", "Litware "}, {"device/model", "Card Reader"}});
+  write(link("sdc", pci + "host7/port-7:0/end_device-7:0/target7:0:0/7:0:0:0"), {{"device/model", "SAS"}});
+  write(link("nvme0n1", pci + "nvme/nvme0"), {{"size", "1000215216"},
+                                              {"queue/rotational", "0"},
+                                              {"device/model", "Contoso NVMe"},
+                                              {"device/firmware_rev", "1.0"},
+                                              {"hidden", "0"}});
+  write(link("nvme0c0n1", pci + "nvme/nvme0"), {{"hidden", "1"}, {"device/model", "Contoso NVMe"}});
+  write(link("mmcblk0", pci + "mmc_host/mmc0/mmc0:0001"),
+        {{"device/name", "CARD64"}, {"size", "18446744073709551615"}});
+  write(link("mmcblk0boot0", pci + "mmc_host/mmc0/mmc0:0001"), {{"device/name", "CARD64"}});
+  write(link("vda", pci + "virtio1"), {{"device/vendor", "0x1af4"}, {"size", "8"}});
+  write(link("sr0", pci + "ata2/host1/target1:0:0/1:0:0:0"), {{"device/model", "DVD"}});
+  write(link("loop0", "../devices/virtual"), {{"size", "8"}});
+  write("/sys/block/cciss!c0d0/", {{"device/model", "Array"}, {"size", "2"}});
+
+  using Bus = DriveBus;
+  const std::vector<DriveListing> expected = {
+      {.path = "/dev/cciss/c0d0", .bus = Bus::kOther, .model = "Array", .bytes = 1024},
+      {.path = "/dev/mmcblk0", .bus = Bus::kCard, .model = "CARD64"},
+      {.path = "/dev/nvme0n1",
+       .bus = Bus::kNvme,
+       .model = "Contoso NVMe",
+       .firmware_version = "1.0",
+       .bytes = 512'110'190'592,
+       .rotating = false},
+      {.path = "/dev/sda",
+       .bus = Bus::kAta,
+       .model = "Litware HDD 2TB",
+       .firmware_version = "CC43",
+       .bytes = 2'000'398'934'016,
+       .rotating = true},
+      {.path = "/dev/sdb", .bus = Bus::kUsb, .model = "Litware Card Reader", .removable = true},
+      {.path = "/dev/sdc", .bus = Bus::kScsi, .model = "SAS"},
+      {.path = "/dev/vda", .bus = Bus::kOther, .bytes = 4096},
+  };
+  EXPECT_EQ(machine_->drives().List(), expected);
 }
 
 TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {

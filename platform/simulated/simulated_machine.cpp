@@ -1,5 +1,6 @@
 #include "platform/simulated/simulated_machine.h"
 
+#include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
@@ -25,6 +26,7 @@ MachineDoors MakeDoors() {
   doors.region = std::move(region);
   doors.settings = std::move(settings);
   doors.power = std::make_unique<SimulatedPower>();
+  doors.drives = std::make_unique<SimulatedDrives>();
   doors.system_events = std::make_unique<SimulatedSystemEvents>();
   return doors;
 }
@@ -53,6 +55,9 @@ SimulatedRegion& SimulatedMachine::region() const {
 }
 SimulatedPower& SimulatedMachine::power() const {
   return static_cast<SimulatedPower&>(Machine::power());
+}
+SimulatedDrives& SimulatedMachine::drives() const {
+  return static_cast<SimulatedDrives&>(Machine::drives());
 }
 SimulatedSystemEvents& SimulatedMachine::system_events() const {
   return static_cast<SimulatedSystemEvents&>(Machine::system_events());

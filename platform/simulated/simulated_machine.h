@@ -6,6 +6,7 @@
 
 namespace platform {
 
+class SimulatedDrives;
 class SimulatedEventLog;
 class SimulatedFirmware;
 class SimulatedMemory;
@@ -30,6 +31,7 @@ class SimulatedMachine final : public Machine {
   SimulatedSystemFacts& system() const;
   SimulatedRegion& region() const;
   SimulatedPower& power() const;
+  SimulatedDrives& drives() const;
   SimulatedSystemEvents& system_events() const;
 };
 

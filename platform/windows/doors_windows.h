@@ -6,6 +6,7 @@
 namespace platform {
 
 class Clock;
+class Drives;
 class EventLog;
 class Firmware;
 class Memory;
@@ -29,5 +30,6 @@ std::unique_ptr<SystemFacts> MakeSystemFacts(const Clock& clock);
 std::unique_ptr<Region> MakeRegion();
 std::unique_ptr<Settings> MakeSettings();
 std::unique_ptr<Power> MakePower();
+std::unique_ptr<Drives> MakeDrives();
 
 }  // namespace platform::windows

@@ -1,5 +1,6 @@
 #include <stdexcept>
 
+#include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/local.h"
@@ -27,6 +28,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.region = windows::MakeRegion();
   doors.settings = windows::MakeSettings();
   doors.power = windows::MakePower();
+  doors.drives = windows::MakeDrives();
   doors.system_events = std::make_unique<NoSystemEvents>();
   return std::make_unique<Machine>(std::move(doors));
 }

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <set>
 
+#include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/local.h"
@@ -31,6 +33,15 @@ TEST_F(MachineWindowsTest, ProcessorTimeIsRead) {
   ASSERT_TRUE(load);
   EXPECT_GE(*load, 0);
   EXPECT_LE(*load, 100);
+}
+
+TEST_F(MachineWindowsTest, DrivesAreListedByTheirNumbers) {
+  std::vector<std::string> paths;
+  for (const DriveListing& drive : machine_->drives().List()) {
+    paths.push_back(drive.path);
+    EXPECT_TRUE(std::regex_match(drive.path, std::regex(R"(\\\\\.\\PhysicalDrive\d+)"))) << drive.path;
+  }
+  EXPECT_EQ(std::set(paths.begin(), paths.end()).size(), paths.size());
 }
 
 TEST_F(MachineWindowsTest, ProcessorUtilityIsReadOrItsStatusTold) {

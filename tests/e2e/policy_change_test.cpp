@@ -13,7 +13,7 @@ class PolicyChange : public testing::Test {
   void SetUp() override {
     folder_.WritePolicy(CpuPolicy("full"));
     service_.emplace(folder_);
-    ASSERT_TRUE(service_->WaitForLine("DeviceInit", kPatience));
+    ASSERT_TRUE(service_->WaitForLine(CpuLine("DeviceInit"), kPatience));
   }
 
   bool WaitForLog(const std::string& log, const std::string& text, std::size_t count = 1) {
@@ -38,7 +38,7 @@ TEST_F(PolicyChange, ScopeStopsAndStartsTheMonitorHoweverTheFileIsWritten) {
     std::ofstream(folder_.policy(), std::ios::trunc | std::ios::binary) << CpuPolicy("full");
     ASSERT_TRUE(WaitForStart(round));
   }
-  EXPECT_EQ(CountLines(service_->Lines(), "DeviceInit"), 1u) << "a monitor that comes back is no new device";
+  EXPECT_EQ(CountLines(service_->Lines(), CpuLine("DeviceInit")), 1u) << "a monitor that comes back is no new device";
 }
 
 TEST_F(PolicyChange, BrokenFileLeavesThePolicyInForceUntilItIsMended) {

@@ -135,7 +135,7 @@ TEST(Service, RegionThatChangesGivesOneNewDeviceContext) {
   const auto logged = [&](const std::string& text) {
     return service.WaitFor([&] { return folder.CountInLog("EventManager.log", text) == 1; }, kPatience);
   };
-  ASSERT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+  ASSERT_TRUE(service.WaitForLine(CpuLine("DeviceInit"), kPatience));
   ASSERT_TRUE(logged("EventManager::NotificationProcessorThread Entry")) << "the first context is there by then";
   tree.Write("/etc/default/locale", "LANG=de_AT.UTF-8\n");
   ASSERT_TRUE(logged("EventManager::OnDeviceContextChanges Exit")) << "the monitors hear of the second one";

@@ -18,13 +18,10 @@ namespace {
 
 using TVK::RecordKind;
 
-std::size_t CountKind(const std::vector<TVK::StoredRecord>& records, RecordKind kind) {
-  return static_cast<std::size_t>(std::ranges::count(records, kind, &TVK::StoredRecord::kind));
-}
-
-std::size_t CountItems(const std::vector<TVK::StoredRecord>& records, const std::string& item_name) {
-  return static_cast<std::size_t>(std::ranges::count_if(records, [&](const TVK::StoredRecord& record) {
-    return record.kind == RecordKind::kItem && record.json.find('"' + item_name + '"') != std::string::npos;
+std::size_t CountCpuItems(const ServiceFolder& folder, const std::string& item_name) {
+  const auto items = folder.Records({.kind = RecordKind::kItem, .dataset_name = L"CPUEvent"});
+  return static_cast<std::size_t>(std::ranges::count_if(items, [&](const TVK::StoredRecord& record) {
+    return record.json.find('"' + item_name + '"') != std::string::npos;
   }));
 }
 
@@ -34,22 +31,20 @@ TEST(Service, FirstStartDescribesTheMachineAndTheSecondAddsNothing) {
   {
     ConsoleService service(folder);
     EXPECT_TRUE(service.WaitForLine("(device context)", kPatience));
-    EXPECT_TRUE(service.WaitForLine("(dataset context)", kPatience));
-    EXPECT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+    EXPECT_TRUE(service.WaitForLine(CpuLine("(dataset context)"), kPatience));
+    EXPECT_TRUE(service.WaitForLine(CpuLine("DeviceInit"), kPatience));
   }
-  const std::vector<TVK::StoredRecord> first = folder.Records();
-  EXPECT_EQ(CountKind(first, RecordKind::kDevice), 1u);
-  EXPECT_EQ(CountKind(first, RecordKind::kDataset), 1u);
-  EXPECT_EQ(CountItems(first, "DeviceInit"), 1u);
+  EXPECT_EQ(folder.Records({.kind = RecordKind::kDevice}).size(), 1u);
+  EXPECT_EQ(folder.Records({.kind = RecordKind::kDataset, .dataset_name = L"CPUEvent"}).size(), 1u);
+  EXPECT_EQ(CountCpuItems(folder, "DeviceInit"), 1u);
 
   constexpr char kTimersStarted[] = "CpuEventMonitor::ReadAndUpdateDatasetSettings: delay";
   const std::size_t started_before = folder.CountInLog("CpuEventMonitor.log", kTimersStarted);
   ConsoleService service(folder);
   ASSERT_TRUE(service.WaitFor([&] { return folder.CountInLog("CpuEventMonitor.log", kTimersStarted) > started_before; },
                               kPatience));
-  const std::vector<TVK::StoredRecord> second = folder.Records();
-  EXPECT_EQ(CountKind(second, RecordKind::kDevice), 1u) << "the same device has one context";
-  EXPECT_EQ(CountItems(second, "DeviceInit"), 1u) << "a device is initialised once";
+  EXPECT_EQ(folder.Records({.kind = RecordKind::kDevice}).size(), 1u) << "the same device has one context";
+  EXPECT_EQ(CountCpuItems(folder, "DeviceInit"), 1u) << "a device is initialised once";
 }
 
 TEST(Service, EndsByItselfWhenItsTimeIsOver) {
@@ -60,7 +55,7 @@ TEST(Service, EndsByItselfWhenItsTimeIsOver) {
   ConsoleService service(folder, {"--for", "2s"});
   EXPECT_EQ(service.WaitForEnd(kPatience), 0);
   EXPECT_GE(runtime->clock().Steady() - begin, std::chrono::seconds(2));
-  EXPECT_TRUE(service.WaitForLine("DeviceInit", std::chrono::seconds(0)));
+  EXPECT_TRUE(service.WaitForLine(CpuLine("DeviceInit"), std::chrono::seconds(0)));
 }
 
 TEST(Service, WhatItCannotStartWithEndsItWithACodeAndAMessage) {
@@ -110,7 +105,7 @@ TEST(Service, RunsWithTheLastGoodPolicyWhenTheFileIsBroken) {
   folder.WritePolicy(CpuPolicy("full"));
   {
     ConsoleService service(folder);
-    ASSERT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+    ASSERT_TRUE(service.WaitForLine(CpuLine("DeviceInit"), kPatience));
   }
   folder.WritePolicy(R"({"telemetryScope": "everything", "datasets": []})");
   ConsoleService service(folder);
@@ -154,7 +149,7 @@ TEST(Service, KilledUnderLoadItHasKeptEveryRecordThatItShowed) {
     for (std::string line; std::getline(text, line);)
       ++stored[line];
   }
-  EXPECT_GE(CountItems(records, "CPUNearCapacity"), 3u);
+  EXPECT_GE(CountCpuItems(folder, "CPUNearCapacity"), 3u);
   for (const auto& [line, count] : shown)
     EXPECT_GE(stored[line], count) << line;
 

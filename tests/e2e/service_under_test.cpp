@@ -34,11 +34,11 @@ std::vector<std::string> ServiceFolder::Arguments(const std::vector<std::string>
   return arguments;
 }
 
-std::vector<TVK::StoredRecord> ServiceFolder::Records() const {
+std::vector<TVK::StoredRecord> ServiceFolder::Records(const TVK::RecordQuery& query) const {
   std::string problem;
   std::vector<TVK::StoredRecord> records;
   const auto reader = TVK::RecordReader::Open(data() / TVK::kStoreFileName, problem);
-  EXPECT_TRUE(reader != nullptr && reader->Read({}, records, problem)) << problem;
+  EXPECT_TRUE(reader != nullptr && reader->Read(query, records, problem)) << problem;
   return records;
 }
 
@@ -57,12 +57,10 @@ ConsoleService::ConsoleService(const ServiceFolder& folder, const std::vector<st
 void ExpectOneNewDeviceContext(const ServiceFolder& folder, const std::wstring& before, const std::wstring& after) {
   std::vector<DeviceContext> devices;
   std::vector<std::wstring> described_under;
-  for (const TVK::StoredRecord& record : folder.Records()) {
-    if (record.kind == TVK::RecordKind::kDevice) devices.push_back(TVK::DeviceContextFromJson(record.json).value());
-    if (record.kind == TVK::RecordKind::kDataset) {
-      described_under.push_back(TVK::DatasetContextFromJson(record.json).value().device_context_id());
-    }
-  }
+  for (const TVK::StoredRecord& record : folder.Records({.kind = TVK::RecordKind::kDevice}))
+    devices.push_back(TVK::DeviceContextFromJson(record.json).value());
+  for (const auto& record : folder.Records({.kind = TVK::RecordKind::kDataset, .dataset_name = L"CPUEvent"}))
+    described_under.push_back(TVK::DatasetContextFromJson(record.json).value().device_context_id());
   ASSERT_EQ(devices.size(), 2u);
   EXPECT_EQ(devices[0].region_info().country_code(), before);
   EXPECT_EQ(devices[1].region_info().country_code(), after);

@@ -18,6 +18,12 @@ std::string CpuPolicy(const std::string& scope, const std::string& settings = R"
 
 inline constexpr char kCpuDatasetId[] = "9492447A-FCAC-428E-B7A8-7F7918199480";
 
+/// What the console's line of a record of the CPU dataset holds: the columns of the dataset and of `item`. Other
+/// datasets may run and write, too.
+inline std::string CpuLine(const std::string& item) {
+  return "CPUEvent            " + item;
+}
+
 /// A data folder and a policy file, over which any number of services run one after the other.
 class ServiceFolder {
  public:
@@ -30,8 +36,8 @@ class ServiceFolder {
   /// The service's arguments for these folders, with `more` behind them. It ends by itself after two minutes.
   std::vector<std::string> Arguments(const std::vector<std::string>& more = {}) const;
 
-  /// Every record in the store, oldest first. Fails the test when the store cannot be read.
-  std::vector<TVK::StoredRecord> Records() const;
+  /// The records in the store, oldest first. Fails the test when the store cannot be read.
+  std::vector<TVK::StoredRecord> Records(const TVK::RecordQuery& query = {}) const;
 
   /// How often a log holds `text`; 0 while there is no log.
   std::size_t CountInLog(const std::string& name, const std::string& text) const;
@@ -60,7 +66,7 @@ class Load {
 };
 
 /// Expects two device contexts with ids of their own, the first of the country `before` and the second of `after`, and
-/// one dataset context under each.
+/// one dataset context of the CPU under each.
 void ExpectOneNewDeviceContext(const ServiceFolder& folder, const std::wstring& before, const std::wstring& after);
 
 /// How many of `lines` hold `text`.

@@ -1,4 +1,6 @@
-// docs/records.md beside the code: what it lists is what the records have, no less and no more.
+// docs/records.md and docs/policy.md beside the code: they list what the records have and what the monitors read, of
+// every dataset that collects, no less and no more.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/reader.h>
 #include <json/value.h>
@@ -12,6 +14,7 @@
 #include "client/records/record_fields.h"
 #include "client/text/string.h"
 #include "component/component_datasets.h"
+#include "framework/dataset_monitor.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_processors.h"
@@ -27,7 +30,8 @@ using testing_support::MemoryDevice;
 using testing_support::Table;
 using Names = std::set<std::string>;
 
-/// What is listed, by the section and the first heading of its tables: "CPUEvent/key".
+/// What is listed, by the section of records.md and the first heading of its tables: "CPUEvent/key". The settings that
+/// policy.md lists of the dataset are "CPUEvent/setting".
 using Lists = std::map<std::string, Names>;
 
 std::string Utf8(std::wstring_view text) {
@@ -62,6 +66,19 @@ Lists ReadPage() {
   return lists;
 }
 
+/// Each key with its default, which a colon ends that explains it; the dataset stands in the first of its rows.
+void ReadSettings(Lists& lists) {
+  std::ifstream file(TVK_DOCS_FOLDER "/policy.md", std::ios::binary);
+  std::string dataset;
+  for (std::string line; std::getline(file, line);) {
+    std::smatch row;
+    static const std::regex kSetting(R"(\| (\w*) ?\| `(\w+)` \|.*\| ([^:|]+)(:[^|]*)? \| [^|]* \|)");
+    if (!std::regex_match(line, row, kSetting)) continue;
+    if (row.length(1) != 0) dataset = row[1];
+    lists[dataset + "/setting"].insert(row.format("$2 $3"));
+  }
+}
+
 void AddKeys(const ItemData& data, Names& keys) {
   for (const auto& [key, value] : data) {
     keys.insert(Utf8(key));
@@ -75,9 +92,32 @@ void AddKeys(const ItemData& data, Names& keys) {
   }
 }
 
-/// Runs the service for some minutes and adds what it wrote.
-void Live(MonitorWorld& world, Lists& lists) {
-  const DatasetTable table = MakeComponentDatasets();
+/// Adds what the datasets say of themselves, and gives each of them every interval that it reads.
+void AddDatasets(MonitorWorld& world, const DatasetTable& table, Lists& lists) {
+  ServiceLife life(world);
+  for (const auto& [row, make, read_settings, collects] : table.datasets()) {
+    const std::string name = Utf8(row.name);
+    std::string scopes = Utf8(row.scopes);
+    std::erase(scopes, ' ');
+    const char* const state = row.rule == DatasetRule::kDeviceContext ? "record" : collects ? "yes" : "notyet";
+    lists["Datasets/dataset"].insert('|' + name + '|' + Utf8(row.id) + '|' + scopes + '|' + state + '|');
+    SettingTexts intervals;
+    for (const SettingReading& setting : read_settings ? read_settings({}) : std::vector<SettingReading>()) {
+      lists[name + "/setting"].insert(Utf8(setting.key + L' ' + setting.value_in_force));
+      if (setting.key.ends_with(L"Interval")) intervals[setting.key] = L"1m";
+    }
+    world.config.SetSettings(std::wstring(row.name), intervals);
+    if (!collects) continue;
+    const auto monitor = make(life.services());
+    const auto* const collector = dynamic_cast<const DatasetMonitor*>(monitor.get());
+    ASSERT_NE(collector, nullptr) << name;
+    for (const auto& [item, id] : collector->identity().items)
+      lists[name + "/item"].insert(Utf8(item + L' ' + id));
+  }
+}
+
+/// Runs the service for some minutes and adds the keys of what it wrote; the items that it wrote go out of `unwritten`.
+void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& unwritten) {
   ManagerLife life(world, table);
   life.Start();
   world.runtime.AdvanceBy(2min);
@@ -87,14 +127,12 @@ void Live(MonitorWorld& world, Lists& lists) {
   for (const DatasetContext& context : life.records.DatasetContexts())
     AddKeys(context.item_data(), lists[Utf8(context.dataset_name()) + "/key"]);
   for (const ItemEvent& item : life.records.Items()) {
-    const std::string dataset = Utf8(item.dataset_name());
-    AddKeys(item.item_data(), lists[dataset + "/key"]);
-    lists[(item.item_name() == L"DeviceInit" ? "DeviceInit" : dataset) + "/item"].insert(
-        Utf8(item.item_name() + L' ' + item.item_id()));
+    AddKeys(item.item_data(), lists[Utf8(item.dataset_name()) + "/key"]);
+    unwritten.erase(Utf8(item.item_name() + L' ' + item.item_id()));
   }
 }
 
-TEST(RecordsPage, ListsWhatTheRecordsOfABusyMachineHave) {
+TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   Lists lists;
   const auto add_fields = [&](const std::string& record, const auto& fields, Names more = {}) {
     for (const auto& field : fields)
@@ -110,27 +148,31 @@ TEST(RecordsPage, ListsWhatTheRecordsOfABusyMachineHave) {
 
   MonitorWorld world;
   world.config.SetPolicy(PolicyOf(L"full"));
-  for (const wchar_t* dataset : {L"CPUEvent", L"MemoryEvent"})
-    world.config.SetSettings(dataset, {{L"ReadUsageInterval", L"1m"}});
+  const DatasetTable datasets = MakeComponentDatasets();
+  AddDatasets(world, datasets, lists);
+  lists["DeviceInit/item"] = {"DeviceInit " + Utf8(EventMonitorBase::DeviceInitItemId)};
+  Names unwritten;
+  for (const auto& [list, names] : lists) {
+    if (list.ends_with("/item")) unwritten.insert(names.begin(), names.end());
+  }
   Table table;
   table.Add(MemoryArray()).Add(MemoryDevice());
   world.machine.processors().Change([](auto& state) { state.load = [] { return std::optional<std::int32_t>(100); }; });
   world.machine.firmware().SetSmbios(Table(table).End().Rsmb());
-  Live(world, lists);
+  Live(world, datasets, lists, unwritten);
   world.machine.firmware().SetSmbios(table.Add(MemoryDevice({.handle = 0x1101})).End().Rsmb());
-  Live(world, lists);
+  Live(world, datasets, lists, unwritten);
 
-  for (const DatasetRow& row : kDatasetRows) {
-    std::string scopes = Utf8(row.scopes);
-    std::erase(scopes, ' ');
-    const bool collected = lists.contains(Utf8(row.name) + "/key");
-    const char* const state = row.rule == DatasetRule::kDeviceContext ? "record" : collected ? "yes" : "notyet";
-    lists["Datasets/dataset"].insert('|' + Utf8(row.name) + '|' + Utf8(row.id) + '|' + scopes + '|' + state + '|');
-  }
   // What no machine gives yet, and the page says so.
   lists["SystemBIOSEvent/key"].insert("ECReleaseDate");
-  lists["MemoryEvent/item"].insert("Memory test B86E9BA0-5811-481C-9D14-F22BBF2E3579");
-  EXPECT_EQ(ReadPage(), lists);
+  EXPECT_EQ(unwritten, Names{"Memory test B86E9BA0-5811-481C-9D14-F22BBF2E3579"})
+      << "nobody looks at the keys of an item that this machine does not cause";
+  Lists pages = ReadPage();
+  ReadSettings(pages);
+  for (const auto& [list, names] : lists)
+    pages.try_emplace(list);
+  for (const auto& [list, names] : pages)
+    EXPECT_THAT(names, testing::ContainerEq(lists[list])) << list;
 }
 
 }  // namespace

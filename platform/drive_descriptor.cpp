@@ -1,0 +1,76 @@
+#include "platform/drive_descriptor.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+
+namespace platform {
+namespace {
+
+// The members of the structure. Offsets in it count from its begin; 0 stands for a text that the drive does not have.
+constexpr std::size_t kRemovableMedia = 10;
+constexpr std::size_t kVendorIdOffset = 12;
+constexpr std::size_t kProductIdOffset = 16;
+constexpr std::size_t kProductRevisionOffset = 20;
+constexpr std::size_t kBusType = 28;
+constexpr std::size_t kFixedSize = 36;
+
+std::uint32_t Number(std::span<const std::uint8_t> bytes, std::size_t at) {
+  return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | static_cast<std::uint32_t>(bytes[at + 3]) << 24;
+}
+
+// The text is ASCII and ends with a zero or with the bytes; drives fill it with blanks.
+std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
+  const std::uint32_t begin = Number(bytes, where);
+  if (begin < kFixedSize || begin >= bytes.size()) return {};
+  std::string text;
+  for (const std::uint8_t byte : bytes.subspan(begin)) {
+    if (byte == 0) break;
+    text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : ' ';
+  }
+  const auto first = text.find_first_not_of(' ');
+  return first == text.npos ? std::string() : text.substr(first, text.find_last_not_of(' ') + 1 - first);
+}
+
+// STORAGE_BUS_TYPE.
+DriveBus BusOf(std::uint32_t type) {
+  switch (type) {
+    case 0x02:  // Atapi
+    case 0x03:  // Ata
+    case 0x0B:  // Sata
+      return DriveBus::kAta;
+    case 0x07:
+      return DriveBus::kUsb;
+    case 0x01:  // Scsi
+    case 0x06:  // Fibre
+    case 0x08:  // RAID: what the adapter hides is unknown, it speaks SCSI
+    case 0x09:  // iSCSI
+    case 0x0A:  // Sas
+      return DriveBus::kScsi;
+    case 0x0C:  // Sd
+    case 0x0D:  // Mmc
+      return DriveBus::kCard;
+    case 0x11:
+      return DriveBus::kNvme;
+    default:
+      return DriveBus::kOther;
+  }
+}
+
+}  // namespace
+
+std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() < kFixedSize) return std::nullopt;
+  DriveListing drive{.path = {}, .bus = BusOf(Number(bytes, kBusType))};
+  drive.removable = bytes[kRemovableMedia] != 0;
+  drive.model = Text(bytes, kVendorIdOffset);
+  const std::string product = Text(bytes, kProductIdOffset);
+  // Some drivers of ATA give "ATA" for the maker, which says nothing.
+  if (drive.model == "ATA") drive.model.clear();
+  if (!drive.model.empty() && !product.empty()) drive.model += ' ';
+  drive.model += product;
+  drive.firmware_version = Text(bytes, kProductRevisionOffset);
+  return drive;
+}
+
+}  // namespace platform

@@ -1,0 +1,17 @@
+// Decoder of what Windows tells of a drive: STORAGE_DEVICE_DESCRIPTOR, the answer of IOCTL_STORAGE_QUERY_PROPERTY for
+// StorageDeviceProperty (winioctl.h). Pure; any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "platform/drives.h"
+
+namespace platform {
+
+/// Bus, model, firmware and removable medium; the path and the rest stay as they are by default. A text that lies
+/// outside the bytes is absent. Nothing when there are fewer bytes than the fixed part has.
+std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> bytes);
+
+}  // namespace platform

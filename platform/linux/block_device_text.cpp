@@ -1,0 +1,59 @@
+#include "platform/linux/block_device_text.h"
+
+#include <algorithm>
+
+#include "platform/linux/text_scan.h"
+
+namespace platform {
+namespace {
+
+// Whether a part of the path is `kind` and a number behind it, "ata3".
+bool Passes(std::string_view path, std::string_view kind) {
+  for (auto at = path.find(kind); at != path.npos; at = path.find(kind, at + 1)) {
+    const auto behind = at + kind.size();
+    const bool whole = (at == 0 || path[at - 1] == '/') && behind < path.size();
+    if (whole && path[behind] >= '0' && path[behind] <= '9') return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool MayBeDrive(std::string_view name) {
+  if (name.starts_with("sr") || name.starts_with("fd")) return false;
+  // The boot and replay-protected areas of a memory card are devices beside it.
+  return !name.starts_with("mmcblk") || (name.find("boot") == name.npos && name.find("rpmb") == name.npos);
+}
+
+std::string DeviceFile(std::string_view name) {
+  std::string file = "/dev/" + std::string(name);
+  std::ranges::replace(file, '!', '/');
+  return file;
+}
+
+DriveBus BusOfBlockDevice(std::string_view name, std::string_view link) {
+  // The outermost first: below USB a drive speaks SCSI, and below ATA too.
+  if (Passes(link, "usb")) return DriveBus::kUsb;
+  if (Passes(link, "ata")) return DriveBus::kAta;
+  if (name.starts_with("nvme")) return DriveBus::kNvme;
+  if (name.starts_with("mmcblk")) return DriveBus::kCard;
+  // Virtual machines' own drives are below "virtio" and no SCSI host.
+  return Passes(link, "host") ? DriveBus::kScsi : DriveBus::kOther;
+}
+
+std::string ModelText(std::string_view vendor, std::string_view model) {
+  const std::string_view maker = TrimBlanks(vendor);
+  // The bus of virtual machines gives a number.
+  std::string text(maker == "ATA" || maker.starts_with("0x") ? std::string_view() : maker);
+  const std::string_view rest = TrimBlanks(model);
+  if (!text.empty() && !rest.empty()) text += ' ';
+  return text.append(rest);
+}
+
+std::uint64_t BytesOfSectors(std::string_view size) {
+  constexpr std::uint64_t kUnit = 512;
+  const std::uint64_t sectors = ParseNumber(TrimBlanks(size)).value_or(0);
+  return sectors <= UINT64_MAX / kUnit ? sectors * kUnit : 0;
+}
+
+}  // namespace platform

@@ -1,0 +1,29 @@
+// Decoder of what /sys/block tells of drives (the kernel's Documentation/ABI/stable/sysfs-block). Pure functions; any
+// thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/drives.h"
+
+namespace platform {
+
+/// Whether a name of /sys/block can be that of a drive as platform::Drives means it; of the ones that can, those
+/// without a folder "device" are none.
+bool MayBeDrive(std::string_view name);
+
+/// The file of the device; the kernel writes '!' for a '/' in its name.
+std::string DeviceFile(std::string_view name);
+
+/// From the name and what the link /sys/block/NAME says: the way through the buses. Empty: by the name alone.
+DriveBus BusOfBlockDevice(std::string_view name, std::string_view link);
+
+/// The model of a drive whose files "vendor" and "model" say this. The vendor of drives that speak ATA is "ATA", which
+/// says nothing.
+std::string ModelText(std::string_view vendor, std::string_view model);
+
+/// From the file "size", which counts units of 512 bytes whatever the drive's own; 0 when it says none, or too many.
+std::uint64_t BytesOfSectors(std::string_view size);
+
+}  // namespace platform
