@@ -1,6 +1,7 @@
 #include "tvk/component.h"
 
 #include <mutex>
+#include <new>
 #include <stdexcept>
 
 #include "client/records/record_text.h"
@@ -51,6 +52,8 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
     if (result.outcome == ComponentOutcome::kReady) Slot().process = std::move(process);
   } catch (const std::invalid_argument& mistake) {
     result = {ComponentOutcome::kWrongConfiguration, mistake.what()};
+  } catch (const std::bad_alloc&) {
+    result = {ComponentOutcome::kFailed, "there is not enough memory"};
   } catch (const std::exception& failure) {
     result = {ComponentOutcome::kFailed, failure.what()};
   }

@@ -73,7 +73,7 @@ class Runtime {
 
   /// Starts a thread that runs `body`. `name` (ASCII, 15 characters are kept) is what debuggers and `top -H` show.
   /// An exception that leaves `body` ends the process; StartGuardedThread (client/log) logs it instead.
-  /// Throws std::system_error when the system gives no thread.
+  /// Throws std::system_error, which names the thread, when the system gives none.
   virtual std::thread StartThread(std::string_view name, std::function<void()> body) = 0;
 
   /// Waits for the end of a thread that StartThread gave, and joins it. Throws std::system_error with

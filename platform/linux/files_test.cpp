@@ -112,6 +112,13 @@ TEST(Files, ReplacesAFileAndLeavesNothingBeside) {
   EXPECT_EQ(ReplaceFile(file, "private", FileAccess::kPrivate), "");
   EXPECT_EQ(ModeOf(file), 0600u);
 
+  // What a kill leaves of one that was being written, and two files that only look like it.
+  for (const char* const name : {".policy.json.a1B2c3", ".policy.json.backup1", ".policy.jsonx.a1B2c3"})
+    std::ofstream(temp.path() / name) << "x";
+  RemoveLeftovers(file);
+  EXPECT_FALSE(exists(temp.path() / ".policy.json.a1B2c3"));
+  EXPECT_EQ(fs::remove(temp.path() / ".policy.json.backup1") + fs::remove(temp.path() / ".policy.jsonx.a1B2c3"), 2);
+
   EXPECT_NE(ReplaceFile(temp.path() / "none" / "f", "x"), "");
   fs::create_directory(temp.path() / "folder");
   std::ofstream(temp.path() / "folder" / "keep") << "x";

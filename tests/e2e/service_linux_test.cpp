@@ -124,6 +124,25 @@ TEST(Service, ItsFilesArePrivateWhateverItFinds) {
   EXPECT_EQ(fs::file_size(outside), 6u);
 }
 
+TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
+  struct Row {
+    std::string limit;
+    std::string named;
+  };
+  for (const Row& row :
+       {Row{"ulimit -f 1", "cannot be opened: disk I/O error"}, Row{"ulimit -n 12", "Too many open files"}}) {
+    const ServiceFolder folder;
+    folder.WritePolicy(CpuPolicy("full"));
+    std::vector<std::string> words = {"-c", row.limit + R"(; exec "$0" --console "$@")",
+                                      ProgramBeside("TVKClientService")};
+    for (const std::string& argument : folder.Arguments())
+      words.push_back(argument);
+    ChildProcess service("/bin/sh", words);
+    EXPECT_EQ(service.WaitForEnd(kPatience), 3) << row.limit;
+    EXPECT_GE(CountLines(service.Lines(), row.named), 1u) << row.limit;
+  }
+}
+
 TEST(Service, RegionThatChangesGivesOneNewDeviceContext) {
   const ServiceFolder folder;
   folder.WritePolicy(CpuPolicy("full"));
