@@ -6,6 +6,7 @@
 
 #include "client/records/record_text.h"
 #include "component/process_composition.h"
+#include "platform/service_control_event.h"
 #include "tvk/event_manager.h"
 
 namespace {
@@ -73,6 +74,13 @@ void TVK::Component::RereadPolicy() {
 void TVK::Component::OnUserLogon() {
   const std::lock_guard lock(Slot().mutex);
   if (Slot().process != nullptr) Slot().process->composition().OnUserLogon();
+}
+
+void TVK::Component::OnSessionChange(unsigned long event_type, unsigned long session) {
+  const std::optional<platform::SessionChange> change = platform::DecodeSessionChange(event_type, session);
+  if (!change) return;
+  const std::lock_guard lock(Slot().mutex);
+  if (Slot().process != nullptr) Slot().process->composition().OnSessionChange(*change);
 }
 
 std::string TVK::Component::RecordHeader() {

@@ -80,4 +80,10 @@ void Composition::OnUserLogon() {
   if (own_user_process_) own_user_process_->OnUserLogon();
 }
 
+void Composition::OnSessionChange(const platform::SessionChange& change) {
+  if (device_context_monitor_) device_context_monitor_->OnSessionChange(change);
+  // Not when the console is switched: the session that is shown may be one that just ends.
+  if (change.kind == platform::SessionChangeKind::kLogon && own_user_process_) own_user_process_->OnUserLogon();
+}
+
 }  // namespace TVK

@@ -66,8 +66,9 @@ class Composition {
   void FollowSystemEvents(platform::SystemEventCallback receiver);
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();
-  /// See Component::OnUserLogon. Any thread.
+  /// See Component. Any thread.
   void OnUserLogon();
+  void OnSessionChange(const platform::SessionChange& change);
 
  private:
   struct PolicyFiles {

@@ -1,5 +1,6 @@
 #include "component/user_process.h"
 
+#include "client/log/named_event.h"
 #include "client/text/string.h"
 
 using TVK::String;
@@ -35,7 +36,7 @@ bool UserProcess::Start(bool wait_for_user) {
   if (Runs()) return true;
   process_ = nullptr;
   platform::NamedEventResult made =
-      runtime_.MakeNamedEvent(kStopEvent, platform::EventReset::kManual, false, platform::EventAccess::kSessionUsers);
+      MakeNamedEvent(runtime_, log_, kStopEvent, platform::EventReset::kManual, platform::EventAccess::kSessionUsers);
   if (made.event == nullptr) {
     log_.e(L"%s cannot be made: error %d", kStopEvent, made.error);
     return false;

@@ -1,5 +1,7 @@
 #include "core/notifier.h"
 
+#include "client/log/named_event.h"
+
 using platform::EventReset;
 
 namespace TVK {
@@ -46,7 +48,7 @@ void Notifier::CreateGlobalEvents() {
   const std::lock_guard lock(mutex_);
   for (std::size_t i = 0; i < kNames.size(); ++i) {
     platform::NamedEventResult made =
-        runtime_.MakeNamedEvent(kNames[i], EventReset::kAuto, false, platform::EventAccess::kSessionUsers);
+        MakeNamedEvent(runtime_, log_, kNames[i], EventReset::kAuto, platform::EventAccess::kSessionUsers);
     if (made.event == nullptr) {
       log_.e(L"EventManager Initialize CreateEvent \"%s\" return error %d!", kNames[i], made.error);
       return;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/log/named_event.h"
 #include "client/log/wide_format.h"
 #include "client/text/guid.h"
 #include "client/text/record_time.h"
@@ -30,13 +31,11 @@ std::wstring MonitorLine::With(std::initializer_list<std::wstring_view> texts, s
 }
 
 DatasetMonitor::DatasetMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity)
-    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services),
-      identity_(identity),
-      context_event_(monitor_services.runtime
-                         .MakeNamedEvent(DatasetContextEventName(identity.row), platform::EventReset::kManual, false,
-                                         platform::EventAccess::kServiceOnly)
-                         .event) {
+    : EventMonitorBase(monitor_services.manager.get_svrHandle(), false, monitor_services), identity_(identity) {
   utility::InitLog(log_, std::wstring(identity_.row.log) + L".log", 4);
+  context_event_ = MakeNamedEvent(monitor_services.runtime, log_, DatasetContextEventName(identity.row),
+                                  platform::EventReset::kManual, platform::EventAccess::kServiceOnly)
+                       .event;
 }
 
 void DatasetMonitor::Initialize() {

@@ -100,8 +100,8 @@ class DatasetMonitor : public EventMonitorBase {
   int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key);
 
   const MonitorIdentity identity_;
-  const std::unique_ptr<platform::Event> context_event_;
-  std::mutex init_mutex_;      ///< Serialises LogDevInitEvent; taken before context_mutex_.
+  std::unique_ptr<platform::Event> context_event_;  ///< Made by the constructor.
+  std::mutex init_mutex_;                           ///< Serialises LogDevInitEvent; taken before context_mutex_.
   std::mutex context_mutex_;   ///< Serialises LogDatasetContext; guards what follows. Never taken under a consent.
   Ids context_ids_;            ///< By device key.
   bool context_owed_ = false;  ///< One could not be written for want of consent.

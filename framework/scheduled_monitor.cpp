@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/named_event.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -36,8 +37,8 @@ bool ScheduledMonitor::MakeStopEvent(const wchar_t* caller, MonitorLine failure,
       error = refusal.code().value();
     }
   } else {
-    platform::NamedEventResult made = services().runtime.MakeNamedEvent(name, platform::EventReset::kManual, false,
-                                                                        platform::EventAccess::kServiceOnly);
+    platform::NamedEventResult made = MakeNamedEvent(services().runtime, log_, name, platform::EventReset::kManual,
+                                                     platform::EventAccess::kServiceOnly);
     error = made.error;
     stop_event_ = std::move(made.event);
     if (stop_event_ != nullptr) stop_event_->Reset();  // an event of this name may be left from the run before
@@ -53,8 +54,9 @@ bool ScheduledMonitor::Pause(std::chrono::milliseconds time) const {
 }
 
 bool ScheduledMonitor::WaitForContextsOf(const DatasetRow& other, std::uint32_t timeout_ms) {
-  const platform::NamedEventResult event = services().runtime.MakeNamedEvent(
-      DatasetContextEventName(other), platform::EventReset::kManual, false, platform::EventAccess::kServiceOnly);
+  const platform::NamedEventResult event =
+      MakeNamedEvent(services().runtime, log_, DatasetContextEventName(other), platform::EventReset::kManual,
+                     platform::EventAccess::kServiceOnly);
   platform::Waitable* const handles[] = {stop_event(), event.event.get()};
   return !WaitForDatasetContextLog(handles, timeout_ms, std::wstring(other.name));
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/named_event.h"
 #include "client/text/string.h"
 #include "platform/region.h"
 
@@ -14,6 +15,21 @@ namespace {
 constexpr wchar_t kEventName[] = L"Global\\_liveeventDeviceContextEvent";
 constexpr std::size_t kLongestValue = 4095;    // a longer one is nobody's name
 constexpr unsigned long kErrorMoreData = 234;  // ERROR_MORE_DATA
+constexpr wchar_t kWatch[] = L"DeviceContextEventMonitor::AddMonitor";
+
+const wchar_t* NameOf(Setting setting) {
+  switch (setting) {
+    case Setting::kProductName:
+      return L"product name";
+    case Setting::kBuild:
+      return L"build";
+    case Setting::kNation:
+      return L"nation";
+    case Setting::kLocaleName:
+      return L"locale name";
+  }
+  return L"";
+}
 
 }  // namespace
 
@@ -58,7 +74,7 @@ void DeviceContextEventMonitor::InitEvent() {
   log_.d(L"%s: Entry", kThis);
   // Only the service waits for it.
   platform::NamedEventResult made =
-      runtime_.MakeNamedEvent(kEventName, platform::EventReset::kAuto, false, platform::EventAccess::kServiceOnly);
+      TVK::MakeNamedEvent(runtime_, log_, kEventName, platform::EventReset::kAuto, platform::EventAccess::kServiceOnly);
   if (made.event == nullptr) log_.e(L"%s: \"%s\" cannot be made, error %d", kThis, kEventName, made.error);
   region_change_event_ = std::move(made.event);
   log_.d(L"%s: Exit %llu", kThis, reinterpret_cast<std::uintptr_t>(region_change_event_.get()));
@@ -92,12 +108,19 @@ bool DeviceContextEventMonitor::AddMonitors() {
   key_values_.clear();
   user_monitors_added_ = false;
   registry_ = std::make_unique<TVK::CRegMonitor>(machine_.settings(), runtime_);
-  if (!registry_->Init()) {
+  const auto trouble = [this](Setting setting, std::uint32_t error) {
+    if (error != 0) {
+      log_.e(L"%s: %s cannot be watched now, error %d; it is tried again", kWatch, NameOf(setting), error);
+    } else {
+      log_.i(L"%s: %s is watched again", kWatch, NameOf(setting));
+    }
+  };
+  if (!registry_->Init(trouble)) {
     log_.e(L"%s: the system does not let its settings be watched", kThis);
     return false;
   }
-  AddMonitor(Setting::kProductName, L"product name");
-  AddMonitor(Setting::kBuild, L"build");
+  AddMonitor(Setting::kProductName);
+  AddMonitor(Setting::kBuild);
   log_.d(L"%s: Added system related registry monitors.", kThis);
   if (registry_->HasUser()) {
     log_.d(L"%s: Added user related registry monitors.", kThis);
@@ -109,15 +132,15 @@ bool DeviceContextEventMonitor::AddMonitors() {
 }
 
 void DeviceContextEventMonitor::AddUserMonitors() {
-  AddMonitor(Setting::kNation, L"nation");
-  AddMonitor(Setting::kLocaleName, L"locale name");
+  AddMonitor(Setting::kNation);
+  AddMonitor(Setting::kLocaleName);
   user_monitors_added_ = true;
 }
 
-void DeviceContextEventMonitor::AddMonitor(Setting setting, const wchar_t* name) {
+void DeviceContextEventMonitor::AddMonitor(Setting setting) {
   const int index = registry_->AddMonitorKey(setting);
   if (index < 0) {
-    log_.e(L"%s: %s cannot be watched, error %d", L"DeviceContextEventMonitor::AddMonitor", name, -index);
+    log_.e(L"%s: %s cannot be watched, error %d", kWatch, NameOf(setting), -index);
     return;
   }
   std::wstring value;
@@ -129,18 +152,22 @@ bool DeviceContextEventMonitor::TryAddUserRelatedMonitors() {
   if (!ready_) return false;
   {
     const std::lock_guard lock(values_mutex_);
-    if (user_monitors_added_) {
-      // Perhaps another user than the one before; what differs counts as a change.
-      registry_->FollowUser();
-    } else {
+    if (!user_monitors_added_) {
       log_.d(L"%s: Added user related registry monitors on user logon.",
              L"DeviceContextEventMonitor::TryAddUserRelatedMonitors");
       AddUserMonitors();
     }
   }
-  // What was read while nobody was logged on is the region of the running account.
+  // What was read while nobody was logged on is nobody's region.
   if (RegionDiffersFromFacts()) RaiseDeviceInfoChangedEvent();
   return true;
+}
+
+void DeviceContextEventMonitor::OnSessionChange(const platform::SessionChange& change) {
+  if (!ready_) return;
+  // First, so that of the settings that are added now none is a leaving user's.
+  registry_->OnSessionChange(change);
+  if (registry_->HasUser()) TryAddUserRelatedMonitors();
 }
 
 bool DeviceContextEventMonitor::RegionDiffersFromFacts() const {

@@ -40,10 +40,14 @@ class DeviceContextEventMonitor {
   /// Whether the system's settings (and the user's, if somebody was logged on) are watched.
   bool IsReady() const { return ready_; }
 
-  /// A user has logged on: watches that one's nation and locale too, or in place of the user's before. Raises the event
-  /// when they differ from what `machine_information` read before. Returns whether a user's settings are watched;
-  /// false, and nothing done, as long as the monitor is not ready.
+  /// Somebody is logged on: watches the user's nation and locale too. Raises the event when they differ from what
+  /// `machine_information` read before. Returns whether a user's settings are watched; false, and nothing done, as long
+  /// as the monitor is not ready.
   bool TryAddUserRelatedMonitors();
+
+  /// The users of the machine changed: the nation and locale that are watched are those of whoever uses it now, and
+  /// count as changed where they differ. Nothing is done as long as the monitor is not ready.
+  void OnSessionChange(const platform::SessionChange& change);
 
   /// The event "Global\_liveeventDeviceContextEvent", which resets itself. Null before Start, after Stop, and when it
   /// could not be made.
@@ -54,7 +58,7 @@ class DeviceContextEventMonitor {
   void InitEvent();
   void MonitorRegistryFields();
   bool AddMonitors();
-  void AddMonitor(platform::Setting setting, const wchar_t* name);
+  void AddMonitor(platform::Setting setting);
   void AddUserMonitors();
   bool RegionDiffersFromFacts() const;
   void WaitForChanges();

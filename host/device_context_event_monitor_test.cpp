@@ -70,8 +70,11 @@ TEST_F(DeviceContextEventMonitorTest, UserSettingsAreWatchedOnceAUserLogsOn) {
   EXPECT_FALSE(RaisedByNation("DE"));
   EXPECT_TRUE(RaisedBy([](auto& state) { state.facts.version = "2.0"; }));
 
+  monitor_.OnSessionChange({platform::SessionChangeKind::kLogon, 1});
+  EXPECT_FALSE(log_.Has(L"Added user related registry monitors on user logon.")) << "it cannot be asked for yet";
+  machine_.system().Change([](auto& state) { state.logged_in_user = "1000"; });
   EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
-  EXPECT_TRUE(monitor_.TryAddUserRelatedMonitors());
+  monitor_.OnSessionChange({platform::SessionChangeKind::kLogon, 2});
   EXPECT_EQ(log_.Count(L"Added user related registry monitors on user logon."), 1u);
   EXPECT_FALSE(RaisedByNation("DE"));
   EXPECT_TRUE(RaisedByNation("FR"));

@@ -1,6 +1,7 @@
 #include "host/reg_monitor.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "client/text/string.h"
 
@@ -12,14 +13,15 @@ CRegMonitor::CRegMonitor(platform::Settings& settings, platform::Runtime& runtim
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
       changed_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
 
-bool CRegMonitor::Init() {
-  watcher_ = settings_.OpenWatcher(runtime_, [this](platform::Setting setting) {
+bool CRegMonitor::Init(Trouble trouble) {
+  const auto changed = [this](platform::Setting setting) {
     {
       const std::lock_guard lock(mutex_);
       pending_.insert(setting);
     }
     changed_->Set();
-  });
+  };
+  watcher_ = settings_.OpenWatcher(runtime_, {.changed = changed, .trouble = std::move(trouble)});
   return watcher_ != nullptr;
 }
 
@@ -61,8 +63,8 @@ platform::Setting CRegMonitor::SettingOf(unsigned long index) const {
 bool CRegMonitor::HasUser() {
   return watcher_->HasUser();
 }
-void CRegMonitor::FollowUser() {
-  watcher_->FollowUser();
+void CRegMonitor::OnSessionChange(const platform::SessionChange& change) {
+  watcher_->OnSessionChange(change);
 }
 void CRegMonitor::Stop() {
   stop_->Set();

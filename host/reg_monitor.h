@@ -1,6 +1,8 @@
 // Waiting for a change of one of a few settings.
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -22,9 +24,12 @@ class CRegMonitor {
   CRegMonitor(const CRegMonitor&) = delete;
   CRegMonitor& operator=(const CRegMonitor&) = delete;
 
+  /// See SettingCallbacks::trouble.
+  using Trouble = std::function<void(platform::Setting setting, std::uint32_t error)>;
+
   /// Before everything else, once. False when the system does not let us watch; nothing else may be called then but
   /// Stop.
-  bool Init();
+  bool Init(Trouble trouble);
 
   /// Watches one setting, which need not exist yet. Returns its index, which counts from 1 in the order of adding, or
   /// the negative of the system's error number. Add first, then read: a change in between is then reported.
@@ -42,8 +47,8 @@ class CRegMonitor {
   /// Whether there is a user whose settings can be added.
   bool HasUser();
 
-  /// Somebody logged on: the user's settings that were added are that one's from now on.
-  void FollowUser();
+  /// The users changed: the user's settings that were added are from now on those of whoever uses the machine now.
+  void OnSessionChange(const platform::SessionChange& change);
 
   /// Ends the wait and every later one.
   void Stop();

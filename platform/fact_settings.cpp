@@ -31,7 +31,7 @@ std::uint32_t FactSettings::Read(Setting setting, std::string& value) {
 
 void FactSettings::TellAll() {
   for (const Setting setting : Added())
-    on_change_(setting);
+    callbacks_.changed(setting);
 }
 
 std::set<Setting> FactSettings::Added() {

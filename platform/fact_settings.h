@@ -15,12 +15,12 @@ namespace platform {
 class FactSettings : public SettingWatcher {
  public:
   /// Both must outlive the object.
-  FactSettings(SystemFacts& system, Region& region, SettingChange on_change)
-      : system_(system), region_(region), on_change_(std::move(on_change)) {}
+  FactSettings(SystemFacts& system, Region& region, SettingCallbacks callbacks)
+      : system_(system), region_(region), callbacks_(std::move(callbacks)) {}
 
   std::uint32_t Add(Setting setting) override;
   std::uint32_t Read(Setting setting, std::string& value) override;
-  void FollowUser() override { TellAll(); }
+  void OnSessionChange(const SessionChange& /*change*/) override { TellAll(); }
 
   /// Calls back for every setting that was added.
   void TellAll();
@@ -30,7 +30,7 @@ class FactSettings : public SettingWatcher {
 
   SystemFacts& system_;
   Region& region_;
-  const SettingChange on_change_;
+  const SettingCallbacks callbacks_;
   std::mutex mutex_;  ///< Guards added_.
   std::set<Setting> added_;
 };

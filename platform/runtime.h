@@ -22,6 +22,9 @@ struct NamedEventResult {
   std::uint32_t error = 0;       ///< The system's error number (GetLastError, errno) when `event` is null.
 };
 
+/// Of a named event that an account made in whose hands it must not be (ERROR_INVALID_OWNER).
+inline constexpr std::uint32_t kErrorForeignOwner = 1307;
+
 class Runtime {
  public:
   Runtime() = default;
@@ -36,7 +39,9 @@ class Runtime {
   virtual std::unique_ptr<Event> MakeEvent(EventReset reset, bool signalled = false) = 0;
 
   /// Makes the event `name`, or opens it when any process has made it already (kind, state and access then stay as they
-  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system.
+  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system. On
+  /// Windows, where every user may make events of any name, one that exists is taken only from the system, the
+  /// administrators and the running account; another one's is refused with kErrorForeignOwner.
   virtual NamedEventResult MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
                                           EventAccess access) = 0;
 

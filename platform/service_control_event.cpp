@@ -57,19 +57,8 @@ std::optional<SystemEvent> DecodePowerSetting(Bytes setting) {
 
 std::optional<SystemEvent> DecodeSession(unsigned long event_type, Bytes notification) {
   if (notification.size() < kSessionSize || NumberAt(notification, 0) < kSessionSize) return std::nullopt;
-  const std::uint32_t session = NumberAt(notification, 4);
-  switch (event_type) {
-    case kConsoleConnect:
-      return SessionChange{SessionChangeKind::kConsoleConnect, session};
-    case kConsoleDisconnect:
-      return SessionChange{SessionChangeKind::kConsoleDisconnect, session};
-    case kSessionLogon:
-      return SessionChange{SessionChangeKind::kLogon, session};
-    case kSessionLogoff:
-      return SessionChange{SessionChangeKind::kLogoff, session};
-    default:
-      return std::nullopt;
-  }
+  if (const auto change = DecodeSessionChange(event_type, NumberAt(notification, 4))) return *change;
+  return std::nullopt;
 }
 
 }  // namespace
@@ -80,6 +69,22 @@ Bytes ServiceControlData(unsigned long control, unsigned long event_type, const 
   if (control == kSessionChange) return {bytes, kSessionSize};
   if (control != kPowerEvent || event_type != kPowerSettingChange) return {};
   return {bytes, kSettingHeaderSize + NumberAt({bytes, kSettingHeaderSize}, kGuidSize)};
+}
+
+std::optional<SessionChange> DecodeSessionChange(unsigned long event_type, unsigned long session) {
+  const auto number = static_cast<std::uint32_t>(session);
+  switch (event_type) {
+    case kConsoleConnect:
+      return SessionChange{SessionChangeKind::kConsoleConnect, number};
+    case kConsoleDisconnect:
+      return SessionChange{SessionChangeKind::kConsoleDisconnect, number};
+    case kSessionLogon:
+      return SessionChange{SessionChangeKind::kLogon, number};
+    case kSessionLogoff:
+      return SessionChange{SessionChangeKind::kLogoff, number};
+    default:
+      return std::nullopt;
+  }
 }
 
 std::optional<SystemEvent> DecodeServiceControl(unsigned long control, unsigned long event_type, Bytes event_data) {

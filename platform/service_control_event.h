@@ -25,4 +25,7 @@ std::optional<SystemEvent> DecodeServiceControl(unsigned long control, unsigned 
 std::optional<SystemEvent> DecodeServiceControl(unsigned long control, unsigned long event_type,
                                                 const void* event_data);
 
+/// What the event type of a session change (WTS_SESSION_LOGON and so on) means for users; nothing for the others.
+std::optional<SessionChange> DecodeSessionChange(unsigned long event_type, unsigned long session);
+
 }  // namespace platform

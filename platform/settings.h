@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/system_event.h"
+
 namespace platform {
 
 class Runtime;
@@ -22,9 +24,15 @@ enum class Setting {
 /// (ERROR_FILE_NOT_FOUND, on every system).
 inline constexpr std::uint32_t kErrorNoSuchSetting = 2;
 
-/// Called with a setting that may have changed, also without a true change, on a thread of the watcher or of whoever
-/// changed it. It must not block, not throw and not end the watcher.
-using SettingChange = std::function<void(Setting setting)>;
+/// Both are called on threads of the watcher, of whoever changed a setting, or of the watcher's caller. They must not
+/// block, not throw, not call the watcher and not end it.
+struct SettingCallbacks {
+  /// The setting may have changed; called also without a true change.
+  std::function<void(Setting setting)> changed;
+  /// A setting cannot be watched because of the system's error `error`; it is tried again with patience, so this comes
+  /// once. 0: it is watched again, and `changed` follows.
+  std::function<void(Setting setting, std::uint32_t error)> trouble;
+};
 
 /// Made by Settings::OpenWatcher. Any thread may call it. Nothing wakes up while nothing changes.
 class SettingWatcher {
@@ -37,7 +45,7 @@ class SettingWatcher {
   virtual ~SettingWatcher() = default;
 
   /// Watches a setting, which need not exist yet; one that is watched already stays so. Returns 0, or the system's
-  /// error number: then it is not watched. A change after the return is never missed: add first, then read.
+  /// error number: then it was not added. A change after the return is never missed: add first, then read.
   virtual std::uint32_t Add(Setting setting) = 0;
 
   /// The present text of a setting that was added, as UTF-8, in `value`. Returns 0 or the system's error number;
@@ -48,8 +56,10 @@ class SettingWatcher {
   /// are the same for everybody, there always is.
   virtual bool HasUser() = 0;
 
-  /// Somebody has logged on: the settings of the user are that one's from now on. Calls back for each of them.
-  virtual void FollowUser() = 0;
+  /// The users of the machine changed: where settings are a user's, they are from now on those of whoever uses the
+  /// machine now, and `changed` is called for each of them. Of a user who logs off nothing is held open when it
+  /// returns.
+  virtual void OnSessionChange(const SessionChange& change) = 0;
 };
 
 /// Any thread.
@@ -62,7 +72,7 @@ class Settings {
 
   /// Watches settings of the system and its user. Null when the system refuses. The settings and `runtime` must outlive
   /// the watcher.
-  virtual std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingChange on_change) = 0;
+  virtual std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingCallbacks callbacks) = 0;
 };
 
 }  // namespace platform

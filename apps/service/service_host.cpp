@@ -4,7 +4,10 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <mutex>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "apps/service/console_output.h"
 #include "platform/local.h"
@@ -85,9 +88,52 @@ std::vector<std::wstring> InstalledArguments(const ServiceOptions& options) {
   return arguments;
 }
 
-bool IsLogon(const std::optional<platform::SystemEvent>& event) {
-  const auto* const change = event ? std::get_if<platform::SessionChange>(&*event) : nullptr;
-  return change != nullptr && change->kind == platform::SessionChangeKind::kLogon;
+/// Session changes on their way from the control handler to the service's own thread: what follows from them takes
+/// longer than the service manager may be kept waiting. Any thread.
+class SessionNews {
+ public:
+  explicit SessionNews(platform::Runtime& runtime) : arrived_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
+
+  /// Takes it along when the control is one.
+  void Put(unsigned long control, unsigned long event_type, void* event_data) {
+    const auto event = platform::DecodeServiceControl(control, event_type, event_data);
+    const auto* const change = event ? std::get_if<platform::SessionChange>(&*event) : nullptr;
+    if (change == nullptr) return;
+    {
+      const std::lock_guard lock(mutex_);
+      changes_.emplace_back(event_type, change->session);
+    }
+    arrived_->Set();
+  }
+
+  platform::Event& arrived() { return *arrived_; }
+
+  /// Tells the component what has come, in that order.
+  void Tell() {
+    const auto changes = [this] {
+      const std::lock_guard lock(mutex_);
+      return std::exchange(changes_, {});
+    }();
+    for (const auto& [event_type, session] : changes)
+      TVK::Component::OnSessionChange(event_type, session);
+  }
+
+ private:
+  const std::unique_ptr<platform::Event> arrived_;
+  std::mutex mutex_;                                              ///< Guards changes_.
+  std::vector<std::pair<unsigned long, unsigned long>> changes_;  ///< Event type and session of each.
+};
+
+/// Until `stop`, or until `run_for` of waking time is over.
+void Serve(platform::Runtime& runtime, platform::Event& stop, SessionNews& sessions,
+           std::optional<std::chrono::milliseconds> run_for) {
+  const platform::SteadyTime start = runtime.clock().Steady();
+  platform::Waitable* const objects[] = {&stop, &sessions.arrived()};
+  for (;;) {
+    const auto passed = std::chrono::floor<std::chrono::milliseconds>(runtime.clock().Steady() - start);
+    if (runtime.WaitAny(objects, run_for ? *run_for - passed : platform::kForever) != 1) return;
+    sessions.Tell();
+  }
 }
 
 EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
@@ -155,6 +201,7 @@ int RunInProcess(const ServiceOptions& options) {
 std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   const auto runtime = platform::MakeRealRuntime({});
   const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
+  SessionNews sessions(*runtime);
   // Controls that come before the manager is there have nobody to go to.
   std::atomic<EventManager*> running = nullptr;
   platform::ServiceProgram program;
@@ -166,16 +213,14 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
     running = manager;
     session.ReportRunning();
     TVK::Component::OnUserLogon();  // whoever logged on before that was told to nobody
-    runtime->Wait(*stop, options.run_for.value_or(platform::kForever));
+    Serve(*runtime, *stop, sessions, options.run_for);
     session.ReportStopping(std::chrono::seconds(5));
     manager->Stop();
     return static_cast<int>(kExitOk);
   };
   program.control = [&](unsigned long control, unsigned long event_type, void* event_data, void* context) {
     EventManager* const manager = running;
-    if (manager != nullptr && IsLogon(platform::DecodeServiceControl(control, event_type, event_data))) {
-      TVK::Component::OnUserLogon();
-    }
+    sessions.Put(control, event_type, event_data);
     return manager == nullptr ? 0 : manager->OnServiceControlHandle(control, event_type, event_data, context);
   };
   program.stop = [&] { stop->Set(); };

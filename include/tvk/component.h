@@ -46,8 +46,8 @@ using RecordObserver = std::function<void(const std::string& line)>;
 /// the component; must not block for long. What it throws is logged.
 using RemarkObserver = std::function<void(const std::string& line)>;
 
-/// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy
-/// and OnUserLogon, which any thread may call.
+/// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy,
+/// OnUserLogon and OnSessionChange, which any thread may call.
 class TVK_EXPORT Component {
  public:
   /// Opens folders, logs, policy and store, and starts to watch the policy files. Once in a process.
@@ -61,10 +61,16 @@ class TVK_EXPORT Component {
   /// files are watched anyway: this is for systems that cannot watch them, and for SIGHUP.
   static void RereadPolicy();
 
-  /// A user has logged on at this machine: that one's region is watched from now on. For SERVICE_CONTROL_SESSIONCHANGE
-  /// with WTS_SESSION_LOGON, and once when the service has begun to accept it; nothing happens while nobody is logged
-  /// on. Systems whose region is the same for everybody need not call it.
+  /// Somebody may be logged on at this machine: that one's region is watched from now on. Once, when the service has
+  /// begun to accept SERVICE_CONTROL_SESSIONCHANGE; nothing happens while nobody is logged on. Systems whose region is
+  /// the same for everybody need call neither this nor OnSessionChange.
   static void OnUserLogon();
+
+  /// The users of this machine changed: what a SERVICE_CONTROL_SESSIONCHANGE brings, its event type (WTS_SESSION_LOGON
+  /// and so on; others than logon, logoff and the console's are ignored) and session. From now on the region of whoever
+  /// uses the machine is watched, and of one who logs off nothing is held open. It starts programs and reads files: not
+  /// to be called on the control handler's own thread, which the whole system waits for.
+  static void OnSessionChange(unsigned long event_type, unsigned long session);
 
   /// The names of the columns of the observer's lines.
   static std::string RecordHeader();

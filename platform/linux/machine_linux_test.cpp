@@ -186,7 +186,8 @@ TEST_F(LinuxMachineTest, TellsOfChangesInEachFileOfTheSettings) {
         std::tuple("/etc/default/locale", "LANG=en_DE.UTF-8\n", "en-DE")}) {
     SCOPED_TRACE(file);
     const auto told = runtime->MakeEvent(EventReset::kAuto);
-    const auto watcher = machine_->settings().OpenWatcher(*runtime, [&](Setting) { told->Set(); });
+    const auto watcher =
+        machine_->settings().OpenWatcher(*runtime, {.changed = [&](Setting) { told->Set(); }, .trouble = {}});
     ASSERT_TRUE(watcher);
     const Setting setting = expected[1] == '\0' ? Setting::kBuild : Setting::kLocaleName;
     ASSERT_EQ(watcher->Add(setting), 0u);

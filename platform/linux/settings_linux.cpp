@@ -31,8 +31,8 @@ class LinuxSettings final : public Settings {
   LinuxSettings(const Sysroot& root, SystemFacts& system, Region& region)
       : root_(root), system_(system), region_(region) {}
 
-  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingChange on_change) override {
-    auto watcher = std::make_unique<LinuxSettingWatcher>(system_, region_, std::move(on_change));
+  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingCallbacks callbacks) override {
+    auto watcher = std::make_unique<LinuxSettingWatcher>(system_, region_, std::move(callbacks));
     return watcher->Start(root_, runtime) ? std::move(watcher) : nullptr;
   }
 

@@ -10,8 +10,8 @@ std::string SimulatedRegion::CountryOfNation(const std::string& nation) {
 
 class SimulatedSettings::Watcher final : public FactSettings {
  public:
-  Watcher(SimulatedSettings& settings, SettingChange on_change)
-      : FactSettings(settings.system_, settings.region_, std::move(on_change)), settings_(settings) {
+  Watcher(SimulatedSettings& settings, SettingCallbacks callbacks)
+      : FactSettings(settings.system_, settings.region_, std::move(callbacks)), settings_(settings) {
     const std::lock_guard lock(settings_.mutex_);
     settings_.watchers_.insert(this);
   }
@@ -28,8 +28,8 @@ class SimulatedSettings::Watcher final : public FactSettings {
   SimulatedSettings& settings_;
 };
 
-std::unique_ptr<SettingWatcher> SimulatedSettings::OpenWatcher(Runtime& /*runtime*/, SettingChange on_change) {
-  return std::make_unique<Watcher>(*this, std::move(on_change));
+std::unique_ptr<SettingWatcher> SimulatedSettings::OpenWatcher(Runtime& /*runtime*/, SettingCallbacks callbacks) {
+  return std::make_unique<Watcher>(*this, std::move(callbacks));
 }
 
 void SimulatedSettings::TellAll() {

@@ -53,7 +53,7 @@ class SimulatedSettings final : public Settings {
   /// Both must outlive the object.
   SimulatedSettings(SystemFacts& system, Region& region) : system_(system), region_(region) {}
 
-  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingChange on_change) override;
+  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& runtime, SettingCallbacks callbacks) override;
 
   /// Tells those who watch the settings, whatever changed.
   void TellAll();

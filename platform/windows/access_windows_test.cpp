@@ -63,6 +63,27 @@ TEST(NamedEventAccess, EventOfAnotherAccountIsRefused) {
   EXPECT_EQ(made.error, static_cast<std::uint32_t>(ERROR_ACCESS_DENIED));
 }
 
+// Signalled for ever and open to everybody: whoever took it would never wait again.
+TEST(NamedEventAccess, EventThatAnotherAccountOwnsIsRefusedHoweverOpenItIs) {
+  struct Row {
+    const char* owner;
+    bool taken;
+  };
+  const std::string own = ProcessUserSid();
+  for (const Row& row : {Row{"S-1-5-21-1-2-3-1001", false}, Row{"BU", false}, Row{"SY", true}, Row{"BA", true},
+                         Row{own.c_str(), true}}) {
+    SCOPED_TRACE(row.owner);
+    SecurityAttributes planted("O:" + std::string(row.owner) + "D:(A;;GA;;;WD)");
+    ASSERT_TRUE(planted.ok());
+    const wchar_t* const name = L"Global\\TvkAccessTestPlanted";
+    const UniqueKernelHandle event(CreateEventW(planted.get(), TRUE, TRUE, name));
+    if (!event) continue;  // Windows lets an account without the restore privilege name only itself as the owner
+    const auto made = MakeRealRuntime({})->MakeNamedEvent(name, EventReset::kAuto, false, EventAccess::kServiceOnly);
+    EXPECT_EQ(made.event != nullptr, row.taken);
+    EXPECT_EQ(made.error, row.taken ? 0 : kErrorForeignOwner);
+  }
+}
+
 TEST(NamedEventAccess, UnusableNamesMakeNoPrivateEvent) {
   const auto runtime = MakeRealRuntime({});
   for (const std::wstring_view name : {std::wstring_view(L""), std::wstring_view(L"Global\\a\0b", 10)}) {

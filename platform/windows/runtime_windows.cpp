@@ -11,9 +11,6 @@
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
 
-// In kernel32 since Windows 10 1607; the header of this compiler lacks it.
-extern "C" __declspec(dllimport) HRESULT __stdcall SetThreadDescription(HANDLE thread, const wchar_t* description);
-
 namespace platform {
 namespace windows {
 namespace {
@@ -74,6 +71,7 @@ std::string AccessList(EventAccess access) {
   return list;
 }
 static_assert(kEventRights == 0x100002);
+static_assert(kErrorForeignOwner == ERROR_INVALID_OWNER);
 
 // The handles of one wait, with room for an alarm's.
 class HandleSet {
@@ -112,6 +110,15 @@ DWORD LimitOf(std::chrono::nanoseconds left) {
   return static_cast<DWORD>(std::min(std::chrono::ceil<milliseconds>(left), kLongest).count());
 }
 
+// Looked up: Windows 10 1607 and Server 2016 have it here alone, and a program that imports it from kernel32 does not
+// start there.
+void NameThisThread(const std::wstring& name) {
+  using Call = HRESULT(WINAPI*)(HANDLE thread, const wchar_t* description);
+  static const auto call = reinterpret_cast<Call>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "SetThreadDescription")));
+  if (call != nullptr) call(GetCurrentThread(), name.c_str());  // a thread without a name works as well
+}
+
 }  // namespace
 
 UniqueKernelHandle MakeAlarm(WallTime now, milliseconds left) {
@@ -135,7 +142,13 @@ NamedEventResult WindowsRuntime::MakeNamedEvent(std::wstring_view name, EventRes
   if (!security.ok()) return {nullptr, GetLastError()};
   const DWORD flags =
       (reset == EventReset::kManual ? CREATE_EVENT_MANUAL_RESET : 0u) | (signalled ? CREATE_EVENT_INITIAL_SET : 0u);
-  return Result(CreateEventExW(security.get(), std::wstring(name).c_str(), flags, kEventRights));
+  // With the right to ask for its owner: of one that exists already, ours would not be its access list, and whoever
+  // made it could keep it signalled for ever.
+  UniqueKernelHandle handle(
+      CreateEventExW(security.get(), std::wstring(name).c_str(), flags, kEventRights | READ_CONTROL));
+  const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
+  if (handle && existed && !IsTrustedOwner(OwnerSid(handle.get()))) return {nullptr, kErrorForeignOwner};
+  return Result(handle.Release());
 }
 
 NamedEventResult WindowsRuntime::OpenNamedEvent(std::wstring_view name) {
@@ -183,7 +196,7 @@ std::thread WindowsRuntime::StartThread(std::string_view name, std::function<voi
   constexpr std::size_t kNameLength = 15;
   try {
     return std::thread([name = WideFromUtf8(name.substr(0, kNameLength)), body = std::move(body)]() noexcept {
-      SetThreadDescription(GetCurrentThread(), name.c_str());  // a thread without a name works as well
+      NameThisThread(name);
       body();
     });
   } catch (const std::system_error& failure) {

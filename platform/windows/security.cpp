@@ -9,16 +9,27 @@
 
 namespace platform::windows {
 
+namespace {
+
+std::string SidText(PSID sid) {
+  wchar_t* text = nullptr;
+  if (!ConvertSidToStringSidW(sid, &text)) return {};
+  const UniqueLocalMemory owner(text);
+  return Utf8FromWide(text);
+}
+
+constexpr char kSystem[] = "S-1-5-18";              // SECURITY_LOCAL_SYSTEM_RID
+constexpr char kAdministrators[] = "S-1-5-32-544";  // DOMAIN_ALIAS_RID_ADMINS
+
+}  // namespace
+
 std::string UserSid(HANDLE token) {
   DWORD size = 0;
   GetTokenInformation(token, TokenUser, nullptr, 0, &size);
   if (size == 0) return {};
   std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
   if (!GetTokenInformation(token, TokenUser, buffer.data(), size, &size)) return {};
-  wchar_t* text = nullptr;
-  if (!ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid, &text)) return {};
-  const UniqueLocalMemory owner(text);
-  return Utf8FromWide(text);
+  return SidText(reinterpret_cast<TOKEN_USER*>(buffer.data())->User.Sid);
 }
 
 std::string ProcessUserSid() {
@@ -28,7 +39,25 @@ std::string ProcessUserSid() {
 }
 
 bool RunsAsSystem() {
-  return ProcessUserSid() == "S-1-5-18";  // SECURITY_LOCAL_SYSTEM_RID
+  return ProcessUserSid() == kSystem;
+}
+
+std::string OwnerSid(HANDLE object) {
+  DWORD size = 0;
+  GetKernelObjectSecurity(object, OWNER_SECURITY_INFORMATION, nullptr, 0, &size);
+  if (size == 0) return {};
+  std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
+  PSID owner = nullptr;
+  BOOL by_default = FALSE;
+  if (!GetKernelObjectSecurity(object, OWNER_SECURITY_INFORMATION, buffer.data(), size, &size) ||
+      !GetSecurityDescriptorOwner(buffer.data(), &owner, &by_default) || owner == nullptr) {
+    return {};
+  }
+  return SidText(owner);
+}
+
+bool IsTrustedOwner(const std::string& sid) {
+  return sid == kSystem || sid == kAdministrators || (!sid.empty() && sid == ProcessUserSid());
 }
 
 SecurityAttributes::SecurityAttributes(const std::string& definition) {

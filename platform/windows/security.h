@@ -16,6 +16,15 @@ std::string ProcessUserSid();
 /// Whether that is the system account (LocalSystem), which may act for the users of other sessions.
 bool RunsAsSystem();
 
+/// The security identifier of the account that owns an object, whose handle has READ_CONTROL; empty when the system
+/// does not say.
+std::string OwnerSid(HANDLE object);
+
+/// Whether what this account owns may be relied on: the system, the administrators and the running account. The
+/// administrators, because what the system account makes belongs to them unless it says otherwise, and because an
+/// administrator's process can name them as the owner only while it acts with that one's full rights.
+bool IsTrustedOwner(const std::string& sid);
+
 /// A security descriptor made from its text, in the form that the calls which make things take.
 class SecurityAttributes {
  public:

@@ -1,13 +1,15 @@
 #include "platform/windows/settings_windows.h"
 
 #include <mutex>
+#include <optional>
+#include <set>
+#include <system_error>
+#include <vector>
 
 #include "platform/windows/doors_windows.h"
-#include "platform/windows/owner.h"
 #include "platform/windows/registry.h"
 #include "platform/windows/registry_names.h"
 #include "platform/windows/text.h"
-#include "platform/windows/user_session.h"
 
 namespace platform::windows {
 namespace {
@@ -15,162 +17,121 @@ namespace {
 /// Settings of the user are those of the account at the console, or of the first active remote session.
 class RegistryWatcher final : public SettingWatcher {
  public:
-  RegistryWatcher(const SettingPlaces& places, SettingChange on_change)
-      : places_(places), on_change_(std::move(on_change)) {}
-
-  ~RegistryWatcher() override {
-    {
-      const std::lock_guard lock(mutex_);
-      ending_ = true;
-      for (auto& [setting, watched] : watched_)
-        SetThreadpoolWait(watched.wait, nullptr, nullptr);
-    }
-    for (auto& [setting, watched] : watched_) {
-      WaitForThreadpoolWaitCallbacks(watched.wait, TRUE);
-      CloseThreadpoolWait(watched.wait);
-    }
-  }
+  RegistryWatcher(const SettingPlaces& places, const SettingSeams& seams, SettingCallbacks callbacks)
+      : places_(places), seams_(seams), callbacks_(std::move(callbacks)) {}
 
   std::uint32_t Add(Setting setting) override {
     const SettingPlace& place = places_.at(setting);
-    const std::wstring user = place.of_user ? WideFromUtf8(ReadLoggedInUserSid()) : std::wstring();
-    if (place.of_user && user.empty()) return ERROR_NO_SUCH_USER;
     const std::lock_guard lock(mutex_);
-    const auto [entry, added] = watched_.try_emplace(setting, *this, setting, place);
-    if (!added) return ERROR_SUCCESS;
-    Watched& watched = entry->second;
-    watched.user = user;
-    watched.wait = CreateThreadpoolWait(&RegistryWatcher::OnSignal, &watched, nullptr);
-    DWORD error = watched.wait == nullptr ? GetLastError() : ERROR_SUCCESS;
-    if (error == ERROR_SUCCESS) error = Arm(watched);
-    if (error == ERROR_SUCCESS) return ERROR_SUCCESS;
-    // Nothing is armed, so no callback of it runs.
-    if (watched.wait != nullptr) CloseThreadpoolWait(watched.wait);
-    watched_.erase(entry);
-    return error;
+    if (place.of_user && !user_) user_ = FindLoggedInUser(seams_.sessions, ended_);
+    if (place.of_user && !user_) return ERROR_NO_SUCH_USER;
+    if (watches_.contains(setting)) return ERROR_SUCCESS;
+    try {
+      const RegistryWatch::Callbacks callbacks{
+          .changed = [this, setting] { callbacks_.changed(setting); },
+          .trouble = [this, setting](DWORD error) { callbacks_.trouble(setting, error); }};
+      RegistryWatch& watch = *watches_
+                                  .emplace(setting, std::make_unique<RegistryWatch>(seams_.notices, RootOf(place),
+                                                                                    seams_.first_pause, callbacks))
+                                  .first->second;
+      watch.Follow(KeyOf(place));
+    } catch (const std::system_error& error) {
+      return static_cast<std::uint32_t>(error.code().value());
+    }
+    return ERROR_SUCCESS;
   }
 
   std::uint32_t Read(Setting setting, std::string& value) override {
     value.clear();
+    const SettingPlace& place = places_.at(setting);
     std::wstring key;
     {
       const std::lock_guard lock(mutex_);
-      const auto entry = watched_.find(setting);
-      if (entry == watched_.end()) return kErrorNoSuchSetting;
-      key = entry->second.Key();
+      if (!watches_.contains(setting) || (place.of_user && !user_)) return kErrorNoSuchSetting;
+      key = KeyOf(place);
     }
-    const SettingPlace& place = places_.at(setting);
-    return ReadRegistryText(place.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE, key, place.name.c_str(), value);
+    return ReadRegistryText(RootOf(place), key, place.name.c_str(), value);
   }
 
-  bool HasUser() override { return !ReadLoggedInUserSid().empty(); }
+  bool HasUser() override {
+    const std::lock_guard lock(mutex_);
+    return FindLoggedInUser(seams_.sessions, ended_).has_value();
+  }
 
-  void FollowUser() override {
-    const std::wstring user = WideFromUtf8(ReadLoggedInUserSid());
-    if (user.empty()) return;
-    std::vector<Setting> changed;
+  void OnSessionChange(const SessionChange& change) override {
+    if (change.kind == SessionChangeKind::kConsoleDisconnect) return;  // another one is connected, or nobody is there
+    std::vector<Setting> followed;
     {
       const std::lock_guard lock(mutex_);
-      for (auto& [setting, watched] : watched_) {
-        if (!watched.place.of_user) continue;
-        watched.user = user;
-        Arm(watched);
-        changed.push_back(setting);
+      // The user of a session that ends may still be asked for a while, but must no longer be followed.
+      if (change.kind == SessionChangeKind::kLogoff) {
+        ended_.insert(change.session);
+        if (user_ && user_->session == change.session) Leave();
+      } else if (change.kind == SessionChangeKind::kLogon) {
+        ended_.erase(change.session);
       }
+      followed = Follow();
     }
-    for (const Setting setting : changed)
-      on_change_(setting);
+    for (const Setting setting : followed)
+      callbacks_.changed(setting);
   }
 
  private:
-  struct Watched {
-    Watched(RegistryWatcher& its_watcher, Setting its_setting, const SettingPlace& its_place)
-        : watcher(its_watcher), setting(its_setting), place(its_place) {}
+  static HKEY RootOf(const SettingPlace& place) { return place.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE; }
 
-    std::wstring Key() const { return place.of_user ? user + L"\\" + place.path : place.path; }
-
-    RegistryWatcher& watcher;
-    const Setting setting;
-    const SettingPlace& place;
-    // Under the watcher's lock.
-    std::wstring user;  ///< Security identifier, which names the user's part of HKEY_USERS.
-    PTP_WAIT wait = nullptr;
-    UniqueKernelHandle signal;
-    UniqueRegistryKey key;
-  };
-
-  static void CALLBACK OnSignal(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT, TP_WAIT_RESULT) {
-    auto& watched = *static_cast<Watched*>(context);
-    RegistryWatcher& watcher = watched.watcher;
-    {
-      const std::lock_guard lock(watcher.mutex_);
-      if (watcher.ending_) return;
-      // Before anybody reads: what changes after the reading is told again.
-      watcher.Arm(watched);
-    }
-    watcher.on_change_(watched.setting);
+  // These need the lock. The first one, of a user's setting, also a user.
+  std::wstring KeyOf(const SettingPlace& place) const {
+    return place.of_user ? WideFromUtf8(user_->sid) + L"\\" + place.path : place.path;
   }
 
-  // Needs the lock. Waits for the next change of the key, or, as long as there is none, of the nearest one above it
-  // that exists: keys come late when a user's part of the registry is loaded, and go with it.
-  DWORD Arm(Watched& watched) {
-    // A key that is closed signals its event: each setting has its own, and at worst is looked at once too often.
-    UniqueKernelHandle signal(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    if (!signal) return GetLastError();
-    constexpr DWORD kWhat = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAST_SET | REG_NOTIFY_THREAD_AGNOSTIC;
-    UniqueRegistryKey key;
-    const HKEY root = watched.place.of_user ? HKEY_USERS : HKEY_LOCAL_MACHINE;
-    const std::wstring wanted = watched.Key();
-    std::wstring path = wanted;
-    std::wstring missing;  // the key below `path` that was not there
-    for (;;) {
-      LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, KEY_NOTIFY, key.Receive());
-      if (status == ERROR_SUCCESS) status = RegNotifyChangeKeyValue(key.get(), FALSE, kWhat, signal.get(), TRUE);
-      if (status == ERROR_SUCCESS) {
-        // One that came before its parent was watched is told by nobody.
-        UniqueRegistryKey come;
-        if (missing.empty() || RegOpenKeyExW(root, missing.c_str(), 0, KEY_NOTIFY, come.Receive()) != ERROR_SUCCESS)
-          break;
-        missing.clear();
-        path = wanted;
-        continue;
-      }
-      // A key may go between the two calls.
-      const bool gone = status == ERROR_FILE_NOT_FOUND || status == ERROR_KEY_DELETED;
-      if (!gone || path.empty()) return static_cast<DWORD>(status);
-      missing = path;
-      const std::size_t end = path.rfind(L'\\');
-      path.erase(end == std::wstring::npos ? 0 : end);
+  // Windows unloads the user's part of the registry by force while a key of it is open.
+  void Leave() {
+    user_.reset();
+    for (const auto& [setting, watch] : watches_) {
+      if (places_.at(setting).of_user) watch->Release();
     }
-    SetThreadpoolWait(watched.wait, signal.get(), nullptr);
-    watched.key = std::move(key);
-    watched.signal = std::move(signal);
-    return ERROR_SUCCESS;
+  }
+
+  // The settings that are followed anew. While nobody is there they stay the last user's.
+  std::vector<Setting> Follow() {
+    std::vector<Setting> followed;
+    std::optional<SessionUser> user = FindLoggedInUser(seams_.sessions, ended_);
+    if (!user || user == user_) return followed;
+    user_ = std::move(user);
+    for (const auto& [setting, watch] : watches_) {
+      if (!places_.at(setting).of_user) continue;
+      watch->Follow(KeyOf(places_.at(setting)));
+      followed.push_back(setting);
+    }
+    return followed;
   }
 
   const SettingPlaces& places_;
-  const SettingChange on_change_;
-  std::mutex mutex_;                    ///< Guards everything below and what the entries say.
-  std::map<Setting, Watched> watched_;  ///< Where each lies does not change: the pool refers to it.
-  bool ending_ = false;
+  const SettingSeams seams_;
+  const SettingCallbacks callbacks_;
+  std::mutex mutex_;                                           ///< Guards what follows.
+  std::optional<SessionUser> user_;                            ///< Whose settings are followed, once one was added.
+  std::set<DWORD> ended_;                                      ///< The sessions whose users have logged off.
+  std::map<Setting, std::unique_ptr<RegistryWatch>> watches_;  ///< They end first: they call back.
 };
 
 class WindowsSettings final : public Settings {
  public:
-  explicit WindowsSettings(SettingPlaces places) : places_(std::move(places)) {}
+  WindowsSettings(SettingPlaces places, const SettingSeams& seams) : places_(std::move(places)), seams_(seams) {}
 
-  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& /*runtime*/, SettingChange on_change) override {
-    return std::make_unique<RegistryWatcher>(places_, std::move(on_change));
+  std::unique_ptr<SettingWatcher> OpenWatcher(Runtime& /*runtime*/, SettingCallbacks callbacks) override {
+    return std::make_unique<RegistryWatcher>(places_, seams_, std::move(callbacks));
   }
 
  private:
   const SettingPlaces places_;
+  const SettingSeams seams_;
 };
 
 }  // namespace
 
-std::unique_ptr<Settings> MakeSettings(SettingPlaces places) {
-  return std::make_unique<WindowsSettings>(std::move(places));
+std::unique_ptr<Settings> MakeSettings(SettingPlaces places, const SettingSeams& seams) {
+  return std::make_unique<WindowsSettings>(std::move(places), seams);
 }
 
 std::unique_ptr<Settings> MakeSettings() {

@@ -6,6 +6,8 @@
 #include <string>
 
 #include "platform/settings.h"
+#include "platform/windows/registry_watch.h"
+#include "platform/windows/user_session.h"
 
 namespace platform::windows {
 
@@ -18,7 +20,14 @@ struct SettingPlace {
 
 using SettingPlaces = std::map<Setting, SettingPlace>;
 
-/// Only settings with a place may be added to its watchers.
-std::unique_ptr<Settings> MakeSettings(SettingPlaces places);
+/// What the watchers ask; a test plays another system.
+struct SettingSeams {
+  RegistryNotices& notices = LocalRegistryNotices();
+  Sessions& sessions = LocalSessions();
+  std::chrono::milliseconds first_pause = RegistryWatch::kFirstPause;
+};
+
+/// Only settings with a place may be added to its watchers. What `seams` refers to must outlive the settings.
+std::unique_ptr<Settings> MakeSettings(SettingPlaces places, const SettingSeams& seams = {});
 
 }  // namespace platform::windows

@@ -4,7 +4,6 @@
 
 #include <wtsapi32.h>
 
-#include "platform/windows/owner.h"
 #include "platform/windows/security.h"
 
 namespace platform::windows {
@@ -13,43 +12,76 @@ namespace {
 struct SessionListTraits : NullHandle<WTS_SESSION_INFOW*, WTSFreeMemory> {};
 using UniqueSessionList = Owner<SessionListTraits>;
 
-constexpr DWORD kNoSession = 0xFFFFFFFF;
-
-// Calls `visit` with the session at the console, then with each active remote one, until it returns true.
-template <class Visit>
-void VisitUserSessions(Visit visit) {
-  if (const DWORD console = WTSGetActiveConsoleSessionId(); console != kNoSession && visit(console)) return;
-  UniqueSessionList sessions;
-  DWORD count = 0;
-  if (!WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, sessions.Receive(), &count)) return;
-  for (DWORD i = 0; i < count; ++i) {
-    if (sessions.get()[i].State == WTSActive && visit(sessions.get()[i].SessionId)) return;
-  }
-}
-
-std::string SidOfSession(DWORD session) {
-  UniqueKernelHandle token;
-  if (WTSQueryUserToken(session, token.Receive())) return UserSid(token.get());
-  const DWORD error = GetLastError();
-  DWORD own_session = kNoSession;
-  ProcessIdToSessionId(GetCurrentProcessId(), &own_session);
-  return error != ERROR_NO_TOKEN && own_session == session ? ProcessUserSid() : std::string();
+// The sessions in which to look for a user, the console's first.
+std::vector<DWORD> InOrder(Sessions& sessions) {
+  std::vector<DWORD> order;
+  if (const DWORD console = sessions.Console(); console != kNoSession) order.push_back(console);
+  const std::vector<DWORD> active = sessions.Active();
+  order.insert(order.end(), active.begin(), active.end());
+  return order;
 }
 
 }  // namespace
 
+DWORD Sessions::Console() {
+  return WTSGetActiveConsoleSessionId();
+}
+
+std::vector<DWORD> Sessions::Active() {
+  UniqueSessionList list;
+  DWORD count = 0;
+  if (!WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, list.Receive(), &count)) return {};
+  std::vector<DWORD> active;
+  for (DWORD i = 0; i < count; ++i) {
+    if (list.get()[i].State == WTSActive) active.push_back(list.get()[i].SessionId);
+  }
+  return active;
+}
+
+DWORD Sessions::Own() {
+  DWORD session = kNoSession;
+  ProcessIdToSessionId(GetCurrentProcessId(), &session);
+  return session;
+}
+
+DWORD Sessions::UserToken(DWORD session, UniqueKernelHandle& token) {
+  return WTSQueryUserToken(session, token.Receive()) ? ERROR_SUCCESS : GetLastError();
+}
+
+std::string Sessions::SidOf(HANDLE token) {
+  return UserSid(token);
+}
+
+Sessions& LocalSessions() {
+  static Sessions sessions;
+  return sessions;
+}
+
+std::optional<SessionUser> FindLoggedInUser(Sessions& sessions, const std::set<DWORD>& ended) {
+  for (const DWORD session : InOrder(sessions)) {
+    if (ended.contains(session)) continue;
+    UniqueKernelHandle token;
+    const DWORD error = sessions.UserToken(session, token);
+    std::string sid;
+    if (error == ERROR_SUCCESS) {
+      sid = sessions.SidOf(token.get());
+    } else if (error != ERROR_NO_TOKEN && sessions.Own() == session) {
+      sid = ProcessUserSid();
+    }
+    if (!sid.empty()) return SessionUser{std::move(sid), session};
+  }
+  return std::nullopt;
+}
+
 std::string ReadLoggedInUserSid() {
-  std::string sid;
-  VisitUserSessions([&](DWORD session) {
-    sid = SidOfSession(session);
-    return !sid.empty();
-  });
-  return sid;
+  return FindLoggedInUser(LocalSessions()).value_or(SessionUser()).sid;
 }
 
 UniqueKernelHandle OpenUserToken() {
   UniqueKernelHandle token;
-  VisitUserSessions([&](DWORD session) { return WTSQueryUserToken(session, token.Receive()) != FALSE; });
+  for (const DWORD session : InOrder(LocalSessions())) {
+    if (LocalSessions().UserToken(session, token) == ERROR_SUCCESS) break;
+  }
   return token;
 }
 

@@ -1,0 +1,17 @@
+#include "client/log/named_event.h"
+
+namespace TVK {
+
+platform::NamedEventResult MakeNamedEvent(platform::Runtime& runtime, const Log& log, const std::wstring& name,
+                                          platform::EventReset reset, platform::EventAccess access) {
+  platform::NamedEventResult made = runtime.MakeNamedEvent(name, reset, false, access);
+  if (made.error == platform::kErrorForeignOwner) {
+    log.e(
+        L"the event \"%s\" was made by an account that is neither the system, an administrator nor ours, and is not "
+        L"used",
+        name);
+  }
+  return made;
+}
+
+}  // namespace TVK

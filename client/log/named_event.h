@@ -1,0 +1,16 @@
+// Making a named event of ours.
+#pragma once
+
+#include <string>
+
+#include "client/log/log.h"
+#include "platform/runtime.h"
+
+namespace TVK {
+
+/// Runtime::MakeNamedEvent, not signalled from the start. That another account holds the name is an error line in `log`
+/// of its own: it tells of an attack, or of a second client.
+platform::NamedEventResult MakeNamedEvent(platform::Runtime& runtime, const Log& log, const std::wstring& name,
+                                          platform::EventReset reset, platform::EventAccess access);
+
+}  // namespace TVK
