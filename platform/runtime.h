@@ -39,9 +39,10 @@ class Runtime {
   virtual std::unique_ptr<Event> MakeEvent(EventReset reset, bool signalled = false) = 0;
 
   /// Makes the event `name`, or opens it when any process has made it already (kind, state and access then stay as they
-  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system. On
-  /// Windows, where every user may make events of any name, one that exists is taken only from the system, the
-  /// administrators and the running account; another one's is refused with kErrorForeignOwner.
+  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system. Where
+  /// others may make events of any name (Windows; on Linux in a folder that is open to them), one that exists is taken
+  /// only from the system, the administrators, the running account and, on Linux, whom the folder belongs to; another
+  /// one's is refused with kErrorForeignOwner.
   virtual NamedEventResult MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
                                           EventAccess access) = 0;
 

@@ -57,7 +57,7 @@ OpenedFifo OpenFifo(const std::filesystem::path& file) {
   struct stat status {};
   if (!opened.fd || ::fstat(opened.fd.get(), &status) != 0) return {UniqueFd(), 0, errno};
   if (!S_ISFIFO(status.st_mode)) return {UniqueFd(), 0, EEXIST};
-  if (!IsTrusted(status, file)) return {UniqueFd(), 0, EACCES};
+  if (!IsTrusted(status, file)) return {UniqueFd(), 0, static_cast<int>(kErrorForeignOwner)};
   opened.mode = status.st_mode;
   return opened;
 }

@@ -52,7 +52,7 @@ TEST_F(NamedEventFiles, AnythingButAFifoAtItsPlaceIsAnError) {
   if (::geteuid() == 0) {
     ASSERT_EQ(::chown((folder_ / "events" / "planted").c_str(), 65534, 65534), 0);
     EXPECT_EQ(runtime_->MakeNamedEvent(L"planted", EventReset::kAuto, true, EventAccess::kServiceOnly).error,
-              std::uint32_t{EACCES});
+              kErrorForeignOwner);
   }
   EXPECT_EQ(runtime_->OpenNamedEvent(L"absent").error, std::uint32_t{ENOENT});
 }
