@@ -1,6 +1,7 @@
 #include "tvk/component.h"
 
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -57,6 +58,8 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
     }
   } catch (const std::invalid_argument& mistake) {
     result = {ComponentOutcome::kWrongConfiguration, mistake.what()};
+  } catch (const std::bad_alloc&) {
+    result = {ComponentOutcome::kFailed, "there is not enough memory"};
   } catch (const std::exception& failure) {
     result = {ComponentOutcome::kFailed, failure.what()};
   }
