@@ -46,7 +46,6 @@ void DeviceContextRecord::Fill(DeviceContext& context) const {
   device.set_os_name(machine.os_name());
   device.set_os_version(machine.os_version());
   device.set_os_language(machine.os_language());
-  device.set_os_country(machine.os_region());
   device.set_os_updatetitle(machine.os_update_title());
   device.set_os_updatedescription(machine.os_update_description());
   device.set_device_info_datetime(machine.device_info_datetime());
@@ -58,20 +57,12 @@ void DeviceContextRecord::Fill(DeviceContext& context) const {
   } else {
     log_.e(L"%s: Get TVKPolicy return fail", L"EventManager::NewDeviceContextData");
     // A file that cannot be used says nothing new: the device belongs where it did.
-    if (DeviceContext last; services_.store.GetLastDeviceContext(last) == 0) {
-      device.set_device_path(last.device_info().device_path());
-      device.set_device_subscription(last.device_info().device_subscription());
+    if (const auto last = Last()) {
+      device.set_device_path(last->device_info().device_path());
+      device.set_device_subscription(last->device_info().device_subscription());
     }
   }
-
-  const RegionInformation::Facts facts = services_.region_information.Describe(machine.region());
-  RegionInfo& region = context.region_info();
-  region.set_region_name(facts.region_name);
-  region.set_country_name(facts.country_name);
-  region.set_country_code(facts.country_code);
-  region.set_language_name(facts.language_name);
-  region.set_language_code(facts.language_code);
-  region.set_region_info_datetime(facts.region_info_datetime);
+  FillRegion(machine, context);
 
   TVKInfo& tvk = context.tvk_info();
   tvk.set_tvk_key(kClientKey);
@@ -85,6 +76,33 @@ void DeviceContextRecord::Fill(DeviceContext& context) const {
   context.set_device_context_datetime(System::GetTime(services_.runtime.clock()));
   context.set_schema_ver(identity_.get_schema_ver());
   context.set_source_component(kSourceComponent);
+}
+
+void DeviceContextRecord::FillRegion(const MachineInformation& machine, DeviceContext& context) const {
+  const platform::RegionFacts present = machine.region();
+  if (!present.of_somebody) {
+    // At a boot nobody is logged on yet: were that another region, each boot would have two contexts.
+    if (const auto last = Last()) {
+      context.device_info().set_os_country(last->device_info().os_country());
+      context.region_info() = last->region_info();
+      return;
+    }
+  }
+  context.device_info().set_os_country(machine.os_region());
+  const RegionInformation::Facts facts = services_.region_information.Describe(present);
+  RegionInfo& region = context.region_info();
+  region.set_region_name(facts.region_name);
+  region.set_country_name(facts.country_name);
+  region.set_country_code(facts.country_code);
+  region.set_language_name(facts.language_name);
+  region.set_language_code(facts.language_code);
+  region.set_region_info_datetime(facts.region_info_datetime);
+}
+
+std::optional<DeviceContext> DeviceContextRecord::Last() const {
+  std::optional<DeviceContext> last(std::in_place);
+  if (services_.store.GetLastDeviceContext(*last) != 0) last.reset();
+  return last;
 }
 
 bool DeviceContextRecord::CheckDeviceContextData(const DeviceContext& fresh, const DeviceContext& stored) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "client/log/log.h"
@@ -35,6 +36,10 @@ class DeviceContextRecord {
   /// Fills a fresh record; false when the facts cannot be gathered.
   bool NewDeviceContextData(DeviceContext& context) const;
   void Fill(DeviceContext& context) const;
+  /// The region, and the country of the system's facts; those of the last context while the region is nobody's.
+  void FillRegion(const MachineInformation& machine, DeviceContext& context) const;
+  /// What the store has; nothing before the first.
+  std::optional<DeviceContext> Last() const;
   /// Whether any field differs that says something about the device.
   static bool CheckDeviceContextData(const DeviceContext& fresh, const DeviceContext& stored);
   void Announce(const std::wstring& id, bool needed, bool moved, unsigned path_news);

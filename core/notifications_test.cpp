@@ -249,6 +249,26 @@ TEST_F(NotificationsTest, TheDeviceContextOutlivesARestart) {
   EXPECT_THAT(life_->records.DeviceContexts(), SizeIs(1));
 }
 
+TEST_F(NotificationsTest, UntilSomebodyIsLoggedOnTheRegionIsThatOfTheLastContext) {
+  world_.machine.region().SetFacts({"DE", "de-DE", "UTC"});
+  Start(PolicyOf(L"full", {L"CPUEvent"}));
+  const std::wstring id = life_->manager.get_device_context_id();
+  const auto look = [&](const platform::RegionFacts& region) {
+    world_.machine.region().SetFacts(region);
+    life_->composition.machine_services().machine_information.ReInitialize(true);
+    life_->region_changed->Set();
+    world_.runtime.Settle();
+    return life_->manager.get_device_context_id();
+  };
+  world_.machine.region().SetFacts({"", "", "UTC", false});
+  Start(PolicyOf(L"full", {L"CPUEvent"}));
+  EXPECT_EQ(life_->manager.get_device_context_id(), id) << "a boot, nobody is there yet";
+  EXPECT_EQ(look({"DE", "de-DE", "UTC"}), id);
+  EXPECT_EQ(look({"", "", "UTC", false}), id) << "the user has logged off";
+  EXPECT_NE(look({"FR", "fr-FR", "UTC"}), id);
+  EXPECT_NE(look({"", "", "UTC"}), id) << "a system without a region is another thing";
+}
+
 TEST_F(NotificationsTest, TheVersionOfTheLastDeviceInitIsTold) {
   Start(PolicyOf(L"full"));
   const std::wstring cpu = IdOf(L"CPUEvent");

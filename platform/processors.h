@@ -49,7 +49,7 @@ struct TopologyReading {
   bool supported = true;             ///< False where the system lacks the call altogether.
   std::int32_t error = 0;            ///< 0, or the system's error; `topology` then holds nothing.
   std::uint32_t returned_bytes = 0;  ///< Length of the system's answer.
-  std::uint32_t entry_bytes = 0;     ///< Length of one entry of it.
+  std::uint32_t entry_bytes = 0;     ///< The least that an entry takes.
   ProcessorTopology topology;
 };
 

@@ -9,6 +9,9 @@ struct RegionFacts {
   std::string nation;       ///< Windows: decimal geographic id of the user. Elsewhere: ISO 3166-1 alpha-2 code.
   std::string locale_name;  ///< "de-DE". Empty for the C locale.
   std::string time_zone;    ///< "Europe/Berlin" or Windows' zone name.
+  /// False while the region is nobody's, since it is a user's and none is logged on whose settings can be read; nation
+  /// and locale are empty then.
+  bool of_somebody = true;
 };
 
 class Region {
@@ -18,7 +21,7 @@ class Region {
   Region& operator=(const Region&) = delete;
   virtual ~Region() = default;
 
-  /// Of the user who is logged on; where the region is the system's own, that one.
+  /// Of the user who is logged on; where the region is the system's own, that one. Never of the service's account.
   virtual RegionFacts ReadFacts() = 0;
 
   /// The ISO 3166-1 alpha-2 code of a nation as RegionFacts gives it. Empty when the system knows no such nation; where

@@ -18,6 +18,9 @@ namespace platform {
 /// The name under which the service manager knows the client's service.
 inline constexpr wchar_t kServiceName[] = L"TVKClientService";
 
+/// How long a stop may take at most, in the words to the service manager and in what a shutdown of the system waits.
+inline constexpr std::chrono::milliseconds kServiceStopLimit{20'000};
+
 /// What the functions answer where there is no service manager of Windows' kind.
 inline constexpr std::string_view kNoServiceManager = "there is no service manager of that kind; use systemd";
 

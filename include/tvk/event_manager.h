@@ -135,7 +135,7 @@ class TVK_EXPORT EventManager {
   void OnSystemEvent(const platform::SystemEvent& event);
 
  private:
-  struct Parts;
+  struct TVK_NO_EXPORT Parts;
   void InitializeLocked(TVK::DeviceIdAgent* agent);
   void StopLocked();
 

@@ -9,7 +9,9 @@
 
 #include <array>
 #include <cstddef>
+#include <map>
 
+#include "platform/windows/folder_owners.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
@@ -42,6 +44,7 @@ TEST(NamedEventAccess, OnlySessionEventsNameTheLoggedOnUsers) {
   EXPECT_EQ(AccessListOf(own_name).find(";;;IU)"), std::string::npos) << AccessListOf(own_name);
   EXPECT_NE(AccessListOf(shared_name).find("(A;;0x100002;;;IU)"), std::string::npos) << AccessListOf(shared_name);
   for (const wchar_t* const name : {own_name, shared_name}) {
+    EXPECT_TRUE(runtime->MakeNamedEvent(name, EventReset::kAuto, false, EventAccess::kServiceOnly).event) << "again";
     for (const std::string everyone : {";;;WD)", ";;;AU)", ";;;BU)", ";;;AN)"}) {
       EXPECT_EQ(AccessListOf(name).find(everyone), std::string::npos) << AccessListOf(name);
     }
@@ -92,6 +95,31 @@ TEST(NamedEventAccess, UnusableNamesMakeNoPrivateEvent) {
   }
   EXPECT_EQ(runtime->OpenNamedEvent(L"Global\\TvkNobodyMadeThis").error,
             static_cast<std::uint32_t>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST(PrivateFolder, NoFolderOnTheWayFromTheCommonOneMayBeAnotherAccounts) {
+  const std::string own = ProcessUserSid();
+  const std::map<std::filesystem::path, std::string> owners = {
+      {L"C:\\Common", "S-1-5-18"},      {L"C:\\Common\\Good", "S-1-5-32-544"},
+      {L"C:\\Common\\Good\\data", own}, {L"C:\\Common\\Bad", "S-1-5-21-1-2-3-1001"},
+      {L"C:\\Common\\Bad\\data", own},  {L"D:\\Of all", "S-1-1-0"},
+      {L"D:\\Of all\\data", own}};
+  const auto owner_of = [&](const std::filesystem::path& folder) {
+    const auto row = owners.find(folder);
+    return row == owners.end() ? std::string() : row->second;
+  };
+  for (const auto& [folder, foreign] : {std::pair(L"C:\\Common\\Good\\data", L""),
+                                        {L"C:\\Common\\Good\\new\\deep", L""},
+                                        {L"c:\\common\\New", L""},
+                                        {L"C:\\Common\\Bad\\data", L"C:\\Common\\Bad"},
+                                        {L"C:\\Common\\Bad\\new", L"C:\\Common\\Bad"},
+                                        {L"D:\\Of all", L"D:\\Of all"},
+                                        {L"D:\\Of all\\data", L""},
+                                        {L"data", L""}}) {
+    EXPECT_EQ(FindForeignFolder(folder, L"C:\\Common", owner_of), std::filesystem::path(foreign)) << folder;
+  }
+  EXPECT_EQ(OwnerOfFolder(std::filesystem::temp_directory_path()), own);
+  EXPECT_EQ(OwnerOfFolder(L"C:\\no such folder"), "");
 }
 
 TEST(PrivateFolder, IsForTheSystemTheAdministratorsAndTheOwnAccountAlone) {

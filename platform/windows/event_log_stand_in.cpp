@@ -139,7 +139,12 @@ BOOL WINAPI StandInNext(EVT_HANDLE handle, DWORD size, EVT_HANDLE* events, DWORD
   *returned = 0;
   if (results == nullptr || size == 0) return Fail(ERROR_INVALID_PARAMETER, FALSE);
   if (results->mode == L"breaks off" && results->next == 1) return Fail(RPC_S_SERVER_UNAVAILABLE, FALSE);
-  if (results->next == kEvents) return Fail(ERROR_NO_MORE_ITEMS, FALSE);
+  static int stale = 0;
+  if (results->mode == L"stale once" && results->next == 1 && stale++ == 0) {
+    return Fail(ERROR_EVT_QUERY_RESULT_STALE, FALSE);
+  }
+  if (results->mode == L"stale" && results->next == 1) return Fail(ERROR_EVT_QUERY_RESULT_STALE, FALSE);
+  if (results->next == kEvents && results->mode != L"endless") return Fail(ERROR_NO_MORE_ITEMS, FALSE);
   events[0] = static_cast<Handle*>(new EventHandle(results->mode, results->next++));
   *returned = 1;
   return TRUE;

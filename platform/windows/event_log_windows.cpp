@@ -12,6 +12,7 @@ namespace {
 
 constexpr DWORD kLongestWaitMs = 10'000;  // for the log service; a busy one answers within a second
 constexpr int kRenderTries = 3;           // an event does not grow, so the second try fits
+constexpr int kQueryTries = 3;            // a log that is overwritten faster than it is read has no answer
 
 std::string GuidText(const GUID& guid) {
   char text[40];
@@ -70,6 +71,17 @@ class Reader {
   explicit Reader(const EventLogQuery& query) : query_(query) {}
 
   EventLogReading Run() {
+    for (int i = 0; i < kQueryTries; ++i) {
+      reading_ = {};
+      Try();
+      // Events that were overwritten before they were read end the results; the log is as well as before.
+      if (reading_.failure != EventLogFailure::kNext || reading_.error != ERROR_EVT_QUERY_RESULT_STALE) break;
+    }
+    return std::move(reading_);
+  }
+
+ private:
+  void Try() {
     SetLastError(ERROR_SUCCESS);
     const UniqueEventLogHandle results(EvtQuery(nullptr, WideFromUtf8(query_.channel).c_str(),
                                                 WideFromUtf8(query_.xpath).c_str(),
@@ -80,10 +92,8 @@ class Reader {
       while (reading_.records.size() < query_.limit && Next(results.get())) {
       }
     }
-    return std::move(reading_);
   }
 
- private:
   bool Fail(EventLogFailure failure, DWORD error) {
     reading_.failure = failure;
     reading_.error = error;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "platform/windows/folder_owners.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
@@ -76,10 +77,20 @@ DWORD Rename(const std::filesystem::path& from, const std::filesystem::path& to)
   return MoveFileExW(from.c_str(), to.c_str(), kHow) ? ERROR_SUCCESS : GetLastError();
 }
 
+// %ProgramData%, but not by the environment's word: whoever starts the process could point the service elsewhere.
+std::filesystem::path CommonFolder() {
+  wchar_t program_data[MAX_PATH + 1];
+  DWORD length = static_cast<DWORD>(std::size(program_data));
+  return GetAllUsersProfileDirectoryW(program_data, &length) ? program_data : L"C:\\ProgramData";
+}
+
 }  // namespace
 
 std::string MakePrivateFolder(const std::filesystem::path& folder) {
+  if (!folder.has_filename() && folder.has_relative_path()) return MakePrivateFolder(folder.parent_path());  // "data\\"
   std::error_code error;
+  const std::filesystem::path foreign = windows::FindForeignFolder(folder, CommonFolder(), &windows::OwnerOfFolder);
+  if (!foreign.empty()) return PathToUtf8(foreign) + " belongs to an account that could change what lies in it";
   if (std::filesystem::is_directory(folder, error)) {
     // The right to add a file is asked for, and not used.
     const UniqueFile writable(CreateFileW(folder.c_str(), FILE_ADD_FILE, kAnyShare, nullptr, OPEN_EXISTING,
@@ -87,7 +98,6 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
     return writable ? std::string() : Failed("cannot write in", folder);
   }
   const std::filesystem::path parent = folder.parent_path();
-  if (!folder.has_filename() && parent != folder) return MakePrivateFolder(parent);  // "data\\"
   // A parent of our making is private too: where every account may make files, one could put a policy beside the data.
   if (!parent.empty() && parent != folder && !std::filesystem::is_directory(parent, error)) {
     if (std::string problem = MakePrivateFolder(parent); !problem.empty()) return problem;
@@ -180,11 +190,7 @@ std::string PathToUtf8(const std::filesystem::path& path) {
 }
 
 DefaultPlaces GetDefaultPlaces() {
-  // Not the environment's word: whoever starts the process could point the service elsewhere.
-  wchar_t program_data[MAX_PATH + 1];
-  DWORD length = static_cast<DWORD>(std::size(program_data));
-  std::filesystem::path base = GetAllUsersProfileDirectoryW(program_data, &length) ? program_data : L"C:\\ProgramData";
-  base /= L"TVK";
+  const std::filesystem::path base = CommonFolder() / L"TVK";
   return {.policy_file = base / L"policy.json",
           .data_folder = base / L"data",
           .log_folder = base / L"log",

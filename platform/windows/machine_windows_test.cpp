@@ -65,7 +65,7 @@ TEST_F(MachineWindowsTest, TopologyAgreesWithTheSystem) {
   const TopologyReading reading = machine_->processors().ReadTopology();
   ASSERT_TRUE(reading.supported);
   ASSERT_EQ(reading.error, 0);
-  EXPECT_EQ(reading.returned_bytes % reading.entry_bytes, 0u);
+  EXPECT_GE(reading.returned_bytes, reading.entry_bytes);
   EXPECT_EQ(reading.topology.address_width, 64u);
   EXPECT_EQ(reading.topology.logical_processors, std::thread::hardware_concurrency());
   EXPECT_GE(reading.topology.cores, 1u);

@@ -5,7 +5,7 @@
 
 namespace platform::windows {
 
-/// One try; the buffer grows until the answer fits. Counts the processors of the calling thread's processor group.
+/// One try; the buffer grows until the answer fits. Counts the processors of every processor group.
 TopologyReading ReadProcessorTopology();
 
 }  // namespace platform::windows

@@ -10,7 +10,12 @@ class WindowsProcessors final : public Processors {
   ProcessorLoadOpening OpenUtility() override {
     return OpenProcessorLoad(L"\\Processor Information(*)\\% Processor Utility");
   }
-  ProcessorLoadOpening OpenTime() override { return OpenProcessorLoad(L"\\Processor(_Total)\\% Processor Time"); }
+  // The older counter set knows the processors of one group alone, and is there on systems without the newer one.
+  ProcessorLoadOpening OpenTime() override {
+    ProcessorLoadOpening opening = OpenProcessorLoad(L"\\Processor Information(_Total)\\% Processor Time");
+    if (opening.reader == nullptr) opening = OpenProcessorLoad(L"\\Processor(_Total)\\% Processor Time");
+    return opening;
+  }
   TopologyReading ReadTopology() override { return ReadProcessorTopology(); }
 };
 

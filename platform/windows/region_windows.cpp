@@ -16,16 +16,17 @@ namespace names = Constants::Registry;
 
 class WindowsRegion final : public Region {
  public:
-  // Of the running account where the logged-on user's settings cannot be read.
+  // By the user's own part of the registry: HKEY_CURRENT_USER is that of the running account.
   RegionFacts ReadFacts() override {
     RegionFacts facts;
-    const auto read = [&](HKEY root, const std::wstring& prefix) {
-      facts.nation = RegistryText(root, prefix + names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation);
-      facts.locale_name =
-          RegistryText(root, prefix + names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName);
-    };
-    if (const std::string user = ReadLoggedInUserSid(); !user.empty()) read(HKEY_USERS, WideFromUtf8(user) + L"\\");
-    if (facts.locale_name.empty()) read(HKEY_CURRENT_USER, L"");
+    if (const std::string user = ReadLoggedInUserSid(); !user.empty()) {
+      const auto read = [&](const std::wstring& key, const wchar_t* name) {
+        return RegistryText(HKEY_USERS, WideFromUtf8(user) + L"\\" + key, name);
+      };
+      facts.nation = read(names::CountryCodeInternationalGeoSubPath, names::CountryCodeNation);
+      facts.locale_name = read(names::CountryCodeInternationalSubPath, names::CountryCodeLocaleName);
+    }
+    facts.of_somebody = !facts.nation.empty() || !facts.locale_name.empty();
     DYNAMIC_TIME_ZONE_INFORMATION zone{};
     if (GetDynamicTimeZoneInformation(&zone) != TIME_ZONE_ID_INVALID) {
       constexpr std::size_t kLength = std::size(zone.TimeZoneKeyName);

@@ -66,7 +66,8 @@ bool IsUsableName(std::wstring_view name) {
 // The system, the administrators and the own account hold every right; logged-on users wait and signal at most.
 std::string AccessList(EventAccess access) {
   std::string list = "D:P(A;;GA;;;SY)(A;;GA;;;BA)";
-  if (const std::string own = ProcessUserSid(); !own.empty()) list += "(A;;GA;;;" + own + ")";
+  // The owner by name, since whoever makes the event again looks at it.
+  if (const std::string own = ProcessUserSid(); !own.empty()) list = "O:" + own + list + "(A;;GA;;;" + own + ")";
   if (access == EventAccess::kSessionUsers) list += "(A;;0x100002;;;IU)";
   return list;
 }

@@ -72,6 +72,12 @@ bool SetFailureActions(const UniqueService& service) {
           GetLastError() == ERROR_INVALID_LEVEL);
 }
 
+// How long the system's shutdown waits for the service; its own default differs between versions.
+bool SetShutdownPatience(const UniqueService& service) {
+  SERVICE_PRESHUTDOWN_INFO patience{static_cast<DWORD>(kServiceStopLimit.count())};
+  return ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_PRESHUTDOWN_INFO, &patience) != FALSE;
+}
+
 std::string Halt(const UniqueService& service, milliseconds timeout) {
   SERVICE_STATUS ignored{};
   if (!ControlService(service.get(), SERVICE_CONTROL_STOP, &ignored)) {
@@ -129,6 +135,8 @@ std::string InstallService(const ServiceInstallation& installation) {
     return LastErrorText("cannot describe the service");
   }
   if (!SetFailureActions(access.service)) return LastErrorText("cannot set what follows a failure of the service");
+  if (!SetShutdownPatience(access.service))
+    return LastErrorText("cannot set how long a shutdown waits for the service");
   return {};
 }
 

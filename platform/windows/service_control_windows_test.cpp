@@ -53,6 +53,17 @@ ServiceInstallation ThisProgram() {
           .description = L"Lives as long as a test."};
 }
 
+/// How long a shutdown of the system waits for the service.
+DWORD ShutdownPatience() {
+  const windows::UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  const windows::UniqueService service(OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_CONFIG));
+  SERVICE_PRESHUTDOWN_INFO patience{};
+  DWORD needed = 0;
+  QueryServiceConfig2W(service.get(), SERVICE_CONFIG_PRESHUTDOWN_INFO, reinterpret_cast<BYTE*>(&patience),
+                       sizeof patience, &needed);
+  return patience.dwPreshutdownTimeout;
+}
+
 bool SendControl(DWORD code) {
   const windows::UniqueService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
   const windows::UniqueService service(OpenServiceW(manager.get(), kServiceName, SERVICE_USER_DEFINED_CONTROL));
@@ -73,6 +84,7 @@ TEST(ServiceControl, ServiceLivesFromInstallationToRemoval) {
   ASSERT_EQ(InstallService(ThisProgram()), "");
   ASSERT_EQ(InstallService(ThisProgram()), "") << "a second time brings it up to date";
   EXPECT_EQ(ReadServiceReport().state, ServiceState::kStopped);
+  EXPECT_EQ(ShutdownPatience(), 20'000u) << "not the system's own, which is longer or shorter by its version";
 
   ASSERT_EQ(LaunchService({L"hello"}, seconds(30)), "");
   EXPECT_EQ(runtime->Wait(*argued.event, seconds(20)), 0u);

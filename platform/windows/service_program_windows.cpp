@@ -14,8 +14,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kStartLimit = std::chrono::seconds(30);
-// Until the service itself has said how long it needs.
-constexpr milliseconds kFirstStopLimit = std::chrono::seconds(20);
 
 class Session final : public ServiceSession {
  public:
@@ -89,7 +87,7 @@ class Session final : public ServiceSession {
   DWORD Handle(DWORD control, DWORD event_type, void* event_data) {
     const bool ends = control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_PRESHUTDOWN ||
                       control == SERVICE_CONTROL_SHUTDOWN;
-    if (ends) ReportStopping(kFirstStopLimit);
+    if (ends) ReportStopping(kServiceStopLimit);  // until the service itself says how long it needs
     const DWORD answer = program_.control ? program_.control(control, event_type, event_data, program_.context)
                                           : static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED);
     if (ends && !stop_called_) {

@@ -1,26 +1,16 @@
-#include "platform/session_process.h"
+#include "platform/windows/session_process_windows.h"
+
+#include <algorithm>
 
 #include "platform/files.h"
 #include "platform/windows/command_line.h"
-#include "platform/windows/owner.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
 #include "platform/windows/user_session.h"
 
-#include <userenv.h>
-
-#include <algorithm>
-
 namespace platform {
+namespace windows {
 namespace {
-
-using namespace windows;  // NOLINT(google-build-using-namespace): this system's helpers
-
-struct EnvironmentTraits {
-  using Handle = void*;
-  static Handle None() { return nullptr; }
-  static void Close(Handle block) { DestroyEnvironmentBlock(block); }
-};
 
 class WindowsSessionProcess final : public SessionProcess {
  public:
@@ -36,40 +26,54 @@ class WindowsSessionProcess final : public SessionProcess {
   UniqueKernelHandle process_;
 };
 
-}  // namespace
+SessionProcessStart Failure(const std::filesystem::path& program, std::string_view call) {
+  return {nullptr, false, PathToUtf8(program) + ": " + LastErrorText(call)};
+}
 
-SessionProcessStart StartInUserSession(const std::filesystem::path& program,
-                                       const std::vector<std::wstring>& arguments) {
-  SessionProcessStart start;
-  const UniqueKernelHandle user = OpenUserToken();
-  // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
-  if (!user && RunsAsSystem()) {
-    start.nobody_logged_on = true;
-    start.problem = PathToUtf8(program.filename()) + ": nobody is logged on";
-    return start;
-  }
+SessionProcessStart Success(const PROCESS_INFORMATION& started) {
+  CloseHandle(started.hThread);
+  return {std::make_unique<WindowsSessionProcess>(started.hProcess), false, {}};
+}
+
+SessionProcessStart StartAsChild(const std::filesystem::path& program, const std::vector<std::wstring>& arguments) {
   std::wstring line = CommandLine(program.native(), arguments);
-  std::wstring desktop = L"winsta0\\default";
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started{};
-  BOOL ok = FALSE;
-  if (user) {
-    startup.lpDesktop = desktop.data();
-    Owner<EnvironmentTraits> environment;
-    CreateEnvironmentBlock(environment.Receive(), user.get(), FALSE);
-    ok = CreateProcessAsUserW(user.get(), program.c_str(), line.data(), nullptr, nullptr, FALSE,
-                              CREATE_UNICODE_ENVIRONMENT, environment.get(), nullptr, &startup, &started);
-  } else {
-    ok = CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started);
-  }
-  if (!ok) {
-    start.problem = PathToUtf8(program) + ": " + LastErrorText("CreateProcess");
-    return start;
-  }
-  CloseHandle(started.hThread);
-  start.process = std::make_unique<WindowsSessionProcess>(started.hProcess);
-  return start;
+  return CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started)
+             ? Success(started)
+             : Failure(program, "CreateProcess");
+}
+
+}  // namespace
+
+SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const std::filesystem::path& program,
+                                const std::vector<std::wstring>& arguments, const UserProcessCalls& calls) {
+  void* block = nullptr;
+  if (!calls.create_environment(&block, token.get(), FALSE)) return Failure(program, "CreateEnvironmentBlock");
+  const std::unique_ptr<void, decltype(calls.destroy_environment)> environment(block, calls.destroy_environment);
+  std::wstring line = CommandLine(program.native(), arguments);
+  std::wstring desktop = L"winsta0\\default";  // without one it would have the service's, which nobody sees
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  startup.lpDesktop = desktop.data();
+  PROCESS_INFORMATION started{};
+  // No handles: they do not go from one session to another.
+  return calls.create_process(token.get(), program.c_str(), line.data(), nullptr, nullptr, FALSE,
+                              CREATE_UNICODE_ENVIRONMENT, block, nullptr, &startup, &started)
+             ? Success(started)
+             : Failure(program, "CreateProcessAsUser");
+}
+
+}  // namespace windows
+
+SessionProcessStart StartInUserSession(const std::filesystem::path& program,
+                                       const std::vector<std::wstring>& arguments) {
+  const windows::UniqueKernelHandle user = windows::OpenUserToken();
+  if (user) return windows::StartAsUser(user, program, arguments);
+  // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
+  if (windows::RunsAsSystem()) return {nullptr, true, PathToUtf8(program.filename()) + ": nobody is logged on"};
+  return windows::StartAsChild(program, arguments);
 }
 
 }  // namespace platform

@@ -1,0 +1,66 @@
+# What the built library exports, and what the programs import from Windows.
+# cmake -DLIBRARY=FILE -DNM=nm -P CheckSymbols.cmake (Linux)
+# cmake -DLIBRARY=FILE -DOBJDUMP=objdump -DPROGRAMS=FILE;... -P CheckSymbols.cmake (Windows)
+cmake_minimum_required(VERSION 3.25)
+
+function(run OUT)
+  execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE _text COMMAND_ERROR_IS_FATAL ANY)
+  string(REPLACE "\r" "" _text "${_text}")
+  string(REGEX REPLACE "[][;]" " " _text "${_text}")
+  set(${OUT} "${_text}" PARENT_SCOPE)
+endfunction()
+
+# One name a line.
+if(NM)
+  run(_listed ${NM} -D --defined-only --format=posix ${LIBRARY})
+  string(REGEX REPLACE " [^\n]*" "" _listed "${_listed}")
+else()
+  run(_listed ${OBJDUMP} -p ${LIBRARY})
+  string(REGEX REPLACE "^.*Ordinal/Name Pointer[^\n]*\n" "" _listed "${_listed}")
+  string(REGEX REPLACE "\n\n.*$" "\n" _listed "${_listed}")
+  string(REGEX REPLACE "[^\n]*[ \t]([^ \t\n]+)\n" "\\1\n" _listed "${_listed}")
+endif()
+string(REGEX MATCHALL "[^\n]+" _exports "${_listed}")
+
+# EventManager and TVK::Component: operations and members, virtual table and type. Nothing of the manager's parts.
+set(_foreign ${_exports})
+list(FILTER _foreign EXCLUDE REGEX "^_ZNK?(12EventManager|3TVK9Component)|^_ZT[ISV]12EventManager$")
+set(_parts ${_exports})
+list(FILTER _parts INCLUDE REGEX "12EventManager5Parts")
+list(APPEND _foreign ${_parts})
+if(_foreign)
+  list(JOIN _foreign "\n  " _names)
+  message(SEND_ERROR "exported, but promised by no header:\n  ${_names}")
+endif()
+foreach(_promised _ZN12EventManager11GetInstanceEv _ZN12EventManager4StopEv _ZN3TVK9Component5CloseEv)
+  if(NOT _promised IN_LIST _exports)
+    message(SEND_ERROR "not exported: ${_promised}")
+  endif()
+endforeach()
+
+# The oldest Windows that is meant to work lacks these, or has them in other libraries: a program that imports one does
+# not start there.
+set(_too_new SetThreadDescription GetThreadDescription QueryInterruptTime QueryInterruptTimePrecise
+             QueryUnbiasedInterruptTimePrecise GetTempPath2W WaitOnAddress WakeByAddressSingle WakeByAddressAll
+             PowerRegisterForEffectivePowerModeNotifications VirtualAlloc2 MapViewOfFile3 CreatePseudoConsole
+             IsWow64Process2 GetMachineTypeAttributes SetThreadSelectedCpuSetMasks)
+set(_libraries ADVAPI32 BCRYPT KERNEL32 MSVCRT PDH USERENV WEVTAPI WTSAPI32 TVKEVENTMANAGER)
+foreach(_program IN LISTS PROGRAMS)
+  run(_text ${OBJDUMP} -p ${_program})
+  string(REGEX MATCHALL "DLL Name: [^\n]+" _imported "${_text}")
+  if(NOT _imported)
+    message(SEND_ERROR "${_program}: no imports were found")
+  endif()
+  foreach(_line IN LISTS _imported)
+    string(REGEX REPLACE "DLL Name: (.*)\\.dll" "\\1" _library "${_line}")
+    string(TOUPPER "${_library}" _library)
+    if(NOT _library IN_LIST _libraries)
+      message(SEND_ERROR "${_program} imports from ${_library}")
+    endif()
+  endforeach()
+  foreach(_name IN LISTS _too_new)
+    if(_text MATCHES "[ \t]${_name}\n")
+      message(SEND_ERROR "${_program} imports ${_name}")
+    endif()
+  endforeach()
+endforeach()
