@@ -1,5 +1,6 @@
 #include "tvk/component.h"
 
+#include <functional>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -43,6 +44,15 @@ ProcessSlot& Slot() {
   return *slot;
 }
 
+// False when nothing is open, and when `call` throws, which is logged.
+bool CallIfOpen(const wchar_t* name, const std::function<void(TVK::Composition&)>& call) {
+  const std::lock_guard lock(Slot().mutex);
+  if (Slot().process == nullptr) return false;
+  TVK::Log log;
+  TVK::utility::InitLog(log, L"EventManager.log", 4);
+  return TVK::CallLogged(log, name, [&] { call(Slot().process->composition()); });
+}
+
 }  // namespace
 
 TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, RecordObserver observer,
@@ -73,28 +83,24 @@ TVK::DeviceIdAgent* TVK::Component::device_id_agent() {
 }
 
 void TVK::Component::RereadPolicy() {
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) Slot().process->composition().RereadPolicy();
+  CallIfOpen(L"Component::RereadPolicy", [](Composition& composition) { composition.RereadPolicy(); });
 }
 
 void TVK::Component::OnUserLogon() {
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) Slot().process->composition().OnUserLogon();
+  CallIfOpen(L"Component::OnUserLogon", [](Composition& composition) { composition.OnUserLogon(); });
 }
 
 void TVK::Component::OnSessionChange(unsigned long event_type, unsigned long session) {
   const std::optional<platform::SessionChange> change = platform::DecodeSessionChange(event_type, session);
   if (!change) return;
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) Slot().process->composition().OnSessionChange(*change);
+  CallIfOpen(L"Component::OnSessionChange", [&](Composition& composition) { composition.OnSessionChange(*change); });
 }
 
 bool TVK::Component::TellPolicyChange(PolicyNews news, const std::wstring& payload) {
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process == nullptr) return false;
   const int state = news == PolicyNews::kTelemetry ? kTelemetryPolicyChanged : kTvkPolicyChanged;
-  Slot().process->composition().bus().Publish(TVKNotificationData(kPolicyTopic, state, payload));
-  return true;
+  return CallIfOpen(L"Component::TellPolicyChange", [&](Composition& composition) {
+    composition.bus().Publish(TVKNotificationData(kPolicyTopic, state, payload));
+  });
 }
 
 std::string TVK::Component::RecordHeader() {

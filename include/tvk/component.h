@@ -54,7 +54,7 @@ enum class PolicyNews {
 
 /// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy,
 /// OnUserLogon, OnSessionChange and TellPolicyChange, which any thread may call. No exception leaves any of them, but
-/// std::bad_alloc.
+/// std::bad_alloc: what fails is logged in "EventManager.log".
 class TVK_EXPORT Component {
  public:
   /// Opens folders, logs, policy and store, and starts to watch the policy files. One at a time in a process: kFailed

@@ -1,6 +1,5 @@
 // How the service lives under a service manager of this system: signals and sd_notify.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <fstream>
