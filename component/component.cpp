@@ -1,44 +1,57 @@
 #include "tvk/component.h"
 
+#include <functional>
 #include <mutex>
+#include <new>
 #include <stdexcept>
+#include <utility>
 
+#include "client/log/guarded_thread.h"
 #include "client/records/record_text.h"
 #include "component/process_composition.h"
 #include "platform/service_control_event.h"
+#include "platform/this_program.h"
 #include "tvk/event_manager.h"
 
 namespace {
 
-struct ProcessSlot {
-  std::mutex mutex;  // guards process
-  std::unique_ptr<TVK::ProcessComposition> process;
+/// The process's manager: an ordinary one on the process's services, which hears of the system's events.
+class ProcessEventManager final : public EventManager {
+ public:
+  ProcessEventManager(TVK::Composition& composition, SERVICE_STATUS_HANDLE handle)
+      : EventManager(composition.manager_services(), handle), composition_(composition) {
+    set_schema_ver(L"2.0");
+    composition_.FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); });
+  }
+  ~ProcessEventManager() override { composition_.FollowSystemEvents(nullptr); }
+  ProcessEventManager(const ProcessEventManager&) = delete;
+  ProcessEventManager& operator=(const ProcessEventManager&) = delete;
+
+ private:
+  TVK::Composition& composition_;
 };
 
-// Never destroyed: the manager refers to it until the process ends, and joining threads while a library is being
-// unloaded does not work everywhere. Close ends the threads.
+struct ProcessSlot {
+  std::mutex mutex;  // guards what follows
+  std::unique_ptr<TVK::ProcessComposition> process;
+  std::unique_ptr<ProcessEventManager> manager;
+  bool closes_at_exit = false;
+};
+
+// Never destroyed: where a process ends without Close, its threads may use it to the last.
 ProcessSlot& Slot() {
   static auto* const slot = new ProcessSlot;
   return *slot;
 }
 
-/// The process's manager: an ordinary one on the process's services, which hears of the system's events.
-class ProcessEventManager final : public EventManager {
- public:
-  ProcessEventManager(const TVK::ManagerServices& services, SERVICE_STATUS_HANDLE handle)
-      : EventManager(services, handle) {
-    FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); });
-  }
-  ~ProcessEventManager() override { FollowSystemEvents(nullptr); }
-  ProcessEventManager(const ProcessEventManager&) = delete;
-  ProcessEventManager& operator=(const ProcessEventManager&) = delete;
-
- private:
-  static void FollowSystemEvents(platform::SystemEventCallback receiver) {
-    const std::lock_guard lock(Slot().mutex);
-    if (Slot().process != nullptr) Slot().process->composition().FollowSystemEvents(std::move(receiver));
-  }
-};
+// False when nothing is open, and when `call` throws, which is logged.
+bool CallIfOpen(const wchar_t* name, const std::function<void(TVK::Composition&)>& call) {
+  const std::lock_guard lock(Slot().mutex);
+  if (Slot().process == nullptr) return false;
+  TVK::Log log;
+  TVK::utility::InitLog(log, L"EventManager.log", 4);
+  return TVK::CallLogged(log, name, [&] { call(Slot().process->composition()); });
+}
 
 }  // namespace
 
@@ -49,12 +62,18 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
   ComponentResult result;
   try {
     auto process = TVK::ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
-    if (result.outcome == ComponentOutcome::kReady) Slot().process = std::move(process);
+    if (result.outcome == ComponentOutcome::kReady) {
+      Slot().process = std::move(process);
+      if (!std::exchange(Slot().closes_at_exit, true)) platform::CallAtExit([] { Close(); });
+    }
   } catch (const std::invalid_argument& mistake) {
     result = {ComponentOutcome::kWrongConfiguration, mistake.what()};
+  } catch (const std::bad_alloc&) {
+    result = {ComponentOutcome::kFailed, "there is not enough memory"};
   } catch (const std::exception& failure) {
     result = {ComponentOutcome::kFailed, failure.what()};
   }
+  if (Slot().process == nullptr) SetLogBackend(nullptr);
   return result;
 }
 
@@ -64,20 +83,24 @@ TVK::DeviceIdAgent* TVK::Component::device_id_agent() {
 }
 
 void TVK::Component::RereadPolicy() {
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) Slot().process->composition().RereadPolicy();
+  CallIfOpen(L"Component::RereadPolicy", [](Composition& composition) { composition.RereadPolicy(); });
 }
 
 void TVK::Component::OnUserLogon() {
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) Slot().process->composition().OnUserLogon();
+  CallIfOpen(L"Component::OnUserLogon", [](Composition& composition) { composition.OnUserLogon(); });
 }
 
 void TVK::Component::OnSessionChange(unsigned long event_type, unsigned long session) {
   const std::optional<platform::SessionChange> change = platform::DecodeSessionChange(event_type, session);
   if (!change) return;
-  const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) Slot().process->composition().OnSessionChange(*change);
+  CallIfOpen(L"Component::OnSessionChange", [&](Composition& composition) { composition.OnSessionChange(*change); });
+}
+
+bool TVK::Component::TellPolicyChange(PolicyNews news, const std::wstring& payload) {
+  const int state = news == PolicyNews::kTelemetry ? kTelemetryPolicyChanged : kTvkPolicyChanged;
+  return CallIfOpen(L"Component::TellPolicyChange", [&](Composition& composition) {
+    composition.bus().Publish(TVKNotificationData(kPolicyTopic, state, payload));
+  });
 }
 
 std::string TVK::Component::RecordHeader() {
@@ -85,29 +108,31 @@ std::string TVK::Component::RecordHeader() {
 }
 
 void TVK::Component::Close() {
-  std::unique_ptr<TVK::ProcessComposition> ended;
+  std::unique_ptr<ProcessEventManager> manager;
+  std::unique_ptr<TVK::ProcessComposition> process;
   {
     const std::lock_guard lock(Slot().mutex);
-    ended = std::move(Slot().process);
+    manager = std::move(Slot().manager);
+    process = std::move(Slot().process);
   }
-  ended = nullptr;
+  if (process == nullptr) return;
+  if (manager != nullptr) manager->Stop();
+  manager = nullptr;
+  process = nullptr;
   SetLogBackend(nullptr);
 }
 
 EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
-  static ProcessEventManager manager(
-      [&]() -> const TVK::ManagerServices& {
-        const std::lock_guard lock(Slot().mutex);
-        // A host that does not set the component up gets the default places, whatever state they are in.
-        if (Slot().process == nullptr) {
-          TVK::ComponentResult ignored;
-          Slot().process = TVK::ProcessComposition::Open({}, {}, {}, ignored);
-        }
-        return Slot().process->composition().manager_services();
-      }(),
-      handle);
-  if (manager.get_schema_ver().empty()) manager.set_schema_ver(L"2.0");
-  return &manager;
+  const std::lock_guard lock(Slot().mutex);
+  ProcessSlot& slot = Slot();
+  if (slot.process == nullptr) return nullptr;
+  if (slot.manager == nullptr) {
+    TVK::Log log;
+    TVK::utility::InitLog(log, L"EventManager.log", 4);
+    TVK::CallLogged(log, L"EventManager::GetInstance",
+                    [&] { slot.manager = std::make_unique<ProcessEventManager>(slot.process->composition(), handle); });
+  }
+  return slot.manager.get();
 }
 
 EventManager* EventManager::GetInstance() {

@@ -1,17 +1,15 @@
 // How the policy files are followed when reading them fails, which this system can play without anybody being told.
 #include "component/policy_watch.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <fstream>
 #include <stdexcept>
 
-#include "platform/linux/unique_fd.h"
 #include "platform/local.h"
 #include "testing/child_process.h"
+#include "testing/exchanged_file_linux.h"
 #include "testing/temp_folder.h"
 
 namespace TVK {
@@ -41,8 +39,7 @@ class PolicyWatchTest : public testing::Test {
     Write("full", R"({"telemetryScope":"full","datasets":[]})");
     Write("none", R"({"telemetryScope":"none","datasets":[]})");
     Write("client-policy.json", R"({"devicePath":"a"})");
-    descriptor_ = platform::UniqueFd(::open((folder_.path() / "full").c_str(), O_RDONLY | O_CLOEXEC));
-    std::filesystem::create_symlink("/proc/self/fd/" + std::to_string(descriptor_.get()), files_.telemetry_policy);
+    followed_.emplace(files_.telemetry_policy, folder_.path() / "full");
     agent_.LoadTelemetryPolicy(true);
     agent_.LoadTvkPolicy(true);
     bus_.Subscribe([this](TVKNotificationData& data) { Hear(data); }, false);
@@ -61,10 +58,6 @@ class PolicyWatchTest : public testing::Test {
   void Write(const std::string& name, const std::string& text) {
     std::ofstream(folder_.path() / name, std::ios::binary) << text;
   }
-  void LeadTo(const std::filesystem::path& file) {
-    const platform::UniqueFd opened(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    ASSERT_GE(::dup3(opened.get(), descriptor_.get(), O_CLOEXEC), 0);
-  }
   std::size_t CountRemarks(const std::string& text) {
     const std::lock_guard lock(mutex_);
     return static_cast<std::size_t>(
@@ -79,7 +72,7 @@ class PolicyWatchTest : public testing::Test {
   }();
   const std::unique_ptr<platform::Runtime> runtime_ = platform::MakeRealRuntime({});
   const PolicyWatch::Files files_{folder_.path() / "policy.json", folder_.path() / "client-policy.json"};
-  platform::UniqueFd descriptor_;
+  std::optional<ExchangedFile> followed_;
   std::atomic<int> changes_ = 0;
   std::atomic<bool> withdrawn_ = false;
   std::atomic<int> new_paths_ = 0;
@@ -94,7 +87,7 @@ class PolicyWatchTest : public testing::Test {
 };
 
 TEST_F(PolicyWatchTest, AFileThatCouldNotBeReadIsReadAgainAndToldOnce) {
-  LeadTo("/proc/self/mem");  // of which the beginning cannot be read
+  followed_->LeadTo("/proc/self/mem");  // of which the beginning cannot be read
   watch_.Reread();
   ASSERT_TRUE(WaitForState([&] { return CountRemarks("the policy before it stays in force") == 1; }, kPatience));
   const platform::SteadyTime told = runtime_->clock().Steady();
@@ -102,7 +95,7 @@ TEST_F(PolicyWatchTest, AFileThatCouldNotBeReadIsReadAgainAndToldOnce) {
   EXPECT_EQ(CountRemarks("Input/output error"), 1u);
   EXPECT_EQ(log_->errors, 1);
   EXPECT_EQ(changes_, 0) << "what could not be read neither withdraws nor grants";
-  LeadTo(folder_.path() / "none");
+  followed_->LeadTo(folder_.path() / "none");
   ASSERT_TRUE(WaitForState([&] { return changes_ == 1; }, kPatience));
   EXPECT_TRUE(withdrawn_);
   EXPECT_EQ(CountRemarks("policy.json: is in force now"), 1u);

@@ -1,5 +1,8 @@
 #include "component/process_composition.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "client/records/record_text.h"
 #include "platform/files.h"
 
@@ -31,6 +34,13 @@ void ReportStore(TVK::ComponentResult& result, const std::filesystem::path& fold
              store.opening_problem());
 }
 
+// Whether the component makes files of that name in its folders.
+bool IsOurs(const std::string& name) {
+  constexpr std::string_view kFolders[] = {"log", "run"};
+  return std::ranges::find(kFolders, name) != std::end(kFolders) || name.ends_with(".log") ||
+         name.starts_with("records.") || name.find("policy.last-good.json") != name.npos;
+}
+
 std::filesystem::path OrDefault(const std::filesystem::path& given, const std::filesystem::path& standard) {
   return given.empty() ? standard : std::filesystem::absolute(given);
 }
@@ -59,6 +69,8 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   for (const std::filesystem::path& folder : {places.data_folder, log_folder}) {
     const std::string problem = platform::MakePrivateFolder(folder);
     if (!problem.empty()) Report(result, ComponentOutcome::kWrongConfiguration, problem);
+    const std::string open = platform::CloseFolder(folder, IsOurs);
+    if (!open.empty()) Report(result, ComponentOutcome::kReady, open);
   }
   SetLogBackend(MakeFileLogBackend(log_folder));
   std::unique_ptr<ProcessComposition> process(new ProcessComposition(

@@ -195,10 +195,9 @@ void EventManager::StopLocked() {
       entry->StopMonitor();
     parts.notifications.End();
     parts.notifications.JoinStoppers();
-    parts.notifier.DropScopeWakeUp();
   }
   parts.notifier.CloseGlobalEvents();
-  parts.notifier.DropEventWakeUps();
+  parts.notifier.DropWakeUps();
   if (!parts.subscription_id.empty()) {
     parts.services.bus.Unsubscribe(parts.subscription_id);
     parts.subscription_id.clear();

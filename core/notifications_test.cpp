@@ -61,6 +61,9 @@ TEST_F(NotificationsTest, ABlockedMonitorDoesNotKeepTheOthersRunning) {
   script_.gate = {L"CPUEvent", MonitorScript::Place::kStop, gate.get()};
   Change(PolicyOf(L"none", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"StorageEvent"}));
   EXPECT_EQ(world_.logs.Count(L"EventManager StopAndRemoveFromList"), 2u) << "memory and battery";
+  life_->composition.bus().Publish(TVKNotificationData(4, 18, MakeTvkPolicyPayload(L"/a", L"b", true)));
+  world_.runtime.Settle();
+  EXPECT_TRUE(life_->manager.IsDevicePathChange()) << "known before it is told";
   EXPECT_EQ(script_.running, 4);
   EXPECT_EQ(life_->manager.OnServiceControlHandle(13, 0, nullptr, nullptr), 0u) << "no lock is held meanwhile";
   EXPECT_EQ(script_.Count(L"control 13,0,0,0 CPUEvent"), 0u);
@@ -120,13 +123,15 @@ TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {
   EXPECT_THAT(script_.TakeNotes(),
               ElementsAre(L"context anew TVKEvent", L"context anew DeviceStatus", L"context anew SystemPowerEvent",
                           L"context anew NetworkEvent", L"context anew MemoryEvent"));
+  life_->composition.bus().Publish(TVKNotificationData(4, 18, L"{}"));
+  world_.runtime.Settle();
+  EXPECT_EQ(script_.Count(L"stop CPUEvent"), 1u) << "nor do others run on when any news comes";
 }
 
 TEST_F(NotificationsTest, TheUserAgentFollowsTheDisplayDataset) {
-  const auto policy_event =
-      world_.runtime.MakeNamedEvent(L"Global\\TvkUserAgentTelemetryPolicyChangeEvent", platform::EventReset::kAuto,
-                                    false, platform::EventAccess::kSessionUsers);
   Start(PolicyOf(L"basic", {L"DisplayEvent"}));
+  const auto policy_event = world_.runtime.OpenNamedEvent(L"Global\\TvkUserAgentTelemetryPolicyChangeEvent");
+  ASSERT_NE(policy_event.event, nullptr);
   EXPECT_EQ(life_->user_process.starts, 0);
   for (const wchar_t* scope : {L"enhance", L"full"}) {
     Change(PolicyOf(scope, {L"DisplayEvent"}));
@@ -216,7 +221,8 @@ TEST_F(NotificationsTest, EveryFactThatIsKnownStandsInTheDeviceContextAndAnother
       [](DeviceContext & whole) -> auto& { return whole.tvk_info(); }, kTvkInfoFields);
   look(
       [](DeviceContext & whole) -> auto& { return whole; }, kDeviceContextFields);
-  EXPECT_THAT(empty, ElementsAre("device_id2", "device_smbiosversion", "device_extensionkeyvalue", "source"));
+  EXPECT_EQ(context.device_info().device_id() + context.device_info().device_id2(), L"DEVICE-IDLEGACY-ID");
+  EXPECT_THAT(empty, ElementsAre("device_smbiosversion", "device_extensionkeyvalue", "source"));
   EXPECT_THAT(not_compared,
               ElementsAre("device_info_datetime", "device_extensionkeyvalue", "region_info_datetime", "tvk_datetime",
                           "device_context_id", "device_context_datetime", "source", "source_component"));

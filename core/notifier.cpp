@@ -32,15 +32,11 @@ void Notifier::DropStopEvent() {
   wake_ups_.stop = nullptr;
 }
 
-void Notifier::DropScopeWakeUp() {
-  const std::lock_guard lock(mutex_);
-  wake_ups_.telemetry_scope = nullptr;
-}
-
-void Notifier::DropEventWakeUps() {
+void Notifier::DropWakeUps() {
   const std::lock_guard lock(mutex_);
   wake_ups_.tvk_policy = nullptr;
   wake_ups_.device_context_change = nullptr;
+  wake_ups_.telemetry_scope = nullptr;
 }
 
 void Notifier::CreateGlobalEvents() {

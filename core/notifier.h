@@ -36,8 +36,7 @@ class Notifier {
   void MakePolicyWakeUps();
   void MakeDeviceContextWakeUp();
   void DropStopEvent();
-  void DropScopeWakeUp();
-  void DropEventWakeUps();
+  void DropWakeUps();  ///< All but the stop event.
 
   /// Makes the three named events; the first that cannot be made is logged, and those after it are not tried.
   void CreateGlobalEvents();

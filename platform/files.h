@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +16,21 @@ namespace platform {
 /// keeps its permissions; that the account may not make files in it is a failure. Returns an empty text, or what went
 /// wrong.
 std::string MakePrivateFolder(const std::filesystem::path& folder);
+
+/// Takes `folder` from everybody but the running account and its group (Linux: mode 0750), when it belongs to that
+/// account alone: `is_ours` knows the name of everything in it. Returns an empty text when no other account could read
+/// or write there, else what a person should know: that it was open and is closed now, or that it stays open. On
+/// Windows the access list stays as it is, and the answer is empty.
+std::string CloseFolder(const std::filesystem::path& folder,
+                        const std::function<bool(const std::string& name)>& is_ours);
+
+/// Takes `file` from every other account (Linux: mode 0600, also where it is another's to change and this fails). A
+/// link is left alone, a file that is not there is no failure. On Windows its folder decides, and nothing is done.
+void CloseFile(const std::filesystem::path& file);
+
+/// The same, after making the file, empty, when nothing has its name. One that exists is not opened: a process that
+/// holds a lock of it would lose that by closing it again.
+void MakePrivateFile(const std::filesystem::path& file);
 
 /// Why a file gave no content.
 enum class FileFault {
@@ -37,8 +53,15 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std:
 /// nothing between: temporary file beside it, flush to disk, rename. Returns an empty text, or what went wrong; `file`
 /// is then untouched. Windows: as long as somebody holds `file` so that it cannot be replaced, or access to it is
 /// denied, it is tried again, up to a second; who reads it through ReadWholeFile does not hold it on a local disk of
-/// Windows 10 or later.
-std::string ReplaceFile(const std::filesystem::path& file, std::string_view content);
+/// Windows 10 or later. `access`, on Linux: of a file that is there the permissions are kept, a new one is for the
+/// account and its group (kKept), or it is for the account alone (kPrivate).
+enum class FileAccess { kKept, kPrivate };
+std::string ReplaceFile(const std::filesystem::path& file, std::string_view content,
+                        FileAccess access = FileAccess::kKept);
+
+/// Removes the temporary files that calls of ReplaceFile for `file` left beside it when the process was killed. Not
+/// while another process may be at it.
+void RemoveLeftovers(const std::filesystem::path& file);
 
 /// Paths from and to UTF-8, whatever the process's locale.
 std::filesystem::path PathFromUtf8(std::string_view text);

@@ -38,7 +38,8 @@ class InterruptWatcher {
 
   /// To be called by the main thread before it starts any other: on Linux, threads inherit that the signals are
   /// blocked, and one that was started before would be hit by them. Programs that are started later inherit it as well.
-  /// Linux: as long as the watcher lives, writing to a pipe that nobody reads fails and does not end the process.
+  /// Linux: as long as the watcher lives, writing to a pipe that nobody reads, or beyond the size that a file may have,
+  /// fails and does not end the process.
   /// On Windows, when the console is closed the system ends the process some 5 s after `stop` was called.
   /// Returns null when the process has one already or the system refuses; `problem`, when given, then says which.
   static std::unique_ptr<InterruptWatcher> Start(InterruptCallbacks callbacks, std::string* problem = nullptr);

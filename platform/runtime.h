@@ -39,9 +39,10 @@ class Runtime {
   virtual std::unique_ptr<Event> MakeEvent(EventReset reset, bool signalled = false) = 0;
 
   /// Makes the event `name`, or opens it when any process has made it already (kind, state and access then stay as they
-  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system. On
-  /// Windows, where every user may make events of any name, one that exists is taken only from the system, the
-  /// administrators and the running account; another one's is refused with kErrorForeignOwner.
+  /// are). Names that begin with "Global\" are meant for other processes too; they are the same on every system. Where
+  /// others may make events of any name (Windows; on Linux in a folder that is open to them), one that exists is taken
+  /// only from the system, the administrators, the running account and, on Linux, whom the folder belongs to; another
+  /// one's is refused with kErrorForeignOwner.
   virtual NamedEventResult MakeNamedEvent(std::wstring_view name, EventReset reset, bool signalled,
                                           EventAccess access) = 0;
 
@@ -78,7 +79,7 @@ class Runtime {
 
   /// Starts a thread that runs `body`. `name` (ASCII, 15 characters are kept) is what debuggers and `top -H` show.
   /// An exception that leaves `body` ends the process; StartGuardedThread (client/log) logs it instead.
-  /// Throws std::system_error when the system gives no thread.
+  /// Throws std::system_error, which names the thread, when the system gives none.
   virtual std::thread StartThread(std::string_view name, std::function<void()> body) = 0;
 
   /// Waits for the end of a thread that StartThread gave, and joins it. Throws std::system_error with

@@ -96,9 +96,10 @@ class FixedDeviceIds final : public TVK::DeviceIdAgent {
     id = L"DEVICE-ID";
     return 0;
   }
-  unsigned long GetLegacyDeviceID(std::wstring& /*id*/) override {
+  unsigned long GetLegacyDeviceID(std::wstring& id) override {
     if (throws) throw 7;  // NOLINT(hicpp-exception-baseclass): anything may be thrown
-    return 1168;
+    id = L"LEGACY-ID";
+    return 0;
   }
 
   bool throws = false;

@@ -4,8 +4,10 @@
 #include <deque>
 #include <mutex>
 #include <system_error>
+#include <utility>
 
 #include "platform/local.h"
+#include "platform/standard_error.h"
 
 struct ConsoleOutput::State {
   explicit State(Sink given) : sink(std::move(given)) {}
@@ -45,7 +47,8 @@ void ConsoleOutput::Put(std::FILE* stream, const std::string& text) {
     if (!thread_.joinable()) {
       try {
         thread_ = state_->runtime->StartThread("tvk-console", [state = state_] { WriteAll(*state); });
-      } catch (const std::system_error&) {
+      } catch (const std::system_error& failure) {
+        SayWithoutThread(stream, text, failure.what());
         return;  // whoever has something to say is not to fail for it
       }
     }
@@ -57,6 +60,15 @@ void ConsoleOutput::Put(std::FILE* stream, const std::string& text) {
     }
   }
   state_->news->Set();
+}
+
+void ConsoleOutput::SayWithoutThread(std::FILE* stream, std::string_view text, const char* reason) {
+  if (stream == stderr) {
+    text.remove_suffix(1);  // its line feed
+    platform::WriteLineToStandardError(text);
+  } else if (!std::exchange(said_, true)) {
+    platform::WriteLineToStandardError(std::string("records are not shown: ") + reason);
+  }
 }
 
 void ConsoleOutput::WriteAll(State& state) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 
 /// Takes texts for standard output and standard error and writes them, in the order in which they came, on a thread of
@@ -32,10 +33,11 @@ class ConsoleOutput {
   ConsoleOutput& operator=(const ConsoleOutput&) = delete;
 
   /// Puts `text`, which brings its own line feeds, on its way to standard output. Any thread; never waits for the
-  /// terminal. The text is lost when the system gives no thread.
+  /// terminal. When the system gives no thread the text is lost, and the first time a line on standard error says so.
   void Show(const std::string& text) { Put(stdout, text); }
 
-  /// Puts `message` and a line feed on its way to standard error. As Show.
+  /// Puts `message` and a line feed on its way to standard error. As Show, but without a thread it is
+  /// written at once, unless standard error does not take it.
   void Complain(const std::string& message) { Put(stderr, message + '\n'); }
 
   /// Ends the thread once everything is written; whether that came to pass within kPatience. When it did not, the
@@ -50,8 +52,10 @@ class ConsoleOutput {
   static void WriteAll(State& state);
   static void WriteUntilEnd(State& state);
   void Put(std::FILE* stream, const std::string& text);
+  void SayWithoutThread(std::FILE* stream, std::string_view text, const char* reason);
 
   const std::shared_ptr<State> state_;  ///< Shared with the thread, which may outlive the object.
-  std::thread thread_;                  ///< Guarded by the state's mutex until Finish.
+  std::thread thread_;                  ///< Guarded by the state's mutex until Finish, as the next line is.
+  bool said_ = false;                   ///< That records are not shown.
   bool finished_ = false;
 };

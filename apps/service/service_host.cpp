@@ -1,6 +1,6 @@
 #include "apps/service/service_host.h"
 
-#include <atomic>
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -21,6 +21,7 @@
 
 namespace {
 
+constexpr char kNoManager[] = "the event manager cannot be made; EventManager.log says what is missing";
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
 /// The component, open for as long as the object lives.
@@ -131,13 +132,16 @@ void Serve(platform::Runtime& runtime, platform::Event& stop, SessionNews& sessi
   platform::Waitable* const objects[] = {&stop, &sessions.arrived()};
   for (;;) {
     const auto passed = std::chrono::floor<std::chrono::milliseconds>(runtime.clock().Steady() - start);
-    if (runtime.WaitAny(objects, run_for ? *run_for - passed : platform::kForever) != 1) return;
+    const auto left = run_for ? std::max(*run_for - passed, std::chrono::milliseconds(0)) : platform::kForever;
+    if (runtime.WaitAny(objects, left) != 1) return;
     sessions.Tell();
   }
 }
 
+// Null when there is too little of something to make one; its log says of what.
 EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
   EventManager* const manager = EventManager::GetInstance(handle);
+  if (manager == nullptr) return nullptr;
   manager->Initialize(TVK::Component::device_id_agent());
   manager->InitAndStartEventMonitors();
   return manager;
@@ -169,6 +173,10 @@ int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOpt
   if (component.exit_code() != kExitOk) return component.exit_code();
   if (options.console) output.Show(TVK::Component::RecordHeader());
   EventManager* const manager = StartManager(nullptr);
+  if (manager == nullptr) {
+    complain(kNoManager);
+    return kExitFailed;
+  }
   platform::NotifyServiceManager("READY=1");
   runtime.Wait(stop, options.run_for.value_or(platform::kForever));
   platform::NotifyServiceManager("STOPPING=1");
@@ -202,26 +210,36 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   const auto runtime = platform::MakeRealRuntime({});
   const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
   SessionNews sessions(*runtime);
-  // Controls that come before the manager is there have nobody to go to.
-  std::atomic<EventManager*> running = nullptr;
+  // Controls that come before the manager is there, or when it is ending, have nobody to go to.
+  std::mutex running_mutex;  // guards running, while it is called too
+  EventManager* running = nullptr;
+  const auto let_run = [&](EventManager* manager) {
+    const std::lock_guard lock(running_mutex);
+    running = manager;
+  };
   platform::ServiceProgram program;
   program.main = [&](platform::ServiceSession& session) {
     OpenComponent component(options, {}, TellAdministrator);
     TellAdministrator(component.message());
     if (component.exit_code() != kExitOk) return component.exit_code();
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
-    running = manager;
+    if (manager == nullptr) {
+      TellAdministrator(kNoManager);
+      return static_cast<int>(kExitFailed);
+    }
+    let_run(manager);
     session.ReportRunning();
     TVK::Component::OnUserLogon();  // whoever logged on before that was told to nobody
     Serve(*runtime, *stop, sessions, options.run_for);
     session.ReportStopping(std::chrono::seconds(5));
+    let_run(nullptr);
     manager->Stop();
     return static_cast<int>(kExitOk);
   };
   program.control = [&](unsigned long control, unsigned long event_type, void* event_data, void* context) {
-    EventManager* const manager = running;
     sessions.Put(control, event_type, event_data);
-    return manager == nullptr ? 0 : manager->OnServiceControlHandle(control, event_type, event_data, context);
+    const std::lock_guard lock(running_mutex);
+    return running == nullptr ? 0 : running->OnServiceControlHandle(control, event_type, event_data, context);
   };
   program.stop = [&] { stop->Set(); };
   const platform::ServiceRun run = platform::RunServiceProgram(program);

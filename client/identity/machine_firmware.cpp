@@ -7,6 +7,16 @@
 
 namespace TVK {
 
+namespace {
+
+// A release whose numbers are told, and nothing for another: 255 stands for one that is not (DMTF DSP0134, 7.1), and
+// some firmware puts a 0 beside it.
+std::string ToldRelease(const std::string& release) {
+  return release.starts_with("255.") || release.ends_with(".255") ? std::string() : release;
+}
+
+}  // namespace
+
 SmbiosIdentity ReadMachineFirmware(platform::Firmware& firmware) {
   SMBiosTool tool(firmware);
   tool.Initialize();  // Of a damaged table the sound begin counts; without a table the identity is empty.
@@ -26,8 +36,8 @@ SmbiosIdentity ReadMachineFirmware(platform::Firmware& firmware) {
   fill(identity.bios_vendor, facts.bios_vendor);
   fill(identity.bios_version, facts.bios_version);
   fill(identity.bios_date, facts.bios_date);
-  fill(identity.bios_release, facts.bios_release);
-  fill(identity.ec_release, facts.ec_release);
+  fill(identity.bios_release, ToldRelease(facts.bios_release));
+  fill(identity.ec_release, ToldRelease(facts.ec_release));
   if (identity.chassis_type == 0)
     identity.chassis_type = static_cast<std::uint8_t>(std::strtol(facts.chassis_type.c_str(), nullptr, 10));
   return identity;

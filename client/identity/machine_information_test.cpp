@@ -68,6 +68,22 @@ TEST(MachineInformationTest, KeepsFactsUntilReInitialize) {
   EXPECT_EQ(information.os_version(), L"2.0");
 }
 
+TEST(MachineInformationTest, AReleaseThatIsNotToldIsUnknownWhicheverSourceItComesFrom) {
+  struct Row {
+    const char* release;
+    const wchar_t* told;
+  };
+  VirtualRuntime runtime;
+  SimulatedMachine machine;
+  MachineInformation information(machine, runtime.clock());
+  for (const Row& row : {Row{"1.25", L"1.25"}, Row{"255.0", L""}, Row{"0.255", L""}, Row{"255.255", L""}}) {
+    machine.firmware().Change([&](auto& state) { state.facts.ec_release = state.facts.bios_release = row.release; });
+    information.ReInitialize(true);
+    EXPECT_EQ(information.device_ec_version(), row.told);
+    EXPECT_EQ(information.device_bios_version_short(), row.told);
+  }
+}
+
 TEST(MachineDeviceIdAgentTest, IdsAreStableAndTellNothing) {
   SimulatedMachine machine;
   machine.firmware().SetSmbios(TableWithUuid());

@@ -1,11 +1,14 @@
-#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/details/log_msg.h>
+#include <spdlog/pattern_formatter.h>
 
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <stdexcept>
 
 #include "client/log/log.h"
 #include "client/log/loss_counting_sink.h"
+#include "client/log/rotating_file.h"
 #include "client/text/string.h"
 #include "platform/files.h"
 #include "platform/standard_error.h"
@@ -14,7 +17,7 @@ namespace TVK {
 namespace {
 
 constexpr std::size_t kFileBytes = 5u << 20;
-constexpr std::size_t kOlderFiles = 4;  // five files in all
+constexpr int kOlderFiles = 4;  // five files in all
 
 spdlog::level::level_enum ToSpdlog(LogSeverity severity) {
   switch (severity) {
@@ -28,15 +31,27 @@ spdlog::level::level_enum ToSpdlog(LogSeverity severity) {
   return spdlog::level::debug;
 }
 
+// A log's file and the form of its lines. One thread at a time.
+class LogFile {
+ public:
+  explicit LogFile(const std::filesystem::path& file) : file_(file, kFileBytes, kOlderFiles) {}
+
+  void Write(LogSeverity severity, const std::string& line) {
+    spdlog::memory_buf_t text;
+    formatter_.format(spdlog::details::log_msg({}, ToSpdlog(severity), line), text);
+    file_.Write(std::string(text.data(), text.size()));
+  }
+
+ private:
+  RotatingFile file_;
+  spdlog::pattern_formatter formatter_;
+};
+
 // Error lines that a full disk refuses go to standard error, which a service manager keeps elsewhere.
 std::shared_ptr<LogSink> OpenFile(const std::filesystem::path& folder, const std::string& file_name) {
-  auto file = std::make_shared<spdlog::sinks::rotating_file_sink_st>(
-      (folder / platform::PathFromUtf8(file_name)).native(), kFileBytes, kOlderFiles);
+  auto file = std::make_shared<LogFile>(folder / platform::PathFromUtf8(file_name));
   return std::make_shared<LossCountingSink>(
-      [file](LogSeverity severity, const std::string& line) {
-        file->log(spdlog::details::log_msg({}, ToSpdlog(severity), line));
-        file->flush();
-      },
+      [file](LogSeverity severity, const std::string& line) { file->Write(severity, line); },
       [file_name](const std::string& line) { platform::WriteLineToStandardError(file_name + ": " + line); });
 }
 
@@ -52,8 +67,8 @@ class FileLogBackend final : public LogBackend {
       auto sink = OpenFile(folder_, String::UTF16ToUTF8(file_name));
       sinks_[file_name] = sink;
       return sink;
-    } catch (const spdlog::spdlog_ex& failure) {
-      if (!complained_) static_cast<void>(std::fprintf(stderr, "cannot write logs: %s\n", failure.what()));
+    } catch (const std::runtime_error& failure) {
+      if (!complained_) platform::WriteLineToStandardError(std::string("cannot write logs: ") + failure.what());
       complained_ = true;
       return nullptr;
     }

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "client/log/loss_counting_sink.h"
+#include "client/log/rotating_file.h"
 #include "testing/temp_folder.h"
 
 using TVK::Log;
@@ -63,6 +64,19 @@ TEST_F(FileLogTest, FileRotatesAtFiveMebibytesAndFourOlderOnesAreKept) {
   }
   EXPECT_EQ(files, 5);
   EXPECT_GT(bytes, 4u * (5u << 20));
+}
+
+TEST_F(FileLogTest, OlderFilesMoveOnByOneNumber) {
+  {
+    TVK::RotatingFile file(folder_.path() / "small.log", 10, 2);
+    for (const char* const line : {"one\n", "two\n", "three\n", "four\n", "longer than the limit\n", "six\n"})
+      file.Write(line);
+  }
+  TVK::RotatingFile(folder_.path() / "small.log", 10, 2).Write("7\n");
+  EXPECT_EQ(Content(folder_.path() / "small.log"), "six\n7\n");
+  EXPECT_EQ(Content(folder_.path() / "small.1.log"), "longer than the limit\n");
+  EXPECT_EQ(Content(folder_.path() / "small.2.log"), "four\n");
+  EXPECT_FALSE(exists(folder_.path() / "small.3.log"));
 }
 
 TEST(LogTest, LinesThatAreRefusedAreCountedAndErrorsTakeTheWayOut) {

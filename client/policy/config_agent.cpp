@@ -1,5 +1,7 @@
 #include "client/policy/config_agent.h"
 
+#include "platform/files.h"
+
 namespace {
 
 // Without a policy nobody has consented to anything.
@@ -19,6 +21,9 @@ ConfigPolicyAgent::ConfigPolicyAgent(const Files& files)
                    .absent_text = "{}",
                    .absent_until_read = false}) {
   TVK::utility::InitLog(log_, L"ConfigPolicyAgent.log", 4);
+  for (const std::filesystem::path& copy : {files.last_good, files.tvk_last_good}) {
+    if (!copy.empty()) platform::RemoveLeftovers(copy);
+  }
 }
 
 TVK::PolicyLoad ConfigPolicyAgent::LoadTelemetryPolicy(bool absence_counts) {

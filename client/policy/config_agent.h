@@ -29,6 +29,7 @@ class ConfigPolicyAgent final : public IConfigAgent {
     std::filesystem::path tvk_last_good;     ///< The same of the client policy.
   };
 
+  /// Takes away what a kill left of copies that were being written.
   explicit ConfigPolicyAgent(const Files& files);
 
   /// See PolicySource::Load.

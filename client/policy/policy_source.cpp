@@ -97,7 +97,7 @@ void PolicySource<Document>::KeepLastGood(const Log& log) {
   const std::lock_guard load_lock(load_mutex_);
   if (options_.copy.empty() || !good_text_) return;
   if (platform::ReadWholeFile(options_.copy, kPolicySizeLimit) != good_text_) {
-    const std::string failure = platform::ReplaceFile(options_.copy, *good_text_);
+    const std::string failure = platform::ReplaceFile(options_.copy, *good_text_, platform::FileAccess::kPrivate);
     if (!failure.empty()) {
       log.e(L"%s: %s", L"PolicySource::KeepLastGood", String::UTF8ToUTF16(failure));
       return;

@@ -28,7 +28,6 @@ std::vector<PolicyProblem> ProblemList::Take() {
     // What a document holds ends on terminals and in log lines; neither may be steered by it.
     problems.push_back({HarmlessText(placed.problem.path), HarmlessText(placed.problem.message), placed.problem.fatal});
   }
-  placed_.clear();
   return problems;
 }
 

@@ -30,7 +30,7 @@ class ProblemList {
   std::size_t count() const { return placed_.size(); }
 
   /// The problems in the order of the document, at most 100 and then one that counts the rest. Texts are fit to be
-  /// printed: well-formed UTF-8 without control characters.
+  /// printed: well-formed UTF-8 without control characters. Once.
   std::vector<PolicyProblem> Take();
 
  private:

@@ -85,13 +85,14 @@ std::string ToJsonWithData(const Record& record, std::span<const TextField<Recor
 
 std::optional<Json::Value> ParseObject(std::string_view json) {
   if (json.size() > kLongestRecordJson) return std::nullopt;
-  static const Json::CharReaderBuilder kStrict = [] {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["stackLimit"] = kDeepestJson;
+  // Never destroyed, as the empty object below: records are read until the process ends.
+  static const auto* const kStrict = [] {
+    auto* const builder = new Json::CharReaderBuilder;
+    Json::CharReaderBuilder::strictMode(&builder->settings_);
+    (*builder)["stackLimit"] = kDeepestJson;
     return builder;
   }();
-  const std::unique_ptr<Json::CharReader> reader(kStrict.newCharReader());
+  const std::unique_ptr<Json::CharReader> reader(kStrict->newCharReader());
   Json::Value value;
   try {
     if (!reader->parse(json.data(), json.data() + json.size(), &value, nullptr) || !value.isObject()) {
@@ -117,9 +118,9 @@ bool ReadFields(const Json::Value& object, std::span<const TextField<Record>> fi
 
 // The object below `key`, an empty one when there is none, null when something else stands there.
 const Json::Value* Member(const Json::Value& object, const char* key) {
-  static const Json::Value kEmpty(Json::objectValue);
+  static const auto* const kEmpty = new Json::Value(Json::objectValue);
   const Json::Value& member = object[key];
-  if (member.isNull()) return &kEmpty;
+  if (member.isNull()) return kEmpty;
   return member.isObject() ? &member : nullptr;
 }
 

@@ -115,6 +115,9 @@ TEST_F(EventDataLoggingTest, ManyWritersLoseNothingAndTheListenerHearsTheOrderOf
   EXPECT_EQ(StoredTexts(), heard);
   EXPECT_EQ(heard.size(), std::size_t{kWriters * (kEach + 1)});
   EXPECT_EQ(Stored().back().sequence, kWriters * (kEach + 1));
+  std::vector<ItemEvent> last;
+  EXPECT_EQ(store.ReadItemEvents(kCpu, kWriters * kEach, kWriters * kEach + 1, last), 0);
+  EXPECT_EQ(last.size(), 1u) << "an item's id was used twice";
 }
 
 TEST_F(EventDataLoggingTest, ALockedDatabaseCostsTheRecordAndNothingElse) {
@@ -139,7 +142,7 @@ TEST_F(EventDataLoggingTest, ARecordThatNobodyCouldReadIsRefused) {
 
 TEST_F(EventDataLoggingTest, ForeignAndNewerFilesAreLeftAlone) {
   for (const char* sql : {"CREATE TABLE other(x); INSERT INTO other VALUES(1)",
-                          "PRAGMA application_id = 1414941509; PRAGMA user_version = 1000; CREATE TABLE record(x)"}) {
+                          "PRAGMA application_id = 1414941509; PRAGMA user_version = 9999; CREATE TABLE record(x)"}) {
     SCOPED_TRACE(sql);
     std::filesystem::remove(file());
     ExecuteOutside(sql);

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "client/store/store_schema.h"
+#include "platform/files.h"
 
 namespace TVK {
 namespace {
@@ -145,6 +146,12 @@ StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chr
   const bool cut = IsCutToNothing(file);
   // A log of changes is begun after the file has its first page. SQLite would throw it away.
   if (cut && HasContent(file, "-wal")) return {StoreFileState::kDamaged, "the file was cut to nothing"};
+  // What SQLite makes beside it has its permissions, where it is made anew.
+  platform::MakePrivateFile(file);
+  for (const char* const suffix : {"-wal", "-shm"}) {
+    std::filesystem::path beside = file;
+    platform::CloseFile(beside += suffix);
+  }
   int code = database.Open(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   if (code == SQLITE_OK) code = SetUpConnection(busy_timeout, database);
   if (code != SQLITE_OK) return FailedOpening(code, database);

@@ -1,14 +1,18 @@
 #include "client/store/writer_lock.h"
 
 #include "client/store/sqlite_database.h"
+#include "platform/files.h"
 
 namespace TVK {
 
 std::string WriterLock::Take(const std::filesystem::path& store_file) {
   if (file_ != nullptr && !HasMoved(file_)) return {};
   Release();
-  const std::u8string path = std::filesystem::absolute(store_file).replace_extension("lock").u8string();
+  const std::filesystem::path lock_file = std::filesystem::absolute(store_file).replace_extension("lock");
+  const std::u8string path = lock_file.u8string();
   const std::string text(path.begin(), path.end());
+  // Who may read it could keep the lock from being taken.
+  platform::MakePrivateFile(lock_file);
 
   sqlite3_vfs* const layer = sqlite3_vfs_find(nullptr);
   name_.reset(sqlite3_create_filename(text.c_str(), "", "", 0, nullptr));

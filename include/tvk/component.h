@@ -1,4 +1,4 @@
-// Setting the component up inside a host process, before EventManager::GetInstance is first called.
+// Setting the component up inside a host process.
 //
 //   TVK::Component::Open(options, observer);
 //   EventManager* manager = EventManager::GetInstance(handle);
@@ -46,11 +46,20 @@ using RecordObserver = std::function<void(const std::string& line)>;
 /// the component; must not block for long. What it throws is logged.
 using RemarkObserver = std::function<void(const std::string& line)>;
 
+/// Which policy a piece of news is about.
+enum class PolicyNews {
+  kTelemetry,
+  kClient,  ///< Where the device belongs.
+};
+
 /// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy,
-/// OnUserLogon and OnSessionChange, which any thread may call.
+/// OnUserLogon, OnSessionChange and TellPolicyChange, which any thread may call. No exception leaves any of them, but
+/// std::bad_alloc: what fails is logged in "EventManager.log".
 class TVK_EXPORT Component {
  public:
-  /// Opens folders, logs, policy and store, and starts to watch the policy files. Once in a process.
+  /// Opens folders, logs, policy and store, and starts to watch the policy files. One at a time in a process: kFailed
+  /// while it is open already, which changes nothing; after Close, or when it was not ready, it may be opened again,
+  /// also elsewhere. Unless it is ready, nothing is open and no thread runs afterwards.
   static ComponentResult Open(const ComponentOptions& options, RecordObserver observer = {},
                               RemarkObserver remarks = {});
 
@@ -72,11 +81,22 @@ class TVK_EXPORT Component {
   /// to be called on the control handler's own thread, which the whole system waits for.
   static void OnSessionChange(unsigned long event_type, unsigned long session);
 
+  /// What the client's own components tell each other of policies, told by one of them that lives in the host:
+  /// `payload` is a JSON object with "devicePath", "deviceSubscription" (texts) and "isDevicePathChange" (boolean), all
+  /// optional; of any other text none of them counts. The manager looks at the policy in force, and follows it, on its
+  /// own thread; a policy file that changed is followed without being told of. False while nothing is open. Any thread.
+  static bool TellPolicyChange(PolicyNews news, const std::wstring& payload);
+
   /// The names of the columns of the observer's lines.
   static std::string RecordHeader();
 
-  /// Ends every thread of the component; what device_id_agent and GetInstance gave is no longer valid. The manager must
-  /// have been stopped. Nothing happens when nothing is open. Not beside another call into the component.
+  /// Stops the manager, if it was not, and ends every thread of the component; what device_id_agent and GetInstance
+  /// gave is no longer valid. Nothing happens when nothing is open. Not beside another call into the component or its
+  /// manager, and not from an observer.
+  ///
+  /// A process may end without it: on Linux it is called as exit begins; on Windows the system has ended all threads
+  /// before a library can do anything. No record is lost either way that a monitor had written. Where the process is
+  /// killed, or calls _exit, the same holds.
   static void Close();
 };
 

@@ -1,6 +1,6 @@
 // The event manager: what a hosting service drives.
 //
-//   EventManager* manager = EventManager::GetInstance(handle);
+//   EventManager* manager = EventManager::GetInstance(handle);  // behind TVK::Component::Open
 //   manager->Initialize(agent);
 //   manager->InitAndStartEventMonitors();
 //   ... manager->OnServiceControlHandle(control, type, data, context) for every control that the service receives ...
@@ -30,16 +30,16 @@ struct SystemEvent;
 ///
 /// Threads. Initialize, InitAndStartEventMonitors and Stop belong to the service's control thread; Initialize and Stop
 /// exclude each other for their whole run. Everything else may be called by any thread at any time, but not from inside
-/// a monitor. No exception leaves an operation of a manager: what fails is logged in "EventManager.log"; GetInstance
-/// says what it throws.
+/// a monitor. No exception leaves an operation: what fails is logged in "EventManager.log".
 class TVK_EXPORT EventManager {
  public:
   /// Id of the device context's dataset.
   static const std::wstring kDeviceContextDatasetID;
 
-  /// The process's manager, made at the first call with `handle`; later calls pass `handle` over. Owned by the library,
-  /// and destroyed at the end of the process. Stop must come before that: a process that ends while monitors run is
-  /// aborted. Throws std::exception when the system gives too little to make one; the next call tries again.
+  /// The process's manager, made at the first call after TVK::Component::Open with `handle`; later calls pass `handle`
+  /// over. Owned by the library, valid until TVK::Component::Close; after the next Open there is another one. Null
+  /// while nothing is open, and when the system gives too little to make one: that is logged, and the next call tries
+  /// again.
   static EventManager* GetInstance(SERVICE_STATUS_HANDLE handle);
   static EventManager* GetInstance();
 

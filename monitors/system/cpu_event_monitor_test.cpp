@@ -166,6 +166,8 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
     std::deque<int> samples;  // the first is passed over; after the last: 0
     const wchar_t* threshold;
     Texts reported;
+    const wchar_t* duration = L"14ms";
+    std::chrono::milliseconds span = 10ms;
   };
   for (const Row& row : {
            Row{{0, 90, 90, 90, 90, 91}, L"90", {L"91"}},
@@ -173,10 +175,12 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
            Row{{0, 100, 100, 89, 100, 100}, L"90", {}},
            Row{{0, 100, 100, 100, 100, 89}, L"90", {}},
            Row{{0, 90, 90, 90, 90, 90}, L"101", {L"90"}},
-           Row{{0, 1, 2, 3, 4, 5}, L"1", {L"5"}},
+           Row{{0, 1, 2, 3, 4, 5}, L"1", {L"5"}, L"15ms", 15ms},
+           Row{{0, 1, 2, 3, 4, 6}, L"1", {L"6"}, L"1s", 1s},
        }) {
     SCOPED_TRACE(testing::PrintToString(row.samples));
-    SetSettings({{kInterval, L"1h"}, {L"CPUPeakThreshold", row.threshold}});
+    SetSettings(
+        {{kInterval, L"1h"}, {L"CPUPeakThreshold", row.threshold}, {L"CPUPeakThresholdDuration", row.duration}});
     std::deque<int> samples = row.samples;
     // The check of second 0 runs before the settings are read.
     SetLoad(0);
@@ -189,7 +193,9 @@ TEST_F(CpuEventMonitorTest, OnlyFivePeaksInARowAreReported) {
         return std::optional<std::int32_t>(sample);
       };
     });
-    world_.runtime.AdvanceBy(1s);
+    world_.runtime.AdvanceBy(500ms + row.span - 1ms);
+    EXPECT_EQ(Utilizations(kPeak), Texts{});
+    world_.runtime.AdvanceBy(1ms);
     EXPECT_EQ(Utilizations(kPeak), row.reported);
     SetLoad(0);
   }

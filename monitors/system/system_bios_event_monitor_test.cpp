@@ -149,7 +149,7 @@ TEST(BiosDateTest, ConvertsWhatIsADateAndLogsWhatIsNot) {
   LogCapture lines;
   Log log;
   utility::InitLog(log, L"SystemBiosEventMonitor.log", 4);
-  EXPECT_EQ(ConvertDateFormat(L"03/31/2024", log), L"2024-03-31");
+  EXPECT_EQ(ConvertDateFormat(L"01/31/2024", log), L"2024-01-31");
   EXPECT_EQ(ConvertDateFormat(L"12/01/1999", log), L"1999-12-01");
   EXPECT_EQ(ConvertDateFormat(L"", log), L"");
   EXPECT_TRUE(lines.Lines().empty());

@@ -9,9 +9,7 @@ void SystemBiosInfo::CollectBiosInfo(const TVK::Log& log) {
 void SystemBiosInfo::Describe(const TVK::SmbiosIdentity& firmware, const TVK::Log& log) {
   set_manufacturer(firmware.manufacturer);
   set_biosName(firmware.bios_version);
-  // 255 stands for a controller that does not tell; some firmware puts a 0 beside it.
-  const bool told = !firmware.ec_release.starts_with(L"255.");
-  set_embeddedControllerVersion(told ? firmware.ec_release : std::wstring());
+  set_embeddedControllerVersion(firmware.ec_release);
   set_smbiosVersion(firmware.smbios_version);
   set_system_biosversion(firmware.bios_release);
   set_biosReleaseDate(TVK::ConvertDateFormat(firmware.bios_date, log));

@@ -13,6 +13,7 @@
 #include "platform/file_watching.h"
 #include "platform/linux/link_chain.h"
 #include "platform/linux/unique_fd.h"
+#include "platform/linux/wake.h"
 
 namespace platform {
 namespace {
@@ -28,9 +29,7 @@ class InotifyFileWatcher final : public FileWatcher {
 
   ~InotifyFileWatcher() override {
     if (!thread_.joinable()) return;
-    const std::uint64_t one = 1;
-    // An eventfd that was never written takes 1; there is nothing to fail.
-    [[maybe_unused]] const ssize_t written = ::write(stop_.get(), &one, sizeof one);
+    SignalEventFd(stop_.get());
     runtime_.Join(thread_);
   }
   InotifyFileWatcher(const InotifyFileWatcher&) = delete;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <sstream>
 #include <system_error>
 
 #include "platform/files.h"
@@ -28,8 +29,11 @@ bool WriteAll(int descriptor, std::string_view content) {
   return true;
 }
 
-/// The permissions that a replaced file keeps; a new one is for the account and its group.
-mode_t ModeToGive(const std::filesystem::path& file) {
+constexpr mode_t kPrivateFile = 0600;
+constexpr mode_t kPrivateFolder = 0750;
+
+mode_t ModeToGive(const std::filesystem::path& file, FileAccess access) {
+  if (access == FileAccess::kPrivate) return kPrivateFile;
   struct stat status = {};
   return ::stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0640;
 }
@@ -102,9 +106,9 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
     std::filesystem::create_directories(parent, failure);
     if (failure) return Describe("cannot make the folder", parent, failure.value());
   }
-  if (::mkdir(folder.c_str(), 0750) == 0) {
+  if (::mkdir(folder.c_str(), kPrivateFolder) == 0) {
     // The account's umask may have taken permissions away; what stands is to be the same on every machine.
-    if (::chmod(folder.c_str(), 0750) == 0) return {};
+    if (::chmod(folder.c_str(), kPrivateFolder) == 0) return {};
     return Describe("cannot set the permissions of", folder, errno);
   }
   const int error = errno;
@@ -115,7 +119,36 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   return Describe("cannot make the folder", folder, error);
 }
 
-std::string ReplaceFile(const std::filesystem::path& file, std::string_view content) {
+std::string CloseFolder(const std::filesystem::path& folder,
+                        const std::function<bool(const std::string& name)>& is_ours) {
+  struct stat status = {};
+  if (::stat(folder.c_str(), &status) != 0 || (status.st_mode & 07777 & ~kPrivateFolder) == 0) return {};
+  bool alone = status.st_uid == ::geteuid();
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(folder, failure), end; alone && !failure && entry != end;
+       entry.increment(failure))
+    alone = is_ours(entry->path().filename().string());
+  std::ostringstream open;
+  open << "the folder " << PathToUtf8(folder) << " was open to other accounts (mode 0" << std::oct
+       << (status.st_mode & 07777) << "); ";
+  if (alone && !failure && ::chmod(folder.c_str(), kPrivateFolder) == 0) return open.str() + "it is closed now";
+  return open.str() + "it stays so, since it is not the service's alone; the files of the service in it are closed";
+}
+
+void CloseFile(const std::filesystem::path& file) {
+  struct stat status = {};
+  if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if ((status.st_mode & 07777) != kPrivateFile) static_cast<void>(::chmod(file.c_str(), kPrivateFile));
+}
+
+void MakePrivateFile(const std::filesystem::path& file) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+  // Whoever opens it next says what is wrong where it cannot be made.
+  const UniqueFd made(::open(file.c_str(), kFlags, kPrivateFile));
+  CloseFile(file);
+}
+
+std::string ReplaceFile(const std::filesystem::path& file, std::string_view content, FileAccess access) {
   const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
   const UniqueFd folder_descriptor(::open(folder.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
   if (!folder_descriptor) return Describe("cannot open the folder", folder, errno);
@@ -123,7 +156,7 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
   const UniqueFd descriptor(::mkostemp(temporary.data(), O_CLOEXEC));
   if (!descriptor) return Describe("cannot write beside", file, errno);
-  int error = FillTemporary(descriptor.get(), content, ModeToGive(file));
+  int error = FillTemporary(descriptor.get(), content, ModeToGive(file, access));
   if (error == 0 && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
   if (error != 0) {
     ::unlink(temporary.c_str());
@@ -133,6 +166,17 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   // every reader, and only the loss of power could still bring back the old: the caller has what it asked for.
   ::fsync(folder_descriptor.get());
   return {};
+}
+
+void RemoveLeftovers(const std::filesystem::path& file) {
+  // As mkostemp makes them: six characters of its own.
+  const std::string begin = "." + file.filename().string() + ".";
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(file.parent_path(), error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (name.starts_with(begin) && name.size() == begin.size() + 6) ::unlink(entry->path().c_str());
+  }
 }
 
 std::filesystem::path PathFromUtf8(std::string_view text) {

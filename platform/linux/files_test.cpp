@@ -1,11 +1,14 @@
 #include "platform/files.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 
+#include "platform/append_file.h"
 #include "platform/hash.h"
 #include "testing/temp_folder.h"
 
@@ -42,6 +45,28 @@ TEST(Files, APrivateFolderIsForItsAccountAndKeepsWhatItHas) {
   std::ofstream(temp.path() / "file") << "x";
   EXPECT_NE(MakePrivateFolder(temp.path() / "file").find("file"), std::string::npos);
   EXPECT_NE(MakePrivateFolder(temp.path() / "file" / "below"), "");
+}
+
+TEST(Files, AFolderThatIsTooOpenIsClosedWhereItIsOursAlone) {
+  const TempFolder temp;
+  const fs::path folder = temp.path() / "data";
+  fs::create_directory(folder);
+  std::ofstream(folder / "ours") << "x";
+  const auto is_ours = [](const std::string& name) { return name == "ours"; };
+  struct Row {
+    unsigned mode;
+    bool closed_by_us;
+  };
+  for (const Row& row : {Row{0750, false}, Row{0700, false}, Row{0755, true}, Row{0770, true}, Row{01777, true}}) {
+    ASSERT_EQ(::chmod(folder.c_str(), row.mode), 0);
+    const std::string remark = CloseFolder(folder, is_ours);
+    EXPECT_EQ(remark.ends_with("it is closed now"), row.closed_by_us) << remark;
+    EXPECT_EQ(ModeOf(folder), row.closed_by_us ? 0750u : row.mode);
+  }
+  std::ofstream(folder / "theirs") << "x";
+  fs::permissions(folder, fs::perms(0755));
+  EXPECT_NE(CloseFolder(folder, is_ours).find("(mode 0755); it stays so"), std::string::npos);
+  EXPECT_EQ(ModeOf(folder), 0755u);
 }
 
 TEST(Files, ReadsUpToALimit) {
@@ -84,12 +109,42 @@ TEST(Files, ReplacesAFileAndLeavesNothingBeside) {
   EXPECT_EQ(ReplaceFile(file, std::string("new\0er", 6)), "");
   EXPECT_EQ(ReadWholeFile(file, 100), std::string("new\0er", 6));
   EXPECT_EQ(ModeOf(file), 0604u) << "permissions are kept";
+  EXPECT_EQ(ReplaceFile(file, "private", FileAccess::kPrivate), "");
+  EXPECT_EQ(ModeOf(file), 0600u);
+
+  // What a kill leaves of one that was being written, and two files that only look like it.
+  for (const char* const name : {".policy.json.a1B2c3", ".policy.json.backup1", ".policy.jsonx.a1B2c3"})
+    std::ofstream(temp.path() / name) << "x";
+  RemoveLeftovers(file);
+  EXPECT_FALSE(exists(temp.path() / ".policy.json.a1B2c3"));
+  EXPECT_EQ(fs::remove(temp.path() / ".policy.json.backup1") + fs::remove(temp.path() / ".policy.jsonx.a1B2c3"), 2);
 
   EXPECT_NE(ReplaceFile(temp.path() / "none" / "f", "x"), "");
   fs::create_directory(temp.path() / "folder");
   std::ofstream(temp.path() / "folder" / "keep") << "x";
   EXPECT_NE(ReplaceFile(temp.path() / "folder", "x").find("folder"), std::string::npos);
   EXPECT_EQ(std::distance(fs::directory_iterator(temp.path()), {}), 2) << "no temporary file stays";
+}
+
+TEST(AppendFile, TakesALineAsAWholeOrNotAtAll) {
+  const TempFolder temp;
+  const fs::path file = temp.path() / "x.log";
+  std::string problem;
+  const auto log = AppendFile::Open(file, problem);
+  ASSERT_NE(log, nullptr) << problem;
+  EXPECT_EQ(log->Append(std::string(990, 'x') + "\n"), "");
+  // Of a longer line the system takes 9 bytes and refuses the rest.
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit small{.rlim_cur = 1000, .rlim_max = before.rlim_max};
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_EQ(log->Append("a longer line\n"), "File too large");
+  EXPECT_EQ(log->Size(), 991u);
+  EXPECT_EQ(log->Append("a line\n"), "");
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(ReadWholeFile(file, 2000), std::string(990, 'x') + "\na line\n");
 }
 
 TEST(Hash, GivesSha256) {

@@ -38,6 +38,13 @@ std::string FileName(std::wstring_view name) {
   return file;
 }
 
+/// Whether nobody planted the FIFO: it belongs to this account, to the administrator or to whom the folder belongs.
+bool IsTrusted(const struct stat& fifo, const std::filesystem::path& file) {
+  struct stat folder {};
+  return fifo.st_uid == ::geteuid() || fifo.st_uid == 0 ||
+         (::stat(file.parent_path().c_str(), &folder) == 0 && fifo.st_uid == folder.st_uid);
+}
+
 /// Opens the FIFO `file` for waiting and signalling. On failure `fd` is empty and `error` holds the number.
 struct OpenedFifo {
   UniqueFd fd;
@@ -50,6 +57,7 @@ OpenedFifo OpenFifo(const std::filesystem::path& file) {
   struct stat status {};
   if (!opened.fd || ::fstat(opened.fd.get(), &status) != 0) return {UniqueFd(), 0, errno};
   if (!S_ISFIFO(status.st_mode)) return {UniqueFd(), 0, EEXIST};
+  if (!IsTrusted(status, file)) return {UniqueFd(), 0, static_cast<int>(kErrorForeignOwner)};
   opened.mode = status.st_mode;
   return opened;
 }

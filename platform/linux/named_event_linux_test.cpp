@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -46,6 +47,13 @@ TEST_F(NamedEventFiles, AnythingButAFifoAtItsPlaceIsAnError) {
     EXPECT_NE(made.error, 0u) << name;
   }
   EXPECT_EQ(std::filesystem::file_size(folder_ / "events" / "file"), 1u);
+  // One that another account planted in a folder that is open to it.
+  ASSERT_EQ(::mkfifo((folder_ / "events" / "planted").c_str(), 0600), 0);
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown((folder_ / "events" / "planted").c_str(), 65534, 65534), 0);
+    EXPECT_EQ(runtime_->MakeNamedEvent(L"planted", EventReset::kAuto, true, EventAccess::kServiceOnly).error,
+              kErrorForeignOwner);
+  }
   EXPECT_EQ(runtime_->OpenNamedEvent(L"absent").error, std::uint32_t{ENOENT});
 }
 

@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "platform/linux/unique_fd.h"
+#include "platform/linux/wake.h"
 
 namespace platform {
 namespace {
@@ -38,9 +39,7 @@ class SignalWatcher final : public InterruptWatcher {
 
   ~SignalWatcher() override {
     if (thread_.joinable()) {
-      const std::uint64_t one = 1;
-      // An eventfd that was never written takes 1; there is nothing to fail.
-      [[maybe_unused]] const ssize_t written = ::write(end_.get(), &one, sizeof one);
+      SignalEventFd(end_.get());
       thread_.join();
     }
     // Further wishes to end that are still pending would end the process once they are no longer blocked.
@@ -49,6 +48,7 @@ class SignalWatcher final : public InterruptWatcher {
     }
     if (blocked_) {
       ::sigaction(SIGPIPE, &pipe_before_, nullptr);
+      ::sigaction(SIGXFSZ, &size_before_, nullptr);
       ::pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr);
     }
     if (held_) taken_ = false;
@@ -67,6 +67,7 @@ class SignalWatcher final : public InterruptWatcher {
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
     ::sigaction(SIGPIPE, &ignore, &pipe_before_);
+    ::sigaction(SIGXFSZ, &ignore, &size_before_);
     blocked_ = true;
     struct sigaction hang_up {};
     ::sigaction(SIGHUP, nullptr, &hang_up);
@@ -76,7 +77,11 @@ class SignalWatcher final : public InterruptWatcher {
     if (!signals_) return ErrnoText("signalfd");
     end_ = UniqueFd(::eventfd(0, EFD_CLOEXEC));
     if (!end_) return ErrnoText("eventfd");
-    thread_ = std::thread([this] { Run(); });
+    try {
+      thread_ = std::thread([this] { Run(); });
+    } catch (const std::system_error& failure) {
+      return std::string("no thread for the signals: ") + failure.what();
+    }
     return {};
   }
 
@@ -116,6 +121,7 @@ class SignalWatcher final : public InterruptWatcher {
   sigset_t watched_{};
   sigset_t mask_before_{};
   struct sigaction pipe_before_ {};
+  struct sigaction size_before_ {};
   bool ends_with_terminal_ = false;  ///< Asked for, and there is a terminal.
   bool stopped_ = false;             ///< The thread's own while it runs.
   UniqueFd signals_;

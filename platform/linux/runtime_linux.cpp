@@ -123,11 +123,15 @@ class LinuxRuntime final : public Runtime {
   WaitCode WaitAnyUntil(std::span<Waitable* const> objects, ElapsedTime deadline) override;
 
   std::thread StartThread(std::string_view name, std::function<void()> body) override {
-    return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
-      ::pthread_setname_np(::pthread_self(), name.c_str());
-      SetLateness(kUsualLateness);
-      body();
-    });
+    try {
+      return std::thread([name = std::string(name.substr(0, 15)), body = std::move(body)] {
+        ::pthread_setname_np(::pthread_self(), name.c_str());
+        SetLateness(kUsualLateness);
+        body();
+      });
+    } catch (const std::system_error& failure) {
+      throw std::system_error(failure.code(), "no thread " + std::string(name));
+    }
   }
 
   void Join(std::thread& thread) override {

@@ -10,6 +10,7 @@
 
 #include "platform/linux/doors_linux.h"
 #include "platform/linux/unique_fd.h"
+#include "platform/linux/wake.h"
 #include "platform/power.h"
 #include "platform/runtime.h"
 
@@ -32,9 +33,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
   }
 
   ~LinuxSystemEventSource() override {
-    const std::uint64_t one = 1;
-    // An eventfd that was never written takes 1; there is nothing to fail.
-    [[maybe_unused]] const ssize_t written = ::write(stop_.get(), &one, sizeof one);
+    SignalEventFd(stop_.get());
     runtime_.Join(thread_);
   }
   LinuxSystemEventSource(const LinuxSystemEventSource&) = delete;

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "platform/linux/fd_event_linux.h"
+#include "platform/linux/wake.h"
 
 namespace platform {
 namespace {
@@ -65,8 +66,7 @@ void FdEvent::Set() {
   sets_.fetch_add(1, std::memory_order_release);
   if (IsSignalled()) return;
   const std::uint64_t one = 1;
-  // It fails only when the descriptor is full, and then the event is set.
-  [[maybe_unused]] const auto written = ::write(fd_.get(), &one, kind_ == Kind::kEventFd ? sizeof one : 1);
+  WriteToWake(fd_.get(), &one, kind_ == Kind::kEventFd ? sizeof one : 1);
 }
 
 void FdEvent::Reset() {

@@ -145,7 +145,16 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std:
   }
 }
 
-std::string ReplaceFile(const std::filesystem::path& file, std::string_view content) {
+std::string CloseFolder(const std::filesystem::path& /*folder*/,
+                        const std::function<bool(const std::string& name)>& /*is_ours*/) {
+  return {};
+}
+
+void CloseFile(const std::filesystem::path& /*file*/) {}
+
+void MakePrivateFile(const std::filesystem::path& /*file*/) {}
+
+std::string ReplaceFile(const std::filesystem::path& file, std::string_view content, FileAccess /*access*/) {
   // A name of its own for each call: two writers must not share a temporary file.
   static std::atomic<unsigned> calls{0};
   std::filesystem::path temporary = file;
@@ -159,6 +168,17 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   }
   if (!problem.empty()) DeleteFileW(temporary.c_str());
   return problem;
+}
+
+void RemoveLeftovers(const std::filesystem::path& file) {
+  const std::wstring begin = file.filename().native() + L".";
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(file.parent_path(), error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::wstring name = entry->path().filename().native();
+    // "PID-NUMBER" stands between; the last good policy itself has neither.
+    if (name.starts_with(begin) && name.ends_with(L".new")) DeleteFileW(entry->path().c_str());
+  }
 }
 
 std::filesystem::path PathFromUtf8(std::string_view text) {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include <fcntl.h>
 #include <io.h>
@@ -17,6 +18,9 @@ int wmain(int count, wchar_t** values) {
     for (int i = 1; i < count; ++i)
       arguments.push_back(platform::windows::Utf8FromWide(values[i]));
     return ProgramMain(std::move(arguments));
+  } catch (const std::bad_alloc&) {
+    static_cast<void>(std::fputs("there is not enough memory\n", stderr));
+    return 3;
   } catch (const std::exception& failure) {
     static_cast<void>(std::fprintf(stderr, "%s\n", failure.what()));
     return 3;

@@ -195,10 +195,14 @@ WaitCode WindowsRuntime::WaitAnyUntil(std::span<Waitable* const> objects, Elapse
 
 std::thread WindowsRuntime::StartThread(std::string_view name, std::function<void()> body) {
   constexpr std::size_t kNameLength = 15;
-  return std::thread([name = WideFromUtf8(name.substr(0, kNameLength)), body = std::move(body)]() noexcept {
-    NameThisThread(name);
-    body();
-  });
+  try {
+    return std::thread([name = WideFromUtf8(name.substr(0, kNameLength)), body = std::move(body)]() noexcept {
+      NameThisThread(name);
+      body();
+    });
+  } catch (const std::system_error& failure) {
+    throw std::system_error(failure.code(), "no thread " + std::string(name));
+  }
 }
 
 void WindowsRuntime::Join(std::thread& thread) {

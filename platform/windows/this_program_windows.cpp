@@ -8,3 +8,5 @@ std::filesystem::path platform::ThisProgram() {
   path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
   return path;
 }
+
+void platform::CallAtExit(void (* /*function*/)()) {}

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 
 #include "platform/files.h"
 #include "testing/recorded_tree.h"
@@ -91,6 +92,54 @@ TEST(Service, FollowsThePolicyAndEndsInTimeWhenNobodyTakesItsOutput) {
   EXPECT_TRUE(logged("StopAndRemoveFromList"));
   service.Ask(ChildRequest::kTerminate);
   EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
+}
+
+TEST(Service, ItsFilesArePrivateWhateverItFinds) {
+  namespace fs = std::filesystem;
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  const fs::path log = folder.data() / "log";
+  const fs::path outside = folder.policy().parent_path() / "outside";
+  fs::create_directories(log);
+  std::ofstream(outside) << "theirs";
+  std::ofstream(log / "EventManager.log") << "";
+  fs::create_symlink(outside, log / "ConfigPolicyAgent.log");
+  ASSERT_EQ(::mkfifo((log / "PolicyWatch.log").c_str(), 0666), 0);
+  for (const fs::path& open : {folder.data(), log, outside, log / "EventManager.log"})
+    fs::permissions(open, fs::perms::all);
+  const mode_t mask = ::umask(0);
+  ConsoleService service(folder);
+  ::umask(mask);
+  ASSERT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+  EXPECT_EQ(CountLines(service.Lines(), "was open to other accounts (mode 0777); it is closed now"), 2u);
+  EXPECT_EQ(CountLines(service.Lines(), "ConfigPolicyAgent.log: it is a symbolic link"), 1u);
+  std::size_t files = 0;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder.data())) {
+    if (!entry.is_regular_file() || entry.is_symlink()) continue;
+    ++files;
+    EXPECT_EQ(entry.status().permissions(), fs::perms(0600)) << entry.path();
+  }
+  EXPECT_GE(files, 7u) << "the store with what stands beside it, the copy of the policy, the logs";
+  EXPECT_EQ(fs::file_size(outside), 6u);
+}
+
+TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
+  struct Row {
+    std::string limit;
+    std::string named;
+  };
+  for (const Row& row :
+       {Row{"ulimit -f 1", "cannot be opened: disk I/O error"}, Row{"ulimit -n 12", "Too many open files"}}) {
+    const ServiceFolder folder;
+    folder.WritePolicy(CpuPolicy("full"));
+    std::vector<std::string> words = {"-c", row.limit + R"(; exec "$0" --console "$@")",
+                                      ProgramBeside("TVKClientService")};
+    for (const std::string& argument : folder.Arguments())
+      words.push_back(argument);
+    ChildProcess service("/bin/sh", words);
+    EXPECT_EQ(service.WaitForEnd(kPatience), 3) << row.limit;
+    EXPECT_GE(CountLines(service.Lines(), row.named), 1u) << row.limit;
+  }
 }
 
 TEST(Service, RegionThatChangesGivesOneNewDeviceContext) {

@@ -104,6 +104,7 @@ void AddDatasets(MonitorWorld& world, const DatasetTable& table, Lists& lists) {
     SettingTexts intervals;
     for (const SettingReading& setting : read_settings ? read_settings({}) : std::vector<SettingReading>()) {
       lists[name + "/setting"].insert(Utf8(setting.key + L' ' + setting.value_in_force));
+      EXPECT_FALSE(setting.mistake) << name << ": a key that is missing";
       if (setting.key.ends_with(L"Interval")) intervals[setting.key] = L"1m";
     }
     world.config.SetSettings(std::wstring(row.name), intervals);
