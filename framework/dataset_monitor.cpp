@@ -135,14 +135,15 @@ int DatasetMonitor::LogDevInitEvent() {
   return result;
 }
 
-int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key) {
+int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
+                              const DatasetState& state) {
   const MonitorLines& lines = identity_.lines;
   const auto item = identity_.items.find(item_name);
   if (item == identity_.items.end()) {
     log_.e(L"%s", lines.unknown_item.With({item_name}));
     return kDropped;
   }
-  const int error = Write(item->first, item->second, std::move(data), device_key);
+  const int error = Write(item->first, item->second, std::move(data), device_key, state);
   if (error > 0) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
   }
@@ -155,7 +156,7 @@ bool DatasetMonitor::IsOfAnotherDeviceContext(const std::wstring& device_key) co
 }
 
 int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data,
-                          const std::wstring& device_key) {
+                          const std::wstring& device_key, const DatasetState& state) {
   std::unique_lock lock(context_mutex_);
   if (context_owed_ || IsOfAnotherDeviceContext(device_key)) {
     const bool new_context_needed = context_owed_;
@@ -184,7 +185,7 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_item_id(item_id);
   event.set_item_data(std::move(data));
   int error = 0;
-  services().consent.WriteIfAdmitted(row, [&] { error = services().store.LogItemEvent(event); });
+  services().consent.WriteIfAdmitted(row, [&] { error = services().store.LogItemEvent(event, state); });
   return error;
 }
 

@@ -74,8 +74,9 @@ class DatasetMonitor : public EventMonitorBase {
   bool Admits() const { return services().consent.Admits(identity_.row); }
   /// Writes an item event of the device. 0 when it was written, or withheld for want of consent; the store's result,
   /// with the line item_failure; -1, with an error line, for a name that the dataset does not have and for a device
-  /// without context.
-  int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {});
+  /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState.
+  int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {},
+                const DatasetState& state = {});
   /// LogDevInitEvent when IsNewDeviceInitNeeded says so, once.
   void InitialiseDevice();
   void ResetContextEvent() const;
@@ -97,7 +98,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// Whether another device context than that of the device's dataset context is in force. With context_mutex_ held.
   bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;
   /// The store's result; -1 when the device has no context; 0 when withheld.
-  int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key);
+  int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key,
+            const DatasetState& state);
 
   const MonitorIdentity identity_;
   std::unique_ptr<platform::Event> context_event_;  ///< Made by the constructor.

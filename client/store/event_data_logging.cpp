@@ -128,6 +128,13 @@ class EventDataLogging::Impl {
     return 0;
   }
 
+  int ReadState(const std::string& dataset_id, const std::string& key, std::wstring& value) {
+    std::string read;
+    const int code = Ask([&](StoreQueries& queries) { return queries.State(dataset_id, key, read); });
+    if (code == 0) value = String::UTF8ToUTF16(read);
+    return code;
+  }
+
   int ReadItems(const std::string& dataset_id, std::int64_t first, std::int64_t end, std::vector<ItemEvent>& events) {
     std::vector<ItemEvent> read;
     const int code = Ask([&](StoreQueries& queries) {
@@ -340,8 +347,8 @@ const std::string& EventDataLogging::opening_problem() const {
   return impl_->opening_problem();
 }
 
-int EventDataLogging::LogItemEvent(const ItemEvent& event) {
-  return impl_->Write(RowOf(event), event.dataset_name());
+int EventDataLogging::LogItemEvent(const ItemEvent& event, const DatasetState& state) {
+  return impl_->Write(RowOf(event, state), event.dataset_name());
 }
 
 int EventDataLogging::LogDatasetContext(const DatasetContext& context, const std::wstring& device_key) {
@@ -389,6 +396,10 @@ int EventDataLogging::GetEarlierDatasetContexts(const std::wstring& dataset_id, 
   std::optional<std::string> key;
   if (device_key) key = String::UTF16ToUTF8(*device_key);
   return impl_->ReadEarlierContexts(String::UTF16ToUTF8(dataset_id), key, contexts);
+}
+
+int EventDataLogging::GetState(const std::wstring& dataset_id, const std::wstring& key, std::wstring& value) const {
+  return impl_->ReadState(String::UTF16ToUTF8(dataset_id), String::UTF16ToUTF8(key), value);
 }
 
 int EventDataLogging::GetLastItemEventOfAnyDataset(const std::wstring& item_id, ItemEvent& event) const {

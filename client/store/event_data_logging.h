@@ -15,6 +15,7 @@
 
 #include "client/log/log.h"
 #include "client/records/record_kind.h"
+#include "client/store/dataset_state.h"
 #include "platform/clock.h"
 #include "tvk/records.h"
 
@@ -94,7 +95,8 @@ class EventDataLogging {
 
   /// 0 when the record is durable, else the reason; an error is then logged and nothing was written. A passing failure
   /// was tried twice.
-  int LogItemEvent(const ItemEvent& event);
+  /// `state` is written in the same transaction as the event: what the event's dataset kept under this key is replaced.
+  int LogItemEvent(const ItemEvent& event, const DatasetState& state = {});
   int LogDatasetContext(const DatasetContext& context, const std::wstring& device_key = {});
   int LogDeviceContext(const DeviceContext& context);
   /// Takes a device context into use that is not to be written for its own sake: it goes ahead of the next record, as
@@ -113,6 +115,9 @@ class EventDataLogging {
   int GetDeviceContext(const std::wstring& device_context_id, DeviceContext& context) const;
   /// The last item event with this item id in any dataset.
   int GetLastItemEventOfAnyDataset(const std::wstring& item_id, ItemEvent& event) const;
+
+  /// What the dataset keeps under `key`; a store that was begun anew keeps nothing.
+  int GetState(const std::wstring& dataset_id, const std::wstring& key, std::wstring& value) const;
 
   /// The earlier contexts of the dataset for reuse, newest first, at most kMostEarlierContexts: of all its devices, or
   /// of the one with `device_key`. 0, with an empty list when there are none, else the reason and `contexts` untouched.

@@ -9,14 +9,16 @@ bool OfOneSeries(const RecordRow& one, const RecordRow& other) {
   return one.kind == other.kind && one.dataset_id == other.dataset_id && one.key == other.key;
 }
 
-RecordRow RowOf(const ItemEvent& event) {
+RecordRow RowOf(const ItemEvent& event, const DatasetState& state) {
   return {.kind = RecordKind::kItem,
           .json = ToJson(event),
           .dataset_id = String::UTF16ToUTF8(event.dataset_id()),
           .key = String::UTF16ToUTF8(event.item_id()),
           .context_id = {},
           .dataset_context_id = String::UTF16ToUTF8(event.dataset_context_id()),
-          .device_context_id = String::UTF16ToUTF8(event.device_context_id())};
+          .device_context_id = String::UTF16ToUTF8(event.device_context_id()),
+          .state_key = String::UTF16ToUTF8(state.key),
+          .state_value = String::UTF16ToUTF8(state.value)};
 }
 
 RecordRow RowOf(const DatasetContext& context, const std::wstring& device_key) {
@@ -26,7 +28,9 @@ RecordRow RowOf(const DatasetContext& context, const std::wstring& device_key) {
           .key = String::UTF16ToUTF8(device_key),
           .context_id = String::UTF16ToUTF8(context.dataset_context_id()),
           .dataset_context_id = {},
-          .device_context_id = String::UTF16ToUTF8(context.device_context_id())};
+          .device_context_id = String::UTF16ToUTF8(context.device_context_id()),
+          .state_key = {},
+          .state_value = {}};
 }
 
 RecordRow RowOf(const DeviceContext& context) {
@@ -36,7 +40,9 @@ RecordRow RowOf(const DeviceContext& context) {
           .key = {},
           .context_id = String::UTF16ToUTF8(context.device_context_id()),
           .dataset_context_id = {},
-          .device_context_id = {}};
+          .device_context_id = {},
+          .state_key = {},
+          .state_value = {}};
 }
 
 }  // namespace TVK

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "client/records/record_kind.h"
+#include "client/store/dataset_state.h"
 #include "tvk/records.h"
 
 namespace TVK {
@@ -16,12 +17,14 @@ struct RecordRow {
   std::string context_id;          ///< A context's own id.
   std::string dataset_context_id;  ///< Of the dataset context that an item event names; empty: of none.
   std::string device_context_id;   ///< Of the device context that an item event or a dataset context names.
+  std::string state_key;           ///< Of what the dataset keeps beside an item event; empty: nothing.
+  std::string state_value;
 };
 
 /// Rows are of one series when kind, dataset and key are the same; "the last one" is asked of a series.
 bool OfOneSeries(const RecordRow& one, const RecordRow& other);
 
-RecordRow RowOf(const ItemEvent& event);
+RecordRow RowOf(const ItemEvent& event, const DatasetState& state);
 RecordRow RowOf(const DatasetContext& context, const std::wstring& device_key);
 RecordRow RowOf(const DeviceContext& context);
 

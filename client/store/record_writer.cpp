@@ -33,6 +33,7 @@ int RecordWriter::Prepare() {
       {insert_,
        "INSERT INTO record(sequence, series, number, written, dataset_context, device_context, context_id, json)"
        " VALUES(?1, ?2, ?3, ?4, nullif(?5, 0), nullif(?6, 0), nullif(?7, ''), ?8)"},
+      {keep_state_, "REPLACE INTO state(dataset_id, key, value) VALUES(?1, ?2, ?3)"},
   };
   for (const auto& [statement, sql] : statements) {
     if (const int code = statement.Prepare(database_, sql); code != SQLITE_OK) return code;
@@ -147,9 +148,15 @@ int RecordWriter::Insert(QueuedRecord& record, std::int64_t now_seconds) {
              .Bind(7, row.context_id)
              .Bind(8, row.json)
              .Finish();
+  if (code == SQLITE_OK) code = KeepState(row);
   record.sequence = next_sequence_++;
   if (is_item) ++next_item_number_;
   return code;
+}
+
+int RecordWriter::KeepState(const RecordRow& row) {
+  if (row.state_key.empty()) return SQLITE_OK;
+  return Run(keep_state_).Bind(1, row.dataset_id).Bind(2, row.state_key).Bind(3, row.state_value).Finish();
 }
 
 }  // namespace TVK

@@ -32,6 +32,7 @@ class RecordWriter {
   int FindSeries(const RecordRow& row, std::int64_t& series);
   int FindReference(RecordKind kind, const std::string& context_id, std::int64_t& sequence);
   int Insert(QueuedRecord& record, std::int64_t now_seconds);
+  int KeepState(const RecordRow& row);
 
   Database& database_;
   Statement begin_;
@@ -42,6 +43,7 @@ class RecordWriter {
   Statement add_series_;
   Statement find_context_;
   Statement insert_;
+  Statement keep_state_;
   // Of the present transaction.
   bool began_ = false;
   std::int64_t next_sequence_ = 1;

@@ -139,6 +139,31 @@ TEST_F(StoreContextTest, RetentionLeavesWhatTheProcessUses) {
   }
 }
 
+TEST_F(StoreContextTest, WhatADatasetKeepsIsWrittenWithItsItemOrNotAtAll) {
+  const auto state = [](const EventDataLogging& store, const std::wstring& dataset, const std::wstring& key) {
+    std::wstring value = L"none";
+    EXPECT_EQ(store.GetState(dataset, key, value), value == L"none" ? kStoreNotFound : 0);
+    return value;
+  };
+  {
+    EventDataLogging store(options(), clock());
+    EXPECT_EQ(state(store, kCpu, L"mark"), L"none");
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"1"), {L"mark", L"one"}), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"2"), {L"other", L"a"}), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I2", L"3"), {L"mark", L"of memory"}), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"4"), {L"mark", L"two"}), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"5")), 0);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"6", L"unknown"), {L"mark", L"refused"}), kStoreUnknownContext);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::wstring(kLongestRecordJson, L'x')), {L"mark", L"long"}),
+              SQLITE_TOOBIG);
+  }
+  const EventDataLogging store(options(), clock());
+  EXPECT_EQ(state(store, kCpu, L"mark"), L"two");
+  EXPECT_EQ(state(store, kCpu, L"other"), L"a");
+  EXPECT_EQ(state(store, kMemory, L"mark"), L"of memory");
+  EXPECT_EQ(state(store, kMemory, L"other"), L"none");
+}
+
 /// A store that the first version of the client wrote: a change of the region, then another one whose contexts could
 /// not be written because somebody held the file, so that the two items behind it name three contexts that are nowhere.
 class OldStoreTest : public StoreContextTest {

@@ -46,6 +46,7 @@ int StoreQueries::Prepare() {
        "SELECT r.sequence, s.key, r.json FROM record r CROSS JOIN series s ON s.id = r.series"
        " WHERE r.context_id = ?1 AND s.kind = 2"
        " ORDER BY r.sequence DESC LIMIT 1"},
+      {state_, "SELECT value FROM state WHERE dataset_id = ?1 AND key = ?2"},
       {items_,
        "SELECT number, json FROM record"
        " WHERE series IN (SELECT id FROM series WHERE kind = 0 AND dataset_id = ?1) AND number >= ?2 AND number < ?3"
@@ -80,6 +81,13 @@ int StoreQueries::LastContexts(RecordKind kind, std::string_view dataset_id, con
 int StoreQueries::DeviceContextById(std::string_view device_context_id, const Take& take) {
   Run run(device_context_);
   return GiveOne(run.Bind(1, device_context_id), take);
+}
+
+int StoreQueries::State(std::string_view dataset_id, std::string_view key, std::string& value) {
+  Run run(state_);
+  const int code = run.Bind(1, dataset_id).Bind(2, key).Step();
+  if (code == SQLITE_ROW) value = run.Text(0);
+  return code == SQLITE_ROW ? SQLITE_OK : code == SQLITE_DONE ? kStoreNotFound : code;
 }
 
 int StoreQueries::Items(std::string_view dataset_id, std::int64_t first, std::int64_t end,

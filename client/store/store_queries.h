@@ -39,6 +39,9 @@ class StoreQueries {
                    std::size_t at_most, const Take& take);
   int DeviceContextById(std::string_view device_context_id, const Take& take);
 
+  /// What the dataset keeps under the key.
+  int State(std::string_view dataset_id, std::string_view key, std::string& value);
+
   /// Gives each item event of the dataset with a record id in [first, end) to `take`, in their order.
   int Items(std::string_view dataset_id, std::int64_t first, std::int64_t end,
             const std::function<void(std::int64_t id, std::string_view json)>& take);
@@ -50,6 +53,7 @@ class StoreQueries {
   Statement contexts_of_device_;
   Statement contexts_of_dataset_;
   Statement device_context_;
+  Statement state_;
   Statement items_;
 };
 

@@ -61,6 +61,8 @@ constexpr char kVersion2[] =
     "ALTER TABLE record_2 RENAME TO record;"
     "CREATE UNIQUE INDEX record_by_series ON record(series, number);"
     "CREATE INDEX record_by_context_id ON record(context_id) WHERE context_id IS NOT NULL;"
+    "CREATE TABLE state(dataset_id TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL,"
+    " PRIMARY KEY(dataset_id, key)) WITHOUT ROWID;"
     "DROP TABLE temp.named; DROP TABLE temp.context; DROP TABLE temp.lost;"
     "PRAGMA user_version = 2;";
 

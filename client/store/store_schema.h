@@ -22,6 +22,7 @@ inline constexpr std::int64_t kStoreApplicationId = 0x54564B45;
 /// Placeholders stand for contexts that version 1 could lose while records that name them were written: they have the
 /// id, the dataset and the time of the first such record, and no facts. Their sequences are below 0, so that they stand
 /// ahead of what names them and are the oldest of their series.
+/// state: what the datasets' monitors keep from one life of the process to the next, of each key one value.
 inline constexpr int kNewestSchemaVersion = 2;
 
 /// Brings the tables from `version` to the newest one. To be called in a transaction; when it fails nothing may be

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr wchar_t kReadInfoPerBoot[] = L"ReadInfoPerBoot";
+constexpr wchar_t kBootKey[] = L"boot";  // the name of the boot that has its item
 
 // In this order. The start of the kernel comes first, since it lies before the start of every service: a later record
 // of the same boot would make an item event written before it look like one of the boot before. A restart that was
@@ -65,7 +66,17 @@ void SystemBiosEventMonitor::LogOncePerBoot() {
     return;
   }
   log_.d(L"%s Log lastBootTime : %lld", kThis, *boot);
-  if (_lastModifiedTime < *boot) LogItemEvent(info_);
+  boot_id_ = TVK::String::UTF8ToUTF16(services().machine.system().ReadBootId());
+  if (!HasItem(*boot)) LogItemEvent(info_);
+}
+
+bool SystemBiosEventMonitor::HasItem(std::int64_t boot_time) const {
+  // A boot's time moves with every step of the clock, its name does not.
+  std::wstring last_boot;
+  if (!boot_id_.empty() && services().store.GetState(dataset_id, kBootKey, last_boot) == 0) {
+    return last_boot == boot_id_;
+  }
+  return _lastModifiedTime >= boot_time;
 }
 
 std::optional<std::int64_t> SystemBiosEventMonitor::GetLastbootTime() {
@@ -87,5 +98,5 @@ std::optional<std::vector<TVK::DescribedDevice>> SystemBiosEventMonitor::Describ
 }
 
 int SystemBiosEventMonitor::LogItemEvent(const SystemBiosInfo& info) {
-  return WriteItem(kReadInfoPerBoot, info.ToItemData());
+  return WriteItem(kReadInfoPerBoot, info.ToItemData(), {}, {boot_id_.empty() ? L"" : kBootKey, boot_id_});
 }

@@ -36,8 +36,11 @@ class SystemBiosEventMonitor final : public TVK::ScheduledMonitor {
 
  private:
   void LogOncePerBoot();
+  /// Whether the boot that is named by boot_id_, else the one at this time, has its item.
+  bool HasItem(std::int64_t boot_time) const;
 
   std::atomic<bool> facts_known_ = false;
-  SystemBiosInfo info_;                ///< Written before facts_known_ becomes true, then constant.
+  SystemBiosInfo info_;   ///< Written before facts_known_ becomes true, then constant.
+  std::wstring boot_id_;  ///< Of the running boot; empty where the system does not name boots. StartMonitor's alone.
   std::int64_t _lastModifiedTime = 0;  ///< Of the last item event, seconds since 1970; 0: none. StartMonitor's alone.
 };

@@ -23,8 +23,12 @@ class SystemBiosEventMonitorTest : public testing::Test {
   SystemBiosEventMonitorTest() { BootAt(Now() - 3600); }
 
   std::int64_t Now() const { return world_.runtime.clock().NowSeconds(); }
-  void BootAt(std::optional<std::int64_t> time) {
-    world_.machine.system().Change([&](auto& state) { state.boot_time = time; });
+  /// Without an id: a system that does not name its boots.
+  void BootAt(std::optional<std::int64_t> time, const std::string& id = {}) {
+    world_.machine.system().Change([&](auto& state) {
+      state.boot_time = time;
+      state.boot_id = id;
+    });
   }
   void Log(std::function<EventLogReading(const EventLogQuery&)> log) { world_.machine.event_log().Set(std::move(log)); }
   /// Runs the service once; the records of that run.
@@ -91,6 +95,26 @@ TEST_F(SystemBiosEventMonitorTest, LogsOncePerBoot) {
   EXPECT_EQ(new_firmware.items[0].item_data().at(L"SMBIOSVersion"), L"3.2");
   ASSERT_EQ(new_firmware.contexts.size(), 1u);
   EXPECT_EQ(new_firmware.items[0].dataset_context_id(), new_firmware.contexts[0].dataset_context_id());
+}
+
+TEST_F(SystemBiosEventMonitorTest, ABootIsToldByItsNameWhereItHasOneWhateverTheClockSays) {
+  struct Row {
+    const char* what;
+    int boot;  ///< Hours from now.
+    const char* id;
+    std::size_t items;
+  };
+  for (const Row& row : {
+           Row{"the first one", -2, "one", 1},
+           Row{"the clock was put forward", 100, "one", 0},
+           Row{"the next boot, the clock was put back", -100, "two", 1},
+           Row{"without a name its time counts", -100, "", 0},
+           Row{"without a name, a later time", 100, "", 1},
+       }) {
+    SCOPED_TRACE(row.what);
+    BootAt(Now() + row.boot * 3600, row.id);
+    EXPECT_EQ(Run().items.size(), row.items);
+  }
 }
 
 TEST_F(SystemBiosEventMonitorTest, BootTimeComesFromTheLogOrElseFromTheMachine) {
