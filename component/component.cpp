@@ -20,7 +20,6 @@ class ProcessEventManager final : public EventManager {
  public:
   ProcessEventManager(TVK::Composition& composition, SERVICE_STATUS_HANDLE handle)
       : EventManager(composition.manager_services(), handle), composition_(composition) {
-    set_schema_ver(L"2.0");
     composition_.FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); });
   }
   ~ProcessEventManager() override { composition_.FollowSystemEvents(nullptr); }
@@ -57,14 +56,17 @@ bool CallIfOpen(const wchar_t* name, const std::function<void(TVK::Composition&)
 
 TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, RecordObserver observer,
                                           RemarkObserver remarks) {
+  // One that is not ready ends when the lock is free: its threads may be in a call that takes it.
+  std::unique_ptr<TVK::ProcessComposition> process;
   const std::lock_guard lock(Slot().mutex);
   if (Slot().process != nullptr) return {ComponentOutcome::kFailed, "the component is open already"};
   ComponentResult result;
   try {
-    auto process = TVK::ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
+    process = TVK::ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
     if (result.outcome == ComponentOutcome::kReady) {
-      Slot().process = std::move(process);
+      // Behind the opening: what came to be in it is destroyed after Close.
       if (!std::exchange(Slot().closes_at_exit, true)) platform::CallAtExit([] { Close(); });
+      Slot().process = std::move(process);
     }
   } catch (const std::invalid_argument& mistake) {
     result = {ComponentOutcome::kWrongConfiguration, mistake.what()};

@@ -41,8 +41,9 @@ class Notifications {
   Reconciler& reconciler_;
   const std::function<void()> log_device_context_;
   EventMonitorBase* const application_events_;
-  std::mutex handler_mutex_;  ///< Held by a handler for its whole run, and by JoinStoppers.
-  std::thread thread_;        ///< The control thread's.
+  std::mutex
+      handler_mutex_;   ///< Held by a handler for its whole run, and by JoinStoppers; guards reconciler_'s stoppers.
+  std::thread thread_;  ///< The control thread's.
 };
 
 }  // namespace TVK

@@ -129,7 +129,7 @@ int DatasetMonitor::LogDevInitEvent() {
   }
   int result = 0;
   for (const auto& [key, ids] : devices) {
-    const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key);
+    const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key, {});
     if (result == 0) result = error;
   }
   return result;

@@ -13,9 +13,10 @@ struct ScopeSlot {
   std::wstring telemetry_scope;
 };
 
+// Never destroyed: monitors ask until the process ends.
 ScopeSlot& Scope() {
-  static ScopeSlot slot;
-  return slot;
+  static auto* const slot = new ScopeSlot;
+  return *slot;
 }
 
 }  // namespace

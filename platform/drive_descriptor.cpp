@@ -1,6 +1,5 @@
 #include "platform/drive_descriptor.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <string>
 
@@ -46,6 +45,7 @@ DriveBus BusOf(std::uint32_t type) {
     case 0x08:  // RAID: what the adapter hides is unknown, it speaks SCSI
     case 0x09:  // iSCSI
     case 0x0A:  // Sas
+    case 0x13:  // Ufs, which speaks SCSI too
       return DriveBus::kScsi;
     case 0x0C:  // Sd
     case 0x0D:  // Mmc
@@ -61,12 +61,16 @@ DriveBus BusOf(std::uint32_t type) {
 
 std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> bytes) {
   if (bytes.size() < kFixedSize) return std::nullopt;
-  DriveListing drive{.path = {}, .bus = BusOf(Number(bytes, kBusType))};
+  constexpr std::uint32_t kFileBackedVirtual = 0x0F;
+  constexpr std::uint32_t kSpaces = 0x10;
+  const std::uint32_t bus = Number(bytes, kBusType);
+  if (bus == kFileBackedVirtual || bus == kSpaces) return std::nullopt;
+  DriveListing drive{.path = {}, .bus = BusOf(bus)};
   drive.removable = bytes[kRemovableMedia] != 0;
   drive.model = Text(bytes, kVendorIdOffset);
   const std::string product = Text(bytes, kProductIdOffset);
-  // Some drivers of ATA give "ATA" for the maker, which says nothing.
-  if (drive.model == "ATA") drive.model.clear();
+  // Some drivers give the bus for the maker, which says nothing.
+  if (drive.model == "ATA" || drive.model == "NVMe") drive.model.clear();
   if (!drive.model.empty() && !product.empty()) drive.model += ' ';
   drive.model += product;
   drive.firmware_version = Text(bytes, kProductRevisionOffset);

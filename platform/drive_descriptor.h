@@ -11,7 +11,8 @@
 namespace platform {
 
 /// Bus, model, firmware and removable medium; the path and the rest stay as they are by default. A text that lies
-/// outside the bytes is absent. Nothing when there are fewer bytes than the fixed part has.
+/// outside the bytes is absent. Nothing when there are fewer bytes than the fixed part has, and for a drive that is
+/// made of a file or of other drives.
 std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> bytes);
 
 }  // namespace platform

@@ -53,7 +53,7 @@ TEST(DriveDescriptorTest, TellsBusModelAndFirmware) {
            Row{"stick",
                Descriptor(0x07, {"Litware ", "Stick\x1b\x80"}, true),
                {.path = {}, .bus = DriveBus::kUsb, .model = "Litware Stick", .removable = true}},
-           Row{"SAS", Descriptor(0x0A, {"Litware", "  "}), {.path = {}, .bus = DriveBus::kScsi, .model = "Litware"}},
+           Row{"SAS", Descriptor(0x13, {"Litware", "  "}), {.path = {}, .bus = DriveBus::kScsi, .model = "Litware"}},
            Row{"RAID", Descriptor(0x08, {}), {.path = {}, .bus = DriveBus::kScsi}},
            Row{"card", Descriptor(0x0C, {}), {.path = {}, .bus = DriveBus::kCard}},
            Row{"virtual", Descriptor(0x0E, {}), {}},
@@ -76,6 +76,8 @@ TEST(DriveDescriptorTest, TellsBusModelAndFirmware) {
     EXPECT_EQ(drive->firmware_version, row.drive.firmware_version);
     EXPECT_EQ(drive->removable, row.drive.removable);
   }
+  for (const std::uint32_t made_of_others : {0x0F, 0x10})
+    EXPECT_FALSE(DecodeDriveDescriptor(Descriptor(made_of_others, {"Msft", "Virtual Disk"})));
   const Bytes fixed = Descriptor(0x11, {});
   EXPECT_TRUE(DecodeDriveDescriptor(std::span(fixed).first(36)));
   EXPECT_FALSE(DecodeDriveDescriptor(std::span(fixed).first(35)));

@@ -1,5 +1,5 @@
-// The drives of the machine, as the operating system knows them: listing them asks no drive anything, and wakes none.
-// Any thread.
+// The drives of the machine, as the operating system knows them: listing them reads nothing from a drive and needs no
+// right to it. On Linux it asks none; on Windows their drivers answer, which may take as long as one hangs. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -34,8 +34,9 @@ class Drives {
   Drives& operator=(const Drives&) = delete;
   virtual ~Drives() = default;
 
-  /// The drives that are attached now, by their paths in rising order; optical and floppy drives, and what is made of
-  /// other drives or of files (mappings, arrays, loops), left out. Empty when the system tells of none.
+  /// The drives that are attached now, shorter paths first and those of one length in their order; optical and floppy
+  /// drives, and what is made of other drives or of files (mappings, arrays, loops), left out. Empty when the system
+  /// tells of none.
   virtual std::vector<DriveListing> List() = 0;
 };
 

@@ -203,7 +203,7 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
   add("cpu", "The processors' facts; cache sizes in bytes", RunInspectCpu);
   add_smbios(add("memory", "The memory modules and the machine's totals", RunInspectMemory));
   add_smbios(add("firmware", "BIOS, system and baseboard; serial numbers hashed", RunInspectFirmware));
-  add("drives", "The drives, as the system knows them; none is woken", RunInspectDrives);
+  add("drives", "The drives, as the system knows them", RunInspectDrives);
 }
 
 }  // namespace

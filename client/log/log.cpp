@@ -10,9 +10,10 @@ struct BackendSlot {
   std::shared_ptr<LogBackend> backend;
 };
 
+// Never destroyed: threads log until the process ends.
 BackendSlot& Slot() {
-  static BackendSlot slot;
-  return slot;
+  static auto* const slot = new BackendSlot;
+  return *slot;
 }
 
 int LeastLevelFor(LogSeverity severity) {

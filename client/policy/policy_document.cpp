@@ -68,7 +68,7 @@ TelemetryPolicy ReadPolicy(const Json::Value& root, ProblemList& problems) {
                                         "\" is no scope: none, basic, enhance and full are");
   }
   ReadFilter(reader, problems, policy.applicability);
-  static const std::set<std::string> settings = {String::UTF16ToUTF8(kNoHashNetworkDataSetting)};
+  const std::set<std::string> settings = {String::UTF16ToUTF8(kNoHashNetworkDataSetting)};
   reader.Texts("settings", policy.settings, &settings);
   if (const Json::Value* list = reader.List("datasets", Presence::kRequired)) {
     for (Json::ArrayIndex i = 0; i < list->size(); ++i) {

@@ -326,7 +326,8 @@ class EventDataLogging::Impl {
   StoreConnections connections_{options_, clock_, log_};
   LossLog losses_{log_};
 
-  /// Held while a context is read and noted as in use, and while retention removes what is not in use.
+  /// Guards that what is in use stays in the file: held while a context is read and noted as in use, and while
+  /// retention removes what is not in use.
   std::mutex use_mutex_;
 
   std::mutex listener_mutex_;  ///< Guards listener_ and is held while it is called.

@@ -142,7 +142,8 @@ TEST_F(StoreContextTest, RetentionLeavesWhatTheProcessUses) {
 TEST_F(StoreContextTest, WhatADatasetKeepsIsWrittenWithItsItemOrNotAtAll) {
   const auto state = [](const EventDataLogging& store, const std::wstring& dataset, const std::wstring& key) {
     std::wstring value = L"none";
-    EXPECT_EQ(store.GetState(dataset, key, value), value == L"none" ? kStoreNotFound : 0);
+    const int code = store.GetState(dataset, key, value);
+    EXPECT_EQ(code, value == L"none" ? kStoreNotFound : 0);
     return value;
   };
   {

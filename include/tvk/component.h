@@ -94,7 +94,8 @@ class TVK_EXPORT Component {
   /// gave is no longer valid. Nothing happens when nothing is open. Not beside another call into the component or its
   /// manager, and not from an observer.
   ///
-  /// A process may end without it: on Linux it is called as exit begins; on Windows the system has ended all threads
+  /// A process may end without it: on Linux it is called as exit begins, which is therefore not to be called from an
+  /// observer either; on Windows the system has ended all threads
   /// before a library can do anything. No record is lost either way that a monitor had written. Where the process is
   /// killed, or calls _exit, the same holds.
   static void Close();

@@ -63,7 +63,8 @@ class TVK_EXPORT EventManager {
  public:
   /// Builds the device context, compares it with the last one stored and, when it differs, takes a new one into force.
   /// `log_it`: also store it at once; otherwise it is stored with the next record, which refers to it. `context`
-  /// receives the one in force; it stays untouched when the facts cannot be gathered.
+  /// receives the one in force; it stays untouched when the facts cannot be gathered. `notify` has no effect: whoever
+  /// must know is always told.
   virtual void LogDeviceContextData(bool log_it, DeviceContext& context, bool notify);
   /// Whether the last device-initialisation event was written by another version of the client, or while the device
   /// belonged elsewhere. `version`: the id of a dataset, whose own last event then counts; any other text: the last
@@ -89,10 +90,13 @@ class TVK_EXPORT EventManager {
   /// Stops everything and joins every thread. May be called at any time, any number of times.
   void Stop();
 
+  /// The host's own; monitors register for the system's notifications with it when they start.
   void set_svrHandle(SERVICE_STATUS_HANDLE handle);
   SERVICE_STATUS_HANDLE get_svrHandle() const;
+  /// Not owned; see Initialize. Another one counts from the next Initialize.
   TVK::DeviceIdAgent* get_devidAgent() const;
   void set_devidAgent(TVK::DeviceIdAgent* agent);
+  /// Only told in the logs of the monitors: a context of what has changed is always written.
   bool get_NeedToLogDatasetContextOnChange() const;
   /// Returns the new value.
   bool set_NeedToLogDatasetContextOnChange(const bool& value);
@@ -109,7 +113,9 @@ class TVK_EXPORT EventManager {
   /// Holds until the policy's scope is told anew, and can only narrow what the policy consents to. Case does not
   /// matter; any other text counts as "none".
   void set_Telemetry_Scope(const std::wstring& scope);
+  /// Of the records that are written from now on: "2.0" until then.
   void set_schema_ver(const std::wstring& version);
+  /// For a host that writes its device contexts itself: monitors then write theirs anew, under this one.
   void set_device_context_id(const std::wstring& id);
 
   /// The names of the datasets whose monitors are listed, in list order: a copy.

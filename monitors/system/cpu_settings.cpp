@@ -6,20 +6,22 @@ namespace TVK {
 
 namespace {
 
+// Never destroyed, as the next one: settings are read until the process ends.
 const IntegerSetting& PeakThreshold() {
-  static const IntegerSetting setting{L"CPUPeakThreshold", 90, 1, 100, L"percent of use from which a sample is a peak"};
-  return setting;
+  static const auto* const setting =
+      new IntegerSetting{L"CPUPeakThreshold", 90, 1, 100, L"percent of use from which a sample is a peak"};
+  return *setting;
 }
 
 // A check that spans more than a minute would hold back every check due in between.
 const IntervalSetting& PeakThresholdDuration() {
-  static const IntervalSetting setting{L"CPUPeakThresholdDuration",
-                                       CpuEventMonitor::regexForCPUPeakThresholdDuration,
-                                       10,
-                                       1,
-                                       60000,
-                                       L"span of the five samples of a peak check"};
-  return setting;
+  static const auto* const setting = new IntervalSetting{L"CPUPeakThresholdDuration",
+                                                         CpuEventMonitor::regexForCPUPeakThresholdDuration,
+                                                         10,
+                                                         1,
+                                                         60000,
+                                                         L"span of the five samples of a peak check"};
+  return *setting;
 }
 
 }  // namespace

@@ -50,6 +50,13 @@ std::string ModelText(std::string_view vendor, std::string_view model) {
   return text.append(rest);
 }
 
+std::optional<bool> RotatingOf(DriveBus bus, std::string_view rotational) {
+  const auto number = ParseNumber(TrimBlanks(rotational));
+  if (!number) return std::nullopt;
+  if (*number == 0) return false;
+  return bus == DriveBus::kAta || bus == DriveBus::kScsi ? std::optional(true) : std::nullopt;
+}
+
 std::uint64_t BytesOfSectors(std::string_view size) {
   constexpr std::uint64_t kUnit = 512;
   const std::uint64_t sectors = ParseNumber(TrimBlanks(size)).value_or(0);

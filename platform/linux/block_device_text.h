@@ -23,6 +23,10 @@ DriveBus BusOfBlockDevice(std::string_view name, std::string_view link);
 /// says nothing.
 std::string ModelText(std::string_view vendor, std::string_view model);
 
+/// From the file "queue/rotational". A one is what the kernel says, too, while it does not know, as of sticks, bridges
+/// and the disks of virtual machines: it counts only where drives tell it.
+std::optional<bool> RotatingOf(DriveBus bus, std::string_view rotational);
+
 /// From the file "size", which counts units of 512 bytes whatever the drive's own; 0 when it says none, or too many.
 std::uint64_t BytesOfSectors(std::string_view size);
 

@@ -1,6 +1,7 @@
 #include "platform/drives.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/linux/block_device_text.h"
 #include "platform/linux/doors_linux.h"
@@ -19,7 +20,8 @@ class LinuxDrives final : public Drives {
     for (const std::string& name : root_.FolderNames(folder)) {
       if (MayBeDrive(name) && IsDevice(folder / name)) drives.push_back(Read(name, folder / name));
     }
-    std::ranges::sort(drives, {}, &DriveListing::path);
+    // By their numbers: nvme2n1 stands before nvme10n1.
+    std::ranges::sort(drives, {}, [](const DriveListing& drive) { return std::pair(drive.path.size(), drive.path); });
     return drives;
   }
 
@@ -34,11 +36,12 @@ class LinuxDrives final : public Drives {
     const std::filesystem::path device = entry / "device";
     const auto line = [&](const char* file) { return root_.ReadLine(device / file); };
     DriveListing drive{.path = DeviceFile(name), .bus = BusOfBlockDevice(name, root_.LinkTarget(entry))};
-    drive.model = drive.bus == DriveBus::kCard ? line("name") : ModelText(line("vendor"), line("model"));
-    // The driver of NVMe and that of SCSI name it differently.
-    drive.firmware_version = drive.bus == DriveBus::kNvme ? line("firmware_rev") : line("rev");
+    // The drivers of cards, NVMe and SCSI name their files differently, whatever bus is on the way.
+    const bool card = name.starts_with("mmcblk");
+    drive.model = card ? line("name") : ModelText(line("vendor"), line("model"));
+    drive.firmware_version = line(card ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev");
     drive.bytes = BytesOfSectors(root_.ReadLine(entry / "size"));
-    if (const auto rotating = ParseNumber(root_.ReadLine(entry / "queue/rotational"))) drive.rotating = *rotating != 0;
+    drive.rotating = RotatingOf(drive.bus, root_.ReadLine(entry / "queue/rotational"));
     drive.removable = root_.ReadLine(entry / "removable") == "1";
     return drive;
   }

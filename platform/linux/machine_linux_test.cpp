@@ -93,9 +93,15 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
                                               {"device/firmware_rev", "1.0"},
                                               {"hidden", "0"}});
   write(link("nvme0c0n1", pci + "nvme/nvme0"), {{"hidden", "1"}, {"device/model", "Contoso NVMe"}});
-  write(link("mmcblk0", pci + "mmc_host/mmc0/mmc0:0001"),
-        {{"device/name", "CARD64"}, {"size", "18446744073709551615"}});
+  write(link("mmcblk0", pci + "mmc_host/mmc0/mmc0:0001"), {{"device/name", "CARD64"},
+                                                           {"device/fwrev", "0x7"},
+                                                           {"device/rev", "0x8"},
+                                                           {"device/fwrev", "0x7"},
+                                                           {"device/rev", "0x8"},
+                                                           {"size", "18446744073709551615"}});
   write(link("mmcblk0boot0", pci + "mmc_host/mmc0/mmc0:0001"), {{"device/name", "CARD64"}});
+  write(link("mmcblk1", pci + "usb1/1-4/1-4:1.0/mmc_host/mmc1/mmc1:0002"),
+        {{"device/name", "CARD32"}, {"queue/rotational", "1"}});
   write(link("vda", pci + "virtio1"), {{"device/vendor", "0x1af4"}, {"size", "8"}});
   write(link("sr0", pci + "ata2/host1/target1:0:0/1:0:0:0"), {{"device/model", "DVD"}});
   write(link("loop0", "../devices/virtual"), {{"size", "8"}});
@@ -103,14 +109,6 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
 
   using Bus = DriveBus;
   const std::vector<DriveListing> expected = {
-      {.path = "/dev/cciss/c0d0", .bus = Bus::kOther, .model = "Array", .bytes = 1024},
-      {.path = "/dev/mmcblk0", .bus = Bus::kCard, .model = "CARD64"},
-      {.path = "/dev/nvme0n1",
-       .bus = Bus::kNvme,
-       .model = "Contoso NVMe",
-       .firmware_version = "1.0",
-       .bytes = 512'110'190'592,
-       .rotating = false},
       {.path = "/dev/sda",
        .bus = Bus::kAta,
        .model = "Litware HDD 2TB",
@@ -120,6 +118,15 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
       {.path = "/dev/sdb", .bus = Bus::kUsb, .model = "Litware Card Reader", .removable = true},
       {.path = "/dev/sdc", .bus = Bus::kScsi, .model = "SAS"},
       {.path = "/dev/vda", .bus = Bus::kOther, .bytes = 4096},
+      {.path = "/dev/mmcblk0", .bus = Bus::kCard, .model = "CARD64", .firmware_version = "0x7"},
+      {.path = "/dev/mmcblk1", .bus = Bus::kUsb, .model = "CARD32"},
+      {.path = "/dev/nvme0n1",
+       .bus = Bus::kNvme,
+       .model = "Contoso NVMe",
+       .firmware_version = "1.0",
+       .bytes = 512'110'190'592,
+       .rotating = false},
+      {.path = "/dev/cciss/c0d0", .bus = Bus::kOther, .model = "Array", .bytes = 1024},
   };
   EXPECT_EQ(machine_->drives().List(), expected);
 }

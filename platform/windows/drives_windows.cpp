@@ -1,9 +1,11 @@
 #include "platform/drives.h"
 
 #include <algorithm>
-#include <cwctype>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/drive_descriptor.h"
@@ -68,6 +70,29 @@ std::optional<Structure> As(const std::vector<std::uint8_t>& bytes) {
   return structure;
 }
 
+// Nothing for one that is no drive as Drives means it.
+std::optional<DriveListing> Read(HANDLE drive, std::string path) {
+  const auto header =
+      As<STORAGE_DESCRIPTOR_HEADER>(AskProperty(drive, StorageDeviceProperty, sizeof(STORAGE_DESCRIPTOR_HEADER)));
+  constexpr DWORD kMost = 64u << 10;
+  const auto descriptor =
+      header ? AskProperty(drive, StorageDeviceProperty, std::min(header->Size, kMost)) : std::vector<std::uint8_t>();
+  std::optional<DriveListing> listing = DecodeDriveDescriptor(descriptor);
+  // A driver that does not say what it is for is listed by its path.
+  if (!listing && descriptor.size() >= sizeof(STORAGE_DEVICE_DESCRIPTOR) - 4) return std::nullopt;
+  if (!listing) listing.emplace();
+  listing->path = std::move(path);
+  if (const auto penalty = As<DEVICE_SEEK_PENALTY_DESCRIPTOR>(
+          AskProperty(drive, StorageDeviceSeekPenaltyProperty, sizeof(DEVICE_SEEK_PENALTY_DESCRIPTOR)))) {
+    listing->rotating = penalty->IncursSeekPenalty != 0;
+  }
+  if (const auto geometry =
+          As<DISK_GEOMETRY_EX>(Ask(drive, IOCTL_DISK_GET_DRIVE_GEOMETRY_EX, nullptr, sizeof(DISK_GEOMETRY_EX)))) {
+    listing->bytes = static_cast<std::uint64_t>(std::max<LONGLONG>(geometry->DiskSize.QuadPart, 0));
+  }
+  return listing;
+}
+
 class WindowsDrives final : public Drives {
  public:
   std::vector<DriveListing> List() override {
@@ -76,31 +101,10 @@ class WindowsDrives final : public Drives {
       const std::wstring path = L"\\\\.\\" + name;
       const UniqueFile drive(
           CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
-      // It may have gone since.
-      if (drive) drives.push_back(Read(drive.get(), Utf8FromWide(path)));
+      if (!drive) continue;  // it may have gone since
+      if (auto listing = Read(drive.get(), Utf8FromWide(path))) drives.push_back(std::move(*listing));
     }
     return drives;
-  }
-
- private:
-  static DriveListing Read(HANDLE drive, std::string path) {
-    DriveListing listing;
-    if (const auto header = As<STORAGE_DESCRIPTOR_HEADER>(
-            AskProperty(drive, StorageDeviceProperty, sizeof(STORAGE_DESCRIPTOR_HEADER)))) {
-      constexpr DWORD kMost = 64u << 10;
-      listing = DecodeDriveDescriptor(AskProperty(drive, StorageDeviceProperty, std::min(header->Size, kMost)))
-                    .value_or(DriveListing());
-    }
-    listing.path = std::move(path);
-    if (const auto penalty = As<DEVICE_SEEK_PENALTY_DESCRIPTOR>(
-            AskProperty(drive, StorageDeviceSeekPenaltyProperty, sizeof(DEVICE_SEEK_PENALTY_DESCRIPTOR)))) {
-      listing.rotating = penalty->IncursSeekPenalty != 0;
-    }
-    if (const auto geometry =
-            As<DISK_GEOMETRY_EX>(Ask(drive, IOCTL_DISK_GET_DRIVE_GEOMETRY_EX, nullptr, sizeof(DISK_GEOMETRY_EX)))) {
-      listing.bytes = static_cast<std::uint64_t>(std::max<LONGLONG>(geometry->DiskSize.QuadPart, 0));
-    }
-    return listing;
   }
 };
 

@@ -7,8 +7,10 @@
 #include <filesystem>
 #include <future>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <random>
+#include <string>
 #include <string_view>
 
 namespace {
