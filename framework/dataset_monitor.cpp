@@ -110,29 +110,43 @@ DatasetContext DatasetMonitor::MakeContext(const ItemData& facts) const {
 }
 
 void DatasetMonitor::InitialiseDevice() {
+  init_owed_ = false;
   if (!IsNewDeviceInitNeeded(std::wstring(identity_.row.id))) return;
+  if (!Admits()) {
+    init_owed_ = true;
+    return;
+  }
   if (LogDevInitEvent() != 0) log_.d(L"%s", identity_.lines.init_failure.With({}));
   SetDevicePathChanged(false);
 }
 
 int DatasetMonitor::LogDevInitEvent() {
   const std::lock_guard one_at_a_time(init_mutex_);
-  ItemEvent last;
-  if (services().store.GetLastItemEventWithItemId(std::wstring(identity_.row.id), DeviceInitItemId, last) == 0 &&
-      last.device_context_id() == services().manager.get_device_context_id()) {
-    return 0;
-  }
-  Ids devices;
-  {
-    const std::lock_guard lock(context_mutex_);
-    devices = context_ids_;
-  }
+  const std::wstring dataset(identity_.row.id);
+  const std::wstring device_context = services().manager.get_device_context_id();
   int result = 0;
-  for (const auto& [key, ids] : devices) {
-    const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key, {});
+  for (const std::wstring& key : DescribedKeys()) {
+    // By device, so that one whose item could not be written, or which came later, gets its own.
+    const DatasetState done{L"DeviceInit " + key, device_context};
+    std::wstring of;
+    if (services().store.GetState(dataset, done.key, of) == 0 && of == device_context) continue;
+    const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key, done);
     if (result == 0) result = error;
   }
   return result;
+}
+
+std::vector<std::wstring> DatasetMonitor::DescribedKeys() {
+  std::unique_lock lock(context_mutex_);
+  if (context_owed_) {
+    lock.unlock();
+    LogDatasetContext(true);
+    lock.lock();
+  }
+  std::vector<std::wstring> keys;
+  for (const auto& [key, ids] : context_ids_)
+    keys.push_back(key);
+  return keys;
 }
 
 int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
@@ -143,6 +157,7 @@ int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, cons
     log_.e(L"%s", lines.unknown_item.With({item_name}));
     return kDropped;
   }
+  if (init_owed_) InitialiseDevice();
   const int error = Write(item->first, item->second, std::move(data), device_key, state);
   if (error > 0) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));

@@ -1,6 +1,7 @@
 // What every monitor of a dataset does alike: its dataset contexts, its device-initialisation and its item events.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -48,9 +49,9 @@ class DatasetMonitor : public EventMonitorBase {
   /// than the one in force, or when `new_context_needed`. The new id holds even when the store refuses the context. A
   /// device that is not described any more has no id. Nothing happens where Describe has no answer.
   void LogDatasetContext(bool new_context_needed) override;
-  /// Writes a "DeviceInit" without item data for each described device; the first result of the store that is not 0.
-  /// Nothing, and 0, when the dataset's last one names the device context in force: a start and the news of a new
-  /// device may both ask for it.
+  /// Writes a "DeviceInit" without item data for each described device that has none under the device context in force,
+  /// which the store knows: a start and the news of a new device may both ask for it. The first result of the store
+  /// that is not 0; 0 also where nothing was to be written, or was withheld.
   int LogDevInitEvent() override;
 
   const MonitorIdentity& identity() const { return identity_; }
@@ -77,7 +78,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState.
   int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {},
                 const DatasetState& state = {});
-  /// LogDevInitEvent when IsNewDeviceInitNeeded says so, once.
+  /// LogDevInitEvent when IsNewDeviceInitNeeded says so; without consent it is made up for by the next item that has
+  /// it.
   void InitialiseDevice();
   void ResetContextEvent() const;
 
@@ -91,6 +93,9 @@ class DatasetMonitor : public EventMonitorBase {
     std::wstring device_context;  ///< That it was written under.
   };
   using Ids = std::map<std::wstring, ContextIds>;
+
+  /// The keys of the devices that have a context, those that was owed included.
+  std::vector<std::wstring> DescribedKeys();
 
   /// With context_mutex_ held. Enters the device's id, and what changed.
   void LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids, std::vector<Change>& changes);
@@ -107,6 +112,8 @@ class DatasetMonitor : public EventMonitorBase {
   std::mutex context_mutex_;   ///< Serialises LogDatasetContext; guards what follows. Never taken under a consent.
   Ids context_ids_;            ///< By device key.
   bool context_owed_ = false;  ///< One could not be written for want of consent.
+  std::atomic<bool> init_owed_ =
+      false;  ///< InitialiseDevice had no consent; the next item that has it makes up for it.
 };
 
 }  // namespace TVK

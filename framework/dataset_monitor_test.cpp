@@ -140,6 +140,10 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
     const auto its = std::ranges::find(contexts, written.dataset_context_id(), &DatasetContext::dataset_context_id);
     EXPECT_EQ(written.device_context_id(), its->device_context_id()) << "one device context on both";
   }
+  monitor.drives->push_back({L"C", {{L"Model", L"3"}}});
+  monitor.LogDatasetContext(false);
+  monitor.InitialiseDevice();
+  EXPECT_EQ(life_->Items(L"DeviceInit").size(), 5u) << "the one that came later alone";
 }
 
 TEST_F(DatasetMonitorTest, MistakesOfAMonitorEndInAMessage) {
@@ -239,21 +243,21 @@ TEST_F(DatasetMonitorTest, NothingIsWrittenWithoutConsentAndTheContextComesFirst
   EXPECT_TRUE(life_->Items().empty() && life_->DatasetContexts().empty());
   life_->consent.given = true;
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"B"), 0);
-  EXPECT_EQ(Items(), (Texts{L"ReadPerDay 1"}));
+  EXPECT_EQ(Items(), (Texts{L"DeviceInit 0", L"DeviceInit 1", L"ReadPerDay 1"})) << "nothing that was due is left out";
   life_->consent.given = false;
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"B"), 0);
   monitor.OnDeviceContextChanges(true);
-  EXPECT_EQ(life_->Items().size(), 1u);
+  EXPECT_EQ(life_->Items().size(), 3u);
   EXPECT_EQ(life_->DatasetContexts().size(), 2u);
   life_->consent.given = true;
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0);
-  EXPECT_EQ(Items(), (Texts{L"ReadPerDay 1", L"ReadPerDay 2"})) << "the context that was withheld, anew";
+  EXPECT_EQ(Items().back(), L"ReadPerDay 2") << "the context that was withheld, anew";
   life_->consent.given = false;
   monitor.LogDatasetContext(false);
   life_->consent.given = true;
   monitor.while_described = [&] { life_->consent.given = false; };
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "withdrawn while the devices were looked at";
-  EXPECT_EQ(life_->Items().size(), 2u);
+  EXPECT_EQ(life_->Items().size(), 4u);
   EXPECT_EQ(life_->DatasetContexts().size(), 4u);
 }
 
