@@ -128,8 +128,14 @@ TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
     std::string limit;
     std::string named;
   };
-  for (const Row& row :
-       {Row{"ulimit -f 1", "cannot be opened: disk I/O error"}, Row{"ulimit -n 12", "Too many open files"}}) {
+  const std::vector<Row> rows = {
+      {"ulimit -f 1", "cannot be opened: disk I/O error"},
+#ifndef __SANITIZE_ADDRESS__
+      // The sanitiser that comes with it looks a class up through a pipe, for which it has no descriptor then.
+      {"ulimit -n 12", "Too many open files"},
+#endif
+  };
+  for (const Row& row : rows) {
     const ServiceFolder folder;
     folder.WritePolicy(CpuPolicy("full"));
     std::vector<std::string> words = {"-c", row.limit + R"(; exec "$0" --console "$@")",
