@@ -26,6 +26,10 @@ class ProcessEventManager final : public EventManager {
   ProcessEventManager(const ProcessEventManager&) = delete;
   ProcessEventManager& operator=(const ProcessEventManager&) = delete;
 
+  void StopUnlessStopped() {
+    if (is_initialized()) Stop();
+  }
+
  private:
   TVK::Composition& composition_;
 };
@@ -118,7 +122,7 @@ void TVK::Component::Close() {
     process = std::move(Slot().process);
   }
   if (process == nullptr) return;
-  if (manager != nullptr) manager->Stop();
+  if (manager != nullptr) manager->StopUnlessStopped();
   manager = nullptr;
   process = nullptr;
   SetLogBackend(nullptr);

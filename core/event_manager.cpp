@@ -101,6 +101,12 @@ EventManager::EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_
 
 EventManager::~EventManager() = default;
 
+bool EventManager::is_initialized() const {
+  const std::lock_guard lock(parts_->manager_lock);
+  // Without an agent it only subscribes.
+  return parts_->initialized || !parts_->subscription_id.empty();
+}
+
 void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
   const std::lock_guard lock(parts_->manager_lock);
   if (TVK::CallLogged(parts_->log, L"EventManager::Initialize", [&] { InitializeLocked(agent); })) return;

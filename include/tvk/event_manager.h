@@ -137,6 +137,9 @@ class TVK_EXPORT EventManager {
 
   void set_FirstInvocation(bool value);
 
+  /// From Initialize, even one that found no agent or no policy, to Stop. Not while one of these runs.
+  bool is_initialized() const;
+
   /// Hands an event of the system to every listed monitor, in list order. Any thread.
   void OnSystemEvent(const platform::SystemEvent& event);
 
