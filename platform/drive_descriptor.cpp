@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+#include "platform/little_endian.h"
+
 namespace platform {
 namespace {
 
@@ -11,16 +13,13 @@ constexpr std::size_t kRemovableMedia = 10;
 constexpr std::size_t kVendorIdOffset = 12;
 constexpr std::size_t kProductIdOffset = 16;
 constexpr std::size_t kProductRevisionOffset = 20;
+constexpr std::size_t kSerialNumberOffset = 24;
 constexpr std::size_t kBusType = 28;
 constexpr std::size_t kFixedSize = 36;
 
-std::uint32_t Number(std::span<const std::uint8_t> bytes, std::size_t at) {
-  return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | static_cast<std::uint32_t>(bytes[at + 3]) << 24;
-}
-
 // The text is ASCII and ends with a zero or with the bytes; drives fill it with blanks.
 std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
-  const std::uint32_t begin = Number(bytes, where);
+  const std::uint32_t begin = LittleEndianAt<std::uint32_t>(bytes, where);
   if (begin < kFixedSize || begin >= bytes.size()) return {};
   std::string text;
   for (const std::uint8_t byte : bytes.subspan(begin)) {
@@ -63,7 +62,7 @@ std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> 
   if (bytes.size() < kFixedSize) return std::nullopt;
   constexpr std::uint32_t kFileBackedVirtual = 0x0F;
   constexpr std::uint32_t kSpaces = 0x10;
-  const std::uint32_t bus = Number(bytes, kBusType);
+  const std::uint32_t bus = LittleEndianAt<std::uint32_t>(bytes, kBusType);
   if (bus == kFileBackedVirtual || bus == kSpaces) return std::nullopt;
   DriveListing drive{.path = {}, .bus = BusOf(bus)};
   drive.removable = bytes[kRemovableMedia] != 0;
@@ -74,6 +73,7 @@ std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> 
   if (!drive.model.empty() && !product.empty()) drive.model += ' ';
   drive.model += product;
   drive.firmware_version = Text(bytes, kProductRevisionOffset);
+  drive.serial_number = Text(bytes, kSerialNumberOffset);
   return drive;
 }
 

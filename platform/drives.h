@@ -1,8 +1,11 @@
-// The drives of the machine, as the operating system knows them: listing them reads nothing from a drive and needs no
-// right to it. On Linux it asks none; on Windows their drivers answer, which may take as long as one hangs. Any thread.
+// The drives of the machine: which are attached, and what they answer themselves. Listing them reads nothing from a
+// drive and needs no right to it. On Linux it asks none; on Windows their drivers answer, which may take as long as one
+// hangs. Opening one and asking it may take as long, too. Any thread.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,11 +23,82 @@ struct DriveListing {
   DriveBus bus = DriveBus::kOther;
   std::string model = {};
   std::string firmware_version = {};
+  /// As the system tells it, in clear: it leaves the client hashed only. Windows gives the name of an NVMe namespace,
+  /// where the drive itself tells its serial number.
+  std::string serial_number = {};
   std::uint64_t bytes = 0;            ///< 0: not told, or no medium is in it.
   std::optional<bool> rotating = {};  ///< It has turning platters; absent when it is not told.
   bool removable = false;             ///< Its medium is.
 
   bool operator==(const DriveListing&) const = default;
+};
+
+/// What a drive can be asked for: each is one sector or log page as its standard lays it out (ATA/ATAPI Command Set,
+/// ACS-4; NVM Express Base Specification 2.0).
+enum class DrivePage {
+  kAtaIdentify,         ///< IDENTIFY DEVICE data, 512 bytes.
+  kAtaSmartValues,      ///< SMART READ DATA, 512 bytes.
+  kAtaSmartThresholds,  ///< SMART READ THRESHOLDS (ATA-5), 512 bytes.
+  kAtaSelfTestLog,      ///< SMART READ LOG, log 06h, 512 bytes.
+  kNvmeController,      ///< Identify Controller data (CNS 01h), 4096 bytes.
+  kNvmeHealth,          ///< SMART / Health Information log (02h) of the controller, 512 bytes.
+  kNvmeSelfTestLog,     ///< Device Self-test log (06h), 564 bytes.
+};
+
+enum class DriveAction {
+  kAtaStartShortSelfTest,  ///< SMART EXECUTE OFF-LINE IMMEDIATE, short, in off-line mode: the drive goes on serving.
+  kAtaAbortSelfTest,
+  kNvmeStartShortSelfTest,  ///< Device Self-test of the controller and all its namespaces.
+  kNvmeAbortSelfTest,
+};
+
+enum class DriveResult {
+  kDone,
+  kNoRight,       ///< The process may not.
+  kNotSupported,  ///< The drive, its driver or the bridge before it does not know the command.
+  kRefused,       ///< The drive knows it and said no; `error` says why.
+  kTimedOut,
+  kGone,    ///< There is no such drive any more.
+  kFailed,  ///< Anything else; `error` is the system's.
+};
+
+struct DriveAnswer {
+  DriveResult result = DriveResult::kDone;
+  /// errno or GetLastError; of kRefused what the drive gave: ATA's status and error registers (status in the upper
+  /// byte), NVMe's status field without its phase bit. 0 where there is none.
+  std::uint32_t error = 0;
+  std::vector<std::uint8_t> bytes = {};  ///< Of kDone, for a page: all its bytes. Otherwise empty.
+};
+
+enum class DrivePower {
+  kAwake,
+  kAsleep,   ///< Most commands would wake it.
+  kUnknown,  ///< Neither the drive nor the system tells.
+};
+
+/// How long a door lets one command take: a drive that turns needs some seconds where it was about to sleep, and one in
+/// the middle of its own error recovery does. The system may take longer yet where the drive hangs.
+inline constexpr std::chrono::seconds kDriveCommandLimit{10};
+
+/// One opened drive. One thread at a time.
+class Drive {
+ public:
+  Drive() = default;
+  Drive(const Drive&) = delete;
+  Drive& operator=(const Drive&) = delete;
+  virtual ~Drive() = default;
+
+  /// Wakes no drive.
+  virtual DrivePower ReadPower() = 0;
+  virtual DriveAnswer Read(DrivePage page) = 0;
+  /// kDone: the drive took it; a self-test then goes on in it.
+  virtual DriveAnswer Do(DriveAction action) = 0;
+};
+
+struct DriveOpening {
+  std::unique_ptr<Drive> drive;             ///< Null on failure.
+  DriveResult result = DriveResult::kDone;  ///< Why it is null.
+  std::uint32_t error = 0;                  ///< errno or GetLastError then.
 };
 
 class Drives {
@@ -38,6 +112,9 @@ class Drives {
   /// drives, and what is made of other drives or of files (mappings, arrays, loops), left out. Empty when the system
   /// tells of none.
   virtual std::vector<DriveListing> List() = 0;
+
+  /// Opens one that List gave. Wakes it no more than Drive's operations do. The object outlives its drives.
+  virtual DriveOpening Open(const DriveListing& drive) = 0;
 };
 
 }  // namespace platform

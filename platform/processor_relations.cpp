@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "platform/little_endian.h"
+
 namespace platform {
 namespace {
 
@@ -21,17 +23,10 @@ constexpr std::size_t kCacheLevelAt = 8;
 constexpr std::size_t kCacheSizeAt = 12;
 constexpr std::size_t kCacheRecordSize = 16;
 
-std::uint64_t NumberAt(Bytes bytes, std::size_t at, std::size_t size) {
-  std::uint64_t number = 0;
-  for (std::size_t i = size; i-- > 0;)
-    number = number << 8 | bytes[at + i];
-  return number;
-}
-
 bool AddCore(Bytes record, ProcessorTopology& topology) {
   if (record.size() < kCoreRecordSize) return false;
   ++topology.cores;
-  topology.logical_processors += static_cast<std::uint32_t>(std::popcount(NumberAt(record, kMaskAt, 8)));
+  topology.logical_processors += static_cast<std::uint32_t>(std::popcount(LittleEndianAt<std::uint64_t>(record, kMaskAt)));
   return true;
 }
 
@@ -40,7 +35,7 @@ bool AddCache(Bytes record, ProcessorTopology& topology) {
   const std::uint8_t which = record[kCacheLevelAt];
   if (which != 2 && which != 3) return true;
   CacheLevel& level = which == 2 ? topology.l2 : topology.l3;
-  level.total_bytes += NumberAt(record, kCacheSizeAt, 4);
+  level.total_bytes += LittleEndianAt<std::uint32_t>(record, kCacheSizeAt);
   ++level.count;
   return true;
 }
@@ -50,8 +45,8 @@ bool AddCache(Bytes record, ProcessorTopology& topology) {
 ProcessorTopology DecodeProcessorRelations(Bytes bytes) {
   ProcessorTopology topology;
   while (bytes.size() >= kHeaderSize) {
-    const std::uint64_t relation = NumberAt(bytes, 0, 4);
-    const std::uint64_t size = NumberAt(bytes, 4, 4);
+    const std::uint64_t relation = LittleEndianAt<std::uint32_t>(bytes, 0);
+    const std::uint64_t size = LittleEndianAt<std::uint32_t>(bytes, 4);
     if (size < kHeaderSize || size > bytes.size()) break;
     const Bytes record = bytes.first(size);
     if (relation == kRelationProcessorCore && !AddCore(record, topology)) break;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/little_endian.h"
+
 namespace platform {
 namespace {
 
@@ -32,16 +34,9 @@ constexpr std::array<std::uint8_t, kGuidSize> kAcDcPowerSource = {0x59, 0x9A, 0x
 constexpr std::array<std::uint8_t, kGuidSize> kBatteryPercentageRemaining = {
     0x41, 0x80, 0xAD, 0xA7, 0x5A, 0xB4, 0xAE, 0x4C, 0x87, 0xA3, 0xEE, 0xCB, 0xB4, 0x68, 0xA9, 0xE1};
 
-std::uint32_t NumberAt(Bytes data, std::size_t at) {
-  std::uint32_t number = 0;
-  for (std::size_t i = 4; i-- > 0;)
-    number = number << 8 | data[at + i];
-  return number;
-}
-
 std::optional<SystemEvent> DecodePowerSetting(Bytes setting) {
   if (setting.size() < kSettingHeaderSize) return std::nullopt;
-  const std::uint32_t length = NumberAt(setting, kGuidSize);
+  const std::uint32_t length = LittleEndianAt<std::uint32_t>(setting, kGuidSize);
   // Both values are a DWORD of which the first byte says it all.
   if (length == 0 || length > setting.size() - kSettingHeaderSize) return std::nullopt;
   const Bytes guid = setting.first(kGuidSize);
@@ -56,8 +51,8 @@ std::optional<SystemEvent> DecodePowerSetting(Bytes setting) {
 }
 
 std::optional<SystemEvent> DecodeSession(unsigned long event_type, Bytes notification) {
-  if (notification.size() < kSessionSize || NumberAt(notification, 0) < kSessionSize) return std::nullopt;
-  if (const auto change = DecodeSessionChange(event_type, NumberAt(notification, 4))) return *change;
+  if (notification.size() < kSessionSize || LittleEndianAt<std::uint32_t>(notification, 0) < kSessionSize) return std::nullopt;
+  if (const auto change = DecodeSessionChange(event_type, LittleEndianAt<std::uint32_t>(notification, 4))) return *change;
   return std::nullopt;
 }
 
@@ -68,7 +63,7 @@ Bytes ServiceControlData(unsigned long control, unsigned long event_type, const 
   const auto* const bytes = static_cast<const std::uint8_t*>(event_data);
   if (control == kSessionChange) return {bytes, kSessionSize};
   if (control != kPowerEvent || event_type != kPowerSettingChange) return {};
-  return {bytes, kSettingHeaderSize + NumberAt({bytes, kSettingHeaderSize}, kGuidSize)};
+  return {bytes, kSettingHeaderSize + LittleEndianAt<std::uint32_t>({bytes, kSettingHeaderSize}, kGuidSize)};
 }
 
 std::optional<SessionChange> DecodeSessionChange(unsigned long event_type, unsigned long session) {

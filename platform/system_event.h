@@ -1,4 +1,4 @@
-// What a system tells of its power and its users while it runs, in one form on every system.
+// What a system tells of its power, its users and its drives while it runs, in one form on every system.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +36,11 @@ struct SessionChange {
   bool operator==(const SessionChange&) const = default;
 };
 
+/// A drive came or went; Drives::List tells which are there now.
+enum class DriveChange { kAttached, kDetached };
+
 /// PowerSource: the machine runs on that from now on. BatteryPercent: the batteries hold that now.
-struct SystemEvent : std::variant<PowerSource, BatteryPercent, SleepChange, SessionChange> {
+struct SystemEvent : std::variant<PowerSource, BatteryPercent, SleepChange, SessionChange, DriveChange> {
   using variant::variant;
 };
 

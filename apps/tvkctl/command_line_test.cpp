@@ -166,7 +166,8 @@ TEST_F(CommandLineTest, InspectFirmwareShowsNoSerialNumberAndNoControlCharacter)
 TEST(InspectCommandsTest, ShowsTheDrives) {
   platform::SimulatedMachine machine;
   machine.drives().Change([](auto& drives) {
-    drives.push_back({.path = "/dev/sdb", .bus = platform::DriveBus::kUsb, .model = "Stick\x1b[2J", .removable = true});
+    drives.push_back(
+        {.listing = {.path = "/dev/sdb", .bus = platform::DriveBus::kUsb, .model = "Stick\x1b[2J", .removable = true}});
   });
   const auto run = [&](bool json) {
     std::ostringstream out;

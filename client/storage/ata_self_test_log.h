@@ -1,0 +1,25 @@
+// Decoder of ATA's SMART self-test log (ACS-4, 9.7; log 06h of SMART READ LOG). Pure; any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "client/storage/ata_smart.h"
+
+namespace TVK {
+
+/// The newest entry.
+struct AtaSelfTestEntry {
+  std::uint8_t subcommand = 0;  ///< Which test: 1 short, 2 extended, ... (ACS-4, table 138).
+  AtaSelfTestStatus status;
+  std::uint16_t power_on_hours = 0;  ///< The lower 16 bits of the drive's age at its end.
+  std::optional<std::uint64_t> failing_lba;
+
+  bool operator==(const AtaSelfTestEntry&) const = default;
+};
+
+/// Nothing for a sector of another size than 512 bytes, with a wrong checksum, or without an entry.
+std::optional<AtaSelfTestEntry> DecodeAtaSelfTestLog(std::span<const std::uint8_t> sector);
+
+}  // namespace TVK
