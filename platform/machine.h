@@ -31,7 +31,7 @@ struct MachineDoors {
   std::unique_ptr<Region> region;
   std::unique_ptr<Settings> settings;
   std::unique_ptr<Power> power;
-  std::unique_ptr<Drives> drives;
+  std::shared_ptr<Drives> drives;
   std::unique_ptr<Volumes> volumes;
   std::unique_ptr<SystemEvents> system_events;
 
