@@ -37,13 +37,13 @@ std::wstring Words(Silence silence) {
 DriveLane::DriveLane(platform::Runtime& runtime, const TVK::Log& log, platform::DriveListing listing)
     : runtime_(runtime), log_(log), listing_(std::move(listing)), calls_(runtime, log, "tvk-drive") {}
 
-Silence DriveLane::Run(std::function<void()> call, platform::Waitable* stop) {
+Silence DriveLane::Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop) {
   {
     const std::lock_guard lock(mutex_);
     if (rests_until_ && runtime_.clock().Steady() < *rests_until_) return Silence::kLeftAlone;
   }
   using Outcome = TVK::LimitedCalls::Outcome;
-  switch (calls_.Run(std::move(call), kSessionLimit, stop)) {
+  switch (calls_.Run(std::move(call), limit, stop)) {
     case Outcome::kDone:
       return Silence::kNone;
     case Outcome::kStopped:

@@ -67,8 +67,8 @@ class DriveLane {
   const platform::DriveListing& listing() const { return listing_; }
 
   /// Runs `call`, which must own all that it touches, when nobody else asks the drive and it is not left alone. kNone
-  /// when it has run.
-  Silence Run(std::function<void()> call, platform::Waitable* stop);
+  /// when it has run. After `limit` the drive counts as hung.
+  Silence Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);
 
   /// What the drive said of itself since it was attached; nothing yet at first.
   std::optional<DriveIdentity> identity() const;

@@ -113,7 +113,7 @@ HardDisk::HardDisk(platform::Drives& drives, std::shared_ptr<DriveLane> lane)
 
 template <typename Content>
 Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
-                               platform::Waitable* stop) const {
+                               platform::Waitable* stop, std::chrono::milliseconds limit) const {
   // Its own, since it may come back when nobody waits for it any more.
   const auto reading = std::make_shared<Reading<Content>>();
   const auto session = [reading, owned = drives_->weak_from_this().lock(), drives = drives_, listing = lane_->listing(),
@@ -127,7 +127,7 @@ Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<C
       *reading = work(*opening.drive);
     }
   };
-  const Silence silence = lane_->Run(session, stop);
+  const Silence silence = lane_->Run(session, limit, stop);
   Reading<Content> result = silence == Silence::kNone ? std::move(*reading) : Reading<Content>{{}, silence};
   lane_->Note(what, result.silence, result.error);
   return result;
@@ -237,7 +237,8 @@ Reading<bool> HardDisk::ReadNvmeSelfTestSupport(platform::Waitable* stop) const 
       stop);
 }
 
-Reading<bool> HardDisk::Do(platform::DriveAction action, platform::Waitable* stop) const {
+Reading<bool> HardDisk::Do(platform::DriveAction action, platform::Waitable* stop,
+                           std::chrono::milliseconds limit) const {
   return Ask<bool>(
       L"its self-test",
       [action](Drive& drive) -> Reading<bool> {
@@ -245,7 +246,7 @@ Reading<bool> HardDisk::Do(platform::DriveAction action, platform::Waitable* sto
         if (answer.result == DriveResult::kDone) return {true};
         return {{}, SilenceOf(answer.result), answer.error};
       },
-      stop);
+      stop, limit);
 }
 
 }  // namespace StorageCollector

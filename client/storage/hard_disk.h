@@ -1,6 +1,7 @@
 // A drive as the monitors see it.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -67,8 +68,9 @@ class HardDisk {
   Reading<TVK::AtaSelfTestEntry> ReadAtaSelfTestLog(platform::Waitable* stop) const;
   /// Whether an NVMe drive has self-tests; of ATA drives AtaSmart tells it.
   Reading<bool> ReadNvmeSelfTestSupport(platform::Waitable* stop) const;
-  /// Content: the drive took it.
-  Reading<bool> Do(platform::DriveAction action, platform::Waitable* stop) const;
+  /// Content: the drive took it. `limit`: how long it is waited for.
+  Reading<bool> Do(platform::DriveAction action, platform::Waitable* stop,
+                   std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
 
   DriveLane& lane() const { return *lane_; }
 
@@ -79,7 +81,7 @@ class HardDisk {
   DriveIdentity identity() const;
   template <typename Content>
   Reading<Content> Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
-                       platform::Waitable* stop) const;
+                       platform::Waitable* stop, std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
 
   platform::Drives* drives_;
   std::shared_ptr<DriveLane> lane_;
