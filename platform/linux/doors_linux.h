@@ -19,6 +19,7 @@ class Region;
 class Settings;
 class SystemEvents;
 class SystemFacts;
+class Volumes;
 
 /// `clock` must outlive the door and its readers.
 std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clock);
@@ -27,6 +28,9 @@ std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
 std::unique_ptr<Power> MakePower(const Sysroot& root);
 std::unique_ptr<Drives> MakeDrives(const Sysroot& root);
+
+/// `measures`: the mounts below `root` are this computer's, whose space can be asked for.
+std::unique_ptr<Volumes> MakeVolumes(const Sysroot& root, bool measures);
 
 /// Of this computer. `power` must outlive the door and its sources.
 std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power);
