@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "client/text/decimal_text.h"
 #include "platform/little_endian.h"
 
 namespace TVK {
@@ -44,7 +45,7 @@ Counter128 CounterAt(std::span<const std::uint8_t> page, std::size_t at) {
 }  // namespace
 
 std::wstring Counter128::Decimal() const {
-  if (high == 0) return std::to_wstring(low);
+  if (high == 0) return DecimalText(low).text();
   // Division by hand, 32 bits at a time: not every compiler has a type of 128 bits.
   std::array<std::uint64_t, 4> digits = {high >> 32, high & 0xFFFFFFFF, low >> 32, low & 0xFFFFFFFF};
   std::wstring text;
