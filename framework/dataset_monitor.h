@@ -76,7 +76,8 @@ class DatasetMonitor : public EventMonitorBase {
 
   /// Whether the dataset may observe now: asked right before every sample.
   bool Admits() const { return services().consent.Admits(identity_.row); }
-  /// Whether the device has a dataset context, so that its items can be written.
+  /// Whether the device has a dataset context, so that its items can be written. Contexts that are owed are written
+  /// first.
   bool HasContext(const std::wstring& device_key);
   /// "Class::name", as log lines name their caller.
   std::wstring Operation(std::wstring_view name) const;
