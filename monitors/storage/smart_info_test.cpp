@@ -61,7 +61,7 @@ TEST_F(SmartInfoTest, ReadsTheThresholdsOrLeavesThemOut) {
 
 TEST_F(SmartInfoTest, SaysThatNothingHasAName) {
   AtaSmart smart;
-  smart.attributes = {{.id = 255}};
+  smart.attributes = {{.id = 255, .threshold = {}}};
   ItemData data;
   EXPECT_FALSE(SmartInfo(log_).FillSmartAttribValues(smart, data));
   EXPECT_FALSE(SATASmartInfo(log_).FillSmartAttribValues2(smart, data));
