@@ -20,6 +20,7 @@ class Region;
 class Settings;
 class SystemEvents;
 class SystemFacts;
+class Volumes;
 
 /// `clock` must outlive the door and its readers.
 std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clock);
@@ -30,6 +31,9 @@ std::unique_ptr<Power> MakePower(const Sysroot& root);
 
 /// Drives are opened by `open`; when it is empty, none is: one of a recorded machine is not this computer's.
 std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open);
+
+/// `measures`: the mounts below `root` are this computer's, whose space can be asked for.
+std::unique_ptr<Volumes> MakeVolumes(const Sysroot& root, bool measures);
 
 /// Of this computer. `power` must outlive the door and its sources.
 std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power);

@@ -11,6 +11,7 @@
 #include "platform/settings.h"
 #include "platform/system_events.h"
 #include "platform/system_facts.h"
+#include "platform/volumes.h"
 
 namespace platform {
 
@@ -25,7 +26,9 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
   doors.power = MakePower(root);
-  if (options.sysroot == "/") {
+  const bool local = options.sysroot == "/";
+  doors.volumes = MakeVolumes(root, local);
+  if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);
     doors.system_events = MakeSystemEvents(*doors.power);
   } else {
