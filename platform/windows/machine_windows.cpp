@@ -29,7 +29,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.settings = windows::MakeSettings();
   doors.power = windows::MakePower();
   doors.drives = windows::MakeDrives();
-  doors.system_events = std::make_unique<NoSystemEvents>();
+  doors.system_events = windows::MakeSystemEvents();
   return std::make_unique<Machine>(std::move(doors));
 }
 
