@@ -1,7 +1,9 @@
 #include "platform/drive_descriptor.h"
 
+#include <charconv>
 #include <cstddef>
 #include <string>
+#include <system_error>
 
 #include "platform/little_endian.h"
 
@@ -17,6 +19,15 @@ constexpr std::size_t kSerialNumberOffset = 24;
 constexpr std::size_t kBusType = 28;
 constexpr std::size_t kFixedSize = 36;
 
+bool Printable(std::uint8_t byte) {
+  return byte >= 0x20 && byte < 0x7F;
+}
+
+std::string Trimmed(const std::string& text) {
+  const auto first = text.find_first_not_of(' ');
+  return first == text.npos ? std::string() : text.substr(first, text.find_last_not_of(' ') + 1 - first);
+}
+
 // The text is ASCII and ends with a zero or with the bytes; drives fill it with blanks.
 std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
   const std::uint32_t begin = LittleEndianAt<std::uint32_t>(bytes, where);
@@ -24,10 +35,25 @@ std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
   std::string text;
   for (const std::uint8_t byte : bytes.subspan(begin)) {
     if (byte == 0) break;
-    text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : ' ';
+    text += Printable(byte) ? static_cast<char>(byte) : ' ';
   }
-  const auto first = text.find_first_not_of(' ');
-  return first == text.npos ? std::string() : text.substr(first, text.find_last_not_of(' ') + 1 - first);
+  return Trimmed(text);
+}
+
+// Some drivers give the 20 characters of an ATA serial number as hexadecimal digits, and in the order of the drive's
+// words, in which each two characters are swapped. No drive has a number of its own that long.
+std::string SerialNumber(const std::string& text) {
+  constexpr std::size_t kCharacters = 20;
+  if (text.size() != 2 * kCharacters) return text;
+  std::string number(kCharacters, ' ');
+  for (std::size_t i = 0; i < kCharacters; ++i) {
+    std::uint8_t byte = 0;
+    const char* const digits = text.data() + 2 * i;
+    const auto [end, error] = std::from_chars(digits, digits + 2, byte, 16);
+    if (error != std::errc() || end != digits + 2 || !Printable(byte)) return text;
+    number[i ^ 1] = static_cast<char>(byte);
+  }
+  return Trimmed(number);
 }
 
 // STORAGE_BUS_TYPE.
@@ -73,7 +99,7 @@ std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> 
   if (!drive.model.empty() && !product.empty()) drive.model += ' ';
   drive.model += product;
   drive.firmware_version = Text(bytes, kProductRevisionOffset);
-  drive.serial_number = Text(bytes, kSerialNumberOffset);
+  drive.serial_number = SerialNumber(Text(bytes, kSerialNumberOffset));
   return drive;
 }
 
