@@ -15,10 +15,16 @@ constexpr int kDropped = -1;
 
 }  // namespace
 
-std::wstring MonitorLine::With(std::initializer_list<std::wstring_view> texts, std::int64_t number) const {
+std::wstring MonitorLine::With(std::initializer_list<std::wstring_view> texts, std::int64_t number,
+                               std::wstring_view caller) const {
   std::wstring line;
   auto text = texts.begin();
-  for (const wchar_t* at = text_; *at != 0; ++at) {
+  const wchar_t* at = text_;
+  if (!caller.empty() && std::wstring_view(text_).starts_with(L"%s:")) {
+    line = caller;
+    at += 2;
+  }
+  for (; *at != 0; ++at) {
     if (*at != L'%') {
       line += *at;
     } else if (*++at == L'd') {
@@ -39,7 +45,13 @@ DatasetMonitor::DatasetMonitor(const MonitorServices& monitor_services, const Mo
 }
 
 void DatasetMonitor::Initialize() {
-  if (log_.is_open() && !identity_.lines.log_opened.empty()) log_.d(L"%s", identity_.lines.log_opened.With({}));
+  if (log_.is_open() && !identity_.lines.log_opened.empty()) {
+    log_.d(L"%s", identity_.lines.log_opened.With({}, 0, Operation(L"Initialize")));
+  }
+}
+
+std::wstring DatasetMonitor::Operation(std::wstring_view name) const {
+  return std::wstring(identity_.row.log).append(L"::").append(name);
 }
 
 void DatasetMonitor::ResetContextEvent() const {
@@ -76,7 +88,8 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
   const bool needed = !same || !in_force || new_context_needed;
   log_.d(L"%s",
          lines.context_decision.With({needed ? L"true" : L"false",
-                                      services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false"}));
+                                      services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false"},
+                                     0, Operation(L"LogDatasetContext")));
   if (!needed) {
     ids[device.key] = {last.dataset_context_id(), last.device_context_id()};
     return;
@@ -89,7 +102,7 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
     return;
   }
   ids[device.key] = {context.dataset_context_id(), context.device_context_id()};
-  if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error));
+  if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error, Operation(L"LogDatasetContext")));
   if (described && !same) changes.push_back({device, last.item_data()});
 }
 
@@ -126,6 +139,7 @@ int DatasetMonitor::LogDevInitEvent() {
   const std::wstring device_context = services().manager.get_device_context_id();
   int result = 0;
   for (const std::wstring& key : DescribedKeys()) {
+    if (!TakesDeviceInit(key)) continue;
     // By device, so that one whose item could not be written, or which came later, gets its own.
     const DatasetState done{L"DeviceInit " + key, device_context};
     std::wstring of;
@@ -149,6 +163,11 @@ std::vector<std::wstring> DatasetMonitor::DescribedKeys() {
   return keys;
 }
 
+bool DatasetMonitor::HasContext(const std::wstring& device_key) {
+  const std::lock_guard lock(context_mutex_);
+  return context_ids_.contains(device_key);
+}
+
 int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
                               const DatasetState& state) {
   const MonitorLines& lines = identity_.lines;
@@ -159,7 +178,7 @@ int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, cons
   }
   if (init_owed_) InitialiseDevice();
   const int error = Write(item->first, item->second, std::move(data), device_key, state);
-  if (error > 0) {
+  if (error > 0 && !lines.item_failure.empty()) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
   }
   return error;

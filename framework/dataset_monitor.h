@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "framework/event_monitor_base.h"
@@ -67,12 +68,18 @@ class DatasetMonitor : public EventMonitorBase {
   /// Whether the stored context still describes a device of these facts. Every difference counts unless a dataset
   /// describes its devices once for all.
   virtual bool IsSameDescription(const ItemData& stored, const ItemData& facts) const { return stored == facts; }
+  /// Whether the device gets a "DeviceInit".
+  virtual bool TakesDeviceInit(const std::wstring& /*device_key*/) { return true; }
   /// Told after a context was written whose facts are not `before`, those of the context before it. Not for the first
   /// context of a device.
   virtual void OnDescriptionChanged(const DescribedDevice& /*device*/, const ItemData& /*before*/) {}
 
   /// Whether the dataset may observe now: asked right before every sample.
   bool Admits() const { return services().consent.Admits(identity_.row); }
+  /// Whether the device has a dataset context, so that its items can be written.
+  bool HasContext(const std::wstring& device_key);
+  /// "Class::name", as log lines name their caller.
+  std::wstring Operation(std::wstring_view name) const;
   /// Writes an item event of the device. 0 when it was written, or withheld for want of consent; the store's result,
   /// with the line item_failure; -1, with an error line, for a name that the dataset does not have and for a device
   /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState.

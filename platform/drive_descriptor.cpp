@@ -1,8 +1,10 @@
 #include "platform/drive_descriptor.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 
+#include "platform/drive_text.h"
 #include "platform/little_endian.h"
 
 namespace platform {
@@ -17,17 +19,13 @@ constexpr std::size_t kSerialNumberOffset = 24;
 constexpr std::size_t kBusType = 28;
 constexpr std::size_t kFixedSize = 36;
 
-// The text is ASCII and ends with a zero or with the bytes; drives fill it with blanks.
+// The text ends with a zero or with the bytes.
 std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
   const std::uint32_t begin = LittleEndianAt<std::uint32_t>(bytes, where);
   if (begin < kFixedSize || begin >= bytes.size()) return {};
-  std::string text;
-  for (const std::uint8_t byte : bytes.subspan(begin)) {
-    if (byte == 0) break;
-    text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : ' ';
-  }
-  const auto first = text.find_first_not_of(' ');
-  return first == text.npos ? std::string() : text.substr(first, text.find_last_not_of(' ') + 1 - first);
+  const auto text = bytes.subspan(begin);
+  const auto end = std::ranges::find(text, 0);
+  return DriveText(text.first(static_cast<std::size_t>(end - text.begin())));
 }
 
 // STORAGE_BUS_TYPE.

@@ -18,4 +18,11 @@ constexpr Number LittleEndianAt(std::span<const std::uint8_t> bytes, std::size_t
   return static_cast<Number>(number);
 }
 
+/// Puts the number there, its lowest byte first. The caller has checked that the bytes are there.
+template <std::unsigned_integral Number>
+constexpr void PutLittleEndian(std::span<std::uint8_t> bytes, std::size_t at, Number number) {
+  for (std::size_t i = 0; i < sizeof(Number); ++i)
+    bytes[at + i] = static_cast<std::uint8_t>(std::uint64_t{number} >> 8 * i);
+}
+
 }  // namespace platform

@@ -15,6 +15,7 @@ class Processors;
 class Region;
 class Settings;
 class SystemFacts;
+class Volumes;
 
 }  // namespace platform
 
@@ -31,5 +32,6 @@ std::unique_ptr<Region> MakeRegion();
 std::unique_ptr<Settings> MakeSettings();
 std::unique_ptr<Power> MakePower();
 std::unique_ptr<Drives> MakeDrives();
+std::unique_ptr<Volumes> MakeVolumes();
 
 }  // namespace platform::windows

@@ -3,13 +3,16 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "platform/drive_descriptor.h"
+#include "platform/storage_query.h"
 #include "platform/windows/doors_windows.h"
+#include "platform/windows/drive_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/sys.h"
 #include "platform/windows/text.h"
@@ -43,23 +46,13 @@ std::vector<std::wstring> DriveNames() {
   return drives;
 }
 
-// What `code` answers, as far as the buffer of `size` bytes takes it; empty when it fails. The codes here need no right
-// to the drive's content.
-std::vector<std::uint8_t> Ask(HANDLE drive, DWORD code, const STORAGE_PROPERTY_QUERY* query, std::size_t size) {
-  std::vector<std::uint8_t> answer(size);
-  DWORD given = 0;
-  const BOOL done =
-      DeviceIoControl(drive, code, const_cast<STORAGE_PROPERTY_QUERY*>(query), query == nullptr ? 0 : sizeof(*query),
-                      answer.data(), static_cast<DWORD>(answer.size()), &given, nullptr);
-  answer.resize(done ? std::min<std::size_t>(given, size) : 0);
-  return answer;
-}
-
 std::vector<std::uint8_t> AskProperty(HANDLE drive, STORAGE_PROPERTY_ID property, std::size_t size) {
   STORAGE_PROPERTY_QUERY query{};
   query.PropertyId = property;
   query.QueryType = PropertyStandardQuery;
-  return Ask(drive, IOCTL_STORAGE_QUERY_PROPERTY, &query, size);
+  return AskDriver(drive, IOCTL_STORAGE_QUERY_PROPERTY,
+                   std::span(reinterpret_cast<const std::uint8_t*>(&query), sizeof(query)), size)
+      .bytes;
 }
 
 template <typename Structure>
@@ -70,8 +63,8 @@ std::optional<Structure> As(const std::vector<std::uint8_t>& bytes) {
   return structure;
 }
 
-// Nothing for one that is no drive as Drives means it.
-std::optional<DriveListing> Read(HANDLE drive, std::string path) {
+// What the drive says it is. Nothing when it says that it is no drive as Drives means it.
+std::optional<DriveListing> Describe(HANDLE drive) {
   const auto header =
       As<STORAGE_DESCRIPTOR_HEADER>(AskProperty(drive, StorageDeviceProperty, sizeof(STORAGE_DESCRIPTOR_HEADER)));
   constexpr DWORD kMost = 64u << 10;
@@ -81,13 +74,19 @@ std::optional<DriveListing> Read(HANDLE drive, std::string path) {
   // A driver that does not say what it is for is listed by its path.
   if (!listing && descriptor.size() >= sizeof(STORAGE_DEVICE_DESCRIPTOR) - 4) return std::nullopt;
   if (!listing) listing.emplace();
+  return listing;
+}
+
+std::optional<DriveListing> Read(HANDLE drive, std::string path) {
+  std::optional<DriveListing> listing = Describe(drive);
+  if (!listing) return std::nullopt;
   listing->path = std::move(path);
   if (const auto penalty = As<DEVICE_SEEK_PENALTY_DESCRIPTOR>(
           AskProperty(drive, StorageDeviceSeekPenaltyProperty, sizeof(DEVICE_SEEK_PENALTY_DESCRIPTOR)))) {
     listing->rotating = penalty->IncursSeekPenalty != 0;
   }
-  if (const auto geometry =
-          As<DISK_GEOMETRY_EX>(Ask(drive, IOCTL_DISK_GET_DRIVE_GEOMETRY_EX, nullptr, sizeof(DISK_GEOMETRY_EX)))) {
+  if (const auto geometry = As<DISK_GEOMETRY_EX>(
+          AskDriver(drive, IOCTL_DISK_GET_DRIVE_GEOMETRY_EX, {}, sizeof(DISK_GEOMETRY_EX)).bytes)) {
     listing->bytes = static_cast<std::uint64_t>(std::max<LONGLONG>(geometry->DiskSize.QuadPart, 0));
   }
   return listing;
@@ -99,12 +98,25 @@ class WindowsDrives final : public Drives {
     std::vector<DriveListing> drives;
     for (const std::wstring& name : DriveNames()) {
       const std::wstring path = L"\\\\.\\" + name;
-      const UniqueFile drive(
-          CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
+      const UniqueFile drive = OpenDrive(path, 0);
       if (!drive) continue;  // it may have gone since
       if (auto listing = Read(drive.get(), Utf8FromWide(path))) drives.push_back(std::move(*listing));
     }
     return drives;
+  }
+
+  DriveOpening Open(const DriveListing& drive) override {
+    UniqueFile file = OpenDrive(WideFromUtf8(drive.path), 0);
+    if (!file) {
+      const DriveAnswer why = WindowsDriveFailure(GetLastError());
+      return {nullptr, why.result, why.error};
+    }
+    // A drive that came later gets the number of one that has gone.
+    const auto now = Describe(file.get());
+    const bool same =
+        now && now->bus == drive.bus && now->model == drive.model && now->serial_number == drive.serial_number;
+    if (!same) return {nullptr, DriveResult::kGone, ERROR_FILE_NOT_FOUND};
+    return {MakeDrive(drive, std::move(file))};
   }
 };
 
