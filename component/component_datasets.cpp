@@ -2,6 +2,8 @@
 
 #include <map>
 
+#include "monitors/storage/store_event_monitor.h"
+#include "monitors/storage/store_settings.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/cpu_settings.h"
 #include "monitors/system/memory_event_monitor.h"
@@ -29,6 +31,8 @@ struct Collector {
 
 const std::map<std::wstring_view, Collector>& Collectors() {
   static const std::map<std::wstring_view, Collector> collectors = {
+      {L"StorageEvent",
+       {Make<StoreEventMonitor>, [](const SettingTexts& settings) { return ReadStoreSettings(settings).readings; }}},
       {L"CPUEvent",
        {Make<CpuEventMonitor>, [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }}},
       {L"SystemBIOSEvent", {Make<SystemBiosEventMonitor>}},
