@@ -6,6 +6,8 @@
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/self_test_event_monitors.h"
 #include "monitors/storage/smart_event_monitor.h"
+#include "monitors/storage/store_event_monitor.h"
+#include "monitors/storage/store_settings.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/cpu_settings.h"
 #include "monitors/system/memory_event_monitor.h"
@@ -33,6 +35,8 @@ struct Collector {
 
 const std::map<std::wstring_view, Collector>& Collectors() {
   static const std::map<std::wstring_view, Collector> collectors = {
+      {L"StorageEvent",
+       {Make<StoreEventMonitor>, [](const SettingTexts& settings) { return ReadStoreSettings(settings).readings; }}},
       {L"CPUEvent",
        {Make<CpuEventMonitor>, [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }}},
       {L"SystemBIOSEvent", {Make<SystemBiosEventMonitor>}},
