@@ -61,15 +61,15 @@ std::optional<ItemData> SmartInfo::ToItemData(const TVK::AtaSmart& smart) const 
 bool SmartInfo::Fill(const TVK::AtaSmart& smart, bool with_thresholds, ItemData& data) const {
   bool found = false;
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
-    const wchar_t* const name = names_[attribute.id];
-    if (name == nullptr) continue;
+    const std::wstring_view name = names_[attribute.id];
+    if (name.empty()) continue;
     TextBuilder text;
     text.Add(L"{ \"raw\": \"").Add(attribute.raw);
     text.Add(L"\",\"normalized\": \"").Add(attribute.normalized);
     text.Add(L"\",\"threshold\": \"");
     if (with_thresholds && attribute.threshold) text.Add(*attribute.threshold);
     text.Add(L"\",\"worst\": \"").Add(attribute.worst).Add(L"\"}");
-    data[name] = text.text();
+    data[std::wstring(name)] = text.text();
     found = true;
   }
   return found;
@@ -87,9 +87,9 @@ std::optional<TVK::SmartCheckEntry> SmartInfo::FoundPredictFailure(const TVK::At
 std::vector<TVK::SmartCheckEntry> SmartInfo::PredictedFailures(const TVK::AtaSmart& smart) const {
   std::vector<TVK::SmartCheckEntry> failures;
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
-    const wchar_t* const name = names_[attribute.id];
-    if (name != nullptr && IsFailing(attribute))
-      failures.push_back({name, attribute.normalized, attribute.worst, *attribute.threshold});
+    const std::wstring_view name = names_[attribute.id];
+    if (!name.empty() && IsFailing(attribute))
+      failures.push_back({std::wstring(name), attribute.normalized, attribute.worst, *attribute.threshold});
   }
   return failures;
 }

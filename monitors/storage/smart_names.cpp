@@ -8,7 +8,7 @@ namespace {
 
 struct Row {
   std::uint8_t id;
-  const wchar_t* name;
+  std::wstring_view name;
 };
 
 template <std::size_t N>

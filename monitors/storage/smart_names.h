@@ -2,11 +2,12 @@
 #pragma once
 
 #include <array>
+#include <string_view>
 
 namespace TVK {
 
-/// Name by attribute id; null for one that is not recorded.
-using SmartNames = std::array<const wchar_t*, 256>;
+/// Name by attribute id; empty for one that is not recorded.
+using SmartNames = std::array<std::wstring_view, 256>;
 
 extern const SmartNames kSataSmartNames;     ///< Of SATA solid-state drives.
 extern const SmartNames kGenericSmartNames;  ///< Of every ATA drive. Some names stand at two ids.
