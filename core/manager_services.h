@@ -5,6 +5,7 @@
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
 #include "client/policy/config_agent.h"
+#include "client/storage/hard_disk_info_collector.h"
 #include "client/store/event_data_logging.h"
 #include "core/dataset_table.h"
 #include "core/user_process_agent.h"
@@ -23,6 +24,7 @@ struct ManagerServices {
   MachineInformation& machine_information;
   RegionInformation& region_information;
   TvkInfo& tvk_info;
+  StorageCollector::HardDiskInfoCollector& hard_disks;
   const DatasetTable& datasets;
   UserProcessAgent& user_process_agent;
   /// The event that says that the region changed; null: nobody watches the region.

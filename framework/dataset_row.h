@@ -43,7 +43,7 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {4, L"1118F4A1-5F72-4175-8CCD-36F64DBE5133", L"DeviceStatus", L"basic,enhance,full", DatasetRule::kAlways,
      L"DeviceStatusMonitor"},
     {5, L"2274532A-4EFB-40A9-8BD4-F6D4F4E4909F", L"StorageEvent", L"none,basic,enhance,full", DatasetRule::kByScope,
-     L"StoreEventMonitor"},
+     L"StoreEventMonitor", L"tvk/storage", L"device-activity"},
     {6, L"D2100802-BF72-4FB5-B30E-FA192A02AE62", L"AlexaEvent", L"none, basic, enhance, full", DatasetRule::kByScope,
      L"AlexaEventMonitor"},
     {7, L"9492447A-FCAC-428E-B7A8-7F7918199480", L"CPUEvent", L"basic,enhance,full", DatasetRule::kByScope,
@@ -57,11 +57,11 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {11, L"F7A8403B-268C-4E8A-8474-7EAF7B1E726E", L"EventViewerLogsEvent", L"basic, enhance, full",
      DatasetRule::kByScope, L"WindowsLogsEventMonitor"},
     {12, L"3C3312C1-4E59-4106-91A2-8AA2B4852A90", L"PCIe_NVMe_SMARTEvent", L"enhance,full", DatasetRule::kByScope,
-     L"PCIeNVMeSmartEventMonitor", L"tvk/smartNVMe"},
+     L"PCIeNVMeSmartEventMonitor", L"tvk/smartNVMe", L"device-activity"},
     {13, L"2D5EF51C-A0CF-45C1-B58F-42AD5AA06E55", L"SATA_SSD_SMARTEvent", L"enhance,full", DatasetRule::kByScope,
-     L"SATASmartEventMonitor", L"tvk/smartSATA"},
+     L"SATASmartEventMonitor", L"tvk/smartSATA", L"device-activity"},
     {14, L"7FCA0753-1E6B-4B31-8630-28A84882F4D0", L"SMARTEvent", L"enhance,full", DatasetRule::kByScope,
-     L"SmartEventMonitor", L"tvk/smart", L"", L"tvk/Smart"},
+     L"SmartEventMonitor", L"tvk/smart", L"device-activity", L"tvk/Smart"},
     {15, L"326CE741-4E1F-404F-BDA2-0D0D48AE4039", L"DeviceProcessEvent", L"basic,enhance,full", DatasetRule::kByScope,
      L"DeviceProcessEventMonitor"},
     {16, L"1CAAF504-19A6-4814-A02D-68834CA93AA2", L"CrashEvent", L"enhance,full", DatasetRule::kByScope,
@@ -76,9 +76,9 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {21, L"1EA8234E-D3BF-4018-9DB7-23FE7ED66C16", L"DeviceDriversEvent", L"enhance,full", DatasetRule::kByScope,
      L"DeviceDriversEventMonitor"},
     {22, L"E2AC55A6-95A5-45B4-A45B-90A6345F036B", L"PCIe_NVMe_SelfTestResult", L"full", DatasetRule::kByScope,
-     L"PCIeNVMeSelfTestEventMonitor", L"tvk/smartNVMe"},
+     L"PCIeNVMeSelfTestEventMonitor", L"tvk/smartNVMe", L"device-activity"},
     {23, L"AE8EE408-9F2A-40EF-B2AF-EA0154B67468", L"SATA_SSD_SelfTestResult", L"full", DatasetRule::kByScope,
-     L"SATASelfTestEventMonitor", L"tvk/smartSSD"},
+     L"SATASelfTestEventMonitor", L"tvk/smartSSD", L"device-activity"},
     {24, L"71CA0A00-237A-4ACD-B196-7182B2A86B72", L"VitalSignsEvent", L"basic,enhance,full",
      DatasetRule::kStartsAtAnyScope, L"VitalSignsEventMonitor"},
 }};
@@ -89,6 +89,12 @@ consteval const DatasetRow& DatasetRowNamed(std::wstring_view name) {
     if (row.name == name) return row;
   }
   throw "there is no dataset of this name";
+}
+
+/// The dataset of `row` for what it may write in fewer scopes. To be kept as a constant of its own.
+constexpr DatasetRow WithScopes(DatasetRow row, std::wstring_view scopes) {
+  row.scopes = scopes;
+  return row;
 }
 
 /// The name of the event that is set while the dataset contexts of a dataset stand, "CPUEvent_LogDatasetContext".

@@ -7,8 +7,9 @@
 
 namespace TVK {
 
-IntervalReport::IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report)
-    : runtime_(runtime), name_(std::move(name)), report_(std::move(report)) {
+IntervalReport::IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report,
+                               std::uint32_t least_interval)
+    : runtime_(runtime), name_(std::move(name)), report_(std::move(report)), least_interval_(least_interval) {
   utility::InitLog(log_, L"TimerThread.log", 4);
 }
 
@@ -24,7 +25,7 @@ std::uint32_t IntervalReport::interval() const {
 bool IntervalReport::SetInterval(std::uint32_t milliseconds) {
   const std::lock_guard lock(mutex_);
   const bool changed = std::exchange(interval_, milliseconds) != milliseconds;
-  const bool missing = timer_ == nullptr && interval_ >= kLeastInterval && !stopped_;
+  const bool missing = timer_ == nullptr && interval_ >= least_interval_ && !stopped_;
   return changed || missing;
 }
 

@@ -21,8 +21,10 @@ class IntervalReport {
   /// In milliseconds. A report more often than once a minute would be felt on a laptop's battery.
   static constexpr std::uint32_t kLeastInterval = 60'000;
 
-  /// `name` names the timer; `report` runs on the timer's thread. Nothing runs yet. `runtime` must outlive the object.
-  IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report);
+  /// `name` names the timer; `report` runs on the timer's thread. `least_interval`: the shortest that can be used, in
+  /// milliseconds. Nothing runs yet. `runtime` must outlive the object.
+  IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report,
+                 std::uint32_t least_interval = kLeastInterval);
   /// As Stop.
   ~IntervalReport();
   IntervalReport(const IntervalReport&) = delete;
@@ -56,6 +58,7 @@ class IntervalReport {
   Log log_;
   const std::wstring name_;
   const std::function<void()> report_;
+  const std::uint32_t least_interval_;
   std::mutex change_mutex_;   ///< See LockForChange; taken before mutex_.
   mutable std::mutex mutex_;  ///< Guards what follows.
   bool stopped_ = false;

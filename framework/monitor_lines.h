@@ -25,8 +25,10 @@ class MonitorLine {
   }
 
   bool empty() const { return *text_ == 0; }
-  /// The line; each conversion takes the next argument of its kind.
-  std::wstring With(std::initializer_list<std::wstring_view> texts, std::int64_t number = 0) const;
+  /// The line; each conversion takes the next argument of its kind. A line that begins with "%s:" begins with the
+  /// `caller`, where one is given: the operation that logs it.
+  std::wstring With(std::initializer_list<std::wstring_view> texts, std::int64_t number = 0,
+                    std::wstring_view caller = {}) const;
 
  private:
   const wchar_t* text_;
@@ -34,6 +36,7 @@ class MonitorLine {
 
 /// Constant, and valid as long as the monitor. An empty line is left out of the log.
 struct MonitorLines {
+  // The first three may name their caller, Class::Operation.
   MonitorLine log_opened = {};   ///< Debug.
   MonitorLine context_decision;  ///< Debug; whether a context is written, and what the manager says of changes.
   MonitorLine context_failure;   ///< The store's result.

@@ -4,6 +4,7 @@
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
 #include "client/policy/config_agent.h"
+#include "client/storage/hard_disk_info_collector.h"
 #include "client/store/event_data_logging.h"
 #include "framework/consent.h"
 #include "framework/manager_identity.h"
@@ -21,6 +22,7 @@ struct MonitorServices {
   IConfigAgent& config;
   MachineInformation& machine_information;
   TvkInfo& tvk_info;
+  StorageCollector::HardDiskInfoCollector& hard_disks;
   ManagerIdentity& manager;
   SecondTick& second_tick;
   Consent& consent;

@@ -14,7 +14,7 @@ ScheduledMonitor::ScheduledMonitor(const MonitorServices& monitor_services, cons
                                    std::optional<ReportRule> report)
     : DatasetMonitor(monitor_services, identity),
       rule_(std::move(report).value_or(ReportRule())),
-      report_(monitor_services.runtime, rule_.item, rule_.report) {
+      report_(monitor_services.runtime, rule_.item, rule_.report, rule_.least_interval_ms) {
   if (rule_.report && !identity.items.contains(rule_.item)) {
     throw std::invalid_argument(
         String::UTF16ToUTF8(std::wstring(identity.row.name) + L": there is no item \"" + rule_.item + L"\" to report"));
@@ -106,7 +106,7 @@ void ScheduledMonitor::ReadAndUpdateDatasetSettings() {
   }
   report_.Pause();
   const std::uint32_t interval = report_.interval();
-  if (interval < IntervalReport::kLeastInterval) {
+  if (interval < rule_.least_interval_ms) {
     log_.e(L"%s", rule_.invalid_interval.With({rule_.caller}, interval));
     return;
   }

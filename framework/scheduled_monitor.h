@@ -22,6 +22,7 @@ struct ReportRule {
   std::function<void()> report;  ///< Makes it; on the timer's thread.
   const wchar_t* caller = L"";   ///< Stands in the log lines of a change of the interval.
   MonitorLine invalid_interval = L"%s: Invalid DatasetSettings ReadUsageInterval = %d";
+  std::uint32_t least_interval_ms = IntervalReport::kLeastInterval;  ///< A shorter one is invalid.
 };
 
 /// A monitor with a stop event, threads and at most one report in an interval. StartMonitor, which the monitor writes,

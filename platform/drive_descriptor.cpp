@@ -1,10 +1,13 @@
 #include "platform/drive_descriptor.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <string>
 #include <system_error>
 
+#include "platform/drive_text.h"
 #include "platform/little_endian.h"
 
 namespace platform {
@@ -19,25 +22,13 @@ constexpr std::size_t kSerialNumberOffset = 24;
 constexpr std::size_t kBusType = 28;
 constexpr std::size_t kFixedSize = 36;
 
-bool Printable(std::uint8_t byte) {
-  return byte >= 0x20 && byte < 0x7F;
-}
-
-std::string Trimmed(const std::string& text) {
-  const auto first = text.find_first_not_of(' ');
-  return first == text.npos ? std::string() : text.substr(first, text.find_last_not_of(' ') + 1 - first);
-}
-
-// The text is ASCII and ends with a zero or with the bytes; drives fill it with blanks.
+// The text ends with a zero or with the bytes.
 std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
   const std::uint32_t begin = LittleEndianAt<std::uint32_t>(bytes, where);
   if (begin < kFixedSize || begin >= bytes.size()) return {};
-  std::string text;
-  for (const std::uint8_t byte : bytes.subspan(begin)) {
-    if (byte == 0) break;
-    text += Printable(byte) ? static_cast<char>(byte) : ' ';
-  }
-  return Trimmed(text);
+  const auto text = bytes.subspan(begin);
+  const auto end = std::ranges::find(text, 0);
+  return DriveText(text.first(static_cast<std::size_t>(end - text.begin())));
 }
 
 // Some drivers give the 20 characters of an ATA serial number as hexadecimal digits, and in the order of the drive's
@@ -45,15 +36,14 @@ std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
 std::string SerialNumber(const std::string& text) {
   constexpr std::size_t kCharacters = 20;
   if (text.size() != 2 * kCharacters) return text;
-  std::string number(kCharacters, ' ');
+  std::array<std::uint8_t, kCharacters> number{};
   for (std::size_t i = 0; i < kCharacters; ++i) {
-    std::uint8_t byte = 0;
     const char* const digits = text.data() + 2 * i;
+    std::uint8_t& byte = number[i ^ 1];
     const auto [end, error] = std::from_chars(digits, digits + 2, byte, 16);
-    if (error != std::errc() || end != digits + 2 || !Printable(byte)) return text;
-    number[i ^ 1] = static_cast<char>(byte);
+    if (error != std::errc() || end != digits + 2 || byte < 0x20 || byte >= 0x7F) return text;
   }
-  return Trimmed(number);
+  return DriveText(number);
 }
 
 // STORAGE_BUS_TYPE.

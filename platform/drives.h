@@ -101,7 +101,9 @@ struct DriveOpening {
   std::uint32_t error = 0;                  ///< errno or GetLastError then.
 };
 
-class Drives {
+/// Held by shared_ptr: whoever asks a drive that may hang keeps the object until that comes back, which may be after
+/// the machine has gone.
+class Drives : public std::enable_shared_from_this<Drives> {
  public:
   Drives() = default;
   Drives(const Drives&) = delete;
@@ -113,7 +115,7 @@ class Drives {
   /// tells of none.
   virtual std::vector<DriveListing> List() = 0;
 
-  /// Opens one that List gave. Wakes it no more than Drive's operations do. The object outlives its drives.
+  /// Opens one that List gave, without waking it. The object outlives its drives.
   virtual DriveOpening Open(const DriveListing& drive) = 0;
 };
 

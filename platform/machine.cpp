@@ -10,6 +10,7 @@
 #include "platform/settings.h"
 #include "platform/system_events.h"
 #include "platform/system_facts.h"
+#include "platform/volumes.h"
 
 namespace platform {
 

@@ -19,6 +19,7 @@ class Region;
 class Settings;
 class SystemEvents;
 class SystemFacts;
+class Volumes;
 
 /// None is null. Later ones may use earlier ones as long as they live.
 struct MachineDoors {
@@ -30,7 +31,8 @@ struct MachineDoors {
   std::unique_ptr<Region> region;
   std::unique_ptr<Settings> settings;
   std::unique_ptr<Power> power;
-  std::unique_ptr<Drives> drives;
+  std::shared_ptr<Drives> drives;
+  std::unique_ptr<Volumes> volumes;
   std::unique_ptr<SystemEvents> system_events;
 
   MachineDoors();
@@ -56,6 +58,7 @@ class Machine {
   Settings& settings() const { return *doors_.settings; }
   Power& power() const { return *doors_.power; }
   Drives& drives() const { return *doors_.drives; }
+  Volumes& volumes() const { return *doors_.volumes; }
   SystemEvents& system_events() const { return *doors_.system_events; }
 
  private:

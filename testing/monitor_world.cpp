@@ -23,10 +23,10 @@ std::wstring SettableManagerIdentity::get_device_context_id() {
 ServiceLife::ServiceLife(MonitorWorld& world)
     : store({.file = world.folder.path() / TVK::kStoreFileName, .limits = {}}, world.runtime.clock()),
       records_(store),
-      machine_(world.machine, world.runtime.clock()),
+      machine_(world.machine, world.runtime),
       second_tick_(world.runtime),
-      services_{world.runtime,     world.machine, store,        world.config, machine_.machine_information,
-                machine_.tvk_info, manager,       second_tick_, consent} {
+      services_{world.runtime,     world.machine,       store,   world.config, machine_.machine_information,
+                machine_.tvk_info, machine_.hard_disks, manager, second_tick_, consent} {
   manager.store = &store;
 }
 

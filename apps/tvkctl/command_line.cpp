@@ -74,7 +74,7 @@ class Run {
     options.file = platform::PathFromUtf8(texts_.policy_file);
     if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
     options.json = texts_.json;
-    options.device = TVK::MachineServices(*machine, runtime_->clock()).machine_information.traits();
+    options.device = TVK::MachineServices(*machine, *runtime_).machine_information.traits();
     return RunPolicyCheck(options, TVK::MakeComponentDatasets(), out_, errors_);
   }
 
@@ -87,7 +87,7 @@ class Run {
     options.file = platform::PathFromUtf8(texts_.policy_file);
     options.target =
         texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
-    options.device = TVK::MachineServices(*machine, runtime_->clock()).machine_information.traits();
+    options.device = TVK::MachineServices(*machine, *runtime_).machine_information.traits();
     return RunPolicyApply(options, TVK::MakeComponentDatasets(), out_, errors_);
   }
 

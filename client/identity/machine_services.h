@@ -4,23 +4,27 @@
 #include "client/identity/machine_device_id_agent.h"
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
+#include "client/storage/hard_disk_info_collector.h"
 #include "client/text/record_time.h"
 #include "platform/machine.h"
+#include "platform/runtime.h"
 
 namespace TVK {
 
 /// Nothing is read before the first question. Any thread.
 struct MachineServices {
   /// Both must outlive the object.
-  MachineServices(platform::Machine& machine, const platform::Clock& clock)
-      : machine_information(machine, clock),
-        region_information(machine.region(), clock),
-        tvk_info(System::GetTime(clock)),
+  MachineServices(platform::Machine& machine, platform::Runtime& runtime)
+      : machine_information(machine, runtime.clock()),
+        region_information(machine.region(), runtime.clock()),
+        tvk_info(System::GetTime(runtime.clock())),
+        hard_disks(runtime, machine.drives()),
         device_ids(machine.system(), machine.firmware()) {}
 
   MachineInformation machine_information;
   RegionInformation region_information;
   TvkInfo tvk_info;
+  StorageCollector::HardDiskInfoCollector hard_disks;
   MachineDeviceIdAgent device_ids;
 };
 

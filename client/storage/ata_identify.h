@@ -1,4 +1,5 @@
-// Decoder of ATA's IDENTIFY DEVICE data (ACS-4, 7.13.6; words of two bytes, the lower first). Pure; any thread.
+// Decoder of ATA's IDENTIFY DEVICE data (ATA Command Set, ACS-4, IDENTIFY DEVICE: 256 words of two bytes, the lower one
+// first). Pure; any thread.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +16,15 @@ struct AtaIdentity {
   std::string firmware_version;
   std::string model;
   std::optional<bool> rotating;  ///< From the nominal rotation rate; absent where the drive does not tell it.
-  bool smart_supported = false;  ///< And words 82 to 87 say that they hold something.
+  bool smart_supported = false;  ///< False, as the next two, where the words that would say it are not valid.
   bool smart_enabled = false;
   bool self_test_supported = false;  ///< Of SMART.
 };
 
-/// Nothing for fewer than 512 bytes; for bytes that carry a checksum that is wrong (word 255), which a drive does not
-/// need to have; and for data of a packet device (an optical drive).
+/// Whether the checksum in the 512 bytes is right, or there is none: a drive need not have one. False for another size.
+bool IsAtaIdentifyIntact(std::span<const std::uint8_t> sector);
+
+/// Nothing for bytes that are not intact, and for data of a packet device (an optical drive).
 std::optional<AtaIdentity> DecodeAtaIdentify(std::span<const std::uint8_t> sector);
 
 }  // namespace TVK

@@ -1,4 +1,4 @@
-// Decoder of ATA's SMART self-test log (ACS-4, 9.7; log 06h of SMART READ LOG). Pure; any thread.
+// Decoder of ATA's SMART self-test log (ACS-4, "SMART Self-Test log", log 06h of SMART READ LOG). Pure; any thread.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,10 @@ namespace TVK {
 
 /// The newest entry.
 struct AtaSelfTestEntry {
-  std::uint8_t subcommand = 0;  ///< Which test: 1 short, 2 extended, ... (ACS-4, table 138).
+  std::uint8_t subcommand = 0;  ///< Which test: 1 short, 2 extended, ... (ACS-4, SMART EXECUTE OFF-LINE IMMEDIATE).
   AtaSelfTestStatus status;
-  std::uint16_t power_on_hours = 0;  ///< The lower 16 bits of the drive's age at its end.
-  std::optional<std::uint64_t> failing_lba;
+  std::uint16_t power_on_hours = 0;          ///< The lower 16 bits of the drive's age at its end.
+  std::optional<std::uint64_t> failing_lba;  ///< Of a test that failed to read (code 7), where 32 bits hold it.
 
   bool operator==(const AtaSelfTestEntry&) const = default;
 };

@@ -36,7 +36,7 @@ struct NvmeHealth {
   Counter128 error_log_entries;
   std::uint32_t warning_temperature_minutes = 0;
   std::uint32_t critical_temperature_minutes = 0;
-  std::array<std::optional<std::int32_t>, 8> sensors_c;  ///< Absent where the sensor reports 0.
+  std::array<std::optional<std::int32_t>, 8> sensors_c = {};  ///< Absent where the sensor reports 0.
 };
 
 /// Nothing for anything but 512 bytes.

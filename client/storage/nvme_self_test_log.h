@@ -7,7 +7,7 @@
 
 namespace TVK {
 
-/// Codes of a self-test: 0 none, 1 short, 2 extended, 0xE the vendor's (figure 99 of the standard).
+/// Codes of a self-test: 0 none, 1 short, 2 extended, 0xE the vendor's.
 struct NvmeSelfTestResult {
   std::uint8_t code = 0;
   std::uint8_t result = 0;  ///< 0 passed, 1..9 how it ended.
@@ -18,7 +18,7 @@ struct NvmeSelfTestResult {
 
 struct NvmeSelfTestLog {
   std::uint8_t running = 0;                  ///< The code of the one that runs; 0: none.
-  std::uint8_t percent_complete = 0;         ///< Of that.
+  std::uint8_t percent_complete = 0;         ///< Of that; 0 when none runs.
   std::optional<NvmeSelfTestResult> newest;  ///< Absent where none was ended yet.
 };
 

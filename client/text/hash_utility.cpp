@@ -17,4 +17,10 @@ std::wstring HashUtility::Hash(std::wstring_view value, std::wstring_view salt) 
   return text;
 }
 
+std::wstring HashUtility::HashSerialNumber(std::wstring_view serial_number) {
+  // 32 hexadecimal digits, drawn once. Another salt would make another device of each.
+  constexpr std::wstring_view kSalt = L"8D1F40C6A97B4E52B03E6C25D9174AF8";
+  return Hash(serial_number, kSalt);
+}
+
 }  // namespace TVK

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "client/text/decimal_text.h"
+
 namespace {
 
 using TVK::SmbiosFields;
@@ -39,15 +41,12 @@ std::wstring_view Keep(Texts texts, const Characters& characters) {
   return {copy, characters.size()};
 }
 
-/// `number` and its unit, kept in `texts`; without a format, since a table has hundreds of them.
+/// `number` and its unit, kept in `texts`.
 std::wstring_view WithUnit(Texts texts, std::uint64_t number, std::wstring_view unit) {
+  const TVK::DecimalText digits(number);
   std::array<wchar_t, 24> characters;  // 20 digits, and units of at most 4
-  auto first = std::copy_backward(unit.begin(), unit.end(), characters.end());
-  do {
-    *--first = static_cast<wchar_t>(L'0' + number % 10);
-    number /= 10;
-  } while (number != 0);
-  return Keep(texts, std::wstring_view(first, characters.end()));
+  const auto end = std::ranges::copy(unit, std::ranges::copy(digits.view(), characters.begin()).out).out;
+  return Keep(texts, std::wstring_view(characters.begin(), end));
 }
 
 struct ModuleSize {

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "platform/linux/drive_device.h"
 #include "platform/linux/sysroot.h"
 
 namespace platform {
@@ -19,6 +20,7 @@ class Region;
 class Settings;
 class SystemEvents;
 class SystemFacts;
+class Volumes;
 
 /// `clock` must outlive the door and its readers.
 std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clock);
@@ -26,7 +28,12 @@ std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
 std::unique_ptr<Power> MakePower(const Sysroot& root);
-std::unique_ptr<Drives> MakeDrives(const Sysroot& root);
+
+/// Drives are opened by `open`; when it is empty, none is: one of a recorded machine is not this computer's.
+std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open);
+
+/// `measures`: the mounts below `root` are this computer's, whose space can be asked for.
+std::unique_ptr<Volumes> MakeVolumes(const Sysroot& root, bool measures);
 
 /// Of this computer. `power` must outlive the door and its sources.
 std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power);

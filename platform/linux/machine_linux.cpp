@@ -11,6 +11,7 @@
 #include "platform/settings.h"
 #include "platform/system_events.h"
 #include "platform/system_facts.h"
+#include "platform/volumes.h"
 
 namespace platform {
 
@@ -25,10 +26,13 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
   doors.power = MakePower(root);
-  doors.drives = MakeDrives(root);
-  if (options.sysroot == "/") {
+  const bool local = options.sysroot == "/";
+  doors.volumes = MakeVolumes(root, local);
+  if (local) {
+    doors.drives = MakeDrives(root, OpenDriveDevice);
     doors.system_events = MakeSystemEvents(*doors.power);
   } else {
+    doors.drives = MakeDrives(root, {});
     doors.system_events = std::make_unique<NoSystemEvents>();
   }
   return std::make_unique<Machine>(std::move(doors));

@@ -7,6 +7,7 @@
 #include "platform/simulated/simulated_power.h"
 #include "platform/simulated/simulated_processors.h"
 #include "platform/simulated/simulated_system.h"
+#include "platform/simulated/simulated_volumes.h"
 
 namespace platform {
 namespace {
@@ -27,6 +28,7 @@ MachineDoors MakeDoors() {
   doors.settings = std::move(settings);
   doors.power = std::make_unique<SimulatedPower>();
   doors.drives = std::make_unique<SimulatedDrives>();
+  doors.volumes = std::make_unique<SimulatedVolumes>();
   doors.system_events = std::make_unique<SimulatedSystemEvents>();
   return doors;
 }
@@ -58,6 +60,9 @@ SimulatedPower& SimulatedMachine::power() const {
 }
 SimulatedDrives& SimulatedMachine::drives() const {
   return static_cast<SimulatedDrives&>(Machine::drives());
+}
+SimulatedVolumes& SimulatedMachine::volumes() const {
+  return static_cast<SimulatedVolumes&>(Machine::volumes());
 }
 SimulatedSystemEvents& SimulatedMachine::system_events() const {
   return static_cast<SimulatedSystemEvents&>(Machine::system_events());

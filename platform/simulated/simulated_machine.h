@@ -15,6 +15,7 @@ class SimulatedProcessors;
 class SimulatedRegion;
 class SimulatedSystemEvents;
 class SimulatedSystemFacts;
+class SimulatedVolumes;
 
 /// Its doors are scripted one by one; each has a header of its own beside this one, but that system, region and
 /// settings share one, and power and system events another. A change of system or region is told to those who watch the
@@ -32,6 +33,7 @@ class SimulatedMachine final : public Machine {
   SimulatedRegion& region() const;
   SimulatedPower& power() const;
   SimulatedDrives& drives() const;
+  SimulatedVolumes& volumes() const;
   SimulatedSystemEvents& system_events() const;
 };
 

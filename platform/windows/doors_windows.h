@@ -16,6 +16,7 @@ class Region;
 class Settings;
 class SystemEvents;
 class SystemFacts;
+class Volumes;
 
 }  // namespace platform
 
@@ -32,6 +33,7 @@ std::unique_ptr<Region> MakeRegion();
 std::unique_ptr<Settings> MakeSettings();
 std::unique_ptr<Power> MakePower();
 std::unique_ptr<Drives> MakeDrives();
+std::unique_ptr<Volumes> MakeVolumes();
 std::unique_ptr<SystemEvents> MakeSystemEvents();
 
 }  // namespace platform::windows

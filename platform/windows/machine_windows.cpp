@@ -11,6 +11,7 @@
 #include "platform/settings.h"
 #include "platform/system_events.h"
 #include "platform/system_facts.h"
+#include "platform/volumes.h"
 #include "platform/windows/doors_windows.h"
 
 namespace platform {
@@ -29,6 +30,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.settings = windows::MakeSettings();
   doors.power = windows::MakePower();
   doors.drives = windows::MakeDrives();
+  doors.volumes = windows::MakeVolumes();
   doors.system_events = windows::MakeSystemEvents();
   return std::make_unique<Machine>(std::move(doors));
 }

@@ -1,0 +1,104 @@
+#include "client/storage/drive_lane.h"
+
+#include <utility>
+
+#include "client/text/string.h"
+
+namespace StorageCollector {
+
+std::wstring Words(Silence silence) {
+  switch (silence) {
+    case Silence::kNone:
+      return L"it answered";
+    case Silence::kNoRight:
+      return L"this process has no right to ask it";
+    case Silence::kNotSupported:
+      return L"it does not support that, or what it is attached to does not pass it on";
+    case Silence::kAsleep:
+      return L"it is asleep, and is not woken";
+    case Silence::kHung:
+      return L"it did not answer in time, and is left alone for a while";
+    case Silence::kLeftAlone:
+      return L"it is left alone, since it did not answer in time lately";
+    case Silence::kStopped:
+      return L"the reading was stopped";
+    case Silence::kGone:
+      return L"it is not attached any more";
+    case Silence::kRefused:
+      return L"it refused";
+    case Silence::kDamaged:
+      return L"what it told is damaged";
+    case Silence::kFailed:
+      break;
+  }
+  return L"the reading failed";
+}
+
+DriveLane::DriveLane(platform::Runtime& runtime, const TVK::Log& log, platform::DriveListing listing)
+    : runtime_(runtime), log_(log), listing_(std::move(listing)), calls_(runtime, log, "tvk-drive") {}
+
+Silence DriveLane::Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (rests_until_ && runtime_.clock().Steady() < *rests_until_) return Silence::kLeftAlone;
+  }
+  using Outcome = TVK::LimitedCalls::Outcome;
+  switch (calls_.Run(std::move(call), limit, stop)) {
+    case Outcome::kDone:
+      return Silence::kNone;
+    case Outcome::kStopped:
+      return Silence::kStopped;
+    case Outcome::kBusy:
+      return Silence::kLeftAlone;
+    case Outcome::kNoThread:
+      return Silence::kFailed;
+    case Outcome::kTimedOut:
+      break;
+  }
+  const std::lock_guard lock(mutex_);
+  rests_until_ = runtime_.clock().Steady() + kRest;
+  return Silence::kHung;
+}
+
+std::optional<DriveIdentity> DriveLane::identity() const {
+  const std::lock_guard lock(mutex_);
+  return identity_;
+}
+
+void DriveLane::set_identity(DriveIdentity identity) {
+  const std::lock_guard lock(mutex_);
+  identity_ = std::move(identity);
+}
+
+void DriveLane::Note(const std::wstring& what, Silence silence, std::uint32_t error) {
+  if (silence == Silence::kStopped) return;
+  {
+    const std::lock_guard lock(mutex_);
+    Silence& noted = noted_.try_emplace(what, Silence::kNone).first->second;
+    if (std::exchange(noted, silence) == silence) return;
+  }
+  const std::wstring path = TVK::String::UTF8ToUTF16(listing_.path);
+  if (silence == Silence::kNone) {
+    log_.i(L"%s: %s is told again", path, what);
+  } else {
+    log_.e(L"%s: %s is not told: %s (error 0x%X)", path, what, Words(silence), error);
+  }
+}
+
+Silence DriveLane::last(const std::wstring& what) const {
+  const std::lock_guard lock(mutex_);
+  const auto noted = noted_.find(what);
+  return noted == noted_.end() ? Silence::kNone : noted->second;
+}
+
+bool DriveLane::TakeSelfTest() {
+  const std::lock_guard lock(mutex_);
+  return !std::exchange(self_test_taken_, true);
+}
+
+void DriveLane::ReturnSelfTest() {
+  const std::lock_guard lock(mutex_);
+  self_test_taken_ = false;
+}
+
+}  // namespace StorageCollector

@@ -1,0 +1,99 @@
+// What is remembered of one attached drive, for all who ask it: one at a time, and none for a while after it hung.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "client/log/log.h"
+#include "client/storage/limited_calls.h"
+#include "platform/drives.h"
+
+namespace StorageCollector {
+
+/// Why a drive did not tell.
+enum class Silence {
+  kNone,
+  kNoRight,       ///< The process may not ask it.
+  kNotSupported,  ///< The drive, its driver or the bridge before it does not know the command.
+  kAsleep,        ///< It would have to be woken.
+  kHung,          ///< It did not answer in time.
+  kLeftAlone,     ///< It did not answer lately, or somebody else asks it for too long.
+  kStopped,       ///< Whoever asked is stopping.
+  kGone,
+  kRefused,  ///< The drive knows the command and said no.
+  kDamaged,  ///< What it told is no page of that kind.
+  kFailed,
+};
+
+/// In a few words, "it is asleep".
+std::wstring Words(Silence silence);
+
+/// What a drive told, or why it did not.
+template <typename Content>
+struct Reading {
+  std::optional<Content> content = {};
+  Silence silence = Silence::kNone;  ///< kNone where there is content.
+  std::uint32_t error = 0;           ///< As platform::DriveAnswer has it.
+};
+
+/// What a drive says of itself; the system's listing stands in for what it does not say.
+struct DriveIdentity {
+  std::wstring model;
+  std::wstring serial_number;  ///< In clear.
+  std::wstring firmware_version;
+  std::optional<bool> rotating;
+  bool is_ata = false;  ///< It speaks ATA, whatever bus is on the way.
+  bool smart_supported = false;
+};
+
+/// Any thread.
+class DriveLane {
+ public:
+  /// How long a drive that hung is left alone.
+  static constexpr std::chrono::hours kRest{1};
+  /// What the system may need beyond its own limit of a command (its recovery of a drive that does not answer), for
+  /// the few commands of one session.
+  static constexpr std::chrono::seconds kSessionLimit = 3 * platform::kDriveCommandLimit;
+
+  DriveLane(platform::Runtime& runtime, const TVK::Log& log, platform::DriveListing listing);
+  DriveLane(const DriveLane&) = delete;
+  DriveLane& operator=(const DriveLane&) = delete;
+
+  const platform::DriveListing& listing() const { return listing_; }
+
+  /// Runs `call`, which must own all that it touches, when nobody else asks the drive and it is not left alone. kNone
+  /// when it has run. After `limit` the drive counts as hung.
+  Silence Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);
+
+  /// What the drive said of itself since it was attached; nothing yet at first.
+  std::optional<DriveIdentity> identity() const;
+  void set_identity(DriveIdentity identity);
+
+  /// Logs why `what` was not told, once until that changes; kNone says that it was.
+  void Note(const std::wstring& what, Silence silence, std::uint32_t error);
+
+  /// What was noted last of it.
+  Silence last(const std::wstring& what) const;
+
+  /// For one self-test at a time: false while another one has it.
+  bool TakeSelfTest();
+  void ReturnSelfTest();
+
+ private:
+  platform::Runtime& runtime_;
+  const TVK::Log log_;
+  const platform::DriveListing listing_;
+  TVK::LimitedCalls calls_;
+  mutable std::mutex mutex_;  ///< Guards what follows; held for a look.
+  std::optional<platform::SteadyTime> rests_until_;
+  std::optional<DriveIdentity> identity_;
+  std::map<std::wstring, Silence> noted_;
+  bool self_test_taken_ = false;
+};
+
+}  // namespace StorageCollector

@@ -1,0 +1,92 @@
+// A drive as the monitors see it.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/storage/ata_self_test_log.h"
+#include "client/storage/ata_smart.h"
+#include "client/storage/drive_lane.h"
+#include "client/storage/nvme_health.h"
+#include "client/storage/nvme_self_test_log.h"
+#include "platform/drives.h"
+
+namespace StorageCollector {
+
+/// One attribute of a drive under the name that a dataset gives it.
+class HardDiskSmartInfo {
+ public:
+  HardDiskSmartInfo(std::wstring name, TVK::AtaAttribute attribute)
+      : name_(std::move(name)), attribute_(std::move(attribute)) {}
+
+  const std::wstring& getName() const { return name_; }
+  const TVK::AtaAttribute& getAttribute() const { return attribute_; }
+
+ private:
+  std::wstring name_;
+  TVK::AtaAttribute attribute_;
+};
+
+/// Which kind of drive it is, as the datasets tell them apart.
+enum class DriveKind {
+  kNvme,
+  kSataSsd,
+  kAta,  ///< Any other that speaks ATA: a disk, one behind a bridge, one that does not say whether it turns.
+  kOther,
+};
+
+/// One attached drive. Copies are of the same drive. What it told of itself when it was found stays; what is read is
+/// asked for anew each time. A reading waits for its turn and for the drive, never beyond the limits of DriveLane, and
+/// not beyond the signal of `stop` (null: none). Why a drive does not tell is logged once until that changes. A drive
+/// that is asleep is not asked. Any thread; not beyond the collector that gave it.
+class HardDisk {
+ public:
+  HardDisk(platform::Drives& drives, std::shared_ptr<DriveLane> lane);
+
+  std::wstring getDrivePath() const;
+  /// Bus and medium: "NVMe SSD", "SATA SSD", "SATA HDD", "USB SSD", "SCSI HDD", "Card" and so on; the bus alone where
+  /// it is not known whether the drive turns, "Other" for a bus without a name.
+  std::wstring getDriveType() const;
+  std::wstring getProductName() const;   ///< The model.
+  std::wstring getSerialNumber() const;  ///< In clear: log getHashedSerialNumber.
+  std::wstring getFirmwareVersion() const;
+  /// The one form in which a serial number is logged and kept; empty for a drive that tells none.
+  std::wstring getHashedSerialNumber() const;
+
+  DriveKind kind() const;
+  const platform::DriveListing& listing() const { return lane_->listing(); }
+  /// Whether the drive says that it tells of its health; true of NVMe drives, which must.
+  bool supports_smart() const;
+  /// Whether the last reading of its health showed that it has none to tell.
+  bool lacks_health() const;
+
+  Reading<TVK::NvmeHealth> ReadNvmeHealth(platform::Waitable* stop) const;
+  /// The thresholds too, where the drive has them.
+  Reading<TVK::AtaSmart> ReadAtaSmart(platform::Waitable* stop) const;
+  Reading<TVK::NvmeSelfTestLog> ReadNvmeSelfTestLog(platform::Waitable* stop) const;
+  Reading<TVK::AtaSelfTestEntry> ReadAtaSelfTestLog(platform::Waitable* stop) const;
+  /// Whether an NVMe drive has self-tests; of ATA drives AtaSmart tells it.
+  Reading<bool> ReadNvmeSelfTestSupport(platform::Waitable* stop) const;
+  /// Content: the drive took it. `limit`: how long it is waited for.
+  Reading<bool> Do(platform::DriveAction action, platform::Waitable* stop,
+                   std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
+
+  DriveLane& lane() const { return *lane_; }
+
+ private:
+  friend class HardDiskInfoCollector;
+
+  void Identify(platform::Waitable* stop) const;
+  DriveIdentity identity() const;
+  template <typename Content>
+  Reading<Content> Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
+                       platform::Waitable* stop, std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
+
+  platform::Drives* drives_;
+  std::shared_ptr<DriveLane> lane_;
+};
+
+}  // namespace StorageCollector

@@ -1,0 +1,69 @@
+#include "client/storage/hard_disk_info_collector.h"
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <string>
+
+namespace StorageCollector {
+namespace {
+
+TVK::Log OpenLog() {
+  TVK::Log log;
+  TVK::utility::InitLog(log, L"StorageCollector.log", 4);
+  return log;
+}
+
+}  // namespace
+
+HardDiskInfoCollector::HardDiskInfoCollector(platform::Runtime& runtime, platform::Drives& drives)
+    : runtime_(runtime), drives_(drives), log_(OpenLog()), listing_calls_(runtime, log_, "tvk-drives") {}
+
+std::vector<HardDiskBasicInfo> HardDiskInfoCollector::GetAllPhysicalDrivePaths(platform::Waitable* stop) {
+  const auto found = std::make_shared<std::vector<platform::DriveListing>>();
+  const auto outcome = listing_calls_.Run(
+      [found, owned = drives_.weak_from_this().lock(), &drives = drives_] { *found = drives.List(); },
+      DriveLane::kSessionLimit, stop);
+  const std::lock_guard lock(mutex_);
+  if (outcome == TVK::LimitedCalls::Outcome::kDone) {
+    listed_ = std::move(*found);
+    // One that was attached anew is another drive, and gets another chance.
+    std::erase_if(lanes_,
+                  [&](const auto& lane) { return std::ranges::find(listed_, lane->listing()) == listed_.end(); });
+  } else if (outcome != TVK::LimitedCalls::Outcome::kStopped) {
+    log_.e(L"%s: the system does not tell its drives in time; those of the last time are taken",
+           L"HardDiskInfoCollector::GetAllPhysicalDrivePaths");
+  }
+  std::vector<HardDiskBasicInfo> drives;
+  std::ranges::transform(listed_, std::back_inserter(drives),
+                         [](const auto& drive) { return HardDiskBasicInfo{drive}; });
+  return drives;
+}
+
+HardDisk HardDiskInfoCollector::GetDriveInstance(const HardDiskBasicInfo& drive, platform::Waitable* stop) {
+  std::shared_ptr<DriveLane> lane;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto known = std::ranges::find(lanes_, drive.listing, [](const auto& one) { return one->listing(); });
+    lane = known != lanes_.end() ? *known
+                                 : lanes_.emplace_back(std::make_shared<DriveLane>(runtime_, log_, drive.listing));
+  }
+  HardDisk disk(drives_, std::move(lane));
+  disk.Identify(stop);
+  return disk;
+}
+
+std::vector<HardDisk> HardDiskInfoCollector::GetDrives(platform::Waitable* stop) {
+  std::vector<HardDisk> drives;
+  std::set<std::pair<std::wstring, std::wstring>> seen;
+  for (const HardDiskBasicInfo& basic : GetAllPhysicalDrivePaths(stop)) {
+    HardDisk drive = GetDriveInstance(basic, stop);
+    const std::wstring serial_number = drive.getSerialNumber();
+    if (serial_number.empty() || seen.emplace(drive.getProductName(), serial_number).second) {
+      drives.push_back(std::move(drive));
+    }
+  }
+  return drives;
+}
+
+}  // namespace StorageCollector

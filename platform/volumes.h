@@ -1,0 +1,54 @@
+// The volumes of the machine: file systems of its own drives that are in use, as the system knows them. Nothing is read
+// from a drive, so none is woken, and no right to one is needed; where the file system of a stick's volume is not in
+// use yet, Windows may have to look at it. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+enum class VolumeRole {
+  kSystem,     ///< Holds (a part of) the operating system, whatever it lies on.
+  kRemovable,  ///< On what people plug in: a medium that can be taken out, a card, a drive behind USB.
+  kData,       ///< Any other.
+};
+
+struct VolumeSpace {
+  std::uint64_t bytes = 0;       ///< Of the file system, in use and free; not 0.
+  std::uint64_t free_bytes = 0;  ///< That programs without special rights can take; at most `bytes`.
+
+  bool operator==(const VolumeSpace&) const = default;
+};
+
+/// What the system does not tell is absent.
+struct Volume {
+  /// Tells it from other volumes, the same over restarts: what the file system was named when it was made or, where
+  /// that is not known, its device. Not empty. In clear: it leaves the client hashed only.
+  std::string id = {};
+  VolumeRole role = VolumeRole::kData;
+  std::string file_system = {};              ///< In the system's words: "ext4", "NTFS". Empty: not told.
+  std::optional<VolumeSpace> space = {};     ///< Of a recorded machine absent.
+  bool read_only = false;                    ///< Nobody can write to it at present.
+  std::optional<bool> encrypted = {};        ///< By the operating system, as a whole. Windows does not tell.
+  std::optional<std::uint64_t> errors = {};  ///< That the file system counted in itself. Windows does not tell.
+
+  bool operator==(const Volume&) const = default;
+};
+
+class Volumes {
+ public:
+  Volumes() = default;
+  Volumes(const Volumes&) = delete;
+  Volumes& operator=(const Volumes&) = delete;
+  virtual ~Volumes() = default;
+
+  /// Each volume once, however often it is mounted; those without a place in the tree of files, of other machines, of
+  /// optical drives, and what lies in memory or in a file, left out. Empty when the system tells of none. Touches no
+  /// file system that may wait for another machine.
+  virtual std::vector<Volume> List() = 0;
+};
+
+}  // namespace platform
