@@ -2,6 +2,12 @@
 
 #include <map>
 
+#include "monitors/storage/pcie_nvme_smart_event_monitor.h"
+#include "monitors/storage/sata_smart_event_monitor.h"
+#include "monitors/storage/self_test_event_monitors.h"
+#include "monitors/storage/smart_event_monitor.h"
+#include "monitors/storage/store_event_monitor.h"
+#include "monitors/storage/store_settings.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/cpu_settings.h"
 #include "monitors/system/memory_event_monitor.h"
@@ -29,11 +35,22 @@ struct Collector {
 
 const std::map<std::wstring_view, Collector>& Collectors() {
   static const std::map<std::wstring_view, Collector> collectors = {
+      {L"StorageEvent",
+       {Make<StoreEventMonitor>, [](const SettingTexts& settings) { return ReadStoreSettings(settings).readings; }}},
       {L"CPUEvent",
        {Make<CpuEventMonitor>, [](const SettingTexts& settings) { return ReadCpuSettings(settings).readings; }}},
       {L"SystemBIOSEvent", {Make<SystemBiosEventMonitor>}},
       {L"MemoryEvent",
        {Make<MemoryEventMonitor>, [](const SettingTexts& settings) { return ReadMemorySettings(settings).readings; }}},
+      {L"PCIe_NVMe_SMARTEvent", {Make<PCIeNVMeSmartEventMonitor>}},
+      {L"SATA_SSD_SMARTEvent", {Make<SATASmartEventMonitor>}},
+      {L"SMARTEvent", {Make<SmartEventMonitor>}},
+      {L"PCIe_NVMe_SelfTestResult",
+       {Make<PCIeNVMeSelfTestEventMonitor>,
+        [](const SettingTexts& settings) { return ReadNvmeSelfTestSettings(settings).readings; }}},
+      {L"SATA_SSD_SelfTestResult",
+       {Make<SATASelfTestEventMonitor>,
+        [](const SettingTexts& settings) { return ReadSataSelfTestSettings(settings).readings; }}},
       {L"TVKEvent", {.factory = Make<TVKEventMonitor>, .collects = false}},
   };
   return collectors;

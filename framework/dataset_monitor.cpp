@@ -1,5 +1,6 @@
 #include "framework/dataset_monitor.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/log/named_event.h"
@@ -68,8 +69,9 @@ void DatasetMonitor::LogDatasetContext(bool new_context_needed) {
     if (!devices) return;
     ResetContextEvent();
     Ids ids;
-    for (const DescribedDevice& device : *devices)
-      LogContextOf(device, new_context_needed, ids, changes);
+    for (const DescribedDevice& device : *devices) {
+      if (!device.of_use || AdmitsUse()) LogContextOf(device, new_context_needed, ids, changes);
+    }
     context_ids_ = std::move(ids);
     if (context_event_ != nullptr) context_event_->Set();
   }
@@ -91,17 +93,18 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
                                       services().manager.get_NeedToLogDatasetContextOnChange() ? L"true" : L"false"},
                                      0, Operation(L"LogDatasetContext")));
   if (!needed) {
-    ids[device.key] = {last.dataset_context_id(), last.device_context_id()};
+    ids[device.key] = {last.dataset_context_id(), last.device_context_id(), device.of_use};
     return;
   }
   const DatasetContext context = MakeContext(device.facts);
   int error = 0;
   const auto write = [&] { error = services().store.LogDatasetContext(context, device.key); };
-  if (!services().consent.WriteIfAdmitted(identity_.row, write)) {
-    context_owed_ = true;
+  if (!services().consent.WriteIfAdmitted(RowFor(device.of_use), write)) {
+    // What tells of use is described again when that is admitted again, and keeps nothing else waiting until then.
+    context_owed_ = context_owed_ || !device.of_use;
     return;
   }
-  ids[device.key] = {context.dataset_context_id(), context.device_context_id()};
+  ids[device.key] = {context.dataset_context_id(), context.device_context_id(), device.of_use};
   if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error, Operation(L"LogDatasetContext")));
   if (described && !same) changes.push_back({device, last.item_data()});
 }
@@ -164,12 +167,21 @@ std::vector<std::wstring> DatasetMonitor::DescribedKeys() {
 }
 
 bool DatasetMonitor::HasContext(const std::wstring& device_key) {
-  const std::lock_guard lock(context_mutex_);
-  return context_ids_.contains(device_key);
+  const std::vector<std::wstring> keys = DescribedKeys();
+  return std::ranges::find(keys, device_key) != keys.end();
 }
 
 int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
                               const DatasetState& state) {
+  return WriteNamed(item_name, std::move(data), device_key, state, false);
+}
+
+int DatasetMonitor::WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key) {
+  return WriteNamed(item_name, std::move(data), device_key, {}, true);
+}
+
+int DatasetMonitor::WriteNamed(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
+                               const DatasetState& state, bool of_use) {
   const MonitorLines& lines = identity_.lines;
   const auto item = identity_.items.find(item_name);
   if (item == identity_.items.end()) {
@@ -177,7 +189,7 @@ int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, cons
     return kDropped;
   }
   if (init_owed_) InitialiseDevice();
-  const int error = Write(item->first, item->second, std::move(data), device_key, state);
+  const int error = Write(item->first, item->second, std::move(data), device_key, state, of_use);
   if (error > 0 && !lines.item_failure.empty()) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
   }
@@ -190,7 +202,7 @@ bool DatasetMonitor::IsOfAnotherDeviceContext(const std::wstring& device_key) co
 }
 
 int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data,
-                          const std::wstring& device_key, const DatasetState& state) {
+                          const std::wstring& device_key, const DatasetState& state, bool of_use) {
   std::unique_lock lock(context_mutex_);
   if (context_owed_ || IsOfAnotherDeviceContext(device_key)) {
     const bool new_context_needed = context_owed_;
@@ -212,6 +224,7 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_device_context_id(ids->second.device_context);
   event.set_dataset_id(std::wstring(row.id));
   event.set_dataset_context_id(ids->second.dataset_context);
+  const DatasetRow& consent_row = RowFor(of_use || ids->second.of_use);
   lock.unlock();
   event.set_dataset_name(std::wstring(row.name));
   event.set_item_time(System::GetTime(services().runtime.clock()));
@@ -219,7 +232,7 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_item_id(item_id);
   event.set_item_data(std::move(data));
   int error = 0;
-  services().consent.WriteIfAdmitted(row, [&] { error = services().store.LogItemEvent(event, state); });
+  services().consent.WriteIfAdmitted(consent_row, [&] { error = services().store.LogItemEvent(event, state); });
   return error;
 }
 

@@ -21,6 +21,9 @@ struct DescribedDevice {
   /// that describes the machine.
   std::wstring key;
   ItemData facts;
+  /// That it is there tells of use, as a stick that was plugged in does: nothing is written of it without the consent
+  /// to tell of use.
+  bool of_use = false;
 };
 
 /// Who and what a monitor is. Everything referred to is constant and outlives the monitor.
@@ -28,14 +31,18 @@ struct MonitorIdentity {
   const DatasetRow& row;
   const std::map<std::wstring, std::wstring>& items;  ///< Item name to item id.
   const MonitorLines& lines;
+  /// The row with the scopes in which the dataset may tell of use, of what people do with the machine and when; null
+  /// where it may in all of its scopes.
+  const DatasetRow* use_row = nullptr;
 };
 
 /// A monitor that says what there is to describe and writes its items; the records, their ids, the consent and the log
 /// lines are kept here. Any thread may call every operation.
 ///
-/// A record is written only under the row's consent. A context that was refused is written, anew from the facts, before
-/// the first item that is admitted again. An item and its dataset context are of one device context: when another one
-/// has come into force, the dataset contexts are logged under it before the next item.
+/// A record is written only under the row's consent, one that tells of use only under that of the use row. A context
+/// that was refused is written, anew from the facts, before the first item that is admitted again. An item and its
+/// dataset context are of one device context: when another one has come into force, the dataset contexts are logged
+/// under it before the next item.
 class DatasetMonitor : public EventMonitorBase {
  public:
   /// Opens the log that the row names: calls may come before Initialize, and beside it.
@@ -76,7 +83,10 @@ class DatasetMonitor : public EventMonitorBase {
 
   /// Whether the dataset may observe now: asked right before every sample.
   bool Admits() const { return services().consent.Admits(identity_.row); }
-  /// Whether the device has a dataset context, so that its items can be written.
+  /// Whether it may tell of use now, too.
+  bool AdmitsUse() const { return services().consent.Admits(RowFor(true)); }
+  /// Whether the device has a dataset context, so that its items can be written. Contexts that are owed are written
+  /// first.
   bool HasContext(const std::wstring& device_key);
   /// "Class::name", as log lines name their caller.
   std::wstring Operation(std::wstring_view name) const;
@@ -85,6 +95,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState.
   int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {},
                 const DatasetState& state = {});
+  /// The same for an item that tells of use.
+  int WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key);
   /// LogDevInitEvent when IsNewDeviceInitNeeded says so; without consent it is made up for by the next item that has
   /// it.
   void InitialiseDevice();
@@ -98,9 +110,16 @@ class DatasetMonitor : public EventMonitorBase {
   struct ContextIds {
     std::wstring dataset_context;
     std::wstring device_context;  ///< That it was written under.
+    bool of_use = false;          ///< As of the device.
   };
   using Ids = std::map<std::wstring, ContextIds>;
 
+  const DatasetRow& RowFor(bool of_use) const {
+    return of_use && identity_.use_row != nullptr ? *identity_.use_row : identity_.row;
+  }
+  /// WriteItem and WriteItemOfUse.
+  int WriteNamed(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
+                 const DatasetState& state, bool of_use);
   /// The keys of the devices that have a context, those that was owed included.
   std::vector<std::wstring> DescribedKeys();
 
@@ -111,7 +130,7 @@ class DatasetMonitor : public EventMonitorBase {
   bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;
   /// The store's result; -1 when the device has no context; 0 when withheld.
   int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key,
-            const DatasetState& state);
+            const DatasetState& state, bool of_use = false);
 
   const MonitorIdentity identity_;
   std::unique_ptr<platform::Event> context_event_;  ///< Made by the constructor.

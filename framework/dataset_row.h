@@ -43,7 +43,7 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {4, L"1118F4A1-5F72-4175-8CCD-36F64DBE5133", L"DeviceStatus", L"basic,enhance,full", DatasetRule::kAlways,
      L"DeviceStatusMonitor"},
     {5, L"2274532A-4EFB-40A9-8BD4-F6D4F4E4909F", L"StorageEvent", L"none,basic,enhance,full", DatasetRule::kByScope,
-     L"StoreEventMonitor"},
+     L"StoreEventMonitor", L"tvk/storage", L"device-activity"},
     {6, L"D2100802-BF72-4FB5-B30E-FA192A02AE62", L"AlexaEvent", L"none, basic, enhance, full", DatasetRule::kByScope,
      L"AlexaEventMonitor"},
     {7, L"9492447A-FCAC-428E-B7A8-7F7918199480", L"CPUEvent", L"basic,enhance,full", DatasetRule::kByScope,
@@ -89,6 +89,12 @@ consteval const DatasetRow& DatasetRowNamed(std::wstring_view name) {
     if (row.name == name) return row;
   }
   throw "there is no dataset of this name";
+}
+
+/// The dataset of `row` for what it may write in fewer scopes. To be kept as a constant of its own.
+constexpr DatasetRow WithScopes(DatasetRow row, std::wstring_view scopes) {
+  row.scopes = scopes;
+  return row;
 }
 
 /// The name of the event that is set while the dataset contexts of a dataset stand, "CPUEvent_LogDatasetContext".

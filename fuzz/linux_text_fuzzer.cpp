@@ -6,6 +6,7 @@
 
 #include "platform/linux/block_device_text.h"
 #include "platform/linux/cpu_text.h"
+#include "platform/linux/mount_text.h"
 #include "platform/linux/power_supply_text.h"
 #include "platform/linux/proc_text.h"
 #include "platform/linux/system_text.h"
@@ -50,6 +51,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(power.percent.value_or(0) <= 100);
   BusOfBlockDevice(text.substr(0, 8), text);
   Require(BytesOfSectors(text) % 512 == 0);
+  const std::vector<Mount> mounts = DecodeMountinfo(text);
+  for (std::size_t i = 0; i < mounts.size(); ++i) {
+    Require(mounts[i].point.starts_with('/'));
+    IsReachable(mounts, i);
+  }
+  const BlockDevice device = BlockDeviceOfLink(text);
+  Require(device.name.find('/') == device.name.npos && device.drive.find('/') == device.drive.npos);
+  Require(FileSystemIdOfUdev(text).size() <= size);
+  SumOfErrors(text);
   TimeZoneOfLink(text);
   Require(MachineIdOf(text).size() <= 32);
   return 0;

@@ -81,13 +81,17 @@ class SettableManagerIdentity final : public TVK::ManagerIdentity {
 /// A consent that the test gives and withdraws. Any thread.
 class SettableConsent final : public TVK::Consent {
  public:
-  bool Admits(const TVK::DatasetRow& /*row*/) override { return given; }
-  bool WriteIfAdmitted(const TVK::DatasetRow& /*row*/, const std::function<void()>& write) override {
-    if (given) write();
-    return given;
+  bool Admits(const TVK::DatasetRow& row) override {
+    return given && (!scope_is_none || row.scopes.find(L"none") != row.scopes.npos);
+  }
+  bool WriteIfAdmitted(const TVK::DatasetRow& row, const std::function<void()>& write) override {
+    const bool admitted = Admits(row);
+    if (admitted) write();
+    return admitted;
   }
 
   std::atomic<bool> given = true;
+  std::atomic<bool> scope_is_none = false;  ///< Only rows with that scope are admitted.
 };
 
 /// The world outside of the service. It outlives every life of it.

@@ -85,6 +85,12 @@ void DriveLane::Note(const std::wstring& what, Silence silence, std::uint32_t er
   }
 }
 
+Silence DriveLane::last(const std::wstring& what) const {
+  const std::lock_guard lock(mutex_);
+  const auto noted = noted_.find(what);
+  return noted == noted_.end() ? Silence::kNone : noted->second;
+}
+
 bool DriveLane::TakeSelfTest() {
   const std::lock_guard lock(mutex_);
   return !std::exchange(self_test_taken_, true);

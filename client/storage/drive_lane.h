@@ -77,6 +77,9 @@ class DriveLane {
   /// Logs why `what` was not told, once until that changes; kNone says that it was.
   void Note(const std::wstring& what, Silence silence, std::uint32_t error);
 
+  /// What was noted last of it.
+  Silence last(const std::wstring& what) const;
+
   /// For one self-test at a time: false while another one has it.
   bool TakeSelfTest();
   void ReturnSelfTest();

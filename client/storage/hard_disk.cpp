@@ -16,6 +16,11 @@ using platform::DriveBus;
 using platform::DrivePage;
 using platform::DriveResult;
 
+// What is asked for, in the words of the log.
+constexpr wchar_t kHealth[] = L"its health";
+constexpr wchar_t kSelfTestLog[] = L"its self-test log";
+constexpr wchar_t kIdentity[] = L"its identity";
+
 Silence SilenceOf(DriveResult result) {
   switch (result) {
     case DriveResult::kDone:
@@ -137,7 +142,7 @@ void HardDisk::Identify(platform::Waitable* stop) const {
   const DriveBus bus = lane_->listing().bus;
   if (lane_->identity() || (bus != DriveBus::kNvme && bus != DriveBus::kAta && bus != DriveBus::kUsb)) return;
   const auto told = Ask<DriveIdentity>(
-      L"its identity", [listing = lane_->listing()](Drive& drive) { return ReadIdentity(drive, listing); }, stop);
+      kIdentity, [listing = lane_->listing()](Drive& drive) { return ReadIdentity(drive, listing); }, stop);
   if (told.content) {
     lane_->set_identity(*told.content);
   } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged) {
@@ -189,16 +194,20 @@ bool HardDisk::supports_smart() const {
   return identity().smart_supported;
 }
 
+bool HardDisk::lacks_health() const {
+  return lane_->last(kHealth) == Silence::kNotSupported;
+}
+
 Reading<TVK::NvmeHealth> HardDisk::ReadNvmeHealth(platform::Waitable* stop) const {
   return Ask<TVK::NvmeHealth>(
-      L"its health",
+      kHealth,
       [](Drive& drive) { return ReadPage<TVK::NvmeHealth>(drive, DrivePage::kNvmeHealth, TVK::DecodeNvmeHealth); },
       stop);
 }
 
 Reading<TVK::AtaSmart> HardDisk::ReadAtaSmart(platform::Waitable* stop) const {
   return Ask<TVK::AtaSmart>(
-      L"its health",
+      kHealth,
       [](Drive& drive) {
         return ReadPage<TVK::AtaSmart>(drive, DrivePage::kAtaSmartValues, [&](std::span<const std::uint8_t> values) {
           return TVK::DecodeAtaSmart(values, drive.Read(DrivePage::kAtaSmartThresholds).bytes);
@@ -209,7 +218,7 @@ Reading<TVK::AtaSmart> HardDisk::ReadAtaSmart(platform::Waitable* stop) const {
 
 Reading<TVK::NvmeSelfTestLog> HardDisk::ReadNvmeSelfTestLog(platform::Waitable* stop) const {
   return Ask<TVK::NvmeSelfTestLog>(
-      L"its self-test log",
+      kSelfTestLog,
       [](Drive& drive) {
         return ReadPage<TVK::NvmeSelfTestLog>(drive, DrivePage::kNvmeSelfTestLog, TVK::DecodeNvmeSelfTestLog);
       },
@@ -218,7 +227,7 @@ Reading<TVK::NvmeSelfTestLog> HardDisk::ReadNvmeSelfTestLog(platform::Waitable* 
 
 Reading<TVK::AtaSelfTestEntry> HardDisk::ReadAtaSelfTestLog(platform::Waitable* stop) const {
   return Ask<TVK::AtaSelfTestEntry>(
-      L"its self-test log",
+      kSelfTestLog,
       [](Drive& drive) {
         return ReadPage<TVK::AtaSelfTestEntry>(drive, DrivePage::kAtaSelfTestLog, TVK::DecodeAtaSelfTestLog);
       },
@@ -227,7 +236,7 @@ Reading<TVK::AtaSelfTestEntry> HardDisk::ReadAtaSelfTestLog(platform::Waitable* 
 
 Reading<bool> HardDisk::ReadNvmeSelfTestSupport(platform::Waitable* stop) const {
   return Ask<bool>(
-      L"its identity",
+      kIdentity,
       [](Drive& drive) {
         return ReadPage<bool>(drive, DrivePage::kNvmeController, [](std::span<const std::uint8_t> data) {
           const auto controller = TVK::DecodeNvmeController(data);

@@ -60,6 +60,8 @@ class HardDisk {
   const platform::DriveListing& listing() const { return lane_->listing(); }
   /// Whether the drive says that it tells of its health; true of NVMe drives, which must.
   bool supports_smart() const;
+  /// Whether the last reading of its health showed that it has none to tell.
+  bool lacks_health() const;
 
   Reading<TVK::NvmeHealth> ReadNvmeHealth(platform::Waitable* stop) const;
   /// The thresholds too, where the drive has them.

@@ -68,6 +68,14 @@ bool SmartInfo::FillSmartAttribValues2(const TVK::AtaSmart& smart, ItemData& dat
   return false;
 }
 
+std::optional<ItemData> SmartInfo::ToItemData(const TVK::AtaSmart& smart) const {
+  const bool thresholds =
+      std::ranges::any_of(smart.attributes, [](const auto& one) { return one.threshold.has_value(); });
+  ItemData data;
+  const bool filled = thresholds ? FillSmartAttribValues2(smart, data) : FillSmartAttribValues(smart, data);
+  return filled ? std::optional(std::move(data)) : std::nullopt;
+}
+
 bool SmartInfo::Fill(const TVK::AtaSmart& smart, bool with_thresholds, ItemData& data) const {
   // In the order of the names, so that each entry finds its place beside the one before it.
   std::array<const TVK::AtaAttribute*, std::tuple_size_v<TVK::SmartNames>> by_rank = {};

@@ -43,6 +43,10 @@ class SmartInfo {
   /// The same with the thresholds; one that the drive does not tell is left empty.
   virtual bool FillSmartAttribValues2(const TVK::AtaSmart& smart, ItemData& data) const;
 
+  /// What records tell of the drive: FillSmartAttribValues2 where it told thresholds, else FillSmartAttribValues;
+  /// nothing when that is false.
+  std::optional<ItemData> ToItemData(const TVK::AtaSmart& smart) const;
+
   /// The first attribute in the sector that has a name, a value above 0 and a known threshold, and is not above that;
   /// it goes into the log. Nothing when all is well.
   std::optional<TVK::SmartCheckEntry> FoundPredictFailure(const TVK::AtaSmart& smart) const;

@@ -7,6 +7,9 @@
 namespace platform {
 namespace {
 
+// What the kernel and host adapters give as the vendor of drives that speak ATA (SAT-4, 10.2.2).
+constexpr std::string_view kAtaVendor = "ATA";
+
 // Whether a part of the path is `kind` and a number behind it, "ata3".
 bool Passes(std::string_view path, std::string_view kind) {
   for (auto at = path.find(kind); at != path.npos; at = path.find(kind, at + 1)) {
@@ -31,6 +34,14 @@ std::string DeviceFile(std::string_view name) {
   return file;
 }
 
+std::string NameOfDeviceFile(std::string_view file) {
+  constexpr std::string_view kFolder = "/dev/";
+  if (!file.starts_with(kFolder)) return {};
+  std::string name(file.substr(kFolder.size()));
+  std::ranges::replace(name, '/', '!');
+  return name;
+}
+
 DriveBus BusOfBlockDevice(std::string_view name, std::string_view link) {
   // The outermost first: below USB a drive speaks SCSI, and below ATA too.
   if (Passes(link, "usb")) return DriveBus::kUsb;
@@ -41,10 +52,28 @@ DriveBus BusOfBlockDevice(std::string_view name, std::string_view link) {
   return Passes(link, "host") ? DriveBus::kScsi : DriveBus::kOther;
 }
 
+DriveSpeech SpeechOf(const DriveListing& drive, std::string_view vendor) {
+  if (drive.bus == DriveBus::kNvme) return DriveSpeech::kNvme;
+  const bool scsi_disk = drive.path.starts_with("/dev/sd");
+  const bool translated = drive.bus == DriveBus::kAta || (drive.bus == DriveBus::kUsb && !drive.removable) ||
+                          (drive.bus == DriveBus::kScsi && TrimBlanks(vendor) == kAtaVendor);
+  return scsi_disk && translated ? DriveSpeech::kAta : DriveSpeech::kNone;
+}
+
+std::string SerialOfPage80(std::string_view bytes) {
+  constexpr std::size_t kHeader = 4;
+  if (bytes.size() < kHeader || static_cast<std::uint8_t>(bytes[1]) != 0x80) return {};
+  const std::size_t told = static_cast<std::uint8_t>(bytes[2]) << 8 | static_cast<std::uint8_t>(bytes[3]);
+  std::string text(bytes.substr(kHeader, told));
+  std::ranges::replace_if(
+      text, [](char c) { return c < 0x20 || c >= 0x7F; }, ' ');
+  return std::string(TrimBlanks(text));
+}
+
 std::string ModelText(std::string_view vendor, std::string_view model) {
   const std::string_view maker = TrimBlanks(vendor);
   // The bus of virtual machines gives a number.
-  std::string text(maker == "ATA" || maker.starts_with("0x") ? std::string_view() : maker);
+  std::string text(maker == kAtaVendor || maker.starts_with("0x") ? std::string_view() : maker);
   const std::string_view rest = TrimBlanks(model);
   if (!text.empty() && !rest.empty()) text += ' ';
   return text.append(rest);

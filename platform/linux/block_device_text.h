@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "platform/drives.h"
+#include "platform/linux/drive_linux.h"
 
 namespace platform {
 
@@ -13,11 +14,21 @@ namespace platform {
 /// without a folder "device" are none.
 bool MayBeDrive(std::string_view name);
 
-/// The file of the device; the kernel writes '!' for a '/' in its name.
+/// The file of the device, and the name of the device of a file; the kernel writes '!' for a '/' in its name.
 std::string DeviceFile(std::string_view name);
+std::string NameOfDeviceFile(std::string_view file);
 
 /// From the name and what the link /sys/block/NAME says: the way through the buses. Empty: by the name alone.
 DriveBus BusOfBlockDevice(std::string_view name, std::string_view link);
+
+/// In which commands a drive can be asked for its pages; `vendor` is what its file "vendor" says. Behind USB those are
+/// disks in enclosures: sticks and card readers, whose media are removable, know nothing of them, and some stop working
+/// when they are asked.
+DriveSpeech SpeechOf(const DriveListing& drive, std::string_view vendor);
+
+/// The serial number from the file "vpd_pg80" (Unit Serial Number, SPC-5, 7.7.19): printable ASCII; empty when it tells
+/// none.
+std::string SerialOfPage80(std::string_view bytes);
 
 /// The model of a drive whose files "vendor" and "model" say this. The vendor of drives that speak ATA is "ATA", which
 /// says nothing.

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "platform/linux/drive_device.h"
 #include "platform/linux/sysroot.h"
 
 namespace platform {
@@ -27,7 +28,9 @@ std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
 std::unique_ptr<Power> MakePower(const Sysroot& root);
-std::unique_ptr<Drives> MakeDrives(const Sysroot& root);
+
+/// Drives are opened by `open`; when it is empty, none is: one of a recorded machine is not this computer's.
+std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open);
 
 /// `measures`: the mounts below `root` are this computer's, whose space can be asked for.
 std::unique_ptr<Volumes> MakeVolumes(const Sysroot& root, bool measures);

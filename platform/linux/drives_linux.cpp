@@ -1,6 +1,7 @@
 #include "platform/drives.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "platform/linux/block_device_text.h"
@@ -12,20 +13,33 @@ namespace {
 
 class LinuxDrives final : public Drives {
  public:
-  explicit LinuxDrives(const Sysroot& root) : root_(root) {}
+  LinuxDrives(const Sysroot& root, DeviceOpener open) : root_(root), open_(std::move(open)) {}
 
   std::vector<DriveListing> List() override {
-    const std::filesystem::path folder = "/sys/block";
     std::vector<DriveListing> drives;
-    for (const std::string& name : root_.FolderNames(folder)) {
-      if (MayBeDrive(name) && IsDevice(folder / name)) drives.push_back(Read(name, folder / name));
+    for (const std::string& name : root_.FolderNames(kFolder)) {
+      if (MayBeDrive(name) && IsDevice(Entry(name))) drives.push_back(Read(name, Entry(name)));
     }
     // By their numbers: nvme2n1 stands before nvme10n1.
     std::ranges::sort(drives, {}, [](const DriveListing& drive) { return std::pair(drive.path.size(), drive.path); });
     return drives;
   }
 
+  DriveOpening Open(const DriveListing& drive) override {
+    if (!open_) return {nullptr, DriveResult::kNotSupported};
+    const std::string name = NameOfDeviceFile(drive.path);
+    if (!MayBeDrive(name) || !IsDevice(Entry(name))) return {nullptr, DriveResult::kGone, ENODEV};
+    const DriveSpeech speech = SpeechOf(drive, root_.ReadLine(Entry(name) / "device/vendor"));
+    // Of NVMe, the folder "device" is the controller's, and its own "device" is what stands on the bus.
+    const std::filesystem::path state =
+        Entry(name) / (speech == DriveSpeech::kNvme ? "device/device" : "device") / "power/runtime_status";
+    return OpenDrive(speech, drive.path, open_, [this, state] { return root_.ReadLine(state) == "suspended"; });
+  }
+
  private:
+  static constexpr char kFolder[] = "/sys/block";
+  static std::filesystem::path Entry(const std::string& name) { return std::filesystem::path(kFolder) / name; }
+
   // A path of several to one NVMe namespace is hidden behind the drive that joins them.
   bool IsDevice(const std::filesystem::path& entry) const {
     const std::vector<std::string> folders = root_.FolderNames(entry);
@@ -40,19 +54,28 @@ class LinuxDrives final : public Drives {
     const bool card = name.starts_with("mmcblk");
     drive.model = card ? line("name") : ModelText(line("vendor"), line("model"));
     drive.firmware_version = line(card ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev");
+    drive.serial_number = ReadSerialNumber(entry);
     drive.bytes = BytesOfSectors(root_.ReadLine(entry / "size"));
     drive.rotating = RotatingOf(drive.bus, root_.ReadLine(entry / "queue/rotational"));
     drive.removable = root_.ReadLine(entry / "removable") == "1";
     return drive;
   }
 
+  // SCSI has it as a page in bytes, NVMe and cards as a text, and the drives of virtual machines beside the folder.
+  std::string ReadSerialNumber(const std::filesystem::path& entry) const {
+    if (const auto page = root_.Read(entry / "device/vpd_pg80")) return SerialOfPage80(*page);
+    const std::string text = root_.ReadLine(entry / "device/serial");
+    return text.empty() ? root_.ReadLine(entry / "serial") : text;
+  }
+
   const Sysroot root_;
+  const DeviceOpener open_;  ///< None: no drive of this machine can be asked.
 };
 
 }  // namespace
 
-std::unique_ptr<Drives> MakeDrives(const Sysroot& root) {
-  return std::make_unique<LinuxDrives>(root);
+std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open) {
+  return std::make_unique<LinuxDrives>(root, std::move(open));
 }
 
 }  // namespace platform

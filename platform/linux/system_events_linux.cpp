@@ -99,7 +99,7 @@ class LinuxSystemEvents final : public SystemEvents {
  public:
   explicit LinuxSystemEvents(Power& power) : power_(power) {}
 
-  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) override {
+  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback, void* /*service*/) override {
     SystemEventOpening opening;
     if (auto notices = OpenKernelNotices(opening.problem)) {
       opening.source = FollowKernelNotices(runtime, std::move(notices), power_, std::move(callback));

@@ -18,6 +18,7 @@
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_processors.h"
+#include "platform/simulated/simulated_volumes.h"
 #include "testing/manager_world.h"
 #include "testing/smbios_builder.h"
 
@@ -123,6 +124,10 @@ void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& u
   life.Start();
   world.runtime.AdvanceBy(2min);
   world.machine.memory().Change([](auto& status) { status->load_percent += 20; });
+  world.machine.volumes().Change([](auto& volumes) {
+    volumes.front().space->free_bytes /= 1000;
+    ++*volumes.front().errors;
+  });
   world.runtime.AdvanceBy(2min);
   life.manager.Stop();
   for (const DatasetContext& context : life.records.DatasetContexts())

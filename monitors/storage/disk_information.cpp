@@ -1,0 +1,92 @@
+#include "monitors/storage/disk_information.h"
+
+#include <set>
+#include <utility>
+
+#include "client/storage/hard_disk_info_collector.h"
+#include "client/text/hash_utility.h"
+#include "client/text/string.h"
+#include "platform/system_facts.h"
+
+namespace {
+
+using TVK::String;
+
+std::wstring BoolText(bool value) {
+  return value ? L"true" : L"false";
+}
+
+std::wstring RoleText(platform::VolumeRole role) {
+  switch (role) {
+    case platform::VolumeRole::kSystem:
+      return L"system";
+    case platform::VolumeRole::kRemovable:
+      return L"removable";
+    case platform::VolumeRole::kData:
+      break;
+  }
+  return L"data";
+}
+
+/// Gives each key once.
+class UniqueKeys {
+ public:
+  std::wstring Take(const std::wstring& key) {
+    std::wstring unique = key;
+    for (int number = 2; !taken_.insert(unique).second; ++number)
+      unique = key + L' ' + std::to_wstring(number);
+    return unique;
+  }
+
+ private:
+  std::set<std::wstring> taken_;
+};
+
+/// That people put it in and take it with them. Cards count: which of them are soldered on is not told.
+bool IsPortable(const platform::DriveListing& drive) {
+  return drive.removable || drive.bus == platform::DriveBus::kUsb || drive.bus == platform::DriveBus::kCard;
+}
+
+}  // namespace
+
+std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable* stop) const {
+  UniqueKeys keys;
+  std::vector<TVK::DescribedDevice> devices;
+  for (const StorageCollector::HardDisk& drive : services_.hard_disks.GetDrives(stop)) {
+    const bool portable = IsPortable(drive.listing());
+    const std::wstring serial_number = drive.getHashedSerialNumber();
+    const std::wstring key =
+        serial_number.empty() ? L"drive " + drive.getDriveType() + L' ' + drive.getProductName() : serial_number;
+    TVK::DescribedDevice device{.key = keys.Take(key),
+                                .facts = {{L"Kind", L"drive"},
+                                          {L"Model", drive.getProductName()},
+                                          {L"SerialNumber", serial_number},
+                                          {L"FirmwareVersion", drive.getFirmwareVersion()},
+                                          {L"DriveType", drive.getDriveType()},
+                                          {L"Removable", BoolText(portable)}},
+                                .of_use = portable};
+    if (drive.listing().bytes != 0) device.facts[L"Size"] = std::to_wstring(drive.listing().bytes);
+    devices.push_back(std::move(device));
+  }
+  return devices;
+}
+
+std::vector<DiskVolume> DiskInformation::ReadVolumes() const {
+  // So that a stick cannot be followed from machine to machine.
+  const std::wstring salt = L"tvk/storage " + String::UTF8ToUTF16(services_.machine.system().ReadInstallationId());
+  UniqueKeys keys;
+  std::vector<DiskVolume> volumes;
+  for (platform::Volume& volume : services_.machine.volumes().List()) {
+    const std::wstring id = keys.Take(TVK::HashUtility::Hash(String::UTF8ToUTF16(volume.id), salt));
+    TVK::DescribedDevice device{.key = L"volume " + id,
+                                .facts = {{L"Kind", L"volume"},
+                                          {L"VolumeId", id},
+                                          {L"VolumeRole", RoleText(volume.role)},
+                                          {L"FileSystem", String::UTF8ToUTF16(volume.file_system)}},
+                                .of_use = volume.role == platform::VolumeRole::kRemovable};
+    if (volume.space) device.facts[L"Size"] = std::to_wstring(volume.space->bytes);
+    if (volume.encrypted) device.facts[L"Encrypted"] = BoolText(*volume.encrypted);
+    volumes.push_back({std::move(volume), std::move(device)});
+  }
+  return volumes;
+}

@@ -1,0 +1,89 @@
+#include "monitors/storage/self_test_monitor.h"
+
+#include <utility>
+
+#include "client/storage/self_test.h"
+
+namespace TVK {
+namespace {
+
+constexpr const DatasetRow& kStorageRow = DatasetRowNamed(L"StorageEvent");
+
+}  // namespace
+
+SelfTestMonitor::SelfTestMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity,
+                                 const SelfTestMonitorTraits& traits, const wchar_t* settings_caller)
+    : DriveMonitor(monitor_services, identity,
+                   ReportRule{.item = kResult,
+                              .report = [this] { LogItemEvent(); },
+                              .caller = settings_caller,
+                              .invalid_interval = L"%s: Invalid DatasetSettings RunSelfTestInterval = %d",
+                              .least_interval_ms = kLeastSelfTestIntervalMs}),
+      traits_(traits) {}
+
+void SelfTestMonitor::StartMonitor(std::wstring /*name*/) {
+  constexpr std::uint32_t kContextLimitMs = 60'000;
+  const std::wstring caller = Operation(L"StartMonitor");
+  if (!MakeStopEvent(caller.c_str(), traits_.event_failure)) return;
+  const bool found =
+      WaitForContextsOf(kStorageRow, kContextLimitMs) && WaitForContextsOf(traits_.smart_row, kContextLimitMs);
+  traits_.log_start(log_, stopping(), found);
+  if (stopping() || !found) {
+    log_.e(L"%s: Service Stop/smart event datasetcontext not logged.", caller);
+    return;
+  }
+  LogDatasetContext(false);
+  FollowDrives();
+  FollowSettings();
+}
+
+bool SelfTestMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
+  const std::wstring caller = Operation(L"UpdateThrottleParameters");
+  const SelfTestSettings fresh = traits_.read_settings(settings);
+  if (fresh.raised) log_.d(L"%s Set RunSelfTestInterval to minimum: 1h", caller);
+  const bool changed = TakeInterval(fresh.interval_ms, fresh.readings);
+  log_.d(L"%s: _run_self_test_interval = %llu, bRunSelfTestIntervalChanged = %d", caller,
+         std::uint64_t{fresh.interval_ms}, changed);
+  return changed;
+}
+
+bool SelfTestMonitor::Qualifies(const StorageCollector::HardDisk& drive) const {
+  return drive.kind() == traits_.kind;
+}
+
+std::wstring SelfTestMonitor::ContextIn(const DatasetRow& row, const std::wstring& key) const {
+  DatasetContext context;
+  const int found = services().store.GetLastDatasetContextOfDevice(std::wstring(row.id), key, context);
+  return found == 0 ? context.dataset_context_id() : std::wstring();
+}
+
+void SelfTestMonitor::AddFacts(const StorageCollector::HardDisk& drive, ItemData& facts) {
+  const std::wstring key = drive.getHashedSerialNumber();
+  facts[L"DriveType"] = drive.getDriveType();
+  facts[traits_.smart_context_key] = ContextIn(traits_.smart_row, key);
+  facts[L"storage_dataset_context_id"] = ContextIn(kStorageRow, key);
+}
+
+void SelfTestMonitor::LogDescribed(const std::wstring& model, const std::wstring& hashed_serial_number) const {
+  log_.d(L"%s", traits_.described.With({model, hashed_serial_number}));
+}
+
+void SelfTestMonitor::LogItemEvent() {
+  const std::wstring caller = Operation(L"LogItemEvent");
+  for (const auto& [key, drive] : FindDrives()) {
+    if (stopping() || !Admits()) return;
+    if (!HasContext(key)) {
+      log_.e(L"%s: SerialNumber can NOT be found in SmartDatasetContextIdMap!", caller);
+      continue;
+    }
+    const auto outcome =
+        StorageCollector::RunShortSelfTest(services().runtime, services().machine.power(), drive, *stop_event());
+    if (outcome.result.empty()) {
+      log_.i(L"%s: there is no result of a self-test of %s: %s", caller, drive.getProductName(), outcome.reason);
+      continue;
+    }
+    WriteItem(kResult, {{L"TestType", L"short"}, {L"TestResult", outcome.result}}, key);
+  }
+}
+
+}  // namespace TVK

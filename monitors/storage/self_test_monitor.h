@@ -1,0 +1,50 @@
+// What the two datasets of drives' self-tests do alike.
+#pragma once
+
+#include "monitors/storage/drive_monitor.h"
+#include "monitors/storage/self_test_settings.h"
+
+namespace TVK {
+
+/// How they differ. Constant.
+struct SelfTestMonitorTraits {
+  StorageCollector::DriveKind kind;  ///< Of the drives that are tested.
+  const DatasetRow& smart_row;       ///< The dataset of the same drives' health.
+  const wchar_t* smart_context_key;  ///< Names a drive's context there in its context here.
+  MonitorLine event_failure;         ///< The stop event could not be made: the error.
+  MonitorLine described;             ///< Debug; model and hashed serial number of a drive.
+  SelfTestSettings (*read_settings)(const SettingTexts& settings);
+  /// Debug: how the wait for the contexts of the other datasets ended.
+  void (*log_start)(const Log& log, bool stopping, bool found_contexts);
+};
+
+/// See EventMonitorBase for who calls what. StartMonitor returns when the tests are planned; it gives up, for good,
+/// when the contexts of the storage dataset or of the drives' health do not come within a minute each. One test at a
+/// time; a stop aborts it.
+class SelfTestMonitor : public DriveMonitor {
+ public:
+  void StartMonitor(std::wstring name) override;
+
+  /// A round: tests every drive that has a context, and writes what each test came to.
+  void LogItemEvent();
+
+ protected:
+  static constexpr wchar_t kResult[] = L"ReadSelfTestResult";
+
+  SelfTestMonitor(const MonitorServices& services, const MonitorIdentity& identity, const SelfTestMonitorTraits& traits,
+                  const wchar_t* settings_caller);
+
+  bool UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) override;
+  bool Qualifies(const StorageCollector::HardDisk& drive) const override;
+  void AddFacts(const StorageCollector::HardDisk& drive, ItemData& facts) override;
+  void LogDescribed(const std::wstring& model, const std::wstring& hashed_serial_number) const override;
+  bool TakesDeviceInit(const std::wstring& /*device_key*/) override { return false; }
+
+ private:
+  /// Of the drive's last context in another dataset; empty when it has none.
+  std::wstring ContextIn(const DatasetRow& row, const std::wstring& key) const;
+
+  const SelfTestMonitorTraits& traits_;
+};
+
+}  // namespace TVK

@@ -1,0 +1,48 @@
+#include "monitors/storage/self_test_settings.h"
+
+#include "client/text/interval.h"
+
+namespace TVK {
+namespace {
+
+constexpr wchar_t kKey[] = L"RunSelfTestInterval";
+
+IntervalSetting Interval(const std::wstring& pattern) {
+  return {kKey, pattern, 0, kLeastSelfTestIntervalMs, UINT32_MAX, L"period of the drives' short self-tests"};
+}
+
+std::wstring DaysOrLess() {
+  return std::wstring(kRegexForDays) + L'|' + kRegexForLess;
+}
+
+SelfTestSettings Read(const IntervalSetting& setting, const SettingTexts& settings) {
+  SelfTestSettings result;
+  SettingReading reading;
+  result.interval_ms = static_cast<std::uint32_t>(setting.Read(settings, reading));
+  result.readings = {std::move(reading)};
+  AddUnknownSettings(settings, result.readings);
+  return result;
+}
+
+}  // namespace
+
+SelfTestSettings ReadNvmeSelfTestSettings(const SettingTexts& settings) {
+  SelfTestSettings result = Read(Interval(DaysOrLess()), settings);
+  const auto text = settings.find(kKey);
+  if (result.interval_ms != 0 || text == settings.end()) return result;
+  const std::uint64_t asked = utility::GetIntervalInMillisecondsGivenRegex(text->second, DaysOrLess());
+  if (asked < kLeastSelfTestIntervalMs) result.interval_ms = static_cast<std::uint32_t>(asked);
+  return result;
+}
+
+SelfTestSettings ReadSataSelfTestSettings(const SettingTexts& settings) {
+  SelfTestSettings result = Read(Interval(kRegexForDays), settings);
+  if (result.interval_ms != 0 || !settings.contains(kKey)) return result;
+  result.raised = true;
+  result.interval_ms = kLeastSelfTestIntervalMs;
+  result.readings.front().value_in_force = L"1d";
+  result.readings.front().reason += L"; the shortest is in force";
+  return result;
+}
+
+}  // namespace TVK

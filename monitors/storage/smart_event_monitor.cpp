@@ -1,0 +1,99 @@
+#include "monitors/storage/smart_event_monitor.h"
+
+#include <chrono>
+
+namespace {
+
+constexpr wchar_t kThreshold[] = L"ThresholdExceedsCondition";
+constexpr int kDaySeconds = 86'400;
+
+constexpr TVK::MonitorLines kLines = {
+    .log_opened = L"SmartEventMonitor Log Intialize OK!",
+    .context_decision = L"%s: LogDatasetContext bIsNeedNewDatasetContext is %s.",
+    .context_failure = L"%s: LogDatasetContext LogDatasetContext() return error: %d",
+    .init_failure = L"SmartEventMonitor LogDevInitEvent failed",
+    .item_failure = {},
+};
+
+constexpr TVK::MonitorLine kWithoutContext = L"%s: SerialNumber can NOT be found in SmartDatasetContextIdMap!";
+
+constexpr TVK::SmartMonitorTraits kTraits = {
+    .stop_event = L"SmartEventMonitor_StopEvent",
+    .bus_type = nullptr,
+    .item_without_context = kWithoutContext,
+    .snapshot_without_context = kWithoutContext,
+    .log_start =
+        [](const TVK::Log& log, const std::wstring&, bool stopping, bool found) {
+          log.d(L"SmartEventMonitor::StartMonitor,_bRequestStop=%d,foundStoreContextId=%d", stopping, found);
+        },
+};
+
+/// What the store keeps of a drive's last finding, "ReallocatedSectorCount=12".
+TVK::DatasetState StateOf(const std::wstring& key, const TVK::SmartCheckEntry& found) {
+  return {L"threshold " + key, found.name + L"=" + std::to_wstring(found.value)};
+}
+
+}  // namespace
+
+const std::map<std::wstring, std::wstring> SmartEventMonitor::ITEM_EVENT_CONTEXT = {
+    {kPerDay, L"69040501-E2A6-461C-816B-22D34AE13B69"},
+    {kThreshold, L"7D09F865-18BA-4CE2-A41E-F35ED9B965BA"},
+};
+
+SmartEventMonitor::SmartEventMonitor(const TVK::MonitorServices& monitor_services)
+    : SmartMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines}, kTraits, std::nullopt) {}
+
+bool SmartEventMonitor::Qualifies(const StorageCollector::HardDisk& drive) const {
+  return drive.kind() == StorageCollector::DriveKind::kSataSsd || drive.kind() == StorageCollector::DriveKind::kAta;
+}
+
+std::optional<ItemData> SmartEventMonitor::ReadHealth(const StorageCollector::HardDisk& drive) {
+  const auto reading = drive.ReadAtaSmart(stop_event());
+  if (!reading.content) return std::nullopt;
+  return info_.ToItemData(*reading.content);
+}
+
+void SmartEventMonitor::Begin() {
+  getLastItemEventTimeStampWithFallback(dataset_id, ITEM_EVENT_CONTEXT.at(kPerDay), last_day_);
+  StartThread("tvk-smart", [this] {
+    CheckThresholds();
+    services().second_tick.Watch("SmartEventMonitor", *stop_event(), [this] { return LookAtDay(); });
+  });
+}
+
+TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
+  if (!isItemEventElapsed(last_day_, kDaySeconds)) return nullptr;
+  return [this] {
+    // Whatever comes of it: a drive that does not tell today is asked tomorrow.
+    last_day_ = services().runtime.clock().NowSeconds();
+    LogItemEvent();
+    CheckThresholds();
+  };
+}
+
+void SmartEventMonitor::CheckThresholds() {
+  if (!Admits()) return;
+  for (const auto& [key, drive] : FindDrives()) {
+    if (stopping()) return;
+    if (!HasContext(key) || !drive.supports_smart()) continue;
+    const auto reading = drive.ReadAtaSmart(stop_event());
+    if (!reading.content) continue;
+    const auto found = info_.FoundPredictFailure(*reading.content);
+    if (found) CheckThresholdEntry(key, *found, info_.ToItemData(*reading.content).value_or(ItemData()));
+  }
+}
+
+bool SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const TVK::SmartCheckEntry& found,
+                                            const ItemData& data) {
+  const TVK::DatasetState now = StateOf(key, found);
+  std::wstring kept;
+  services().store.GetState(dataset_id, now.key, kept);
+  const auto equals = kept.find(L'=');
+  log_.d(L"%s: SmartCheckEntry found %s, existed %s=%s", Operation(L"CheckThresholdEntry"), found.name,
+         kept.substr(0, equals), equals == kept.npos ? std::wstring() : kept.substr(equals + 1));
+  if (kept == now.value) return false;
+  const auto attribute = data.find(found.name);
+  ItemData finding;
+  if (attribute != data.end()) finding.insert(*attribute);
+  return WriteItem(kThreshold, std::move(finding), key, now) == 0;
+}

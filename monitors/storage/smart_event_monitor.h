@@ -1,0 +1,36 @@
+// The dataset of the health of every drive that speaks ATA, and of the attributes that foretell its failure.
+#pragma once
+
+#include "monitors/storage/smart_info.h"
+#include "monitors/storage/smart_monitor.h"
+
+/// See SmartMonitor. The record of a day is due when a day has passed by the wall clock since the last one, which the
+/// shared tick looks at: nothing wakes for it in between. At the start and with each record of a day the drives'
+/// attributes are held against their thresholds.
+class SmartEventMonitor final : public TVK::SmartMonitor {
+ public:
+  static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"SMARTEvent");
+  inline static const std::wstring dataset_id{kRow.id};
+  inline static const std::wstring dataset_name{kRow.name};
+  inline static const std::wstring telemtry_scope_supported{kRow.scopes};
+  /// Item name to item id.
+  static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
+
+  explicit SmartEventMonitor(const TVK::MonitorServices& services);
+
+  /// Reports the finding of a drive as "ThresholdExceedsCondition", unless it is the one that was reported of it last,
+  /// which the store keeps. `data`: the drive's attributes, as records have them. Whether it was reported.
+  bool CheckThresholdEntry(const std::wstring& key, const TVK::SmartCheckEntry& found, const ItemData& data);
+
+ protected:
+  bool Qualifies(const StorageCollector::HardDisk& drive) const override;
+  std::optional<ItemData> ReadHealth(const StorageCollector::HardDisk& drive) override;
+  void Begin() override;
+
+ private:
+  void CheckThresholds();
+  TVK::SecondTick::Work LookAtDay();
+
+  const SmartInfo info_{log_};
+  std::int64_t last_day_ = 0;  ///< Of the last record of a day; the thread's that watches.
+};

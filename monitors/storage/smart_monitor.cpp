@@ -1,0 +1,76 @@
+#include "monitors/storage/smart_monitor.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace TVK {
+
+SmartMonitor::SmartMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity,
+                           const SmartMonitorTraits& traits, std::optional<ReportRule> report)
+    : DriveMonitor(monitor_services, identity, std::move(report)), traits_(traits) {}
+
+void SmartMonitor::StartMonitor(std::wstring /*name*/) {
+  constexpr std::uint32_t kStoreContextLimitMs = 60'000;
+  const std::wstring caller = Operation(L"StartMonitor");
+  log_.d(L"%s: Entry", caller);
+  if (!MakeStopEvent(caller.c_str(), L"%s: CreateEvent() return error %d!", traits_.stop_event)) return;
+  found_store_context_id_ = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
+  traits_.log_start(log_, caller, stopping(), found_store_context_id_);
+  if (stopping()) return;
+  LogDatasetContext(false);
+  InitialiseDevice();
+  FollowDrives();
+  if (!stopping()) Begin();
+}
+
+void SmartMonitor::AddFacts(const StorageCollector::HardDisk& drive, ItemData& facts) {
+  if (traits_.bus_type != nullptr) facts[L"DriveBusType"] = traits_.bus_type;
+  facts[L"DriveType"] = drive.getDriveType();
+}
+
+void SmartMonitor::LogDescribed(const std::wstring& model, const std::wstring& hashed_serial_number) const {
+  log_.d(L"%s: Model:\"%s\", Hashed SerialNumber:\"%s\"", Operation(L"LogDatasetContext"), model, hashed_serial_number);
+}
+
+bool SmartMonitor::TakesDeviceInit(const std::wstring& device_key) {
+  const std::wstring caller = Operation(L"LogDevInitEvent");
+  const std::vector<KeyedDrive> drives = FindDrives();
+  const auto found = std::ranges::find(drives, device_key, &KeyedDrive::key);
+  if (found == drives.end()) return false;
+  if (!found->drive.supports_smart()) {
+    log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!", caller, found->drive.getProductName());
+    return false;
+  }
+  // Some say that they have it, and then do not.
+  if (!ReadHealth(found->drive) && found->drive.lacks_health()) {
+    log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!!", caller, found->drive.getProductName());
+    return false;
+  }
+  return true;
+}
+
+void SmartMonitor::LogHealth(const wchar_t* item, const std::wstring& caller, MonitorLine without_context) {
+  if (!Admits()) return;
+  for (const auto& [key, drive] : FindDrives()) {
+    if (stopping()) return;
+    if (!HasContext(key)) {
+      log_.e(L"%s", without_context.With({caller}));
+      continue;
+    }
+    std::optional<ItemData> health = drive.supports_smart() ? ReadHealth(drive) : std::nullopt;
+    if (!health) continue;
+    const int error = WriteItem(item, std::move(*health), key);
+    if (error <= 0) continue;
+    if (item == kPerSession) {
+      log_.e(L"%s: Model: %s, Return error: %d", caller, drive.getProductName(), error);
+    } else {
+      log_.e(L"%s: Model :%s, Return error: %d", caller, drive.getProductName(), error);
+    }
+  }
+}
+
+void SmartMonitor::LogItemEvent() {
+  LogHealth(kPerDay, Operation(L"LogItemEvent"), traits_.item_without_context);
+}
+
+}  // namespace TVK
