@@ -95,21 +95,20 @@ bool SmartInfo::Fill(const TVK::AtaSmart& smart, bool with_thresholds, ItemData&
   return found;
 }
 
-std::optional<TVK::SmartCheckEntry> SmartInfo::FoundPredictFailure(const TVK::AtaSmart& smart) const {
-  const std::vector<TVK::SmartCheckEntry> failures = PredictedFailures(smart);
+std::optional<StorageCollector::HardDiskSmartInfo> SmartInfo::FoundPredictFailure(const TVK::AtaSmart& smart) const {
+  const std::vector<StorageCollector::HardDiskSmartInfo> failures = PredictedFailures(smart);
   if (failures.empty()) return std::nullopt;
-  const TVK::SmartCheckEntry& first = failures.front();
-  log_.i(L"SmartInfo::FoundPredictFailure: %s,value=%d,worst=%d,thresh=%d", first.name, first.value, first.worst,
-         first.threshold);
+  const StorageCollector::HardDiskSmartInfo& first = failures.front();
+  log_.i(L"SmartInfo::FoundPredictFailure: %s,value=%d,worst=%d,thresh=%d", first.getName(),
+         first.getAttribute().normalized, first.getAttribute().worst, *first.getAttribute().threshold);
   return first;
 }
 
-std::vector<TVK::SmartCheckEntry> SmartInfo::PredictedFailures(const TVK::AtaSmart& smart) const {
-  std::vector<TVK::SmartCheckEntry> failures;
+std::vector<StorageCollector::HardDiskSmartInfo> SmartInfo::PredictedFailures(const TVK::AtaSmart& smart) const {
+  std::vector<StorageCollector::HardDiskSmartInfo> failures;
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
     const std::wstring_view name = names_[attribute.id].text;
-    if (!name.empty() && IsFailing(attribute))
-      failures.push_back({std::wstring(name), attribute.normalized, attribute.worst, *attribute.threshold});
+    if (!name.empty() && IsFailing(attribute)) failures.emplace_back(std::wstring(name), attribute);
   }
   return failures;
 }
