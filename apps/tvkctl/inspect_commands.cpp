@@ -74,13 +74,6 @@ OpenTable OpenOwn(const std::string& name, platform::Machine& machine, std::ostr
   return table;
 }
 
-Json::Value ToJson(const ItemData& data) {
-  Json::Value value(Json::objectValue);
-  for (const auto& [key, text] : data)
-    value[String::UTF16ToUTF8(key)] = String::UTF16ToUTF8(text);
-  return value;
-}
-
 void WriteItemData(const ItemData& data, std::ostream& out) {
   Rows rows;
   for (const auto& [key, text] : data)
