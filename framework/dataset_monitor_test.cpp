@@ -14,12 +14,13 @@ using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): 
 constexpr DatasetRow kRow{0,
                           L"11111111-0000-4000-8000-000000000001",
                           L"DriveEvent",
-                          L"basic,full",
+                          L"none,basic,full",
                           DatasetRule::kByScope,
                           L"DriveEventMonitor",
                           L"tvk/drive",
                           L"device-activity",
                           L"tvk/Drive"};
+constexpr DatasetRow kUseRow = WithScopes(kRow, L"basic,full");
 constexpr const DatasetRow& kOther = DatasetRowNamed(L"StorageEvent");
 constexpr wchar_t kPerDay[] = L"ReadPerDay";
 const std::map<std::wstring, std::wstring> kItems = {{kPerDay, L"22222222-0000-4000-8000-000000000002"},
@@ -39,7 +40,7 @@ using Drives = std::vector<DescribedDevice>;
 class DriveMonitor final : public ScheduledMonitor {
  public:
   explicit DriveMonitor(const MonitorServices& services, const wchar_t* reported = kPerDay)
-      : ScheduledMonitor(services, {kRow, kItems, kLines},
+      : ScheduledMonitor(services, {kRow, kItems, kLines, &kUseRow},
                          ReportRule{.item = reported, .report = [this] { Report(kPerDay); }}) {}
 
   void StartMonitor(std::wstring /*name*/) override {
@@ -53,6 +54,7 @@ class DriveMonitor final : public ScheduledMonitor {
   }
   using DatasetMonitor::InitialiseDevice;
   using DatasetMonitor::WriteItem;
+  using DatasetMonitor::WriteItemOfUse;
   using EventMonitorBase::SetDevicePathChanged;
   using ScheduledMonitor::StartThread;
 
@@ -259,6 +261,29 @@ TEST_F(DatasetMonitorTest, NothingIsWrittenWithoutConsentAndTheContextComesFirst
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "withdrawn while the devices were looked at";
   EXPECT_EQ(life_->Items().size(), 4u);
   EXPECT_EQ(life_->DatasetContexts().size(), 4u);
+}
+
+TEST_F(DatasetMonitorTest, WhatTellsOfUseIsWrittenInItsScopesOnly) {
+  DriveMonitor& monitor = Start();
+  const std::size_t items = life_->Items().size();
+  monitor.drives = Drives{{L"A", {{L"Model", L"1"}}}, {L"Stick", {{L"Model", L"3"}}, true}};
+  life_->consent.scope_is_none = true;
+  monitor.LogDatasetContext(true);
+  EXPECT_EQ(life_->DatasetContexts().size(), 3u) << "A alone, anew";
+  EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), 0);
+  EXPECT_EQ(life_->Items().size(), items);
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "the stick keeps nothing waiting";
+  EXPECT_EQ(life_->Items().size(), items + 1);
+  life_->consent.scope_is_none = false;
+  monitor.LogDatasetContext(false);
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"Stick"), 0);
+  EXPECT_EQ(Items().back(), L"ReadPerDay 3");
+  monitor.LogDatasetContext(false);
+  EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), 0);
+  EXPECT_EQ(life_->Items().size(), items + 3);
+  life_->consent.scope_is_none = true;
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"Stick"), 0) << "described before the scope shrank";
+  EXPECT_EQ(life_->Items().size(), items + 3);
 }
 
 TEST_F(DatasetMonitorTest, AStoreThatRefusesIsToldAndTheIdHolds) {

@@ -59,8 +59,11 @@ void AtaSmart(Bytes values, Bytes thresholds) {
     ItemData data;
     Require(info->FillSmartAttribValues2(*smart, data) == !data.empty());
     Require(data.size() <= smart->attributes.size());
-    for (const TVK::SmartCheckEntry& failure : info->PredictedFailures(*smart))
-      Require(data.contains(failure.name) && failure.value != 0 && failure.value <= failure.threshold);
+    for (const StorageCollector::HardDiskSmartInfo& failure : info->PredictedFailures(*smart)) {
+      const TVK::AtaAttribute& attribute = failure.getAttribute();
+      Require(data.contains(failure.getName()) && attribute.normalized != 0 &&
+              attribute.normalized <= attribute.threshold.value());
+    }
   }
 }
 

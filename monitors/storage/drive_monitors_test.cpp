@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "client/log/named_event.h"
 #include "client/storage/self_test.h"
@@ -34,6 +35,7 @@ using platform::SimulatedDrive;
 constexpr char kNvmeSerial[] = "S3CRET-NVME";
 constexpr char kSsdSerial[] = "S3CRET-SSD";
 constexpr char kHddSerial[] = "S3CRET-HDD";
+constexpr char kOtherSerial[] = "S3CRET-2";
 
 SimulatedDrive Nvme() {
   return {.listing = {.path = "/dev/nvme0n1", .bus = DriveBus::kNvme, .model = "Nvme", .serial_number = kNvmeSerial},
@@ -96,15 +98,26 @@ class DriveMonitorsTest : public testing::Test {
     monitor_.emplace(world_.runtime, Make<Monitor>(life_->services()));
     world_.runtime.Settle();
   }
-  /// Serial numbers of the drives that have the items, in their order.
-  std::vector<std::wstring> DrivesOf(const wchar_t* item) const {
+  /// Hashed serial numbers of the drives that have the items, in their order.
+  std::vector<std::wstring> DrivesOf(const wchar_t* item) {
     std::vector<std::wstring> drives;
     for (const ItemEvent& event : life_->Items(item)) {
-      const auto contexts = life_->DatasetContexts();
-      const auto context = std::ranges::find(contexts, event.dataset_context_id(), &DatasetContext::dataset_context_id);
-      drives.push_back(context == contexts.end() ? L"?" : context->item_data().at(L"SerialNumber"));
+      drives.push_back(L"?");
+      for (const char* const serial : {kNvmeSerial, kSsdSerial, kHddSerial, kOtherSerial}) {
+        DatasetContext context;
+        life_->store.GetLastDatasetContextOfDevice(event.dataset_id(), KeyOf(serial), context);
+        if (context.dataset_context_id() == event.dataset_context_id()) drives.back() = KeyOf(serial);
+      }
     }
     return drives;
+  }
+  /// The world as it was before anything was recorded.
+  void Forget() {
+    monitor_.reset();
+    life_.reset();
+    for (const auto& file : std::filesystem::directory_iterator(world_.folder.path()))
+      std::filesystem::remove(file);
+    world_.logs.Clear();
   }
 
   MonitorWorld world_;
@@ -208,14 +221,12 @@ TEST_F(DriveMonitorsTest, OneDriveThatDoesNotTellKeepsNoOtherOne) {
         Row{"no right", forbidden, true, true,
             L"/dev/sda: its health is not told: this process has no right to ask it (error 0x0)"}}) {
     SCOPED_TRACE(row.what);
-    MonitorWorld fresh;
     SetDrive(1, row.ssd);
     Start<SmartEventMonitor>(true, true);
     world_.runtime.AdvanceBy(3 * 24h + 10s);
     EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), std::vector<std::wstring>(3, KeyOf(kHddSerial)));
     EXPECT_EQ(world_.logs.Count(row.said), 1u) << "told once, not each day";
-    monitor_.reset();
-    world_.logs.Clear();
+    Forget();
   }
 }
 
@@ -249,7 +260,7 @@ TEST_F(DriveMonitorsTest, DrivesComeAndGo) {
   Start<PCIeNVMeSmartEventMonitor>();
   SimulatedDrive other = Nvme();
   other.listing.path = "/dev/nvme1n1";
-  other.listing.serial_number = "S3CRET-2";
+  other.listing.serial_number = kOtherSerial;
   SimulatedDrive unnamed = Nvme();
   unnamed.listing.path = "/dev/nvme2n1";
   unnamed.listing.serial_number = "";
@@ -260,12 +271,12 @@ TEST_F(DriveMonitorsTest, DrivesComeAndGo) {
     (*monitor_)->OnSystemEvent(DriveChange::kAttached);
   world_.runtime.AdvanceBy(5s);
   ASSERT_EQ(life_->DatasetContexts().size(), 2u) << "each drive once, and none that cannot be told apart";
-  EXPECT_EQ(life_->DatasetContexts()[1].item_data().at(L"SerialNumber"), KeyOf("S3CRET-2"));
+  EXPECT_EQ(life_->DatasetContexts()[1].item_data().at(L"SerialNumber"), KeyOf(kOtherSerial));
   EXPECT_EQ(world_.logs.Count(L"/dev/nvme2n1 tells no serial number and cannot be told apart; it is left out"), 1u);
   world_.machine.drives().Set({other});
   (*monitor_)->OnSystemEvent(DriveChange::kDetached);
   world_.runtime.AdvanceBy(24h + 1min);
-  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), std::vector{KeyOf("S3CRET-2")});
+  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), std::vector{KeyOf(kOtherSerial)});
 }
 
 TEST_F(DriveMonitorsTest, NothingIsAskedWithoutConsent) {
@@ -336,7 +347,7 @@ TEST_F(DriveMonitorsTest, AFailingAttributeIsReportedOnce) {
 
 /// A drive whose short self-test takes a while, by the world's clock.
 struct TestedDrive {
-  std::vector<DriveAction> actions;
+  std::vector<DriveAction> actions = {};
   std::uint8_t result = 0;  // What the test comes to.
   bool runs = false;        // One that somebody else began.
   std::chrono::seconds takes{100};
@@ -427,10 +438,7 @@ TEST_F(SelfTestMonitorsTest, IntervalsBelowADayAreRefusedOrRaised) {
             L"SATASelfTestEventMonitor::UpdateThrottleParameters Set RunSelfTestInterval to minimum: 1h"},
         Row{false, L"0d", 2, L"Set RunSelfTestInterval to minimum: 1h"}, Row{false, L"", 0, L""}}) {
     SCOPED_TRACE(testing::Message() << row.nvme << " " << String::UTF16ToUTF8(row.interval));
-    monitor_.reset();
-    life_.reset();
-    std::filesystem::remove_all(world_.folder.path());
-    world_.logs.Clear();
+    Forget();
     tested_ = {};
     SetInterval(row.nvme ? L"PCIe_NVMe_SelfTestResult" : L"SATA_SSD_SelfTestResult", row.interval);
     row.nvme ? Start<PCIeNVMeSelfTestEventMonitor>() : Start<SATASelfTestEventMonitor>();
@@ -459,9 +467,7 @@ TEST_F(SelfTestMonitorsTest, EachTestIsFollowedToItsEnd) {
                              0,
                              L"there is no result of a self-test of Ata: the drive runs one already"}}) {
     SCOPED_TRACE(row.what);
-    monitor_.reset();
-    life_.reset();
-    std::filesystem::remove_all(world_.folder.path());
+    Forget();
     tested_ = row.drive;
     started_.reset();
     SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
@@ -503,6 +509,8 @@ TEST_F(SelfTestMonitorsTest, ContextsNameThoseOfTheOtherDatasets) {
   storage.set_dataset_id(std::wstring(DatasetRowNamed(L"StorageEvent").id));
   storage.set_device_context_id(life_->manager.get_device_context_id());
   ASSERT_EQ(life_->store.LogDatasetContext(storage, KeyOf(kSsdSerial)), 0);
+  monitor_.reset();
+  described_[2]->Set();  // which the stop took back
   Start<SATASelfTestEventMonitor>(true, true);
   EXPECT_EQ(life_->DatasetContexts().at(0).item_data(),
             (ItemData{{L"Model", L"Ata"},

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+#include <set>
 
 #include "client/text/record_time.h"
 #include "client/text/string.h"
+#include "monitors/storage/store_event_monitor.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_event_monitor.h"
 #include "monitors/system/system_bios_event_monitor.h"
@@ -26,6 +28,7 @@ struct Case {
   const DatasetRow& row;
   std::unique_ptr<EventMonitorBase> (*make)(const MonitorServices&);
   const wchar_t* report = nullptr;  ///< The item of its interval; null when it has none.
+  std::size_t devices = 1;          ///< That it describes of the simulated machine.
 };
 
 std::string Name(const Case& monitor) {
@@ -91,7 +94,7 @@ TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
   EXPECT_EQ(life_->DatasetContexts().empty(), GetParam().report == nullptr) << "what goes on describes itself first";
   StartLife(true);
   world_.runtime.AdvanceBy(2min);
-  EXPECT_EQ(life_->DatasetContexts().size(), 1u);
+  EXPECT_EQ(life_->DatasetContexts().size(), GetParam().devices);
   const std::size_t written = life_->Items().size();
   EXPECT_GE(written, 1u);
   life_->consent.given = false;
@@ -105,13 +108,18 @@ TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
 TEST_P(EveryMonitorTest, ANewDeviceIsInitialisedOnceInItsContext) {
   StartLife(true, true);
   const std::vector<ItemEvent> items = life_->Items(L"DeviceInit");
-  ASSERT_EQ(items.size(), 1u);
-  const std::wstring id = life_->DatasetContexts().at(0).dataset_context_id();
-  EXPECT_EQ(items[0].dataset_context_id(), id);
-  EXPECT_EQ(id, String::ToUpper(id));
+  std::set<std::wstring> described;
+  for (const ItemEvent& item : items)
+    described.insert(item.dataset_context_id());
+  std::set<std::wstring> ids;
+  for (const DatasetContext& context : life_->DatasetContexts())
+    ids.insert(String::ToUpper(context.dataset_context_id()));
+  EXPECT_EQ(ids.size(), GetParam().devices);
+  EXPECT_EQ(described, ids);
+  EXPECT_EQ(items.size(), ids.size());
   StartLife();
   EXPECT_TRUE(life_->Items(L"DeviceInit").empty());
-  EXPECT_EQ(life_->DatasetContexts().size(), GetParam().report == nullptr ? 0u : 1u)
+  EXPECT_EQ(life_->DatasetContexts().size(), GetParam().report == nullptr ? 0u : GetParam().devices)
       << "those that report describe what they report of anew with each start";
 }
 
@@ -163,7 +171,8 @@ TEST_P(ReportingMonitorTest, ReportsKeepTheirRhythmOverRestartsAndChanges) {
 }
 
 const Case kReporting[] = {{CpuEventMonitor::kRow, Make<CpuEventMonitor>, L"ReadUsagePerInterval"},
-                           {MemoryEventMonitor::kRow, Make<MemoryEventMonitor>, L"MemoryUsagePerInterval"}};
+                           {MemoryEventMonitor::kRow, Make<MemoryEventMonitor>, L"MemoryUsagePerInterval"},
+                           {StoreEventMonitor::kRow, Make<StoreEventMonitor>, L"ReadVolumePerInterval", 2}};
 const Case kOthers[] = {{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>}};
 
 const auto kNameOfCase = [](const auto& test) { return Name(test.param); };
