@@ -37,7 +37,7 @@ within() {  # SECONDS COMMAND...: the command succeeds before they are over
   shift
   until "$@" >/dev/null 2>&1; do
     [[ $SECONDS -lt $last ]] || return 1
-    sleep 0.2
+    sleep 1
   done
 }
 # The policy in force: the default one, and self-tests each day, which it does not ask for.
@@ -48,7 +48,7 @@ apply_policy() {
   tvkctl policy apply /tmp/policy.json
 }
 records() {  # DATASET: one JSON object a line
-  tvkctl records --format json --dataset "$1"
+  tvkctl --data-dir "${TVK_DATA:-/var/lib/tvk}" records --format json --dataset "$1"
 }
 contexts() {  # DATASET MODEL: what its dataset contexts say of the drives of this model
   records "$1" | jq -c --arg model "$2" 'select(.item_name == null and .item_data.Model == $model) | .item_data'
@@ -64,7 +64,7 @@ has() {  # COUNT COMMAND...: the command prints so many lines
   [[ $("$@" | wc -l) -eq $count ]]
 }
 logged() {  # LOG TEXT: lines of the log with this text
-  grep -hF -- "$2" "/var/log/tvk/$1" || true
+  grep -hF -- "$2" "${TVK_LOGS:-/var/log/tvk}/$1" || true
 }
 
 by_id() { readlink -f "/dev/disk/by-id/$1"; }
