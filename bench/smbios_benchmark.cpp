@@ -6,15 +6,14 @@
 // The second stands beside the first as what a program pays that asks the field's tool instead of reading the table.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "bench/targets.h"
+#include "bench/timed_runs.h"
 #include "client/smbios/smbios_tool.h"
 #include "monitors/system/memory_info.h"
 #include "platform/files.h"
@@ -23,7 +22,6 @@
 namespace {
 
 constexpr int kSlots = 64;
-constexpr int kRepetitions = 9;
 
 testing_support::Table ServerTable() {
   testing_support::Table table;
@@ -39,23 +37,6 @@ testing_support::Table ServerTable() {
   }
   return table.End();
 }
-
-/// Microseconds of the repetitions, by benchmark.
-std::map<std::string, std::vector<double>>& Times() {
-  static std::map<std::string, std::vector<double>> times;
-  return times;
-}
-
-class Reporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      Times()[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
-    }
-  }
-};
 
 void Decode64Slots(benchmark::State& state) {
   SMBiosTool tool(ServerTable().Rsmb());
@@ -88,17 +69,12 @@ BENCHMARK(DmidecodeProcess)->Unit(benchmark::kMicrosecond)->UseRealTime()->Repet
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return EXIT_FAILURE;
-  Reporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nMedians\n");
-  const auto& times = Times();
-  if (times.contains("Decode64Slots")) {
-    PrintTarget("SMBIOS table of 64 modules, decoded, us", Median(times.at("Decode64Slots")), "<", 20);
+  const auto medians = RunTimed(argc, argv);
+  if (medians.contains("Decode64Slots")) {
+    PrintTarget("SMBIOS table of 64 modules, decoded, us", medians.at("Decode64Slots"), "<", 20);
   }
-  if (times.contains("DmidecodeProcess")) {
-    PrintFigure("  the same by a dmidecode process, us", Median(times.at("DmidecodeProcess")));
+  if (medians.contains("DmidecodeProcess")) {
+    PrintFigure("  the same by a dmidecode process, us", medians.at("DmidecodeProcess"));
   }
   return AllTargetsMet() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

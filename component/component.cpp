@@ -20,9 +20,9 @@ class ProcessEventManager final : public EventManager {
  public:
   ProcessEventManager(TVK::Composition& composition, SERVICE_STATUS_HANDLE handle)
       : EventManager(composition.manager_services(), handle), composition_(composition) {
-    composition_.FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); });
+    composition_.FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); }, handle);
   }
-  ~ProcessEventManager() override { composition_.FollowSystemEvents(nullptr); }
+  ~ProcessEventManager() override { composition_.FollowSystemEvents(nullptr, nullptr); }
   ProcessEventManager(const ProcessEventManager&) = delete;
   ProcessEventManager& operator=(const ProcessEventManager&) = delete;
 

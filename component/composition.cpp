@@ -66,9 +66,9 @@ Composition::Opening Composition::Start() {
   return opening;
 }
 
-void Composition::FollowSystemEvents(platform::SystemEventCallback receiver) {
+void Composition::FollowSystemEvents(platform::SystemEventCallback receiver, void* service) {
   system_events_.reset();
-  if (receiver) system_events_.emplace(machine_.system_events(), runtime_, std::move(receiver));
+  if (receiver) system_events_.emplace(machine_.system_events(), runtime_, service, std::move(receiver));
 }
 
 void Composition::RereadPolicy() {

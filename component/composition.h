@@ -63,7 +63,8 @@ class Composition {
   TVKPublisherSubscriber& bus() { return bus_; }
 
   /// Hands the system's own events to `receiver` in the place of the one before, until the end; null: to nobody.
-  void FollowSystemEvents(platform::SystemEventCallback receiver);
+  /// `service`: see SystemEvents::Open.
+  void FollowSystemEvents(platform::SystemEventCallback receiver, void* service);
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();
   /// See Component. Any thread.

@@ -1,5 +1,6 @@
 #include "framework/dataset_monitor.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/log/named_event.h"
@@ -166,8 +167,8 @@ std::vector<std::wstring> DatasetMonitor::DescribedKeys() {
 }
 
 bool DatasetMonitor::HasContext(const std::wstring& device_key) {
-  const std::lock_guard lock(context_mutex_);
-  return context_ids_.contains(device_key);
+  const std::vector<std::wstring> keys = DescribedKeys();
+  return std::ranges::find(keys, device_key) != keys.end();
 }
 
 int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,

@@ -85,7 +85,8 @@ class DatasetMonitor : public EventMonitorBase {
   bool Admits() const { return services().consent.Admits(identity_.row); }
   /// Whether it may tell of use now, too.
   bool AdmitsUse() const { return services().consent.Admits(RowFor(true)); }
-  /// Whether the device has a dataset context, so that its items can be written.
+  /// Whether the device has a dataset context, so that its items can be written. Contexts that are owed are written
+  /// first.
   bool HasContext(const std::wstring& device_key);
   /// "Class::name", as log lines name their caller.
   std::wstring Operation(std::wstring_view name) const;

@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::copy_n(data, size, copy.get());
   const auto drive = platform::DecodeDriveDescriptor(std::span<const std::uint8_t>(copy.get(), size));
   if (!drive) return 0;
-  for (const std::string& text : {drive->model, drive->firmware_version}) {
+  for (const std::string& text : {drive->model, drive->firmware_version, drive->serial_number}) {
     const bool clean = std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
     if (!clean || text.starts_with(' ') || text.ends_with(' ')) std::abort();
   }

@@ -8,11 +8,11 @@ using TVK::String;
 
 namespace TVK {
 
-SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime,
+SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime, void* service,
                                    platform::SystemEventCallback receiver)
     : receiver_(std::move(receiver)) {
   utility::InitLog(log_, L"SystemEvents.log", 4);
-  platform::SystemEventOpening opening = events.Open(runtime, [this](const platform::SystemEvent& event) {
+  const auto relay = [this](const platform::SystemEvent& event) {
     try {
       receiver_(event);
     } catch (const std::exception& failure) {
@@ -20,9 +20,10 @@ SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Run
     } catch (...) {
       log_.e(L"SystemEventRelay: an event was lost");
     }
-  });
+  };
+  platform::SystemEventOpening opening = events.Open(runtime, relay, service);
   if (!opening.problem.empty()) {
-    log_.e(L"SystemEventRelay: power and sleep are not followed: %s", String::UTF8ToUTF16(opening.problem));
+    log_.e(L"SystemEventRelay: not all of the system's events are followed: %s", String::UTF8ToUTF16(opening.problem));
   }
   source_ = std::move(opening.source);
 }

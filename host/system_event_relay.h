@@ -12,8 +12,9 @@ namespace TVK {
 class SystemEventRelay {
  public:
   /// `receiver` is called on a thread of the source, one event at a time; an exception of it ends in the log. `events`
-  /// and `runtime` must outlive the object.
-  SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime, platform::SystemEventCallback receiver);
+  /// and `runtime` must outlive the object. `service`: see SystemEvents::Open.
+  SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime, void* service,
+                   platform::SystemEventCallback receiver);
   SystemEventRelay(const SystemEventRelay&) = delete;
   SystemEventRelay& operator=(const SystemEventRelay&) = delete;
   ~SystemEventRelay() = default;

@@ -21,7 +21,7 @@ TEST(SystemEventRelayTest, HandsEventsOnWhileItLivesWhateverTheReceiverThrows) {
   platform::SimulatedSystemEvents events;
   std::vector<SystemEvent> received;
   {
-    const SystemEventRelay relay(events, runtime, [&](const SystemEvent& event) {
+    const SystemEventRelay relay(events, runtime, nullptr, [&](const SystemEvent& event) {
       received.push_back(event);
       if (received.size() == 1) throw std::runtime_error("told to fail");
     });
@@ -35,14 +35,15 @@ TEST(SystemEventRelayTest, HandsEventsOnWhileItLivesWhateverTheReceiverThrows) {
 
 TEST(SystemEventRelayTest, AProblemIsLogged) {
   class Refused final : public platform::SystemEvents {
-    platform::SystemEventOpening Open(platform::Runtime& /*runtime*/, platform::SystemEventCallback /*call*/) override {
+    platform::SystemEventOpening Open(platform::Runtime& /*runtime*/, platform::SystemEventCallback /*call*/,
+                                      void* /*service*/) override {
       return {nullptr, "no more descriptors"};
     }
   };
   const LogCapture logs;
   platform::VirtualRuntime runtime;
   Refused events;
-  const SystemEventRelay relay(events, runtime, [](const SystemEvent&) {});
+  const SystemEventRelay relay(events, runtime, nullptr, [](const SystemEvent&) {});
   EXPECT_TRUE(logs.Has(L"no more descriptors"));
 }
 

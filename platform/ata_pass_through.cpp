@@ -140,7 +140,7 @@ AtaPassThroughOutcome ReadAtaPassThrough(std::uint8_t status, const SenseData& s
   } else if (sense.key == kIllegalRequest) {
     outcome.answer.result = DriveResult::kNotSupported;
     outcome.is_unknown_command = true;
-  } else if (sense.key == kAbortedCommand && sense.code == 0) {
+  } else if (sense.key == kAbortedCommand && sense.code == 0 && !sense.registers) {
     // A bridge that keeps the registers to itself: so a drive answers what it does not know.
     outcome.answer.result = DriveResult::kNotSupported;
   }

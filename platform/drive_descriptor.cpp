@@ -1,8 +1,11 @@
 #include "platform/drive_descriptor.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstddef>
 #include <string>
+#include <system_error>
 
 #include "platform/drive_text.h"
 #include "platform/little_endian.h"
@@ -26,6 +29,21 @@ std::string Text(std::span<const std::uint8_t> bytes, std::size_t where) {
   const auto text = bytes.subspan(begin);
   const auto end = std::ranges::find(text, 0);
   return DriveText(text.first(static_cast<std::size_t>(end - text.begin())));
+}
+
+// Some drivers give the 20 characters of an ATA serial number as hexadecimal digits, and in the order of the drive's
+// words, in which each two characters are swapped. No drive has a number of its own that long.
+std::string SerialNumber(const std::string& text) {
+  constexpr std::size_t kCharacters = 20;
+  if (text.size() != 2 * kCharacters) return text;
+  std::array<std::uint8_t, kCharacters> number{};
+  for (std::size_t i = 0; i < kCharacters; ++i) {
+    const char* const digits = text.data() + 2 * i;
+    std::uint8_t& byte = number[i ^ 1];
+    const auto [end, error] = std::from_chars(digits, digits + 2, byte, 16);
+    if (error != std::errc() || end != digits + 2 || byte < 0x20 || byte >= 0x7F) return text;
+  }
+  return DriveText(number);
 }
 
 // STORAGE_BUS_TYPE.
@@ -71,7 +89,7 @@ std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> 
   if (!drive.model.empty() && !product.empty()) drive.model += ' ';
   drive.model += product;
   drive.firmware_version = Text(bytes, kProductRevisionOffset);
-  drive.serial_number = Text(bytes, kSerialNumberOffset);
+  drive.serial_number = SerialNumber(Text(bytes, kSerialNumberOffset));
   return drive;
 }
 

@@ -10,7 +10,8 @@
 
 namespace platform {
 
-/// Bus, model, firmware and removable medium; the path and the rest stay as they are by default. A text that lies
+/// Bus, model, firmware, serial number (decoded where the driver gives the hexadecimal digits of its characters) and
+/// removable medium; the path and the rest stay as they are by default. A text that lies
 /// outside the bytes is absent. Nothing when there are fewer bytes than the fixed part has, and for a drive that is
 /// made of a file or of other drives.
 std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> bytes);

@@ -76,6 +76,19 @@ TEST(DriveDescriptorTest, TellsBusModelAndFirmware) {
     EXPECT_EQ(drive->firmware_version, row.drive.firmware_version);
     EXPECT_EQ(drive->removable, row.drive.removable);
   }
+  for (const auto& [told, number] : std::vector<std::pair<std::string, std::string>>{
+           {"  WD-1234  ", "WD-1234"},
+           {"", ""},
+           {"   ", ""},
+           {"2020202057202d44323134333635383730394241", "WD-1234567890AB"},  // of the characters, in pairs
+           {"2020202057202D44323134333635383730394241", "WD-1234567890AB"},
+           {"4457312d323334353637383930412020202020 1", "4457312d323334353637383930412020202020 1"},
+           {"2020202057202d4432313433363538373039424g", "2020202057202d4432313433363538373039424g"},
+           {"2020202057202d4432313433363538373039421F", "2020202057202d4432313433363538373039421F"},
+           {"2020202057202d443231343336353837303942", "2020202057202d443231343336353837303942"},
+       }) {
+    EXPECT_EQ(DecodeDriveDescriptor(Descriptor(0x0B, {"", "", "", told}))->serial_number, number);
+  }
   for (const std::uint32_t made_of_others : {0x0F, 0x10})
     EXPECT_FALSE(DecodeDriveDescriptor(Descriptor(made_of_others, {"Msft", "Virtual Disk"})));
   const Bytes fixed = Descriptor(0x11, {});

@@ -80,7 +80,8 @@ enum class DrivePower {
 /// the middle of its own error recovery does. The system may take longer yet where the drive hangs.
 inline constexpr std::chrono::seconds kDriveCommandLimit{10};
 
-/// One opened drive. One thread at a time.
+/// One opened drive. One thread at a time. Hold it no longer than it is asked: on Windows the user cannot eject it
+/// meanwhile.
 class Drive {
  public:
   Drive() = default;

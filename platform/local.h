@@ -20,7 +20,8 @@ std::unique_ptr<Runtime> MakeRealRuntime(RealRuntimeOptions options);
 
 struct LocalMachineOptions {
   /// Folder below which every file of the machine is read: "/" for this computer, or a recorded tree of another one.
-  /// Linux only; elsewhere it must be empty or "/".
+  /// Linux only; elsewhere it must be empty or "/". The drives of a tree with a folder "drives" are those that
+  /// drive_recording.h reads from it; without one they are listed by its /sys, and none can be asked.
   std::filesystem::path sysroot = "/";
 };
 

@@ -10,8 +10,9 @@
 
 namespace platform {
 
-/// The bytes behind `event_data` as the control and its event type promise them: a POWERBROADCAST_SETTING of the length
-/// that it states, or a WTSSESSION_NOTIFICATION. Empty for other controls and for a null pointer.
+/// The bytes behind `event_data` as the control and its event type promise them: a POWERBROADCAST_SETTING or a
+/// DEV_BROADCAST_HDR of the length that it states, or a WTSSESSION_NOTIFICATION. Empty for other controls and for a
+/// null pointer.
 std::span<const std::uint8_t> ServiceControlData(unsigned long control, unsigned long event_type,
                                                  const void* event_data);
 

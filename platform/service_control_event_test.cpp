@@ -26,6 +26,14 @@ TEST(ServiceControlEventTest, EachControlMeansItsEventOrNone) {
   using Expected = std::optional<SystemEvent>;
   const auto session = [](SessionChangeKind kind) { return SystemEvent(SessionChange{kind, 0x01020304}); };
   const Bytes of_session = {8, 0, 0, 0, 4, 3, 2, 1};
+  const auto device = [](std::uint8_t size, std::uint8_t kind, std::uint8_t guid_begin) {
+    Bytes bytes = {size, 0, 0, 0, kind, 0, 0, 0, 0, 0, 0, 0};  // of {53f56307-b6bf-11d0-94f2-00a0c91efb8b}
+    for (const int byte : {guid_begin + 0, 0x63, 0xF5, 0x53, 0xBF, 0xB6,     0xD0, 0x11, 0x94, 0xF2, 0,
+                           0xA0,           0xC9, 0x1E, 0xFB, 0x8B, int{'x'}, 0,    0,    0})
+      bytes.push_back(static_cast<std::uint8_t>(byte));
+    return bytes;
+  };
+  const Bytes disk = device(32, 5, 7);
   struct Row {
     unsigned long control, type;
     Bytes data;
@@ -57,6 +65,16 @@ TEST(ServiceControlEventTest, EachControlMeansItsEventOrNone) {
            Row{14, 5, {8, 0, 0, 0, 4, 3, 2}, {}},
            Row{14, 5, {7, 0, 0, 0, 4, 3, 2, 1}, {}},
            Row{14, 5, {}, {}},
+           Row{11, 0x8000, disk, DriveChange::kAttached},
+           Row{11, 0x8004, disk, DriveChange::kDetached},
+           Row{11, 0x8001, disk, {}},  // only asked whether it may go
+           Row{11, 0x8000, Bytes(disk.begin(), disk.end() - 4), {}},
+           Row{11, 0x8000, Bytes(disk.begin(), disk.begin() + 11), {}},
+           Row{11, 0x8000, device(27, 5, 7), {}},  // ends before its class does
+           Row{11, 0x8000, device(33, 5, 7), {}},
+           Row{11, 0x8000, device(32, 6, 7), {}},  // a handle's
+           Row{11, 0x8000, device(32, 5, 8), {}},  // another class
+           Row{11, 0x8000, {}, {}},
            Row{1, 0x04, {}, {}},
            Row{12, 5, of_session, {}},
        }) {

@@ -40,15 +40,19 @@ class SystemEvents {
   /// Changes only: who needs the present state reads it from Power after the opening. Nothing wakes up while nothing
   /// happens. `runtime` and the machine must outlive the source.
   ///
-  /// Windows has no source of its own: its events come to the service's control handler (service_control_event.h).
+  /// Windows calls nobody back: its events come to the service's control handler (service_control_event.h). There the
+  /// source is the service's wish to be told of drives, too; `service` is its SERVICE_STATUS_HANDLE, which has to stay
+  /// valid as long. Null: no service, which is told nothing. Other systems do not look at it.
   /// A recorded machine tells nothing.
-  virtual SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) = 0;
+  virtual SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback, void* service = nullptr) = 0;
 };
 
 /// Of a machine without a source of its own.
 class NoSystemEvents final : public SystemEvents {
  public:
-  SystemEventOpening Open(Runtime& /*runtime*/, SystemEventCallback /*callback*/) override { return {}; }
+  SystemEventOpening Open(Runtime& /*runtime*/, SystemEventCallback /*callback*/, void* /*service*/) override {
+    return {};
+  }
 };
 
 }  // namespace platform

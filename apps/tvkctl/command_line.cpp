@@ -11,6 +11,7 @@
 #include "apps/empty_values.h"
 #include "apps/exit_code.h"
 #include "apps/tvkctl/inspect_commands.h"
+#include "apps/tvkctl/inspect_drives.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/records_command.h"
 #include "client/identity/machine_services.h"
@@ -38,7 +39,7 @@ struct Texts {
   std::optional<std::uint64_t> limit;
   bool follow = false;
   std::string policy_file, scope, target;
-  std::string smbios_file, sysroot;
+  std::string smbios_file, sysroot, record_folder;
   bool json = false;
 };
 
@@ -95,11 +96,20 @@ class Run {
   int Inspect(Inspection inspection) const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    const std::string name = texts_.sysroot.empty() ? "this machine" : texts_.sysroot;
-    return inspection({platform::PathFromUtf8(texts_.smbios_file), texts_.json, name}, *machine, out_, errors_);
+    return inspection({platform::PathFromUtf8(texts_.smbios_file), texts_.json, MachineName()}, *machine, out_,
+                      errors_);
+  }
+
+  int InspectDrives() const {
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    return RunInspectDrives({platform::PathFromUtf8(texts_.record_folder), texts_.json, MachineName()}, *machine, out_,
+                            errors_);
   }
 
  private:
+  std::string MachineName() const { return texts_.sysroot.empty() ? "this machine" : texts_.sysroot; }
+
   /// This machine or the recorded one; null, and a line, when there is no such folder or no way to read one.
   std::unique_ptr<platform::Machine> OpenMachine() const {
     platform::LocalMachineOptions options;
@@ -185,12 +195,12 @@ void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
 void AddInspect(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const inspect = app.add_subcommand("inspect", "Show what the collectors read from the machine");
   inspect->require_subcommand(0, 1);
-  const auto add = [&](const char* name, const char* help, Run::Inspection inspection) {
+  const auto add = [&](const char* name, const char* help, const Work& inspection) {
     CLI::App* const command = inspect->add_subcommand(name, help);
     command->add_option("--sysroot", texts.sysroot, "Read a recorded machine's files below this folder (Linux)")
         ->type_name("DIR");
     command->add_flag("--json", texts.json, "One JSON object");
-    command->callback([&work, inspection] { work = [inspection](const Run& run) { return run.Inspect(inspection); }; });
+    command->callback([&work, inspection] { work = inspection; });
     return command;
   };
   const auto add_smbios = [&texts](CLI::App* command) {
@@ -200,10 +210,16 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
         ->type_name("FILE")
         ->excludes("--sysroot");
   };
-  add("cpu", "The processors' facts; cache sizes in bytes", RunInspectCpu);
-  add_smbios(add("memory", "The memory modules and the machine's totals", RunInspectMemory));
-  add_smbios(add("firmware", "BIOS, system and baseboard; serial numbers hashed", RunInspectFirmware));
-  add("drives", "The drives, as the system knows them", RunInspectDrives);
+  const auto by = [](Run::Inspection inspection) {
+    return [inspection](const Run& run) { return run.Inspect(inspection); };
+  };
+  add("cpu", "The processors' facts; cache sizes in bytes", by(RunInspectCpu));
+  add_smbios(add("memory", "The memory modules and the machine's totals", by(RunInspectMemory)));
+  add_smbios(add("firmware", "BIOS, system and baseboard; serial numbers hashed", by(RunInspectFirmware)));
+  add("drives", "The drives, as the system knows them; serial numbers hashed", &Run::InspectDrives)
+      ->add_option("--record", texts.record_folder,
+                   "Ask the drives, too, and write what they answer below this folder, serial numbers blanked")
+      ->type_name("DIR");
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <tuple>
 
 #include "apps/tvkctl/inspect_commands.h"
-#include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_machine.h"
 #include "platform/simulated/simulated_processors.h"
@@ -110,6 +109,8 @@ TEST_F(CommandLineTest, GivesTheExitCodesThatHelpLists) {
            {{"inspect", "cpu", "--sysroot", folder + "/absent"}, 2, "no such folder"},
            {{"inspect", "memory", "--smbios", folder + "/absent"}, 2, "absent"},
            {{"inspect", "drives", "--smbios", good}, 1, "--smbios"},
+           {{"inspect", "drives", "--record", ""}, 1, "--record: the value is empty"},
+           {{"inspect", "drives", "--sysroot", folder, "--record", folder}, 3, "nothing tells of its drives"},
            {{"inspect", "firmware", "--smbios", good}, 2, "neither an SMBIOS dump nor an RSMB table"},
            {{"inspect", "memory", "--smbios", damaged}, 2, "holds no whole structure"},
            {{"inspect", "firmware", "--smbios", damaged}, 2, "holds no whole structure"},
@@ -163,29 +164,6 @@ TEST_F(CommandLineTest, InspectFirmwareShowsNoSerialNumberAndNoControlCharacter)
   EXPECT_NE(out_.str().find("Book.[2J"), std::string::npos);
 }
 
-TEST(InspectCommandsTest, ShowsTheDrives) {
-  platform::SimulatedMachine machine;
-  machine.drives().Change([](auto& drives) {
-    drives.push_back(
-        {.listing = {.path = "/dev/sdb", .bus = platform::DriveBus::kUsb, .model = "Stick\x1b[2J", .removable = true}});
-  });
-  const auto run = [&](bool json) {
-    std::ostringstream out;
-    std::ostringstream errors;
-    EXPECT_EQ(RunInspectDrives({.smbios_file = {}, .json = json, .machine_name = {}}, machine, out, errors), 0);
-    return out.str();
-  };
-  EXPECT_EQ(run(true),
-            R"({"drives":[{"bus":"NVMe","bytes":512110190592,"firmware":"1.0","model":"Contoso NVMe 512GB",)"
-            R"("path":"/dev/nvme0n1","removable":false,"rotating":false},{"bus":"USB","bytes":0,"firmware":"",)"
-            R"("model":"Stick?[2J","path":"/dev/sdb","removable":true,"rotating":null}]})"
-            "\n");
-  const std::string text = run(false);
-  EXPECT_NE(text.find("/dev/nvme0n1  NVMe  512110190592  no        no         Contoso NVMe 512GB  1.0"), text.npos)
-      << text;
-  EXPECT_NE(text.find("/dev/sdb      USB   0                       yes        Stick.[2J"), text.npos) << text;
-}
-
 TEST(InspectCommandsTest, SaysWhatIsWrongWithTheMachine) {
   struct Row {
     const char* what;
@@ -208,10 +186,8 @@ TEST(InspectCommandsTest, SaysWhatIsWrongWithTheMachine) {
       if (!row.system_knows) state.facts = {};
     });
     machine.processors().Change([](auto& state) { state.topology = {}; });
-    machine.drives().Set({});
     for (const auto& [inspect, exit_code, said] : {std::tuple(&RunInspectMemory, row.memory, row.said),
                                                    {&RunInspectFirmware, row.firmware, row.said},
-                                                   {&RunInspectDrives, 3, "nothing tells of its drives"},
                                                    {&RunInspectCpu, 3, "nothing tells of its processors"}}) {
       SCOPED_TRACE(testing::Message() << row.what << ", " << said);
       std::ostringstream out;

@@ -17,7 +17,6 @@
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_info.h"
 #include "monitors/system/system_bios_info.h"
-#include "platform/drives.h"
 #include "platform/files.h"
 #include "platform/memory.h"
 #include "platform/processors.h"
@@ -174,47 +173,6 @@ std::optional<TVK::SmbiosIdentity> ReadIdentity(const InspectOptions& options, p
   return identity;
 }
 
-std::string BusName(platform::DriveBus bus) {
-  switch (bus) {
-    case platform::DriveBus::kNvme:
-      return "NVMe";
-    case platform::DriveBus::kAta:
-      return "ATA";
-    case platform::DriveBus::kUsb:
-      return "USB";
-    case platform::DriveBus::kScsi:
-      return "SCSI";
-    case platform::DriveBus::kCard:
-      return "card";
-    case platform::DriveBus::kOther:
-      break;
-  }
-  return "other";
-}
-
-Json::Value ToJson(const platform::DriveListing& drive) {
-  Json::Value value;
-  value["path"] = drive.path;
-  value["bus"] = BusName(drive.bus);
-  value["bytes"] = Json::UInt64(drive.bytes);
-  value["rotating"] = drive.rotating ? Json::Value(*drive.rotating) : Json::Value();
-  value["removable"] = drive.removable;
-  value["model"] = TVK::HarmlessText(drive.model);
-  value["firmware"] = TVK::HarmlessText(drive.firmware_version);
-  return value;
-}
-
-void WriteDrivesText(const std::vector<platform::DriveListing>& drives, std::ostream& out) {
-  Rows rows = {{L"PATH", L"BUS", L"BYTES", L"ROTATING", L"REMOVABLE", L"MODEL", L"FIRMWARE"}};
-  const auto yes = [](bool is) { return is ? L"yes" : L"no"; };
-  for (const platform::DriveListing& drive : drives) {
-    rows.push_back({String::UTF8ToUTF16(drive.path), String::UTF8ToUTF16(BusName(drive.bus)),
-                    std::to_wstring(drive.bytes), drive.rotating ? yes(*drive.rotating) : L"", yes(drive.removable),
-                    String::UTF8ToUTF16(drive.model), String::UTF8ToUTF16(drive.firmware_version)});
-  }
-  WriteColumns(rows, out);
-}
-
 }  // namespace
 
 int RunInspectCpu(const InspectOptions& options, platform::Machine& machine, std::ostream& out, std::ostream& errors) {
@@ -257,24 +215,6 @@ int RunInspectFirmware(const InspectOptions& options, platform::Machine& machine
   Json::Value value = ToJson(BiosData(*identity));
   value["system"] = ToJson(SystemData(*identity));
   value["baseboard"] = ToJson(BoardData(*identity));
-  WriteJsonLine(value, out);
-  return kExitOk;
-}
-
-int RunInspectDrives(const InspectOptions& options, platform::Machine& machine, std::ostream& out,
-                     std::ostream& errors) {
-  const std::vector<platform::DriveListing> drives = machine.drives().List();
-  if (drives.empty()) {
-    Complain(options.machine_name, "nothing tells of its drives", errors);
-    return kExitFailed;
-  }
-  if (!options.json) {
-    WriteDrivesText(drives, out);
-    return kExitOk;
-  }
-  Json::Value value;
-  for (const platform::DriveListing& drive : drives)
-    value["drives"].append(ToJson(drive));
   WriteJsonLine(value, out);
   return kExitOk;
 }

@@ -29,8 +29,4 @@ int RunInspectMemory(const InspectOptions& options, platform::Machine& machine, 
 int RunInspectFirmware(const InspectOptions& options, platform::Machine& machine, std::ostream& out,
                        std::ostream& errors);
 
-/// The drives that are attached: path, bus, size in bytes, model, firmware; what the system knows without asking them.
-int RunInspectDrives(const InspectOptions& options, platform::Machine& machine, std::ostream& out,
-                     std::ostream& errors);
-
 }  // namespace tvkctl

@@ -16,20 +16,6 @@
 
 namespace StorageCollector {
 
-/// One attribute of a drive under the name that a dataset gives it.
-class HardDiskSmartInfo {
- public:
-  HardDiskSmartInfo(std::wstring name, TVK::AtaAttribute attribute)
-      : name_(std::move(name)), attribute_(std::move(attribute)) {}
-
-  const std::wstring& getName() const { return name_; }
-  const TVK::AtaAttribute& getAttribute() const { return attribute_; }
-
- private:
-  std::wstring name_;
-  TVK::AtaAttribute attribute_;
-};
-
 /// Which kind of drive it is, as the datasets tell them apart.
 enum class DriveKind {
   kNvme,

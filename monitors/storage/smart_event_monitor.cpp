@@ -29,8 +29,8 @@ constexpr TVK::SmartMonitorTraits kTraits = {
 };
 
 /// What the store keeps of a drive's last finding, "ReallocatedSectorCount=12".
-TVK::DatasetState StateOf(const std::wstring& key, const TVK::SmartCheckEntry& found) {
-  return {L"threshold " + key, found.name + L"=" + std::to_wstring(found.value)};
+TVK::DatasetState StateOf(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found) {
+  return {L"threshold " + key, found.getName() + L"=" + std::to_wstring(found.getAttribute().normalized)};
 }
 
 }  // namespace
@@ -83,16 +83,16 @@ void SmartEventMonitor::CheckThresholds() {
   }
 }
 
-bool SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const TVK::SmartCheckEntry& found,
+bool SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found,
                                             const ItemData& data) {
   const TVK::DatasetState now = StateOf(key, found);
   std::wstring kept;
   services().store.GetState(dataset_id, now.key, kept);
   const auto equals = kept.find(L'=');
-  log_.d(L"%s: SmartCheckEntry found %s, existed %s=%s", Operation(L"CheckThresholdEntry"), found.name,
+  log_.d(L"%s: SmartCheckEntry found %s, existed %s=%s", Operation(L"CheckThresholdEntry"), found.getName(),
          kept.substr(0, equals), equals == kept.npos ? std::wstring() : kept.substr(equals + 1));
   if (kept == now.value) return false;
-  const auto attribute = data.find(found.name);
+  const auto attribute = data.find(found.getName());
   ItemData finding;
   if (attribute != data.end()) finding.insert(*attribute);
   return WriteItem(kThreshold, std::move(finding), key, now) == 0;

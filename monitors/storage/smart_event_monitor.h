@@ -20,7 +20,8 @@ class SmartEventMonitor final : public TVK::SmartMonitor {
 
   /// Reports the finding of a drive as "ThresholdExceedsCondition", unless it is the one that was reported of it last,
   /// which the store keeps. `data`: the drive's attributes, as records have them. Whether it was reported.
-  bool CheckThresholdEntry(const std::wstring& key, const TVK::SmartCheckEntry& found, const ItemData& data);
+  bool CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found,
+                           const ItemData& data);
 
  protected:
   bool Qualifies(const StorageCollector::HardDisk& drive) const override;

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <iterator>
 #include <string_view>
+#include <tuple>
 
 #include "client/text/decimal_text.h"
 
@@ -13,17 +16,32 @@ constexpr wchar_t kNothingNamed[] = L"the drive tells no attribute that has a na
 /// A text of limited length, put together without a format and without growing: a sector has thirty of them.
 class TextBuilder {
  public:
-  TextBuilder& Add(std::wstring_view text) {
-    end_ = std::ranges::copy(text, end_).out;
+  template <std::size_t N>
+  TextBuilder& Add(const wchar_t (&text)[N]) {
+    end_ = std::copy_n(text, N - 1, end_);
     return *this;
   }
-  TextBuilder& Add(std::uint64_t number) { return Add(TVK::DecimalText(number).view()); }
-  std::wstring_view text() { return {characters_.data(), end_}; }
+  TextBuilder& Add(std::uint64_t number) {
+    const TVK::DecimalText digits(number);
+    end_ = std::ranges::copy(digits.view(), end_).out;
+    return *this;
+  }
+  std::wstring text() const { return std::wstring(characters_.data(), static_cast<const wchar_t*>(end_)); }
 
  private:
   std::array<wchar_t, 128> characters_;  // four numbers, the longest of 48 bits, and the 57 characters between them
   wchar_t* end_ = characters_.data();
 };
+
+std::wstring ValueText(const TVK::AtaAttribute& attribute, bool with_threshold) {
+  TextBuilder text;
+  text.Add(L"{ \"raw\": \"").Add(attribute.raw);
+  text.Add(L"\",\"normalized\": \"").Add(attribute.normalized);
+  text.Add(L"\",\"threshold\": \"");
+  if (with_threshold && attribute.threshold) text.Add(*attribute.threshold);
+  text.Add(L"\",\"worst\": \"").Add(attribute.worst).Add(L"\"}");
+  return text.text();
+}
 
 bool IsFailing(const TVK::AtaAttribute& attribute) {
   return attribute.normalized != 0 && attribute.threshold && attribute.normalized <= *attribute.threshold;
@@ -59,37 +77,38 @@ std::optional<ItemData> SmartInfo::ToItemData(const TVK::AtaSmart& smart) const 
 }
 
 bool SmartInfo::Fill(const TVK::AtaSmart& smart, bool with_thresholds, ItemData& data) const {
-  bool found = false;
+  // In the order of the names, so that each entry finds its place beside the one before it.
+  std::array<const TVK::AtaAttribute*, std::tuple_size_v<TVK::SmartNames>> by_rank = {};
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
-    const wchar_t* const name = names_[attribute.id];
-    if (name == nullptr) continue;
-    TextBuilder text;
-    text.Add(L"{ \"raw\": \"").Add(attribute.raw);
-    text.Add(L"\",\"normalized\": \"").Add(attribute.normalized);
-    text.Add(L"\",\"threshold\": \"");
-    if (with_thresholds && attribute.threshold) text.Add(*attribute.threshold);
-    text.Add(L"\",\"worst\": \"").Add(attribute.worst).Add(L"\"}");
-    data[name] = text.text();
+    const TVK::SmartName& name = names_[attribute.id];
+    if (!name.text.empty()) by_rank[name.rank] = &attribute;
+  }
+  bool found = false;
+  auto next = data.begin();
+  for (const TVK::AtaAttribute* const attribute : by_rank) {
+    if (attribute == nullptr) continue;
+    const auto entry =
+        data.insert_or_assign(next, std::wstring(names_[attribute->id].text), ValueText(*attribute, with_thresholds));
+    next = std::next(entry);
     found = true;
   }
   return found;
 }
 
-std::optional<TVK::SmartCheckEntry> SmartInfo::FoundPredictFailure(const TVK::AtaSmart& smart) const {
-  const std::vector<TVK::SmartCheckEntry> failures = PredictedFailures(smart);
+std::optional<StorageCollector::HardDiskSmartInfo> SmartInfo::FoundPredictFailure(const TVK::AtaSmart& smart) const {
+  const std::vector<StorageCollector::HardDiskSmartInfo> failures = PredictedFailures(smart);
   if (failures.empty()) return std::nullopt;
-  const TVK::SmartCheckEntry& first = failures.front();
-  log_.i(L"SmartInfo::FoundPredictFailure: %s,value=%d,worst=%d,thresh=%d", first.name, first.value, first.worst,
-         first.threshold);
+  const StorageCollector::HardDiskSmartInfo& first = failures.front();
+  log_.i(L"SmartInfo::FoundPredictFailure: %s,value=%d,worst=%d,thresh=%d", first.getName(),
+         first.getAttribute().normalized, first.getAttribute().worst, *first.getAttribute().threshold);
   return first;
 }
 
-std::vector<TVK::SmartCheckEntry> SmartInfo::PredictedFailures(const TVK::AtaSmart& smart) const {
-  std::vector<TVK::SmartCheckEntry> failures;
+std::vector<StorageCollector::HardDiskSmartInfo> SmartInfo::PredictedFailures(const TVK::AtaSmart& smart) const {
+  std::vector<StorageCollector::HardDiskSmartInfo> failures;
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
-    const wchar_t* const name = names_[attribute.id];
-    if (name != nullptr && IsFailing(attribute))
-      failures.push_back({name, attribute.normalized, attribute.worst, *attribute.threshold});
+    const std::wstring_view name = names_[attribute.id].text;
+    if (!name.empty() && IsFailing(attribute)) failures.emplace_back(std::wstring(name), attribute);
   }
   return failures;
 }

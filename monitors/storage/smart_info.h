@@ -8,22 +8,9 @@
 
 #include "client/log/log.h"
 #include "client/storage/ata_smart.h"
+#include "client/storage/hard_disk_smart_info.h"
 #include "monitors/storage/smart_names.h"
 #include "tvk/records.h"
-
-namespace TVK {
-
-/// An attribute that is at or below its threshold.
-struct SmartCheckEntry {
-  std::wstring name;
-  std::uint8_t value = 0;  ///< The normalized one.
-  std::uint8_t worst = 0;
-  std::uint8_t threshold = 0;
-
-  bool operator==(const SmartCheckEntry&) const = default;
-};
-
-}  // namespace TVK
 
 /// Every ATA drive, by the generic names. Any thread, as long as the log lives.
 class SmartInfo {
@@ -49,10 +36,10 @@ class SmartInfo {
 
   /// The first attribute in the sector that has a name, a value above 0 and a known threshold, and is not above that;
   /// it goes into the log. Nothing when all is well.
-  std::optional<TVK::SmartCheckEntry> FoundPredictFailure(const TVK::AtaSmart& smart) const;
+  std::optional<StorageCollector::HardDiskSmartInfo> FoundPredictFailure(const TVK::AtaSmart& smart) const;
 
   /// All such attributes, in the order of the sector.
-  std::vector<TVK::SmartCheckEntry> PredictedFailures(const TVK::AtaSmart& smart) const;
+  std::vector<StorageCollector::HardDiskSmartInfo> PredictedFailures(const TVK::AtaSmart& smart) const;
 
  protected:
   /// `class_name` begins the lines in the log. Both must outlive the object.

@@ -28,10 +28,10 @@ class SmartInfoTest : public testing::Test {
 
 TEST_F(SmartInfoTest, NamesTheAttributesOfItsTable) {
   for (const auto& [names, ids, different] : {std::tuple(&kSataSmartNames, 35, 35u), {&kGenericSmartNames, 80, 75u}}) {
-    std::set<std::wstring> texts;
-    for (const wchar_t* const name : *names)
-      if (name != nullptr) texts.insert(name);
-    EXPECT_EQ(256 - std::ranges::count(*names, nullptr), ids);
+    std::set<std::wstring_view> texts;
+    for (const SmartName& name : *names)
+      if (!name.text.empty()) texts.insert(name.text);
+    EXPECT_EQ(256 - std::ranges::count(*names, L"", &SmartName::text), ids);
     EXPECT_EQ(texts.size(), different);
   }
   const auto smart = DecodeAtaSmart(AtaValues({{.id = 178, .raw = 7}, {.id = 251, .raw = 0xFFFFFFFFFFFF}}), {});
@@ -61,7 +61,7 @@ TEST_F(SmartInfoTest, ReadsTheThresholdsOrLeavesThemOut) {
 
 TEST_F(SmartInfoTest, SaysThatNothingHasAName) {
   AtaSmart smart;
-  smart.attributes = {{.id = 255}};
+  smart.attributes = {{.id = 255, .threshold = {}}};
   ItemData data;
   EXPECT_FALSE(SmartInfo(log_).FillSmartAttribValues(smart, data));
   EXPECT_FALSE(SATASmartInfo(log_).FillSmartAttribValues2(smart, data));
@@ -83,12 +83,15 @@ TEST_F(SmartInfoTest, FindsWhatIsAtOrBelowItsThreshold) {
   EXPECT_THAT(logs_.Lines(), ElementsAre());
   smart.attributes.push_back({.id = 10, .normalized = 9, .worst = 8, .threshold = 9});
   smart.attributes.push_back({.id = 5, .normalized = 1, .threshold = 36});
-  const SmartCheckEntry spin = {L"SpinupRetryCount", 9, 8, 9};
-  EXPECT_EQ(SmartInfo(log_).FoundPredictFailure(smart), spin);
+  const auto first = SmartInfo(log_).FoundPredictFailure(smart);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->getAttribute(), smart.attributes[4]);
   EXPECT_THAT(logs_.Lines(), ElementsAre(L"SmartInfo::FoundPredictFailure: SpinupRetryCount,value=9,worst=8,thresh=9"));
+  using StorageCollector::HardDiskSmartInfo;
   EXPECT_THAT(SmartInfo(log_).PredictedFailures(smart),
-              ElementsAre(spin, SmartCheckEntry{L"ReallocatedSectorCount", 1, 0, 36}));
-  EXPECT_EQ(SATASmartInfo(log_).FoundPredictFailure(smart)->name, L"ReallocatedSectorCount");
+              ElementsAre(testing::Property(&HardDiskSmartInfo::getName, L"SpinupRetryCount"),
+                          testing::Property(&HardDiskSmartInfo::getName, L"ReallocatedSectorCount")));
+  EXPECT_EQ(SATASmartInfo(log_).FoundPredictFailure(smart)->getName(), L"ReallocatedSectorCount");
 }
 
 TEST_F(SmartInfoTest, NvmeItemDataHasEveryField) {

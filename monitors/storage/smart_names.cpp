@@ -8,14 +8,17 @@ namespace {
 
 struct Row {
   std::uint8_t id;
-  const wchar_t* name;
+  std::wstring_view name;
 };
 
 template <std::size_t N>
 constexpr SmartNames ById(const Row (&rows)[N]) {
   SmartNames names = {};
-  for (const Row& row : rows)
-    names[row.id] = row.name;
+  for (const Row& row : rows) {
+    names[row.id].text = row.name;
+    for (const Row& other : rows)
+      names[row.id].rank += other.name < row.name;
+  }
   return names;
 }
 

@@ -92,4 +92,12 @@ std::uint64_t BytesOfSectors(std::string_view size) {
   return sectors <= UINT64_MAX / kUnit ? sectors * kUnit : 0;
 }
 
+std::optional<DriveChange> DriveChangeOf(const BlockDeviceNotice& notice) {
+  // There lie mappings, arrays and loops; a drive that joins the paths of NVMe is virtual too, but below its subsystem.
+  if (!MayBeDrive(notice.name) || notice.path.starts_with("/devices/virtual/block/")) return std::nullopt;
+  if (notice.action == "remove") return DriveChange::kDetached;
+  const bool has_medium = notice.action == "change" && notice.media_change == "1";
+  return notice.action == "add" || has_medium ? std::optional(DriveChange::kAttached) : std::nullopt;
+}
+
 }  // namespace platform

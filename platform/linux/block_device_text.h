@@ -2,11 +2,13 @@
 // thread.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/drives.h"
 #include "platform/linux/drive_linux.h"
+#include "platform/system_event.h"
 
 namespace platform {
 
@@ -40,5 +42,16 @@ std::optional<bool> RotatingOf(DriveBus bus, std::string_view rotational);
 
 /// From the file "size", which counts units of 512 bytes whatever the drive's own; 0 when it says none, or too many.
 std::uint64_t BytesOfSectors(std::string_view size);
+
+/// What the kernel sends of a block device (its Documentation/ABI, uevent; udev(7) has the words).
+struct BlockDeviceNotice {
+  std::string_view name = {};
+  std::string_view path = {};  ///< Below /sys, "/devices/...".
+  std::string_view action = {};
+  std::string_view media_change = {};  ///< Its property DISK_MEDIA_CHANGE.
+};
+
+/// Nothing for what is no drive as platform::Drives means it, and for news that make none come or go.
+std::optional<DriveChange> DriveChangeOf(const BlockDeviceNotice& notice);
 
 }  // namespace platform

@@ -15,13 +15,13 @@ namespace platform {
 
 /// What the kernel and the drive said to one command.
 struct DeviceReply {
-  int error = 0;                         ///< errno of the call; the rest means nothing then, but for `timed_out`.
+  int error = 0;                         ///< errno of the call; what follows `timed_out` then means nothing.
   bool timed_out = false;                ///< It failed and took all the time that it was given.
   bool gone = false;                     ///< The kernel reached no such drive.
   bool failed = false;                   ///< The way to the drive failed otherwise, as by a reset of the bus.
   std::size_t bytes = 0;                 ///< That came in.
+  std::uint32_t status = 0;              ///< What SCSI or NVMe (without its phase bit) ended it with; 0 is good.
   std::vector<std::uint8_t> sense = {};  ///< Of a SCSI command; empty: none came.
-  std::uint32_t status = 0;              ///< Of an NVMe command, without its phase bit.
 };
 
 /// An opened device file. One thread at a time. Each command is given kDriveCommandLimit.

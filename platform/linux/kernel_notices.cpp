@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <ctime>
 #include <limits>
+#include <string_view>
 #include <system_error>
 
+#include "platform/linux/block_device_text.h"
 #include "platform/linux/read_file.h"
 #include "platform/linux/unique_fd.h"
 
@@ -50,7 +52,7 @@ class LinuxKernelNotices final : public KernelNotices {
  public:
   /// Empty, or what went wrong.
   std::string Open() {
-    if (!OpenMonitor()) return Problem("watching power supplies");
+    if (!OpenMonitor()) return Problem("watching devices");
     clock_ = UniqueFd(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC));
     if (!clock_ || !Arm()) return Problem("watching the clock");
     asleep_ = TimeAsleep();
@@ -61,11 +63,24 @@ class LinuxKernelNotices final : public KernelNotices {
     return {};
   }
 
-  int power_fd() const override { return ::udev_monitor_get_fd(monitor_.get()); }
+  int device_fd() const override { return ::udev_monitor_get_fd(monitor_.get()); }
 
-  void TakePower() override {
-    while (UdevPointer<udev_device>(::udev_monitor_receive_device(monitor_.get()))) {
+  DeviceNews TakeDevices() override {
+    DeviceNews news;
+    while (const auto device = UdevPointer<udev_device>(::udev_monitor_receive_device(monitor_.get()))) {
+      const auto text = [](const char* told) { return std::string_view(told != nullptr ? told : ""); };
+      if (text(::udev_device_get_subsystem(device.get())) != kBlock) {
+        news.power = true;
+        continue;
+      }
+      const auto change =
+          DriveChangeOf({.name = text(::udev_device_get_sysname(device.get())),
+                         .path = text(::udev_device_get_devpath(device.get())),
+                         .action = text(::udev_device_get_action(device.get())),
+                         .media_change = text(::udev_device_get_property_value(device.get(), "DISK_MEDIA_CHANGE"))});
+      if (change) news.drives.push_back(*change);
     }
+    return news;
   }
 
   int clock_fd() const override { return clock_.get(); }
@@ -97,6 +112,7 @@ class LinuxKernelNotices final : public KernelNotices {
   }
 
  private:
+  static constexpr char kBlock[] = "block";
   static constexpr char kLogins[] = "/run/utmp";
   static constexpr char kConsole[] = "/sys/class/tty/tty0/active";
 
@@ -108,6 +124,7 @@ class LinuxKernelNotices final : public KernelNotices {
     monitor_ = UdevPointer<udev_monitor>(::udev_monitor_new_from_netlink(udev_.get(), "kernel"));
     return monitor_ &&
            ::udev_monitor_filter_add_match_subsystem_devtype(monitor_.get(), "power_supply", nullptr) >= 0 &&
+           ::udev_monitor_filter_add_match_subsystem_devtype(monitor_.get(), kBlock, "disk") >= 0 &&
            ::udev_monitor_enable_receiving(monitor_.get()) >= 0;
   }
 

@@ -1,12 +1,19 @@
-// The kernel's own notices of power supplies, of sleep and of logins.
+// The kernel's own notices of power supplies, of drives, of sleep and of logins.
 #pragma once
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/linux/user_sessions.h"
+#include "platform/system_event.h"
 
 namespace platform {
+
+struct DeviceNews {
+  bool power = false;                    ///< About a power supply.
+  std::vector<DriveChange> drives = {};  ///< In their order.
+};
 
 /// Descriptors that become readable when there is news, and what to do then. One thread at a time.
 class KernelNotices {
@@ -16,9 +23,9 @@ class KernelNotices {
   KernelNotices& operator=(const KernelNotices&) = delete;
   virtual ~KernelNotices() = default;
 
-  /// Readable: something about a power supply may have changed. TakePower takes the notice.
-  virtual int power_fd() const = 0;
-  virtual void TakePower() = 0;
+  /// Readable: something about a device may have changed. TakeDevices takes the notices and says what they are about.
+  virtual int device_fd() const = 0;
+  virtual DeviceNews TakeDevices() = 0;
 
   /// Readable: the machine woke up, or somebody set its clock. TakeClock takes the notice and says whether the machine
   /// slept since the last one.
@@ -34,7 +41,8 @@ class KernelNotices {
 
 /// Null when the system refuses; `problem` then says what.
 ///
-/// Power supplies: the kernel's messages about them, which it filters before anybody is woken. Logins: changes of
+/// Power supplies and drives: the kernel's messages about devices. Those of other devices wake the thread, too, which
+/// drops them: the kernel sorts only what udevd passes on, and it need not run. Logins: changes of
 /// /run/utmp (utmp(5)), and /sys/class/tty/tty0/active (the kernel's ABI document sysfs-tty says that it can be
 /// polled). Sleep: a timer on the wall clock that the kernel cancels when that clock jumps (TFD_TIMER_CANCEL_ON_SET,
 /// timerfd_create(2)). It jumps against the monotonic clock at each resume as it does when it is set; what

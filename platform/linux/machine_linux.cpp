@@ -1,12 +1,14 @@
 #include "platform/linux/doors_linux.h"
 #include "platform/local.h"
 
+#include "platform/drive_recording.h"
 #include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"
 #include "platform/power.h"
 #include "platform/processors.h"
+#include "platform/recorded_drives.h"
 #include "platform/region.h"
 #include "platform/settings.h"
 #include "platform/system_events.h"
@@ -32,7 +34,10 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
     doors.drives = MakeDrives(root, OpenDriveDevice);
     doors.system_events = MakeSystemEvents(*doors.power);
   } else {
-    doors.drives = MakeDrives(root, {});
+    const std::filesystem::path recorded = options.sysroot / kDrivesFolder;
+    std::error_code failure;
+    doors.drives =
+        std::filesystem::is_directory(recorded, failure) ? MakeRecordedDrives(recorded) : MakeDrives(root, {});
     doors.system_events = std::make_unique<NoSystemEvents>();
   }
   return std::make_unique<Machine>(std::move(doors));

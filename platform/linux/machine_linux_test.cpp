@@ -83,7 +83,9 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
                                                               {"queue/rotational", "1"},
                                                               {"device/vendor", "ATA     "},
                                                               {"device/model", "Litware HDD 2TB "},
-                                                              {"device/rev", "CC43"}});
+                                                              {"device/rev", "CC43"},
+                                                              {"device/serial", "of another driver"},
+                                                              {"device/vpd_pg80", {"\0\x80\0\x06  WX\x01\0X", 11}}});
   write(link("sdb", pci + "usb2/2-1/2-1:1.0/host6/target6:0:0/6:0:0:0"),
         {{"size", "0"}, {"removable", "1"}, {"device/vendor", "Litware "}, {"device/model", "Card Reader"}});
   write(link("sdc", pci + "host7/port-7:0/end_device-7:0/target7:0:0/7:0:0:0"), {{"device/model", "SAS"}});
@@ -91,6 +93,7 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
                                               {"queue/rotational", "0"},
                                               {"device/model", "Contoso NVMe"},
                                               {"device/firmware_rev", "1.0"},
+                                              {"device/serial", "NV 1 "},
                                               {"hidden", "0"}});
   write(link("nvme0c0n1", pci + "nvme/nvme0"), {{"hidden", "1"}, {"device/model", "Contoso NVMe"}});
   write(link("mmcblk0", pci + "mmc_host/mmc0/mmc0:0001"), {{"device/name", "CARD64"},
@@ -102,7 +105,7 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
   write(link("mmcblk0boot0", pci + "mmc_host/mmc0/mmc0:0001"), {{"device/name", "CARD64"}});
   write(link("mmcblk1", pci + "usb1/1-4/1-4:1.0/mmc_host/mmc1/mmc1:0002"),
         {{"device/name", "CARD32"}, {"queue/rotational", "1"}});
-  write(link("vda", pci + "virtio1"), {{"device/vendor", "0x1af4"}, {"size", "8"}});
+  write(link("vda", pci + "virtio1"), {{"device/vendor", "0x1af4"}, {"serial", "VIRT"}, {"size", "8"}});
   write(link("sr0", pci + "ata2/host1/target1:0:0/1:0:0:0"), {{"device/model", "DVD"}});
   write(link("loop0", "../devices/virtual"), {{"size", "8"}});
   write("/sys/block/cciss!c0d0/", {{"device/model", "Array"}, {"size", "2"}});
@@ -113,17 +116,19 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
        .bus = Bus::kAta,
        .model = "Litware HDD 2TB",
        .firmware_version = "CC43",
+       .serial_number = "WX",
        .bytes = 2'000'398'934'016,
        .rotating = true},
       {.path = "/dev/sdb", .bus = Bus::kUsb, .model = "Litware Card Reader", .removable = true},
       {.path = "/dev/sdc", .bus = Bus::kScsi, .model = "SAS"},
-      {.path = "/dev/vda", .bus = Bus::kOther, .bytes = 4096},
+      {.path = "/dev/vda", .bus = Bus::kOther, .serial_number = "VIRT", .bytes = 4096},
       {.path = "/dev/mmcblk0", .bus = Bus::kCard, .model = "CARD64", .firmware_version = "0x7"},
       {.path = "/dev/mmcblk1", .bus = Bus::kUsb, .model = "CARD32"},
       {.path = "/dev/nvme0n1",
        .bus = Bus::kNvme,
        .model = "Contoso NVMe",
        .firmware_version = "1.0",
+       .serial_number = "NV 1",
        .bytes = 512'110'190'592,
        .rotating = false},
       {.path = "/dev/cciss/c0d0", .bus = Bus::kOther, .model = "Array", .bytes = 1024},

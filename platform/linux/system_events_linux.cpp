@@ -44,27 +44,35 @@ class LinuxSystemEventSource final : public SystemEventSource {
     constexpr int kForEver = -1;
     pollfd waited[] = {{stop_.get(), POLLIN, 0},
                        {notices_->clock_fd(), POLLIN, 0},
-                       {notices_->power_fd(), POLLIN, 0},
+                       {notices_->device_fd(), POLLIN, 0},
                        {notices_->login_fd(), POLLIN, 0},
                        {notices_->console_fd(), POLLPRI, 0}};
     constexpr int kRetryMs = 1000;
     bool failed = false;
+    bool power_is_due = false;
     for (;;) {
       if (::poll(waited, std::size(waited), failed ? kRetryMs : kForEver) < 0) continue;  // only for a signal
       if (waited[0].revents != 0) return;
       failed = true;
       try {
+        // After a sleep the power is read, too: what changed in it may be told by nobody.
+        power_is_due = power_is_due || waited[1].revents != 0;
         if (waited[1].revents != 0 && notices_->TakeClock()) {
           callback_(SleepChange::kSuspend);
           callback_(SleepChange::kResume);
         }
-        if (waited[2].revents != 0) notices_->TakePower();
+        if (waited[2].revents != 0) {
+          const DeviceNews news = notices_->TakeDevices();
+          power_is_due = power_is_due || news.power;
+          for (const DriveChange change : news.drives)
+            callback_(change);
+        }
         if (waited[3].revents != 0 || waited[4].revents != 0) TellSessions();
-        // After a sleep too: what changed in it may be told by nobody.
-        TellPower();
-        failed = false;
+        if (power_is_due) TellPower();
+        power_is_due = failed = false;
       } catch (...) {
         // Without memory nothing can be read. The power is read again, so that nothing is missed and nobody to be told.
+        power_is_due = true;
       }
     }
   }
@@ -99,7 +107,7 @@ class LinuxSystemEvents final : public SystemEvents {
  public:
   explicit LinuxSystemEvents(Power& power) : power_(power) {}
 
-  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) override {
+  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback, void* /*service*/) override {
     SystemEventOpening opening;
     if (auto notices = OpenKernelNotices(opening.problem)) {
       opening.source = FollowKernelNotices(runtime, std::move(notices), power_, std::move(callback));

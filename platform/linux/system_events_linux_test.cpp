@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/linux/block_device_text.h"
 #include "platform/linux/power_supply_text.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/local.h"
@@ -65,6 +66,28 @@ TEST(PowerSupplyTest, SuppliesComeToOneStatus) {
   }
 }
 
+TEST(BlockDeviceNoticeTest, DrivesComeAndGo) {
+  using enum DriveChange;
+  struct Row {
+    const char* what;
+    BlockDeviceNotice notice;
+    std::optional<DriveChange> change;
+  };
+  const char* const usb = "/devices/pci0000:00/0000:00:14.0/usb2/2-1/block/sdb";
+  const char* const paths = "/devices/virtual/nvme-subsystem/nvme-subsys0/nvme0n1";
+  for (const Row& row : {
+           Row{"plugged", {"sdb", usb, "add", ""}, kAttached},
+           Row{"pulled", {"sdb", usb, "remove", ""}, kDetached},
+           Row{"a card put into its reader", {"sdb", usb, "change", "1"}, kAttached},
+           Row{"other changes", {"sdb", usb, "change", ""}, {}},
+           Row{"others yet", {"sdb", usb, "move", "1"}, {}},
+           Row{"several paths to one", {"nvme0n1", paths, "add", ""}, kAttached},
+           Row{"a disc", {"sr0", usb, "change", "1"}, {}},
+           Row{"a mapping", {"dm-0", "/devices/virtual/block/dm-0", "add", ""}, {}},
+       })
+    EXPECT_EQ(DriveChangeOf(row.notice), row.change) << row.what;
+}
+
 /// Notices that the test gives.
 class ScriptedNotices final : public KernelNotices {
  public:
@@ -74,8 +97,11 @@ class ScriptedNotices final : public KernelNotices {
     EXPECT_EQ(::eventfd_read(fd.get(), &count), 0);
   }
 
-  int power_fd() const override { return power.get(); }
-  void TakePower() override { Take(power); }
+  int device_fd() const override { return devices.get(); }
+  DeviceNews TakeDevices() override {
+    Take(devices);
+    return news;
+  }
   int clock_fd() const override { return clock.get(); }
   bool TakeClock() override {
     Take(clock);
@@ -90,11 +116,12 @@ class ScriptedNotices final : public KernelNotices {
     return sessions;
   }
 
-  const UniqueFd power{::eventfd(0, EFD_CLOEXEC)};
+  const UniqueFd devices{::eventfd(0, EFD_CLOEXEC)};
   const UniqueFd clock{::eventfd(0, EFD_CLOEXEC)};
   const UniqueFd login{::eventfd(0, EFD_CLOEXEC)};
-  UserSessions sessions;  ///< Set before the login is given.
-  bool told = false;      ///< The sessions of the start were.
+  DeviceNews news = {.power = true};  ///< Set before the devices are given.
+  UserSessions sessions;              ///< Set before the login is given.
+  bool told = false;                  ///< The sessions of the start were.
   std::atomic<bool> slept = false;
 };
 
@@ -142,7 +169,7 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   auto source = FollowKernelNotices(*runtime_, std::move(own), machine_->power(), callback_);
 
   Mains(false);
-  ScriptedNotices::Give(notices.power);
+  ScriptedNotices::Give(notices.devices);
   EXPECT_EQ(Until(PowerSource::kBattery), Events{PowerSource::kBattery}) << "the percentage is the same";
   Battery(79);
   ScriptedNotices::Give(notices.clock);
@@ -156,12 +183,16 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   EXPECT_EQ(Until(SleepChange::kResume), (Events{SleepChange::kSuspend, SleepChange::kResume}));
   Mains(true);
   Battery(5);
-  ScriptedNotices::Give(notices.power);
+  ScriptedNotices::Give(notices.devices);
   EXPECT_EQ(Until(BatteryPercent{5}), Events{BatteryPercent{5}}) << "supplies that went and came are no change";
+  Battery(4);
+  notices.news = {.drives = {DriveChange::kDetached, DriveChange::kAttached}};
+  ScriptedNotices::Give(notices.devices);
+  EXPECT_EQ(Until(DriveChange::kAttached), (Events{DriveChange::kDetached, DriveChange::kAttached}));
   notices.sessions.terminals[42] = "tty2";
   ScriptedNotices::Give(notices.login);
-  EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, 42}),
-            (Events{SessionChange{SessionChangeKind::kLogon, 42}}));
+  EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, 42}), (Events{SessionChange{SessionChangeKind::kLogon, 42}}))
+      << "no news of the power: nobody looked at the battery";
   source = nullptr;
 }
 
@@ -211,10 +242,10 @@ TEST(KernelNoticesTest, NothingIsReadableWhileNothingHappensAndNoSleepIsMadeUp) 
   std::string problem;
   const auto notices = OpenKernelNotices(problem);
   ASSERT_TRUE(notices) << problem;
-  EXPECT_GE(notices->power_fd(), 0);
+  EXPECT_GE(notices->device_fd(), 0);
   EXPECT_GE(notices->clock_fd(), 0);
   EXPECT_FALSE(notices->TakeClock());
-  notices->TakePower();
+  EXPECT_FALSE(notices->TakeDevices().power);
 }
 
 }  // namespace

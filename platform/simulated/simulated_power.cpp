@@ -21,7 +21,7 @@ class SimulatedSystemEvents::Source final : public SystemEventSource {
   SimulatedSystemEvents& events_;
 };
 
-SystemEventOpening SimulatedSystemEvents::Open(Runtime& /*runtime*/, SystemEventCallback callback) {
+SystemEventOpening SimulatedSystemEvents::Open(Runtime& /*runtime*/, SystemEventCallback callback, void* /*service*/) {
   return {std::make_unique<Source>(*this, std::move(callback)), {}};
 }
 

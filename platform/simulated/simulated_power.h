@@ -21,7 +21,7 @@ class SimulatedPower final : public Power, public Scripted<PowerStatus> {
 /// Its sources call back on the threads that call Raise. Any thread.
 class SimulatedSystemEvents final : public SystemEvents {
  public:
-  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback) override;
+  SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback, void* service) override;
 
   /// Tells `event` to every source that is open. Changes nothing else of the machine.
   void Raise(const SystemEvent& event);

@@ -14,6 +14,7 @@ class Power;
 class Processors;
 class Region;
 class Settings;
+class SystemEvents;
 class SystemFacts;
 class Volumes;
 
@@ -33,5 +34,6 @@ std::unique_ptr<Settings> MakeSettings();
 std::unique_ptr<Power> MakePower();
 std::unique_ptr<Drives> MakeDrives();
 std::unique_ptr<Volumes> MakeVolumes();
+std::unique_ptr<SystemEvents> MakeSystemEvents();
 
 }  // namespace platform::windows

@@ -31,7 +31,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.power = windows::MakePower();
   doors.drives = windows::MakeDrives();
   doors.volumes = windows::MakeVolumes();
-  doors.system_events = std::make_unique<NoSystemEvents>();
+  doors.system_events = windows::MakeSystemEvents();
   return std::make_unique<Machine>(std::move(doors));
 }
 

@@ -68,6 +68,7 @@ struct ServiceTraits : NullHandle<SC_HANDLE, CloseServiceHandle> {};
 struct LocalMemoryTraits : NullHandle<void*, LocalFree> {};
 struct PdhQueryTraits : NullHandle<PDH_HQUERY, PdhCloseQuery> {};
 struct EventLogTraits : NullHandle<EVT_HANDLE, EvtClose> {};
+struct DeviceNoticesTraits : NullHandle<HDEVNOTIFY, UnregisterDeviceNotification> {};
 struct HashTraits : NullHandle<BCRYPT_HASH_HANDLE, BCryptDestroyHash> {};
 struct AlgorithmTraits {
   using Handle = BCRYPT_ALG_HANDLE;
@@ -80,8 +81,9 @@ using UniqueFile = Owner<FileTraits>;            ///< Files and folders, which C
 using UniqueRegistryKey = Owner<RegistryKeyTraits>;
 using UniqueService = Owner<ServiceTraits>;  ///< The service manager and its services.
 using UniqueLocalMemory = Owner<LocalMemoryTraits>;
-using UniquePdhQuery = Owner<PdhQueryTraits>;        ///< Its counters are closed with it.
-using UniqueEventLogHandle = Owner<EventLogTraits>;  ///< Queries, render contexts and events of the event log.
+using UniquePdhQuery = Owner<PdhQueryTraits>;            ///< Its counters are closed with it.
+using UniqueEventLogHandle = Owner<EventLogTraits>;      ///< Queries, render contexts and events of the event log.
+using UniqueDeviceNotices = Owner<DeviceNoticesTraits>;  ///< A registration for news of devices.
 using UniqueHash = Owner<HashTraits>;
 using UniqueAlgorithm = Owner<AlgorithmTraits>;
 

@@ -92,6 +92,7 @@ TEST_F(WindowsService, LivesFromInstallationToRemoval) {
   EXPECT_EQ(exit_code, 0u);
   EXPECT_EQ(Command({"status"}), "stopped, exit code 0\n");
   EXPECT_EQ(folder_.CountInLog("EventManager.log", "EventManager Stop"), 1u);
+  EXPECT_EQ(folder_.CountInLog("SystemEvents.log", "not all of the system's events"), 0u) << "drives are told";
   for (const wchar_t* name : kEvents)
     EXPECT_FALSE(OpenForWaitingAndSignalling(name)) << "the events go with the service";
   EXPECT_EQ(Command({"uninstall"}), "");

@@ -15,10 +15,13 @@
 #include "client/text/string.h"
 #include "component/component_datasets.h"
 #include "framework/dataset_monitor.h"
+#include "monitors/storage/smart_names.h"
+#include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_processors.h"
 #include "platform/simulated/simulated_volumes.h"
+#include "testing/drive_sectors.h"
 #include "testing/manager_world.h"
 #include "testing/smbios_builder.h"
 
@@ -106,7 +109,9 @@ void AddDatasets(MonitorWorld& world, const DatasetTable& table, Lists& lists) {
     for (const SettingReading& setting : read_settings ? read_settings({}) : std::vector<SettingReading>()) {
       lists[name + "/setting"].insert(Utf8(setting.key + L' ' + setting.value_in_force));
       EXPECT_FALSE(setting.mistake) << name << ": a key that is missing";
-      if (setting.key.ends_with(L"Interval")) intervals[setting.key] = L"1m";
+      // No drive is tested more often than once a day.
+      if (setting.key.ends_with(L"Interval"))
+        intervals[setting.key] = setting.key == L"RunSelfTestInterval" ? L"1d" : L"1m";
     }
     world.config.SetSettings(std::wstring(row.name), intervals);
     if (!collects) continue;
@@ -129,6 +134,8 @@ void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& u
     ++*volumes.front().errors;
   });
   world.runtime.AdvanceBy(2min);
+  world.runtime.Suspend(24h);
+  world.runtime.AdvanceBy(5min);
   life.manager.Stop();
   for (const DatasetContext& context : life.records.DatasetContexts())
     AddKeys(context.item_data(), lists[Utf8(context.dataset_name()) + "/key"]);
@@ -136,6 +143,33 @@ void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& u
     AddKeys(item.item_data(), lists[Utf8(item.dataset_name()) + "/key"]);
     unwritten.erase(Utf8(item.item_name() + L' ' + item.item_id()));
   }
+}
+
+/// An NVMe drive and a SATA drive whose self-tests end at once; an attribute of the second is at its threshold.
+std::vector<platform::SimulatedDrive> TestedDrives() {
+  using platform::DrivePage;
+  using testing_support::Sector;
+  const auto take = [](platform::DriveAction) { return platform::DriveAnswer(); };
+  Sector controller(4096);
+  testing_support::PutLittleEndian(controller, 256, 0x10, 2);
+  Sector log(564, 0xFF);
+  testing_support::PutLittleEndian(log, 0, 0, 4);
+  testing_support::PutLittleEndian(log, 4, 0x10, 1);
+  return {{.listing = {.path = "/dev/nvme0n1",
+                       .bus = platform::DriveBus::kNvme,
+                       .model = "Nvme",
+                       .firmware_version = "1",
+                       .serial_number = "A",
+                       .bytes = 1 << 30},
+           .pages = {{DrivePage::kNvmeController, controller},
+                     {DrivePage::kNvmeHealth, testing_support::NvmeHealthPage()},
+                     {DrivePage::kNvmeSelfTestLog, log}},
+           .act = take},
+          {.listing = {.path = "/dev/sda", .bus = platform::DriveBus::kAta, .rotating = false},
+           .pages = {{DrivePage::kAtaIdentify, testing_support::AtaIdentify()},
+                     {DrivePage::kAtaSmartValues, testing_support::AtaValues({{5, 10, 10, 99}})},
+                     {DrivePage::kAtaSmartThresholds, testing_support::AtaThresholds({{5, 10}})}},
+           .act = take}};
 }
 
 TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
@@ -165,10 +199,18 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   table.Add(MemoryArray()).Add(MemoryDevice());
   world.machine.processors().Change([](auto& state) { state.load = [] { return std::optional<std::int32_t>(100); }; });
   world.machine.firmware().SetSmbios(Table(table).End().Rsmb());
+  world.machine.drives().Set(TestedDrives());
   Live(world, datasets, lists, unwritten);
   world.machine.firmware().SetSmbios(table.Add(MemoryDevice({.handle = 0x1101})).End().Rsmb());
   Live(world, datasets, lists, unwritten);
 
+  // One machine has no drives with all of them.
+  for (const auto& [dataset, names] :
+       {std::pair("SATA_SSD_SMARTEvent/key", &kSataSmartNames), {"SMARTEvent/key", &kGenericSmartNames}}) {
+    for (const auto& name : *names) {
+      if (!name.empty()) lists[dataset].insert(Utf8(name));
+    }
+  }
   // What no machine gives yet, and the page says so.
   lists["SystemBIOSEvent/key"].insert("ECReleaseDate");
   EXPECT_EQ(unwritten, Names{"Memory test B86E9BA0-5811-481C-9D14-F22BBF2E3579"})
