@@ -79,7 +79,7 @@ bool AddAttributes(const TVK::AtaSmart& smart, SmartTable table, Json::Value& dr
   const SmartInfo& info = table == SmartTable::kSata ? sata : generic;
   const auto data = info.ToItemData(smart);
   drive["table"] = table == SmartTable::kSata ? "sata" : "generic";
-  drive["itemData"] = ToJson(data.value_or(ItemData()));
+  drive["itemData"] = ItemDataToJson(data.value_or(ItemData()));
   Json::Value failing(Json::arrayValue);
   for (const StorageCollector::HardDiskSmartInfo& entry : info.PredictedFailures(smart)) {
     const std::string name = Utf8(entry.getName());
@@ -102,7 +102,7 @@ void AddHealth(const TVK::NvmeHealth& health, Json::Value& drive) {
   });
   info.GetSmartInfoList(data);
   drive["table"] = "nvme";
-  drive["itemData"] = ToJson(data);
+  drive["itemData"] = ItemDataToJson(data);
 }
 
 void AddIdentity(const TVK::AtaIdentity& identity, Json::Value& drive) {

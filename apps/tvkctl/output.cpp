@@ -36,7 +36,7 @@ void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostre
   }
 }
 
-Json::Value ToJson(const ItemData& data) {
+Json::Value ItemDataToJson(const ItemData& data) {
   Json::Value value(Json::objectValue);
   for (const auto& [key, text] : data)
     value[TVK::String::UTF16ToUTF8(key)] = TVK::String::UTF16ToUTF8(text);

@@ -17,7 +17,7 @@ namespace tvkctl {
 void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostream& out);
 
 /// An object of texts in UTF-8.
-Json::Value ToJson(const ItemData& data);
+Json::Value ItemDataToJson(const ItemData& data);
 
 /// `value` in one line of UTF-8.
 void WriteJsonLine(const Json::Value& value, std::ostream& out);
