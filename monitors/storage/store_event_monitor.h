@@ -52,8 +52,6 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
 
  private:
-  using FactsByKey = std::map<std::wstring, ItemData>;
-
   /// Describes the volumes anew where they changed, writes what is to be written of each, and `with_report` how full it
   /// is.
   void LookAtVolumes(bool with_report);
@@ -66,9 +64,9 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
   /// Writes the item, and keeps `known` with it.
   void WriteChange(const wchar_t* item, ItemData data, const DiskVolume& volume, const std::wstring& known);
 
-  const DiskInformation info_;
+  DiskInformation info_;
   TVK::DriveArrivals arrivals_;
-  std::mutex mutex_;                     ///< Guards what follows.
-  std::optional<FactsByKey> described_;  ///< The volumes as they were described last.
-  bool described_use_ = false;           ///< Whether what tells of use was admitted then.
+  std::mutex mutex_;                             ///< Guards what follows.
+  std::vector<TVK::DescribedDevice> described_;  ///< The volumes, as they were described last.
+  std::optional<bool> described_use_;            ///< Whether what tells of use was admitted then.
 };
