@@ -32,6 +32,15 @@ DriveSpeech SpeechOf(const DriveListing& drive, std::string_view vendor);
 /// none.
 std::string SerialOfPage80(std::string_view bytes);
 
+struct DriveNames {
+  std::string model = {};
+  std::string firmware_version = {};
+};
+
+/// From the file "vpd_pg89" (ATA Information, SAT-4, 12.4.2), which holds what a drive that speaks ATA said of itself
+/// as it was attached; SCSI's own files have room for a part of it. Nothing when it tells none.
+std::optional<DriveNames> NamesOfPage89(std::string_view bytes);
+
 /// The model of a drive whose files "vendor" and "model" say this. The vendor of drives that speak ATA is "ATA", which
 /// says nothing.
 std::string ModelText(std::string_view vendor, std::string_view model);
