@@ -31,14 +31,8 @@ std::uint16_t Word(std::span<const std::uint8_t> sector, std::size_t number) {
   return platform::LittleEndianAt<std::uint16_t>(sector, 2 * number);
 }
 
-// "ATA string convention": the first character is in the upper byte of its word.
 std::string Text(std::span<const std::uint8_t> sector, std::size_t first_word, std::size_t words) {
-  std::vector<std::uint8_t> bytes;
-  for (std::size_t number = first_word; number < first_word + words; ++number) {
-    bytes.push_back(sector[2 * number + 1]);
-    bytes.push_back(sector[2 * number]);
-  }
-  return platform::DriveText(bytes);
+  return platform::AtaDriveText(sector.subspan(2 * first_word, 2 * words));
 }
 
 // Words that hold something say so in their two highest bits.

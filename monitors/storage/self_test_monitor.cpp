@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "client/storage/self_test.h"
+#include "client/storage/self_testing.h"
 
 namespace TVK {
 namespace {

@@ -1,7 +1,11 @@
 #include "platform/linux/block_device_text.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <span>
 
+#include "platform/ata_command.h"
+#include "platform/drive_text.h"
 #include "platform/linux/text_scan.h"
 
 namespace platform {
@@ -79,6 +83,21 @@ std::string UsbDeviceFolder(std::string_view link) {
     if (has_interface) return std::string(folder);
   }
   return {};
+}
+
+std::optional<DriveNames> NamesOfPage89(std::string_view bytes) {
+  constexpr std::size_t kCommand = 56;
+  constexpr std::uint8_t kIdentifyDevice = 0xEC;
+  constexpr std::size_t kIdentifyData = 60;
+  constexpr std::size_t kFirmwareRevision = 2 * 23;  // words of IDENTIFY DEVICE (ACS-4)
+  constexpr std::size_t kModelNumber = 2 * 27;
+  const std::span page(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+  if (page.size() < kIdentifyData + kAtaSectorSize || page[1] != 0x89 || page[kCommand] != kIdentifyDevice) return {};
+  const auto identify = page.subspan(kIdentifyData);
+  DriveNames names{AtaDriveText(identify.subspan(kModelNumber, 40)),
+                   AtaDriveText(identify.subspan(kFirmwareRevision, 8))};
+  if (names.model.empty()) return {};
+  return names;
 }
 
 std::string ModelText(std::string_view vendor, std::string_view model) {

@@ -35,6 +35,15 @@ std::string SerialOfPage80(std::string_view bytes);
 /// The folder of the USB device that a drive belongs to, from what its link /sys/block/NAME says; empty without one.
 std::string UsbDeviceFolder(std::string_view link);
 
+struct DriveNames {
+  std::string model = {};
+  std::string firmware_version = {};
+};
+
+/// From the file "vpd_pg89" (ATA Information, SAT-4, 12.4.2), which holds what a drive that speaks ATA said of itself
+/// as it was attached; SCSI's own files have room for a part of it. Nothing when it tells none.
+std::optional<DriveNames> NamesOfPage89(std::string_view bytes);
+
 /// The model of a drive whose files "vendor" and "model" say this. The vendor of drives that speak ATA is "ATA", which
 /// says nothing.
 std::string ModelText(std::string_view vendor, std::string_view model);

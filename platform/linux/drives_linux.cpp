@@ -52,13 +52,23 @@ class LinuxDrives final : public Drives {
     DriveListing drive{.path = DeviceFile(name), .bus = BusOfBlockDevice(name, root_.LinkTarget(entry))};
     // The drivers of cards, NVMe and SCSI name their files differently, whatever bus is on the way.
     const bool card = name.starts_with("mmcblk");
-    drive.model = card ? line("name") : ModelText(line("vendor"), line("model"));
-    drive.firmware_version = line(card ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev");
+    if (const auto names = ReadAtaNames(device)) {
+      drive.model = names->model;
+      drive.firmware_version = names->firmware_version;
+    } else {
+      drive.model = card ? line("name") : ModelText(line("vendor"), line("model"));
+      drive.firmware_version = line(card ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev");
+    }
     drive.serial_number = ReadSerialNumber(entry, drive.bus);
     drive.bytes = BytesOfSectors(root_.ReadLine(entry / "size"));
     drive.rotating = RotatingOf(drive.bus, root_.ReadLine(entry / "queue/rotational"));
     drive.removable = root_.ReadLine(entry / "removable") == "1";
     return drive;
+  }
+
+  std::optional<DriveNames> ReadAtaNames(const std::filesystem::path& device) const {
+    const auto page = root_.Read(device / "vpd_pg89");
+    return page ? NamesOfPage89(*page) : std::nullopt;
   }
 
   // SCSI has it as a page in bytes, NVMe and cards as a text, and the drives of virtual machines beside the folder.

@@ -21,6 +21,17 @@ using testing_support::Bytes;
 using testing_support::Table;
 using namespace std::chrono_literals;
 
+// What SCSI tells of an ATA drive (page 89h) "Litware HDD 2TB-2026" of the firmware "FWCC43", which said it by
+// `command`.
+std::string AtaInformation(char command) {
+  std::string page(572, '\0');
+  page[1] = '\x89';
+  page[56] = command;
+  page.replace(60 + 46, 8, "WFCC34  ");
+  page.replace(60 + 54, 40, "iLwtra eDH DT2-B0262" + std::string(20, ' '));
+  return page;
+}
+
 class LinuxMachineTest : public testing::Test {
  protected:
   VirtualRuntime runtime_;
@@ -85,11 +96,13 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
                                                               {"device/model", "Litware HDD 2TB "},
                                                               {"device/rev", "CC43"},
                                                               {"device/serial", "of another driver"},
-                                                              {"device/vpd_pg80", {"\0\x80\0\x06  WX\x01\0X", 11}}});
+                                                              {"device/vpd_pg80", {"\0\x80\0\x06  WX\x01\0X", 11}},
+                                                              {"device/vpd_pg89", AtaInformation('\xEC')}});
   write(link("sdb", pci + "usb2/2-1/2-1:1.0/host6/target6:0:0/6:0:0:0"),
         {{"size", "0"}, {"removable", "1"}, {"device/vendor", "Litware "}, {"device/model", "Card Reader"}});
   write("/sys/block/" + pci + "usb2/2-1/", {{"serial", "USB1"}});
-  write(link("sdc", pci + "host7/port-7:0/end_device-7:0/target7:0:0/7:0:0:0"), {{"device/model", "SAS"}});
+  write(link("sdc", pci + "host7/port-7:0/end_device-7:0/target7:0:0/7:0:0:0"),
+        {{"device/model", "SAS"}, {"device/vpd_pg89", AtaInformation('\xA1')}});
   write(link("nvme0n1", pci + "nvme/nvme0"), {{"size", "1000215216"},
                                               {"queue/rotational", "0"},
                                               {"device/model", "Contoso NVMe"},
@@ -115,8 +128,8 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
   const std::vector<DriveListing> expected = {
       {.path = "/dev/sda",
        .bus = Bus::kAta,
-       .model = "Litware HDD 2TB",
-       .firmware_version = "CC43",
+       .model = "Litware HDD 2TB-2026",
+       .firmware_version = "FWCC43",
        .serial_number = "WX",
        .bytes = 2'000'398'934'016,
        .rotating = true},
