@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "monitors/storage/store_settings.h"
-#include "platform/system_event.h"
 
 namespace {
 
@@ -71,13 +70,8 @@ StoreEventMonitor::StoreEventMonitor(const TVK::MonitorServices& monitor_service
 
 void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"", L"StoreEventMonitor StartMonitor CreateEvent() return error %d!")) return;
-  {
-    // Before the drives are looked at, so that none comes unseen in between.
-    const std::lock_guard lock(mutex_);
-    if (stopping()) return;
-    settling_ =
-        std::make_unique<TVK::OneShotTimer>(services().runtime, "tvk-storage", [this] { LogDatasetContext(false); });
-  }
+  // Before the drives are looked at, so that none comes unseen in between.
+  arrivals_.Follow(services().runtime, [this] { LogDatasetContext(false); });
   LogDatasetContext(true);
   InitialiseDevice();
   LookAtVolumes(false);
@@ -85,16 +79,8 @@ void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
 }
 
 void StoreEventMonitor::StopMonitor() {
-  ScheduledMonitor::StopMonitor();              // first: its event ends a look at drives that do not answer
-  std::unique_ptr<TVK::OneShotTimer> settling;  // goes, and waits for its callback, when the lock is free
-  const std::lock_guard lock(mutex_);
-  settling.swap(settling_);
-}
-
-void StoreEventMonitor::OnSystemEvent(const platform::SystemEvent& event) {
-  if (!std::holds_alternative<platform::DriveChange>(event)) return;
-  const std::lock_guard lock(mutex_);
-  if (settling_ != nullptr) settling_->Arm(kSettling);
+  ScheduledMonitor::StopMonitor();  // first: its event ends a look at drives that do not answer
+  arrivals_.End();
 }
 
 bool StoreEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {

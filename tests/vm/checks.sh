@@ -37,19 +37,43 @@ within() {  # SECONDS COMMAND...: the command succeeds before they are over
   shift
   until "$@" >/dev/null 2>&1; do
     [[ $SECONDS -lt $last ]] || return 1
-    sleep 0.2
+    sleep 1
   done
 }
-records() {  # [OPTION OF "tvkctl records"]...
-  tvkctl records --format json "$@"
+# The policy in force: the default one, and self-tests each day, which it does not ask for.
+apply_policy() {
+  mkdir -p /etc/tvk
+  jq '(.datasets[] | select(.name | endswith("SelfTestResult"))).settings.RunSelfTestInterval = "1d"' \
+    /usr/share/tvk/policy.default.json >/tmp/policy.json
+  tvkctl policy apply /tmp/policy.json
 }
+records() {  # DATASET: one JSON object a line
+  tvkctl --data-dir "${TVK_DATA:-/var/lib/tvk}" records --format json --dataset "$1"
+}
+contexts() {  # DATASET MODEL: what its dataset contexts say of the drives of this model
+  records "$1" | jq -c --arg model "$2" 'select(.item_name == null and .item_data.Model == $model) | .item_data'
+}
+items() {  # DATASET ITEM MODEL: what the item events say of the drives of this model, oldest first
+  records "$1" | jq -s -c --arg item "$2" --arg model "$3" '
+    (map(select(.item_name == null and .item_data.Model == $model) | .dataset_context_id)) as $contexts
+    | .[] | select(.item_name == $item and (.dataset_context_id | IN($contexts[]))) | .item_data'
+}
+has() {  # COUNT COMMAND...: the command prints so many lines
+  local count=$1
+  shift
+  [[ $("$@" | wc -l) -eq $count ]]
+}
+logged() {  # LOG TEXT: lines of the log with this text
+  grep -hF -- "$2" "${TVK_LOGS:-/var/log/tvk}/$1" || true
+}
+
 by_id() { readlink -f "/dev/disk/by-id/$1"; }
 finish() { exit $failed; }
 
 # The machine's drives; the kernel names them anew at each start.
 # shellcheck disable=SC2034
 {
-  nvme_serial=TBNVME00012345 ssd_serial=TBSSD-0001 hdd_serial=TBHDD-0002
+  nvme_model='QEMU NVMe Ctrl' ssd_model='TESTBED SATA SSD 128' hdd_model='TESTBED SATA HDD 192'
   nvme=$(by_id nvme-QEMU_NVMe_Ctrl_TBNVME00012345)
   ssd=$(by_id ata-TESTBED_SATA_SSD_128_TBSSD-0001)
   hdd=$(by_id ata-TESTBED_SATA_HDD_192_TBHDD-0002)

@@ -35,6 +35,21 @@ for drive in "$nvme" "$ssd" "$hdd"; do
 done
 none "drives: no serial number" "$(grep -E 'TB(NVME|SSD-|HDD-|SPACES|PATHS|STICK)' <<<"$inspected")"
 
+# What a recording has of the drives is what their own tools read.
+check "drives: recorded" tvkctl inspect drives --record /tmp/recorded
+recorded() { grep -lx "path $1" /tmp/recorded/drives/*/drive.txt | xargs dirname; }
+nvme get-log --log-id=2 --log-len=512 -b "$nvme" >/tmp/health
+check "drives: recorded, NVMe health" cmp /tmp/health "$(recorded "$nvme")/nvme-health"
+for drive in "$ssd" "$hdd"; do
+  same "drives: recorded, attributes of $drive" \
+    "$(smartctl -j -A "$drive" | jq -c '[.ata_smart_attributes.table[] | select(.id | IN(1, 5, 9, 12)) | [.raw.value, .value, .thresh, .worst]]')" \
+    "$(tvkctl inspect smart --table sata --json --ata-values "$(recorded "$drive")/ata-smart-values" \
+      --ata-thresholds "$(recorded "$drive")/ata-smart-thresholds" |
+      jq -c '[.itemData | .ReadErrorRate, .ReallocatedSectorCount, .PowerOnHours, .PowerCycle | fromjson
+        | [.raw, .normalized, .threshold, .worst | tonumber]]')"
+done
+none "drives: recorded, no serial number" "$(grep -rlaE 'TB(NVME|SSD-|HDD-|SPACES|PATHS|STICK)|BTSS-D|BTDH-D' /tmp/recorded)"
+
 cpu=$(tvkctl inspect cpu --json)
 cpu_says() { jq -r ".$1" <<<"$cpu"; }
 same "cpu: name" "$(sed -n 's/^model name\s*: //p' /proc/cpuinfo | head -n 1)" "$(cpu_says cpu_name)"
