@@ -142,11 +142,11 @@ int DatasetMonitor::LogDevInitEvent() {
   const std::wstring device_context = services().manager.get_device_context_id();
   int result = 0;
   for (const std::wstring& key : DescribedKeys()) {
-    if (!TakesDeviceInit(key)) continue;
     // By device, so that one whose item could not be written, or which came later, gets its own.
     const DatasetState done{L"DeviceInit " + key, device_context};
     std::wstring of;
     if (services().store.GetState(dataset, done.key, of) == 0 && of == device_context) continue;
+    if (!TakesDeviceInit(key)) continue;
     const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key, done);
     if (result == 0) result = error;
   }

@@ -56,7 +56,11 @@ AtaRegisters AtaCheckPowerMode() {
 }
 
 DrivePower AtaPowerOf(const AtaRegisters& answer) {
-  if (AtaOutcome(answer).result != DriveResult::kDone) return DrivePower::kUnknown;
+  // Some bridges give registers of zeros back; the status of a drive that works has this bit.
+  constexpr std::uint8_t kStatusReady = 0x40;
+  if (AtaOutcome(answer).result != DriveResult::kDone || (answer.command & kStatusReady) == 0) {
+    return DrivePower::kUnknown;
+  }
   // ACS-4, table 39. Idle ones spin, all but those whose non-volatile cache lets them stand still (40h).
   switch (answer.count) {
     case 0x00:  // standby
@@ -72,8 +76,10 @@ DriveAnswer AtaOutcome(const AtaRegisters& answer) {
   constexpr std::uint8_t kStatusError = 0x01;
   constexpr std::uint8_t kStatusFault = 0x20;
   constexpr std::uint8_t kErrorAborted = 0x04;
+  constexpr std::uint8_t kErrorOfMediumOrCable = 0x80 | 0x40 | 0x10;  // with which a command is aborted, too
   if ((answer.command & (kStatusError | kStatusFault)) == 0) return {};
-  const bool aborted = (answer.command & kStatusError) != 0 && (answer.features & kErrorAborted) != 0;
+  const bool aborted = (answer.command & kStatusError) != 0 && (answer.features & kErrorAborted) != 0 &&
+                       (answer.features & kErrorOfMediumOrCable) == 0;
   return {aborted ? DriveResult::kNotSupported : DriveResult::kRefused,
           static_cast<std::uint32_t>(answer.command << 8 | answer.features)};
 }

@@ -76,9 +76,9 @@ enum class DrivePower {
   kUnknown,  ///< Neither the drive nor the system tells.
 };
 
-/// How long a door lets one command take: a drive that turns needs some seconds where it was about to sleep, and one in
-/// the middle of its own error recovery does. The system may take longer yet where the drive hangs.
-inline constexpr std::chrono::seconds kDriveCommandLimit{10};
+/// How long the system lets one command take. It answers one that takes longer by resetting the drive, with all that
+/// others do on it; so this is the systems' own patience with a drive, and whoever asks gives up earlier.
+inline constexpr std::chrono::seconds kDriveCommandLimit{60};
 
 /// One opened drive. One thread at a time. Hold it no longer than it is asked: on Windows the user cannot eject it
 /// meanwhile.

@@ -33,7 +33,8 @@ std::optional<AtaSelfTestEntry> DecodeAtaSelfTestLog(std::span<const std::uint8_
   AtaSelfTestEntry entry{.subcommand = descriptor[kSubcommand],
                          .status = DecodeAtaSelfTestStatus(descriptor[kStatus]),
                          .power_on_hours = platform::LittleEndianAt<std::uint16_t>(descriptor, kLifeTimestamp),
-                         .failing_lba = {}};
+                         .failing_lba = {},
+                         .index = static_cast<std::uint8_t>(index)};
   const auto lba = platform::LittleEndianAt<std::uint32_t>(descriptor, kFailingLba);
   // The standard defines it for no other outcome.
   if (entry.status.code == kReadFailed && lba != kLbaDoesNotFit) entry.failing_lba = lba;

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "client/text/string.h"
-
 namespace StorageCollector {
 
 std::wstring Words(Silence silence) {
@@ -19,7 +17,7 @@ std::wstring Words(Silence silence) {
     case Silence::kHung:
       return L"it did not answer in time, and is left alone for a while";
     case Silence::kLeftAlone:
-      return L"it is left alone, since it did not answer in time lately";
+      return L"it is left alone: it did not answer in time lately, or is being asked";
     case Silence::kStopped:
       return L"the reading was stopped";
     case Silence::kGone:
@@ -34,8 +32,8 @@ std::wstring Words(Silence silence) {
   return L"the reading failed";
 }
 
-DriveLane::DriveLane(platform::Runtime& runtime, const TVK::Log& log, platform::DriveListing listing)
-    : runtime_(runtime), log_(log), listing_(std::move(listing)), calls_(runtime, log, "tvk-drive") {}
+DriveLane::DriveLane(platform::Runtime& runtime, const TVK::Log& log, std::wstring path)
+    : runtime_(runtime), log_(log), path_(std::move(path)), calls_(runtime, log, "tvk-drive") {}
 
 Silence DriveLane::Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop) {
   {
@@ -50,14 +48,18 @@ Silence DriveLane::Run(std::function<void()> call, std::chrono::milliseconds lim
       return Silence::kStopped;
     case Outcome::kBusy:
       return Silence::kLeftAlone;
-    case Outcome::kNoThread:
+    case Outcome::kFailed:
       return Silence::kFailed;
     case Outcome::kTimedOut:
       break;
   }
+  if (limit >= kSessionLimit) Rest();  // the patience of less says nothing of the drive
+  return Silence::kHung;
+}
+
+void DriveLane::Rest() {
   const std::lock_guard lock(mutex_);
   rests_until_ = runtime_.clock().Steady() + kRest;
-  return Silence::kHung;
 }
 
 std::optional<DriveIdentity> DriveLane::identity() const {
@@ -77,18 +79,11 @@ void DriveLane::Note(const std::wstring& what, Silence silence, std::uint32_t er
     Silence& noted = noted_.try_emplace(what, Silence::kNone).first->second;
     if (std::exchange(noted, silence) == silence) return;
   }
-  const std::wstring path = TVK::String::UTF8ToUTF16(listing_.path);
   if (silence == Silence::kNone) {
-    log_.i(L"%s: %s is told again", path, what);
+    log_.i(L"%s: %s is told again", path_, what);
   } else {
-    log_.e(L"%s: %s is not told: %s (error 0x%X)", path, what, Words(silence), error);
+    log_.e(L"%s: %s is not told: %s (error 0x%X)", path_, what, Words(silence), error);
   }
-}
-
-Silence DriveLane::last(const std::wstring& what) const {
-  const std::lock_guard lock(mutex_);
-  const auto noted = noted_.find(what);
-  return noted == noted_.end() ? Silence::kNone : noted->second;
 }
 
 bool DriveLane::TakeSelfTest() {

@@ -22,7 +22,7 @@ enum class Silence {
   kNotSupported,  ///< The drive, its driver or the bridge before it does not know the command.
   kAsleep,        ///< It would have to be woken.
   kHung,          ///< It did not answer in time.
-  kLeftAlone,     ///< It did not answer lately, or somebody else asks it for too long.
+  kLeftAlone,     ///< It did not answer lately, or somebody else asks it at present.
   kStopped,       ///< Whoever asked is stopping.
   kGone,
   kRefused,  ///< The drive knows the command and said no.
@@ -56,19 +56,21 @@ class DriveLane {
  public:
   /// How long a drive that hung is left alone.
   static constexpr std::chrono::hours kRest{1};
-  /// What the system may need beyond its own limit of a command (its recovery of a drive that does not answer), for
-  /// the few commands of one session.
-  static constexpr std::chrono::seconds kSessionLimit = 3 * platform::kDriveCommandLimit;
+  /// How long somebody waits for the few commands of one session: a drive that turns needs some seconds where it was
+  /// about to sleep. What takes longer goes on without him.
+  static constexpr std::chrono::seconds kSessionLimit{30};
 
-  DriveLane(platform::Runtime& runtime, const TVK::Log& log, platform::DriveListing listing);
+  /// `path`: of the drive, for the log.
+  DriveLane(platform::Runtime& runtime, const TVK::Log& log, std::wstring path);
   DriveLane(const DriveLane&) = delete;
   DriveLane& operator=(const DriveLane&) = delete;
 
-  const platform::DriveListing& listing() const { return listing_; }
-
   /// Runs `call`, which must own all that it touches, when nobody else asks the drive and it is not left alone. kNone
-  /// when it has run. After `limit` the drive counts as hung.
+  /// when it has run. A drive that does not come back within kSessionLimit rests.
   Silence Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);
+
+  /// Leaves the drive alone for kRest.
+  void Rest();
 
   /// What the drive said of itself since it was attached; nothing yet at first.
   std::optional<DriveIdentity> identity() const;
@@ -77,9 +79,6 @@ class DriveLane {
   /// Logs why `what` was not told, once until that changes; kNone says that it was.
   void Note(const std::wstring& what, Silence silence, std::uint32_t error);
 
-  /// What was noted last of it.
-  Silence last(const std::wstring& what) const;
-
   /// For one self-test at a time: false while another one has it.
   bool TakeSelfTest();
   void ReturnSelfTest();
@@ -87,7 +86,7 @@ class DriveLane {
  private:
   platform::Runtime& runtime_;
   const TVK::Log log_;
-  const platform::DriveListing listing_;
+  const std::wstring path_;
   TVK::LimitedCalls calls_;
   mutable std::mutex mutex_;  ///< Guards what follows; held for a look.
   std::optional<platform::SteadyTime> rests_until_;

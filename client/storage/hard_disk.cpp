@@ -113,15 +113,15 @@ std::wstring BusText(DriveBus bus) {
 
 }  // namespace
 
-HardDisk::HardDisk(platform::Drives& drives, std::shared_ptr<DriveLane> lane)
-    : drives_(&drives), lane_(std::move(lane)) {}
+HardDisk::HardDisk(platform::Drives& drives, platform::DriveListing listing, std::shared_ptr<DriveLane> lane)
+    : drives_(&drives), listing_(std::move(listing)), lane_(std::move(lane)) {}
 
 template <typename Content>
 Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
                                platform::Waitable* stop, std::chrono::milliseconds limit) const {
   // Its own, since it may come back when nobody waits for it any more.
   const auto reading = std::make_shared<Reading<Content>>();
-  const auto session = [reading, owned = drives_->weak_from_this().lock(), drives = drives_, listing = lane_->listing(),
+  const auto session = [reading, owned = drives_->weak_from_this().lock(), drives = drives_, listing = listing_,
                         work = std::move(work)] {
     const platform::DriveOpening opening = drives->Open(listing);
     if (opening.drive == nullptr) {
@@ -134,34 +134,44 @@ Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<C
   };
   const Silence silence = lane_->Run(session, limit, stop);
   Reading<Content> result = silence == Silence::kNone ? std::move(*reading) : Reading<Content>{{}, silence};
+  // The system gave up on a command: the next one would take as long.
+  if (silence == Silence::kNone && result.silence == Silence::kHung) lane_->Rest();
   lane_->Note(what, result.silence, result.error);
   return result;
 }
 
 void HardDisk::Identify(platform::Waitable* stop) const {
-  const DriveBus bus = lane_->listing().bus;
-  if (lane_->identity() || (bus != DriveBus::kNvme && bus != DriveBus::kAta && bus != DriveBus::kUsb)) return;
+  if (lane_->identity()) return;
+  if (listing_.bus == DriveBus::kCard || listing_.bus == DriveBus::kOther) {
+    lane_->set_identity(OfListing(listing_));  // they speak neither
+    return;
+  }
   const auto told = Ask<DriveIdentity>(
-      kIdentity, [listing = lane_->listing()](Drive& drive) { return ReadIdentity(drive, listing); }, stop);
+      kIdentity, [listing = listing_](Drive& drive) { return ReadIdentity(drive, listing); }, stop);
   if (told.content) {
     lane_->set_identity(*told.content);
-  } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged) {
-    lane_->set_identity(OfListing(lane_->listing()));  // it will not tell any more than that
+  } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged ||
+             told.silence == Silence::kNoRight) {
+    lane_->set_identity(OfListing(listing_));  // it will not tell any more than that
   }
 }
 
+bool HardDisk::identified() const {
+  return lane_->identity().has_value();
+}
+
 DriveIdentity HardDisk::identity() const {
-  return lane_->identity().value_or(OfListing(lane_->listing()));
+  return lane_->identity().value_or(OfListing(listing_));
 }
 
 std::wstring HardDisk::getDrivePath() const {
-  return Wide(lane_->listing().path);
+  return Wide(listing_.path);
 }
 
 std::wstring HardDisk::getDriveType() const {
-  const std::wstring bus = BusText(lane_->listing().bus);
-  const auto rotating = lane_->listing().bus == DriveBus::kNvme ? std::optional(false) : identity().rotating;
-  if (!rotating || lane_->listing().bus == DriveBus::kCard) return bus;
+  const std::wstring bus = BusText(listing_.bus);
+  const auto rotating = listing_.bus == DriveBus::kNvme ? std::optional(false) : identity().rotating;
+  if (!rotating || listing_.bus == DriveBus::kCard) return bus;
   return bus + (*rotating ? L" HDD" : L" SSD");
 }
 
@@ -183,19 +193,15 @@ std::wstring HardDisk::getHashedSerialNumber() const {
 }
 
 DriveKind HardDisk::kind() const {
-  if (lane_->listing().bus == DriveBus::kNvme) return DriveKind::kNvme;
+  if (listing_.bus == DriveBus::kNvme) return DriveKind::kNvme;
   const DriveIdentity own = identity();
   if (!own.is_ata) return DriveKind::kOther;
-  const bool ssd = lane_->listing().bus == DriveBus::kAta && own.rotating == std::optional(false);
+  const bool ssd = listing_.bus == DriveBus::kAta && own.rotating == std::optional(false);
   return ssd ? DriveKind::kSataSsd : DriveKind::kAta;
 }
 
 bool HardDisk::supports_smart() const {
   return identity().smart_supported;
-}
-
-bool HardDisk::lacks_health() const {
-  return lane_->last(kHealth) == Silence::kNotSupported;
 }
 
 Reading<TVK::NvmeHealth> HardDisk::ReadNvmeHealth(platform::Waitable* stop) const {

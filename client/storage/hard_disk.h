@@ -30,7 +30,7 @@ enum class DriveKind {
 /// that is asleep is not asked. Any thread; not beyond the collector that gave it.
 class HardDisk {
  public:
-  HardDisk(platform::Drives& drives, std::shared_ptr<DriveLane> lane);
+  HardDisk(platform::Drives& drives, platform::DriveListing listing, std::shared_ptr<DriveLane> lane);
 
   std::wstring getDrivePath() const;
   /// Bus and medium: "NVMe SSD", "SATA SSD", "SATA HDD", "USB SSD", "SCSI HDD", "Card" and so on; the bus alone where
@@ -43,11 +43,12 @@ class HardDisk {
   std::wstring getHashedSerialNumber() const;
 
   DriveKind kind() const;
-  const platform::DriveListing& listing() const { return lane_->listing(); }
+  /// Whether it is known what it says of itself, and be it nothing. Until then, while it sleeps or does not answer, it
+  /// is what the system knows of it, which may be another serial number.
+  bool identified() const;
+  const platform::DriveListing& listing() const { return listing_; }
   /// Whether the drive says that it tells of its health; true of NVMe drives, which must.
   bool supports_smart() const;
-  /// Whether the last reading of its health showed that it has none to tell.
-  bool lacks_health() const;
 
   Reading<TVK::NvmeHealth> ReadNvmeHealth(platform::Waitable* stop) const;
   /// The thresholds too, where the drive has them.
@@ -72,6 +73,7 @@ class HardDisk {
                        platform::Waitable* stop, std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
 
   platform::Drives* drives_;
+  platform::DriveListing listing_;
   std::shared_ptr<DriveLane> lane_;
 };
 

@@ -5,6 +5,8 @@
 #include <set>
 #include <string>
 
+#include "client/text/string.h"
+
 namespace StorageCollector {
 namespace {
 
@@ -12,6 +14,12 @@ TVK::Log OpenLog() {
   TVK::Log log;
   TVK::utility::InitLog(log, L"StorageCollector.log", 4);
   return log;
+}
+
+/// What else is told of one may change, as with its medium.
+bool IsSameDrive(const platform::DriveListing& one, const platform::DriveListing& other) {
+  return one.path == other.path && one.bus == other.bus && one.model == other.model &&
+         one.serial_number == other.serial_number;
 }
 
 }  // namespace
@@ -44,11 +52,16 @@ HardDisk HardDiskInfoCollector::GetDriveInstance(const HardDiskBasicInfo& drive,
   std::shared_ptr<DriveLane> lane;
   {
     const std::lock_guard lock(mutex_);
-    const auto known = std::ranges::find(lanes_, drive.listing, [](const auto& one) { return one->listing(); });
-    lane = known != lanes_.end() ? *known
-                                 : lanes_.emplace_back(std::make_shared<DriveLane>(runtime_, log_, drive.listing));
+    const auto known =
+        std::ranges::find_if(known_, [&](const KnownDrive& one) { return IsSameDrive(one.listing, drive.listing); });
+    if (known != known_.end()) {
+      lane = known->lane;
+    } else {
+      lane = std::make_shared<DriveLane>(runtime_, log_, TVK::String::UTF8ToUTF16(drive.listing.path));
+      known_.push_back({drive.listing, lane});
+    }
   }
-  HardDisk disk(drives_, std::move(lane));
+  HardDisk disk(drives_, drive.listing, std::move(lane));
   disk.Identify(stop);
   return disk;
 }

@@ -41,13 +41,18 @@ class HardDiskInfoCollector {
   std::vector<HardDisk> GetDrives(platform::Waitable* stop = nullptr);
 
  private:
+  struct KnownDrive {
+    platform::DriveListing listing;
+    std::shared_ptr<DriveLane> lane;
+  };
+
   platform::Runtime& runtime_;
   platform::Drives& drives_;
   TVK::Log log_;
   TVK::LimitedCalls listing_calls_;
   std::mutex mutex_;  ///< Guards what follows; held for a look.
   std::vector<platform::DriveListing> listed_;
-  std::vector<std::shared_ptr<DriveLane>> lanes_;  ///< Of the drives of listed_ that were asked for.
+  std::vector<KnownDrive> known_;  ///< The drives of listed_ that were asked for.
 };
 
 }  // namespace StorageCollector

@@ -39,7 +39,7 @@ LimitedCalls::Outcome LimitedCalls::Run(std::function<void()> call, std::chrono:
                                         platform::Waitable* stop) {
   const Outcome turn = Await(runtime_, *turn_, limit, stop);
   if (turn != Outcome::kDone) return turn == Outcome::kTimedOut ? Outcome::kBusy : turn;
-  Outcome outcome = Outcome::kNoThread;
+  Outcome outcome = Outcome::kFailed;
   try {
     outcome = RunInTurn(std::move(call), limit, stop);
   } catch (const std::system_error& refusal) {
@@ -53,10 +53,8 @@ LimitedCalls::Outcome LimitedCalls::Run(std::function<void()> call, std::chrono:
 LimitedCalls::Outcome LimitedCalls::RunInTurn(std::function<void()> call, std::chrono::milliseconds limit,
                                               platform::Waitable* stop) {
   if (thread_.joinable()) {
-    {
-      const std::lock_guard lock(progress_->mutex);
-      if (!progress_->returned) return Outcome::kBusy;
-    }
+    const Outcome before = Await(runtime_, *progress_->done, limit, stop);
+    if (before != Outcome::kDone) return before == Outcome::kTimedOut ? Outcome::kBusy : before;
     runtime_.Join(thread_);
   }
   progress_ = std::make_shared<Progress>();
@@ -70,8 +68,9 @@ LimitedCalls::Outcome LimitedCalls::RunInTurn(std::function<void()> call, std::c
         if (progress->done != nullptr) progress->done->Set();
       });
   const Outcome outcome = Await(runtime_, *progress_->done, limit, stop);
-  if (outcome == Outcome::kDone) runtime_.Join(thread_);
-  return outcome;
+  if (outcome != Outcome::kDone) return outcome;
+  runtime_.Join(thread_);
+  return progress_->failed ? Outcome::kFailed : outcome;
 }
 
 }  // namespace TVK

@@ -19,9 +19,9 @@ class LimitedCalls {
   enum class Outcome {
     kDone,
     kTimedOut,  ///< It goes on; until it has come back no other call is begun.
-    kBusy,      ///< Not begun: the one before has not come back.
+    kBusy,      ///< Not begun: the one before has not come back, nor did within `limit`.
     kStopped,   ///< `stop` came first; the call goes on as with kTimedOut, if it was begun.
-    kNoThread,  ///< The system gave none; logged.
+    kFailed,    ///< It threw, or the system gave no thread; logged.
   };
 
   /// `name`: of the threads, see Runtime::StartThread, and of exceptions that leave a call, which are logged in `log`.
@@ -32,9 +32,9 @@ class LimitedCalls {
   LimitedCalls(const LimitedCalls&) = delete;
   LimitedCalls& operator=(const LimitedCalls&) = delete;
 
-  /// `call` must own all that it touches: it may outlive everything. `limit`: of waking time, for its turn and for the
-  /// call each. `stop`: null, or what ends the waiting; its signal is consumed as by any wait. Throws std::system_error
-  /// when the system gives no event.
+  /// `call` must own all that it touches: it may outlive everything. `limit`: of waking time, for its turn, for
+  /// a call that was left behind, and for the call, each. `stop`: null, or what ends the waiting; its signal is
+  /// consumed as by any wait. Throws std::system_error when the system gives no event.
   Outcome Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);
 
  private:
@@ -43,6 +43,7 @@ class LimitedCalls {
     std::mutex mutex;                       ///< Guards what follows.
     std::unique_ptr<platform::Event> done;  ///< Null once nobody waits any more for it.
     bool returned = false;
+    bool failed = false;  ///< It threw.
   };
 
   Outcome RunInTurn(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);

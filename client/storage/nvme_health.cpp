@@ -33,8 +33,10 @@ constexpr std::size_t kCriticalTemperatureTime = 196;
 // 2 bytes each
 constexpr std::size_t kTemperatureSensors = 200;
 
-std::int32_t Celsius(std::uint16_t kelvins) {
-  return std::int32_t{kelvins} - 273;
+/// The temperature at this place; nothing for 0 kelvins, which stand for one that is not measured.
+std::optional<std::int32_t> CelsiusAt(std::span<const std::uint8_t> page, std::size_t at) {
+  const auto kelvins = platform::LittleEndianAt<std::uint16_t>(page, at);
+  return kelvins == 0 ? std::nullopt : std::optional(std::int32_t{kelvins} - 273);
 }
 
 Counter128 CounterAt(std::span<const std::uint8_t> page, std::size_t at) {
@@ -66,7 +68,7 @@ std::optional<NvmeHealth> DecodeNvmeHealth(std::span<const std::uint8_t> page) {
   if (page.size() != kSize) return std::nullopt;
   NvmeHealth health{
       .critical_warning = page[kCriticalWarning],
-      .temperature_c = Celsius(platform::LittleEndianAt<std::uint16_t>(page, kCompositeTemperature)),
+      .temperature_c = CelsiusAt(page, kCompositeTemperature),
       .available_spare = page[kAvailableSpare],
       .available_spare_threshold = page[kAvailableSpareThreshold],
       .percentage_used = page[kPercentageUsed],
@@ -82,10 +84,8 @@ std::optional<NvmeHealth> DecodeNvmeHealth(std::span<const std::uint8_t> page) {
       .error_log_entries = CounterAt(page, kErrorLogEntries),
       .warning_temperature_minutes = platform::LittleEndianAt<std::uint32_t>(page, kWarningTemperatureTime),
       .critical_temperature_minutes = platform::LittleEndianAt<std::uint32_t>(page, kCriticalTemperatureTime)};
-  for (std::size_t i = 0; i < health.sensors_c.size(); ++i) {
-    const auto kelvins = platform::LittleEndianAt<std::uint16_t>(page, kTemperatureSensors + 2 * i);
-    if (kelvins != 0) health.sensors_c[i] = Celsius(kelvins);
-  }
+  for (std::size_t i = 0; i < health.sensors_c.size(); ++i)
+    health.sensors_c[i] = CelsiusAt(page, kTemperatureSensors + 2 * i);
   return health;
 }
 

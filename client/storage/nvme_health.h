@@ -20,8 +20,8 @@ struct Counter128 {
 
 struct NvmeHealth {
   std::uint8_t critical_warning = 0;  ///< Bits: spare, temperature, reliability, read-only, backup, memory region.
-  std::int32_t temperature_c = 0;     ///< The composite one, from kelvins.
-  std::uint8_t available_spare = 0;   ///< Percent, as the next two.
+  std::optional<std::int32_t> temperature_c;  ///< The composite one, from kelvins; absent where it is 0.
+  std::uint8_t available_spare = 0;           ///< Percent, as the next two.
   std::uint8_t available_spare_threshold = 0;
   std::uint8_t percentage_used = 0;  ///< May pass 100; 255 stands for more.
   Counter128 data_units_read;        ///< Of a thousand 512-byte units, as the next.

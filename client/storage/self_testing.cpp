@@ -17,12 +17,21 @@ using platform::DriveAction;
 
 constexpr std::uint8_t kShort = 1;  // the code of a short self-test in the logs of both standards
 
+/// A test that is through.
+struct Ended {
+  std::uint8_t code = 0;    ///< What it came to.
+  std::uint64_t which = 0;  ///< Its place in the log; 0 for a drive without one.
+  std::uint64_t power_on_hours = 0;
+
+  bool operator==(const Ended&) const = default;
+};
+
 /// What a drive says of its self-tests.
 struct Look {
   bool supported = false;
   bool running = false;
   std::chrono::minutes estimate{2};
-  std::optional<std::uint8_t> newest = {};  ///< What the newest short one came to.
+  std::optional<Ended> newest = {};  ///< The newest short one.
 };
 
 /// The self-tests of one kind of drive.
@@ -55,7 +64,8 @@ Reading<Look> LookAtNvme(const HardDisk& drive, platform::Waitable* stop) {
   if (!log.content) return {{}, log.silence, log.error};
   // A short test takes two minutes at most (NVM Express Base Specification 2.0c, 8.6.1).
   Look look{.supported = true, .running = log.content->running != 0};
-  if (log.content->newest && log.content->newest->code == kShort) look.newest = log.content->newest->result;
+  const auto& newest = log.content->newest;
+  if (newest && newest->code == kShort) look.newest = {newest->result, 0, newest->power_on_hours};
   return {look};
 }
 
@@ -82,32 +92,42 @@ bool IsBatteryLow(platform::Power& power) {
          *status.percent < kLeastBatteryPercent;
 }
 
-/// The result of the test that was just started.
-SelfTestOutcome Follow(platform::Runtime& runtime, const HardDisk& drive, const Tester& tester,
-                       std::chrono::minutes estimate, platform::Waitable& stop) {
+/// At a stop, which it has no right to hold up: the drive answered a moment ago, and a test left running harms nothing.
+SelfTestOutcome Abort(const HardDisk& drive, const Tester& tester) {
+  constexpr std::chrono::milliseconds kLimit = 1s;
+  const auto aborted = drive.Do(tester.abort, nullptr, kLimit);
+  return {{},
+          aborted.content ? L"it was aborted, since the monitor stops"
+                          : L"the monitor stops, and it could not be aborted: " + Words(aborted.silence)};
+}
+
+/// The result of the test that was just started; `before`: the drive's logs until then.
+SelfTestOutcome Follow(platform::Runtime& runtime, const HardDisk& drive, const Tester& tester, const Look& before,
+                       platform::Waitable& stop) {
+  const std::chrono::minutes estimate = before.estimate;
+  bool seen_running = false;
   constexpr std::chrono::milliseconds kFirst = 10s;  // some end at once
   constexpr std::chrono::milliseconds kBetween = 30s;
   const std::chrono::milliseconds most = 2 * estimate + 3min;
-  // An abort has no right to hold up a stop: the drive answered a moment ago, and a test left running harms nothing.
-  constexpr std::chrono::milliseconds kAbortLimit = 1s;
   std::chrono::milliseconds spent = 0ms;
   std::chrono::milliseconds pause = kFirst;
   while (spent < most) {
-    if (runtime.Wait(stop, pause) != platform::kWaitTimeout) {
-      drive.Do(tester.abort, nullptr, kAbortLimit);
-      return {{}, L"it was aborted, since the monitor stops"};
-    }
+    if (runtime.Wait(stop, pause) != platform::kWaitTimeout) return Abort(drive, tester);
     spent += pause;
     pause = spent < estimate ? std::max(estimate - spent, kBetween) : kBetween;
     const auto look = tester.look(drive, &stop);
+    if (look.silence == Silence::kStopped) return Abort(drive, tester);
     if (look.silence == Silence::kGone || look.silence == Silence::kHung || look.silence == Silence::kLeftAlone) {
       return {{}, Words(look.silence)};
     }
-    if (look.content && !look.content->running && look.content->newest) {
-      return {tester.words(*look.content->newest), {}};
-    }
+    if (!look.content) continue;
+    seen_running = seen_running || look.content->running;
+    if (look.content->running || !look.content->newest) continue;
+    // What stood there before is no result of this test: a bridge may have dropped the command.
+    if (seen_running || look.content->newest != before.newest) return {tester.words(look.content->newest->code), {}};
   }
-  drive.Do(tester.abort, nullptr);
+  if (!seen_running) return {{}, L"the drive took the command, and shows no test"};
+  drive.Do(tester.abort, &stop);
   return {L"Aborted, not completed in time", {}};
 }
 
@@ -154,8 +174,9 @@ SelfTestOutcome RunShortSelfTest(platform::Runtime& runtime, platform::Power& po
   if (!before.content->supported) return {{}, L"the drive has no self-tests"};
   if (before.content->running) return {{}, L"the drive runs one already"};
   const auto started = drive.Do(tester->start, &stop);
+  if (started.silence == Silence::kStopped) return Abort(drive, *tester);  // it may have been started all the same
   if (!started.content) return {{}, Words(started.silence)};
-  return Follow(runtime, drive, *tester, before.content->estimate, stop);
+  return Follow(runtime, drive, *tester, *before.content, stop);
 }
 
 }  // namespace StorageCollector

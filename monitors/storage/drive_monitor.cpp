@@ -11,16 +11,15 @@ DriveMonitor::DriveMonitor(const MonitorServices& monitor_services, const Monito
 
 std::vector<DriveMonitor::KeyedDrive> DriveMonitor::FindDrives() {
   std::vector<KeyedDrive> found;
+  if (!Admits()) return found;
   for (StorageCollector::HardDisk& drive : services().hard_disks.GetDrives(stop_event())) {
-    if (!Qualifies(drive)) continue;
+    if (!Qualifies(drive) || !drive.identified()) continue;
     std::wstring key = drive.getHashedSerialNumber();
-    if (!key.empty()) {
+    if (!key.empty() && std::ranges::find(found, key, &KeyedDrive::key) == found.end()) {
       found.push_back({std::move(key), std::move(drive)});
-      continue;
-    }
-    if (!unnamed_told_.exchange(true)) {
-      log_.i(L"%s: %s tells no serial number and cannot be told apart; it is left out", Operation(L"FindDrives"),
-             drive.getDrivePath());
+    } else if (!left_out_told_.exchange(true)) {
+      log_.i(L"%s: %s tells no serial number, or another drive's, and cannot be told apart; it is left out",
+             Operation(L"FindDrives"), drive.getDrivePath());
     }
   }
   return found;

@@ -11,8 +11,9 @@
 
 namespace TVK {
 
-/// A drive is told apart by the hash of its serial number; one that tells none is left out, with a line in the log.
-/// Contexts follow the drives as they come and go. Without consent no drive is looked for.
+/// A drive is told apart by the hash of its serial number; one that tells none, and a second one with the same, are
+/// left out, with a line in the log. One that sleeps or does not answer when it is found is left out until it tells who
+/// it is. Contexts follow the drives as they come and go. Without consent no drive is looked for.
 class DriveMonitor : public ScheduledMonitor {
  public:
   void StopMonitor() override;
@@ -36,7 +37,7 @@ class DriveMonitor : public ScheduledMonitor {
     std::wstring key;
     StorageCollector::HardDisk drive;
   };
-  /// Those that the dataset is about, as they are now.
+  /// Those that the dataset is about, as they are now; none without consent.
   std::vector<KeyedDrive> FindDrives();
   /// The same for a round of records: drives that came without a word of the system are described first.
   std::vector<KeyedDrive> FindDescribedDrives();
@@ -45,7 +46,7 @@ class DriveMonitor : public ScheduledMonitor {
 
  private:
   DriveArrivals arrivals_;
-  std::atomic<bool> unnamed_told_ = false;
+  std::atomic<bool> left_out_told_ = false;
 };
 
 }  // namespace TVK

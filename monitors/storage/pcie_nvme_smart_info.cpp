@@ -42,13 +42,13 @@ int PCIeNVMeSmartInfo::GetSmartInfoList(ItemData& data) const {
     if (!health_) return kErrorNotRead;
     for (const auto& [key, number] :
          {std::pair<const wchar_t*, std::int64_t>(L"CriticalWarning", health_->critical_warning),
-          {L"TemperatureC", health_->temperature_c},
           {L"AvailableSpare", health_->available_spare},
           {L"AvailableSpareThreshold", health_->available_spare_threshold},
           {L"PercentageUsed", health_->percentage_used},
           {L"WarningCompositeTemperatureTime", health_->warning_temperature_minutes},
           {L"CriticalCompositeTemperatureTime", health_->critical_temperature_minutes}})
       data[key] = TVK::DecimalText(number).text();
+    if (health_->temperature_c) data[L"TemperatureC"] = TVK::DecimalText(*health_->temperature_c).text();
     for (const auto& [key, counter] : {std::pair(L"DataUnitsRead", &health_->data_units_read),
                                        {L"DataUnitsWritten", &health_->data_units_written},
                                        {L"HostReadCommands", &health_->host_read_commands},

@@ -58,6 +58,7 @@ std::wstring SelfTestMonitor::ContextIn(const DatasetRow& row, const std::wstrin
 
 void SelfTestMonitor::AddFacts(const StorageCollector::HardDisk& drive, ItemData& facts) {
   const std::wstring key = drive.getHashedSerialNumber();
+  facts[L"DriveBusType"] = traits_.bus_type;
   facts[L"DriveType"] = drive.getDriveType();
   facts[traits_.smart_context_key] = ContextIn(traits_.smart_row, key);
   facts[L"storage_dataset_context_id"] = ContextIn(kStorageRow, key);
@@ -69,7 +70,13 @@ void SelfTestMonitor::LogDescribed(const std::wstring& model, const std::wstring
 
 void SelfTestMonitor::LogItemEvent() {
   const std::wstring caller = Operation(L"LogItemEvent");
-  for (const auto& [key, drive] : FindDescribedDrives()) {
+  if (in_round_.exchange(true)) return;
+  struct Round {
+    ~Round() { going = false; }
+    std::atomic<bool>& going;
+  } const round{in_round_};
+  LogDatasetContext(false);  // the drives' contexts in the other datasets may be newer ones by now
+  for (const auto& [key, drive] : FindDrives()) {
     if (stopping() || !Admits()) return;
     if (!HasContext(key)) {
       log_.e(L"%s: SerialNumber can NOT be found in SmartDatasetContextIdMap!", caller);

@@ -11,6 +11,7 @@ struct SelfTestMonitorTraits {
   StorageCollector::DriveKind kind;  ///< Of the drives that are tested.
   const DatasetRow& smart_row;       ///< The dataset of the same drives' health.
   const wchar_t* smart_context_key;  ///< Names a drive's context there in its context here.
+  const wchar_t* bus_type;           ///< "DriveBusType" of the dataset contexts.
   MonitorLine event_failure;         ///< The stop event could not be made: the error.
   MonitorLine described;             ///< Debug; model and hashed serial number of a drive.
   SelfTestSettings (*read_settings)(const SettingTexts& settings);
@@ -25,7 +26,8 @@ class SelfTestMonitor : public DriveMonitor {
  public:
   void StartMonitor(std::wstring name) override;
 
-  /// A round: tests every drive that has a context, and writes what each test came to.
+  /// A round: tests every drive that has a context, and writes what each test came to. Nothing while a round goes on,
+  /// as when the interval changed in the middle of one.
   void LogItemEvent();
 
  protected:
@@ -45,6 +47,7 @@ class SelfTestMonitor : public DriveMonitor {
   std::wstring ContextIn(const DatasetRow& row, const std::wstring& key) const;
 
   const SelfTestMonitorTraits& traits_;
+  std::atomic<bool> in_round_ = false;
 };
 
 }  // namespace TVK

@@ -37,7 +37,10 @@ SelfTestSettings ReadNvmeSelfTestSettings(const SettingTexts& settings) {
 
 SelfTestSettings ReadSataSelfTestSettings(const SettingTexts& settings) {
   SelfTestSettings result = Read(Interval(kRegexForDays), settings);
-  if (result.interval_ms != 0 || !settings.contains(kKey)) return result;
+  const auto text = settings.find(kKey);
+  if (result.interval_ms != 0 || text == settings.end()) return result;
+  // One that is too long is no short one.
+  if (utility::GetIntervalInMillisecondsGivenRegex(text->second, kRegexForDays) > UINT32_MAX) return result;
   result.raised = true;
   result.interval_ms = kLeastSelfTestIntervalMs;
   result.readings.front().value_in_force = L"1d";

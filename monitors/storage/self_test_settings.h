@@ -20,8 +20,8 @@ struct SelfTestSettings {
 /// An interval below kLeastSelfTestIntervalMs is given as it is, to be refused.
 SelfTestSettings ReadNvmeSelfTestSettings(const SettingTexts& settings);
 
-/// An interval below kLeastSelfTestIntervalMs, and a text that is none, are raised to it; without one none is asked
-/// for.
+/// An interval below kLeastSelfTestIntervalMs, and a text that is none, are raised to it; one above 32 bits is refused,
+/// and without one none is asked for.
 SelfTestSettings ReadSataSelfTestSettings(const SettingTexts& settings);
 
 }  // namespace TVK

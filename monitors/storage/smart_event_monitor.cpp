@@ -1,6 +1,6 @@
 #include "monitors/storage/smart_event_monitor.h"
 
-#include <chrono>
+#include <algorithm>
 
 namespace {
 
@@ -62,6 +62,8 @@ void SmartEventMonitor::Begin() {
 }
 
 TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
+  // A clock that was set back may not silence it until that time comes again.
+  last_day_ = std::min(last_day_, services().runtime.clock().NowSeconds());
   if (!isItemEventElapsed(last_day_, kDaySeconds)) return nullptr;
   return [this] {
     // Whatever comes of it: a drive that does not tell today is asked tomorrow.
@@ -72,28 +74,26 @@ TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
 }
 
 void SmartEventMonitor::CheckThresholds() {
-  if (!Admits()) return;
   for (const auto& [key, drive] : FindDescribedDrives()) {
-    if (stopping()) return;
+    if (stopping() || !Admits()) return;
     if (!HasContext(key) || !drive.supports_smart()) continue;
     const auto reading = drive.ReadAtaSmart(stop_event());
     if (!reading.content) continue;
     const auto found = info_.FoundPredictFailure(*reading.content);
-    if (found) CheckThresholdEntry(key, *found, info_.ToItemData(*reading.content).value_or(ItemData()));
+    const int error = found ? CheckThresholdEntry(key, *found) : 0;
+    if (error > 0) {
+      log_.e(L"%s: Model :%s, Return error: %d", Operation(L"CheckThresholdEntry"), drive.getProductName(), error);
+    }
   }
 }
 
-bool SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found,
-                                            const ItemData& data) {
+int SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found) {
   const TVK::DatasetState now = StateOf(key, found);
   std::wstring kept;
   services().store.GetState(dataset_id, now.key, kept);
   const auto equals = kept.find(L'=');
   log_.d(L"%s: SmartCheckEntry found %s, existed %s=%s", Operation(L"CheckThresholdEntry"), found.getName(),
          kept.substr(0, equals), equals == kept.npos ? std::wstring() : kept.substr(equals + 1));
-  if (kept == now.value) return false;
-  const auto attribute = data.find(found.getName());
-  ItemData finding;
-  if (attribute != data.end()) finding.insert(*attribute);
-  return WriteItem(kThreshold, std::move(finding), key, now) == 0;
+  if (kept == now.value) return 0;
+  return WriteItem(kThreshold, {{found.getName(), SmartInfo::ValueText(found.getAttribute(), true)}}, key, now);
 }

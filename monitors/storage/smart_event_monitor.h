@@ -19,9 +19,8 @@ class SmartEventMonitor final : public TVK::SmartMonitor {
   explicit SmartEventMonitor(const TVK::MonitorServices& services);
 
   /// Reports the finding of a drive as "ThresholdExceedsCondition", unless it is the one that was reported of it last,
-  /// which the store keeps. `data`: the drive's attributes, as records have them. Whether it was reported.
-  bool CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found,
-                           const ItemData& data);
+  /// which the store keeps. As WriteItem; 0 also when it is the same.
+  int CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found);
 
  protected:
   bool Qualifies(const StorageCollector::HardDisk& drive) const override;
@@ -33,5 +32,5 @@ class SmartEventMonitor final : public TVK::SmartMonitor {
   TVK::SecondTick::Work LookAtDay();
 
   const SmartInfo info_{log_};
-  std::int64_t last_day_ = 0;  ///< Of the last record of a day; the thread's that watches.
+  std::int64_t last_day_ = 0;  ///< Of the last record of a day; the watcher's look and its work, which take turns.
 };

@@ -33,16 +33,6 @@ class TextBuilder {
   wchar_t* end_ = characters_.data();
 };
 
-std::wstring ValueText(const TVK::AtaAttribute& attribute, bool with_threshold) {
-  TextBuilder text;
-  text.Add(L"{ \"raw\": \"").Add(attribute.raw);
-  text.Add(L"\",\"normalized\": \"").Add(attribute.normalized);
-  text.Add(L"\",\"threshold\": \"");
-  if (with_threshold && attribute.threshold) text.Add(*attribute.threshold);
-  text.Add(L"\",\"worst\": \"").Add(attribute.worst).Add(L"\"}");
-  return text.text();
-}
-
 bool IsFailing(const TVK::AtaAttribute& attribute) {
   return attribute.normalized != 0 && attribute.threshold && attribute.normalized <= *attribute.threshold;
 }
@@ -74,6 +64,16 @@ std::optional<ItemData> SmartInfo::ToItemData(const TVK::AtaSmart& smart) const 
   ItemData data;
   const bool filled = thresholds ? FillSmartAttribValues2(smart, data) : FillSmartAttribValues(smart, data);
   return filled ? std::optional(std::move(data)) : std::nullopt;
+}
+
+std::wstring SmartInfo::ValueText(const TVK::AtaAttribute& attribute, bool with_threshold) {
+  TextBuilder text;
+  text.Add(L"{ \"raw\": \"").Add(attribute.raw);
+  text.Add(L"\",\"normalized\": \"").Add(attribute.normalized);
+  text.Add(L"\",\"threshold\": \"");
+  if (with_threshold && attribute.threshold) text.Add(*attribute.threshold);
+  text.Add(L"\",\"worst\": \"").Add(attribute.worst).Add(L"\"}");
+  return text.text();
 }
 
 bool SmartInfo::Fill(const TVK::AtaSmart& smart, bool with_thresholds, ItemData& data) const {

@@ -34,6 +34,9 @@ class SmartInfo {
   /// nothing when that is false.
   std::optional<ItemData> ToItemData(const TVK::AtaSmart& smart) const;
 
+  /// What records tell of one attribute; `with_threshold` false: as if the drive told none.
+  static std::wstring ValueText(const TVK::AtaAttribute& attribute, bool with_threshold);
+
   /// The first attribute in the sector that has a name, a value above 0 and a known threshold, and is not above that;
   /// it goes into the log. Nothing when all is well.
   std::optional<StorageCollector::HardDiskSmartInfo> FoundPredictFailure(const TVK::AtaSmart& smart) const;

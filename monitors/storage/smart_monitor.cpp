@@ -14,8 +14,8 @@ void SmartMonitor::StartMonitor(std::wstring /*name*/) {
   const std::wstring caller = Operation(L"StartMonitor");
   log_.d(L"%s: Entry", caller);
   if (!MakeStopEvent(caller.c_str(), L"%s: CreateEvent() return error %d!", traits_.stop_event)) return;
-  found_store_context_id_ = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
-  traits_.log_start(log_, caller, stopping(), found_store_context_id_);
+  const bool found = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
+  traits_.log_start(log_, caller, stopping(), found);
   if (stopping()) return;
   DescribeDrives();
   InitialiseDevice();
@@ -40,23 +40,21 @@ bool SmartMonitor::TakesDeviceInit(const std::wstring& device_key) {
     log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!", caller, found->drive.getProductName());
     return false;
   }
-  // Some say that they have it, and then do not.
-  if (!ReadHealth(found->drive) && found->drive.lacks_health()) {
-    log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!!", caller, found->drive.getProductName());
-    return false;
-  }
   return true;
 }
 
 void SmartMonitor::LogHealth(const wchar_t* item, const std::wstring& caller, MonitorLine without_context) {
-  if (!Admits()) return;
   for (const auto& [key, drive] : FindDescribedDrives()) {
-    if (stopping()) return;
+    if (stopping() || !Admits()) return;
     if (!HasContext(key)) {
       log_.e(L"%s", without_context.With({caller}));
       continue;
     }
-    std::optional<ItemData> health = drive.supports_smart() ? ReadHealth(drive) : std::nullopt;
+    if (!drive.supports_smart()) {
+      log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!!", caller, drive.getProductName());
+      continue;
+    }
+    std::optional<ItemData> health = ReadHealth(drive);
     if (!health) continue;
     const int error = WriteItem(item, std::move(*health), key);
     if (error <= 0) continue;

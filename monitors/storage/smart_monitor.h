@@ -23,7 +23,6 @@ class SmartMonitor : public DriveMonitor {
 
   /// The record of a day: "ReadSMARTPerDay" for every drive.
   void LogItemEvent();
-  bool get_foundStoreContextId() const { return found_store_context_id_; }
 
  protected:
   static constexpr wchar_t kPerDay[] = L"ReadSMARTPerDay";
@@ -48,7 +47,6 @@ class SmartMonitor : public DriveMonitor {
 
  private:
   const SmartMonitorTraits& traits_;
-  std::atomic<bool> found_store_context_id_ = false;
 };
 
 }  // namespace TVK
