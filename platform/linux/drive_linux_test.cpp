@@ -189,6 +189,8 @@ TEST_F(LinuxDriveTest, OpensWhatCanBeAsked) {
     EXPECT_EQ(opening.drive ? opening.drive->Read(DrivePage::kAtaIdentify).result : opening.result, row.result);
     EXPECT_EQ(Asked(), row.asked);
   }
+  EXPECT_EQ(Open("sda", DriveBus::kAta).drive->Read(DrivePage::kNvmeHealth).result, kNotSupported);
+  EXPECT_EQ(Asked(), "o");
   tree_.Write("/sys/block/sda/device/vendor", "ATA     \n");
   EXPECT_EQ(Open("sda", DriveBus::kScsi).drive->Read(DrivePage::kAtaIdentify).result, kDone)
       << "a SATA disk behind a SAS adapter";
