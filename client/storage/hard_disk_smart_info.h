@@ -2,7 +2,7 @@
 #pragma once
 
 #include <string>
-#include <utility>
+#include <string_view>
 
 #include "client/storage/ata_smart.h"
 
@@ -11,8 +11,7 @@ namespace StorageCollector {
 /// Constant.
 class HardDiskSmartInfo {
  public:
-  HardDiskSmartInfo(std::wstring name, const TVK::AtaAttribute& attribute)
-      : name_(std::move(name)), attribute_(attribute) {}
+  HardDiskSmartInfo(std::wstring_view name, const TVK::AtaAttribute& attribute) : name_(name), attribute_(attribute) {}
 
   const std::wstring& getName() const { return name_; }
   const TVK::AtaAttribute& getAttribute() const { return attribute_; }

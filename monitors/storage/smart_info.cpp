@@ -108,7 +108,7 @@ std::vector<StorageCollector::HardDiskSmartInfo> SmartInfo::PredictedFailures(co
   std::vector<StorageCollector::HardDiskSmartInfo> failures;
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
     const std::wstring_view name = names_[attribute.id].text;
-    if (!name.empty() && IsFailing(attribute)) failures.emplace_back(std::wstring(name), attribute);
+    if (!name.empty() && IsFailing(attribute)) failures.emplace_back(name, attribute);
   }
   return failures;
 }
