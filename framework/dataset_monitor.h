@@ -24,6 +24,8 @@ struct DescribedDevice {
   /// That it is there tells of use, as a stick that was plugged in does: nothing is written of it without the consent
   /// to tell of use.
   bool of_use = false;
+
+  bool operator==(const DescribedDevice&) const = default;
 };
 
 /// Who and what a monitor is. Everything referred to is constant and outlives the monitor.

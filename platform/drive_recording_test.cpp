@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <algorithm>
 
 #include "platform/drive_blanking.h"
 #include "platform/recorded_drives.h"
@@ -64,6 +64,29 @@ TEST(DriveRecordingTest, AChecksumIsAsRightAsItWas) {
     EXPECT_EQ(page[20], 'L');
     EXPECT_EQ(sum(page) == before, has_one);
     EXPECT_EQ(page[511] == 1, !has_one);
+  }
+}
+
+TEST(DriveRecordingTest, BlanksWhatIsNobodysBusinessAndNoMore) {
+  struct Row {
+    DrivePage page;
+    std::size_t first, last, count;  ///< Of the bytes that became zero.
+  };
+  for (const Row& row : {Row{DrivePage::kAtaIdentify, 216, 411, 16 + 62 + 60},
+                         {DrivePage::kAtaSmartValues, 366, 510, 2 + 125},
+                         {DrivePage::kAtaSmartThresholds, 380, 510, 131},
+                         {DrivePage::kAtaSelfTestLog, 11, 507, 21 * 15 + 2},
+                         {DrivePage::kNvmeController, 112, 4095, 16 + 256 + 1024},
+                         {DrivePage::kNvmeHealth, 232, 511, 280},
+                         {DrivePage::kNvmeSelfTestLog, 30, 563, 20 * 2}}) {
+    SCOPED_TRACE(PageFileName(row.page));
+    DriveRecording recording;
+    std::vector<std::uint8_t>& page = recording.pages[row.page];
+    page.resize(PageSize(row.page), 0xA5);
+    BlankIdentity(recording, "BLANKED-1");
+    EXPECT_EQ(std::ranges::find(page, 0) - page.begin(), row.first);
+    EXPECT_EQ(page.rend() - std::find(page.rbegin(), page.rend(), 0) - 1, row.last);
+    EXPECT_EQ(std::ranges::count(page, 0), row.count);
   }
 }
 

@@ -32,7 +32,7 @@ struct MachineDoors {
   std::unique_ptr<Settings> settings;
   std::unique_ptr<Power> power;
   std::shared_ptr<Drives> drives;
-  std::unique_ptr<Volumes> volumes;
+  std::shared_ptr<Volumes> volumes;
   std::unique_ptr<SystemEvents> system_events;
 
   MachineDoors();

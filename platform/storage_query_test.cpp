@@ -131,6 +131,7 @@ TEST(StorageQueryTest, NvmeActionsSucceedByTheirStatus) {
            Row{"busy", Word(16, 5), DriveResult::kFailed, 170},
            Row{"out of resources", Word(16, 7), DriveResult::kFailed, 31},
            Row{"not supported", Word(16, 0xFF), DriveResult::kNotSupported, 77},
+           Row{"without its command", First(80), DriveResult::kRefused, 77},
            Row{"cut", First(79), DriveResult::kFailed, kInvalidData},
        }) {
     Bytes answer = refused;

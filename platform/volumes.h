@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,7 +39,8 @@ struct Volume {
   bool operator==(const Volume&) const = default;
 };
 
-class Volumes {
+/// Held by shared_ptr, as Drives: a look at a file system whose drive hangs may come back after whoever asked has gone.
+class Volumes : public std::enable_shared_from_this<Volumes> {
  public:
   Volumes() = default;
   Volumes(const Volumes&) = delete;

@@ -12,6 +12,7 @@
 #include "apps/exit_code.h"
 #include "apps/tvkctl/inspect_commands.h"
 #include "apps/tvkctl/inspect_drives.h"
+#include "apps/tvkctl/inspect_smart.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/records_command.h"
 #include "client/identity/machine_services.h"
@@ -29,7 +30,7 @@ constexpr char kDescription[] = "Shows the event records, checks and applies tel
 constexpr char kFooter[] =
     "Exit codes: 0 done, 1 wrong command line, 2 wrong configuration or input (no store, a policy with mistakes, a "
     "file\n"
-    "that is no SMBIOS table), 3 failure while running.\n"
+    "that is no SMBIOS table or no sector of a drive), 3 failure while running.\n"
     "tvkctl COMMAND --help tells the options of a command.";
 
 /// Options as they stand on the command line, in UTF-8.
@@ -40,6 +41,7 @@ struct Texts {
   bool follow = false;
   std::string policy_file, scope, target;
   std::string smbios_file, sysroot, record_folder;
+  std::string ata_values, ata_thresholds, ata_identify, nvme_health, smart_table;
   bool json = false;
 };
 
@@ -105,6 +107,21 @@ class Run {
     if (machine == nullptr) return kExitWrongConfiguration;
     return RunInspectDrives({platform::PathFromUtf8(texts_.record_folder), texts_.json, MachineName()}, *machine, out_,
                             errors_);
+  }
+
+  int InspectSmart() const {
+    SmartOptions options{.ata_values = platform::PathFromUtf8(texts_.ata_values),
+                         .ata_thresholds = platform::PathFromUtf8(texts_.ata_thresholds),
+                         .ata_identify = platform::PathFromUtf8(texts_.ata_identify),
+                         .nvme_health = platform::PathFromUtf8(texts_.nvme_health),
+                         .json = texts_.json,
+                         .machine_name = MachineName()};
+    if (texts_.smart_table == "sata") options.table = SmartTable::kSata;
+    if (texts_.smart_table == "generic") options.table = SmartTable::kGeneric;
+    if (options.has_files()) return RunInspectSmartFiles(options, out_, errors_);
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    return RunInspectSmartDrives(options, *machine, *runtime_, out_, errors_);
   }
 
  private:
@@ -192,6 +209,28 @@ void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
   apply->callback([&work] { work = &Run::PolicyApply; });
 }
 
+void AddSmartOptions(CLI::App& smart, Texts& texts) {
+  const auto add_file = [&smart](const char* name, std::string& text, const char* what) {
+    return smart.add_option(name, text, std::string("Decode this file of 512 bytes: ") + what)
+        ->type_name("FILE")
+        ->excludes("--sysroot");
+  };
+  CLI::Option* const values = add_file("--ata-values", texts.ata_values, "SMART READ DATA of an ATA drive");
+  CLI::Option* const thresholds =
+      add_file("--ata-thresholds", texts.ata_thresholds, "its SMART READ THRESHOLDS")->needs(values);
+  CLI::Option* const identify = add_file("--ata-identify", texts.ata_identify, "its IDENTIFY DEVICE");
+  CLI::Option* const health =
+      add_file("--nvme-health", texts.nvme_health, "SMART / Health Information of an NVMe drive");
+  CLI::Option* const table =
+      smart
+          .add_option("--table", texts.smart_table,
+                      "Names of the attributes: sata (the default where the drive does not turn) or generic")
+          ->type_name("TABLE")
+          ->check(CLI::IsMember({"sata", "generic"}).description(""));
+  for (CLI::Option* const ata : {values, thresholds, identify, table})
+    health->excludes(ata);
+}
+
 void AddInspect(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const inspect = app.add_subcommand("inspect", "Show what the collectors read from the machine");
   inspect->require_subcommand(0, 1);
@@ -220,6 +259,8 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
       ->add_option("--record", texts.record_folder,
                    "Ask the drives, too, and write what they answer below this folder, serial numbers blanked")
       ->type_name("DIR");
+  AddSmartOptions(*add("smart", "The health of the drives, or of one whose answers are in files", &Run::InspectSmart),
+                  texts);
 }
 
 }  // namespace

@@ -114,6 +114,13 @@ TEST_F(CommandLineTest, GivesTheExitCodesThatHelpLists) {
            {{"inspect", "firmware", "--smbios", good}, 2, "neither an SMBIOS dump nor an RSMB table"},
            {{"inspect", "memory", "--smbios", damaged}, 2, "holds no whole structure"},
            {{"inspect", "firmware", "--smbios", damaged}, 2, "holds no whole structure"},
+           {{"inspect", "smart", "--ata-thresholds", half}, 1, "--ata-values"},
+           {{"inspect", "smart", "--nvme-health", half, "--ata-identify", half}, 1, "--nvme-health"},
+           {{"inspect", "smart", "--nvme-health", half, "--table", "sata"}, 1, "--table"},
+           {{"inspect", "smart", "--ata-values", half, "--table", "other"}, 1, "--table"},
+           {{"inspect", "smart", "--ata-values", half, "--sysroot", folder}, 1, "--sysroot"},
+           {{"inspect", "smart", "--sysroot", folder}, 3, "nothing tells of its drives"},
+           {{"inspect", "smart", "--ata-values", half}, 2, "bytes instead of 512"},
            {{"inspect", "memory", "--smbios", half}, 0, "tvkctl: warning: "},
            {{"inspect", "firmware", "--smbios", half}, 0, "tvkctl: warning: "},
        }) {

@@ -74,13 +74,6 @@ OpenTable OpenOwn(const std::string& name, platform::Machine& machine, std::ostr
   return table;
 }
 
-Json::Value ToJson(const ItemData& data) {
-  Json::Value value(Json::objectValue);
-  for (const auto& [key, text] : data)
-    value[String::UTF16ToUTF8(key)] = String::UTF16ToUTF8(text);
-  return value;
-}
-
 void WriteItemData(const ItemData& data, std::ostream& out) {
   Rows rows;
   for (const auto& [key, text] : data)
@@ -109,7 +102,7 @@ Json::Value ToJson(const MemoryInfo& memory) {
   Json::Value value;
   value["slots"] = Json::arrayValue;
   for (const TVK::MemorySlot& slot : memory.slots()) {
-    Json::Value entry = ToJson(slot.ItemData());
+    Json::Value entry = ItemDataToJson(slot.ItemData());
     entry["handle"] = slot.handle;
     entry["array_handle"] = slot.array_handle;
     value["slots"].append(std::move(entry));
@@ -186,7 +179,7 @@ int RunInspectCpu(const InspectOptions& options, platform::Machine& machine, std
     return kExitFailed;
   }
   const ItemData data = CpuEventMonitor::FactsToItemData(facts);
-  options.json ? WriteJsonLine(ToJson(data), out) : WriteItemData(data, out);
+  options.json ? WriteJsonLine(ItemDataToJson(data), out) : WriteItemData(data, out);
   return kExitOk;
 }
 
@@ -212,9 +205,9 @@ int RunInspectFirmware(const InspectOptions& options, platform::Machine& machine
     WriteFirmwareText(*identity, out);
     return kExitOk;
   }
-  Json::Value value = ToJson(BiosData(*identity));
-  value["system"] = ToJson(SystemData(*identity));
-  value["baseboard"] = ToJson(BoardData(*identity));
+  Json::Value value = ItemDataToJson(BiosData(*identity));
+  value["system"] = ItemDataToJson(SystemData(*identity));
+  value["baseboard"] = ItemDataToJson(BoardData(*identity));
   WriteJsonLine(value, out);
   return kExitOk;
 }

@@ -11,6 +11,7 @@
 #include "platform/recorded_drives.h"
 #include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_machine.h"
+#include "testing/drive_sectors.h"
 #include "testing/temp_folder.h"
 
 namespace tvkctl {
@@ -19,6 +20,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using platform::DriveBus;
 using platform::DrivePage;
+using testing_support::WithChecksum;
 
 constexpr char kSecret[] = "SECRET-1234567";
 constexpr char kSecretOfNvme[] = "SECRET-OF-NVME";
@@ -26,13 +28,6 @@ constexpr char kSecretOfNvme[] = "SECRET-OF-NVME";
 void Put(Bytes& page, std::size_t at, const std::string& text, std::size_t swap = 0) {
   for (std::size_t i = 0; i < text.size(); ++i)
     page[(at + i) ^ swap] = static_cast<std::uint8_t>(text[i]);
-}
-
-/// With a sum of zero, as ATA wants it.
-Bytes Checked(Bytes page) {
-  page.back() = 0;
-  page.back() = static_cast<std::uint8_t>(-std::accumulate(page.begin(), page.end(), 0));
-  return page;
 }
 
 class InspectDrivesTest : public testing::Test {
@@ -58,9 +53,9 @@ class InspectDrivesTest : public testing::Test {
     const std::map<DrivePage, Bytes> nvme = {{DrivePage::kNvmeController, controller},
                                              {DrivePage::kNvmeHealth, Bytes(512, 7)},
                                              {DrivePage::kNvmeSelfTestLog, Bytes(564, 8)}};
-    const std::map<DrivePage, Bytes> ata = {{DrivePage::kAtaIdentify, Checked(identify)},
-                                            {DrivePage::kAtaSmartValues, Checked(values)},
-                                            {DrivePage::kAtaSelfTestLog, Checked(tests)}};
+    const std::map<DrivePage, Bytes> ata = {{DrivePage::kAtaIdentify, WithChecksum(identify)},
+                                            {DrivePage::kAtaSmartValues, WithChecksum(values)},
+                                            {DrivePage::kAtaSelfTestLog, WithChecksum(tests)}};
     machine_.drives().Set(
         {{.listing = {.path = "/dev/sda",
                       .bus = DriveBus::kAta,

@@ -36,6 +36,13 @@ void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostre
   }
 }
 
+Json::Value ItemDataToJson(const ItemData& data) {
+  Json::Value value(Json::objectValue);
+  for (const auto& [key, text] : data)
+    value[TVK::String::UTF16ToUTF8(key)] = TVK::String::UTF16ToUTF8(text);
+  return value;
+}
+
 void WriteJsonLine(const Json::Value& value, std::ostream& out) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";

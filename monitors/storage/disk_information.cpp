@@ -1,5 +1,6 @@
 #include "monitors/storage/disk_information.h"
 
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -49,7 +50,10 @@ bool IsPortable(const platform::DriveListing& drive) {
 
 }  // namespace
 
-std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable* stop) const {
+DiskInformation::DiskInformation(const TVK::MonitorServices& services, TVK::Log log)
+    : services_(services), log_(std::move(log)), volume_calls_(services.runtime, log_, "tvk-volumes") {}
+
+std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable* stop) {
   UniqueKeys keys;
   std::vector<TVK::DescribedDevice> devices;
   for (const StorageCollector::HardDisk& drive : services_.hard_disks.GetDrives(stop)) {
@@ -71,12 +75,21 @@ std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable
   return devices;
 }
 
-std::vector<DiskVolume> DiskInformation::ReadVolumes() const {
+std::optional<std::vector<DiskVolume>> DiskInformation::ReadVolumes(platform::Waitable* stop) {
+  using Outcome = TVK::LimitedCalls::Outcome;
+  const auto found = std::make_shared<std::vector<platform::Volume>>();
+  const Outcome outcome =
+      volume_calls_.Run([found, door = services_.machine.volumes().shared_from_this()] { *found = door->List(); },
+                        StorageCollector::DriveLane::kSessionLimit, stop);
+  if (outcome == Outcome::kTimedOut || outcome == Outcome::kBusy) {
+    log_.e(L"%s: the system does not tell of its volumes in time", L"DiskInformation::ReadVolumes");
+  }
+  if (outcome != Outcome::kDone) return std::nullopt;
   // So that a stick cannot be followed from machine to machine.
   const std::wstring salt = L"tvk/storage " + String::UTF8ToUTF16(services_.machine.system().ReadInstallationId());
   UniqueKeys keys;
   std::vector<DiskVolume> volumes;
-  for (platform::Volume& volume : services_.machine.volumes().List()) {
+  for (platform::Volume& volume : *found) {
     const std::wstring id = keys.Take(TVK::HashUtility::Hash(String::UTF8ToUTF16(volume.id), salt));
     TVK::DescribedDevice device{.key = L"volume " + id,
                                 .facts = {{L"Kind", L"volume"},

@@ -1,8 +1,11 @@
 // The drives and volumes of the machine as the storage dataset describes them.
 #pragma once
 
+#include <optional>
 #include <vector>
 
+#include "client/log/log.h"
+#include "client/storage/limited_calls.h"
 #include "framework/dataset_monitor.h"
 #include "framework/monitor_services.h"
 #include "platform/volumes.h"
@@ -17,15 +20,19 @@ struct DiskVolume {
 /// a serial number, copies of a file system) the later ones are numbered. Any thread.
 class DiskInformation {
  public:
-  /// `services` must outlive the object.
-  explicit DiskInformation(const TVK::MonitorServices& services) : services_(services) {}
+  /// `services` must outlive the object. `log`: for what the system does not tell.
+  DiskInformation(const TVK::MonitorServices& services, TVK::Log log);
 
   /// The drives that are attached. The key of each is its hashed serial number, as in the other datasets of drives.
   /// Asks a drive no more than HardDiskInfoCollector::GetDrives does; ends early with the signal of `stop` (or null).
-  std::vector<TVK::DescribedDevice> ReadDrives(platform::Waitable* stop) const;
+  std::vector<TVK::DescribedDevice> ReadDrives(platform::Waitable* stop);
 
-  std::vector<DiskVolume> ReadVolumes() const;
+  /// Nothing, with an error line, when the system does not tell in time (a drive that hangs), and with the signal of
+  /// `stop` (or null).
+  std::optional<std::vector<DiskVolume>> ReadVolumes(platform::Waitable* stop);
 
  private:
   const TVK::MonitorServices& services_;
+  const TVK::Log log_;
+  TVK::LimitedCalls volume_calls_;
 };

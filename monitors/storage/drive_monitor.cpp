@@ -1,17 +1,9 @@
 #include "monitors/storage/drive_monitor.h"
 
-#include <chrono>
+#include <algorithm>
 #include <utility>
 
-#include "platform/system_event.h"
-
 namespace TVK {
-namespace {
-
-// A drive that is plugged in is announced some times, and before it can be asked.
-constexpr std::chrono::seconds kSettling{3};
-
-}  // namespace
 
 DriveMonitor::DriveMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity,
                            std::optional<ReportRule> report)
@@ -26,13 +18,19 @@ std::vector<DriveMonitor::KeyedDrive> DriveMonitor::FindDrives() {
       found.push_back({std::move(key), std::move(drive)});
       continue;
     }
-    const std::lock_guard lock(arrivals_mutex_);
-    if (!std::exchange(unnamed_told_, true)) {
+    if (!unnamed_told_.exchange(true)) {
       log_.i(L"%s: %s tells no serial number and cannot be told apart; it is left out", Operation(L"FindDrives"),
              drive.getDrivePath());
     }
   }
   return found;
+}
+
+std::vector<DriveMonitor::KeyedDrive> DriveMonitor::FindDescribedDrives() {
+  std::vector<KeyedDrive> drives = FindDrives();
+  const bool all = std::ranges::all_of(drives, [this](const KeyedDrive& drive) { return HasContext(drive.key); });
+  if (!all) LogDatasetContext(false);
+  return drives;
 }
 
 std::optional<std::vector<DescribedDevice>> DriveMonitor::Describe() {
@@ -44,30 +42,19 @@ std::optional<std::vector<DescribedDevice>> DriveMonitor::Describe() {
     LogDescribed(drive.getProductName(), key);
     devices.push_back({key, std::move(facts)});
   }
+  if (stopping()) return std::nullopt;  // perhaps not all of them
   return devices;
 }
 
-void DriveMonitor::FollowDrives() {
-  auto arrivals = std::make_unique<OneShotTimer>(services().runtime, "tvk-drives", [this] {
-    if (!stopping()) LogDatasetContext(false);
-  });
-  const std::lock_guard lock(arrivals_mutex_);
-  if (!stopping()) arrivals_ = std::move(arrivals);
-}
-
-void DriveMonitor::OnSystemEvent(const platform::SystemEvent& event) {
-  if (!std::holds_alternative<platform::DriveChange>(event)) return;
-  const std::lock_guard lock(arrivals_mutex_);
-  if (arrivals_ != nullptr) arrivals_->Arm(kSettling);
+void DriveMonitor::DescribeDrives() {
+  // Before the drives are looked at, so that none comes unseen in between.
+  arrivals_.Follow(services().runtime, [this] { LogDatasetContext(false); });
+  LogDatasetContext(false);
 }
 
 void DriveMonitor::StopMonitor() {
-  ScheduledMonitor::StopMonitor();      // signals the stop, which ends what the drives are waited for
-  std::unique_ptr<OneShotTimer> ended;  // outside of the lock: it waits for what runs
-  {
-    const std::lock_guard lock(arrivals_mutex_);
-    ended = std::move(arrivals_);
-  }
+  ScheduledMonitor::StopMonitor();  // first: its event ends a look at drives that do not answer
+  arrivals_.End();
 }
 
 }  // namespace TVK

@@ -1,14 +1,13 @@
 // What the datasets of drives do alike: which drives they are about, and the dataset context of each.
 #pragma once
 
-#include <map>
-#include <mutex>
+#include <atomic>
 #include <string>
 #include <vector>
 
 #include "client/storage/hard_disk.h"
-#include "framework/one_shot_timer.h"
 #include "framework/scheduled_monitor.h"
+#include "monitors/storage/drive_arrivals.h"
 
 namespace TVK {
 
@@ -17,8 +16,8 @@ namespace TVK {
 class DriveMonitor : public ScheduledMonitor {
  public:
   void StopMonitor() override;
-  /// Looks for the drives anew when one came or went, somewhat later on a thread of the monitor's.
-  void OnSystemEvent(const platform::SystemEvent& event) override;
+  /// The drives are looked for anew when one came or went.
+  void OnSystemEvent(const platform::SystemEvent& event) override { arrivals_.OnSystemEvent(event); }
 
  protected:
   DriveMonitor(const MonitorServices& services, const MonitorIdentity& identity, std::optional<ReportRule> report);
@@ -39,13 +38,14 @@ class DriveMonitor : public ScheduledMonitor {
   };
   /// Those that the dataset is about, as they are now.
   std::vector<KeyedDrive> FindDrives();
-  /// Begins to follow the drives as they come and go; at the start, behind the first dataset contexts.
-  void FollowDrives();
+  /// The same for a round of records: drives that came without a word of the system are described first.
+  std::vector<KeyedDrive> FindDescribedDrives();
+  /// The first dataset contexts, and from now on those of the drives as they come and go.
+  void DescribeDrives();
 
  private:
-  std::mutex arrivals_mutex_;               ///< Guards what follows.
-  std::unique_ptr<OneShotTimer> arrivals_;  ///< Null before FollowDrives and after the stop.
-  bool unnamed_told_ = false;
+  DriveArrivals arrivals_;
+  std::atomic<bool> unnamed_told_ = false;
 };
 
 }  // namespace TVK

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "client/log/named_event.h"
-#include "client/storage/self_test.h"
+#include "client/storage/self_testing.h"
 #include "client/text/hash_utility.h"
 #include "client/text/record_time.h"
 #include "client/text/string.h"

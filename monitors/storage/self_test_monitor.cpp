@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "client/storage/self_test.h"
+#include "client/storage/self_testing.h"
 
 namespace TVK {
 namespace {
@@ -32,8 +32,7 @@ void SelfTestMonitor::StartMonitor(std::wstring /*name*/) {
     log_.e(L"%s: Service Stop/smart event datasetcontext not logged.", caller);
     return;
   }
-  LogDatasetContext(false);
-  FollowDrives();
+  DescribeDrives();
   FollowSettings();
 }
 
@@ -70,7 +69,7 @@ void SelfTestMonitor::LogDescribed(const std::wstring& model, const std::wstring
 
 void SelfTestMonitor::LogItemEvent() {
   const std::wstring caller = Operation(L"LogItemEvent");
-  for (const auto& [key, drive] : FindDrives()) {
+  for (const auto& [key, drive] : FindDescribedDrives()) {
     if (stopping() || !Admits()) return;
     if (!HasContext(key)) {
       log_.e(L"%s: SerialNumber can NOT be found in SmartDatasetContextIdMap!", caller);

@@ -73,7 +73,7 @@ TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
 
 void SmartEventMonitor::CheckThresholds() {
   if (!Admits()) return;
-  for (const auto& [key, drive] : FindDrives()) {
+  for (const auto& [key, drive] : FindDescribedDrives()) {
     if (stopping()) return;
     if (!HasContext(key) || !drive.supports_smart()) continue;
     const auto reading = drive.ReadAtaSmart(stop_event());

@@ -17,9 +17,8 @@ void SmartMonitor::StartMonitor(std::wstring /*name*/) {
   found_store_context_id_ = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
   traits_.log_start(log_, caller, stopping(), found_store_context_id_);
   if (stopping()) return;
-  LogDatasetContext(false);
+  DescribeDrives();
   InitialiseDevice();
-  FollowDrives();
   if (!stopping()) Begin();
 }
 
@@ -51,7 +50,7 @@ bool SmartMonitor::TakesDeviceInit(const std::wstring& device_key) {
 
 void SmartMonitor::LogHealth(const wchar_t* item, const std::wstring& caller, MonitorLine without_context) {
   if (!Admits()) return;
-  for (const auto& [key, drive] : FindDrives()) {
+  for (const auto& [key, drive] : FindDescribedDrives()) {
     if (stopping()) return;
     if (!HasContext(key)) {
       log_.e(L"%s", without_context.With({caller}));

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "monitors/storage/store_settings.h"
-#include "platform/system_event.h"
 
 namespace {
 
@@ -47,11 +46,11 @@ std::wstring StateKey(const wchar_t* item, const DiskVolume& volume) {
   return std::wstring(item) + L' ' + volume.device.key;
 }
 
-std::map<std::wstring, ItemData> FactsByKeyOf(const std::vector<DiskVolume>& volumes) {
-  std::map<std::wstring, ItemData> facts;
+std::vector<TVK::DescribedDevice> DevicesOf(const std::vector<DiskVolume>& volumes) {
+  std::vector<TVK::DescribedDevice> devices;
   for (const DiskVolume& volume : volumes)
-    facts[volume.device.key] = volume.device.facts;
-  return facts;
+    devices.push_back(volume.device);
+  return devices;
 }
 
 }  // namespace
@@ -67,17 +66,12 @@ StoreEventMonitor::StoreEventMonitor(const TVK::MonitorServices& monitor_service
                        TVK::ReportRule{.item = kReadVolume,
                                        .report = [this] { ReadVolumePerInterval(); },
                                        .caller = L"StoreEventMonitor::ReadAndUpdateDatasetSettings"}),
-      info_(monitor_services) {}
+      info_(monitor_services, log_) {}
 
 void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"", L"StoreEventMonitor StartMonitor CreateEvent() return error %d!")) return;
-  {
-    // Before the drives are looked at, so that none comes unseen in between.
-    const std::lock_guard lock(mutex_);
-    if (stopping()) return;
-    settling_ =
-        std::make_unique<TVK::OneShotTimer>(services().runtime, "tvk-storage", [this] { LogDatasetContext(false); });
-  }
+  // Before the drives are looked at, so that none comes unseen in between.
+  arrivals_.Follow(services().runtime, [this] { LogDatasetContext(false); });
   LogDatasetContext(true);
   InitialiseDevice();
   LookAtVolumes(false);
@@ -85,16 +79,8 @@ void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
 }
 
 void StoreEventMonitor::StopMonitor() {
-  ScheduledMonitor::StopMonitor();              // first: its event ends a look at drives that do not answer
-  std::unique_ptr<TVK::OneShotTimer> settling;  // goes, and waits for its callback, when the lock is free
-  const std::lock_guard lock(mutex_);
-  settling.swap(settling_);
-}
-
-void StoreEventMonitor::OnSystemEvent(const platform::SystemEvent& event) {
-  if (!std::holds_alternative<platform::DriveChange>(event)) return;
-  const std::lock_guard lock(mutex_);
-  if (settling_ != nullptr) settling_->Arm(kSettling);
+  ScheduledMonitor::StopMonitor();  // first: its event ends a look at drives that do not answer
+  arrivals_.End();
 }
 
 bool StoreEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
@@ -107,16 +93,15 @@ bool StoreEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wst
 
 std::optional<std::vector<TVK::DescribedDevice>> StoreEventMonitor::Describe() {
   std::vector<TVK::DescribedDevice> devices = info_.ReadDrives(stop_event());
-  if (stopping()) return std::nullopt;  // perhaps not all of them
   const bool use = AdmitsUse();
-  std::vector<DiskVolume> volumes = info_.ReadVolumes();
+  const auto volumes = info_.ReadVolumes(stop_event());
+  if (stopping()) return std::nullopt;  // perhaps not all of them
   {
     const std::lock_guard lock(mutex_);
-    described_ = FactsByKeyOf(volumes);
+    if (volumes) described_ = DevicesOf(*volumes);
     described_use_ = use;
+    devices.insert(devices.end(), described_.begin(), described_.end());
   }
-  for (DiskVolume& volume : volumes)
-    devices.push_back(std::move(volume.device));
   for (TVK::DescribedDevice& device : devices)
     SanitizeItemData(device.facts, L"UnKnown");
   return devices;
@@ -125,14 +110,15 @@ std::optional<std::vector<TVK::DescribedDevice>> StoreEventMonitor::Describe() {
 bool StoreEventMonitor::IsDescribed(const std::vector<DiskVolume>& volumes) {
   const bool use = AdmitsUse();
   const std::lock_guard lock(mutex_);
-  return described_ == FactsByKeyOf(volumes) && described_use_ == use;
+  return described_ == DevicesOf(volumes) && described_use_ == use;
 }
 
 void StoreEventMonitor::LookAtVolumes(bool with_report) {
   if (!Admits()) return;
-  const std::vector<DiskVolume> volumes = info_.ReadVolumes();
-  if (!IsDescribed(volumes)) LogDatasetContext(false);
-  for (const DiskVolume& volume : volumes) {
+  const auto volumes = info_.ReadVolumes(stop_event());
+  if (!volumes) return;
+  if (!IsDescribed(*volumes)) LogDatasetContext(false);
+  for (const DiskVolume& volume : *volumes) {
     if (stopping()) return;
     if (volume.device.of_use && !AdmitsUse()) continue;
     if (with_report && AdmitsUse()) WriteItemOfUse(kReadVolume, VolumeToItemData(volume), volume.device.key);

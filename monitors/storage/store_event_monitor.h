@@ -4,15 +4,14 @@
 
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "framework/one_shot_timer.h"
 #include "framework/scheduled_monitor.h"
 #include "monitors/storage/disk_information.h"
+#include "monitors/storage/drive_arrivals.h"
 
 /// See EventMonitorBase for who calls what. One dataset context for each drive and each volume; they are looked at anew
 /// somewhat after a drive came or went, the volumes with each report, too.
@@ -37,15 +36,13 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
   /// ... and enough again when this is free in percent or in bytes.
   static constexpr std::uint64_t kEnoughPercent = 15;
   static constexpr std::uint64_t kEnoughBytes = 15ull << 30;
-  /// How long after the last news of a drive they are looked at: the system still finds out what it is, and mounts it.
-  static constexpr std::chrono::seconds kSettling{3};
 
   explicit StoreEventMonitor(const TVK::MonitorServices& services);
 
   void StartMonitor(std::wstring name) override;
   void StopMonitor() override;
   void RestartMonitor() override { LogDatasetContext(true); }
-  void OnSystemEvent(const platform::SystemEvent& event) override;
+  void OnSystemEvent(const platform::SystemEvent& event) override { arrivals_.OnSystemEvent(event); }
 
   /// The report of one interval; on the timer's thread.
   void ReadVolumePerInterval() { LookAtVolumes(true); }
@@ -55,8 +52,6 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
 
  private:
-  using FactsByKey = std::map<std::wstring, ItemData>;
-
   /// Describes the volumes anew where they changed, writes what is to be written of each, and `with_report` how full it
   /// is.
   void LookAtVolumes(bool with_report);
@@ -69,9 +64,9 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
   /// Writes the item, and keeps `known` with it.
   void WriteChange(const wchar_t* item, ItemData data, const DiskVolume& volume, const std::wstring& known);
 
-  const DiskInformation info_;
+  DiskInformation info_;
+  TVK::DriveArrivals arrivals_;
   std::mutex mutex_;                             ///< Guards what follows.
-  std::unique_ptr<TVK::OneShotTimer> settling_;  ///< Between start and stop.
-  std::optional<FactsByKey> described_;          ///< The volumes as they were described last.
-  bool described_use_ = false;                   ///< Whether what tells of use was admitted then.
+  std::vector<TVK::DescribedDevice> described_;  ///< The volumes, as they were described last.
+  std::optional<bool> described_use_;            ///< Whether what tells of use was admitted then.
 };

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <atomic>
 
 #include "client/text/hash_utility.h"
 #include "platform/simulated/simulated_drives.h"
@@ -265,6 +265,30 @@ TEST_F(StoreEventMonitorTest, ADriveThatComesIsDescribedOnceItHasSettled) {
   tell(platform::DriveChange::kAttached, {Drive("Fourth", DriveBus::kUsb, "SECRET-4")});
   world_.runtime.AdvanceBy(10s);
   EXPECT_EQ(life_->DatasetContexts().size(), 4u);
+}
+
+TEST_F(StoreEventMonitorTest, AVolumeThatHangsHoldsUpNeitherRecordsNorStop) {
+  const auto released = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  std::atomic<bool> hangs = true;
+  world_.machine.volumes().while_listing = [&] {
+    if (hangs) world_.runtime.Wait(*released, platform::kForever);
+  };
+  world_.machine.drives().Set({Drive("Contoso", DriveBus::kNvme)});
+  Start();
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(Described(L"Model"), (Texts{L"Contoso"})) << "who waits for this hears of the drives";
+  EXPECT_TRUE(world_.logs.Has(L"the system does not tell of its volumes in time"));
+  hangs = false;
+  released->Set();
+  world_.runtime.AdvanceBy(2h);
+  EXPECT_EQ(Described(L"VolumeRole"), (Texts{L"", L"system"}));
+  EXPECT_FALSE(life_->Items(L"ReadVolumePerInterval").empty());
+  released->Reset();
+  hangs = true;
+  world_.runtime.AdvanceBy(1h);
+  monitor_.reset();
+  released->Set();
+  world_.runtime.Settle();
 }
 
 TEST_F(StoreEventMonitorTest, AVolumeThatComesOrGrowsIsDescribedWithTheNextReport) {

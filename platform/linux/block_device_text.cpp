@@ -74,6 +74,17 @@ std::string SerialOfPage80(std::string_view bytes) {
   return std::string(TrimBlanks(text));
 }
 
+std::string UsbDeviceFolder(std::string_view link) {
+  // ".../usb2/2-1/2-1:1.0/host6/...": in a device lie its interfaces, each named by it.
+  for (auto end = link.find('/'); end != link.npos; end = link.find('/', end + 1)) {
+    const std::string_view folder = link.substr(0, end);
+    const std::string_view name = folder.substr(folder.rfind('/') + 1);
+    const bool has_interface = name.find('-') != name.npos && link.substr(end + 1).starts_with(std::string(name) + ':');
+    if (has_interface) return std::string(folder);
+  }
+  return {};
+}
+
 std::optional<DriveNames> NamesOfPage89(std::string_view bytes) {
   constexpr std::size_t kCommand = 56;
   constexpr std::uint8_t kIdentifyDevice = 0xEC;

@@ -32,6 +32,9 @@ DriveSpeech SpeechOf(const DriveListing& drive, std::string_view vendor);
 /// none.
 std::string SerialOfPage80(std::string_view bytes);
 
+/// The folder of the USB device that a drive belongs to, from what its link /sys/block/NAME says; empty without one.
+std::string UsbDeviceFolder(std::string_view link);
+
 struct DriveNames {
   std::string model = {};
   std::string firmware_version = {};

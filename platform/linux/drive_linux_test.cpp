@@ -195,5 +195,15 @@ TEST_F(LinuxDriveTest, OpensWhatCanBeAsked) {
   EXPECT_EQ(MakeDrives(Sysroot(tree_.root()), {})->Open({.path = "/dev/sda"}).result, kNotSupported);
 }
 
+TEST(DriveDeviceTest, AFileThatIsNoDriveKnowsNoCommand) {
+  const DeviceOpening opening = OpenDriveDevice("/dev/null");
+  ASSERT_TRUE(opening.device);
+  for (const DeviceReply& reply : {opening.device->SendScsi(Bytes(16), {}), opening.device->SendNvme({}, {})}) {
+    EXPECT_EQ(reply.error, ENOTTY);
+    EXPECT_FALSE(reply.timed_out);
+  }
+  EXPECT_EQ(OpenDriveDevice("/dev/absent").error, ENOENT);
+}
+
 }  // namespace
 }  // namespace platform

@@ -59,7 +59,7 @@ class LinuxDrives final : public Drives {
       drive.model = card ? line("name") : ModelText(line("vendor"), line("model"));
       drive.firmware_version = line(card ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev");
     }
-    drive.serial_number = ReadSerialNumber(entry);
+    drive.serial_number = ReadSerialNumber(entry, drive.bus);
     drive.bytes = BytesOfSectors(root_.ReadLine(entry / "size"));
     drive.rotating = RotatingOf(drive.bus, root_.ReadLine(entry / "queue/rotational"));
     drive.removable = root_.ReadLine(entry / "removable") == "1";
@@ -72,10 +72,15 @@ class LinuxDrives final : public Drives {
   }
 
   // SCSI has it as a page in bytes, NVMe and cards as a text, and the drives of virtual machines beside the folder.
-  std::string ReadSerialNumber(const std::filesystem::path& entry) const {
+  std::string ReadSerialNumber(const std::filesystem::path& entry, DriveBus bus) const {
     if (const auto page = root_.Read(entry / "device/vpd_pg80")) return SerialOfPage80(*page);
-    const std::string text = root_.ReadLine(entry / "device/serial");
-    return text.empty() ? root_.ReadLine(entry / "serial") : text;
+    // The kernel asks no bridge for the page, since many do not bear it.
+    const std::string usb = bus == DriveBus::kUsb ? UsbDeviceFolder(root_.LinkTarget(entry)) : std::string();
+    for (const std::filesystem::path& file :
+         {entry / "device/serial", usb.empty() ? entry / "serial" : (entry.parent_path() / usb / "serial")}) {
+      if (std::string text = root_.ReadLine(file); !text.empty()) return text;
+    }
+    return {};
   }
 
   const Sysroot root_;

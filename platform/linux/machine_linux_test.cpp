@@ -100,6 +100,7 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
                                                               {"device/vpd_pg89", AtaInformation('\xEC')}});
   write(link("sdb", pci + "usb2/2-1/2-1:1.0/host6/target6:0:0/6:0:0:0"),
         {{"size", "0"}, {"removable", "1"}, {"device/vendor", "Litware "}, {"device/model", "Card Reader"}});
+  write("/sys/block/" + pci + "usb2/2-1/", {{"serial", "USB1"}});
   write(link("sdc", pci + "host7/port-7:0/end_device-7:0/target7:0:0/7:0:0:0"),
         {{"device/model", "SAS"}, {"device/vpd_pg89", AtaInformation('\xA1')}});
   write(link("nvme0n1", pci + "nvme/nvme0"), {{"size", "1000215216"},
@@ -132,7 +133,11 @@ TEST_F(LinuxMachineTest, ListsTheDrivesOfARecordedSystem) {
        .serial_number = "WX",
        .bytes = 2'000'398'934'016,
        .rotating = true},
-      {.path = "/dev/sdb", .bus = Bus::kUsb, .model = "Litware Card Reader", .removable = true},
+      {.path = "/dev/sdb",
+       .bus = Bus::kUsb,
+       .model = "Litware Card Reader",
+       .serial_number = "USB1",
+       .removable = true},
       {.path = "/dev/sdc", .bus = Bus::kScsi, .model = "SAS"},
       {.path = "/dev/vda", .bus = Bus::kOther, .serial_number = "VIRT", .bytes = 4096},
       {.path = "/dev/mmcblk0", .bus = Bus::kCard, .model = "CARD64", .firmware_version = "0x7"},

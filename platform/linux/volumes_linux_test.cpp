@@ -13,7 +13,7 @@ namespace {
 
 TEST(MountText, DecodesWholeLines) {
   const auto mounts = DecodeMountinfo(
-      "36 35 98:0 /mnt1 /media/My\\040Stick\\134x\\04 rw,noatime master:1 propagate_from:2 - ext3 /dev/ro\\011ot "
+      "36 35 98:0 /mnt1 /media/My\\040Stick\\134x\\089\\04 rw,noatime master:1 propagate_from:2 - ext3 /dev/ro\\011ot "
       "rw,errors=remount-ro\n"
       "37 36 0:31 / /ro ro - btrfs /dev/sda2 ssd,ro\n"
       "x 35 98:0 / /a rw - ext4 /dev/sda rw\n"
@@ -25,7 +25,7 @@ TEST(MountText, DecodesWholeLines) {
   ASSERT_EQ(mounts.size(), 3u);
   EXPECT_EQ(mounts[0].id, 36u);
   EXPECT_EQ(mounts[0].device, "98:0");
-  EXPECT_EQ(mounts[0].point, "/media/My Stick\\x\\04");
+  EXPECT_EQ(mounts[0].point, "/media/My Stick\\x\\089\\04");
   EXPECT_EQ(mounts[0].type, "ext3");
   EXPECT_EQ(mounts[0].source, "/dev/ro\tot");
   EXPECT_FALSE(mounts[0].read_only) << "that it would be at an error";

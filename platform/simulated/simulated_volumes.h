@@ -1,6 +1,8 @@
 // Volumes that a test scripts.
 #pragma once
 
+#include <functional>
+
 #include "platform/simulated/scripted.h"
 #include "platform/volumes.h"
 
@@ -17,7 +19,13 @@ class SimulatedVolumes final : public Volumes, public Scripted<std::vector<Volum
                                       .encrypted = true,
                                       .errors = 0}}) {}
 
-  std::vector<Volume> List() override { return Get(); }
+  std::vector<Volume> List() override {
+    if (while_listing) while_listing();
+    return Get();
+  }
+
+  /// Called by each List on its thread; may wait. Before others use the object.
+  std::function<void()> while_listing = {};
 };
 
 }  // namespace platform

@@ -12,6 +12,7 @@
 #include "platform/processors.h"
 #include "platform/region.h"
 #include "platform/system_facts.h"
+#include "platform/volumes.h"
 #include "platform/windows/processor_load.h"
 #include "platform/windows/registry.h"
 
@@ -42,6 +43,22 @@ TEST_F(MachineWindowsTest, DrivesAreListedByTheirNumbers) {
     EXPECT_TRUE(std::regex_match(drive.path, std::regex(R"(\\\\\.\\PhysicalDrive\d+)"))) << drive.path;
   }
   EXPECT_EQ(std::set(paths.begin(), paths.end()).size(), paths.size());
+}
+
+TEST_F(MachineWindowsTest, TheSystemsVolumeIsListedOnceAndMeasured) {
+  std::set<std::string> ids;
+  int systems = 0;
+  for (const Volume& volume : machine_->volumes().List()) {
+    EXPECT_TRUE(std::regex_match(volume.id, std::regex(R"(\\\\\?\\Volume\{[0-9a-f-]{36}\}\\)"))) << volume.id;
+    EXPECT_TRUE(ids.insert(volume.id).second);
+    if (volume.role != VolumeRole::kSystem) continue;
+    ++systems;
+    EXPECT_FALSE(volume.file_system.empty());
+    EXPECT_FALSE(volume.read_only);
+    ASSERT_TRUE(volume.space);
+    EXPECT_LT(volume.space->free_bytes, volume.space->bytes);
+  }
+  EXPECT_EQ(systems, 1);
 }
 
 TEST_F(MachineWindowsTest, ProcessorUtilityIsReadOrItsStatusTold) {

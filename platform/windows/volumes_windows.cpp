@@ -37,12 +37,20 @@ class NoErrorWindows {
   DWORD before_ = 0;
 };
 
-// Partitions for recovery and the firmware have a name and no place.
-bool HasPlace(const wchar_t* name) {
-  VolumeName places{};  // one place more than fits is one, too
+// Where it is in the tree of files, the first place of several; empty for partitions of recovery and the firmware.
+std::wstring FirstPlace(const std::wstring& name) {
+  std::wstring places(MAX_PATH, L'\0');
   DWORD length = 0;
-  const BOOL given = GetVolumePathNamesForVolumeNameW(name, places.data(), static_cast<DWORD>(places.size()), &length);
-  return given ? places[0] != L'\0' : GetLastError() == ERROR_MORE_DATA;
+  while (!GetVolumePathNamesForVolumeNameW(name.c_str(), places.data(), static_cast<DWORD>(places.size()), &length)) {
+    if (GetLastError() != ERROR_MORE_DATA || length <= places.size()) return {};
+    places.resize(length);
+  }
+  return places.c_str();
+}
+
+UINT DriveType(const std::wstring& name, const std::wstring& place) {
+  const UINT type = GetDriveTypeW(name.c_str());
+  return type == DRIVE_UNKNOWN ? GetDriveTypeW(place.c_str()) : type;  // Wine knows places alone
 }
 
 std::wstring SystemVolume() {
@@ -75,8 +83,10 @@ bool IsBehindUsb(std::wstring name) {
 
 // Nothing for one that is no volume as Volumes means it, or cannot be read now: locked, without a medium.
 std::optional<Volume> Read(const std::wstring& name, const std::wstring& system_volume) {
-  const UINT type = GetDriveTypeW(name.c_str());
-  if ((type != DRIVE_FIXED && type != DRIVE_REMOVABLE) || !HasPlace(name.c_str())) return std::nullopt;
+  const std::wstring place = FirstPlace(name);
+  if (place.empty()) return std::nullopt;
+  const UINT type = DriveType(name, place);
+  if (type != DRIVE_FIXED && type != DRIVE_REMOVABLE) return std::nullopt;
   std::array<wchar_t, MAX_PATH + 1> file_system{};
   DWORD flags = 0;
   if (!GetVolumeInformationW(name.c_str(), nullptr, 0, nullptr, nullptr, &flags, file_system.data(),

@@ -208,7 +208,7 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   for (const auto& [dataset, names] :
        {std::pair("SATA_SSD_SMARTEvent/key", &kSataSmartNames), {"SMARTEvent/key", &kGenericSmartNames}}) {
     for (const auto& name : *names) {
-      if (!name.empty()) lists[dataset].insert(Utf8(name));
+      if (!name.text.empty()) lists[dataset].insert(Utf8(name.text));
     }
   }
   // What no machine gives yet, and the page says so.

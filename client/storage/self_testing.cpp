@@ -1,4 +1,4 @@
-#include "client/storage/self_test.h"
+#include "client/storage/self_testing.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,185 @@
+// What a drive is to the datasets, and who asks it when.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <thread>
+
+#include "client/storage/hard_disk_info_collector.h"
+#include "client/text/hash_utility.h"
+#include "platform/simulated/simulated_drives.h"
+#include "platform/simulated/virtual_runtime.h"
+#include "testing/drive_sectors.h"
+#include "testing/log_capture.h"
+
+namespace StorageCollector {
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+using namespace testing_support;       // NOLINT(google-build-using-namespace): what drives answer
+using platform::DriveAnswer;
+using platform::DriveBus;
+using platform::DriveListing;
+using platform::DrivePage;
+using platform::DriveResult;
+using platform::SimulatedDrive;
+
+class HardDiskTest : public testing::Test {
+ protected:
+  /// On a thread of the world, where it may wait.
+  void Run(std::function<void()> work) {
+    std::thread thread = runtime_.StartThread("test", std::move(work));
+    runtime_.Join(thread);
+  }
+  std::vector<HardDisk> Drives() {
+    std::vector<HardDisk> drives;
+    Run([&] { drives = collector_->GetDrives(); });
+    return drives;
+  }
+
+  LogCapture logs_;
+  platform::VirtualRuntime runtime_;
+  platform::SimulatedDrives door_;
+  std::optional<HardDiskInfoCollector> collector_{std::in_place, runtime_, door_};
+};
+
+TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
+  Sector controller(4096, ' ');
+  std::ranges::copy(std::string_view("OWN SERIAL"), controller.begin() + 4);
+  std::ranges::copy(std::string_view("Own model"), controller.begin() + 24);
+  const auto identify = [](std::uint16_t rate) {
+    return AtaIdentify({.model = "Own model", .serial = "OWN SERIAL", .rotation_rate = rate});
+  };
+  const auto listing = [](DriveBus bus, std::optional<bool> rotating) {
+    return DriveListing{
+        .path = "/dev/x", .bus = bus, .model = "Model", .serial_number = "SERIAL", .rotating = rotating};
+  };
+  struct Row {
+    const char* what;
+    SimulatedDrive drive;
+    DriveKind kind;
+    const wchar_t* type;
+    bool own, smart;
+  };
+  for (const Row& row : {
+           Row{"NVMe",
+               {.listing = listing(DriveBus::kNvme, {}), .pages = {{DrivePage::kNvmeController, controller}}},
+               DriveKind::kNvme,
+               L"NVMe SSD",
+               true,
+               true},
+           Row{"NVMe that may not be asked",
+               {.listing = listing(DriveBus::kNvme, {}), .opening = DriveResult::kNoRight},
+               DriveKind::kNvme,
+               L"NVMe SSD",
+               false,
+               true},
+           Row{"SATA, says that it turns",
+               {.listing = listing(DriveBus::kAta, {}), .pages = {{DrivePage::kAtaIdentify, identify(7200)}}},
+               DriveKind::kAta,
+               L"SATA HDD",
+               true,
+               true},
+           Row{"SATA, says that it does not",
+               {.listing = listing(DriveBus::kAta, true), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
+               DriveKind::kSataSsd,
+               L"SATA SSD",
+               true,
+               true},
+           Row{"SATA, the system knows",
+               {.listing = listing(DriveBus::kAta, false), .power = platform::DrivePower::kAsleep},
+               DriveKind::kSataSsd,
+               L"SATA SSD",
+               false,
+               true},
+           Row{"SATA, nobody knows", {.listing = listing(DriveBus::kAta, {})}, DriveKind::kAta, L"SATA", false, true},
+           Row{"USB that speaks ATA",
+               {.listing = listing(DriveBus::kUsb, {}), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
+               DriveKind::kAta,
+               L"USB SSD",
+               true,
+               true},
+           Row{"USB that does not", {.listing = listing(DriveBus::kUsb, {})}, DriveKind::kOther, L"USB", false, false},
+           Row{"USB that answers zeros",
+               {.listing = listing(DriveBus::kUsb, {}), .pages = {{DrivePage::kAtaIdentify, Sector(511)}}},
+               DriveKind::kOther,
+               L"USB",
+               false,
+               false},
+           Row{"card", {.listing = listing(DriveBus::kCard, false)}, DriveKind::kOther, L"Card", false, false},
+           Row{"SCSI",
+               {.listing = listing(DriveBus::kScsi, true), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
+               DriveKind::kOther,
+               L"SCSI HDD",
+               false,
+               false},
+           Row{"virtual", {.listing = listing(DriveBus::kOther, {})}, DriveKind::kOther, L"Other", false, false},
+       }) {
+    SCOPED_TRACE(row.what);
+    collector_.emplace(runtime_, door_);
+    door_.Set({row.drive});
+    const HardDisk drive = Drives().at(0);
+    EXPECT_EQ(drive.kind(), row.kind);
+    EXPECT_EQ(drive.getDriveType(), row.type);
+    EXPECT_EQ(drive.getProductName(), row.own ? L"Own model" : L"Model");
+    EXPECT_EQ(drive.getSerialNumber(), row.own ? L"OWN SERIAL" : L"SERIAL");
+    EXPECT_EQ(drive.getHashedSerialNumber(), TVK::HashUtility::HashSerialNumber(drive.getSerialNumber()));
+    EXPECT_EQ(drive.supports_smart(), row.smart);
+  }
+}
+
+TEST_F(HardDiskTest, IsFoundOnceAndAskedWhoItIsOnce) {
+  int asked = 0;
+  const auto drive = [&](const char* path, const char* serial) {
+    return SimulatedDrive{
+        .listing = {.path = path, .bus = DriveBus::kUsb, .model = "M", .serial_number = serial},
+        .read = [&](DrivePage) -> DriveAnswer { return ++asked, DriveAnswer{DriveResult::kNotSupported}; }};
+  };
+  door_.Set({drive("/dev/sda", "1"), drive("/dev/sdb", "1"), drive("/dev/sdc", "2"), drive("/dev/sdd", ""),
+             drive("/dev/sde", "")});
+  EXPECT_EQ(Drives().size(), 4u) << "two paths to one; those without a number may be two";
+  EXPECT_EQ(asked, 5);
+  EXPECT_EQ(Drives().size(), 4u);
+  EXPECT_EQ(asked, 5) << "what will not tell is not asked again";
+  door_.Set({});
+  EXPECT_TRUE(Drives().empty());
+  door_.Set({drive("/dev/sda", "1")});
+  Drives();
+  EXPECT_EQ(asked, 6) << "it was attached anew";
+}
+
+TEST_F(HardDiskTest, AHangingDriveIsLeftBehindWithItsThread) {
+  const auto comes_back = runtime_.MakeEvent(platform::EventReset::kManual);
+  const auto stop = runtime_.MakeEvent(platform::EventReset::kManual);
+  door_.Set({{.listing = {.path = "/dev/nvme0n1", .bus = DriveBus::kNvme, .serial_number = "1"},
+              .read = [&](DrivePage) -> DriveAnswer {
+                runtime_.Wait(*comes_back, platform::kForever);
+                return {DriveResult::kFailed};
+              }}});
+  const auto begin = runtime_.clock().Steady();
+  std::optional<HardDisk> drive = Drives().at(0);
+  const auto silences = [&] {
+    Silence silence = Silence::kNone;
+    Run([&] { silence = drive->ReadNvmeHealth(stop.get()).silence; });
+    return silence;
+  };
+  EXPECT_EQ(runtime_.clock().Steady() - begin, DriveLane::kSessionLimit);
+  EXPECT_EQ(silences(), Silence::kLeftAlone);
+  comes_back->Set();
+  runtime_.Settle();
+  EXPECT_EQ(silences(), Silence::kLeftAlone) << "still resting";
+  runtime_.AdvanceBy(DriveLane::kRest);
+  EXPECT_EQ(silences(), Silence::kFailed);
+  comes_back->Reset();
+  EXPECT_EQ(silences(), Silence::kHung);
+  stop->Set();
+  runtime_.AdvanceBy(DriveLane::kRest);
+  EXPECT_EQ(silences(), Silence::kStopped);
+  collector_.reset();
+  drive.reset();  // the last who knows it
+  comes_back->Set();
+  runtime_.Settle();
+  EXPECT_EQ(logs_.Count(L"/dev/nvme0n1: its identity is not told: it did not answer in time"), 1u);
+}
+
+}  // namespace
+}  // namespace StorageCollector
