@@ -67,6 +67,9 @@ logged() {  # LOG TEXT: lines of the log with this text
   grep -hF -- "$2" "${TVK_LOGS:-/var/log/tvk}/$1" || true
 }
 
+errors_logged() {  # of the program for a user's session Linux has none, which the service tells at each start
+  grep -rh '\[error\]' "${TVK_LOGS:-/var/log/tvk}" | grep -vF 'the user agent is not started'
+}
 by_id() { readlink -f "/dev/disk/by-id/$1"; }
 finish() { exit $failed; }
 

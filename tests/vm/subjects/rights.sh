@@ -13,7 +13,7 @@ check_without_rights() {  # WHO
       records $dataset
     done | jq -c 'select(.item_name != null and .item_name != "DeviceInit")')"
   none "$1: nothing is told twice" "$(logged StorageCollector.log error | sed 's/^\[[^]]*\] //' | sort | uniq -d)"
-  none "$1: no other errors" "$(grep -h '\[error\]' "$TVK_LOGS"/*.log | grep -vF 'no right to ask it')"
+  none "$1: no other errors" "$(errors_logged | grep -vF 'no right to ask it')"
 }
 described_drives() { records StorageEvent | jq -c 'select(.item_data.Kind == "drive")'; }
 drives_without_right() {
