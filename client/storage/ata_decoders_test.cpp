@@ -102,10 +102,10 @@ TEST(AtaSmart, ReadsThirtyEntriesAndNoDamage) {
 
 TEST(AtaSelfTestLog, ReadsTheNewestEntry) {
   for (const auto& [index, status, lba, expected] :
-       {std::tuple(1, 0x00, 77u, std::optional(AtaSelfTestEntry{1, {0, 0}, 0x1234, {}})),
-        {21, 0x72, 77u, AtaSelfTestEntry{1, {7, 0}, 0x1234, 77}},
-        {2, 0x70, 0xFFFFFFFF, AtaSelfTestEntry{1, {7, 0}, 0x1234, {}}},
-        {3, 0xF9, 77u, AtaSelfTestEntry{1, {15, 9}, 0x1234, {}}},
+       {std::tuple(1, 0x00, 77u, std::optional(AtaSelfTestEntry{1, {0, 0}, 0x1234, {}, 1})),
+        {21, 0x72, 77u, AtaSelfTestEntry{1, {7, 0}, 0x1234, 77, 21}},
+        {2, 0x70, 0xFFFFFFFF, AtaSelfTestEntry{1, {7, 0}, 0x1234, {}, 2}},
+        {3, 0xF9, 77u, AtaSelfTestEntry{1, {15, 9}, 0x1234, {}, 3}},
         {0, 0x00, 0u, {}},
         {22, 0x00, 0u, {}}}) {
     Sector sector(512);

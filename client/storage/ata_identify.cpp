@@ -69,6 +69,7 @@ std::optional<AtaIdentity> DecodeAtaIdentify(std::span<const std::uint8_t> secto
                        .firmware_version = Text(sector, kFirmwareRevision, 4),
                        .model = Text(sector, kModelNumber, 20),
                        .rotating = IsRotating(Word(sector, kRotationRate))};
+  if (identity.model.empty()) return std::nullopt;  // zeros, as some bridges give them
   const std::uint16_t more = Word(sector, kMoreFeaturesSupported);
   identity.smart_supported =
       IsMarked(Word(sector, kFeaturesSupportedMark)) && (Word(sector, kFeaturesSupported) & kSmart) != 0;

@@ -24,7 +24,8 @@ struct AtaIdentity {
 /// Whether the checksum in the 512 bytes is right, or there is none: a drive need not have one. False for another size.
 bool IsAtaIdentifyIntact(std::span<const std::uint8_t> sector);
 
-/// Nothing for bytes that are not intact, and for data of a packet device (an optical drive).
+/// Nothing for bytes that are not intact, for data of a packet device (an optical drive); and
+/// for data without a model, which every drive tells.
 std::optional<AtaIdentity> DecodeAtaIdentify(std::span<const std::uint8_t> sector);
 
 }  // namespace TVK

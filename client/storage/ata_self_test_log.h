@@ -15,7 +15,7 @@ struct AtaSelfTestEntry {
   AtaSelfTestStatus status;
   std::uint16_t power_on_hours = 0;          ///< The lower 16 bits of the drive's age at its end.
   std::optional<std::uint64_t> failing_lba;  ///< Of a test that failed to read (code 7), where 32 bits hold it.
-  std::uint8_t index = 0;       ///< Of the entry in the log, 1 to 21: the next test takes the next one.
+  std::uint8_t index = 0;                    ///< Of the entry in the log, 1 to 21: the next test takes the next one.
 
   bool operator==(const AtaSelfTestEntry&) const = default;
 };

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <stdexcept>
 #include <thread>
 
 #include "client/storage/hard_disk_info_collector.h"
@@ -106,12 +107,13 @@ TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
                false,
                false},
            Row{"card", {.listing = listing(DriveBus::kCard, false)}, DriveKind::kOther, L"Card", false, false},
-           Row{"SCSI",
-               {.listing = listing(DriveBus::kScsi, true), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
-               DriveKind::kOther,
-               L"SCSI HDD",
-               false,
-               false},
+           Row{"SCSI that speaks ATA",
+               {.listing = listing(DriveBus::kScsi, {}), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
+               DriveKind::kAta,
+               L"SCSI SSD",
+               true,
+               true},
+           Row{"SCSI", {.listing = listing(DriveBus::kScsi, true)}, DriveKind::kOther, L"SCSI HDD", false, false},
            Row{"virtual", {.listing = listing(DriveBus::kOther, {})}, DriveKind::kOther, L"Other", false, false},
        }) {
     SCOPED_TRACE(row.what);
@@ -145,6 +147,21 @@ TEST_F(HardDiskTest, IsFoundOnceAndAskedWhoItIsOnce) {
   door_.Set({drive("/dev/sda", "1")});
   Drives();
   EXPECT_EQ(asked, 6) << "it was attached anew";
+}
+
+TEST_F(HardDiskTest, ADriveThatTheSystemGaveUpOnRestsToo) {
+  int asked = 0;
+  door_.Set({{.listing = {.path = "/dev/sda", .bus = DriveBus::kAta, .serial_number = "1"},
+              .read = [&](DrivePage) -> DriveAnswer {
+                if (++asked == 2) throw std::runtime_error("no memory");
+                return {DriveResult::kTimedOut};
+              }}});
+  Drives();
+  Drives();
+  EXPECT_EQ(asked, 1);
+  runtime_.AdvanceBy(DriveLane::kRest);
+  EXPECT_FALSE(Drives().at(0).identified()) << "a question that throws is no answer";
+  EXPECT_EQ(asked, 2);
 }
 
 TEST_F(HardDiskTest, AHangingDriveIsLeftBehindWithItsThread) {

@@ -68,6 +68,8 @@ bool IsPrefix(std::string_view folder, std::string_view path) {
 bool MayWait(const Mount& mount) {
   constexpr std::array<std::string_view, 8> kLocal = {"tmpfs",   "devtmpfs", "ramfs", "rootfs",
                                                       "overlay", "btrfs",    "zfs",   "bcachefs"};
+  // A program answers for a file system of its own, and may not.
+  if (mount.type.starts_with("fuse")) return true;
   return mount.device.starts_with("0:") && std::ranges::find(kLocal, mount.type) == kLocal.end();
 }
 
