@@ -102,6 +102,7 @@ DriveResult ResultOfErrno(int error) {
   switch (error) {
     case EACCES:
     case EPERM:
+    case ENOENT:  // the kernel knows the drive: what is missing is its file, as in a sandbox with a /dev of its own
       return DriveResult::kNoRight;
     case ENOTTY:
     case EINVAL:
@@ -109,7 +110,6 @@ DriveResult ResultOfErrno(int error) {
       return DriveResult::kNotSupported;
     case ENODEV:
     case ENXIO:
-    case ENOENT:
       return DriveResult::kGone;
     case ETIMEDOUT:
       return DriveResult::kTimedOut;
