@@ -37,6 +37,7 @@ TEST(NvmeHealth, ReadsEveryField) {
   Sector page = NvmeHealthPage();
   PutLittleEndian(page, 1, 260, 2);
   PutLittleEndian(page, 32 + 8, 7, 8);
+  PutLittleEndian(page, 200, 1, 2);  // the coldest that is no missing sensor
   PutLittleEndian(page, 200 + 2 * 2, 0, 2);
   const auto health = DecodeNvmeHealth(page);
   ASSERT_TRUE(health);
@@ -53,7 +54,7 @@ TEST(NvmeHealth, ReadsEveryField) {
     EXPECT_EQ(counter, (Counter128{expected++, 0}));
   EXPECT_EQ(health->warning_temperature_minutes, 5u);
   EXPECT_EQ(health->critical_temperature_minutes, 6u);
-  const std::array<std::optional<std::int32_t>, 8> sensors = {41, 42, std::nullopt, 44, 45, 46, 47, 48};
+  const std::array<std::optional<std::int32_t>, 8> sensors = {-272, 42, std::nullopt, 44, 45, 46, 47, 48};
   EXPECT_EQ(health->sensors_c, sensors);
   page.push_back(0);
   EXPECT_FALSE(DecodeNvmeHealth(page));
