@@ -36,8 +36,9 @@ std::vector<HardDiskBasicInfo> HardDiskInfoCollector::GetAllPhysicalDrivePaths(p
   if (outcome == TVK::LimitedCalls::Outcome::kDone) {
     listed_ = std::move(*found);
     // One that was attached anew is another drive, and gets another chance.
-    std::erase_if(lanes_,
-                  [&](const auto& lane) { return std::ranges::find(listed_, lane->listing()) == listed_.end(); });
+    std::erase_if(known_, [&](const KnownDrive& known) {
+      return std::ranges::none_of(listed_, [&](const auto& listing) { return IsSameDrive(listing, known.listing); });
+    });
   } else if (outcome != TVK::LimitedCalls::Outcome::kStopped) {
     log_.e(L"%s: the system does not tell its drives in time; those of the last time are taken",
            L"HardDiskInfoCollector::GetAllPhysicalDrivePaths");
