@@ -50,9 +50,11 @@ Reading<Look> LookAtAta(const HardDisk& drive, platform::Waitable* stop) {
   look.estimate = std::max(std::chrono::minutes(smart.content->short_test_minutes), 1min);
   if (look.running) return {look};
   const auto entry = drive.ReadAtaSelfTestLog(stop);
-  // The status byte tells of the newest test too, only not which it was.
-  look.newest =
-      entry.content && entry.content->subcommand == kShort ? entry.content->status.code : smart.content->self_test.code;
+  if (entry.content && entry.content->subcommand == kShort) {
+    look.newest = {entry.content->status.code, entry.content->index, entry.content->power_on_hours};
+  } else {
+    look.newest = {.code = smart.content->self_test.code};  // of the newest test too, only not which it was
+  }
   return {look};
 }
 

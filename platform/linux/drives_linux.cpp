@@ -31,8 +31,9 @@ class LinuxDrives final : public Drives {
     if (!MayBeDrive(name) || !IsDevice(Entry(name))) return {nullptr, DriveResult::kGone, ENODEV};
     // Names are taken over: the drive that was listed under this one may have gone, and another one come.
     const DriveListing now = Read(name, Entry(name));
-    const bool same = now.bus == drive.bus && now.model == drive.model && now.serial_number == drive.serial_number;
-    if (!same) return {nullptr, DriveResult::kGone, ENODEV};
+    if (now.model != drive.model || now.serial_number != drive.serial_number) {
+      return {nullptr, DriveResult::kGone, ENODEV};
+    }
     const DriveSpeech speech = SpeechOf(drive, root_.ReadLine(Entry(name) / "device/vendor"));
     // Of NVMe, the folder "device" is the controller's, and its own "device" is what stands on the bus.
     const std::filesystem::path state =

@@ -5,8 +5,10 @@
 #include <json/reader.h>
 #include <json/value.h>
 
+#include <atomic>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -147,28 +149,41 @@ void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& u
 
 /// An NVMe drive and a SATA drive whose self-tests end at once; an attribute of the second is at its threshold.
 std::vector<platform::SimulatedDrive> TestedDrives() {
+  using platform::DriveAnswer;
   using platform::DrivePage;
+  using testing_support::PutLittleEndian;
   using testing_support::Sector;
-  const auto take = [](platform::DriveAction) { return platform::DriveAnswer(); };
-  Sector controller(4096);
-  testing_support::PutLittleEndian(controller, 256, 0x10, 2);
-  Sector log(564, 0xFF);
-  testing_support::PutLittleEndian(log, 0, 0, 4);
-  testing_support::PutLittleEndian(log, 4, 0x10, 1);
+  const auto tests = std::make_shared<std::atomic<std::uint8_t>>();
+  const auto take = [tests](platform::DriveAction) { return ++*tests, DriveAnswer(); };
+  const auto answer = [tests](DrivePage page) -> DriveAnswer {
+    Sector controller(4096);
+    PutLittleEndian(controller, 256, 0x10, 2);
+    Sector nvme_log(564);
+    PutLittleEndian(nvme_log, 4, 0x10, 1);
+    PutLittleEndian(nvme_log, 8, *tests, 1);
+    Sector ata_log(512);
+    if (*tests != 0) PutLittleEndian(ata_log, 2 + (*tests - 1) * 24, 1, 1);
+    PutLittleEndian(ata_log, 508, *tests, 1);
+    const std::map<DrivePage, Sector> pages = {
+        {DrivePage::kNvmeController, controller},
+        {DrivePage::kNvmeHealth, testing_support::NvmeHealthPage()},
+        {DrivePage::kNvmeSelfTestLog, nvme_log},
+        {DrivePage::kAtaIdentify, testing_support::AtaIdentify()},
+        {DrivePage::kAtaSmartValues, testing_support::AtaValues({{5, 10, 10, 99}})},
+        {DrivePage::kAtaSmartThresholds, testing_support::AtaThresholds({{5, 10}})},
+        {DrivePage::kAtaSelfTestLog, testing_support::WithChecksum(ata_log)}};
+    return {.bytes = pages.at(page)};
+  };
   return {{.listing = {.path = "/dev/nvme0n1",
                        .bus = platform::DriveBus::kNvme,
                        .model = "Nvme",
                        .firmware_version = "1",
                        .serial_number = "A",
                        .bytes = 1 << 30},
-           .pages = {{DrivePage::kNvmeController, controller},
-                     {DrivePage::kNvmeHealth, testing_support::NvmeHealthPage()},
-                     {DrivePage::kNvmeSelfTestLog, log}},
+           .read = answer,
            .act = take},
           {.listing = {.path = "/dev/sda", .bus = platform::DriveBus::kAta, .rotating = false},
-           .pages = {{DrivePage::kAtaIdentify, testing_support::AtaIdentify()},
-                     {DrivePage::kAtaSmartValues, testing_support::AtaValues({{5, 10, 10, 99}})},
-                     {DrivePage::kAtaSmartThresholds, testing_support::AtaThresholds({{5, 10}})}},
+           .read = answer,
            .act = take}};
 }
 
