@@ -92,5 +92,5 @@ check "no second record of the day" has 1 items PCIe_NVMe_SMARTEvent ReadSMARTPe
 same "no second self-test" 1 "$(tests_of "$ssd")"
 
 none "no serial number in clear" "$(grep -rlaE 'TBNVME00012345|TBSSD-0001|TBHDD-0002' /var/lib/tvk /var/log/tvk)"
-none "no errors in the logs" "$(errors_logged)"
+none "no errors in the logs" "$(drive_errors)"
 finish

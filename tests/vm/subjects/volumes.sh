@@ -39,5 +39,5 @@ check "the unit stops" systemctl stop tvk-client-service
 uuid=$(lsblk -dno UUID "$ssd")
 check "the volume has a name of its own" test -n "$uuid"
 none "no label, name or place of the volume is told" "$(grep -rlaE "secretlabel|$uuid|/srv/data" /var/lib/tvk)"
-none "no errors in the logs" "$(errors_logged)"
+none "no errors in the logs" "$(drive_errors)"
 finish
