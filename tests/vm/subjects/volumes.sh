@@ -3,7 +3,7 @@
 source ./checks.sh
 
 mkfs.ext4 -q -L secretlabel "$ssd"
-mkdir /srv/data
+mkdir -p /srv/data
 in_force() { records StorageEvent | jq -s -c --arg kind "$1" 'map(select(.item_data.Kind == $kind)) | last | .item_data'; }
 item() { records StorageEvent | jq -s -c --arg item "$1" 'map(select(.item_name == $item)) | last | .item_data // empty'; }
 has_item() { [[ -n $(item "$1") ]]; }
