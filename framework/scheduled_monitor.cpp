@@ -120,8 +120,13 @@ void ScheduledMonitor::ReportEvery(std::uint32_t interval_ms) {
 }
 
 void ScheduledMonitor::StartReports(std::uint32_t interval_ms) {
+  const std::wstring dataset_id(identity().row.id);
+  const std::wstring& item_id = identity().items.at(rule_.item);
   std::int64_t last = 0;
-  getLastItemEventTimeStampWithFallback(std::wstring(identity().row.id), identity().items.at(rule_.item), last);
+  ItemEvent event;
+  if (!rule_.first_is_due || services().store.GetLastItemEventWithItemId(dataset_id, item_id, event) == 0) {
+    getLastItemEventTimeStampWithFallback(dataset_id, item_id, last);
+  }
   std::uint64_t delay = 0;
   isItemEventElapsed(last, static_cast<int>(interval_ms / 1000), delay);
   log_.d(L"%s: delay = %lld seconds", rule_.caller, delay);

@@ -23,6 +23,9 @@ struct ReportRule {
   const wchar_t* caller = L"";   ///< Stands in the log lines of a change of the interval.
   MonitorLine invalid_interval = L"%s: Invalid DatasetSettings ReadUsageInterval = %d";
   std::uint32_t least_interval_ms = IntervalReport::kLeastInterval;  ///< A shorter one is invalid.
+  /// Whether a report that was never made is due at once; otherwise it is when an interval has passed since the dataset
+  /// wrote something else. A dataset that writes with each start would never come to a report that is rarer than those.
+  bool first_is_due = false;
 };
 
 /// A monitor with a stop event, threads and at most one report in an interval. StartMonitor, which the monitor writes,

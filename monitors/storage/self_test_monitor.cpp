@@ -18,7 +18,8 @@ SelfTestMonitor::SelfTestMonitor(const MonitorServices& monitor_services, const 
                               .report = [this] { LogItemEvent(); },
                               .caller = settings_caller,
                               .invalid_interval = L"%s: Invalid DatasetSettings RunSelfTestInterval = %d",
-                              .least_interval_ms = kLeastSelfTestIntervalMs}),
+                              .least_interval_ms = kLeastSelfTestIntervalMs,
+                              .first_is_due = true}),
       traits_(traits) {}
 
 void SelfTestMonitor::StartMonitor(std::wstring /*name*/) {

@@ -64,11 +64,11 @@ class LinuxDriveTest : public testing::Test {
  protected:
   LinuxDriveTest() {
     for (const char* entry : {"sda", "nvme0n1", "mmcblk0"})
-      tree_.Write("/sys/block/" + std::string(entry) + "/device/model", "x");
+      tree_.Write("/sys/block/" + std::string(entry) + "/device/" + (entry[0] == 'm' ? "name" : "model"), "x");
   }
 
   DriveOpening Open(const std::string& name, DriveBus bus, bool removable = false) {
-    return drives_->Open({.path = "/dev/" + name, .bus = bus, .removable = removable});
+    return drives_->Open({.path = "/dev/" + name, .bus = bus, .model = "x", .removable = removable});
   }
   std::string Asked() { return std::exchange(script_.asked, {}); }
 

@@ -44,8 +44,8 @@ within() {  # SECONDS COMMAND...: the command succeeds before they are over
 apply_policy() {
   mkdir -p /etc/tvk
   jq '(.datasets[] | select(.name | endswith("SelfTestResult"))).settings.RunSelfTestInterval = "1d"' \
-    /usr/share/tvk/policy.default.json >/tmp/policy.json
-  tvkctl policy apply /tmp/policy.json
+    /usr/share/tvk/policy.default.json >/run/policy.json
+  tvkctl policy apply /run/policy.json
 }
 records() {  # DATASET: one JSON object a line
   tvkctl --data-dir "${TVK_DATA:-/var/lib/tvk}" records --format json --dataset "$1"
@@ -67,8 +67,9 @@ logged() {  # LOG TEXT: lines of the log with this text
   grep -hF -- "$2" "${TVK_LOGS:-/var/log/tvk}/$1" || true
 }
 
-errors_logged() {  # of the program for a user's session Linux has none, which the service tells at each start
-  grep -rh '\[error\]' "${TVK_LOGS:-/var/log/tvk}" | grep -vF 'the user agent is not started'
+drive_errors() {  # what the logs of those who ask drives, and of the store, have as errors
+  (cd "${TVK_LOGS:-/var/log/tvk}" && grep -h '\[error\]' StorageCollector.log Sto*Monitor.log *S[Mm][Aa][Rr][Tt]*Monitor.log \
+    ./*SelfTest*Monitor.log EventDataLogging.log 2>/dev/null | sort -u)
 }
 by_id() { readlink -f "/dev/disk/by-id/$1"; }
 finish() { exit $failed; }

@@ -50,7 +50,7 @@ check "the unit stops" systemctl stop tvk-client-service
 same "the service ended well" "success 0" \
   "$(systemctl show -p Result -p ExecMainStatus --value tvk-client-service | paste -sd ' ')"
 none "no serial number in clear" "$(grep -rlaE 'TBNVME00012345|TBSECOND0002|TBSTICK0003' /var/lib/tvk /var/log/tvk)"
-# The stick's bridge passes nothing on, which the system knows only once somebody asks.
-none "no errors in the logs, but of the stick" "$(errors_logged | grep -vF 'what it is attached to does not pass it on')"
+# The stick's bridge passes nothing on, which is found out by asking.
+none "no errors in the logs, but of the stick" "$(drive_errors | grep -vF 'what it is attached to does not pass it on')"
 check "and that one once" has 1 logged StorageCollector.log "what it is attached to does not pass it on"
 finish

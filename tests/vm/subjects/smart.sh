@@ -26,7 +26,7 @@ ata_names='{"1": "RawReadErrorRate", "3": "SpinupTime", "4": "StartStopCount", "
 newest() { items "$@" | tail -n 1 | jq -c -S .; }
 
 tests_of() { smartctl -j -l selftest "$1" | jq '.ata_smart_self_test_log.standard.count'; }
-described() { tvkctl records --format json --kind dataset | jq -r '"\(.dataset_name) \(.item_data.Model)"' | sort | grep -E 'SMART|SelfTest'; }
+described() { tvkctl records --format json --kind dataset | jq -r '"\(.dataset_name) \(.item_data.Model)"' | sort | grep SMART; }
 
 dd if="$nvme" of=/dev/null bs=1M count=8 iflag=direct status=none
 dd if=/dev/zero of="$nvme" bs=1M count=4 oflag=direct status=none
@@ -47,6 +47,18 @@ for dataset in StorageEvent PCIe_NVMe_SMARTEvent; do contexts $dataset "$nvme_mo
   jq -r .SerialNumber | sort -u >/tmp/serials
 check "NVMe: one hash of its serial number" grep -qE '^[0-9A-F]{64}$' /tmp/serials
 check "NVMe: in each of its datasets" has 1 cat /tmp/serials
+# The first test is due with the first start.
+check "SATA SSD: the result of a self-test comes" \
+  within 90 has 1 items SATA_SSD_SelfTestResult ReadSelfTestResult "$ssd_model"
+same "SATA SSD: its words" '{"TestResult":"Completed without error","TestType":"short"}' \
+  "$(newest SATA_SSD_SelfTestResult ReadSelfTestResult "$ssd_model")"
+same "SATA SSD: the drive has run one test" 1 "$(tests_of "$ssd")"
+same "SATA SSD: a short one" '["Short offline","Completed without error"]' \
+  "$(smartctl -j -l selftest "$ssd" | jq -c '.ata_smart_self_test_log.standard.table[0] | [.type.string, .status.string]')"
+# The emulated NVMe drive has none to run.
+check "NVMe: the log says that there is no self-test" \
+  within 90 has 1 logged PCIeNVMeSelfTestEventMonitor.log "the drive has no self-tests"
+none "NVMe: no result of one" "$(items PCIe_NVMe_SelfTestResult ReadSelfTestResult "$nvme_model")"
 check "the unit stops" systemctl stop tvk-client-service
 same "the service ended well" "success 0" \
   "$(systemctl show -p Result -p ExecMainStatus --value tvk-client-service | paste -sd ' ')"
@@ -67,18 +79,9 @@ check "ATA: the day's record of the solid-state drive comes" within 90 has 1 ite
 same "ATA: its values" "$(ata_health "$ssd" "$ata_names")" "$(newest SMARTEvent ReadSMARTPerDay "$ssd_model")"
 none "ATA: no threshold is crossed" "$(records SMARTEvent | jq -c 'select(.item_name == "ThresholdExceedsCondition")')"
 
-check "SATA SSD: the result of a self-test comes" \
-  within 90 has 1 items SATA_SSD_SelfTestResult ReadSelfTestResult "$ssd_model"
-same "SATA SSD: its words" '{"TestResult":"Completed without error","TestType":"short"}' \
-  "$(newest SATA_SSD_SelfTestResult ReadSelfTestResult "$ssd_model")"
-same "SATA SSD: the drive has run one test" 1 "$(tests_of "$ssd")"
-same "SATA SSD: a short one" '["Short offline","Completed without error"]' \
-  "$(smartctl -j -l selftest "$ssd" | jq -c '.ata_smart_self_test_log.standard.table[0] | [.type.string, .status.string]')"
-same "the disk has run none" 0 "$(tests_of "$hdd")"
-# The emulated NVMe drive has none to run.
-check "NVMe: the log says that there is no self-test" \
-  within 90 has 1 logged PCIeNVMeSelfTestEventMonitor.log "the drive has no self-tests"
-none "NVMe: no result of one" "$(items PCIe_NVMe_SelfTestResult ReadSelfTestResult "$nvme_model")"
+check "SATA SSD: the next self-test's result comes" \
+  within 90 has 2 items SATA_SSD_SelfTestResult ReadSelfTestResult "$ssd_model"
+same "SATA SSD: the drive has run two tests" 2 "$(tests_of "$ssd")"
 
 # Once more on the same day: only the session is new.
 before=$(described)
@@ -89,8 +92,9 @@ check "SATA SSD: the third session's record comes" \
   within 90 has 3 items SATA_SSD_SMARTEvent ReadSMARTPerSession "$ssd_model"
 same "the same contexts" "$before" "$(described)"
 check "no second record of the day" has 1 items PCIe_NVMe_SMARTEvent ReadSMARTPerDay "$nvme_model"
-same "no second self-test" 1 "$(tests_of "$ssd")"
+same "no third self-test" 2 "$(tests_of "$ssd")"
+same "the disk has run none" 0 "$(tests_of "$hdd")"
 
 none "no serial number in clear" "$(grep -rlaE 'TBNVME00012345|TBSSD-0001|TBHDD-0002' /var/lib/tvk /var/log/tvk)"
-none "no errors in the logs" "$(errors_logged)"
+none "no errors in the logs" "$(drive_errors)"
 finish

@@ -14,5 +14,5 @@ check "the NVMe drive tells of its health" \
   within 90 has 2 items PCIe_NVMe_SMARTEvent ReadSMARTPerSession "$nvme_model"
 check "so does the SATA one" within 90 has 2 items SATA_SSD_SMARTEvent ReadSMARTPerSession "$ssd_model"
 check "one context each" has 1 contexts PCIe_NVMe_SMARTEvent "$nvme_model"
-none "no errors in the logs" "$(errors_logged)"
+none "no errors in the logs" "$(drive_errors)"
 finish

@@ -3,7 +3,7 @@
 source ./checks.sh
 
 mkfs.ext4 -q -L secretlabel "$ssd"
-mkdir /srv/data
+mkdir -p /srv/data
 in_force() { records StorageEvent | jq -s -c --arg kind "$1" 'map(select(.item_data.Kind == $kind)) | last | .item_data'; }
 item() { records StorageEvent | jq -s -c --arg item "$1" 'map(select(.item_name == $item)) | last | .item_data // empty'; }
 has_item() { [[ -n $(item "$1") ]]; }
@@ -39,5 +39,5 @@ check "the unit stops" systemctl stop tvk-client-service
 uuid=$(lsblk -dno UUID "$ssd")
 check "the volume has a name of its own" test -n "$uuid"
 none "no label, name or place of the volume is told" "$(grep -rlaE "secretlabel|$uuid|/srv/data" /var/lib/tvk)"
-none "no errors in the logs" "$(errors_logged)"
+none "no errors in the logs" "$(drive_errors)"
 finish
