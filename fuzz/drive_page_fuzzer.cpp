@@ -68,10 +68,11 @@ void AtaSmart(Bytes values, Bytes thresholds) {
 }
 
 void AtaSelfTestLog(Bytes sector) {
-  const auto entry = TVK::DecodeAtaSelfTestLog(sector);
-  if (!entry) return;
-  RequireStatus(entry->status);
-  Require(entry->failing_lba.value_or(0) < 0xFFFFFFFF);
+  const auto log = TVK::DecodeAtaSelfTestLog(sector);
+  if (!log || !log->newest) return;
+  const TVK::AtaSelfTestEntry& entry = *log->newest;
+  RequireStatus(entry.status);
+  Require(entry.failing_lba.value_or(0) < 0xFFFFFFFF);
 }
 
 void NvmeController(Bytes data) {

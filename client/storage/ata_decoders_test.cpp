@@ -102,15 +102,15 @@ TEST(AtaSmart, ReadsThirtyEntriesAndNoDamage) {
 
 TEST(AtaSelfTestLog, ReadsTheNewestEntry) {
   for (const auto& [index, status, lba, expected] :
-       {std::tuple(1, 0x00, 77u, std::optional(AtaSelfTestEntry{1, {0, 0}, 0x1234, {}, 1})),
-        {21, 0x72, 77u, AtaSelfTestEntry{1, {7, 0}, 0x1234, 77, 21}},
-        {2, 0x70, 0xFFFFFFFF, AtaSelfTestEntry{1, {7, 0}, 0x1234, {}, 2}},
-        {3, 0xF9, 77u, AtaSelfTestEntry{1, {15, 9}, 0x1234, {}, 3}},
-        {0, 0x00, 0u, {}},
+       {std::tuple(1, 0x00, 77u, std::optional(AtaSelfTestLog{AtaSelfTestEntry{1, {0, 0}, 0x1234, {}, 1}})),
+        {21, 0x72, 77u, AtaSelfTestLog{AtaSelfTestEntry{1, {7, 0}, 0x1234, 77, 21}}},
+        {2, 0x70, 0xFFFFFFFF, AtaSelfTestLog{AtaSelfTestEntry{1, {7, 0}, 0x1234, {}, 2}}},
+        {3, 0xF9, 77u, AtaSelfTestLog{AtaSelfTestEntry{1, {15, 9}, 0x1234, {}, 3}}},
+        {0, 0x00, 0u, AtaSelfTestLog{}},
         {22, 0x00, 0u, {}}}) {
     Sector sector(512);
     const std::size_t at = 2 + 24 * (static_cast<std::size_t>(index) - 1);
-    if (expected) {
+    if (expected && expected->newest) {
       PutLittleEndian(sector, at, 1, 1);
       PutLittleEndian(sector, at + 1, status, 1);
       PutLittleEndian(sector, at + 2, 0x1234, 2);
@@ -123,7 +123,7 @@ TEST(AtaSelfTestLog, ReadsTheNewestEntry) {
   }
   Sector empty(512);
   empty[508] = 4;
-  EXPECT_FALSE(DecodeAtaSelfTestLog(WithChecksum(empty)));
+  EXPECT_EQ(DecodeAtaSelfTestLog(WithChecksum(empty)), AtaSelfTestLog());
 }
 
 }  // namespace

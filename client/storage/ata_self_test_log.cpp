@@ -24,12 +24,13 @@ constexpr std::uint32_t kLbaDoesNotFit = 0xFFFFFFFF;
 
 }  // namespace
 
-std::optional<AtaSelfTestEntry> DecodeAtaSelfTestLog(std::span<const std::uint8_t> sector) {
+std::optional<AtaSelfTestLog> DecodeAtaSelfTestLog(std::span<const std::uint8_t> sector) {
   if (!HasAtaChecksum(sector)) return std::nullopt;
   const std::size_t index = sector[kIndex];
-  if (index == 0 || index > kDescriptors) return std::nullopt;
+  if (index == 0) return AtaSelfTestLog();
+  if (index > kDescriptors) return std::nullopt;
   const auto descriptor = sector.subspan(kFirstDescriptor + (index - 1) * kDescriptorSize, kDescriptorSize);
-  if (std::ranges::all_of(descriptor, [](std::uint8_t byte) { return byte == 0; })) return std::nullopt;
+  if (std::ranges::all_of(descriptor, [](std::uint8_t byte) { return byte == 0; })) return AtaSelfTestLog();
   AtaSelfTestEntry entry{.subcommand = descriptor[kSubcommand],
                          .status = DecodeAtaSelfTestStatus(descriptor[kStatus]),
                          .power_on_hours = platform::LittleEndianAt<std::uint16_t>(descriptor, kLifeTimestamp),
@@ -38,7 +39,7 @@ std::optional<AtaSelfTestEntry> DecodeAtaSelfTestLog(std::span<const std::uint8_
   const auto lba = platform::LittleEndianAt<std::uint32_t>(descriptor, kFailingLba);
   // The standard defines it for no other outcome.
   if (entry.status.code == kReadFailed && lba != kLbaDoesNotFit) entry.failing_lba = lba;
-  return entry;
+  return AtaSelfTestLog{entry};
 }
 
 }  // namespace TVK

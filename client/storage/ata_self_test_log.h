@@ -20,7 +20,13 @@ struct AtaSelfTestEntry {
   bool operator==(const AtaSelfTestEntry&) const = default;
 };
 
-/// Nothing for a sector of another size than 512 bytes, with a wrong checksum, or without an entry.
-std::optional<AtaSelfTestEntry> DecodeAtaSelfTestLog(std::span<const std::uint8_t> sector);
+struct AtaSelfTestLog {
+  std::optional<AtaSelfTestEntry> newest;  ///< Absent where no test was ended yet.
+
+  bool operator==(const AtaSelfTestLog&) const = default;
+};
+
+/// Nothing for a sector of another size than 512 bytes, with a wrong checksum, or with an index of no entry.
+std::optional<AtaSelfTestLog> DecodeAtaSelfTestLog(std::span<const std::uint8_t> sector);
 
 }  // namespace TVK

@@ -136,7 +136,7 @@ Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<C
   Reading<Content> result = silence == Silence::kNone ? std::move(*reading) : Reading<Content>{{}, silence};
   // The system gave up on a command: the next one would take as long.
   if (silence == Silence::kNone && result.silence == Silence::kHung) lane_->Rest();
-  lane_->Note(what, result.silence, result.error);
+  if (!what.empty()) lane_->Note(what, result.silence, result.error);
   return result;
 }
 
@@ -231,11 +231,11 @@ Reading<TVK::NvmeSelfTestLog> HardDisk::ReadNvmeSelfTestLog(platform::Waitable* 
       stop);
 }
 
-Reading<TVK::AtaSelfTestEntry> HardDisk::ReadAtaSelfTestLog(platform::Waitable* stop) const {
-  return Ask<TVK::AtaSelfTestEntry>(
+Reading<TVK::AtaSelfTestLog> HardDisk::ReadAtaSelfTestLog(platform::Waitable* stop) const {
+  return Ask<TVK::AtaSelfTestLog>(
       kSelfTestLog,
       [](Drive& drive) {
-        return ReadPage<TVK::AtaSelfTestEntry>(drive, DrivePage::kAtaSelfTestLog, TVK::DecodeAtaSelfTestLog);
+        return ReadPage<TVK::AtaSelfTestLog>(drive, DrivePage::kAtaSelfTestLog, TVK::DecodeAtaSelfTestLog);
       },
       stop);
 }
@@ -255,7 +255,7 @@ Reading<bool> HardDisk::ReadNvmeSelfTestSupport(platform::Waitable* stop) const 
 Reading<bool> HardDisk::Do(platform::DriveAction action, platform::Waitable* stop,
                            std::chrono::milliseconds limit) const {
   return Ask<bool>(
-      L"its self-test",
+      {},
       [action](Drive& drive) -> Reading<bool> {
         const DriveAnswer answer = drive.Do(action);
         if (answer.result == DriveResult::kDone) return {true};

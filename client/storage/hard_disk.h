@@ -54,10 +54,10 @@ class HardDisk {
   /// The thresholds too, where the drive has them.
   Reading<TVK::AtaSmart> ReadAtaSmart(platform::Waitable* stop) const;
   Reading<TVK::NvmeSelfTestLog> ReadNvmeSelfTestLog(platform::Waitable* stop) const;
-  Reading<TVK::AtaSelfTestEntry> ReadAtaSelfTestLog(platform::Waitable* stop) const;
+  Reading<TVK::AtaSelfTestLog> ReadAtaSelfTestLog(platform::Waitable* stop) const;
   /// Whether an NVMe drive has self-tests; of ATA drives AtaSmart tells it.
   Reading<bool> ReadNvmeSelfTestSupport(platform::Waitable* stop) const;
-  /// Content: the drive took it. `limit`: how long it is waited for.
+  /// Content: the drive took it. `limit`: how long it is waited for. Why it did not is the caller's to log.
   Reading<bool> Do(platform::DriveAction action, platform::Waitable* stop,
                    std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
 
@@ -68,6 +68,7 @@ class HardDisk {
 
   void Identify(platform::Waitable* stop) const;
   DriveIdentity identity() const;
+  /// `what` is asked for, in the words of the log; empty: what comes of it is not logged.
   template <typename Content>
   Reading<Content> Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
                        platform::Waitable* stop, std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;

@@ -49,9 +49,10 @@ Reading<Look> LookAtAta(const HardDisk& drive, platform::Waitable* stop) {
             .running = smart.content->self_test.code == TVK::kAtaSelfTestRuns};
   look.estimate = std::max(std::chrono::minutes(smart.content->short_test_minutes), 1min);
   if (look.running) return {look};
-  const auto entry = drive.ReadAtaSelfTestLog(stop);
-  if (entry.content && entry.content->subcommand == kShort) {
-    look.newest = {entry.content->status.code, entry.content->index, entry.content->power_on_hours};
+  const auto log = drive.ReadAtaSelfTestLog(stop);
+  const auto entry = log.content ? log.content->newest : std::nullopt;
+  if (entry && entry->subcommand == kShort) {
+    look.newest = {entry->status.code, entry->index, entry->power_on_hours};
   } else {
     look.newest = {.code = smart.content->self_test.code};  // of the newest test too, only not which it was
   }
