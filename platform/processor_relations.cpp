@@ -26,7 +26,8 @@ constexpr std::size_t kCacheRecordSize = 16;
 bool AddCore(Bytes record, ProcessorTopology& topology) {
   if (record.size() < kCoreRecordSize) return false;
   ++topology.cores;
-  topology.logical_processors += static_cast<std::uint32_t>(std::popcount(LittleEndianAt<std::uint64_t>(record, kMaskAt)));
+  topology.logical_processors +=
+      static_cast<std::uint32_t>(std::popcount(LittleEndianAt<std::uint64_t>(record, kMaskAt)));
   return true;
 }
 
