@@ -100,7 +100,13 @@ class ScriptedNotices final : public KernelNotices {
   int device_fd() const override { return devices.get(); }
   DeviceNews TakeDevices() override {
     Take(devices);
-    return news;
+    const std::lock_guard lock(mutex_);
+    return news_;
+  }
+  /// What the next notices of devices tell.
+  void SetNews(DeviceNews news) {
+    const std::lock_guard lock(mutex_);
+    news_ = std::move(news);
   }
   int clock_fd() const override { return clock.get(); }
   bool TakeClock() override {
@@ -119,10 +125,13 @@ class ScriptedNotices final : public KernelNotices {
   const UniqueFd devices{::eventfd(0, EFD_CLOEXEC)};
   const UniqueFd clock{::eventfd(0, EFD_CLOEXEC)};
   const UniqueFd login{::eventfd(0, EFD_CLOEXEC)};
-  DeviceNews news = {.power = true};  ///< Set before the devices are given.
-  UserSessions sessions;              ///< Set before the login is given.
-  bool told = false;                  ///< The sessions of the start were.
+  UserSessions sessions;  ///< Set before the login is given.
+  bool told = false;      ///< The sessions of the start were.
   std::atomic<bool> slept = false;
+
+ private:
+  std::mutex mutex_;  ///< Guards what follows.
+  DeviceNews news_ = {.power = true};
 };
 
 class SystemEventsLinuxTest : public testing::Test {
@@ -186,7 +195,7 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   ScriptedNotices::Give(notices.devices);
   EXPECT_EQ(Until(BatteryPercent{5}), Events{BatteryPercent{5}}) << "supplies that went and came are no change";
   Battery(4);
-  notices.news = {.drives = {DriveChange::kDetached, DriveChange::kAttached}};
+  notices.SetNews({.drives = {DriveChange::kDetached, DriveChange::kAttached}});
   ScriptedNotices::Give(notices.devices);
   EXPECT_EQ(Until(DriveChange::kAttached), (Events{DriveChange::kDetached, DriveChange::kAttached}));
   notices.sessions.terminals[42] = "tty2";
