@@ -89,7 +89,7 @@ void NvmeHealth(Bytes page) {
   }) == 0;
   ItemData data;
   Require((info.GetSmartInfoList(data) == 0) == decoded);
-  Require(!decoded || (data.size() >= 17 && data.size() <= 25));
+  Require(!decoded || (data.size() >= 16 && data.size() <= 25));
   for (const auto& [key, text] : data)
     Require(!text.empty() && text.find_first_not_of(L"0123456789", text.starts_with(L'-') ? 1 : 0) == text.npos);
 }
