@@ -1,6 +1,7 @@
 // The drives of the machine: which are attached, and what they answer themselves. Listing them reads nothing from a
-// drive and needs no right to it. On Linux it asks none; on Windows their drivers answer, which may take as long as one
-// hangs. Opening one and asking it may take as long, too. Any thread.
+// drive and needs no right to it. On Linux it asks none, but a virtual machine's host for the serial numbers of its
+// drives; on Windows their drivers answer. Either may take as long as one hangs, and so may opening and asking one. Any
+// thread.
 #pragma once
 
 #include <chrono>
