@@ -1,10 +1,12 @@
 #include "platform/machine.h"
 
+#include "platform/batteries.h"
 #include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"
 #include "platform/power.h"
+#include "platform/power_manager.h"
 #include "platform/processors.h"
 #include "platform/region.h"
 #include "platform/settings.h"

@@ -9,11 +9,13 @@
 
 namespace platform {
 
+class Batteries;
 class Drives;
 class EventLog;
 class Firmware;
 class Memory;
 class Power;
+class PowerManager;
 class Processors;
 class Region;
 class Settings;
@@ -31,6 +33,8 @@ struct MachineDoors {
   std::unique_ptr<Region> region;
   std::unique_ptr<Settings> settings;
   std::unique_ptr<Power> power;
+  std::unique_ptr<Batteries> batteries;
+  std::unique_ptr<PowerManager> power_manager;
   std::shared_ptr<Drives> drives;
   std::shared_ptr<Volumes> volumes;
   std::unique_ptr<SystemEvents> system_events;
@@ -57,6 +61,8 @@ class Machine {
   Region& region() const { return *doors_.region; }
   Settings& settings() const { return *doors_.settings; }
   Power& power() const { return *doors_.power; }
+  Batteries& batteries() const { return *doors_.batteries; }
+  PowerManager& power_manager() const { return *doors_.power_manager; }
   Drives& drives() const { return *doors_.drives; }
   Volumes& volumes() const { return *doors_.volumes; }
   SystemEvents& system_events() const { return *doors_.system_events; }

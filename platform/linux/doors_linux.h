@@ -9,6 +9,7 @@
 
 namespace platform {
 
+class Batteries;
 class Clock;
 class Drives;
 class EventLog;
@@ -28,6 +29,7 @@ std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
 std::unique_ptr<Power> MakePower(const Sysroot& root);
+std::unique_ptr<Batteries> MakeBatteries(const Sysroot& root);
 
 /// Drives are opened by `open`; when it is empty, none is: one of a recorded machine is not this computer's.
 std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open);

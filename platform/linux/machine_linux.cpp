@@ -1,12 +1,14 @@
 #include "platform/linux/doors_linux.h"
 #include "platform/local.h"
 
+#include "platform/batteries.h"
 #include "platform/drive_recording.h"
 #include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/memory.h"
 #include "platform/power.h"
+#include "platform/power_manager.h"
 #include "platform/processors.h"
 #include "platform/recorded_drives.h"
 #include "platform/region.h"
@@ -28,6 +30,8 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
   doors.power = MakePower(root);
+  doors.batteries = MakeBatteries(root);
+  doors.power_manager = std::make_unique<NoPowerManager>();
   const bool local = options.sysroot == "/";
   doors.volumes = MakeVolumes(root, local);
   if (local) {

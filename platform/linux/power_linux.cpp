@@ -21,6 +21,11 @@ class LinuxPower final : public Power {
     return SumUpPower(supplies);
   }
 
+  // The kernel tells of every supply without being asked.
+  std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting /*setting*/, void* /*service*/) override {
+    return std::make_shared<CHPowerNotifyHandle>();
+  }
+
  private:
   const Sysroot root_;
 };

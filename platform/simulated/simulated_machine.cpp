@@ -1,5 +1,6 @@
 #include "platform/simulated/simulated_machine.h"
 
+#include "platform/simulated/simulated_batteries.h"
 #include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_firmware.h"
@@ -27,6 +28,8 @@ MachineDoors MakeDoors() {
   doors.region = std::move(region);
   doors.settings = std::move(settings);
   doors.power = std::make_unique<SimulatedPower>();
+  doors.batteries = std::make_unique<SimulatedBatteries>();
+  doors.power_manager = std::make_unique<SimulatedPowerManager>();
   doors.drives = std::make_unique<SimulatedDrives>();
   doors.volumes = std::make_unique<SimulatedVolumes>();
   doors.system_events = std::make_unique<SimulatedSystemEvents>();
@@ -57,6 +60,12 @@ SimulatedRegion& SimulatedMachine::region() const {
 }
 SimulatedPower& SimulatedMachine::power() const {
   return static_cast<SimulatedPower&>(Machine::power());
+}
+SimulatedBatteries& SimulatedMachine::batteries() const {
+  return static_cast<SimulatedBatteries&>(Machine::batteries());
+}
+SimulatedPowerManager& SimulatedMachine::power_manager() const {
+  return static_cast<SimulatedPowerManager&>(Machine::power_manager());
 }
 SimulatedDrives& SimulatedMachine::drives() const {
   return static_cast<SimulatedDrives&>(Machine::drives());

@@ -6,11 +6,13 @@
 
 namespace platform {
 
+class SimulatedBatteries;
 class SimulatedDrives;
 class SimulatedEventLog;
 class SimulatedFirmware;
 class SimulatedMemory;
 class SimulatedPower;
+class SimulatedPowerManager;
 class SimulatedProcessors;
 class SimulatedRegion;
 class SimulatedSystemEvents;
@@ -18,8 +20,8 @@ class SimulatedSystemFacts;
 class SimulatedVolumes;
 
 /// Its doors are scripted one by one; each has a header of its own beside this one, but that system, region and
-/// settings share one, and power and system events another. A change of system or region is told to those who watch the
-/// settings.
+/// settings share one, power and system events another, and batteries and the power manager a third. A change of system
+/// or region is told to those who watch the settings.
 class SimulatedMachine final : public Machine {
  public:
   SimulatedMachine();
@@ -32,6 +34,8 @@ class SimulatedMachine final : public Machine {
   SimulatedSystemFacts& system() const;
   SimulatedRegion& region() const;
   SimulatedPower& power() const;
+  SimulatedBatteries& batteries() const;
+  SimulatedPowerManager& power_manager() const;
   SimulatedDrives& drives() const;
   SimulatedVolumes& volumes() const;
   SimulatedSystemEvents& system_events() const;

@@ -1,6 +1,7 @@
 // Power and the system's events, as a test scripts them.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <set>
 
@@ -13,9 +14,17 @@ namespace platform {
 /// A laptop that runs from mains, its battery full.
 class SimulatedPower final : public Power, public Scripted<PowerStatus> {
  public:
-  SimulatedPower() : Scripted(PowerStatus{PowerSource::kAc, 100}) {}
+  SimulatedPower() : Scripted(PowerStatus{.source = PowerSource::kAc, .percent = 100, .level = ChargeLevel::kHigh}) {}
 
   PowerStatus ReadStatus() override { return Get(); }
+
+  std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting setting, void* /*service*/) override {
+    if (refused == setting) return nullptr;
+    return std::make_shared<CHPowerNotifyHandle>();
+  }
+
+  /// Register fails for it.
+  std::atomic<std::optional<PowerSetting>> refused = std::optional<PowerSetting>();
 };
 
 /// Its sources call back on the threads that call Raise. Any thread.

@@ -5,12 +5,14 @@
 
 namespace platform {
 
+class Batteries;
 class Clock;
 class Drives;
 class EventLog;
 class Firmware;
 class Memory;
 class Power;
+class PowerManager;
 class Processors;
 class Region;
 class Settings;
@@ -32,6 +34,8 @@ std::unique_ptr<SystemFacts> MakeSystemFacts(const Clock& clock);
 std::unique_ptr<Region> MakeRegion();
 std::unique_ptr<Settings> MakeSettings();
 std::unique_ptr<Power> MakePower();
+std::unique_ptr<Batteries> MakeBatteries();
+std::unique_ptr<PowerManager> MakePowerManager();
 std::unique_ptr<Drives> MakeDrives();
 std::unique_ptr<Volumes> MakeVolumes();
 std::unique_ptr<SystemEvents> MakeSystemEvents();

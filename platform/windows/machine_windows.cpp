@@ -1,11 +1,13 @@
 #include <stdexcept>
 
+#include "platform/batteries.h"
 #include "platform/drives.h"
 #include "platform/event_log.h"
 #include "platform/firmware.h"
 #include "platform/local.h"
 #include "platform/memory.h"
 #include "platform/power.h"
+#include "platform/power_manager.h"
 #include "platform/processors.h"
 #include "platform/region.h"
 #include "platform/settings.h"
@@ -29,6 +31,8 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.region = windows::MakeRegion();
   doors.settings = windows::MakeSettings();
   doors.power = windows::MakePower();
+  doors.batteries = windows::MakeBatteries();
+  doors.power_manager = windows::MakePowerManager();
   doors.drives = windows::MakeDrives();
   doors.volumes = windows::MakeVolumes();
   doors.system_events = windows::MakeSystemEvents();

@@ -1,0 +1,20 @@
+#include "client/battery/battery_info.h"
+
+#include "client/text/hash_utility.h"
+
+std::wstring BatteryInfo::GetHashedString(std::wstring value) {
+  if (value.empty() || value == kUnknown) return value;
+  return TVK::HashUtility::HashSerialNumber(value);
+}
+
+BatteryInfo::Texts BatteryInfo::AllUnknown() {
+  Texts texts;
+  texts.fill(kUnknown);
+  return texts;
+}
+
+void BatteryInfo::Complete(const BatteryInfo& other) {
+  for (std::size_t i = kDeviceName; i < kProperties; ++i) {
+    if (texts_[i] == kUnknown) texts_[i] = other.texts_[i];
+  }
+}

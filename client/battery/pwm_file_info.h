@@ -1,0 +1,5 @@
+// What the power manager's log files tell of a battery.
+#pragma once
+
+/// A value.
+struct PwmFileInfo {};
