@@ -1,3 +1,4 @@
+#include "client/battery/battery_properties.h"
 #include "client/battery/battery_source.h"
 
 namespace TVK {
