@@ -2,9 +2,7 @@
 // cannot be read stays "UnKnown".
 #pragma once
 
-#include <chrono>
 #include <list>
-#include <string>
 #include <vector>
 
 #include "client/battery/battery_info.h"
@@ -16,9 +14,6 @@ class PowerManager;
 }  // namespace platform
 
 namespace TVK {
-
-/// A date as records have it, "2024-05-31".
-std::wstring BatteryDateText(std::chrono::year_month_day date);
 
 /// One record for each battery that the operating system tells of, in its order.
 std::list<BatteryInfo> GetBatteryInfoFromSystem(platform::Batteries& batteries);

@@ -1,5 +1,5 @@
+#include "client/battery/battery_date.h"
 #include "client/battery/battery_source.h"
-#include "client/log/wide_format.h"
 #include "client/text/string.h"
 #include "platform/batteries.h"
 
@@ -44,11 +44,6 @@ BatteryInfo ToBatteryInfo(const BatteryFacts& facts) {
 }
 
 }  // namespace
-
-std::wstring BatteryDateText(std::chrono::year_month_day date) {
-  return FormatWide(L"%04d-%02u-%02u", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                    static_cast<unsigned>(date.day()));
-}
 
 std::list<BatteryInfo> GetBatteryInfoFromSystem(platform::Batteries& batteries) {
   std::list<BatteryInfo> list;
