@@ -23,7 +23,7 @@ const IntegerSetting& FullThreshold() {
 std::optional<int> ReadThreshold(const IntegerSetting& setting, const SettingTexts& settings, SettingReading& reading) {
   const auto found = settings.find(setting.key);
   if (found == settings.end() || found->second != L"auto") return setting.Read(settings, reading);
-  reading = {.key = setting.key, .value_in_force = L"auto", .from_policy = true, .meaning = setting.meaning};
+  reading = {setting.key, L"auto", true, {}, false, setting.meaning};
   return std::nullopt;
 }
 
