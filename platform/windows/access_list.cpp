@@ -111,11 +111,12 @@ bool MakePrivate(const std::filesystem::path& folder) {
     return false;
   }
   std::wstring name = folder.native();
-  const DWORD error = SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
-                                            DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr,
-                                            nullptr, entries, nullptr);
-  SetLastError(error);
-  return error == ERROR_SUCCESS;
+  constexpr SECURITY_INFORMATION kWhat = DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION;
+  if (SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, kWhat, nullptr, nullptr, entries, nullptr) != ERROR_SUCCESS) {
+    return false;
+  }
+  const std::optional<AccessList> list = ReadAccessList(folder);
+  return list && !IsTooOpen(*list);
 }
 
 }  // namespace platform::windows

@@ -40,8 +40,8 @@ bool IsTooOpen(const AccessList& list);
 /// files and folders inside too; nothing inherited.
 std::string PrivateFolderList();
 
-/// Gives a folder that list, and the files and folders in it what they inherit of it. False: it could not be done,
-/// GetLastError says why.
+/// Gives a folder that list, and the files and folders in it what they inherit of it. Returns whether it is not too
+/// open afterwards: a file system without lists takes one and forgets it.
 bool MakePrivate(const std::filesystem::path& folder);
 
 }  // namespace platform::windows

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/files.h"
 #include "platform/windows/security.h"
+#include "testing/temp_folder.h"
 
 namespace platform::windows {
 namespace {
@@ -57,6 +59,25 @@ TEST(AccessList, Verdicts) {
     EXPECT_EQ(OnlyTrustedMayWrite(list), row.only_trusted_write) << row.what;
     EXPECT_EQ(IsTooOpen(list), row.too_open) << row.what;
   }
+}
+
+TEST(AccessList, AFolderThatIsTooOpenIsClosedWhereItIsOursAlone) {
+  const TempFolder temp;
+  const std::filesystem::path parent = temp.path() / "private";  // Wine gives what the parent gives, too
+  const std::filesystem::path folder = parent / "data";
+  ASSERT_EQ(MakePrivateFolder(parent), "");
+  const auto is_ours = [](const std::string& name) { return name == "ours"; };
+  for (const bool alone : {true, false}) {
+    SecurityAttributes open("D:(A;OICI;FA;;;WD)(A;OICI;FA;;;" + ProcessUserSid() + ")");
+    ASSERT_TRUE(CreateDirectoryW(folder.c_str(), open.get()));
+    ASSERT_EQ(ReplaceFile(folder / (alone ? "ours" : "theirs"), "x"), "");
+    const std::string remark = CloseFolder(folder, is_ours);
+    EXPECT_TRUE(remark.ends_with(alone ? "it is closed now" : "it stays so, since it is not the service's alone"))
+        << remark;
+    EXPECT_EQ(CloseFolder(folder, is_ours).empty(), alone);
+    std::filesystem::remove_all(folder);
+  }
+  EXPECT_FALSE(ReadAccessList(folder));
 }
 
 }  // namespace

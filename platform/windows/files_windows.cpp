@@ -153,8 +153,8 @@ std::string CloseFolder(const std::filesystem::path& folder,
        entry.increment(failure))
     alone = is_ours(PathToUtf8(entry->path().filename()));
   const std::string open = "the folder " + PathToUtf8(folder) + " was open to other accounts; ";
-  if (alone && !failure && windows::MakePrivate(folder)) return open + "it is closed now";
-  return open + "it stays so, since it is not the service's alone";
+  if (!alone || failure) return open + "it stays so, since it is not the service's alone";
+  return open + (windows::MakePrivate(folder) ? "it is closed now" : "it stays so, since the system does not close it");
 }
 
 std::string WarnOfWriters(const std::filesystem::path& folder) {

@@ -222,8 +222,8 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   // One machine has no drives with all of them.
   for (const auto& [dataset, names] :
        {std::pair("SATA_SSD_SMARTEvent/key", &kSataSmartNames), {"SMARTEvent/key", &kGenericSmartNames}}) {
-    for (const auto& name : *names) {
-      if (!name.text.empty()) lists[dataset].insert(Utf8(name.text));
+    for (const std::wstring_view name : *names) {
+      if (!name.empty()) lists[dataset].insert(Utf8(name));
     }
   }
   // What no machine gives yet, and the page says so.
