@@ -198,10 +198,11 @@ TEST_F(BatterySourceTest, ALogFileTellsOfTheBatteriesThatItNames) {
             usage,
             L"",
             {fault + L"2: a field is no date"}},
-           {"Battery=1\nBattery=2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18\nUsage=2024-05-31,120,812",
+           {"Battery=1\nBattery=2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18\nUsage=,1,2,3,4,5,6,7,8,9,0,1,2,3,4,5,6,"
+            "7\nUsage=2024-05-31,120,812",
             L"",
             L"",
-            {L"PwmFileTool::GetPwmLineDataFieldList, line 2: too many fields", fault + L"3: it follows no battery"}},
+            {L"PwmFileTool::GetPwmLineDataFieldList, line 2: too many fields", fault + L"4: it follows no battery"}},
            {"Battery=1\n\xFF", L"", L"", {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
            {std::string("B\0a\0", 4), L"", L"", {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
        }) {
