@@ -97,7 +97,7 @@ TEST(ServiceControl, ServiceLivesFromInstallationToRemoval) {
   EXPECT_EQ(HaltService(seconds(30)), "");
   EXPECT_EQ(ReadServiceReport().state, ServiceState::kStopped);
   EXPECT_EQ(HaltService(seconds(30)), "") << "it has stopped already";
-  EXPECT_NE(LaunchService({L"fail"}, seconds(30)).find("exit code 7"), std::string::npos);
+  EXPECT_EQ(LaunchService({L"fail"}, seconds(30)), "the service has ended with exit code 7");
   EXPECT_EQ(ReadServiceReport().exit_code, 7u);
   EXPECT_EQ(UninstallService(seconds(30)), "");
   EXPECT_EQ(ReadServiceReport().state, ServiceState::kNotInstalled);
