@@ -2,6 +2,7 @@
 
 #include <sddl.h>
 
+#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -11,17 +12,17 @@ namespace platform::windows {
 
 namespace {
 
+constexpr char kSystem[] = "S-1-5-18";              // SECURITY_LOCAL_SYSTEM_RID
+constexpr char kAdministrators[] = "S-1-5-32-544";  // DOMAIN_ALIAS_RID_ADMINS
+
+}  // namespace
+
 std::string SidText(PSID sid) {
   wchar_t* text = nullptr;
   if (!ConvertSidToStringSidW(sid, &text)) return {};
   const UniqueLocalMemory owner(text);
   return Utf8FromWide(text);
 }
-
-constexpr char kSystem[] = "S-1-5-18";              // SECURITY_LOCAL_SYSTEM_RID
-constexpr char kAdministrators[] = "S-1-5-32-544";  // DOMAIN_ALIAS_RID_ADMINS
-
-}  // namespace
 
 std::string UserSid(HANDLE token) {
   DWORD size = 0;
@@ -40,6 +41,14 @@ std::string ProcessUserSid() {
 
 bool RunsAsSystem() {
   return ProcessUserSid() == kSystem;
+}
+
+bool ActsAsAdministrator() {
+  std::array<std::max_align_t, SECURITY_MAX_SID_SIZE / sizeof(std::max_align_t) + 1> administrators;
+  DWORD size = sizeof(administrators);
+  BOOL member = FALSE;
+  return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators.data(), &size) &&
+         CheckTokenMembership(nullptr, administrators.data(), &member) && member;
 }
 
 std::string OwnerSid(HANDLE object) {

@@ -7,6 +7,9 @@
 
 namespace platform::windows {
 
+/// A security identifier as text ("S-1-5-18"); empty when it is none.
+std::string SidText(PSID sid);
+
 /// The security identifier ("S-1-5-18") of the user that `token` belongs to; empty when the system does not say.
 std::string UserSid(HANDLE token);
 
@@ -15,6 +18,10 @@ std::string ProcessUserSid();
 
 /// Whether that is the system account (LocalSystem), which may act for the users of other sessions.
 bool RunsAsSystem();
+
+/// Whether this process has the administrators' rights; of a process that has not been given them, its account may well
+/// be one of theirs.
+bool ActsAsAdministrator();
 
 /// The security identifier of the account that owns an object, whose handle has READ_CONTROL; empty when the system
 /// does not say.
