@@ -58,7 +58,7 @@ struct Driver {
   std::map<Key, DriverAnswer> answers = {
       {At(BatteryLevel::kInformation), {0, Information(kSystem, 57'000, 50'000, 120)}},
       {At(BatteryLevel::kDeviceName), {0, Wide(u" 5B10W5 ")}},
-      {At(BatteryLevel::kManufactureName), {0, Wide(u"C\u00E9l\u4E2D\U0001F50B\xD83D")}},
+      {At(BatteryLevel::kManufactureName), {0, Wide(u"\x80\u07FF\u0800\uE000\U00010000\U0010FFFF\xDC00\xD83D")}},
       {At(BatteryLevel::kSerialNumber), {0, Wide(u"SN-1")}},
       {At(BatteryLevel::kManufactureDate), {0, {31, 5, 0xE8, 0x07}}},
       {At(BatteryLevel::kEstimatedTime), {0, Words({5'400})}},
@@ -100,7 +100,7 @@ struct Driver {
 
 BatteryFacts Whole() {
   return {.name = "5B10W5",
-          .manufacturer = "C\u00E9l\u4E2D\U0001F50B\uFFFD",
+          .manufacturer = "\u0080\u07FF\u0800\uE000\U00010000\U0010FFFF\uFFFD\uFFFD",
           .chemistry = "LION",
           .serial_number = "SN-1",
           .manufactured = std::chrono::year(2024) / 5 / 31,
@@ -131,6 +131,8 @@ TEST(BatteryClassTest, EachFactIsToldOrAbsentByItself) {
     };
   };
   const auto idle = [](F& f) {
+    f.remaining_mwh = 49'999;
+    f.percent = 99;
     f.state = ChargeState::kIdle;
     f.on_ac = true;
     f.remaining_time = std::nullopt;
@@ -157,7 +159,13 @@ TEST(BatteryClassTest, EachFactIsToldOrAbsentByItself) {
                  charging(0)(f);
                  f.remaining_time = std::nullopt;
                }},
-           Row{"idle on mains", {{kStatus, {0, Status(1, 25'000, 0)}}}, idle},
+           Row{"charging by nothing",
+               {{kStatus, {0, Status(5, 25'000, 0)}}},
+               [&](F& f) {
+                 charging(0)(f);
+                 f.remaining_time = std::nullopt;
+               }},
+           Row{"idle on mains", {{kStatus, {0, Status(1, 49'999, 0)}}}, idle},
            Row{"more than full",
                {{kStatus, {0, Status(5, 51'000, 100)}}},
                [&](F& f) {
@@ -207,11 +215,12 @@ TEST(BatteryClassTest, EachFactIsToldOrAbsentByItself) {
            Row{"half a date",
                {{At(BatteryLevel::kManufactureDate), {0, {31, 5, 0xE8}}}},
                [](F& f) { f.manufactured = std::nullopt; }},
-           Row{"half a character, nothing behind the end",
-               {{At(BatteryLevel::kDeviceName), {0, {'A', 0, 'B'}}}, {At(BatteryLevel::kSerialNumber), {0, Wide({})}}},
+           Row{"texts without an end",
+               {{At(BatteryLevel::kDeviceName), {0, {0x3D, 0xD8, 0x0B, 0xDD}}},
+                {At(BatteryLevel::kSerialNumber), {0, {'B', 0}}}},
                [](F& f) {
-                 f.name = "A";
-                 f.serial_number = "";
+                 f.name = "\U0001F50B";
+                 f.serial_number = "B";
                }},
        }) {
     SCOPED_TRACE(row.what);
