@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "platform/windows/access_list.h"
 #include "platform/windows/folder_owners.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
@@ -81,7 +82,8 @@ DWORD Rename(const std::filesystem::path& from, const std::filesystem::path& to)
 std::string MakePrivateFolder(const std::filesystem::path& folder) {
   if (!folder.has_filename() && folder.has_relative_path()) return MakePrivateFolder(folder.parent_path());  // "data\\"
   std::error_code error;
-  const std::filesystem::path foreign = windows::FindForeignFolder(folder, windows::CommonFolder(), &windows::OwnerOfFolder);
+  const std::filesystem::path foreign =
+      windows::FindForeignFolder(folder, windows::CommonFolder(), &windows::OwnerOfFolder);
   if (!foreign.empty()) return PathToUtf8(foreign) + " belongs to an account that could change what lies in it";
   if (std::filesystem::is_directory(folder, error)) {
     // The right to add a file is asked for, and not used.
@@ -94,10 +96,7 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   if (!parent.empty() && parent != folder && !std::filesystem::is_directory(parent, error)) {
     if (std::string problem = MakePrivateFolder(parent); !problem.empty()) return problem;
   }
-  // For the system, the administrators and the running account, for files and folders inside too; nothing inherited.
-  std::string list = "D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
-  if (const std::string own = windows::ProcessUserSid(); !own.empty()) list += "(A;OICI;FA;;;" + own + ")";
-  windows::SecurityAttributes security(list);
+  windows::SecurityAttributes security(windows::PrivateFolderList());
   if (!security.ok()) return Failed("cannot make the access list of", folder);
   if (CreateDirectoryW(folder.c_str(), security.get())) return {};
   // Another process may have been faster.
@@ -137,9 +136,24 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std:
   }
 }
 
-std::string CloseFolder(const std::filesystem::path& /*folder*/,
-                        const std::function<bool(const std::string& name)>& /*is_ours*/) {
-  return {};
+std::string CloseFolder(const std::filesystem::path& folder,
+                        const std::function<bool(const std::string& name)>& is_ours) {
+  const std::optional<windows::AccessList> list = windows::ReadAccessList(folder);
+  if (!list || !windows::IsTooOpen(*list)) return {};
+  bool alone = windows::IsTrustedAccount(list->owner);
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(folder, failure), end; alone && !failure && entry != end;
+       entry.increment(failure))
+    alone = is_ours(PathToUtf8(entry->path().filename()));
+  const std::string open = "the folder " + PathToUtf8(folder) + " was open to other accounts; ";
+  if (!alone || failure) return open + "it stays so, since it is not the service's alone";
+  return open + (windows::MakePrivate(folder) ? "it is closed now" : "it stays so, since the system does not close it");
+}
+
+std::string WarnOfWriters(const std::filesystem::path& folder) {
+  const std::optional<windows::AccessList> list = windows::ReadAccessList(folder);
+  if (!list || windows::OnlyTrustedMayWrite(*list)) return {};
+  return "other accounts may write in the folder " + PathToUtf8(folder);
 }
 
 void CloseFile(const std::filesystem::path& /*file*/) {}

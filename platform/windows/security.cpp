@@ -2,7 +2,6 @@
 
 #include <sddl.h>
 
-#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -14,6 +13,9 @@ namespace {
 
 constexpr char kSystem[] = "S-1-5-18";              // SECURITY_LOCAL_SYSTEM_RID
 constexpr char kAdministrators[] = "S-1-5-32-544";  // DOMAIN_ALIAS_RID_ADMINS
+
+// NT SERVICE\TrustedInstaller, to whom the system's own files belong.
+constexpr char kTrustedInstaller[] = "S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
 
 }  // namespace
 
@@ -43,14 +45,6 @@ bool RunsAsSystem() {
   return ProcessUserSid() == kSystem;
 }
 
-bool ActsAsAdministrator() {
-  std::array<std::max_align_t, SECURITY_MAX_SID_SIZE / sizeof(std::max_align_t) + 1> administrators;
-  DWORD size = sizeof(administrators);
-  BOOL member = FALSE;
-  return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators.data(), &size) &&
-         CheckTokenMembership(nullptr, administrators.data(), &member) && member;
-}
-
 std::string OwnerSid(HANDLE object) {
   DWORD size = 0;
   GetKernelObjectSecurity(object, OWNER_SECURITY_INFORMATION, nullptr, 0, &size);
@@ -65,8 +59,9 @@ std::string OwnerSid(HANDLE object) {
   return SidText(owner);
 }
 
-bool IsTrustedOwner(const std::string& sid) {
-  return sid == kSystem || sid == kAdministrators || (!sid.empty() && sid == ProcessUserSid());
+bool IsTrustedAccount(const std::string& sid) {
+  return sid == kSystem || sid == kAdministrators || sid == kTrustedInstaller ||
+         (!sid.empty() && sid == ProcessUserSid());
 }
 
 SecurityAttributes::SecurityAttributes(const std::string& definition) {

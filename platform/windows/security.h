@@ -7,7 +7,7 @@
 
 namespace platform::windows {
 
-/// A security identifier as text ("S-1-5-18"); empty when it is none.
+/// The text ("S-1-5-18") of a valid security identifier; empty when there is no memory for it.
 std::string SidText(PSID sid);
 
 /// The security identifier ("S-1-5-18") of the user that `token` belongs to; empty when the system does not say.
@@ -19,18 +19,15 @@ std::string ProcessUserSid();
 /// Whether that is the system account (LocalSystem), which may act for the users of other sessions.
 bool RunsAsSystem();
 
-/// Whether this process has the administrators' rights; of a process that has not been given them, its account may well
-/// be one of theirs.
-bool ActsAsAdministrator();
-
 /// The security identifier of the account that owns an object, whose handle has READ_CONTROL; empty when the system
 /// does not say.
 std::string OwnerSid(HANDLE object);
 
-/// Whether what this account owns may be relied on: the system, the administrators and the running account. The
-/// administrators, because what the system account makes belongs to them unless it says otherwise, and because an
-/// administrator's process can name them as the owner only while it acts with that one's full rights.
-bool IsTrustedOwner(const std::string& sid);
+/// Whether what this account owns or may write may be relied on: the system with its installer, the administrators and
+/// the running account. The administrators, because what the system account makes belongs to them unless it says
+/// otherwise, and because an administrator's process can name them as the owner only while it acts with that one's full
+/// rights.
+bool IsTrustedAccount(const std::string& sid);
 
 /// A security descriptor made from its text, in the form that the calls which make things take.
 class SecurityAttributes {
