@@ -13,7 +13,6 @@
 #include "platform/windows/owner.h"
 #include "platform/windows/system_folders.h"
 #include "platform/windows/text.h"
-#include "platform/windows/user_session.h"
 
 namespace platform::windows {
 namespace {
@@ -22,7 +21,7 @@ namespace {
 constexpr wchar_t kMakersFolder[] = L"Xelvra";
 constexpr wchar_t kFolder[] = L"Power Manager";
 constexpr wchar_t kEnding[] = L".PWM";
-constexpr std::size_t kMostFiles = 64;
+constexpr std::size_t kMostFiles = 16;
 
 struct FileSearchTraits {
   using Handle = HANDLE;
@@ -82,9 +81,10 @@ void AppendLog(const std::filesystem::path& folder, const std::wstring& name, st
   logs.push_back(std::move(log));
 }
 
-PowerManagerLogs ReadAsUser(const std::filesystem::path& folder, std::uint64_t least, std::uint64_t most) {
+PowerManagerLogs ReadAsUser(Sessions& sessions, const std::filesystem::path& folder, std::uint64_t least,
+                            std::uint64_t most) {
   UniqueKernelHandle user;
-  if (const DWORD error = OpenUserToken(user); error != ERROR_SUCCESS) return {.refusal = error};
+  if (const DWORD error = OpenUserToken(sessions, user); error != ERROR_SUCCESS) return {.refusal = error};
   // For this thread, and as long as it lives.
   if (!ImpersonateLoggedOnUser(user.get())) return {.refusal = GetLastError()};
   PowerManagerLogs answer;
@@ -96,13 +96,13 @@ PowerManagerLogs ReadAsUser(const std::filesystem::path& folder, std::uint64_t l
 
 }  // namespace
 
-PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most) {
+PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, Sessions& sessions) {
   const std::filesystem::path makers_folder = CommonFolder() / kMakersFolder;
   if (!IsFolder(makers_folder)) return {};
   PowerManagerLogs answer;
   // Not this thread: were the rights not given back, everything after would be done with them.
   try {
-    std::thread([&] { answer = ReadAsUser(makers_folder / kFolder, least, most); }).join();
+    std::thread([&] { answer = ReadAsUser(sessions, makers_folder / kFolder, least, most); }).join();
   } catch (const std::system_error&) {
     answer.refusal = ERROR_MAX_THRDS_REACHED;
   }

@@ -12,6 +12,7 @@
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/power_manager_library.h"
+#include "platform/windows/power_manager_logs.h"
 #include "platform/windows/system_folders.h"
 #include "platform/windows/text.h"
 #include "platform/windows/trusted_file.h"
@@ -88,6 +89,14 @@ TEST(PowerManagerWindows, LibraryIsAskedUntilItWritesWhereItMustNot) {
   EXPECT_FALSE(other->ReadFirmwareVersion(1));
 }
 
+/// One session, whose user may not be asked for.
+class ClosedSessions final : public Sessions {
+ public:
+  DWORD Console() override { return 1; }
+  std::vector<DWORD> Active() override { return {}; }
+  DWORD UserToken(DWORD /*session*/, UniqueKernelHandle& /*token*/) override { return ERROR_PRIVILEGE_NOT_HELD; }
+};
+
 TEST(PowerManagerWindows, LogsAreReadOfTheUsersFolder) {
   const auto power_manager = MakePowerManager();
   const auto read = [&] { return power_manager->ReadLogs(3, 5); };
@@ -107,9 +116,13 @@ TEST(PowerManagerWindows, LogsAreReadOfTheUsersFolder) {
   EXPECT_EQ(told, "a.PWM 3 123\nb.pwm 5 12345\nc.PWM 2 \nd.PWM 6 \n");
   UniqueKernelHandle token;
   EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive())) << "the rights are not ours";
-  for (int i = 0; i < 100; ++i)
+  for (int i = 0; i < 20; ++i)
     std::ofstream(folder / (L"more" + std::to_wstring(i) + L".PWM")) << "1234";
-  EXPECT_EQ(read().logs.size(), 63u) << "and the folder";
+  EXPECT_EQ(read().logs.size(), 15u) << "and the folder";
+  ClosedSessions closed;
+  const PowerManagerLogs refused = ReadPowerManagerLogs(3, 5, closed);
+  EXPECT_EQ(refused.refusal, std::uint32_t{ERROR_PRIVILEGE_NOT_HELD});
+  EXPECT_TRUE(refused.logs.empty());
 }
 
 }  // namespace

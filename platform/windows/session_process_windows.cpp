@@ -70,7 +70,8 @@ SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const std::file
 SessionProcessStart StartInUserSession(const std::filesystem::path& program,
                                        const std::vector<std::wstring>& arguments) {
   windows::UniqueKernelHandle user;
-  if (windows::OpenUserToken(user) == ERROR_SUCCESS) return windows::StartAsUser(user, program, arguments);
+  if (windows::OpenUserToken(windows::LocalSessions(), user) == ERROR_SUCCESS)
+    return windows::StartAsUser(user, program, arguments);
   // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
   if (windows::RunsAsSystem()) return {nullptr, true, PathToUtf8(program.filename()) + ": nobody is logged on"};
   return windows::StartAsChild(program, arguments);

@@ -77,10 +77,10 @@ std::string ReadLoggedInUserSid() {
   return FindLoggedInUser(LocalSessions()).value_or(SessionUser()).sid;
 }
 
-DWORD OpenUserToken(UniqueKernelHandle& token) {
+DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token) {
   DWORD error = ERROR_NO_TOKEN;
-  for (const DWORD session : InOrder(LocalSessions())) {
-    error = LocalSessions().UserToken(session, token);
+  for (const DWORD session : InOrder(sessions)) {
+    error = sessions.UserToken(session, token);
     if (error == ERROR_SUCCESS) break;
   }
   return error;

@@ -51,6 +51,6 @@ std::string ReadLoggedInUserSid();
 /// Puts the primary token of the user at the console, or of the first active remote session, into `token`. Returns 0 or
 /// the system's error: ERROR_NO_TOKEN when nobody is logged on, ERROR_PRIVILEGE_NOT_HELD when the running account may
 /// not ask (the system account may).
-DWORD OpenUserToken(UniqueKernelHandle& token);
+DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token);
 
 }  // namespace platform::windows
