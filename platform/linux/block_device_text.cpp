@@ -6,7 +6,7 @@
 
 #include "platform/ata_command.h"
 #include "platform/drive_text.h"
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace {

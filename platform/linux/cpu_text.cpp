@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "platform/linux/cpu_text.h"
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace fs = std::filesystem;

@@ -6,7 +6,7 @@
 
 #include "platform/linux/block_device_text.h"
 #include "platform/linux/doors_linux.h"
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/linux/block_device_text.h"
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace {

@@ -4,7 +4,7 @@
 #include <system_error>
 
 #include "platform/linux/read_file.h"
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace fs = std::filesystem;

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace {

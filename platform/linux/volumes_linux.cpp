@@ -10,8 +10,8 @@
 #include "platform/linux/block_device_text.h"
 #include "platform/linux/doors_linux.h"
 #include "platform/linux/mount_text.h"
-#include "platform/linux/text_scan.h"
 #include "platform/linux/unique_fd.h"
+#include "platform/text_scan.h"
 
 namespace platform {
 namespace {

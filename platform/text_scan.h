@@ -1,4 +1,5 @@
-// Small steps through the texts of /proc, /sys and /etc. Pure functions; any thread.
+// Small steps through texts of lines, words and numbers, as /proc, /sys, /etc and log files have them. Pure functions;
+// any thread.
 #pragma once
 
 #include <cstdint>

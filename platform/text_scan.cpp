@@ -1,4 +1,4 @@
-#include "platform/linux/text_scan.h"
+#include "platform/text_scan.h"
 
 #include <algorithm>
 #include <charconv>
