@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "monitors/devices/battery_event_monitor.h"
 #include "monitors/storage/pcie_nvme_smart_event_monitor.h"
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/self_test_event_monitors.h"
@@ -51,6 +52,9 @@ const std::map<std::wstring_view, Collector>& Collectors() {
       {L"SATA_SSD_SelfTestResult",
        {Make<SATASelfTestEventMonitor>,
         [](const SettingTexts& settings) { return ReadSataSelfTestSettings(settings).readings; }}},
+      {L"BatteryEvent",
+       {Make<BatteryEventMonitor>,
+        [](const SettingTexts& settings) { return ReadBatterySettings(settings).readings; }}},
       {L"TVKEvent", {.factory = Make<TVKEventMonitor>, .collects = false}},
   };
   return collectors;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "client/bus/publisher_subscriber.h"
-#include "client/identity/machine_services.h"
+#include "client/machine/machine_services.h"
 #include "client/policy/config_agent.h"
 #include "client/store/event_data_logging.h"
 #include "component/policy_watch.h"

@@ -1,6 +1,7 @@
 // Everything that the manager is given to work with.
 #pragma once
 
+#include "client/battery/battery_info_collector.h"
 #include "client/bus/publisher_subscriber.h"
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
@@ -25,6 +26,7 @@ struct ManagerServices {
   RegionInformation& region_information;
   TvkInfo& tvk_info;
   StorageCollector::HardDiskInfoCollector& hard_disks;
+  BatteryInfoCollector& batteries;
   const DatasetTable& datasets;
   UserProcessAgent& user_process_agent;
   /// The event that says that the region changed; null: nobody watches the region.

@@ -1,6 +1,8 @@
 // Everything that a monitor is given to work with.
 #pragma once
 
+#include "client/battery/battery_info_collector.h"
+#include "client/bus/news_publisher.h"
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
 #include "client/policy/config_agent.h"
@@ -23,6 +25,8 @@ struct MonitorServices {
   MachineInformation& machine_information;
   TvkInfo& tvk_info;
   StorageCollector::HardDiskInfoCollector& hard_disks;
+  BatteryInfoCollector& batteries;
+  NewsPublisher& news;
   ManagerIdentity& manager;
   SecondTick& second_tick;
   Consent& consent;

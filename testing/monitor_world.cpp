@@ -25,8 +25,18 @@ ServiceLife::ServiceLife(MonitorWorld& world)
       records_(store),
       machine_(world.machine, world.runtime),
       second_tick_(world.runtime),
-      services_{world.runtime,     world.machine,       store,   world.config, machine_.machine_information,
-                machine_.tvk_info, machine_.hard_disks, manager, second_tick_, consent} {
+      services_{world.runtime,
+                world.machine,
+                store,
+                world.config,
+                machine_.machine_information,
+                machine_.tvk_info,
+                machine_.hard_disks,
+                machine_.batteries,
+                news,
+                manager,
+                second_tick_,
+                consent} {
   manager.store = &store;
 }
 

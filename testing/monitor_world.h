@@ -18,9 +18,10 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
-#include "client/identity/machine_services.h"
+#include "client/machine/machine_services.h"
 #include "framework/event_monitor_base.h"
 #include "platform/simulated/simulated_machine.h"
 #include "platform/simulated/virtual_runtime.h"
@@ -78,6 +79,23 @@ class SettableManagerIdentity final : public TVK::ManagerIdentity {
   std::mutex mutex_;  ///< Held while the store is asked and told.
 };
 
+/// Keeps the news that is told instead of telling it. Any thread.
+class NewsRecorder final : public TVK::NewsPublisher {
+ public:
+  void Publish(TVKNotificationData data) override {
+    const std::lock_guard lock(mutex_);
+    news_.push_back(std::move(data));
+  }
+  std::vector<TVKNotificationData> Take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(news_, {});
+  }
+
+ private:
+  std::mutex mutex_;  ///< Guards news_.
+  std::vector<TVKNotificationData> news_;
+};
+
 /// A consent that the test gives and withdraws. Any thread.
 class SettableConsent final : public TVK::Consent {
  public:
@@ -121,6 +139,7 @@ class ServiceLife {
 
   SettableManagerIdentity manager;
   SettableConsent consent;
+  NewsRecorder news;
   TVK::EventDataLogging store;
 
  private:

@@ -15,7 +15,7 @@
 #include "apps/tvkctl/inspect_smart.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/records_command.h"
-#include "client/identity/machine_services.h"
+#include "client/machine/machine_services.h"
 #include "client/identity/tvk_info.h"
 #include "client/text/string.h"
 #include "component/component_datasets.h"

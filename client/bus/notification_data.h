@@ -10,6 +10,11 @@ inline constexpr int kPolicyTopic = 4;
 inline constexpr int kTelemetryPolicyChanged = 14;
 inline constexpr int kTvkPolicyChanged = 18;
 
+/// The topic of the power source, and its states.
+inline constexpr int kPowerSourceTopic = 11;
+inline constexpr int kRunsOnAc = 11;
+inline constexpr int kRunsOnOther = 12;  ///< A battery, or a short-term source.
+
 }  // namespace TVK
 
 /// A notification: topic, state and a payload text (JSON). A plain value.

@@ -5,19 +5,20 @@
 #include <memory>
 #include <string>
 
+#include "client/bus/news_publisher.h"
 #include "client/bus/notification_data.h"
 #include "platform/runtime.h"
 
 /// Delivers notifications on a thread of its own, in the order of publishing, to every subscriber in the order of
 /// subscription. A subscriber that throws is logged and does not stop the others. Any thread may call it.
-class TVKPublisherSubscriber {
+class TVKPublisherSubscriber final : public TVK::NewsPublisher {
  public:
   using Callback = std::function<void(TVKNotificationData&)>;
 
   /// Starts the delivery thread. `runtime` must outlive the object.
   explicit TVKPublisherSubscriber(platform::Runtime& runtime);
   /// Notifications that were not delivered yet are dropped. Must not be called from a subscriber.
-  ~TVKPublisherSubscriber();
+  ~TVKPublisherSubscriber() override;
   TVKPublisherSubscriber(const TVKPublisherSubscriber&) = delete;
   TVKPublisherSubscriber& operator=(const TVKPublisherSubscriber&) = delete;
 
@@ -29,7 +30,7 @@ class TVKPublisherSubscriber {
   /// not known is passed over.
   void Unsubscribe(const std::wstring& id);
 
-  void Publish(TVKNotificationData data);
+  void Publish(TVKNotificationData data) override;
 
  private:
   class Impl;

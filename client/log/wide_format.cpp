@@ -19,7 +19,7 @@ void FormatConversionIsUnknown() {}
 
 std::wstring FormatWideArguments(const wchar_t* format, std::initializer_list<FormatArgument> args) {
   using Context = fmt::basic_printf_context_t<wchar_t>;
-  constexpr std::size_t kMostArguments = 12;
+  constexpr std::size_t kMostArguments = 16;
   std::array<fmt::basic_format_arg<Context>, kMostArguments> list;
   std::size_t count = 0;
   for (const FormatArgument& arg : args) {

@@ -1,8 +1,8 @@
 // printf for wide texts, checked when the code is compiled and formatted by fmt, so that "%s" means a wide text on
 // every system (the C libraries disagree about that).
 //
-// Conversions: %s (wide text), %d %i %u %x %X and their lengths h l ll (integers, bool), %c (a wide character), %%;
-// with flags and widths as printf has them, without '*'.
+// Conversions: %s (wide text), %d %i %u %x %X and their lengths h l ll (integers, bool), %c (a wide character), %p (a
+// pointer), %%; with flags and widths as printf has them, without '*'.
 #pragma once
 
 #include <concepts>
@@ -27,7 +27,9 @@ class FormatArgument {
   template <std::unsigned_integral T>
   FormatArgument(T number) requires(!std::same_as<T, wchar_t>) : value_(static_cast<std::uint64_t>(number)) {}
 
-  using Value = std::variant<std::wstring_view, wchar_t, std::int64_t, std::uint64_t>;
+  FormatArgument(const void* pointer) : value_(pointer) {}
+
+  using Value = std::variant<std::wstring_view, wchar_t, std::int64_t, std::uint64_t, const void*>;
   const Value& value() const { return value_; }
 
  private:
@@ -36,7 +38,7 @@ class FormatArgument {
 
 namespace internal {
 
-enum class ArgumentKind { kText, kCharacter, kInteger };
+enum class ArgumentKind { kText, kCharacter, kInteger, kPointer };
 
 template <typename T>
 constexpr ArgumentKind KindOf() {
@@ -45,6 +47,8 @@ constexpr ArgumentKind KindOf() {
     return ArgumentKind::kCharacter;
   } else if constexpr (std::integral<Plain>) {
     return ArgumentKind::kInteger;
+  } else if constexpr (std::is_pointer_v<Plain> && !std::convertible_to<T, std::wstring_view>) {
+    return ArgumentKind::kPointer;
   } else {
     static_assert(std::convertible_to<T, std::wstring_view>, "a log argument is an integer or a wide text");
     return ArgumentKind::kText;
@@ -80,6 +84,8 @@ constexpr void CheckWideFormat(const wchar_t* text, const ArgumentKind* kinds, s
       if (kind != ArgumentKind::kText) FormatConversionDoesNotFitArgument();
     } else if (*text == L'c') {
       if (kind != ArgumentKind::kCharacter) FormatConversionDoesNotFitArgument();
+    } else if (*text == L'p') {
+      if (kind != ArgumentKind::kPointer) FormatConversionDoesNotFitArgument();
     } else if (IsOneOf(*text, L"diuxX")) {
       if (kind != ArgumentKind::kInteger) FormatConversionDoesNotFitArgument();
     } else {

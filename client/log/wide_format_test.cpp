@@ -18,6 +18,7 @@ TEST(WideFormatTest, FormatsWhatTheMessagesOfTheComponentUse) {
   EXPECT_EQ(FormatWide(L"%04d-%02dT%c%02d", 2026, 3, L'-', 7), L"2026-03T-07");
   EXPECT_EQ(FormatWide(L"100 %% of %d, flag %d", 5, true), L"100 % of 5, flag 1");
   EXPECT_EQ(FormatWide(L"%x %X", 0xC0000BB9u, 255), L"c0000bb9 FF");
+  EXPECT_EQ(FormatWide(L"(%p)", reinterpret_cast<const int*>(0xAB)), L"(0xab)");
   EXPECT_EQ(FormatWide(L"Exit %llu", std::uintptr_t{77}), L"Exit 77");
 }
 

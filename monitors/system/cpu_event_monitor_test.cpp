@@ -140,8 +140,8 @@ TEST_F(CpuEventMonitorTest, TheUsageOfAnOverdueStartIsMeasured) {
   platform::Machine machine(std::move(doors));
   const MonitorServices& given = life_->services();
   const MonitorServices services{
-      given.runtime,  machine,          given.store,   given.config,      given.machine_information,
-      given.tvk_info, given.hard_disks, given.manager, given.second_tick, given.consent};
+      given.runtime,    machine,         given.store, given.config,  given.machine_information, given.tvk_info,
+      given.hard_disks, given.batteries, given.news,  given.manager, given.second_tick,         given.consent};
   monitor_.emplace(world_.runtime, std::make_unique<CpuEventMonitor>(services));
   world_.runtime.Settle();
   EXPECT_EQ(life_->Items(kUsage).size(), 1u) << "that of the run before";

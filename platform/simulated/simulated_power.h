@@ -1,8 +1,8 @@
 // Power and the system's events, as a test scripts them.
 #pragma once
 
-#include <atomic>
 #include <mutex>
+#include <optional>
 #include <set>
 
 #include "platform/power.h"
@@ -23,8 +23,8 @@ class SimulatedPower final : public Power, public Scripted<PowerStatus> {
     return std::make_shared<CHPowerNotifyHandle>();
   }
 
-  /// Register fails for it.
-  std::atomic<std::optional<PowerSetting>> refused = std::optional<PowerSetting>();
+  /// Register fails for it. Before others use the object.
+  std::optional<PowerSetting> refused = {};
 };
 
 /// Its sources call back on the threads that call Raise. Any thread.

@@ -13,16 +13,19 @@
 #include <set>
 #include <sstream>
 
+#include "client/battery/battery_item_data.h"
 #include "client/records/record_fields.h"
 #include "client/text/string.h"
 #include "component/component_datasets.h"
 #include "framework/dataset_monitor.h"
 #include "monitors/storage/smart_names.h"
+#include "platform/simulated/simulated_batteries.h"
 #include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_processors.h"
 #include "platform/simulated/simulated_volumes.h"
+#include "platform/system_event.h"
 #include "testing/drive_sectors.h"
 #include "testing/manager_world.h"
 #include "testing/smbios_builder.h"
@@ -125,6 +128,41 @@ void AddDatasets(MonitorWorld& world, const DatasetTable& table, Lists& lists) {
   }
 }
 
+/// The machine is unplugged until its battery is near empty, and plugged in until it is near full.
+void UseBattery(MonitorWorld& world, EventManager& manager) {
+  using platform::ChargeState;
+  const auto change = [&](platform::PowerSource source, std::uint32_t percent, ChargeState state) {
+    world.machine.batteries().Change([&](auto& batteries) {
+      batteries.front().percent = percent;
+      batteries.front().state = state;
+      batteries.front().manufactured = std::chrono::year(2024) / 5 / 31;
+      batteries.front().remaining_time = 1h;
+    });
+    manager.OnSystemEvent(source);
+    manager.OnSystemEvent(platform::BatteryPercent{percent});
+    world.runtime.AdvanceBy(1min);
+  };
+  change(platform::PowerSource::kBattery, 5, ChargeState::kDischarging);
+  change(platform::PowerSource::kAc, 95, ChargeState::kCharging);
+}
+
+/// What the maker's power software tells beside it.
+BatteryInfo MakersBattery() {
+  BatteryInfo battery;
+  battery.set_batteryFirstUseDate(L"2024-06-01");
+  battery.set_batteryHwid(L"1");
+  battery.set_batteryFwVersion(L"1");
+  battery.set_batteryWarranty(L"1");
+  battery.set_batteryValidWarranty(L"true");
+  battery.set_batteryTotalChargedCapacity(L"1");
+  battery.set_batteryTotalBatteryAwakeHrs(L"1");
+  battery.set_batteryHoursAtFullCharge(L"1");
+  battery.set_batteryHoursAtHighTemp(L"1");
+  battery.set_batteryHoursAtFullChargeAndHighTemp(L"1");
+  battery.set_batteryCondition(L"Normal");
+  return battery;
+}
+
 /// Runs the service for some minutes and adds the keys of what it wrote; the items that it wrote go out of `unwritten`.
 void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& unwritten) {
   ManagerLife life(world, table);
@@ -135,6 +173,7 @@ void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& u
     volumes.front().space->free_bytes /= 1000;
     ++*volumes.front().errors;
   });
+  UseBattery(world, life.manager);
   world.runtime.AdvanceBy(2min);
   world.runtime.Suspend(24h);
   world.runtime.AdvanceBy(5min);
@@ -228,7 +267,10 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   }
   // What no machine gives yet, and the page says so.
   lists["SystemBIOSEvent/key"].insert("ECReleaseDate");
-  EXPECT_EQ(unwritten, Names{"Memory test B86E9BA0-5811-481C-9D14-F22BBF2E3579"})
+  AddKeys(BatteryContextItemData(MakersBattery()), lists["BatteryEvent/key"]);
+  AddKeys(BatteryItemData(MakersBattery()), lists["BatteryEvent/key"]);
+  EXPECT_EQ(unwritten, (Names{"BatteryTest 00000000-0000-0000-0000-000000000000",
+                              "Memory test B86E9BA0-5811-481C-9D14-F22BBF2E3579"}))
       << "nobody looks at the keys of an item that this machine does not cause";
   Lists pages = ReadPage();
   ReadSettings(pages);

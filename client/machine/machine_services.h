@@ -1,6 +1,7 @@
 // What the client's libraries know of one computer, joined.
 #pragma once
 
+#include "client/battery/battery_info_collector.h"
 #include "client/identity/machine_device_id_agent.h"
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
@@ -19,12 +20,14 @@ struct MachineServices {
         region_information(machine.region(), runtime.clock()),
         tvk_info(System::GetTime(runtime.clock())),
         hard_disks(runtime, machine.drives()),
+        batteries(machine.batteries(), machine.power_manager(), machine_information),
         device_ids(machine.system(), machine.firmware()) {}
 
   MachineInformation machine_information;
   RegionInformation region_information;
   TvkInfo tvk_info;
   StorageCollector::HardDiskInfoCollector hard_disks;
+  BatteryInfoCollector batteries;
   MachineDeviceIdAgent device_ids;
 };
 

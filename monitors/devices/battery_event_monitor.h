@@ -1,0 +1,93 @@
+// The battery dataset: the machine's batteries, when it is plugged in and unplugged, when a battery comes near full or
+// near empty, and their wear once an interval.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/battery/battery_info.h"
+#include "framework/one_shot_timer.h"
+#include "framework/scheduled_monitor.h"
+#include "monitors/devices/battery_settings.h"
+#include "platform/power.h"
+
+/// See EventMonitorBase for who calls what. One dataset context for each battery. StartMonitor returns once the wishes
+/// to be told of changes are registered and the usage report runs; at rest no thread of it but that report's is there.
+///
+/// News of the power source is told on the client's bus at once and recorded when it has settled. A battery that took
+/// another one's place is described before anything of it is recorded.
+class BatteryEventMonitor final : public TVK::ScheduledMonitor {
+ public:
+  static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"BatteryEvent");
+  inline static const std::wstring dataset_id{kRow.id};
+  inline static const std::wstring dataset_name{kRow.name};
+  inline static const std::wstring telemtry_scope_supported{kRow.scopes};
+  inline static const std::wstring regexForReadUsageInterval = L"^\\d+(ms|s|m|h|d)$";
+  static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;  ///< Item name to item id.
+
+  /// More batteries than this are not understood, and nothing is recorded of any of them.
+  static constexpr std::size_t BATTERY_MAX_NUMBER = 2;
+  /// How long after the last news of the power source, and of the charge, the batteries are looked at: systems tell of
+  /// one plug some times.
+  static constexpr std::chrono::seconds kSourceSettles{40};
+  static constexpr std::chrono::seconds kChargeSettles{1};
+
+  explicit BatteryEventMonitor(const TVK::MonitorServices& services);
+
+  void StartMonitor(std::wstring name) override;
+  void StopMonitor() override;
+  void OnSystemEvent(const platform::SystemEvent& event) override;
+
+  /// The report of one interval; on the timer's thread.
+  void ReadBatteryUsagePerInterval();
+  /// Looks at the batteries for the timer that is due; on its thread.
+  void DelayTimerCallback(const TVK::OneShotTimer* timer);
+  /// Writes an item event of the battery, 0 when that is done; see DatasetMonitor::WriteItem.
+  int LogItemEvent(const std::wstring& event_name, const BatteryInfo& battery);
+
+ protected:
+  bool UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) override;
+  std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
+
+ private:
+  enum Timer : std::size_t { kAcConnected, kAcDisconnected, kChargePercentage, kTimers };
+  using Latches = std::array<bool, BATTERY_MAX_NUMBER>;
+
+  void MakeTimers();
+  void RegisterNotifications();
+  void OnPowerSource(platform::PowerSource source);
+  void Arm(Timer timer, std::chrono::seconds delay);
+  std::optional<Timer> IndexOf(const TVK::OneShotTimer* timer);
+
+  /// The batteries, described anew where they are others than before; nothing when they are too many, with the line.
+  std::optional<std::list<BatteryInfo>> ReadBatteries(TVK::MonitorLine too_many);
+  /// What one battery's charge asks for.
+  void CheckCharge(std::size_t index, const BatteryInfo& battery, const platform::PowerStatus& status);
+  void LogRemainingTime(std::size_t index, const BatteryInfo& battery) const;
+  bool IsNearFull(int charge, const platform::PowerStatus& status);
+  bool IsNearEmpty(int charge, const platform::PowerStatus& status);
+  bool IsDue(const Latches& latches, std::size_t index);
+  void SetLatch(Latches& latches, std::size_t index, bool value);
+
+  std::mutex round_mutex_;  ///< Held while the batteries are looked at and recorded; taken before all others.
+
+  std::mutex mutex_;                                                ///< Guards what follows; held for a look.
+  std::array<std::unique_ptr<TVK::OneShotTimer>, kTimers> timers_;  ///< Between StartMonitor and StopMonitor.
+  bool ended_ = false;
+  std::array<std::shared_ptr<platform::CHPowerNotifyHandle>, 2> notifications_;
+  /// What the machine ran on as the monitor started, as long as nothing else was told: systems begin with the present
+  /// state, which is no change.
+  std::optional<platform::PowerSource> source_at_start_;
+  bool source_told_ = false;
+  TVK::BatterySettings settings_;
+  Latches bIsNeedReportNearFull = {true, true};
+  Latches bIsNeedReportNearEmpty = {true, true};
+  std::vector<TVK::DescribedDevice> described_;  ///< The batteries, as they were described last.
+};
