@@ -110,6 +110,8 @@ class LinuxSystemEventSource final : public SystemEventSource {
     const std::vector<BatteryFacts> batteries = batteries_.List();
     std::optional<bool> in_use;
     if (batteries.empty()) in_use = false;
+    // What the battery itself says may be a second old (the kernel's ACPI driver), and "Full" still.
+    if (!batteries.empty() && status.source == PowerSource::kBattery) in_use = true;
     for (const BatteryFacts& battery : batteries) {
       if (battery.state) in_use = in_use.value_or(false) || *battery.state != ChargeState::kIdle;
       state.batteries.push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
