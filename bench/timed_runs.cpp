@@ -16,7 +16,7 @@ class Reporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      const bool real = !run.run_name.time_type.empty();
+      const bool real = run.run_name.time_type.ends_with("real_time");
       times_[run.run_name.function_name].push_back(real ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime());
     }
   }

@@ -72,6 +72,8 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
     const std::string open = platform::CloseFolder(folder, IsOurs);
     if (!open.empty()) Report(result, ComponentOutcome::kReady, open);
   }
+  const std::string writers = platform::WarnOfWriters(places.policy_file.parent_path());
+  if (!writers.empty()) Report(result, ComponentOutcome::kReady, writers);
   SetLogBackend(MakeFileLogBackend(log_folder));
   std::unique_ptr<ProcessComposition> process(new ProcessComposition(
       places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, std::move(remarks)));

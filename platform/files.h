@@ -17,12 +17,18 @@ namespace platform {
 /// wrong.
 std::string MakePrivateFolder(const std::filesystem::path& folder);
 
-/// Takes `folder` from everybody but the running account and its group (Linux: mode 0750), when it belongs to that
-/// account alone: `is_ours` knows the name of everything in it. Returns an empty text when no other account could read
-/// or write there, else what a person should know: that it was open and is closed now, or that it stays open. On
-/// Windows the access list stays as it is, and the answer is empty.
+/// Takes `folder` from everybody but the running account and its group (Linux: mode 0750; Windows: the access list of a
+/// folder that is made), when it belongs to that account alone: `is_ours` knows the name of everything in it. Returns
+/// an empty text when no other account could read or write there (Windows: single accounts and groups that an
+/// administrator let read do not count), else what a person should know: that it was open and is closed now, or that it
+/// stays open.
 std::string CloseFolder(const std::filesystem::path& folder,
                         const std::function<bool(const std::string& name)>& is_ours);
+
+/// What a person should know when accounts that are not the service's or an administrator's may write in `folder`,
+/// where the files that command the service lie; empty: they may not, or the folder does not tell. Linux: everybody,
+/// a group is the administrator's choice.
+std::string WarnOfWriters(const std::filesystem::path& folder);
 
 /// Takes `file` from every other account (Linux: mode 0600, also where it is another's to change and this fails). A
 /// link is left alone, a file that is not there is no failure. On Windows its folder decides, and nothing is done.

@@ -64,6 +64,8 @@ class TestManager final : public EventManager {
  public:
   explicit TestManager(const TVK::ManagerServices& services) : EventManager(services, nullptr) {}
   ~TestManager() override = default;
+
+  using EventManager::OnSystemEvent;
 };
 
 /// A user agent that starts whenever it is asked. Any thread.

@@ -10,13 +10,14 @@
 
 #include "apps/empty_values.h"
 #include "apps/exit_code.h"
+#include "apps/tvkctl/inspect_battery.h"
 #include "apps/tvkctl/inspect_commands.h"
 #include "apps/tvkctl/inspect_drives.h"
 #include "apps/tvkctl/inspect_smart.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/records_command.h"
-#include "client/machine/machine_services.h"
 #include "client/identity/tvk_info.h"
+#include "client/machine/machine_services.h"
 #include "client/text/string.h"
 #include "component/component_datasets.h"
 #include "platform/files.h"
@@ -107,6 +108,19 @@ class Run {
     if (machine == nullptr) return kExitWrongConfiguration;
     return RunInspectDrives({platform::PathFromUtf8(texts_.record_folder), texts_.json, MachineName()}, *machine, out_,
                             errors_);
+  }
+
+  int InspectBattery() const {
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    TVK::MachineServices services(*machine, *runtime_);
+    return RunInspectBattery(texts_.json, services.batteries, out_);
+  }
+
+  int InspectPower() const {
+    const auto machine = OpenMachine();
+    if (machine == nullptr) return kExitWrongConfiguration;
+    return RunInspectPower(texts_.json, machine->power(), out_);
   }
 
   int InspectSmart() const {
@@ -259,6 +273,8 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
       ->add_option("--record", texts.record_folder,
                    "Ask the drives, too, and write what they answer below this folder, serial numbers blanked")
       ->type_name("DIR");
+  add("battery", "The batteries, as the records have them; serial numbers hashed", &Run::InspectBattery);
+  add("power", "What the machine runs on, and what its batteries hold together", &Run::InspectPower);
   AddSmartOptions(*add("smart", "The health of the drives, or of one whose answers are in files", &Run::InspectSmart),
                   texts);
 }

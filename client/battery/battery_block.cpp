@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
-#include "client/battery/battery_date.h"
 #include "client/battery/battery_info.h"
-#include "client/text/string.h"
+#include "client/battery/battery_properties.h"
 #include "platform/drive_text.h"
 #include "platform/little_endian.h"
 
@@ -63,18 +62,6 @@ void Describe(const BatteryCounters& counters, BatteryInfo& battery) {
   Describe(battery, &BatteryInfo::set_batteryHoursAtFullCharge, counters.full_charge_hours);
   Describe(battery, &BatteryInfo::set_batteryHoursAtHighTemp, counters.high_temperature_hours);
   Describe(battery, &BatteryInfo::set_batteryHoursAtFullChargeAndHighTemp, counters.full_charge_high_temperature_hours);
-}
-
-void Describe(BatteryInfo& battery, SetBatteryText set, const std::optional<std::uint32_t>& value) {
-  if (value) (battery.*set)(std::to_wstring(*value));
-}
-
-void Describe(BatteryInfo& battery, SetBatteryText set, const std::optional<std::chrono::year_month_day>& value) {
-  if (value) (battery.*set)(BatteryDateText(*value));
-}
-
-void Describe(BatteryInfo& battery, SetBatteryText set, const std::string& value) {
-  if (!value.empty()) (battery.*set)(String::UTF8ToUTF16(value));
 }
 
 }  // namespace TVK

@@ -1,7 +1,6 @@
 // A block that the maker's power software filled with what it knows of a battery. Pure; any thread.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -79,11 +78,5 @@ BatteryCounters DecodeBatteryCounters(const BatteryBlock& block, std::size_t at)
 /// Each sets the properties of `battery` that are told and leaves the others.
 void Describe(const BatteryLabel& label, BatteryInfo& battery);
 void Describe(const BatteryCounters& counters, BatteryInfo& battery);
-
-/// Sets one property by `set`, or leaves it when `value` is not told.
-using SetBatteryText = void (BatteryInfo::*)(std::wstring);
-void Describe(BatteryInfo& battery, SetBatteryText set, const std::optional<std::uint32_t>& value);
-void Describe(BatteryInfo& battery, SetBatteryText set, const std::optional<std::chrono::year_month_day>& value);
-void Describe(BatteryInfo& battery, SetBatteryText set, const std::string& value);
 
 }  // namespace TVK

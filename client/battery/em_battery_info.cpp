@@ -4,6 +4,7 @@
 
 #include "client/battery/battery_date.h"
 #include "client/battery/battery_info.h"
+#include "client/battery/battery_properties.h"
 #include "client/log/wide_format.h"
 #include "platform/little_endian.h"
 

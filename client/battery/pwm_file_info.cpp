@@ -121,10 +121,6 @@ void PwmFileInfo::Add(const PwmFileInfo& later) {
   }
 }
 
-bool PwmFileInfo::IsAbout(std::uint32_t number, const std::wstring& serial) const {
-  return serial.empty() || serial_number.empty() ? number == battery_number : serial == serial_number;
-}
-
 std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfoList(platform::PowerManager& power_manager) const {
   const platform::PowerManagerLogs read = power_manager.ReadLogs(kLeastFileBytes, kMostFileBytes);
   if (read.refusal) {

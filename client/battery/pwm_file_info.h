@@ -37,10 +37,6 @@ struct PwmFileInfo {
   /// Joins what a later line or file tells of the same battery.
   void Add(const PwmFileInfo& later);
 
-  /// Whether it is about the battery of this number and serial number (empty: not known): where both serial numbers are
-  /// known they decide, so that a battery that was replaced leaves nothing to the next one, else the numbers.
-  bool IsAbout(std::uint32_t number, const std::wstring& serial) const;
-
   bool operator==(const PwmFileInfo&) const = default;
 };
 

@@ -1,23 +1,43 @@
+#include <algorithm>
+#include <iterator>
+
+#include "client/battery/battery_properties.h"
 #include "client/battery/battery_source.h"
 
 namespace TVK {
+namespace {
+
+/// The battery of `list` that `info` is about, or null. Its serial number decides, so that a battery that was replaced
+/// leaves nothing to the next one; its number only while one of the two serial numbers is not known.
+BatteryInfo* FindBattery(const PwmFileInfo& info, std::list<BatteryInfo>& list) {
+  const bool has_serial = !info.serial_number.empty() && info.serial_number != BatteryInfo::kUnknown;
+  const auto same = std::ranges::find(list, info.serial_number, &BatteryInfo::batterySerialNumber);
+  if (has_serial && same != list.end()) return &*same;
+  if (info.battery_number > list.size()) return nullptr;
+  BatteryInfo& battery = *std::next(list.begin(), info.battery_number - 1);
+  const bool is_another = has_serial && battery.batterySerialNumber() != BatteryInfo::kUnknown;
+  return is_another ? nullptr : &battery;
+}
+
+}  // namespace
 
 void GetBatteryInfoFromPwmLogFile(platform::PowerManager& power_manager, std::list<BatteryInfo>& list, const Log& log) {
   if (list.empty()) return;
-  const std::vector<PwmFileInfo> infos = PwmFileTool(log).GetPwmFileInfoList(power_manager);
-  std::uint32_t number = 0;
+  for (const PwmFileInfo& info : PwmFileTool(log).GetPwmFileInfoList(power_manager)) {
+    BatteryInfo* const battery = FindBattery(info, list);
+    if (battery == nullptr) continue;
+    PwmFileInfo joined = battery->pwmFileInfo();
+    if (joined.battery_number == 0) joined = info;
+    joined.Add(info);
+    battery->set_pwmFileInfo(std::move(joined));
+  }
   for (BatteryInfo& battery : list) {
-    const std::wstring& serial = battery.batterySerialNumber();
-    PwmFileInfo newest{.battery_number = ++number, .serial_number = serial == BatteryInfo::kUnknown ? L"" : serial};
-    for (const PwmFileInfo& info : infos) {
-      if (info.IsAbout(newest.battery_number, newest.serial_number)) newest.Add(info);
-    }
+    const PwmFileInfo& info = battery.pwmFileInfo();
     BatteryInfo told;
-    Describe(told, &BatteryInfo::set_batteryFirstUseDate, newest.first_use_date);
-    Describe(told, &BatteryInfo::set_batteryCycleCount, newest.cycle_count);
-    Describe(told, &BatteryInfo::set_batteryTotalBatteryAwakeHrs, newest.usage_hours);
+    Describe(told, &BatteryInfo::set_batteryFirstUseDate, info.first_use_date);
+    Describe(told, &BatteryInfo::set_batteryCycleCount, info.cycle_count);
+    Describe(told, &BatteryInfo::set_batteryTotalBatteryAwakeHrs, info.usage_hours);
     battery.Complete(told);
-    battery.set_pwmFileInfo(std::move(newest));
   }
 }
 

@@ -1,6 +1,5 @@
-#include "client/battery/battery_date.h"
+#include "client/battery/battery_properties.h"
 #include "client/battery/battery_source.h"
-#include "client/text/string.h"
 #include "platform/batteries.h"
 
 namespace TVK {
@@ -9,37 +8,24 @@ namespace {
 using platform::BatteryFacts;
 using platform::ChargeState;
 
-std::wstring TextOf(const std::string& text) {
-  return text.empty() ? BatteryInfo::kUnknown : String::UTF8ToUTF16(text);
-}
-
-std::wstring TextOf(const std::optional<std::uint32_t>& number) {
-  return number ? std::to_wstring(*number) : BatteryInfo::kUnknown;
-}
-
-std::wstring TextOf(const std::optional<ChargeState>& state) {
-  if (state == ChargeState::kCharging) return L"1";
-  if (state == ChargeState::kDischarging) return L"0";
-  return BatteryInfo::kUnknown;
-}
-
 BatteryInfo ToBatteryInfo(const BatteryFacts& facts) {
   BatteryInfo info;
-  info.set_batteryId(TextOf(facts.slot));
-  info.set_batteryDevicePath(TextOf(facts.path));
-  info.set_batteryDeviceName(TextOf(facts.name));
-  info.set_batteryManufactureName(TextOf(facts.manufacturer));
-  info.set_batteryChemistry(TextOf(facts.chemistry));
-  info.set_batterySerialNumber(TextOf(facts.serial_number));
-  if (facts.manufactured) info.set_batteryManufactureDate(BatteryDateText(*facts.manufactured));
-  info.set_batteryDesignChargeCapacity(TextOf(facts.design_mwh));
-  info.set_batteryFullChargeCapacity(TextOf(facts.full_mwh));
-  info.set_batteryRemainingCapacity(TextOf(facts.remaining_mwh));
-  info.set_batteryBatteryChargeRemaining(TextOf(facts.percent));
-  info.set_batteryChargeStatus(TextOf(facts.state));
+  Describe(info, &BatteryInfo::set_batteryId, facts.slot);
+  Describe(info, &BatteryInfo::set_batteryDevicePath, facts.path);
+  Describe(info, &BatteryInfo::set_batteryDeviceName, facts.name);
+  Describe(info, &BatteryInfo::set_batteryManufactureName, facts.manufacturer);
+  Describe(info, &BatteryInfo::set_batteryChemistry, facts.chemistry);
+  Describe(info, &BatteryInfo::set_batterySerialNumber, facts.serial_number);
+  Describe(info, &BatteryInfo::set_batteryManufactureDate, facts.manufactured);
+  Describe(info, &BatteryInfo::set_batteryDesignChargeCapacity, facts.design_mwh);
+  Describe(info, &BatteryInfo::set_batteryFullChargeCapacity, facts.full_mwh);
+  Describe(info, &BatteryInfo::set_batteryRemainingCapacity, facts.remaining_mwh);
+  Describe(info, &BatteryInfo::set_batteryBatteryChargeRemaining, facts.percent);
+  if (facts.state == ChargeState::kCharging) info.set_batteryChargeStatus(L"1");
+  if (facts.state == ChargeState::kDischarging) info.set_batteryChargeStatus(L"0");
   if (facts.on_ac) info.set_batteryAcDcMode(*facts.on_ac ? L"AC" : L"DC");
   if (facts.remaining_time) info.set_batteryRemainingTime(std::to_wstring(facts.remaining_time->count()));
-  info.set_batteryCycleCount(TextOf(facts.cycles));
+  Describe(info, &BatteryInfo::set_batteryCycleCount, facts.cycles);
   return info;
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "client/text/decimal_text.h"
 #include "platform/little_endian.h"
 
 namespace TVK {
@@ -47,7 +46,7 @@ Counter128 CounterAt(std::span<const std::uint8_t> page, std::size_t at) {
 }  // namespace
 
 std::wstring Counter128::Decimal() const {
-  if (high == 0) return DecimalText(low).text();
+  if (high == 0) return std::to_wstring(low);
   // Division by hand, 32 bits at a time: not every compiler has a type of 128 bits.
   std::array<std::uint64_t, 4> digits = {high >> 32, high & 0xFFFFFFFF, low >> 32, low & 0xFFFFFFFF};
   std::wstring text;

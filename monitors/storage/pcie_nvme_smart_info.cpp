@@ -5,7 +5,6 @@
 #include <string>
 #include <utility>
 
-#include "client/text/decimal_text.h"
 #include "client/text/string.h"
 
 namespace {
@@ -47,8 +46,8 @@ int PCIeNVMeSmartInfo::GetSmartInfoList(ItemData& data) const {
           {L"PercentageUsed", health_->percentage_used},
           {L"WarningCompositeTemperatureTime", health_->warning_temperature_minutes},
           {L"CriticalCompositeTemperatureTime", health_->critical_temperature_minutes}})
-      data[key] = TVK::DecimalText(number).text();
-    if (health_->temperature_c) data[L"TemperatureC"] = TVK::DecimalText(*health_->temperature_c).text();
+      data[key] = std::to_wstring(number);
+    if (health_->temperature_c) data[L"TemperatureC"] = std::to_wstring(*health_->temperature_c);
     for (const auto& [key, counter] : {std::pair(L"DataUnitsRead", &health_->data_units_read),
                                        {L"DataUnitsWritten", &health_->data_units_written},
                                        {L"HostReadCommands", &health_->host_read_commands},
@@ -61,7 +60,7 @@ int PCIeNVMeSmartInfo::GetSmartInfoList(ItemData& data) const {
                                        {L"ErrorInfoLogEntryCount", &health_->error_log_entries}})
       data[key] = counter->Decimal();
     for (std::size_t i = 0; i < health_->sensors_c.size(); ++i) {
-      if (const auto& sensor = health_->sensors_c[i]) data[kSensorKeys[i]] = TVK::DecimalText(*sensor).text();
+      if (const auto& sensor = health_->sensors_c[i]) data[kSensorKeys[i]] = std::to_wstring(*sensor);
     }
     return 0;
   });

@@ -1,37 +1,11 @@
 #include "monitors/storage/smart_info.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <iterator>
 #include <string_view>
-#include <tuple>
-
-#include "client/text/decimal_text.h"
 
 namespace {
 
 constexpr wchar_t kNothingNamed[] = L"the drive tells no attribute that has a name";
-
-/// A text of limited length, put together without a format and without growing: a sector has thirty of them.
-class TextBuilder {
- public:
-  template <std::size_t N>
-  TextBuilder& Add(const wchar_t (&text)[N]) {
-    end_ = std::copy_n(text, N - 1, end_);
-    return *this;
-  }
-  TextBuilder& Add(std::uint64_t number) {
-    const TVK::DecimalText digits(number);
-    end_ = std::ranges::copy(digits.view(), end_).out;
-    return *this;
-  }
-  std::wstring text() const { return std::wstring(characters_.data(), static_cast<const wchar_t*>(end_)); }
-
- private:
-  std::array<wchar_t, 128> characters_;  // four numbers, the longest of 48 bits, and the 57 characters between them
-  wchar_t* end_ = characters_.data();
-};
 
 bool IsFailing(const TVK::AtaAttribute& attribute) {
   return attribute.normalized != 0 && attribute.threshold && attribute.normalized <= *attribute.threshold;
@@ -67,29 +41,19 @@ std::optional<ItemData> SmartInfo::ToItemData(const TVK::AtaSmart& smart) const 
 }
 
 std::wstring SmartInfo::ValueText(const TVK::AtaAttribute& attribute, bool with_threshold) {
-  TextBuilder text;
-  text.Add(L"{ \"raw\": \"").Add(attribute.raw);
-  text.Add(L"\",\"normalized\": \"").Add(attribute.normalized);
-  text.Add(L"\",\"threshold\": \"");
-  if (with_threshold && attribute.threshold) text.Add(*attribute.threshold);
-  text.Add(L"\",\"worst\": \"").Add(attribute.worst).Add(L"\"}");
-  return text.text();
+  const bool tell_threshold = with_threshold && attribute.threshold;
+  return L"{ \"raw\": \"" + std::to_wstring(attribute.raw) + L"\",\"normalized\": \"" +
+         std::to_wstring(attribute.normalized) + L"\",\"threshold\": \"" +
+         (tell_threshold ? std::to_wstring(*attribute.threshold) : std::wstring()) + L"\",\"worst\": \"" +
+         std::to_wstring(attribute.worst) + L"\"}";
 }
 
 bool SmartInfo::Fill(const TVK::AtaSmart& smart, bool with_thresholds, ItemData& data) const {
-  // In the order of the names, so that each entry finds its place beside the one before it.
-  std::array<const TVK::AtaAttribute*, std::tuple_size_v<TVK::SmartNames>> by_rank = {};
-  for (const TVK::AtaAttribute& attribute : smart.attributes) {
-    const TVK::SmartName& name = names_[attribute.id];
-    if (!name.text.empty()) by_rank[name.rank] = &attribute;
-  }
   bool found = false;
-  auto next = data.begin();
-  for (const TVK::AtaAttribute* const attribute : by_rank) {
-    if (attribute == nullptr) continue;
-    const auto entry =
-        data.insert_or_assign(next, std::wstring(names_[attribute->id].text), ValueText(*attribute, with_thresholds));
-    next = std::next(entry);
+  for (const TVK::AtaAttribute& attribute : smart.attributes) {
+    const std::wstring_view name = names_[attribute.id];
+    if (name.empty()) continue;
+    data[std::wstring(name)] = ValueText(attribute, with_thresholds);
     found = true;
   }
   return found;
@@ -107,7 +71,7 @@ std::optional<StorageCollector::HardDiskSmartInfo> SmartInfo::FoundPredictFailur
 std::vector<StorageCollector::HardDiskSmartInfo> SmartInfo::PredictedFailures(const TVK::AtaSmart& smart) const {
   std::vector<StorageCollector::HardDiskSmartInfo> failures;
   for (const TVK::AtaAttribute& attribute : smart.attributes) {
-    const std::wstring_view name = names_[attribute.id].text;
+    const std::wstring_view name = names_[attribute.id];
     if (!name.empty() && IsFailing(attribute)) failures.emplace_back(name, attribute);
   }
   return failures;

@@ -29,9 +29,9 @@ class SmartInfoTest : public testing::Test {
 TEST_F(SmartInfoTest, NamesTheAttributesOfItsTable) {
   for (const auto& [names, ids, different] : {std::tuple(&kSataSmartNames, 35, 35u), {&kGenericSmartNames, 80, 75u}}) {
     std::set<std::wstring_view> texts;
-    for (const SmartName& name : *names)
-      if (!name.text.empty()) texts.insert(name.text);
-    EXPECT_EQ(256 - std::ranges::count(*names, L"", &SmartName::text), ids);
+    for (const std::wstring_view name : *names)
+      if (!name.empty()) texts.insert(name);
+    EXPECT_EQ(256 - std::ranges::count(*names, L""), ids);
     EXPECT_EQ(texts.size(), different);
   }
   const auto smart = DecodeAtaSmart(AtaValues({{.id = 178, .raw = 7}, {.id = 251, .raw = 0xFFFFFFFFFFFF}}), {});

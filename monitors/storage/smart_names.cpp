@@ -14,11 +14,8 @@ struct Row {
 template <std::size_t N>
 constexpr SmartNames ById(const Row (&rows)[N]) {
   SmartNames names = {};
-  for (const Row& row : rows) {
-    names[row.id].text = row.name;
-    for (const Row& other : rows)
-      names[row.id].rank += other.name < row.name;
-  }
+  for (const Row& row : rows)
+    names[row.id] = row.name;
   return names;
 }
 

@@ -135,6 +135,12 @@ std::string CloseFolder(const std::filesystem::path& folder,
   return open.str() + "it stays so, since it is not the service's alone; the files of the service in it are closed";
 }
 
+std::string WarnOfWriters(const std::filesystem::path& folder) {
+  struct stat status = {};
+  if (::stat(folder.c_str(), &status) != 0 || (status.st_mode & S_IWOTH) == 0) return {};
+  return "other accounts may write in the folder " + PathToUtf8(folder);
+}
+
 void CloseFile(const std::filesystem::path& file) {
   struct stat status = {};
   if (::lstat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;

@@ -64,6 +64,10 @@ TEST(Files, AFolderThatIsTooOpenIsClosedWhereItIsOursAlone) {
     EXPECT_EQ(ModeOf(folder), row.closed_by_us ? 0750u : row.mode);
   }
   std::ofstream(folder / "theirs") << "x";
+  fs::permissions(folder, fs::perms(0777));
+  EXPECT_NE(WarnOfWriters(folder), "");
+  fs::permissions(folder, fs::perms(0775));
+  EXPECT_EQ(WarnOfWriters(folder), "");
   fs::permissions(folder, fs::perms(0755));
   EXPECT_NE(CloseFolder(folder, is_ours).find("(mode 0755); it stays so"), std::string::npos);
   EXPECT_EQ(ModeOf(folder), 0755u);

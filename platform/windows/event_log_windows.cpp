@@ -1,6 +1,7 @@
 #include "platform/event_log.h"
 
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 #include "platform/windows/doors_windows.h"
@@ -14,7 +15,10 @@ constexpr DWORD kLongestWaitMs = 10'000;  // for the log service; a busy one ans
 constexpr int kRenderTries = 3;           // an event does not grow, so the second try fits
 constexpr int kQueryTries = 3;            // a log that is overwritten faster than it is read has no answer
 
-std::string GuidText(const GUID& guid) {
+// It lies behind the texts of other values, wherever those end: at an address that a GUID need not have.
+std::string GuidText(const void* bytes) {
+  GUID guid;
+  std::memcpy(&guid, bytes, sizeof guid);
   char text[40];
   std::snprintf(text, sizeof text, "{%08lX-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", guid.Data1, guid.Data2,
                 guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4], guid.Data4[5],
@@ -44,7 +48,7 @@ EventLogValue ValueOf(const EVT_VARIANT& variant) {
       return std::uint64_t{variant.UInt64Val};
     case EvtVarTypeGuid:
       if (variant.GuidVal == nullptr) return {};
-      return GuidText(*variant.GuidVal);
+      return GuidText(variant.GuidVal);
     case EvtVarTypeFileTime:
       return TimeOf(variant.FileTimeVal);
     default:

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "platform/windows/access_list.h"
 #include "platform/windows/folder_owners.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
@@ -102,10 +103,7 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   if (!parent.empty() && parent != folder && !std::filesystem::is_directory(parent, error)) {
     if (std::string problem = MakePrivateFolder(parent); !problem.empty()) return problem;
   }
-  // For the system, the administrators and the running account, for files and folders inside too; nothing inherited.
-  std::string list = "D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
-  if (const std::string own = windows::ProcessUserSid(); !own.empty()) list += "(A;OICI;FA;;;" + own + ")";
-  windows::SecurityAttributes security(list);
+  windows::SecurityAttributes security(windows::PrivateFolderList());
   if (!security.ok()) return Failed("cannot make the access list of", folder);
   if (CreateDirectoryW(folder.c_str(), security.get())) return {};
   // Another process may have been faster.
@@ -145,9 +143,24 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file, std:
   }
 }
 
-std::string CloseFolder(const std::filesystem::path& /*folder*/,
-                        const std::function<bool(const std::string& name)>& /*is_ours*/) {
-  return {};
+std::string CloseFolder(const std::filesystem::path& folder,
+                        const std::function<bool(const std::string& name)>& is_ours) {
+  const std::optional<windows::AccessList> list = windows::ReadAccessList(folder);
+  if (!list || !windows::IsTooOpen(*list)) return {};
+  bool alone = windows::IsTrustedAccount(list->owner);
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(folder, failure), end; alone && !failure && entry != end;
+       entry.increment(failure))
+    alone = is_ours(PathToUtf8(entry->path().filename()));
+  const std::string open = "the folder " + PathToUtf8(folder) + " was open to other accounts; ";
+  if (!alone || failure) return open + "it stays so, since it is not the service's alone";
+  return open + (windows::MakePrivate(folder) ? "it is closed now" : "it stays so, since the system does not close it");
+}
+
+std::string WarnOfWriters(const std::filesystem::path& folder) {
+  const std::optional<windows::AccessList> list = windows::ReadAccessList(folder);
+  if (!list || windows::OnlyTrustedMayWrite(*list)) return {};
+  return "other accounts may write in the folder " + PathToUtf8(folder);
 }
 
 void CloseFile(const std::filesystem::path& /*file*/) {}

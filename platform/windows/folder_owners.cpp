@@ -27,7 +27,7 @@ std::filesystem::path FindForeignFolder(const std::filesystem::path& folder, con
   }
   const auto foreign = std::ranges::find_if(way, [&](const std::filesystem::path& at) {
     const std::string owner = owner_of(at);
-    return !owner.empty() && !IsTrustedOwner(owner);
+    return !owner.empty() && !IsTrustedAccount(owner);
   });
   return foreign == way.end() ? std::filesystem::path() : *foreign;
 }

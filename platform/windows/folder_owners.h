@@ -8,7 +8,7 @@
 namespace platform::windows {
 
 /// The first of `folder` and the folders between it and `common` (those alone, where it does not lie below `common`:
-/// `folder` alone) that exists and has an owner who is not to be trusted (IsTrustedOwner); empty: none. In `common`,
+/// `folder` alone) that exists and has an owner who is not to be trusted (IsTrustedAccount); empty: none. In `common`,
 /// which is %ProgramData%, every user may make folders: whoever makes ours first could keep a policy of his own in it,
 /// or a link in its place. `owner_of` gives the security identifier of a folder's owner, empty for one that does not
 /// exist.

@@ -148,7 +148,7 @@ NamedEventResult WindowsRuntime::MakeNamedEvent(std::wstring_view name, EventRes
   UniqueKernelHandle handle(
       CreateEventExW(security.get(), std::wstring(name).c_str(), flags, kEventRights | READ_CONTROL));
   const bool existed = GetLastError() == ERROR_ALREADY_EXISTS;
-  if (handle && existed && !IsTrustedOwner(OwnerSid(handle.get()))) return {nullptr, kErrorForeignOwner};
+  if (handle && existed && !IsTrustedAccount(OwnerSid(handle.get()))) return {nullptr, kErrorForeignOwner};
   return Result(handle.Release());
 }
 

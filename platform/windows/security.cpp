@@ -11,17 +11,20 @@ namespace platform::windows {
 
 namespace {
 
+constexpr char kSystem[] = "S-1-5-18";              // SECURITY_LOCAL_SYSTEM_RID
+constexpr char kAdministrators[] = "S-1-5-32-544";  // DOMAIN_ALIAS_RID_ADMINS
+
+// NT SERVICE\TrustedInstaller, to whom the system's own files belong.
+constexpr char kTrustedInstaller[] = "S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+
+}  // namespace
+
 std::string SidText(PSID sid) {
   wchar_t* text = nullptr;
   if (!ConvertSidToStringSidW(sid, &text)) return {};
   const UniqueLocalMemory owner(text);
   return Utf8FromWide(text);
 }
-
-constexpr char kSystem[] = "S-1-5-18";              // SECURITY_LOCAL_SYSTEM_RID
-constexpr char kAdministrators[] = "S-1-5-32-544";  // DOMAIN_ALIAS_RID_ADMINS
-
-}  // namespace
 
 std::string UserSid(HANDLE token) {
   DWORD size = 0;
@@ -56,8 +59,9 @@ std::string OwnerSid(HANDLE object) {
   return SidText(owner);
 }
 
-bool IsTrustedOwner(const std::string& sid) {
-  return sid == kSystem || sid == kAdministrators || (!sid.empty() && sid == ProcessUserSid());
+bool IsTrustedAccount(const std::string& sid) {
+  return sid == kSystem || sid == kAdministrators || sid == kTrustedInstaller ||
+         (!sid.empty() && sid == ProcessUserSid());
 }
 
 SecurityAttributes::SecurityAttributes(const std::string& definition) {

@@ -7,6 +7,9 @@
 
 namespace platform::windows {
 
+/// The text ("S-1-5-18") of a valid security identifier; empty when there is no memory for it.
+std::string SidText(PSID sid);
+
 /// The security identifier ("S-1-5-18") of the user that `token` belongs to; empty when the system does not say.
 std::string UserSid(HANDLE token);
 
@@ -20,10 +23,11 @@ bool RunsAsSystem();
 /// does not say.
 std::string OwnerSid(HANDLE object);
 
-/// Whether what this account owns may be relied on: the system, the administrators and the running account. The
-/// administrators, because what the system account makes belongs to them unless it says otherwise, and because an
-/// administrator's process can name them as the owner only while it acts with that one's full rights.
-bool IsTrustedOwner(const std::string& sid);
+/// Whether what this account owns or may write may be relied on: the system with its installer, the administrators and
+/// the running account. The administrators, because what the system account makes belongs to them unless it says
+/// otherwise, and because an administrator's process can name them as the owner only while it acts with that one's full
+/// rights.
+bool IsTrustedAccount(const std::string& sid);
 
 /// A security descriptor made from its text, in the form that the calls which make things take.
 class SecurityAttributes {

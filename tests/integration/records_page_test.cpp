@@ -129,7 +129,7 @@ void AddDatasets(MonitorWorld& world, const DatasetTable& table, Lists& lists) {
 }
 
 /// The machine is unplugged until its battery is near empty, and plugged in until it is near full.
-void UseBattery(MonitorWorld& world, EventManager& manager) {
+void UseBattery(MonitorWorld& world, TestManager& manager) {
   using platform::ChargeState;
   const auto change = [&](platform::PowerSource source, std::uint32_t percent, ChargeState state) {
     world.machine.batteries().Change([&](auto& batteries) {
@@ -261,8 +261,8 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   // One machine has no drives with all of them.
   for (const auto& [dataset, names] :
        {std::pair("SATA_SSD_SMARTEvent/key", &kSataSmartNames), {"SMARTEvent/key", &kGenericSmartNames}}) {
-    for (const auto& name : *names) {
-      if (!name.text.empty()) lists[dataset].insert(Utf8(name.text));
+    for (const std::wstring_view name : *names) {
+      if (!name.empty()) lists[dataset].insert(Utf8(name));
     }
   }
   // What no machine gives yet, and the page says so.

@@ -1,0 +1,21 @@
+// `tvkctl inspect battery` and `tvkctl inspect power`: the machine's batteries, and what it runs on.
+#pragma once
+
+#include <iosfwd>
+
+#include "client/battery/battery_info_collector.h"
+#include "platform/power.h"
+
+namespace tvkctl {
+
+/// Both write to `out`, in UTF-8: with `json` one object in one line, else lines for people, with units. Both return 0:
+/// a machine may have no battery, and tell nothing of its power.
+
+/// Each battery by the keys of its dataset context and its item events, its serial number hashed; "no battery" when
+/// there is none.
+int RunInspectBattery(bool json, BatteryInfoCollector& batteries, std::ostream& out);
+
+/// Source, percentage, level, and whether a battery is being charged. What is not told is left out, in JSON null.
+int RunInspectPower(bool json, platform::Power& power, std::ostream& out);
+
+}  // namespace tvkctl

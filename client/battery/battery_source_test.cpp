@@ -1,0 +1,276 @@
+#include "client/battery/battery_source.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "client/battery/battery_item_data.h"
+#include "client/battery/smart_battery_status.h"
+#include "platform/simulated/simulated_batteries.h"
+#include "testing/battery_blocks.h"
+#include "testing/log_capture.h"
+
+namespace TVK {
+namespace {
+
+using namespace testing_support;
+using platform::PowerManagerLog;
+
+/// Everything that records tell of it.
+ItemData Facts(const BatteryInfo& battery) {
+  ItemData data = BatteryContextItemData(battery);
+  data.merge(BatteryItemData(battery));
+  return data;
+}
+
+class BatterySourceTest : public testing::Test {
+ protected:
+  BatterySourceTest() { utility::InitLog(log_, L"BatteryInfo.log", 4); }
+
+  LogCapture lines_;
+  Log log_;
+  platform::SimulatedPowerManager power_manager_;
+};
+
+TEST_F(BatterySourceTest, TheDriverTellsWhatItsThreeBlocksHold) {
+  power_manager_.Set({.driver = {{{0x831020F8, 1}, EmIdentityBlock()},
+                                 {{0x83102120, 1}, EmConditionBlock()},
+                                 {{0x83102138, 1}, EmUsageBlock()}}});
+  const auto batteries = GetBatteryInfoFromEmDriver(power_manager_, 2);
+  ASSERT_EQ(batteries.size(), 2u);
+  EXPECT_EQ(Facts(batteries[0]), ItemData());
+  EXPECT_EQ(Facts(batteries[1]), (ItemData{{L"Chemistry", L"LiP"},
+                                           {L"Condition", L"Performance Degradation"},
+                                           {L"CycleCount", L"200"},
+                                           {L"DesignChargeCapacity", L"57020"},
+                                           {L"DeviceName", L"5B10W13930"},
+                                           {L"FirstUseDate", L"2024-02-29"},
+                                           {L"FullChargeCapacity", L"51000"},
+                                           {L"FwVersion", L"8899-AABB-CCDD-EEFF"},
+                                           {L"HoursAtFullCharge", L"203"},
+                                           {L"HoursAtFullChargeAndHighTemp", L"205"},
+                                           {L"HoursAtHighTemp", L"204"},
+                                           {L"Hwid", L"0011-2233-4455-6677"},
+                                           {L"ManufactureDate", L"2023-12-31"},
+                                           {L"Manufacturer", L"Fabrikam"},
+                                           {L"RemainingCapacity", L"0"},
+                                           {L"SerialNumber", BatteryInfo::GetHashedString(L"EM-0815")},
+                                           {L"TotalBatteryAwakeHrs", L"202"},
+                                           {L"TotalChargedCapacity", L"201"}}));
+  EXPECT_EQ(batteries[1].EmBatteryInfo().design_mwh, 57'020u);
+}
+
+TEST_F(BatterySourceTest, ABlockOfTheDriverGivesWhatItHolds) {
+  const auto count = [&](std::uint32_t code, BatteryBytes block) {
+    power_manager_.Set({.driver = {{{code, 0}, std::move(block)}}});
+    return Facts(GetBatteryInfoFromEmDriver(power_manager_, 1)[0]).size();
+  };
+  for (const auto& [code, whole, ends] :
+       {std::tuple(0x831020F8u, EmIdentityBlock(), std::vector<std::size_t>{8, 16, 20, 24, 28, 60, 92, 124, 140}),
+        {0x83102120u, EmConditionBlock(), {4, 8, 12}},
+        {0x83102138u, EmUsageBlock(), {4, 8, 12, 16, 20, 24}}}) {
+    for (std::size_t i = 0; i < ends.size(); ++i) {
+      EXPECT_EQ(count(code, {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(ends[i])}), i + 1);
+      EXPECT_EQ(count(code, {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(ends[i] - 1)}), i);
+    }
+    EXPECT_EQ(count(code, BatteryBytes(512, 0xFF)), 0u);  // unknown, one and all
+  }
+  EXPECT_EQ(count(0x831020F8, BatteryBytes(140)), 0u);
+  for (const auto& [condition, words] : {std::pair(0u, L"Normal"), {2u, L"Unsupported"}, {3u, L"UnKnown"}}) {
+    count(0x83102120, EmConditionBlock(condition));
+    EXPECT_EQ(GetBatteryInfoFromEmDriver(power_manager_, 1)[0].batteryCondition(), words);
+  }
+}
+
+TEST_F(BatterySourceTest, TheLibraryFillsGapsAndItsConditionAndFirmwareStand) {
+  std::list<BatteryInfo> list(3);
+  list.front().set_batteryCondition(L"Performance Degradation");
+  list.front().set_batteryFwVersion(L"8899-AABB-CCDD-EEFF");
+  list.front().set_batteryCycleCount(L"7");
+  list.back().set_batteryCondition(L"Normal");
+  power_manager_.Set(
+      {.smart_batteries =
+           {{1,
+             {.result = 0x10003, .status_block = SmartStatusBlock(0x08), .information_block = SmartInformationBlock()}},
+            {3, {.result = 0, .status_block = {}, .information_block = SmartInformationBlock("", "", 8)}}},
+       .firmware = {{1, {0x1, 0xABC, 0x0, 0xFFFF}}, {2, {1, 2, 3, 4}}}});
+  GetBatteryInfoFromPMDriver(power_manager_, list, log_);
+  EXPECT_EQ(Facts(list.front()), (ItemData{{L"Chemistry", L"LiP"},
+                                           {L"Condition", L"Trickle Charge"},
+                                           {L"CycleCount", L"7"},
+                                           {L"DesignChargeCapacity", L"57030"},
+                                           {L"DeviceName", L"5B10W13930"},
+                                           {L"FirstUseDate", L"2023-11-30"},
+                                           {L"FullChargeCapacity", L"50000"},
+                                           {L"FwVersion", L"0001-0abc-0000-ffff"},
+                                           {L"HoursAtFullCharge", L"303"},
+                                           {L"HoursAtFullChargeAndHighTemp", L"305"},
+                                           {L"HoursAtHighTemp", L"304"},
+                                           {L"ManufactureDate", L"2023-05-03"},
+                                           {L"Manufacturer", L"Litware"},
+                                           {L"RemainingCapacity", L"25000"},
+                                           {L"SerialNumber", BatteryInfo::GetHashedString(L"SM-0815")},
+                                           {L"TotalBatteryAwakeHrs", L"302"},
+                                           {L"TotalChargedCapacity", L"301"},
+                                           {L"ValidWarranty", L"true"},
+                                           {L"Warranty", L"3 years, on site"}}));
+  EXPECT_EQ(Facts(*std::next(list.begin())), ItemData());
+  EXPECT_EQ(Facts(list.back()), (ItemData{{L"Condition", L"Normal"}, {L"ValidWarranty", L"true"}}));
+}
+
+TEST_F(BatterySourceTest, TheLowStatusOfTheLibraryDecides) {
+  for (const auto& [result, failed] : {std::tuple(0u, false),
+                                       {1u, true},
+                                       {2u, false},
+                                       {3u, false},
+                                       {4u, false},
+                                       {5u, true},
+                                       {6u, false},
+                                       {7u, true},
+                                       {8u, false},
+                                       {0x10007u, true},
+                                       {0x10000u, false},
+                                       {0x107u, false}}) {
+    SCOPED_TRACE(result);
+    lines_.Clear();
+    std::list<BatteryInfo> list(1);
+    power_manager_.Set({.smart_batteries = {{1, {.result = result, .status_block = SmartStatusBlock()}}},
+                        .firmware = {{1, {1, 2, 3, 4}}}});
+    GetBatteryInfoFromPMDriver(power_manager_, list, log_);
+    EXPECT_EQ(Facts(list.front()).empty(), failed);
+    const std::wstring said = L"GetBatteryInfoFromPMDriver failed=" + std::to_wstring(result & 0xFFFF);
+    EXPECT_EQ(lines_.Lines(), failed ? std::vector{said} : std::vector<std::wstring>());
+  }
+}
+
+TEST(SmartBatteryTest, ConditionsAreSingleBits) {
+  for (const auto& [bits, words] : {std::pair(0u, L"Normal"),
+                                    {1u, L"Permanent Error"},
+                                    {2u, L"Unsupported"},
+                                    {4u, L"High Temperature"},
+                                    {8u, L"Trickle Charge"},
+                                    {16u, L"Overheated"},
+                                    {6u, L"Abnormal6"},
+                                    {32u, L"Abnormal20"},
+                                    {0xABCD0000u, L"Abnormalabcd0000"}})
+    EXPECT_EQ(SmartBatteryCondition(bits), words);
+}
+
+TEST(SmartBatteryTest, OnlyWhatWasFilledAndMakesSenseIsTold) {
+  const auto date = [](std::string_view text) {
+    return DecodeSmartBatteryStatus({}, SmartInformationBlock("", text)).manufactured;
+  };
+  using std::chrono::year;
+  for (const auto& [text, told] : {std::pair("2024-2-29", std::optional(year(2024) / 2 / 29)),
+                                   {"1980-01-01", year(1980) / 1 / 1},
+                                   {" 9999-12-31 ", year(9999) / 12 / 31}})
+    EXPECT_EQ(date(text), told) << text;
+  for (const char* const text :
+       {"", "2023-2-29", "2024-13-1", "2024-0-1", "2024-1-32", "2024-257-1", "1979-12-31", "24-5-31", "10000-1-1",
+        "2024-5", "2024-5-", "2024-5-3x", "2024--5-3", "-5-3", "2024/5/3", "2024-5-3-1"})
+    EXPECT_EQ(date(text), std::nullopt) << text;
+
+  for (const auto& [filled, bits, full] : {std::tuple(0u, false, false),
+                                           {4u, false, false},
+                                           {7u, false, false},
+                                           {8u, true, false},
+                                           {12u, true, true},
+                                           {0xFFFFFFFFu, false, false},
+                                           {1000u, true, true}}) {
+    const auto status = DecodeSmartBatteryStatus(SmartStatusBlock(0, filled), {});
+    EXPECT_EQ(status.status_bits.has_value(), bits) << filled;
+    EXPECT_EQ(status.full_mwh.has_value(), full) << filled;
+  }
+  BatteryBytes information = SmartInformationBlock();
+  for (const auto& [number, valid] : {std::pair(0, std::optional(false)), {1, true}, {2, std::nullopt}}) {
+    PutLittleEndian(information, 4, static_cast<std::uint64_t>(number), 4);
+    EXPECT_EQ(DecodeSmartBatteryStatus({}, information).warranty_valid, valid);
+  }
+}
+
+struct PwmRow {
+  std::string text;
+  ItemData first, second;  // what the machine's batteries then have
+  std::vector<std::wstring> said = {};
+};
+
+TEST_F(BatterySourceTest, ALogFileTellsOfTheBatteriesThatItNames) {
+  const ItemData usage = {{L"CycleCount", L"120"}, {L"TotalBatteryAwakeHrs", L"812"}};
+  const std::wstring fault = L"mFileTool::GetPwmFileInfo, line ";
+  for (const PwmRow& row : std::vector<PwmRow>{
+           {"Battery=1\nUsage=2024-05-31,120,812\n", usage, {}},
+           {"\xEF\xBB\xBF Battery = 2 \r\n\r\nUsage =2024-05-31 , 120,,812,\r\nA heading\nColour=red,blue", {}, usage},
+           // The latest day, of one day the last; the earliest first use.
+           {"Battery=1\nUsage=2024-05-31,9,9\nUsage=2024-05-31,120,812\nUsage=2024-05-30,7,7\nFirstUseDate=2023-04-02\n"
+            "Battery=2\nFirstUseDate=2023-4-9\nBattery=1\nFirstUseDate=2023-04-01\nFirstUseDate=2023-04-03",
+            {{L"CycleCount", L"120"}, {L"FirstUseDate", L"2023-04-01"}, {L"TotalBatteryAwakeHrs", L"812"}},
+            {{L"FirstUseDate", L"2023-04-09"}}},
+           // The serial number decides where the machine knows it (the second's), else the number.
+           {"Battery=1,OTHER\nUsage=2024-05-31,120,812", usage, {}},
+           {"Battery=1,ABC\nUsage=2024-05-31,120,812", {}, usage},
+           {"Battery=2,UnKnown\nUsage=2024-05-31,120,812", {}, usage},
+           {"Battery=2,OTHER\nUsage=2024-05-31,120,812", {}, {}},
+           {"Battery=3,ABC\nUsage=2024-05-31,120,812", {}, usage},
+           // What cannot be used is left out, and what follows a battery that cannot be read is nobody's.
+           {"Usage=2024-05-31,120,812", {}, {}, {fault + L"1: it follows no battery"}},
+           {"Battery=1\nBattery=0,SECRET\nUsage=2024-05-31,120,812", {}, {}, {fault + L"2: a field is 0"}},
+           {"Battery=SECRET\n", {}, {}, {fault + L"1: a field is no number"}},
+           {"Battery=4294967296\n", {}, {}, {fault + L"1: a field is no number"}},
+           {"Battery=1\nUsage=2024-05-31,120\nUsage=SECRET",
+            {},
+            {},
+            {fault + L"2: another number of fields than its name wants"}},
+           {"Battery=1\nFirstUseDate=2024-02-30\nUsage=2024-05-31,120,812\nUsage=2024-06-01,0,1",
+            usage,
+            {},
+            {fault + L"2: a field is no date"}},
+           {"Battery=1\nBattery=2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18\nUsage=2024-05-31,120,812",
+            {},
+            {},
+            {L"PwmFileTool::GetPwmLineDataFieldList, line 2: too many fields", fault + L"3: it follows no battery"}},
+           {"Battery=1\n\xFF", {}, {}, {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
+           {std::string("B\0a\0", 4), {}, {}, {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
+       }) {
+    SCOPED_TRACE(row.text);
+    lines_.Clear();
+    std::list<BatteryInfo> list(2);
+    list.back().set_batterySerialNumber(L"ABC");
+    power_manager_.Set({.logs = {.logs = {{.name = "a.PWM", .bytes = row.text.size(), .text = row.text}}}});
+    GetBatteryInfoFromPwmLogFile(power_manager_, list, log_);
+    EXPECT_EQ(Facts(list.front()), row.first);
+    ItemData second = Facts(list.back());
+    second.erase(L"SerialNumber");
+    EXPECT_EQ(second, row.second);
+    EXPECT_EQ(lines_.Lines(), row.said);
+  }
+}
+
+TEST_F(BatterySourceTest, LogFilesFillGapsTheNewestFirst) {
+  std::string many;
+  for (int i = 1; i <= 17; ++i)
+    many += "Battery=" + std::to_string(i) + "\nUsage=2023-01-01," + std::to_string(i) + ",1\n";
+  std::vector<PowerManagerLog> logs;
+  for (const std::string_view text : {std::string_view("Battery=1\nUsage=2024-05-31,120,812"),
+                                      std::string_view("Battery=1\nUsage=2024-05-30,9,9"), std::string_view(many)})
+    logs.push_back({.name = "a.PWM", .bytes = text.size(), .text = std::string(text)});
+  for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{1} << 20, (std::uint64_t{1} << 20) + 1})
+    logs.push_back({.name = "b.PWM", .bytes = size, .text = "Battery=16\nFirstUseDate=2023-04-01"});
+  power_manager_.Set({.logs = {.logs = logs, .refusal = 1300}});
+  std::list<BatteryInfo> list(17);
+  list.front().set_batteryTotalBatteryAwakeHrs(L"5");
+  GetBatteryInfoFromPwmLogFile(power_manager_, list, log_);
+  EXPECT_EQ(Facts(list.front()), (ItemData{{L"CycleCount", L"120"}, {L"TotalBatteryAwakeHrs", L"5"}}));
+  EXPECT_EQ(list.front().pwmFileInfo().usage_hours, 812u);
+  EXPECT_EQ(std::next(list.rbegin())->batteryFirstUseDate(), L"2023-04-01");
+  EXPECT_EQ(list.back().batteryCycleCount(), L"UnKnown");
+  EXPECT_EQ(lines_.Lines(), (std::vector<std::wstring>{
+                                L"PwmFileTool::GetPwmFileInfo ImperonateLogonUser failed,should run it with system "
+                                L"privilege,errorcode=1300\n",
+                                L"mFileTool::GetPwmFileInfo, line 33: too many batteries",
+                                L"PwmFileTool::GetPwmFileInfoList PWM log file size (0 bytes) is out of range",
+                                L"PwmFileTool::GetPwmFileInfoList PWM log file size (1048577 bytes) is out of range"}));
+}
+
+}  // namespace
+}  // namespace TVK
