@@ -192,12 +192,12 @@ TEST(BatteriesLinuxTest, ABatteryIsDescribedWithWhatTheKernelTells) {
        }},
       {"not told what remains", "ENERGY_NOW=0",
        [](BatteryFacts& facts) {
-         facts.remaining_mwh = {};
-         facts.remaining_time = {};
+         facts.remaining_mwh = 35956;
+         facts.remaining_time = seconds(12944);
        }},
       {"fuller than ever", "ENERGY_NOW=48000000\nCAPACITY=101\nSTATUS=Charging",
        [](BatteryFacts& facts) {
-         facts.remaining_mwh = facts.full_mwh;
+         facts.remaining_mwh = facts.full_mwh = 48000;
          facts.percent = 100;
          facts.state = ChargeState::kCharging;
          facts.remaining_time = {};

@@ -101,48 +101,55 @@ Energies EnergiesOf(const Properties& supply) {
   constexpr double kMicro = 1e-6;
   // Drivers fill in parts of a volt where they know none.
   constexpr double kLeastVolts = 1;
+  // Below, there is no battery; above, it is how some drivers say that they do not know (10 kWh).
+  constexpr double kLeast = 1000;
+  constexpr double kMost = 1e10;
   Energies energies;
   for (const char* const name : {"voltage_max_design", "voltage_min_design", "voltage_now"}) {
     energies.design_volts = kMicro * static_cast<double>(supply.Number(name).value_or(0));
     if (energies.design_volts >= kLeastVolts) break;
     energies.design_volts = 0;
   }
-  const auto read = [&](const std::string& what, bool* charge) -> std::optional<double> {
-    if (const auto energy = supply.Number("energy_" + what)) return static_cast<double>(*energy);
-    const auto told = energies.design_volts > 0 ? supply.Number("charge_" + what) : std::nullopt;
-    if (!told) return std::nullopt;
-    if (charge != nullptr) *charge = true;
-    return static_cast<double>(*told) * energies.design_volts;
+  const auto read = [&](const std::string& what, double least, bool* charge) -> std::optional<double> {
+    auto told = supply.Number("energy_" + what);
+    double factor = 1;
+    if (!told && energies.design_volts > 0) {
+      told = supply.Number("charge_" + what);
+      factor = energies.design_volts;
+      if (told && charge != nullptr) *charge = true;
+    }
+    const double all = factor * static_cast<double>(told.value_or(0));
+    return told && all >= least && all <= kMost ? std::optional(all) : std::nullopt;
   };
-  energies.design = read("full_design", nullptr);
-  energies.full = read("full", nullptr);
-  energies.remaining = read("now", &energies.charges);
+  energies.design = read("full_design", kLeast, nullptr);
+  energies.full = read("full", kLeast, nullptr);
+  energies.remaining = read("now", 0, &energies.charges);
   return energies;
 }
 
-/// In milliwatt-hours; absent for none at all and for more than a machine's battery holds, which is how some drivers
-/// say that they do not know.
-std::optional<std::uint32_t> MilliwattHours(std::optional<double> microwatt_hours) {
-  constexpr double kMost = 10'000'000;
-  const double all = std::round(microwatt_hours.value_or(0) / 1000);
-  return all >= 1 && all <= kMost ? std::optional(static_cast<std::uint32_t>(all)) : std::nullopt;
-}
-
-void ReadCapacities(const Properties& supply, const Energies& energies, BatteryFacts& facts) {
-  facts.design_mwh = MilliwattHours(energies.design);
-  facts.full_mwh = MilliwattHours(energies.full);
-  facts.remaining_mwh = MilliwattHours(energies.remaining);
+/// Fills up what the driver does not tell of percentage and energy, and tells both.
+void ReadCapacities(const Properties& supply, Energies& energies, BatteryFacts& facts) {
   const auto capacity = supply.Number("capacity");
   if (capacity && *capacity <= 100) facts.percent = static_cast<std::uint32_t>(*capacity);
-  if (facts.full_mwh) {
-    // What it holds at most is learned once in a while; what it holds now may be beyond that.
-    if (facts.remaining_mwh) facts.remaining_mwh = std::min(*facts.remaining_mwh, *facts.full_mwh);
-    if (facts.remaining_mwh && facts.percent.value_or(0) == 0) {
-      facts.percent = static_cast<std::uint32_t>(std::uint64_t{100} * *facts.remaining_mwh / *facts.full_mwh);
+  const bool remains = energies.remaining.value_or(0) > 0;
+  if (energies.full && remains) {
+    // What it holds at most is learned once in a while, and it holds what it holds now.
+    energies.full = std::max(*energies.full, *energies.remaining);
+    if (facts.percent.value_or(0) == 0) {
+      facts.percent = static_cast<std::uint32_t>(100 * *energies.remaining / *energies.full);
     }
-    // It is empty; a charge that is not told reads the same, but then the percentage does not.
-    if (energies.remaining == 0.0 && facts.percent == 0u) facts.remaining_mwh = 0;
+  } else if (!remains) {
+    // None at all and none that is told read the same; the percentage tells them apart.
+    energies.remaining.reset();
+    if (energies.full && facts.percent) energies.remaining = *energies.full * *facts.percent / 100;
   }
+  const auto milliwatt_hours = [](std::optional<double> microwatt_hours) -> std::optional<std::uint32_t> {
+    if (!microwatt_hours) return std::nullopt;
+    return static_cast<std::uint32_t>(std::lround(*microwatt_hours / 1000));
+  };
+  facts.design_mwh = milliwatt_hours(energies.design);
+  facts.full_mwh = milliwatt_hours(energies.full);
+  facts.remaining_mwh = milliwatt_hours(energies.remaining);
 }
 
 std::optional<std::chrono::seconds> RemainingTime(const Properties& supply, const Energies& energies,
@@ -195,7 +202,7 @@ BatteryFacts FactsOf(const Properties& supply) {
                      .manufactured = DateOf(supply),
                      .state = StateOf(supply)};
   if (facts.serial_number.find_first_not_of('0') == std::string::npos) facts.serial_number.clear();
-  const Energies energies = EnergiesOf(supply);
+  Energies energies = EnergiesOf(supply);
   ReadCapacities(supply, energies, facts);
   facts.remaining_time = RemainingTime(supply, energies, facts);
   const auto cycles = supply.Number("cycle_count").value_or(0);
