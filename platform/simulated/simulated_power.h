@@ -19,7 +19,7 @@ class SimulatedPower final : public Power, public Scripted<PowerStatus> {
   PowerStatus ReadStatus() override { return Get(); }
 
   std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting setting, void* /*service*/) override {
-    if (refused.load() == setting) return nullptr;
+    if (refused == setting) return nullptr;
     return std::make_shared<CHPowerNotifyHandle>();
   }
 
