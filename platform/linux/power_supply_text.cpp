@@ -164,7 +164,7 @@ std::optional<std::chrono::seconds> RemainingTime(const Properties& supply, cons
                              : supply.Magnitude({"time_to_empty_now", "time_to_empty_avg"});
   const auto time = [](double length) -> std::optional<seconds> {
     if (length < 1 || length > kLongest) return std::nullopt;
-    return seconds(static_cast<std::int64_t>(length));
+    return seconds(std::llround(length));
   };
   if (told && time(*told)) return time(*told);
   if (!energies.remaining || (charging && !energies.full)) return std::nullopt;
