@@ -61,7 +61,7 @@ set_register 0x0d 93
 check "plugged" within 60 has 1 event ConnectToAC test_battery
 check "not before 40 seconds" test $((SECONDS - plugged)) -ge 40
 check "the silent one is near full" within 60 has 1 event BatteryNearFull $smart
-same "once" "1 1" "$(event BatteryNearFull test_battery | wc -l) $(event BatteryNearEmpty test_battery | wc -l)"
+same "each once" "1 1" "$(event BatteryNearFull $smart | wc -l) $(event BatteryNearEmpty test_battery | wc -l)"
 check "and their usage is told" test "$(event BatteryUsagePerInterval $smart | wc -l)" -ge 1
 none "no serial number in clear" "$(grep -rlaF -e cafe -e "$(uname -r)" /var/log/tvk/BatteryEventMonitor.log)"
 none "no errors" "$(logged BatteryEventMonitor.log '[error]')"
