@@ -256,6 +256,26 @@ TEST(BatteriesLinuxTest, WhatANoticeDoesNotTellIsInTheFiles) {
   EXPECT_EQ(batteries[1], (BatteryFacts{.slot = "BAT2", .path = std::string(kFolder) + "BAT2", .on_ac = true}));
 }
 
+TEST(BatteryPollTest, ABatteryIsInUseWhileItIsChargedOrDischarged) {
+  using enum ChargeState;
+  using States = std::vector<std::optional<ChargeState>>;
+  struct Row {
+    PowerSource source;
+    States states;
+    std::optional<bool> in_use;
+  };
+  for (const Row& row : {Row{PowerSource::kAc, {}, false}, Row{PowerSource::kBattery, {}, false},
+                         Row{PowerSource::kAc, {kIdle, {}}, false}, Row{PowerSource::kAc, {kIdle, kCharging}, true},
+                         Row{PowerSource::kAc, {kDischarging, kIdle}, true}, Row{PowerSource::kAc, {{}, {}}, {}},
+                         Row{PowerSource::kBattery, {kIdle}, true}, Row{PowerSource::kBattery, {{}}, true}}) {
+    std::vector<BatteryFacts> batteries;
+    for (const auto& state : row.states)
+      batteries.push_back({.slot = "BAT", .state = state});
+    EXPECT_EQ(BatteryPoll::LookOf({.source = row.source}, batteries).in_use, row.in_use)
+        << testing::PrintToString(row.states);
+  }
+}
+
 TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
   using enum BatteryPoll::Cause;
   using Look = BatteryPoll::Look;

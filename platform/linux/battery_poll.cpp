@@ -2,6 +2,19 @@
 
 namespace platform {
 
+BatteryPoll::Look BatteryPoll::LookOf(const PowerStatus& status, const std::vector<BatteryFacts>& batteries) {
+  Look look{.source = status.source, .percent = status.percent};
+  if (batteries.empty()) {
+    look.in_use = false;
+  } else if (status.source == PowerSource::kBattery) {
+    look.in_use = true;
+  }
+  for (const BatteryFacts& battery : batteries) {
+    if (battery.state) look.in_use = look.in_use.value_or(false) || *battery.state != ChargeState::kIdle;
+  }
+  return look;
+}
+
 void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look) {
   looked_ = when;
   const bool told = look.in_use && (look.percent || !*look.in_use);

@@ -4,9 +4,11 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
+#include "platform/batteries.h"
 #include "platform/clock.h"
-#include "platform/system_event.h"
+#include "platform/power.h"
 
 namespace platform {
 
@@ -26,6 +28,10 @@ class BatteryPoll {
     std::optional<std::uint32_t> percent = {};  ///< Of all batteries together.
     std::optional<bool> in_use = {};  ///< One is being charged or discharged; absent: there are some, none tells.
   };
+
+  /// Without batteries none is in use. On a machine that runs on battery one is, whatever it says: what it says may be
+  /// a second old (the kernel's ACPI driver), and "Full" still.
+  static Look LookOf(const PowerStatus& status, const std::vector<BatteryFacts>& batteries);
 
   /// `interval`: above zero.
   explicit BatteryPoll(milliseconds interval) : interval_(interval) {}

@@ -108,15 +108,9 @@ class LinuxSystemEventSource final : public SystemEventSource {
     const PowerStatus status = power_.ReadStatus();
     PowerState state{.source = status.source, .percent = status.percent};
     const std::vector<BatteryFacts> batteries = batteries_.List();
-    std::optional<bool> in_use;
-    if (batteries.empty()) in_use = false;
-    // What the battery itself says may be a second old (the kernel's ACPI driver), and "Full" still.
-    if (!batteries.empty() && status.source == PowerSource::kBattery) in_use = true;
-    for (const BatteryFacts& battery : batteries) {
-      if (battery.state) in_use = in_use.value_or(false) || *battery.state != ChargeState::kIdle;
+    for (const BatteryFacts& battery : batteries)
       state.batteries.push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
-    }
-    poll_.NoteLook(runtime_.clock().Steady(), cause, {state.source, state.percent, in_use});
+    poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(status, batteries));
     return state;
   }
 
