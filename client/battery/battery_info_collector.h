@@ -22,6 +22,7 @@ class BatteryInfoCollector {
                        const MachineInformation& machine);
   BatteryInfoCollector(const BatteryInfoCollector&) = delete;
   BatteryInfoCollector& operator=(const BatteryInfoCollector&) = delete;
+  ~BatteryInfoCollector() = default;
 
   /// One record a battery in the place of what `out` held. The operating system's facts come first; the energy
   /// management driver, on machines of the brands that have it, the log files and the library of the power manager

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <tuple>
 
 #include "client/battery/battery_item_data.h"
@@ -17,11 +19,15 @@ namespace {
 using namespace testing_support;
 using platform::PowerManagerLog;
 
-/// Everything that records tell of it.
-ItemData Facts(const BatteryInfo& battery) {
+/// Everything that records tell of it, "Key=text;" by key; the hash of a serial number as the number behind a "#".
+std::wstring Facts(const BatteryInfo& battery) {
   ItemData data = BatteryContextItemData(battery);
   data.merge(BatteryItemData(battery));
-  return data;
+  const std::wstring& serial = battery.batterySerialNumber();
+  std::wstring facts;
+  for (const auto& [key, text] : data)
+    facts += key + L'=' + (text == BatteryInfo::GetHashedString(serial) ? L'#' + serial : text) + L';';
+  return facts;
 }
 
 class BatterySourceTest : public testing::Test {
@@ -39,44 +45,32 @@ TEST_F(BatterySourceTest, TheDriverTellsWhatItsThreeBlocksHold) {
                                  {{0x83102138, 1}, EmUsageBlock()}}});
   const auto batteries = GetBatteryInfoFromEmDriver(power_manager_, 2);
   ASSERT_EQ(batteries.size(), 2u);
-  EXPECT_EQ(Facts(batteries[0]), ItemData());
-  EXPECT_EQ(Facts(batteries[1]), (ItemData{{L"Chemistry", L"LiP"},
-                                           {L"Condition", L"Performance Degradation"},
-                                           {L"CycleCount", L"200"},
-                                           {L"DesignChargeCapacity", L"57020"},
-                                           {L"DeviceName", L"5B10W13930"},
-                                           {L"FirstUseDate", L"2024-02-29"},
-                                           {L"FullChargeCapacity", L"51000"},
-                                           {L"FwVersion", L"8899-AABB-CCDD-EEFF"},
-                                           {L"HoursAtFullCharge", L"203"},
-                                           {L"HoursAtFullChargeAndHighTemp", L"205"},
-                                           {L"HoursAtHighTemp", L"204"},
-                                           {L"Hwid", L"0011-2233-4455-6677"},
-                                           {L"ManufactureDate", L"2023-12-31"},
-                                           {L"Manufacturer", L"Fabrikam"},
-                                           {L"RemainingCapacity", L"0"},
-                                           {L"SerialNumber", BatteryInfo::GetHashedString(L"EM-0815")},
-                                           {L"TotalBatteryAwakeHrs", L"202"},
-                                           {L"TotalChargedCapacity", L"201"}}));
+  EXPECT_EQ(Facts(batteries[0]), L"");
+  EXPECT_EQ(Facts(batteries[1]),
+            L"Chemistry=LiP;Condition=Performance Degradation;CycleCount=200;DesignChargeCapacity=57020;"
+            L"DeviceName=5B10W13930;FirstUseDate=2024-02-29;FullChargeCapacity=51000;"
+            L"FwVersion=8899-AABB-CCDD-EEFF;HoursAtFullCharge=203;HoursAtFullChargeAndHighTemp=205;"
+            L"HoursAtHighTemp=204;Hwid=0011-2233-4455-6677;ManufactureDate=2023-12-31;Manufacturer=Fabrikam;"
+            L"RemainingCapacity=0;SerialNumber=#EM-0815;TotalBatteryAwakeHrs=202;TotalChargedCapacity=201;");
   EXPECT_EQ(batteries[1].EmBatteryInfo().design_mwh, 57'020u);
 }
 
 TEST_F(BatterySourceTest, ABlockOfTheDriverGivesWhatItHolds) {
   const auto count = [&](std::uint32_t code, BatteryBytes block) {
     power_manager_.Set({.driver = {{{code, 0}, std::move(block)}}});
-    return Facts(GetBatteryInfoFromEmDriver(power_manager_, 1)[0]).size();
+    return std::ranges::count(Facts(GetBatteryInfoFromEmDriver(power_manager_, 1)[0]), L';');
   };
   for (const auto& [code, whole, ends] :
-       {std::tuple(0x831020F8u, EmIdentityBlock(), std::vector<std::size_t>{8, 16, 20, 24, 28, 60, 92, 124, 140}),
+       {std::tuple(0x831020F8u, EmIdentityBlock(), std::vector<std::ptrdiff_t>{8, 16, 20, 24, 28, 60, 92, 124, 140}),
         {0x83102120u, EmConditionBlock(), {4, 8, 12}},
         {0x83102138u, EmUsageBlock(), {4, 8, 12, 16, 20, 24}}}) {
-    for (std::size_t i = 0; i < ends.size(); ++i) {
-      EXPECT_EQ(count(code, {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(ends[i])}), i + 1);
-      EXPECT_EQ(count(code, {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(ends[i] - 1)}), i);
+    for (int i = 0; i < std::ssize(ends); ++i) {
+      EXPECT_EQ(count(code, {whole.begin(), whole.begin() + ends[i]}), i + 1);
+      EXPECT_EQ(count(code, {whole.begin(), whole.begin() + ends[i] - 1}), i);
     }
-    EXPECT_EQ(count(code, BatteryBytes(512, 0xFF)), 0u);  // unknown, one and all
+    EXPECT_EQ(count(code, BatteryBytes(512, 0xFF)), 0);  // unknown, one and all
   }
-  EXPECT_EQ(count(0x831020F8, BatteryBytes(140)), 0u);
+  EXPECT_EQ(count(0x831020F8, BatteryBytes(140)), 0);
   for (const auto& [condition, words] : {std::pair(0u, L"Normal"), {2u, L"Unsupported"}, {3u, L"UnKnown"}}) {
     count(0x83102120, EmConditionBlock(condition));
     EXPECT_EQ(GetBatteryInfoFromEmDriver(power_manager_, 1)[0].batteryCondition(), words);
@@ -96,42 +90,20 @@ TEST_F(BatterySourceTest, TheLibraryFillsGapsAndItsConditionAndFirmwareStand) {
             {3, {.result = 0, .status_block = {}, .information_block = SmartInformationBlock("", "", 8)}}},
        .firmware = {{1, {0x1, 0xABC, 0x0, 0xFFFF}}, {2, {1, 2, 3, 4}}}});
   GetBatteryInfoFromPMDriver(power_manager_, list, log_);
-  EXPECT_EQ(Facts(list.front()), (ItemData{{L"Chemistry", L"LiP"},
-                                           {L"Condition", L"Trickle Charge"},
-                                           {L"CycleCount", L"7"},
-                                           {L"DesignChargeCapacity", L"57030"},
-                                           {L"DeviceName", L"5B10W13930"},
-                                           {L"FirstUseDate", L"2023-11-30"},
-                                           {L"FullChargeCapacity", L"50000"},
-                                           {L"FwVersion", L"0001-0abc-0000-ffff"},
-                                           {L"HoursAtFullCharge", L"303"},
-                                           {L"HoursAtFullChargeAndHighTemp", L"305"},
-                                           {L"HoursAtHighTemp", L"304"},
-                                           {L"ManufactureDate", L"2023-05-03"},
-                                           {L"Manufacturer", L"Litware"},
-                                           {L"RemainingCapacity", L"25000"},
-                                           {L"SerialNumber", BatteryInfo::GetHashedString(L"SM-0815")},
-                                           {L"TotalBatteryAwakeHrs", L"302"},
-                                           {L"TotalChargedCapacity", L"301"},
-                                           {L"ValidWarranty", L"true"},
-                                           {L"Warranty", L"3 years, on site"}}));
-  EXPECT_EQ(Facts(*std::next(list.begin())), ItemData());
-  EXPECT_EQ(Facts(list.back()), (ItemData{{L"Condition", L"Normal"}, {L"ValidWarranty", L"true"}}));
+  EXPECT_EQ(Facts(list.front()),
+            L"Chemistry=LiP;Condition=Trickle Charge;CycleCount=7;DesignChargeCapacity=57030;"
+            L"DeviceName=5B10W13930;FirstUseDate=2023-11-30;FullChargeCapacity=50000;"
+            L"FwVersion=0001-0abc-0000-ffff;HoursAtFullCharge=303;HoursAtFullChargeAndHighTemp=305;"
+            L"HoursAtHighTemp=304;ManufactureDate=2023-05-03;Manufacturer=Litware;RemainingCapacity=25000;"
+            L"SerialNumber=#SM-0815;TotalBatteryAwakeHrs=302;TotalChargedCapacity=301;ValidWarranty=true;"
+            L"Warranty=3 years, on site;");
+  EXPECT_EQ(Facts(*std::next(list.begin())), L"");
+  EXPECT_EQ(Facts(list.back()), L"Condition=Normal;ValidWarranty=true;");
 }
 
 TEST_F(BatterySourceTest, TheLowStatusOfTheLibraryDecides) {
-  for (const auto& [result, failed] : {std::tuple(0u, false),
-                                       {1u, true},
-                                       {2u, false},
-                                       {3u, false},
-                                       {4u, false},
-                                       {5u, true},
-                                       {6u, false},
-                                       {7u, true},
-                                       {8u, false},
-                                       {0x10007u, true},
-                                       {0x10000u, false},
-                                       {0x107u, false}}) {
+  for (const std::uint32_t result : {0, 1, 2, 3, 4, 5, 6, 7, 8, 0x10007, 0x10000, 0x107}) {
+    const bool failed = result == 1 || result == 5 || result == 7 || result == 0x10007;
     SCOPED_TRACE(result);
     lines_.Clear();
     std::list<BatteryInfo> list(1);
@@ -145,15 +117,16 @@ TEST_F(BatterySourceTest, TheLowStatusOfTheLibraryDecides) {
 }
 
 TEST(SmartBatteryTest, ConditionsAreSingleBits) {
-  for (const auto& [bits, words] : {std::pair(0u, L"Normal"),
-                                    {1u, L"Permanent Error"},
-                                    {2u, L"Unsupported"},
-                                    {4u, L"High Temperature"},
-                                    {8u, L"Trickle Charge"},
-                                    {16u, L"Overheated"},
-                                    {6u, L"Abnormal6"},
-                                    {32u, L"Abnormal20"},
-                                    {0xABCD0000u, L"Abnormalabcd0000"}})
+  using Words = std::map<std::uint32_t, std::wstring>;
+  for (const auto& [bits, words] : Words{{0, L"Normal"},
+                                         {1, L"Permanent Error"},
+                                         {2, L"Unsupported"},
+                                         {4, L"High Temperature"},
+                                         {8, L"Trickle Charge"},
+                                         {16, L"Overheated"},
+                                         {6, L"Abnormal6"},
+                                         {32, L"Abnormal20"},
+                                         {0xABCD0000, L"Abnormalabcd0000"}})
     EXPECT_EQ(SmartBatteryCondition(bits), words);
 }
 
@@ -191,46 +164,47 @@ TEST(SmartBatteryTest, OnlyWhatWasFilledAndMakesSenseIsTold) {
 
 struct PwmRow {
   std::string text;
-  ItemData first, second;  // what the machine's batteries then have
+  std::wstring first, second;  // what the machine's batteries then have
   std::vector<std::wstring> said = {};
 };
 
 TEST_F(BatterySourceTest, ALogFileTellsOfTheBatteriesThatItNames) {
-  const ItemData usage = {{L"CycleCount", L"120"}, {L"TotalBatteryAwakeHrs", L"812"}};
+  const std::wstring usage = L"CycleCount=120;TotalBatteryAwakeHrs=812;";
   const std::wstring fault = L"mFileTool::GetPwmFileInfo, line ";
   for (const PwmRow& row : std::vector<PwmRow>{
-           {"Battery=1\nUsage=2024-05-31,120,812\n", usage, {}},
-           {"\xEF\xBB\xBF Battery = 2 \r\n\r\nUsage =2024-05-31 , 120,,812,\r\nA heading\nColour=red,blue", {}, usage},
+           {"Battery=1\nUsage=2024-05-31,120,812\n", usage, L""},
+           {"\xEF\xBB\xBF Battery = 2 \r\n\r\nUsage =2024-05-31 , 120,,812,\r\nA heading\nColour=red,blue", L"", usage},
            // The latest day, of one day the last; the earliest first use.
            {"Battery=1\nUsage=2024-05-31,9,9\nUsage=2024-05-31,120,812\nUsage=2024-05-30,7,7\nFirstUseDate=2023-04-02\n"
             "Battery=2\nFirstUseDate=2023-4-9\nBattery=1\nFirstUseDate=2023-04-01\nFirstUseDate=2023-04-03",
-            {{L"CycleCount", L"120"}, {L"FirstUseDate", L"2023-04-01"}, {L"TotalBatteryAwakeHrs", L"812"}},
-            {{L"FirstUseDate", L"2023-04-09"}}},
+            L"CycleCount=120;FirstUseDate=2023-04-01;TotalBatteryAwakeHrs=812;", L"FirstUseDate=2023-04-09;"},
            // The serial number decides where the machine knows it (the second's), else the number.
-           {"Battery=1,OTHER\nUsage=2024-05-31,120,812", usage, {}},
-           {"Battery=1,ABC\nUsage=2024-05-31,120,812", {}, usage},
-           {"Battery=2,UnKnown\nUsage=2024-05-31,120,812", {}, usage},
-           {"Battery=2,OTHER\nUsage=2024-05-31,120,812", {}, {}},
-           {"Battery=3,ABC\nUsage=2024-05-31,120,812", {}, usage},
+           {"Battery=1,OTHER\nUsage=2024-05-31,120,812", usage, L""},
+           {"Battery=1,ABC\nUsage=2024-05-31,120,812", L"", usage},
+           {"Battery=2,UnKnown\nUsage=2024-05-31,120,812", L"", usage},
+           {"Battery=2,OTHER\nUsage=2024-05-31,120,812", L"", L""},
+           {"Battery=3,ABC\nUsage=2024-05-31,120,812", L"", usage},
            // What cannot be used is left out, and what follows a battery that cannot be read is nobody's.
-           {"Usage=2024-05-31,120,812", {}, {}, {fault + L"1: it follows no battery"}},
-           {"Battery=1\nBattery=0,SECRET\nUsage=2024-05-31,120,812", {}, {}, {fault + L"2: a field is 0"}},
-           {"Battery=SECRET\n", {}, {}, {fault + L"1: a field is no number"}},
-           {"Battery=4294967296\n", {}, {}, {fault + L"1: a field is no number"}},
-           {"Battery=1\nUsage=2024-05-31,120\nUsage=SECRET",
-            {},
-            {},
+           {"Usage=2024-05-31,120,812", L"", L"", {fault + L"1: it follows no battery"}},
+           {"Battery=1\nBattery=0,SECRET\nUsage=2024-05-31,120,812", L"", L"", {fault + L"2: a field is 0"}},
+           {"Battery=SECRET\n", L"", L"", {fault + L"1: a field is no number"}},
+           {"Battery=4294967296\n", L"", L"", {fault + L"1: a field is no number"}},
+           {"Battery=1\nUsage=2024-05-31,120\nUsage=SECRET\nUsage=2024-05-31,120,812,3\nFirstUseDate=2023-04-01,"
+            "1\nBattery=1,2,3\nUsage=2024-05-31,120,812",
+            L"",
+            L"",
             {fault + L"2: another number of fields than its name wants"}},
            {"Battery=1\nFirstUseDate=2024-02-30\nUsage=2024-05-31,120,812\nUsage=2024-06-01,0,1",
             usage,
-            {},
+            L"",
             {fault + L"2: a field is no date"}},
-           {"Battery=1\nBattery=2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18\nUsage=2024-05-31,120,812",
-            {},
-            {},
-            {L"PwmFileTool::GetPwmLineDataFieldList, line 2: too many fields", fault + L"3: it follows no battery"}},
-           {"Battery=1\n\xFF", {}, {}, {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
-           {std::string("B\0a\0", 4), {}, {}, {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
+           {"Battery=1\nBattery=2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18\nUsage=,1,2,3,4,5,6,7,8,9,0,1,2,3,4,5,6,"
+            "7\nUsage=2024-05-31,120,812",
+            L"",
+            L"",
+            {L"PwmFileTool::GetPwmLineDataFieldList, line 2: too many fields", fault + L"4: it follows no battery"}},
+           {"Battery=1\n\xFF", L"", L"", {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
+           {std::string("B\0a\0", 4), L"", L"", {L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text"}},
        }) {
     SCOPED_TRACE(row.text);
     lines_.Clear();
@@ -239,9 +213,8 @@ TEST_F(BatterySourceTest, ALogFileTellsOfTheBatteriesThatItNames) {
     power_manager_.Set({.logs = {.logs = {{.name = "a.PWM", .bytes = row.text.size(), .text = row.text}}}});
     GetBatteryInfoFromPwmLogFile(power_manager_, list, log_);
     EXPECT_EQ(Facts(list.front()), row.first);
-    ItemData second = Facts(list.back());
-    second.erase(L"SerialNumber");
-    EXPECT_EQ(second, row.second);
+    list.back().set_batterySerialNumber(L"");
+    EXPECT_EQ(Facts(list.back()), row.second);
     EXPECT_EQ(lines_.Lines(), row.said);
   }
 }
@@ -260,8 +233,9 @@ TEST_F(BatterySourceTest, LogFilesFillGapsTheNewestFirst) {
   std::list<BatteryInfo> list(17);
   list.front().set_batteryTotalBatteryAwakeHrs(L"5");
   GetBatteryInfoFromPwmLogFile(power_manager_, list, log_);
-  EXPECT_EQ(Facts(list.front()), (ItemData{{L"CycleCount", L"120"}, {L"TotalBatteryAwakeHrs", L"5"}}));
+  EXPECT_EQ(Facts(list.front()), L"CycleCount=120;TotalBatteryAwakeHrs=5;");
   EXPECT_EQ(list.front().pwmFileInfo().usage_hours, 812u);
+  EXPECT_EQ(list.front().pwmFileInfo().battery_number, 1u);
   EXPECT_EQ(std::next(list.rbegin())->batteryFirstUseDate(), L"2023-04-01");
   EXPECT_EQ(list.back().batteryCycleCount(), L"UnKnown");
   EXPECT_EQ(lines_.Lines(), (std::vector<std::wstring>{

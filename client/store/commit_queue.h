@@ -8,6 +8,7 @@
 #include <functional>
 #include <mutex>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct QueuedRecord {
   RecordRow row;
   std::wstring_view dataset_name;  ///< For log lines.
   int result = kNotWritten;        ///< Set by the commit.
+  std::string problem;             ///< What the database said of a result that is its error; else empty.
   std::int64_t sequence = 0;       ///< Where it stands in the file; set with the result 0.
 
  private:

@@ -262,8 +262,10 @@ class EventDataLogging::Impl {
   void WriteRecords(std::span<QueuedRecord* const> records) {
     StoreConnections::WritingSide* const writing = connections_.writing();
     if (writing == nullptr) {
-      for (QueuedRecord* record : records)
+      for (QueuedRecord* record : records) {
         record->result = kStoreClosed;
+        record->problem.clear();
+      }
       return;
     }
     std::vector<QueuedRecord> waiting;

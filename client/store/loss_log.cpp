@@ -26,7 +26,7 @@ void LossLog::LogOne(const QueuedRecord& record) const {
   const bool waits = record.row.kind != RecordKind::kItem && MayBeWrittenLater(record.result);
   log_.e(L"%s: a record of dataset %s %s, error %d (%s)", L"EventDataLogging::Write", record.dataset_name,
          waits ? L"waits for the next one that can be written" : L"is lost", record.result,
-         StoreErrorText(record.result));
+         record.problem.empty() ? StoreErrorText(record.result) : String::UTF8ToUTF16(record.problem));
 }
 
 void LossLog::LogRefusal(const QueuedRecord& record) {

@@ -5,9 +5,10 @@
 namespace TVK {
 namespace {
 
-void SetResults(std::span<QueuedRecord* const> records, int code) {
+void SetResults(std::span<QueuedRecord* const> records, int code, const std::string& problem) {
   for (QueuedRecord* record : records) {
     if (code != SQLITE_OK || record->result != kStoreUnknownContext) record->result = code;
+    record->problem = problem;
   }
 }
 
@@ -47,12 +48,12 @@ void RecordWriter::Write(std::span<QueuedRecord* const> contexts, std::span<Queu
   // When not even a transaction could be begun, each by itself would only wait for the same answer.
   if (code == SQLITE_OK || !began_ || contexts.size() + records.size() <= 1) return;
   if (!contexts.empty()) code = WriteTogether(contexts, {}, now_seconds);
-  if (!contexts.empty() && code != SQLITE_OK) return SetResults(records, code);
+  if (!contexts.empty() && code != SQLITE_OK) return SetResults(records, code, contexts.front()->problem);
   for (QueuedRecord* const& record : records) {
     if (began_) {
       code = WriteTogether({}, {&record, 1}, now_seconds);
     } else {
-      record->result = code;
+      SetResults({&record, 1}, code, {});
     }
   }
 }
@@ -67,9 +68,10 @@ int RecordWriter::WriteTogether(std::span<QueuedRecord* const> contexts, std::sp
     }
   }
   if (code == SQLITE_OK) code = Run(commit_).Finish();
+  const std::string problem = code == SQLITE_OK ? "" : database_.Message(code);
   if (code != SQLITE_OK) database_.Rollback();
-  SetResults(contexts, code);
-  SetResults(records, code);
+  SetResults(contexts, code, problem);
+  SetResults(records, code, problem);
   return code;
 }
 

@@ -104,13 +104,26 @@ std::optional<unsigned char> Database::ByteAt(std::int64_t offset) {
 }
 
 std::string Database::Message(int code) const {
-  if (Primary(sqlite3_errcode(handle_)) != code) return sqlite3_errstr(code);  // of something that came after it
-  std::string message = sqlite3_errmsg(handle_);
-  const int system_error = sqlite3_system_errno(handle_);
-  if (code == SQLITE_CANTOPEN && system_error != 0) {
-    message += ": " + std::system_category().message(system_error);
-  }
+  const bool last = Primary(sqlite3_errcode(handle_)) == code;
+  std::string message = last ? sqlite3_errmsg(handle_) : sqlite3_errstr(code);
+  int system_error = 0;
+  if (code == SQLITE_CANTOPEN && last) system_error = sqlite3_system_errno(handle_);
+  if (code == SQLITE_IOERR) system_error = FileError();
+  if (system_error != 0) message += ": " + std::system_category().message(system_error);
   return message;
+}
+
+// A commit that fails leaves nothing at the connection; each file keeps what the system said last.
+int Database::FileError() const {
+  for (const int which : {SQLITE_FCNTL_JOURNAL_POINTER, SQLITE_FCNTL_FILE_POINTER}) {
+    sqlite3_file* file = nullptr;
+    int error = 0;
+    if (sqlite3_file_control(handle_, "main", which, &file) == SQLITE_OK && IsOpen(file) &&
+        file->pMethods->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK && error != 0) {
+      return error;
+    }
+  }
+  return 0;
 }
 
 int Statement::Prepare(Database& database, std::string_view sql) {

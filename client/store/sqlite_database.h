@@ -53,11 +53,14 @@ class Database {
   /// The byte at this place of the file; nothing when it cannot be read.
   std::optional<unsigned char> ByteAt(std::int64_t offset);
 
-  /// What SQLite says about the error `code`, its last one, and the system where it was the system's refusal.
+  /// What SQLite says about the error `code`, its last one, and the system where it was the system's refusal: that a
+  /// file may not be longer, say.
   std::string Message(int code) const;
   sqlite3* handle() const { return handle_; }
 
  private:
+  int FileError() const;
+
   sqlite3* handle_ = nullptr;
 };
 

@@ -13,8 +13,8 @@ namespace TVK {
 /// One id of a list, or a range of them; as its digits stand there.
 struct EventIdItem {
   bool suppressed = false;  ///< Taken out of what the others select.
-  std::wstring first;       ///< 0..65535, as `last`.
-  std::wstring last;        ///< Not below `first`; empty for a single id.
+  std::wstring first = {};  ///< 0..65535, as `last`.
+  std::wstring last = {};   ///< Not below `first`; empty for a single id.
 };
 
 /// What such settings select.

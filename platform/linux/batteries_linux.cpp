@@ -1,6 +1,7 @@
 #include "platform/batteries.h"
 
 #include "platform/linux/doors_linux.h"
+#include "platform/linux/power_supplies.h"
 
 namespace platform {
 namespace {
@@ -9,7 +10,17 @@ class LinuxBatteries final : public Batteries {
  public:
   explicit LinuxBatteries(const Sysroot& root) : root_(root) {}
 
-  std::vector<BatteryFacts> List() override { return {}; }
+  std::vector<BatteryFacts> List() override {
+    std::vector<PowerSupply> supplies = ReadPowerSupplies(root_);
+    const auto source = SumUpPower(supplies).source;
+    std::vector<BatteryFacts> batteries;
+    for (PowerSupply& supply : supplies) {
+      if (supply.kind != PowerSupply::Kind::kBattery) continue;
+      if (source) supply.facts.on_ac = *source == PowerSource::kAc;
+      batteries.push_back(std::move(supply.facts));
+    }
+    return batteries;
+  }
 
  private:
   const Sysroot root_;

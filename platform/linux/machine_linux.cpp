@@ -36,7 +36,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.volumes = MakeVolumes(root, local);
   if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);
-    doors.system_events = MakeSystemEvents(*doors.power);
+    doors.system_events = MakeSystemEvents(*doors.power, *doors.batteries);
   } else {
     const std::filesystem::path recorded = options.sysroot / kDrivesFolder;
     std::error_code failure;

@@ -1,7 +1,7 @@
 #include "platform/power.h"
 
 #include "platform/linux/doors_linux.h"
-#include "platform/linux/power_supply_text.h"
+#include "platform/linux/power_supplies.h"
 
 namespace platform {
 namespace {
@@ -10,16 +10,7 @@ class LinuxPower final : public Power {
  public:
   explicit LinuxPower(const Sysroot& root) : root_(root) {}
 
-  PowerStatus ReadStatus() override {
-    const std::filesystem::path folder = "/sys/class/power_supply";
-    std::vector<PowerSupply> supplies;
-    for (const std::string& name : root_.FolderNames(folder)) {
-      const std::filesystem::path supply = folder / name;
-      supplies.push_back(
-          DecodePowerSupply(root_.Read(supply / "uevent").value_or(""), root_.ReadLine(supply / "type")));
-    }
-    return SumUpPower(supplies);
-  }
+  PowerStatus ReadStatus() override { return SumUpPower(ReadPowerSupplies(root_)); }
 
   // The kernel tells of every supply without being asked.
   std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting /*setting*/, void* /*service*/) override {

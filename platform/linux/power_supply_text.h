@@ -2,11 +2,12 @@
 // functions; any thread.
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include <functional>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/batteries.h"
 #include "platform/power.h"
 
 namespace platform {
@@ -15,18 +16,21 @@ namespace platform {
 struct PowerSupply {
   enum class Kind { kOther, kAdapter, kBattery, kUps };
 
-  Kind kind = Kind::kOther;                   ///< Of the machine itself; that of a mouse or a headset counts as other.
-  bool online = false;                        ///< An adapter gives power.
-  bool discharging = false;                   ///< A battery or an uninterruptible supply gives power.
-  std::optional<std::uint32_t> percent = {};  ///< Of a battery, 0..100.
-  std::uint64_t full = 0;                     ///< What a battery holds at most, in its own unit; 0: not told.
+  Kind kind = Kind::kOther;  ///< Of the machine itself; that of a mouse or a headset, and an empty slot, are others.
+  bool online = false;       ///< An adapter gives power.
+  BatteryFacts facts = {};   ///< Of a battery or an uninterruptible supply; without slot, path and on_ac.
 };
 
-/// From the file "uevent" of a supply. `type` is its file of that name, since kernels before 5.9 do not repeat it.
-PowerSupply DecodePowerSupply(std::string_view uevent, std::string_view type);
+/// Gives the content of the file of that name in a supply's folder, as "capacity"; empty when there is none.
+using AttributeReader = std::function<std::string(const std::string& name)>;
+
+/// From the file "uevent" of a supply. What is missing there (kernels before 5.9 do not repeat the type, and not every
+/// driver's notices hold all) is asked from `attribute`. Charges count as the energies that they are at the voltage
+/// that the battery was designed for. A remaining time that the driver does not tell is computed from the present rate.
+PowerSupply DecodePowerSupply(std::string_view uevent, const AttributeReader& attribute);
 
 /// What the supplies of a machine come to. The percentage weighs batteries by what they hold where all tell that.
-/// Without any adapter, a battery that is not being discharged stands for one. No supplies: nothing is told.
+/// Without any adapter, batteries of which none is being discharged stand for one. No supplies: nothing is told.
 PowerStatus SumUpPower(const std::vector<PowerSupply>& supplies);
 
 }  // namespace platform

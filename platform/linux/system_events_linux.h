@@ -1,6 +1,7 @@
 // The system's events from the kernel's notices.
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "platform/linux/kernel_notices.h"
@@ -8,13 +9,17 @@
 
 namespace platform {
 
+class Batteries;
 class Power;
 class Runtime;
 
-/// Starts a thread of `runtime` that waits for `notices`, and for nothing else, and compares what `power` tells with
-/// what it told before. Both must outlive the source. A sleep is told when it is over, as a suspend and a resume.
-/// Throws std::system_error when the system gives no thread or descriptor.
+/// Starts a thread of `runtime` that waits for `notices`, and, while a battery is in use whose driver is not known to
+/// send any, looks itself when there was none for `poll`. It compares what `power` and `batteries` tell with what they
+/// told before. All must outlive the source. The percentage is told again when a battery comes, goes or is replaced and
+/// another one is there. A sleep is told when it is over, as a suspend and a resume. Throws std::system_error when the
+/// system gives no thread or descriptor.
 std::unique_ptr<SystemEventSource> FollowKernelNotices(Runtime& runtime, std::unique_ptr<KernelNotices> notices,
-                                                       Power& power, SystemEventCallback callback);
+                                                       Power& power, Batteries& batteries, SystemEventCallback callback,
+                                                       std::chrono::milliseconds poll = std::chrono::minutes(1));
 
 }  // namespace platform

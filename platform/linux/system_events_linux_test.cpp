@@ -9,7 +9,6 @@
 #include <mutex>
 
 #include "platform/linux/block_device_text.h"
-#include "platform/linux/power_supply_text.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/local.h"
 #include "testing/recorded_tree.h"
@@ -18,53 +17,6 @@ namespace platform {
 namespace {
 
 using namespace std::chrono_literals;
-
-TEST(PowerSupplyTest, SuppliesComeToOneStatus) {
-  struct Supply {
-    const char* type;
-    const char* uevent;
-  };
-  constexpr Supply kMainsOn = {"Mains", "POWER_SUPPLY_ONLINE=1\n"};
-  constexpr Supply kMainsOff = {"Mains\n", "POWER_SUPPLY_ONLINE=0\n"};
-  constexpr Supply kBattery = {"Battery", "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=40\n"};
-  constexpr Supply kSmall = {"Battery", "POWER_SUPPLY_CAPACITY=90\nPOWER_SUPPLY_ENERGY_FULL=10\n"};
-  constexpr Supply kLarge = {"Battery", "POWER_SUPPLY_CHARGE_FULL=30\nPOWER_SUPPLY_CAPACITY=50\n"};
-  constexpr Supply kMouse = {"Battery",
-                             "POWER_SUPPLY_CAPACITY=3\nPOWER_SUPPLY_STATUS=Discharging\n"
-                             "POWER_SUPPLY_SCOPE=Device\n"};
-  struct Row {
-    std::vector<Supply> supplies;
-    std::optional<PowerSource> source;
-    std::optional<std::uint32_t> percent;
-  };
-  const Row rows[] = {
-      {{}, {}, {}},
-      {{kMainsOn, kBattery}, PowerSource::kAc, 40},
-      {{kMainsOff, kBattery}, PowerSource::kBattery, 40},
-      {{kMainsOff, {"USB_PD", "POWER_SUPPLY_ONLINE=2\n"}, kBattery}, PowerSource::kAc, 40},
-      {{kMainsOff, {"Wireless", "POWER_SUPPLY_ONLINE=1"}}, PowerSource::kAc, {}},
-      {{kMainsOff, kLarge}, PowerSource::kBattery, 50},
-      {{kBattery}, PowerSource::kBattery, 40},
-      {{kLarge}, PowerSource::kAc, 50},
-      {{kSmall, kLarge}, PowerSource::kAc, 60},
-      {{kSmall, {"Battery", "POWER_SUPPLY_CAPACITY=51"}}, PowerSource::kAc, 71},
-      {{kMouse}, {}, {}},
-      {{kMouse, kMainsOff}, PowerSource::kAc, {}},
-      {{{"UPS", "POWER_SUPPLY_STATUS=Discharging"}, kMainsOn}, PowerSource::kShortTerm, {}},
-      {{{"UPS", "POWER_SUPPLY_STATUS=Charging"}}, PowerSource::kAc, {}},
-      {{{"Battery", "POWER_SUPPLY_CAPACITY=101\nPOWER_SUPPLY_\nPOWER_SUPPLY=\nonline=1"}}, PowerSource::kAc, {}},
-      {{{"", "POWER_SUPPLY_ONLINE=1"}}, {}, {}},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(&row - rows);
-    std::vector<PowerSupply> supplies;
-    for (const Supply& supply : row.supplies)
-      supplies.push_back(DecodePowerSupply(supply.uevent, supply.type));
-    const PowerStatus status = SumUpPower(supplies);
-    EXPECT_EQ(status.source, row.source);
-    EXPECT_EQ(status.percent, row.percent);
-  }
-}
 
 TEST(BlockDeviceNoticeTest, DrivesComeAndGo) {
   using enum DriveChange;
@@ -141,7 +93,13 @@ class SystemEventsLinuxTest : public testing::Test {
     tree_.Write("/sys/class/power_supply/" + name + "/type", type);
   }
   void Mains(bool online) { Supply("AC", "Mains\n", online ? "POWER_SUPPLY_ONLINE=1\n" : "POWER_SUPPLY_ONLINE=0\n"); }
-  void Battery(int percent) { Supply("BAT0", "Battery\n", "POWER_SUPPLY_CAPACITY=" + std::to_string(percent)); }
+  void Battery(int percent, const std::string& more = "") {
+    Supply("BAT0", "Battery\n", "POWER_SUPPLY_CAPACITY=" + std::to_string(percent) + "\n" + more);
+  }
+  std::unique_ptr<SystemEventSource> Follow(std::unique_ptr<KernelNotices> notices, milliseconds poll = 24h) {
+    return FollowKernelNotices(*runtime_, std::move(notices), machine_->power(), machine_->batteries(), callback_,
+                               poll);
+  }
 
   /// The events up to `last`.
   std::vector<SystemEvent> Until(const SystemEvent& last) {
@@ -175,7 +133,7 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   Battery(80);
   auto own = std::make_unique<ScriptedNotices>();
   ScriptedNotices& notices = *own;
-  auto source = FollowKernelNotices(*runtime_, std::move(own), machine_->power(), callback_);
+  auto source = Follow(std::move(own));
 
   Mains(false);
   ScriptedNotices::Give(notices.devices);
@@ -202,7 +160,26 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   ScriptedNotices::Give(notices.login);
   EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, 42}), (Events{SessionChange{SessionChangeKind::kLogon, 42}}))
       << "no news of the power: nobody looked at the battery";
+
+  Battery(5, "POWER_SUPPLY_SERIAL_NUMBER=2");
+  ScriptedNotices::Give(notices.clock);
+  EXPECT_EQ(Until(BatteryPercent{5}), (Events{SleepChange::kSuspend, SleepChange::kResume, BatteryPercent{5}}))
+      << "another battery, as full as the one before";
+  Supply("BAT1", "Battery\n", "POWER_SUPPLY_STATUS=Full");
+  notices.SetNews({.power = true});
+  ScriptedNotices::Give(notices.devices);
+  EXPECT_EQ(Until(BatteryPercent{5}), Events{BatteryPercent{5}}) << "one more, which tells nothing";
   source = nullptr;
+}
+
+TEST_F(SystemEventsLinuxTest, ABatteryWhoseDriverIsSilentIsLookedAt) {
+  Battery(80, "POWER_SUPPLY_STATUS=Discharging");
+  const auto source = Follow(std::make_unique<ScriptedNotices>(), 1ms);
+  for (const std::uint32_t percent : {79u, 78u}) {
+    tree_.Write("/sys/class/power_supply/BAT0/uevent",
+                "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=" + std::to_string(percent));
+    EXPECT_FALSE(Until(BatteryPercent{percent}).empty()) << percent;
+  }
 }
 
 TEST(UserSessionsTest, LoginsAndTheConsoleAreCompared) {

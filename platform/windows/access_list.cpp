@@ -21,6 +21,8 @@ constexpr std::string_view kOwnerRights = "S-1-3-4";
 
 constexpr std::uint32_t kWriting = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA | FILE_WRITE_ATTRIBUTES |
                                    FILE_DELETE_CHILD | DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL;
+// To put something else in the place of the object or of what lies in it, or to give oneself the right to.
+constexpr std::uint32_t kReplacing = FILE_DELETE_CHILD | DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_ALL;
 constexpr std::uint32_t kReading = FILE_READ_DATA | GENERIC_READ | GENERIC_ALL;
 
 bool IsTrusted(const AccessEntry& entry) {
@@ -32,6 +34,12 @@ bool IsNamedOne(std::string_view sid) {
   if (sid.starts_with("S-1-5-80-") || sid.starts_with("S-1-12-1-")) return true;  // services, accounts of a cloud
   constexpr unsigned long kFirstMade = 1000;  // below: what each machine and domain has, such as "Domain Users"
   return sid.starts_with("S-1-5-21-") && std::strtoul(sid.substr(sid.rfind('-') + 1).data(), nullptr, 10) >= kFirstMade;
+}
+
+bool OnlyTrustedHave(std::uint32_t rights, const AccessList& list) {
+  return IsTrustedAccount(list.owner) && std::ranges::all_of(list.allowed, [&](const AccessEntry& entry) {
+           return !entry.here || (entry.mask & rights) == 0 || IsTrusted(entry);
+         });
 }
 
 AccessEntry ReadEntry(const ACE_HEADER& header) {
@@ -83,9 +91,11 @@ std::optional<AccessList> ReadAccessList(const std::filesystem::path& path) {
 }
 
 bool OnlyTrustedMayWrite(const AccessList& list) {
-  return IsTrustedAccount(list.owner) && std::ranges::all_of(list.allowed, [](const AccessEntry& entry) {
-           return !entry.here || (entry.mask & kWriting) == 0 || IsTrusted(entry);
-         });
+  return OnlyTrustedHave(kWriting, list);
+}
+
+bool OnlyTrustedMayReplace(const AccessList& list) {
+  return OnlyTrustedHave(kReplacing, list);
 }
 
 bool IsTooOpen(const AccessList& list) {

@@ -31,6 +31,10 @@ std::optional<AccessList> ReadAccessList(const std::filesystem::path& path);
 /// loading it runs nobody else's code.
 bool OnlyTrustedMayWrite(const AccessList& list);
 
+/// The same of putting something else in the place of the object or of what lies in it; who may only add to a folder
+/// does not count. True of the folders above: nobody else can lead us elsewhere.
+bool OnlyTrustedMayReplace(const AccessList& list);
+
 /// Whether a folder of ours is open to others: somebody who is not trusted may write in it or list or read what it
 /// holds. As a file's group on Linux, single accounts and groups of the machine's or the domain's own making, or
 /// services, may read: an administrator has named them.

@@ -32,31 +32,35 @@ TEST(AccessList, Verdicts) {
     std::string owner;
     AccessEntry entry;  // beside the system's and the administrators' full rights
     bool only_trusted_write;
+    bool only_trusted_replace;
     bool too_open;
   };
   for (const Row& row : {
-           Row{"a folder of our making", kSystem, {own, kFull}, true, false},
-           Row{"made by an administrator below %ProgramData%", kAdministrators, {kUsers, kRead}, true, true},
-           Row{"with the right to make files, too", kAdministrators, {kUsers, FILE_ADD_FILE}, false, true},
-           Row{"or folders", kAdministrators, {kUsers, FILE_ADD_SUBDIRECTORY}, false, true},
-           Row{"a folder of the system's", kInstaller, {kInstaller, GENERIC_ALL}, true, false},
-           Row{"for what is made in it alone", kSystem, {kUsers, kRead, false}, true, true},
-           Row{"and written", kSystem, {kUsers, GENERIC_WRITE, false}, true, true},
-           Row{"whoever makes something has it", kSystem, {kCreatorOwner, kFull, false}, true, false},
-           Row{"without a list", kSystem, {kEveryone, GENERIC_ALL}, false, true},
-           Row{"generic rights", kSystem, {kEveryone, GENERIC_READ}, true, true},
-           Row{"through which everybody may pass", kSystem, {kEveryone, FILE_TRAVERSE | SYNCHRONIZE}, true, false},
-           Row{"an account was let read", kSystem, {kAccount, kRead}, true, false},
-           Row{"an account was let write", kSystem, {kAccount, kModify}, false, true},
-           Row{"a service was let read", kSystem, {kService, kRead}, true, false},
-           Row{"a service may change the list", kSystem, {kService, WRITE_DAC}, false, true},
-           Row{"a group that every user is in", kSystem, {kDomainUsers, kRead}, true, true},
-           Row{"a form of entry that we do not know", kSystem, {"?", GENERIC_ALL}, false, true},
-           Row{"another's", kAccount, {kSystem, kFull}, false, false},
-           Row{"the owner is not told", "", {kSystem, kFull}, false, false},
+           Row{"a folder of our making", kSystem, {own, kFull}, true, true, false},
+           Row{"made by an administrator below %ProgramData%", kAdministrators, {kUsers, kRead}, true, true, true},
+           Row{"with the right to make files, too", kAdministrators, {kUsers, FILE_ADD_FILE}, false, true, true},
+           Row{"or folders", kAdministrators, {kUsers, FILE_ADD_SUBDIRECTORY}, false, true, true},
+           Row{"or to rename what lies in it", kAdministrators, {kUsers, FILE_DELETE_CHILD}, false, false, true},
+           Row{"to write as files have it", kAdministrators, {kUsers, GENERIC_WRITE}, false, true, true},
+           Row{"a folder of the system's", kInstaller, {kInstaller, GENERIC_ALL}, true, true, false},
+           Row{"for what is made in it alone", kSystem, {kUsers, kRead, false}, true, true, true},
+           Row{"and written", kSystem, {kUsers, GENERIC_WRITE, false}, true, true, true},
+           Row{"whoever makes something has it", kSystem, {kCreatorOwner, kFull, false}, true, true, false},
+           Row{"without a list", kSystem, {kEveryone, GENERIC_ALL}, false, false, true},
+           Row{"generic rights", kSystem, {kEveryone, GENERIC_READ}, true, true, true},
+           Row{"everybody may pass", kSystem, {kEveryone, FILE_TRAVERSE | SYNCHRONIZE}, true, true, false},
+           Row{"an account was let read", kSystem, {kAccount, kRead}, true, true, false},
+           Row{"an account was let write", kSystem, {kAccount, kModify}, false, false, true},
+           Row{"a service was let read", kSystem, {kService, kRead}, true, true, false},
+           Row{"a service may change the list", kSystem, {kService, WRITE_DAC}, false, false, true},
+           Row{"a group that every user is in", kSystem, {kDomainUsers, kRead}, true, true, true},
+           Row{"a form of entry that we do not know", kSystem, {"?", GENERIC_ALL}, false, false, true},
+           Row{"another's", kAccount, {kSystem, kFull}, false, false, false},
+           Row{"the owner is not told", "", {kSystem, kFull}, false, false, false},
        }) {
     const AccessList list{row.owner, {{kSystem, kFull}, {kAdministrators, kFull}, row.entry}};
     EXPECT_EQ(OnlyTrustedMayWrite(list), row.only_trusted_write) << row.what;
+    EXPECT_EQ(OnlyTrustedMayReplace(list), row.only_trusted_replace) << row.what;
     EXPECT_EQ(IsTooOpen(list), row.too_open) << row.what;
   }
 }

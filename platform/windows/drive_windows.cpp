@@ -1,9 +1,11 @@
 #include "platform/windows/drive_windows.h"
 
-#include <algorithm>
+#include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "platform/storage_query.h"
+#include "platform/windows/driver_request.h"
 #include "platform/windows/text.h"
 
 #include <ntddscsi.h>
@@ -106,17 +108,6 @@ class WindowsDrive final : public Drive {
 UniqueFile OpenDrive(const std::wstring& path, DWORD access) {
   return UniqueFile(
       CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
-}
-
-DriverAnswer AskDriver(HANDLE drive, DWORD code, std::span<const std::uint8_t> request, std::size_t size) {
-  DriverAnswer answer{ERROR_SUCCESS, Bytes(size)};
-  DWORD given = 0;
-  const bool done =
-      DeviceIoControl(drive, code, const_cast<std::uint8_t*>(request.data()), static_cast<DWORD>(request.size()),
-                      answer.bytes.data(), static_cast<DWORD>(size), &given, nullptr) != FALSE;
-  if (!done) answer.error = GetLastError();
-  answer.bytes.resize(done ? std::min<std::size_t>(given, size) : 0);
-  return answer;
 }
 
 std::unique_ptr<Drive> MakeDrive(const DriveListing& listing, UniqueFile file) {

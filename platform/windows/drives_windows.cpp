@@ -13,6 +13,7 @@
 #include "platform/storage_query.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/drive_windows.h"
+#include "platform/windows/driver_request.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/sys.h"
 #include "platform/windows/text.h"

@@ -1,4 +1,4 @@
-// The door to drives before a driver that answers as the test scripts it (drive_stand_in.cpp), in a prefix of its own.
+// The door to drives before a driver that answers as the test scripts it (driver_stand_in.cpp), in a prefix of its own.
 #include "platform/drives.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <filesystem>
 #include <future>
 #include <string>
 #include <vector>
@@ -14,19 +13,15 @@
 #include "platform/ata_command.h"
 #include "platform/little_endian.h"
 #include "platform/storage_query.h"
-#include "platform/this_program.h"
 #include "platform/windows/doors_windows.h"
-#include "platform/windows/owner.h"
-#include "platform/windows/text.h"
+#include "platform/windows/scripted_driver.h"
 
 #include <ntddscsi.h>
-#include <winioctl.h>
-
-#include "platform/windows/drive_stand_in.h"
 
 namespace platform {
 namespace {
 
+using windows::ScriptedDriver;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t kProtocolCommand = 0x2DD3C0;  // IOCTL_STORAGE_PROTOCOL_COMMAND
@@ -40,71 +35,6 @@ constexpr std::uint32_t kIoError = 0xC0000185;             // 1117
 constexpr std::uint32_t kAccessDenied = 0xC0000022;        // 5
 constexpr std::uint32_t kTimeout = 0xC00000B5;             // 121
 constexpr std::uint32_t kDeviceNotConnected = 0xC000009D;  // 1167
-
-/// The driver, loaded by the service manager as long as this lives.
-class StandIn {
- public:
-  StandIn()
-      : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)),
-        service_(CreateServiceW(manager_.get(), drive_stand_in::kControlName, nullptr, SERVICE_ALL_ACCESS,
-                                SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
-                                (ThisProgram().parent_path() / "drive_stand_in.sys").c_str(), nullptr, nullptr, nullptr,
-                                nullptr, nullptr)) {
-    if (!service_ || !StartServiceW(service_.get(), 0, nullptr)) {
-      ADD_FAILURE() << windows::LastErrorText("the driver does not start");
-      return;
-    }
-    const std::wstring path = LR"(\\.\)" + std::wstring(drive_stand_in::kControlName);
-    control_.Reset(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                               OPEN_EXISTING, 0, nullptr));
-    EXPECT_TRUE(control_) << windows::LastErrorText("the driver is not there");
-  }
-  ~StandIn() {
-    control_.Reset();
-    SERVICE_STATUS status{};
-    EXPECT_TRUE(ControlService(service_.get(), SERVICE_CONTROL_STOP, &status));
-    EXPECT_TRUE(DeleteService(service_.get()));
-  }
-  StandIn(const StandIn&) = delete;
-  StandIn& operator=(const StandIn&) = delete;
-
-  void Answer(unsigned drive, std::uint32_t code, std::uint32_t selector, const Bytes& bytes, std::uint32_t status = 0,
-              bool held = false) {
-    auto answer = std::make_unique<drive_stand_in::Answer>();
-    *answer = {drive, code, selector, static_cast<int>(status), held, static_cast<unsigned>(bytes.size()), {}};
-    ASSERT_LE(bytes.size(), sizeof(answer->bytes));
-    std::ranges::copy(bytes, answer->bytes);
-    Tell(drive_stand_in::kAnswer, answer.get(), offsetof(drive_stand_in::Answer, bytes) + bytes.size());
-  }
-  void Tell(std::uint32_t code, std::uint32_t one = 0, std::uint32_t other = 0) {
-    const std::uint32_t words[] = {one, other};
-    Tell(code, words, sizeof(words));
-  }
-  /// Of no drive unless it is the stand-in's.
-  void Unname(unsigned number) {
-    DWORD given = 0;
-    DeviceIoControl(control_.get(), drive_stand_in::kUnname, &number, sizeof(number), nullptr, 0, &given, nullptr);
-  }
-  drive_stand_in::Request LastRequest(unsigned drive) {
-    drive_stand_in::Request request{};
-    DWORD given = 0;
-    EXPECT_TRUE(DeviceIoControl(control_.get(), drive_stand_in::kRequest, &drive, sizeof(drive), &request,
-                                sizeof(request), &given, nullptr));
-    return request;
-  }
-
- private:
-  void Tell(std::uint32_t code, const void* bytes, std::size_t size) {
-    DWORD given = 0;
-    EXPECT_TRUE(DeviceIoControl(control_.get(), code, const_cast<void*>(bytes), static_cast<DWORD>(size), nullptr, 0,
-                                &given, nullptr))
-        << windows::LastErrorText("the driver refuses");
-  }
-
-  windows::UniqueService manager_;
-  windows::UniqueService service_;
-  windows::UniqueFile control_;
-};
 
 Bytes Descriptor(STORAGE_BUS_TYPE bus, const std::string& model, const std::string& serial) {
   STORAGE_DEVICE_DESCRIPTOR head{};
@@ -144,21 +74,22 @@ Bytes AtaReplyBytes(std::uint8_t error, std::uint8_t status, bool sector, std::u
 
 class DrivesWindows : public testing::Test {
  protected:
-  static void SetUpTestSuite() { stand_in_ = new StandIn; }
+  static void SetUpTestSuite() { stand_in_ = new ScriptedDriver(false); }
   static void TearDownTestSuite() { delete std::exchange(stand_in_, nullptr); }
 
   DrivesWindows() {
     for (unsigned number = 0; number < 10; ++number)
-      driver().Unname(number);  // those of the system
+      Unname(number);  // those of the system
     AddDrive(0, 0, Descriptor(BusTypeNvme, "Contoso 1TB", "0025_38B1"));
     AddDrive(1, 2, Descriptor(BusTypeSata, "Litware Disk", "LW-1"));
   }
-  ~DrivesWindows() override { driver().Tell(drive_stand_in::kReset); }
+  ~DrivesWindows() override { driver().Tell(driver_stand_in::kReset); }
 
-  StandIn& driver() { return *stand_in_; }
+  ScriptedDriver& driver() { return *stand_in_; }
+  void Unname(unsigned name) { driver().Unname(L"PhysicalDrive" + std::to_wstring(name)); }
   /// PhysicalDrive`name`.
   void AddDrive(unsigned drive, unsigned name, const Bytes& descriptor) {
-    driver().Tell(drive_stand_in::kName, drive, name);
+    driver().Name(drive, L"PhysicalDrive" + std::to_wstring(name));
     driver().Answer(drive, IOCTL_STORAGE_QUERY_PROPERTY, StorageDeviceProperty, descriptor);
   }
   void AnswerNvme(std::uint32_t scope, const Bytes& bytes, std::uint32_t status = 0) {
@@ -173,7 +104,7 @@ class DrivesWindows : public testing::Test {
     return std::move(opening.drive);
   }
 
-  static inline StandIn* stand_in_ = nullptr;
+  static inline ScriptedDriver* stand_in_ = nullptr;
   const std::unique_ptr<Drives> drives_ = windows::MakeDrives();
 };
 
@@ -190,7 +121,7 @@ TEST_F(DrivesWindows, AreListedWithTheirGapsAndKnownAgain) {
   driver().Answer(1, IOCTL_STORAGE_QUERY_PROPERTY, StorageDeviceSeekPenaltyProperty, bytes);
   bytes.assign(sizeof(DISK_GEOMETRY_EX), 0);
   PutLittleEndian(bytes, offsetof(DISK_GEOMETRY_EX, DiskSize), std::uint64_t{2'000'000'000'000});
-  driver().Answer(1, IOCTL_DISK_GET_DRIVE_GEOMETRY_EX, drive_stand_in::kAnySelector, bytes);
+  driver().Answer(1, IOCTL_DISK_GET_DRIVE_GEOMETRY_EX, driver_stand_in::kAnySelector, bytes);
   const auto list = drives_->List();
   EXPECT_EQ(list, (std::vector<DriveListing>{{.path = R"(\\.\PhysicalDrive0)",
                                               .bus = DriveBus::kNvme,
@@ -203,7 +134,7 @@ TEST_F(DrivesWindows, AreListedWithTheirGapsAndKnownAgain) {
                                               .bytes = 2'000'000'000'000,
                                               .rotating = true}}));
   // Another drive gets the number of one that has gone.
-  driver().Unname(2);
+  Unname(2);
   EXPECT_EQ(drives_->Open(list[1]).result, DriveResult::kGone);
   AddDrive(2, 2, Descriptor(BusTypeSata, "Litware Disk", "LW-2"));
   EXPECT_EQ(drives_->Open(list[1]).result, DriveResult::kGone);
@@ -212,14 +143,14 @@ TEST_F(DrivesWindows, AreListedWithTheirGapsAndKnownAgain) {
 
 TEST_F(DrivesWindows, NvmePagesNeedNoRightToTheDrive) {
   const auto drive = Open(0);
-  driver().Unname(0);  // a second opening fails: Wine would not let a driver refuse one for want of a right
+  Unname(0);  // a second opening fails: Wine would not let a driver refuse one for want of a right
   for (const auto& [page, size] : {std::pair{DrivePage::kNvmeController, 4096}, std::pair{DrivePage::kNvmeHealth, 512},
                                    std::pair{DrivePage::kNvmeSelfTestLog, 564}}) {
     AnswerNvme(kController, NvmeReply(page));
     Expect(drive->Read(page), DriveResult::kDone, 0, Page(static_cast<std::size_t>(size)));
     const auto request = driver().LastRequest(0);
     EXPECT_EQ(Bytes(request.bytes, request.bytes + request.size), NvmePageRequest(page, NvmeScope::kController));
-    driver().Tell(drive_stand_in::kForget);
+    driver().Tell(driver_stand_in::kForget);
   }
   EXPECT_EQ(drive->Do(DriveAction::kNvmeStartShortSelfTest).result, DriveResult::kGone);
   EXPECT_EQ(drive->ReadPower(), DrivePower::kAwake);
@@ -253,7 +184,7 @@ TEST_F(DrivesWindows, NvmeAnswersThatAreNoneAreToldApart) {
     for (const std::uint32_t scope : {kController, kNamespace})
       AnswerNvme(scope, row.bytes, row.status);
     Expect(drive->Read(DrivePage::kNvmeHealth), row.result, row.error);
-    driver().Tell(drive_stand_in::kForget);
+    driver().Tell(driver_stand_in::kForget);
   }
   // Of the namespace where the driver does not tell of the controller.
   AnswerNvme(kController, {}, kInvalidRequest);
@@ -270,8 +201,8 @@ TEST_F(DrivesWindows, NvmeSelfTestsSucceedByWhatTheDriverReturns) {
   PutLittleEndian(refused, 144 + 12, std::uint32_t{0x11D << 1});
   Bytes done = request;
   PutLittleEndian(done, 16, std::uint32_t{1});
-  driver().Answer(0, kProtocolCommand, drive_stand_in::kAnySelector, refused);
-  driver().Answer(0, kProtocolCommand, drive_stand_in::kAnySelector, done);
+  driver().Answer(0, kProtocolCommand, driver_stand_in::kAnySelector, refused);
+  driver().Answer(0, kProtocolCommand, driver_stand_in::kAnySelector, done);
   Expect(drive->Do(DriveAction::kNvmeStartShortSelfTest), DriveResult::kRefused, 0x11D);
   const auto asked = driver().LastRequest(0);
   EXPECT_EQ(Bytes(asked.bytes, asked.bytes + asked.size), request);
@@ -281,7 +212,7 @@ TEST_F(DrivesWindows, NvmeSelfTestsSucceedByWhatTheDriverReturns) {
 TEST_F(DrivesWindows, AtaCommandsSucceedByTheDrivesRegisters) {
   const auto drive = Open(1);
   const auto answer = [this](const Bytes& bytes, std::uint32_t status = 0) {
-    driver().Answer(1, IOCTL_ATA_PASS_THROUGH, drive_stand_in::kAnySelector, bytes, status);
+    driver().Answer(1, IOCTL_ATA_PASS_THROUGH, driver_stand_in::kAnySelector, bytes, status);
   };
   answer(AtaReplyBytes(0, 0x50, true));
   answer(AtaReplyBytes(0x04, 0x51, true));
@@ -307,7 +238,7 @@ TEST_F(DrivesWindows, AtaCommandsSucceedByTheDrivesRegisters) {
 TEST_F(DrivesWindows, DriversWithoutThePassThroughAreAskedTheOlderWay) {
   const auto drive = Open(1);
   const auto answer = [this](const Bytes& bytes) {
-    driver().Answer(1, SMART_RCV_DRIVE_DATA, drive_stand_in::kAnySelector, bytes);
+    driver().Answer(1, SMART_RCV_DRIVE_DATA, driver_stand_in::kAnySelector, bytes);
   };
   Bytes reply(16);
   const Bytes page = Page(512);
@@ -324,10 +255,10 @@ TEST_F(DrivesWindows, DriversWithoutThePassThroughAreAskedTheOlderWay) {
 
 TEST_F(DrivesWindows, CommandsDoNotGoToADriveThatCameInsteadOfTheOpenedOne) {
   const auto drive = Open(1);
-  driver().Answer(1, IOCTL_STORAGE_GET_DEVICE_NUMBER, drive_stand_in::kAnySelector, {}, kDeviceNotConnected);
-  driver().Unname(2);
+  driver().Answer(1, IOCTL_STORAGE_GET_DEVICE_NUMBER, driver_stand_in::kAnySelector, {}, kDeviceNotConnected);
+  Unname(2);
   AddDrive(2, 2, Descriptor(BusTypeSata, "Litware Disk", "LW-2"));
-  driver().Answer(2, IOCTL_ATA_PASS_THROUGH, drive_stand_in::kAnySelector, AtaReplyBytes(0, 0x50, true));
+  driver().Answer(2, IOCTL_ATA_PASS_THROUGH, driver_stand_in::kAnySelector, AtaReplyBytes(0, 0x50, true));
   Expect(drive->Read(DrivePage::kAtaIdentify), DriveResult::kGone, 1167);
 }
 
@@ -335,14 +266,14 @@ TEST_F(DrivesWindows, OneThatDoesNotAnswerHoldsUpNoOther) {
   const auto hanging = Open(0);
   const auto other = Open(1);
   driver().Answer(0, IOCTL_STORAGE_QUERY_PROPERTY, kController, {}, kTimeout, true);
-  driver().Answer(1, IOCTL_ATA_PASS_THROUGH, drive_stand_in::kAnySelector, AtaReplyBytes(0, 0x50, true));
+  driver().Answer(1, IOCTL_ATA_PASS_THROUGH, driver_stand_in::kAnySelector, AtaReplyBytes(0, 0x50, true));
   auto answer = std::async(std::launch::async, [&] { return hanging->Read(DrivePage::kNvmeHealth); });
   while (driver().LastRequest(0).held == 0) {
     ASSERT_EQ(answer.wait_for(std::chrono::seconds(0)), std::future_status::timeout) << "it was answered";
     SwitchToThread();
   }
   Expect(other->Read(DrivePage::kAtaIdentify), DriveResult::kDone, 0, Page(512));
-  driver().Tell(drive_stand_in::kRelease);
+  driver().Tell(driver_stand_in::kRelease);
   Expect(answer.get(), DriveResult::kTimedOut, 121);
 }
 

@@ -1,7 +1,5 @@
 #include "platform/files.h"
 
-#include <userenv.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
@@ -11,6 +9,7 @@
 #include "platform/windows/folder_owners.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
+#include "platform/windows/system_folders.h"
 #include "platform/windows/text.h"
 
 namespace platform {
@@ -78,19 +77,13 @@ DWORD Rename(const std::filesystem::path& from, const std::filesystem::path& to)
   return MoveFileExW(from.c_str(), to.c_str(), kHow) ? ERROR_SUCCESS : GetLastError();
 }
 
-// %ProgramData%, but not by the environment's word: whoever starts the process could point the service elsewhere.
-std::filesystem::path CommonFolder() {
-  wchar_t program_data[MAX_PATH + 1];
-  DWORD length = static_cast<DWORD>(std::size(program_data));
-  return GetAllUsersProfileDirectoryW(program_data, &length) ? program_data : L"C:\\ProgramData";
-}
-
 }  // namespace
 
 std::string MakePrivateFolder(const std::filesystem::path& folder) {
   if (!folder.has_filename() && folder.has_relative_path()) return MakePrivateFolder(folder.parent_path());  // "data\\"
   std::error_code error;
-  const std::filesystem::path foreign = windows::FindForeignFolder(folder, CommonFolder(), &windows::OwnerOfFolder);
+  const std::filesystem::path foreign =
+      windows::FindForeignFolder(folder, windows::CommonFolder(), &windows::OwnerOfFolder);
   if (!foreign.empty()) return PathToUtf8(foreign) + " belongs to an account that could change what lies in it";
   if (std::filesystem::is_directory(folder, error)) {
     // The right to add a file is asked for, and not used.
@@ -203,7 +196,7 @@ std::string PathToUtf8(const std::filesystem::path& path) {
 }
 
 DefaultPlaces GetDefaultPlaces() {
-  const std::filesystem::path base = CommonFolder() / L"TVK";
+  const std::filesystem::path base = windows::CommonFolder() / L"TVK";
   return {.policy_file = base / L"policy.json",
           .data_folder = base / L"data",
           .log_folder = base / L"log",

@@ -159,9 +159,11 @@ std::string LaunchService(const std::vector<std::wstring>& arguments, millisecon
   std::vector<const wchar_t*> texts;
   for (const std::wstring& argument : arguments)
     texts.push_back(argument.c_str());
-  if (!StartServiceW(access.service.get(), static_cast<DWORD>(texts.size()), texts.data()) &&
-      GetLastError() != ERROR_SERVICE_ALREADY_RUNNING) {
-    return LastErrorText("cannot start the service");
+  const BOOL started = StartServiceW(access.service.get(), static_cast<DWORD>(texts.size()), texts.data());
+  const DWORD error = started ? ERROR_SUCCESS : GetLastError();
+  // A service that ends at once may be gone before the manager has looked at it: what it reported itself says more.
+  if (error != ERROR_SUCCESS && error != ERROR_SERVICE_ALREADY_RUNNING && error != ERROR_SERVICE_REQUEST_TIMEOUT) {
+    return "cannot start the service: " + ErrorText(error);
   }
   SERVICE_STATUS_PROCESS status{};
   if (!WaitWhile(access.service, SERVICE_START_PENDING, timeout, status)) {
@@ -174,6 +176,7 @@ std::string LaunchService(const std::vector<std::wstring>& arguments, millisecon
   if (status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR) {
     return "the service has ended with exit code " + std::to_string(status.dwServiceSpecificExitCode);
   }
+  if (error == ERROR_SERVICE_REQUEST_TIMEOUT) return "cannot start the service: " + ErrorText(error);
   return "the service has ended: " + ErrorText(status.dwWin32ExitCode);
 }
 

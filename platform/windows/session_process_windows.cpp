@@ -69,8 +69,9 @@ SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const std::file
 
 SessionProcessStart StartInUserSession(const std::filesystem::path& program,
                                        const std::vector<std::wstring>& arguments) {
-  const windows::UniqueKernelHandle user = windows::OpenUserToken();
-  if (user) return windows::StartAsUser(user, program, arguments);
+  windows::UniqueKernelHandle user;
+  if (windows::OpenUserToken(windows::LocalSessions(), user) == ERROR_SUCCESS)
+    return windows::StartAsUser(user, program, arguments);
   // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
   if (windows::RunsAsSystem()) return {nullptr, true, PathToUtf8(program.filename()) + ": nobody is logged on"};
   return windows::StartAsChild(program, arguments);

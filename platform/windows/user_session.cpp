@@ -77,12 +77,13 @@ std::string ReadLoggedInUserSid() {
   return FindLoggedInUser(LocalSessions()).value_or(SessionUser()).sid;
 }
 
-UniqueKernelHandle OpenUserToken() {
-  UniqueKernelHandle token;
-  for (const DWORD session : InOrder(LocalSessions())) {
-    if (LocalSessions().UserToken(session, token) == ERROR_SUCCESS) break;
+DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token) {
+  DWORD error = ERROR_NO_TOKEN;
+  for (const DWORD session : InOrder(sessions)) {
+    error = sessions.UserToken(session, token);
+    if (error == ERROR_SUCCESS) break;
   }
-  return token;
+  return error;
 }
 
 }  // namespace platform::windows

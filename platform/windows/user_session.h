@@ -48,8 +48,9 @@ std::optional<SessionUser> FindLoggedInUser(Sessions& sessions, const std::set<D
 /// The security identifier of that user of this machine; empty: nobody.
 std::string ReadLoggedInUserSid();
 
-/// The primary token of the user at the console, or of the first active remote session. None: nobody is logged on, or
-/// the running account may not ask (the system account may).
-UniqueKernelHandle OpenUserToken();
+/// Puts the primary token of the user at the console, or of the first active remote session, into `token`. Returns 0 or
+/// the system's error: ERROR_NO_TOKEN when nobody is logged on, ERROR_PRIVILEGE_NOT_HELD when the running account may
+/// not ask (the system account may).
+DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token);
 
 }  // namespace platform::windows

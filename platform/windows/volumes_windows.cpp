@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/windows/doors_windows.h"
+#include "platform/windows/no_error_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/sys.h"
 #include "platform/windows/text.h"
@@ -24,18 +25,6 @@ using UniqueVolumeSearch = Owner<SearchTraits>;
 
 // "\\?\Volume{01234567-89ab-cdef-0123-456789abcdef}\", 49 characters; the documented least size is 50.
 using VolumeName = std::array<wchar_t, MAX_PATH>;
-
-// An empty card reader, or a medium that cannot be read, is an answer to the caller and no window to the user.
-class NoErrorWindows {
- public:
-  NoErrorWindows() { SetThreadErrorMode(SEM_FAILCRITICALERRORS, &before_); }
-  ~NoErrorWindows() { SetThreadErrorMode(before_, nullptr); }
-  NoErrorWindows(const NoErrorWindows&) = delete;
-  NoErrorWindows& operator=(const NoErrorWindows&) = delete;
-
- private:
-  DWORD before_ = 0;
-};
 
 // Where it is in the tree of files, the first place of several; empty for partitions of recovery and the firmware.
 std::wstring FirstPlace(const std::wstring& name) {

@@ -129,7 +129,7 @@ TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
     std::string named;
   };
   const std::vector<Row> rows = {
-      {"ulimit -f 1", "cannot be opened: disk I/O error"},
+      {"ulimit -f 1", "cannot be opened: disk I/O error: File too large"},
 #ifndef __SANITIZE_ADDRESS__
       // The sanitiser that comes with it looks a class up through a pipe, for which it has no descriptor then.
       {"ulimit -n 12", "Too many open files"},

@@ -44,7 +44,7 @@ set(_too_new SetThreadDescription GetThreadDescription QueryInterruptTime QueryI
              QueryUnbiasedInterruptTimePrecise GetTempPath2W WaitOnAddress WakeByAddressSingle WakeByAddressAll
              PowerRegisterForEffectivePowerModeNotifications VirtualAlloc2 MapViewOfFile3 CreatePseudoConsole
              IsWow64Process2 GetMachineTypeAttributes SetThreadSelectedCpuSetMasks)
-set(_libraries ADVAPI32 BCRYPT KERNEL32 MSVCRT PDH USER32 USERENV WEVTAPI WTSAPI32 TVKEVENTMANAGER)
+set(_libraries ADVAPI32 BCRYPT KERNEL32 MSVCRT PDH POWRPROF SETUPAPI USER32 USERENV WEVTAPI WTSAPI32 TVKEVENTMANAGER)
 foreach(_program IN LISTS PROGRAMS)
   run(_text ${OBJDUMP} -p ${_program})
   string(REGEX MATCHALL "DLL Name: [^\n]+" _imported "${_text}")

@@ -40,22 +40,26 @@ within() {  # SECONDS COMMAND...: the command succeeds before they are over
     sleep 1
   done
 }
-# The policy in force: the default one, and self-tests each day, which it does not ask for.
+# The policy in force: the default one, and what it does not ask for: self-tests each day, usage each minute.
 apply_policy() {
   mkdir -p /etc/tvk
-  jq '(.datasets[] | select(.name | endswith("SelfTestResult"))).settings.RunSelfTestInterval = "1d"' \
+  jq '(.datasets[] | select(.name | endswith("SelfTestResult"))).settings.RunSelfTestInterval = "1d"
+    | (.datasets[] | select(.name == "BatteryEvent")).settings.ReadUsageInterval = "1m"' \
     /usr/share/tvk/policy.default.json >/run/policy.json
   tvkctl policy apply /run/policy.json
 }
 records() {  # DATASET: one JSON object a line
   tvkctl --data-dir "${TVK_DATA:-/var/lib/tvk}" records --format json --dataset "$1"
 }
-contexts() {  # DATASET MODEL: what its dataset contexts say of the drives of this model
-  records "$1" | jq -c --arg model "$2" 'select(.item_name == null and .item_data.Model == $model) | .item_data'
+# Devices are chosen by this key of their dataset context.
+device_key=Model
+contexts() {  # DATASET DEVICE: what its dataset contexts say of the devices with this text
+  records "$1" | jq -c --arg key "$device_key" --arg device "$2" \
+    'select(.item_name == null and .item_data[$key] == $device) | .item_data'
 }
-items() {  # DATASET ITEM MODEL: what the item events say of the drives of this model, oldest first
-  records "$1" | jq -s -c --arg item "$2" --arg model "$3" '
-    (map(select(.item_name == null and .item_data.Model == $model) | .dataset_context_id)) as $contexts
+items() {  # DATASET ITEM DEVICE: what the item events say of the devices with this text, oldest first
+  records "$1" | jq -s -c --arg item "$2" --arg key "$device_key" --arg device "$3" '
+    (map(select(.item_name == null and .item_data[$key] == $device) | .dataset_context_id)) as $contexts
     | .[] | select(.item_name == $item and (.dataset_context_id | IN($contexts[]))) | .item_data'
 }
 has() {  # COUNT COMMAND...: the command prints so many lines

@@ -1,24 +1,30 @@
-// A kernel driver that stands in for the drivers of drives: under the names "PhysicalDriveN" that a test gives out, it
-// answers each control code as the test has scripted it (drive_stand_in.h). One driver a system.
+// A kernel driver that stands in for others: under the names that a test gives out ("PhysicalDrive0"), and for
+// batteries where it is installed for them (driver_stand_in.inf), it answers each control code as the test has scripted
+// it (driver_stand_in.h). One driver a system.
 #include <intrin.h>
 // The kit defines these two again, as only C lets it.
 #define InterlockedBitTestAndSet KitBitTestAndSet
 #define InterlockedBitTestAndReset KitBitTestAndReset
 #include <ntddk.h>
 
-#include "platform/windows/drive_stand_in.h"
+#include "platform/windows/driver_stand_in.h"
 
 namespace {
 
-using namespace drive_stand_in;
+using namespace driver_stand_in;
 
 constexpr ULONG kMostAnswers = 32;
 constexpr ULONG kMostHeld = 4;
-constexpr ULONG kNames = 10;         // PhysicalDrive0 to 9: one digit
-constexpr ULONG kControl = kDrives;  // the number of the control device
+constexpr ULONG kMostNames = 8;
+constexpr ULONG kControl = kDevices;  // the number of the control device
+
+// GUID_DEVICE_BATTERY
+constexpr GUID kBatteryInterface = {0x72631e54, 0x78A4, 0x11d0, {0xbc, 0xf7, 0x00, 0xaa, 0x00, 0xb7, 0xb3, 0x2a}};
 
 struct Device {
   ULONG number;
+  DEVICE_OBJECT* lower;           // of a battery: what it is attached to
+  UNICODE_STRING interface_path;  // the same
 };
 
 struct Held {
@@ -31,20 +37,20 @@ Answer g_answers[kMostAnswers];
 ULONG g_answer_count;
 Held g_held[kMostHeld];
 ULONG g_held_count;
-Request g_requests[kDrives];
-bool g_named[kNames];
+Request g_requests[kDevices];
+wchar_t g_names[kMostNames][32];  // those given out; empty: free
 
 ULONG Least(ULONG one, ULONG other) {
   return one < other ? one : other;
 }
 
-// "\Device\..." or "\??\..." with a digit behind it, where there is one.
+// "\Device\..." or "\??\...", with the device's number behind it where there is one.
 class Name {
  public:
-  Name(const wchar_t* folder, const wchar_t* name, ULONG digit = kNames) {
+  Name(const wchar_t* folder, const wchar_t* name, ULONG number = kControl) {
     Append(folder);
     Append(name);
-    if (digit < kNames) characters_[length_++] = static_cast<wchar_t>(L'0' + digit);
+    if (number < kControl) characters_[length_++] = static_cast<wchar_t>(L'0' + number);
     characters_[length_] = 0;
     RtlInitUnicodeString(&text_, characters_);
   }
@@ -55,7 +61,7 @@ class Name {
 
  private:
   void Append(const wchar_t* text) {
-    while (*text != 0)
+    while (*text != 0 && length_ < 60)
       characters_[length_++] = *text++;
   }
 
@@ -64,10 +70,17 @@ class Name {
   UNICODE_STRING text_;
 };
 
-constexpr wchar_t kDevices[] = L"\\Device\\";
+constexpr wchar_t kDeviceFolder[] = L"\\Device\\";
 constexpr wchar_t kLinks[] = L"\\??\\";
-constexpr wchar_t kDriveDevice[] = L"DriveStandInDrive";
-constexpr wchar_t kDriveLink[] = L"PhysicalDrive";
+constexpr wchar_t kNamedDevice[] = L"DriverStandInDevice";
+
+bool Same(const wchar_t* one, const wchar_t* other) {
+  while (*one != 0 && *one == *other) {
+    ++one;
+    ++other;
+  }
+  return *one == *other;
+}
 
 NTSTATUS Complete(IRP* irp, NTSTATUS status, ULONG_PTR bytes) {
   irp->IoStatus.Status = status;
@@ -83,15 +96,22 @@ NTSTATUS CompleteWith(IRP* irp, const Answer& answer) {
   return Complete(irp, answer.status, size);
 }
 
+bool Selects(const Answer& answer, const Request& request) {
+  if (answer.selector == kAnySelector) return true;
+  ULONG word = 0;
+  if (answer.selector_at + sizeof(word) > request.size) return false;
+  RtlCopyMemory(&word, request.bytes + answer.selector_at, sizeof(word));
+  return word == answer.selector;
+}
+
 // Of the first answer that fits; null without one. It is taken out when another one to the same follows.
-const Answer* TakeAnswer(ULONG drive, ULONG code, ULONG selector) {
+const Answer* TakeAnswer(ULONG device, const Request& request) {
   static Answer taken;
   ULONG first = kMostAnswers;
   bool more = false;
   for (ULONG i = 0; i < g_answer_count && !more; ++i) {
     const Answer& answer = g_answers[i];
-    if (answer.drive != drive || answer.code != code) continue;
-    if (answer.selector != kAnySelector && answer.selector != selector) continue;
+    if (answer.device != device || answer.code != request.code || !Selects(answer, request)) continue;
     more = first != kMostAnswers;
     if (!more) first = i;
   }
@@ -104,17 +124,16 @@ const Answer* TakeAnswer(ULONG drive, ULONG code, ULONG selector) {
   return &taken;
 }
 
-// Of a drive. Needs the mutex.
-NTSTATUS AnswerAsScripted(ULONG drive, IRP* irp) {
+// Of a device. Needs the mutex.
+NTSTATUS AnswerAsScripted(ULONG device, IRP* irp) {
   const auto& asked = IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl;
   const void* const bytes = irp->AssociatedIrp.SystemBuffer;
-  Request& request = g_requests[drive];
+  Request& request = g_requests[device];
   ++request.count;
   request.code = asked.IoControlCode;
   request.size = Least(asked.InputBufferLength, kMostBytes);
   if (request.size != 0) RtlCopyMemory(request.bytes, bytes, request.size);
-  const ULONG selector = request.size < sizeof(ULONG) ? 0 : *static_cast<const ULONG*>(bytes);
-  const Answer* const answer = TakeAnswer(drive, asked.IoControlCode, selector);
+  const Answer* const answer = TakeAnswer(device, request);
   if (answer == nullptr) return Complete(irp, STATUS_INVALID_DEVICE_REQUEST, 0);
   if (!answer->held || g_held_count == kMostHeld) return CompleteWith(irp, *answer);
   IoMarkIrpPending(irp);
@@ -131,25 +150,38 @@ void Release() {
   }
 }
 
-NTSTATUS Unname(ULONG name) {
-  g_named[name] = false;
-  return IoDeleteSymbolicLink(Name(kLinks, kDriveLink, name).get());
+NTSTATUS GiveName(const Naming& naming) {
+  for (auto& name : g_names) {
+    if (name[0] != 0) continue;
+    const NTSTATUS status =
+        IoCreateSymbolicLink(Name(kLinks, naming.name).get(), Name(kDeviceFolder, kNamedDevice, naming.device).get());
+    if (NT_SUCCESS(status)) RtlCopyMemory(name, naming.name, sizeof(name));
+    return status;
+  }
+  return STATUS_INSUFFICIENT_RESOURCES;
+}
+
+NTSTATUS TakeName(const wchar_t* taken) {
+  for (auto& name : g_names)
+    if (Same(name, taken)) name[0] = 0;
+  return IoDeleteSymbolicLink(Name(kLinks, taken).get());
 }
 
 void Reset() {
   Release();
   g_answer_count = 0;
   RtlZeroMemory(g_requests, sizeof(g_requests));
-  for (ULONG name = 0; name < kNames; ++name)
-    if (g_named[name]) Unname(name);
+  for (auto& name : g_names) {
+    if (name[0] == 0) continue;
+    IoDeleteSymbolicLink(Name(kLinks, name).get());
+    name[0] = 0;
+  }
 }
 
 // What the test asks of the control device; `bytes` is what is given back. Needs the mutex.
 NTSTATUS Obey(IRP* irp, ULONG_PTR& given) {
   const auto& asked = IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl;
   void* const bytes = irp->AssociatedIrp.SystemBuffer;
-  const auto* const words = static_cast<const ULONG*>(bytes);
-  const ULONG word_count = asked.InputBufferLength / sizeof(ULONG);
   if (asked.IoControlCode == kRelease) {
     Release();
     return STATUS_SUCCESS;
@@ -162,24 +194,22 @@ NTSTATUS Obey(IRP* irp, ULONG_PTR& given) {
     Reset();
     return STATUS_SUCCESS;
   }
-  if (word_count == 0) return STATUS_INVALID_PARAMETER;
-  if (asked.IoControlCode == kUnname) return words[0] < kNames ? Unname(words[0]) : STATUS_INVALID_PARAMETER;
-  if (words[0] >= kDrives) return STATUS_INVALID_PARAMETER;
-  if (asked.IoControlCode == kRequest) {
-    g_requests[words[0]].held = g_held_count;
-    if (asked.OutputBufferLength < sizeof(Request)) return STATUS_BUFFER_TOO_SMALL;
-    RtlCopyMemory(bytes, &g_requests[words[0]], sizeof(Request));
-    given = sizeof(Request);
-    return STATUS_SUCCESS;
-  }
-  if (word_count < 2) return STATUS_INVALID_PARAMETER;
+  // Everything else begins with a device's number.
+  if (asked.InputBufferLength < sizeof(ULONG)) return STATUS_INVALID_PARAMETER;
+  const ULONG device = *static_cast<const ULONG*>(bytes);
+  if (device >= kDevices) return STATUS_INVALID_PARAMETER;
   switch (asked.IoControlCode) {
-    case kName: {
-      if (words[1] >= kNames) return STATUS_INVALID_PARAMETER;
-      const NTSTATUS status =
-          IoCreateSymbolicLink(Name(kLinks, kDriveLink, words[1]).get(), Name(kDevices, kDriveDevice, words[0]).get());
-      if (NT_SUCCESS(status)) g_named[words[1]] = true;
-      return status;
+    case kRequest:
+      g_requests[device].held = g_held_count;
+      if (asked.OutputBufferLength < sizeof(Request)) return STATUS_BUFFER_TOO_SMALL;
+      RtlCopyMemory(bytes, &g_requests[device], sizeof(Request));
+      given = sizeof(Request);
+      return STATUS_SUCCESS;
+    case kName:
+    case kUnname: {
+      if (asked.InputBufferLength < sizeof(Naming)) return STATUS_INVALID_PARAMETER;
+      const auto& naming = *static_cast<const Naming*>(bytes);
+      return asked.IoControlCode == kName ? GiveName(naming) : TakeName(naming.name);
     }
     case kAnswer: {
       const ULONG head = sizeof(Answer) - kMostBytes;
@@ -216,6 +246,17 @@ NTSTATUS NTAPI OnAnythingElse(DEVICE_OBJECT* /*device*/, IRP* irp) {
   return Complete(irp, STATUS_SUCCESS, 0);
 }
 
+// A battery is there from its start on, to the end of the system.
+NTSTATUS NTAPI OnPlugAndPlay(DEVICE_OBJECT* device, IRP* irp) {
+  auto* const battery = static_cast<Device*>(device->DeviceExtension);
+  if (battery->lower == nullptr) return Complete(irp, STATUS_SUCCESS, 0);
+  if (IoGetCurrentIrpStackLocation(irp)->MinorFunction == IRP_MN_START_DEVICE) {
+    irp->IoStatus.Status = IoSetDeviceInterfaceState(&battery->interface_path, TRUE);
+  }
+  IoSkipCurrentIrpStackLocation(irp);
+  return IoCallDriver(battery->lower, irp);
+}
+
 void NTAPI OnUnload(DRIVER_OBJECT* driver) {
   Reset();
   IoDeleteSymbolicLink(Name(kLinks, kControlName).get());
@@ -223,13 +264,36 @@ void NTAPI OnUnload(DRIVER_OBJECT* driver) {
     IoDeleteDevice(driver->DeviceObject);
 }
 
-NTSTATUS MakeDevice(DRIVER_OBJECT* driver, UNICODE_STRING* name, ULONG number) {
-  DEVICE_OBJECT* device = nullptr;
+NTSTATUS MakeDevice(DRIVER_OBJECT* driver, UNICODE_STRING* name, ULONG number, DEVICE_OBJECT*& device) {
   const NTSTATUS status = IoCreateDevice(driver, sizeof(Device), name, FILE_DEVICE_DISK, 0, FALSE, &device);
   if (!NT_SUCCESS(status)) return status;
-  static_cast<Device*>(device->DeviceExtension)->number = number;
+  auto* const extension = static_cast<Device*>(device->DeviceExtension);
+  RtlZeroMemory(extension, sizeof(*extension));
+  extension->number = number;
   device->Flags |= DO_BUFFERED_IO;
   device->Flags &= ~static_cast<ULONG>(DO_DEVICE_INITIALIZING);
+  return STATUS_SUCCESS;
+}
+
+// "\??\ROOT#TVKBATTERY#0001#{...": the number behind the second "#", which is one digit here.
+ULONG PlaceOf(const UNICODE_STRING& path) {
+  ULONG marks = 0;
+  for (ULONG i = 0; i + 4 < path.Length / sizeof(wchar_t); ++i)
+    if (path.Buffer[i] == L'#' && ++marks == 2) return path.Buffer[i + 4] - ULONG{L'0'};
+  return kBatteries;
+}
+
+NTSTATUS NTAPI OnBattery(DRIVER_OBJECT* driver, DEVICE_OBJECT* physical) {
+  UNICODE_STRING path;
+  NTSTATUS status = IoRegisterDeviceInterface(physical, &kBatteryInterface, nullptr, &path);
+  if (!NT_SUCCESS(status)) return status;
+  if (PlaceOf(path) >= kBatteries) return STATUS_INVALID_PARAMETER;
+  DEVICE_OBJECT* device = nullptr;
+  status = MakeDevice(driver, nullptr, kFirstBattery + PlaceOf(path), device);
+  if (!NT_SUCCESS(status)) return status;
+  auto* const battery = static_cast<Device*>(device->DeviceExtension);
+  battery->interface_path = path;
+  battery->lower = IoAttachDeviceToDeviceStack(device, physical);
   return STATUS_SUCCESS;
 }
 
@@ -240,11 +304,14 @@ extern "C" NTSTATUS NTAPI DriverEntry(DRIVER_OBJECT* driver, UNICODE_STRING* /*r
   for (ULONG i = 0; i <= IRP_MJ_MAXIMUM_FUNCTION; ++i)
     driver->MajorFunction[i] = OnAnythingElse;
   driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = OnControl;
+  driver->MajorFunction[IRP_MJ_PNP] = OnPlugAndPlay;
+  driver->DriverExtension->AddDevice = OnBattery;
   driver->DriverUnload = OnUnload;
-  Name control(kDevices, kControlName);
-  NTSTATUS status = MakeDevice(driver, control.get(), kControl);
-  for (ULONG number = 0; number < kDrives && NT_SUCCESS(status); ++number)
-    status = MakeDevice(driver, Name(kDevices, kDriveDevice, number).get(), number);
+  Name control(kDeviceFolder, kControlName);
+  DEVICE_OBJECT* device = nullptr;
+  NTSTATUS status = MakeDevice(driver, control.get(), kControl, device);
+  for (ULONG number = 0; number < kNamed && NT_SUCCESS(status); ++number)
+    status = MakeDevice(driver, Name(kDeviceFolder, kNamedDevice, number).get(), number, device);
   if (NT_SUCCESS(status)) status = IoCreateSymbolicLink(Name(kLinks, kControlName).get(), control.get());
   if (!NT_SUCCESS(status)) OnUnload(driver);
   return status;

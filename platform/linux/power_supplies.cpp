@@ -1,0 +1,22 @@
+#include "platform/linux/power_supplies.h"
+
+namespace platform {
+
+std::vector<PowerSupply> ReadPowerSupplies(const Sysroot& root) {
+  const std::filesystem::path folder = "/sys/class/power_supply";
+  std::vector<PowerSupply> supplies;
+  for (const std::string& name : root.FolderNames(folder)) {
+    const std::filesystem::path path = folder / name;
+    PowerSupply supply = DecodePowerSupply(root.Read(path / "uevent").value_or(""), [&](const std::string& attribute) {
+      return root.Read(path / attribute).value_or("");
+    });
+    if (supply.kind == PowerSupply::Kind::kBattery) {
+      supply.facts.slot = name;
+      supply.facts.path = path;
+    }
+    supplies.push_back(std::move(supply));
+  }
+  return supplies;
+}
+
+}  // namespace platform
