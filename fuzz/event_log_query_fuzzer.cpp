@@ -42,6 +42,7 @@ bool Answers(const std::string& xpath, unsigned id, int level) {
   const Document event = Parse("<Event><System><EventID>" + std::to_string(id) + "</EventID><Level>" +
                                std::to_string(level) + "</Level><TimeCreated SystemTime='now'/></System></Event>");
   const Context context(xmlXPathNewContext(event.get()), xmlXPathFreeContext);
+  context->node = reinterpret_cast<xmlNode*>(event.get());
   xmlXPathRegisterFunc(context.get(), BAD_CAST "timediff", TimeDiff);
   const Object found(xmlXPathEvalExpression(BAD_CAST xpath.c_str(), context.get()), xmlXPathFreeObject);
   Check(found != nullptr && found->type == XPATH_NODESET);
@@ -55,8 +56,8 @@ std::size_t CountOf(const std::string& text, const std::string& what) {
   return count;
 }
 
-unsigned Number(const std::wstring& digits) {
-  return static_cast<unsigned>(std::stoul(digits));
+unsigned Number(std::wstring_view digits) {
+  return static_cast<unsigned>(std::stoul(std::wstring(digits)));
 }
 
 /// Whether one of the elements of that name and channel takes an event of this id.

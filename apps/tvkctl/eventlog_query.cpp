@@ -44,7 +44,8 @@ std::wstring IdsInWords(const std::vector<EventIdItem>& ids, bool suppressed) {
   Texts texts;
   for (const EventIdItem& item : ids) {
     if (item.suppressed == suppressed) {
-      texts.push_back(item.last.empty() ? item.first : item.first + L" to " + item.last);
+      std::wstring& text = texts.emplace_back(item.first);
+      if (!item.last.empty()) text.append(L" to ").append(item.last);
     }
   }
   return Enumerate(texts);

@@ -38,15 +38,15 @@ bool TakeCharacter(std::wstring_view& rest, wchar_t character) {
 /// expressions go one call deeper with each character.
 std::optional<std::vector<EventIdItem>> ParseEventIds(std::wstring_view list) {
   std::vector<EventIdItem> items;
+  items.reserve(static_cast<std::size_t>(std::ranges::count(list, L',')) + 1);
   do {
-    EventIdItem item{.suppressed = TakeCharacter(list, L'-')};
+    EventIdItem& item = items.emplace_back(EventIdItem{.suppressed = TakeCharacter(list, L'-')});
     item.first = TakeDigits(list);
     if (item.first.empty()) return std::nullopt;
     if (TakeCharacter(list, L'-')) {
       item.last = TakeDigits(list);
       if (item.last.empty()) return std::nullopt;
     }
-    items.push_back(std::move(item));
   } while (TakeCharacter(list, L','));
   return list.empty() ? std::optional(std::move(items)) : std::nullopt;
 }
@@ -67,13 +67,18 @@ std::wstring FaultOf(const EventIdItem& item) {
   const auto first = EventId(item.first);
   const auto last = item.last.empty() ? first : EventId(item.last);
   if (!first || !last) return L"an event id is above 65535";
-  if (*first > *last) return L"the range " + item.first + L"-" + item.last + L" ends before it begins";
+  if (*first > *last) {
+    return std::wstring(L"the range ").append(item.first).append(L"-").append(item.last) + L" ends before it begins";
+  }
   return {};
 }
 
-std::wstring Condition(const EventIdItem& item) {
-  if (item.last.empty()) return L"EventID=" + item.first;
-  return L"(EventID &gt;= " + item.first + L" and EventID &lt;= " + item.last + L")";
+void AddCondition(const EventIdItem& item, std::wstring& query) {
+  if (item.last.empty()) {
+    query.append(L"EventID=").append(item.first);
+  } else {
+    query.append(L"(EventID &gt;= ").append(item.first).append(L" and EventID &lt;= ").append(item.last).append(L")");
+  }
 }
 
 std::size_t ConditionCount(const EventIdItem& item) {
@@ -86,7 +91,10 @@ std::size_t ConditionCount(const std::vector<int>& levels) {
 }
 
 std::wstring XPath(const std::wstring& conditions) {
-  return L"*" + (L"[System[" + conditions) + L"]]";
+  return (L"*"
+          L"[System[" +
+          conditions)
+      .append(L"]]");
 }
 
 void AddElements(std::wstring_view begin, const std::wstring& channel, const std::vector<std::wstring>& paths,
@@ -140,12 +148,13 @@ bool WindowsLogsHelper::ReadSelection(const std::wstring& channels, const std::w
     if ((std::bitset<kLevelBits>(bits) & levels).any()) selection.levels.push_back(level);
   }
 
-  std::wstring list = eventIds;
-  std::erase(list, L' ');
-  if (list.size() > kLongestIdList) {
+  const auto list = std::make_shared<std::wstring>(eventIds);
+  std::erase(*list, L' ');
+  selection.id_list = list;
+  if (list->size() > kLongestIdList) {
     fault = L"the list of event ids is too long";
-  } else if (!list.empty()) {
-    auto items = ParseEventIds(list);
+  } else if (!list->empty()) {
+    auto items = ParseEventIds(*list);
     if (!items) fault = L"the list of event ids does not match " + eventIdsRegex;
     if (items) selection.ids = std::move(*items);
   }
@@ -201,21 +210,23 @@ WindowsLogsHelper::Texts WindowsLogsHelper::getFinalSuppressQueries(const EventL
 
 WindowsLogsHelper::Texts WindowsLogsHelper::getEventIdsQueries(const EventLogSelection& selection, bool suppressed,
                                                                std::size_t room) {
+  constexpr std::size_t kConditionLength = 20;  // about
   Texts queries;
-  Texts conditions;
-  std::size_t count = 0;
-  const auto close = [&] {
-    if (!conditions.empty()) queries.push_back(L"(" + joinStrings(conditions, kOr) + L")");
-    conditions.clear();
-    count = 0;
-  };
+  std::size_t count = room;  // of conditions in the last of them
   for (const EventIdItem& item : selection.ids) {
     if (item.suppressed != suppressed) continue;
-    if (count + ConditionCount(item) > room) close();
-    conditions.push_back(Condition(item));
+    const bool opens = count + ConditionCount(item) > room;
+    if (opens) {
+      if (!queries.empty()) queries.back() += L')';
+      queries.emplace_back(L"(").reserve(room * kConditionLength);
+      count = 0;
+    } else {
+      queries.back() += kOr;
+    }
+    AddCondition(item, queries.back());
     count += ConditionCount(item);
   }
-  close();
+  if (!queries.empty()) queries.back() += L')';
   return queries;
 }
 

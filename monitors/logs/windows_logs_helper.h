@@ -4,24 +4,26 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace TVK {
 
-/// One id of a list, or a range of them; as its digits stand there.
+/// One id of a list, or a range of them; as its digits stand there, for as long as the list lives.
 struct EventIdItem {
-  bool suppressed = false;  ///< Taken out of what the others select.
-  std::wstring first = {};  ///< 0..65535, as `last`.
-  std::wstring last = {};   ///< Not below `first`; empty for a single id.
+  bool suppressed = false;       ///< Taken out of what the others select.
+  std::wstring_view first = {};  ///< 0..65535, as `last`.
+  std::wstring_view last = {};   ///< Not below `first`; empty for a single id.
 };
 
 /// What such settings select.
 struct EventLogSelection {
   std::vector<std::wstring> channels;  ///< "Application", "Security", "Setup", "System", in this order; never empty.
-  std::vector<EventIdItem> ids;        ///< No id to select: all that are not suppressed.
-  std::vector<int> levels;             ///< 1..5, ascending; empty: all.
+  std::shared_ptr<const std::wstring> id_list;  ///< What the ids are parts of.
+  std::vector<EventIdItem> ids;                 ///< No id to select: all that are not suppressed.
+  std::vector<int> levels;                      ///< 1..5, ascending; empty: all.
 };
 
 class WindowsLogsHelper {

@@ -22,7 +22,8 @@ std::wstring List(const std::wstring& elements) {
 }
 std::wstring Query(const std::wstring& channels, const std::wstring& ids, const std::wstring& levels) {
   std::wstring query = L"from before";
-  EXPECT_EQ(WindowsLogsHelper::generateQuery(channels, ids, levels, kWindow, query), !query.empty());
+  const bool made = WindowsLogsHelper::generateQuery(channels, ids, levels, kWindow, query);
+  EXPECT_EQ(made, !query.empty());
   return query;
 }
 
