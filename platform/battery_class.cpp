@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/battery_text.h"
 #include "platform/drive_text.h"
 #include "platform/little_endian.h"
 #include "platform/utf16_text.h"
@@ -190,6 +191,7 @@ std::optional<BatteryFacts> ReadAll(Reading& reading) {
   facts.name = reading.Text(BatteryLevel::kDeviceName);
   facts.manufacturer = reading.Text(BatteryLevel::kManufactureName);
   facts.serial_number = reading.Text(BatteryLevel::kSerialNumber);
+  DropFillers(facts);
   facts.manufactured = Date(reading.Level(BatteryLevel::kManufactureDate, kDateSize));
   return reading.lost() ? std::nullopt : std::optional(std::move(facts));
 }

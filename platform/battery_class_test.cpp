@@ -183,6 +183,7 @@ TEST(BatteryClassTest, EachFactIsToldOrAbsentByItself) {
            Row{"a text without an end",
                {text(BatteryLevel::kDeviceName, {0x3D, 0xD8, 0x0B, 0xDD})},
                [](F& f) { f.name = "\U0001F50B"; }},
+           Row{"a filler", {text(BatteryLevel::kSerialNumber, Wide(u" 0000"))}, Without(&F::serial_number)},
            Row{"a short one", {text(BatteryLevel::kSerialNumber, {'B', 0})}, [](F& f) { f.serial_number = "B"; }},
        }) {
     Driver driver;

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 
+#include "platform/battery_text.h"
 #include "platform/text_scan.h"
 
 namespace platform {
@@ -48,13 +49,6 @@ class Properties {
       if (number.value_or(0) > 0) return static_cast<double>(*number);
     }
     return std::nullopt;
-  }
-
-  /// What a person would read in it; empty for the words that stand for nothing.
-  std::string Name(const std::string& name) const {
-    constexpr std::string_view kNothing[] = {"unknown", "not specified", "not available", "none", "n/a", "invalid"};
-    std::string text = Text(name);
-    return std::ranges::find(kNothing, Lower(text)) == std::end(kNothing) ? text : std::string();
   }
 
  private:
@@ -195,13 +189,13 @@ std::optional<std::chrono::year_month_day> DateOf(const Properties& supply) {
 }
 
 BatteryFacts FactsOf(const Properties& supply) {
-  BatteryFacts facts{.name = supply.Name("model_name"),
-                     .manufacturer = supply.Name("manufacturer"),
-                     .chemistry = supply.Name("technology"),
-                     .serial_number = supply.Name("serial_number"),
+  BatteryFacts facts{.name = supply.Text("model_name"),
+                     .manufacturer = supply.Text("manufacturer"),
+                     .chemistry = supply.Text("technology"),
+                     .serial_number = supply.Text("serial_number"),
                      .manufactured = DateOf(supply),
                      .state = StateOf(supply)};
-  if (facts.serial_number.find_first_not_of('0') == std::string::npos) facts.serial_number.clear();
+  DropFillers(facts);
   Energies energies = EnergiesOf(supply);
   ReadCapacities(supply, energies, facts);
   facts.remaining_time = RemainingTime(supply, energies, facts);
