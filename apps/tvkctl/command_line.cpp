@@ -10,6 +10,7 @@
 
 #include "apps/empty_values.h"
 #include "apps/exit_code.h"
+#include "apps/tvkctl/eventlog_query.h"
 #include "apps/tvkctl/inspect_battery.h"
 #include "apps/tvkctl/inspect_commands.h"
 #include "apps/tvkctl/inspect_drives.h"
@@ -42,6 +43,7 @@ struct Texts {
   bool follow = false;
   std::string policy_file, scope, target;
   std::string smbios_file, sysroot, record_folder;
+  EventLogOptions event_log;
   std::string ata_values, ata_thresholds, ata_identify, nvme_health, smart_table;
   bool json = false;
 };
@@ -122,6 +124,8 @@ class Run {
     if (machine == nullptr) return kExitWrongConfiguration;
     return RunInspectPower(texts_.json, machine->power(), out_);
   }
+
+  int EventLogQuery() const { return RunEventLogQuery(texts_.event_log, out_, errors_); }
 
   int InspectSmart() const {
     SmartOptions options{.ata_values = platform::PathFromUtf8(texts_.ata_values),
@@ -279,6 +283,29 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
                   texts);
 }
 
+void AddEventLog(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const event_log = app.add_subcommand("eventlog", "Queries of the Windows event log");
+  event_log->require_subcommand(0, 1);
+  CLI::App* const query = event_log->add_subcommand("query", "Print the structured query of a log dataset's settings");
+  query
+      ->add_option("--channels", texts.event_log.channels,
+                   "Four bits, from the right: Application, Security, Setup, System")
+      ->type_name("BITS")
+      ->required();
+  query->add_option("--ids", texts.event_log.ids, "Event ids, ranges, and either behind a - to leave it out: 1,5-9,-7")
+      ->type_name("LIST");
+  query
+      ->add_option("--levels", texts.event_log.levels,
+                   "Eight bits, from the right: Critical, Error, Warning, Information, Verbose; none: all")
+      ->type_name("BITS")
+      ->required();
+  query->add_option("--window", texts.event_log.window, "How far back: milliseconds, or 90s, 10m, 24h, 7d")
+      ->type_name("TIME")
+      ->required();
+  query->add_flag("--explain", texts.event_log.explain, "Say it in words");
+  query->callback([&work] { work = &Run::EventLogQuery; });
+}
+
 }  // namespace
 
 int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& errors) {
@@ -296,6 +323,7 @@ int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostrea
   AddRecords(app, texts, work);
   AddPolicy(app, texts, work);
   AddInspect(app, texts, work);
+  AddEventLog(app, texts, work);
   RefuseEmptyValues(app);
 
   std::ranges::reverse(arguments);  // as CLI11 takes them

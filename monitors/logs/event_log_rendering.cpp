@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "client/text/string.h"
+#include "monitors/logs/windows_logs_helper.h"
 
 using TVK::String;
 
@@ -89,11 +90,6 @@ std::wstring EventTimeText(std::int64_t unix_seconds, const platform::Clock& clo
                     local.minute, local.second, local.utc_offset_minutes < 0 ? L'-' : L'+', offset / 60, offset % 60);
 }
 
-std::wstring EventLevelName(std::uint64_t level) {
-  constexpr const wchar_t* kNames[] = {L"Information", L"Critical", L"Error", L"Warning", L"Information", L"Verbose"};
-  return level < std::size(kNames) ? kNames[level] : L"";
-}
-
 std::wstring EventDataText(std::string_view xml) {
   constexpr std::string_view kEnd = "</EventData>";
   const std::size_t start = FindEventData(xml);
@@ -117,8 +113,10 @@ RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform
       event.time_created = std::chrono::floor<std::chrono::seconds>(*time).time_since_epoch().count();
     }
     const auto* const number = std::get_if<std::uint64_t>(&value);
-    if (name == L"Level" && number != nullptr && !EventLevelName(*number).empty()) {
-      event.fields[L"LevelName"] = EventLevelName(*number);
+    if (name == L"Level" && number != nullptr) {
+      constexpr std::uint64_t kMost = 255;  // a level has 8 bits
+      std::wstring level_name = WindowsLogsHelper::getLevelName(static_cast<int>(std::min(*number, kMost)));
+      if (!level_name.empty()) event.fields[L"LevelName"] = std::move(level_name);
     }
   }
   if (record.values.size() > kFields) event.provider_name = ValueText(record.values[kFields], clock);

@@ -52,10 +52,6 @@ struct RenderedEvent {
 /// Seconds since 1970 as local time with its distance from UTC, "2026-01-31T09:05:00+01:00"; '-' west of UTC.
 std::wstring EventTimeText(std::int64_t unix_seconds, const platform::Clock& clock);
 
-/// "Critical", "Error", "Warning", "Information" or "Verbose"; level 0, which is logged whatever the level is set to,
-/// is "Information" too. Empty for any other level.
-std::wstring EventLevelName(std::uint64_t level);
-
 /// The element EventData out of an event's XML (UTF-8) as it stands there, or "<EventData />" when it is empty, is not
 /// there or does not end. One of more than kLongestEventData characters (a character beyond U+FFFF counts once) gives
 /// kEventDataTooLarge.
