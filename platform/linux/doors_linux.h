@@ -16,6 +16,7 @@ class EventLog;
 class Firmware;
 class Memory;
 class Power;
+class PowerWishes;
 class Processors;
 class Region;
 class Settings;
@@ -28,7 +29,7 @@ std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clo
 std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 std::unique_ptr<EventLog> MakeEventLog();
-std::unique_ptr<Power> MakePower(const Sysroot& root);
+std::unique_ptr<Power> MakePower(const Sysroot& root, std::shared_ptr<PowerWishes> wishes);
 std::unique_ptr<Batteries> MakeBatteries(const Sysroot& root);
 
 /// Drives are opened by `open`; when it is empty, none is: one of a recorded machine is not this computer's.
@@ -38,7 +39,7 @@ std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open);
 std::unique_ptr<Volumes> MakeVolumes(const Sysroot& root, bool measures);
 
 /// Of this computer. `power` and `batteries` must outlive the door and its sources.
-std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power, Batteries& batteries);
+std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power, Batteries& batteries, std::shared_ptr<PowerWishes> wishes);
 
 std::unique_ptr<SystemFacts> MakeSystemFacts(const Sysroot& root);
 std::unique_ptr<Region> MakeRegion(const Sysroot& root);

@@ -1,4 +1,5 @@
 #include "platform/linux/doors_linux.h"
+#include "platform/linux/power_wishes.h"
 #include "platform/local.h"
 
 #include "platform/batteries.h"
@@ -29,14 +30,15 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.system = MakeSystemFacts(root);
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
-  doors.power = MakePower(root);
+  const auto wishes = std::make_shared<PowerWishes>();
+  doors.power = MakePower(root, wishes);
   doors.batteries = MakeBatteries(root);
   doors.power_manager = std::make_unique<NoPowerManager>();
   const bool local = options.sysroot == "/";
   doors.volumes = MakeVolumes(root, local);
   if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);
-    doors.system_events = MakeSystemEvents(*doors.power, *doors.batteries);
+    doors.system_events = MakeSystemEvents(*doors.power, *doors.batteries, wishes);
   } else {
     const std::filesystem::path recorded = options.sysroot / kDrivesFolder;
     std::error_code failure;

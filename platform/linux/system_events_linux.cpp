@@ -14,6 +14,7 @@
 #include "platform/batteries.h"
 #include "platform/linux/battery_poll.h"
 #include "platform/linux/doors_linux.h"
+#include "platform/linux/power_wishes.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/wake.h"
 #include "platform/power.h"
@@ -25,11 +26,12 @@ namespace {
 class LinuxSystemEventSource final : public SystemEventSource {
  public:
   LinuxSystemEventSource(Runtime& runtime, std::unique_ptr<KernelNotices> notices, Power& power, Batteries& batteries,
-                         SystemEventCallback callback, milliseconds poll)
+                         std::shared_ptr<PowerWishes> wishes, SystemEventCallback callback, milliseconds poll)
       : runtime_(runtime),
         notices_(std::move(notices)),
         power_(power),
         batteries_(batteries),
+        wishes_(std::move(wishes)),
         callback_(std::move(callback)),
         stop_(::eventfd(0, EFD_CLOEXEC)),
         poll_(poll) {
@@ -53,15 +55,13 @@ class LinuxSystemEventSource final : public SystemEventSource {
   struct PowerState {
     std::optional<PowerSource> source = {};
     std::optional<std::uint32_t> percent = {};
-    std::vector<std::string> batteries = {};  ///< Which are there.
+    std::optional<std::vector<std::string>> batteries = {};  ///< Which are there; absent without a wish.
   };
 
   void Run() {
-    pollfd waited[] = {{stop_.get(), POLLIN, 0},
-                       {notices_->clock_fd(), POLLIN, 0},
-                       {notices_->device_fd(), POLLIN, 0},
-                       {notices_->login_fd(), POLLIN, 0},
-                       {notices_->console_fd(), POLLPRI, 0}};
+    pollfd waited[] = {
+        {stop_.get(), POLLIN, 0},          {notices_->clock_fd(), POLLIN, 0},    {notices_->device_fd(), POLLIN, 0},
+        {notices_->login_fd(), POLLIN, 0}, {notices_->console_fd(), POLLPRI, 0}, {wishes_->fd(), POLLIN, 0}};
     constexpr int kRetryMs = 1000;
     bool failed = false;
     for (;;) {
@@ -70,7 +70,8 @@ class LinuxSystemEventSource final : public SystemEventSource {
       if (waited[0].revents != 0) return;
       std::optional<Cause> look;
       // After a sleep the power is read, too: what changed in it may be told by nobody.
-      if (failed || waited[1].revents != 0) {
+      if (waited[5].revents != 0) wishes_->Take();
+      if (failed || waited[1].revents != 0 || waited[5].revents != 0) {
         look = Cause::kOther;
       } else if (woken == 0) {
         look = Cause::kPoll;
@@ -99,7 +100,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
   /// As poll(2) takes it.
   int MillisecondsToPoll() const {
     const auto due = poll_.due();
-    if (!due) return -1;
+    if (!due || !wishes_->any()) return -1;
     return static_cast<int>(
         std::max<std::int64_t>(std::chrono::ceil<milliseconds>(*due - runtime_.clock().Steady()).count(), 0));
   }
@@ -107,9 +108,11 @@ class LinuxSystemEventSource final : public SystemEventSource {
   PowerState Look(Cause cause) {
     const PowerStatus status = power_.ReadStatus();
     PowerState state{.source = status.source, .percent = status.percent};
+    if (!wishes_->any()) return state;
     const std::vector<BatteryFacts> batteries = batteries_.List();
+    state.batteries.emplace();
     for (const BatteryFacts& battery : batteries)
-      state.batteries.push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
+      state.batteries->push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
     poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(status, batteries));
     return state;
   }
@@ -117,13 +120,14 @@ class LinuxSystemEventSource final : public SystemEventSource {
   void TellPower(Cause cause) {
     PowerState present = Look(cause);
     if (present.source && present.source != known_.source) callback_(*present.source);
-    if (present.percent && (present.percent != known_.percent || present.batteries != known_.batteries)) {
+    const bool exchanged = present.batteries && known_.batteries && present.batteries != known_.batteries;
+    if (present.percent && (present.percent != known_.percent || exchanged)) {
       callback_(BatteryPercent{*present.percent});
     }
     // What is not told for a while, as while a battery is exchanged, did not change.
     if (present.source) known_.source = present.source;
     if (present.percent) known_.percent = present.percent;
-    known_.batteries = std::move(present.batteries);
+    known_.batteries = std::move(present.batteries);  // without a wish they may be exchanged unseen
   }
 
   void TellSessions() {
@@ -136,6 +140,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
   const std::unique_ptr<KernelNotices> notices_;
   Power& power_;
   Batteries& batteries_;
+  const std::shared_ptr<PowerWishes> wishes_;
   const SystemEventCallback callback_;
   const UniqueFd stop_;  ///< An eventfd; readable: end.
   // The thread's own once it runs.
@@ -147,12 +152,14 @@ class LinuxSystemEventSource final : public SystemEventSource {
 
 class LinuxSystemEvents final : public SystemEvents {
  public:
-  LinuxSystemEvents(Power& power, Batteries& batteries) : power_(power), batteries_(batteries) {}
+  LinuxSystemEvents(Power& power, Batteries& batteries, std::shared_ptr<PowerWishes> wishes)
+      : power_(power), batteries_(batteries), wishes_(std::move(wishes)) {}
 
   SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback, void* /*service*/) override {
     SystemEventOpening opening;
     if (auto notices = OpenKernelNotices(opening.problem)) {
-      opening.source = FollowKernelNotices(runtime, std::move(notices), power_, batteries_, std::move(callback));
+      opening.source =
+          FollowKernelNotices(runtime, std::move(notices), power_, batteries_, wishes_, std::move(callback));
     }
     return opening;
   }
@@ -160,19 +167,22 @@ class LinuxSystemEvents final : public SystemEvents {
  private:
   Power& power_;
   Batteries& batteries_;
+  const std::shared_ptr<PowerWishes> wishes_;
 };
 
 }  // namespace
 
 std::unique_ptr<SystemEventSource> FollowKernelNotices(Runtime& runtime, std::unique_ptr<KernelNotices> notices,
-                                                       Power& power, Batteries& batteries, SystemEventCallback callback,
-                                                       milliseconds poll) {
-  return std::make_unique<LinuxSystemEventSource>(runtime, std::move(notices), power, batteries, std::move(callback),
-                                                  poll);
+                                                       Power& power, Batteries& batteries,
+                                                       std::shared_ptr<PowerWishes> wishes,
+                                                       SystemEventCallback callback, milliseconds poll) {
+  return std::make_unique<LinuxSystemEventSource>(runtime, std::move(notices), power, batteries, std::move(wishes),
+                                                  std::move(callback), poll);
 }
 
-std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power, Batteries& batteries) {
-  return std::make_unique<LinuxSystemEvents>(power, batteries);
+std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power, Batteries& batteries,
+                                               std::shared_ptr<PowerWishes> wishes) {
+  return std::make_unique<LinuxSystemEvents>(power, batteries, std::move(wishes));
 }
 
 }  // namespace platform

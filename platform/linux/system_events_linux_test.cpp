@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "platform/linux/block_device_text.h"
+#include "platform/linux/power_wishes.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/local.h"
 #include "testing/recorded_tree.h"
@@ -97,8 +98,8 @@ class SystemEventsLinuxTest : public testing::Test {
     Supply("BAT0", "Battery\n", "POWER_SUPPLY_CAPACITY=" + std::to_string(percent) + "\n" + more);
   }
   std::unique_ptr<SystemEventSource> Follow(std::unique_ptr<KernelNotices> notices, milliseconds poll = 24h) {
-    return FollowKernelNotices(*runtime_, std::move(notices), machine_->power(), machine_->batteries(), callback_,
-                               poll);
+    return FollowKernelNotices(*runtime_, std::move(notices), machine_->power(), machine_->batteries(), wishes_,
+                               callback_, poll);
   }
 
   /// The events up to `last`.
@@ -112,6 +113,8 @@ class SystemEventsLinuxTest : public testing::Test {
     }
   }
 
+  const std::shared_ptr<PowerWishes> wishes_ = std::make_shared<PowerWishes>();
+  std::shared_ptr<CHPowerNotifyHandle> wish_ = wishes_->Add();
   RecordedTree tree_;
   std::unique_ptr<Runtime> runtime_ = MakeRealRuntime({});
   std::unique_ptr<Machine> machine_ = OpenLocalMachine({.sysroot = tree_.root()}, runtime_->clock());
@@ -180,6 +183,24 @@ TEST_F(SystemEventsLinuxTest, ABatteryWhoseDriverIsSilentIsLookedAt) {
                 "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=" + std::to_string(percent));
     EXPECT_FALSE(Until(BatteryPercent{percent}).empty()) << percent;
   }
+}
+
+TEST_F(SystemEventsLinuxTest, NobodyLooksWhileNobodyWantsToKnow) {
+  Battery(80, "POWER_SUPPLY_STATUS=Discharging");
+  wish_.reset();
+  auto own = std::make_unique<ScriptedNotices>();
+  ScriptedNotices& notices = *own;
+  const auto source = Follow(std::move(own), 1ms);
+  Battery(79, "POWER_SUPPLY_STATUS=Discharging");
+  for (const pid_t leader : {42, 43}) {
+    notices.sessions.terminals[leader] = "tty2";
+    ScriptedNotices::Give(notices.login);
+    EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, static_cast<std::uint32_t>(leader)}).size(), 1u);
+  }
+  wish_ = wishes_->Add();
+  EXPECT_EQ(Until(BatteryPercent{79}).size(), 1u);
+  tree_.Write("/sys/class/power_supply/BAT0/uevent", "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=78");
+  EXPECT_FALSE(Until(BatteryPercent{78}).empty());
 }
 
 TEST(UserSessionsTest, LoginsAndTheConsoleAreCompared) {
