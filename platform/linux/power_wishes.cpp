@@ -31,9 +31,10 @@ std::shared_ptr<CHPowerNotifyHandle> PowerWishes::Add() {
   return wish;
 }
 
-void PowerWishes::Take() {
+bool PowerWishes::Take() {
   eventfd_t count = 0;
   ::eventfd_read(added_.get(), &count);  // fails when there is nothing to take
+  return any();
 }
 
 }  // namespace platform

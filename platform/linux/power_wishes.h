@@ -21,7 +21,7 @@ class PowerWishes : public std::enable_shared_from_this<PowerWishes> {
 
   /// Readable after a wish was added, until Take; for one thread that waits.
   int fd() const { return added_.get(); }
-  void Take();
+  bool Take();  ///< Whether there is a wish now.
 
  private:
   class Wish;

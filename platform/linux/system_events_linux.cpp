@@ -70,8 +70,8 @@ class LinuxSystemEventSource final : public SystemEventSource {
       if (waited[0].revents != 0) return;
       std::optional<Cause> look;
       // After a sleep the power is read, too: what changed in it may be told by nobody.
-      if (waited[5].revents != 0) wishes_->Take();
-      if (failed || waited[1].revents != 0 || waited[5].revents != 0) {
+      const bool wished = waited[5].revents != 0 && wishes_->Take();
+      if (failed || waited[1].revents != 0 || wished) {
         look = Cause::kOther;
       } else if (woken == 0) {
         look = Cause::kPoll;
