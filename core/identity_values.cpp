@@ -20,15 +20,22 @@ void IdentityValues::SetDeviceContext(const std::wstring& id, const std::wstring
 }
 
 int IdentityValues::DecideTVKVer(std::wstring version) {
-  enum Answer { kSame = 0, kOtherVersion = 1, kNone = 2, kOtherPath = 3 };
-  std::wstring current = String::ToUpper(tvk_info_.GetVersion());
-  if (current.empty()) current = L"Unknow";
   const bool one_dataset = datasets_.FindById(version) != nullptr;
   ItemEvent last;
   const int error = one_dataset ? store_.GetLastItemEventWithItemId(version, EventMonitorBase::DeviceInitItemId, last)
                                 : store_.GetLastItemEventOfAnyDataset(EventMonitorBase::DeviceInitItemId, last);
+  return error != 0 ? kNone : OriginOf(last.device_context_id());
+}
+
+bool IdentityValues::IsOfThisClient(const std::wstring& device_context_id) {
+  return OriginOf(device_context_id) == kSame;
+}
+
+IdentityValues::Origin IdentityValues::OriginOf(const std::wstring& device_context_id) {
+  std::wstring current = String::ToUpper(tvk_info_.GetVersion());
+  if (current.empty()) current = L"Unknow";
   DeviceContext context;
-  if (error != 0 || store_.GetDeviceContext(last.device_context_id(), context) != 0) return kNone;
+  if (store_.GetDeviceContext(device_context_id, context) != 0) return kNone;
   if (String::ToUpper(context.tvk_info().tvk_version()) != current) return kOtherVersion;
   return context.device_info().device_path() == Get(&Values::device_path) ? kSame : kOtherPath;
 }

@@ -49,9 +49,13 @@ class IdentityValues final : public ManagerIdentity {
   std::wstring get_device_context_id() override { return Get(&Values::device_context_id); }
   bool get_FirstInvocation() override { return Get(&Values::first_invocation); }
   int DecideTVKVer(std::wstring version) override;
+  bool IsOfThisClient(const std::wstring& device_context_id) override;
   bool get_NeedToLogDatasetContextOnChange() override { return Get(&Values::need_to_log_dataset_context_on_change); }
 
  private:
+  enum Origin { kSame = 0, kOtherVersion = 1, kNone = 2, kOtherPath = 3 };  ///< As DecideTVKVer answers.
+  Origin OriginOf(const std::wstring& device_context_id);
+
   const EventDataLogging& store_;
   const TvkInfo& tvk_info_;
   const DatasetTable& datasets_;

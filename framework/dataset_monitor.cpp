@@ -126,24 +126,41 @@ DatasetContext DatasetMonitor::MakeContext(const ItemData& facts) const {
 }
 
 void DatasetMonitor::InitialiseDevice() {
-  init_owed_ = false;
-  if (!IsNewDeviceInitNeeded(std::wstring(identity_.row.id))) return;
-  if (!Admits()) {
-    init_owed_ = true;
-    return;
-  }
-  if (LogDevInitEvent() != 0) log_.d(L"%s", identity_.lines.init_failure.With({}));
+  const bool all = IsNewDeviceInitNeeded(std::wstring(identity_.row.id));
+  init_owed_ = all && !Admits();
+  if (!Admits()) return;
+  if ((all ? LogDevInitEvent() : LogDevInits(WithoutInit(DescribedKeys()))) != 0)
+    log_.d(L"%s", identity_.lines.init_failure.With({}));
   SetDevicePathChanged(false);
 }
 
+std::wstring DatasetMonitor::InitStateKey(const std::wstring& device_key) {
+  return L"DeviceInit " + device_key;
+}
+
+std::vector<std::wstring> DatasetMonitor::WithoutInit(std::vector<std::wstring> keys) {
+  std::erase_if(keys, [&](const std::wstring& key) { return !TakesDeviceInit(key); });
+  const std::size_t all = keys.size();
+  std::erase_if(keys, [&](const std::wstring& key) {
+    std::wstring of;
+    return services().store.GetState(std::wstring(identity_.row.id), InitStateKey(key), of) == 0 &&
+           services().manager.IsOfThisClient(of);
+  });
+  return keys.size() == all ? std::vector<std::wstring>() : keys;
+}
+
 int DatasetMonitor::LogDevInitEvent() {
+  return LogDevInits(DescribedKeys());
+}
+
+int DatasetMonitor::LogDevInits(const std::vector<std::wstring>& keys) {
   const std::lock_guard one_at_a_time(init_mutex_);
   const std::wstring dataset(identity_.row.id);
   const std::wstring device_context = services().manager.get_device_context_id();
   int result = 0;
-  for (const std::wstring& key : DescribedKeys()) {
+  for (const std::wstring& key : keys) {
     // By device, so that one whose item could not be written, or which came later, gets its own.
-    const DatasetState done{L"DeviceInit " + key, device_context};
+    const DatasetState done{InitStateKey(key), device_context};
     std::wstring of;
     if (services().store.GetState(dataset, done.key, of) == 0 && of == device_context) continue;
     if (!TakesDeviceInit(key)) continue;

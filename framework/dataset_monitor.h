@@ -100,7 +100,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// The same for an item that tells of use.
   int WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key);
   /// LogDevInitEvent when IsNewDeviceInitNeeded says so; without consent it is made up for by the next item that has
-  /// it.
+  /// it. Else the devices that have no "DeviceInit" of this client while another one of the dataset has get theirs: a
+  /// kill, or a full disk, came between the two, or the device came later.
   void InitialiseDevice();
   void ResetContextEvent() const;
 
@@ -122,6 +123,11 @@ class DatasetMonitor : public EventMonitorBase {
   /// WriteItem and WriteItemOfUse.
   int WriteNamed(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
                  const DatasetState& state, bool of_use);
+  static std::wstring InitStateKey(const std::wstring& device_key);
+  /// Those of `keys` that have no "DeviceInit" of this client; none when that is all of them.
+  std::vector<std::wstring> WithoutInit(std::vector<std::wstring> keys);
+  /// Writes the "DeviceInit" of these devices; see LogDevInitEvent.
+  int LogDevInits(const std::vector<std::wstring>& keys);
   /// The keys of the devices that have a context, those that was owed included.
   std::vector<std::wstring> DescribedKeys();
 

@@ -93,8 +93,9 @@ class DatasetMonitorTest : public testing::Test {
     }
     return items;
   }
-  DriveMonitor& Start() {
+  DriveMonitor& Start(std::optional<Drives> found = std::nullopt) {
     auto monitor = std::make_unique<DriveMonitor>(life_->services());
+    if (found) monitor->drives = std::move(found);
     DriveMonitor& drives = *monitor;
     monitor_.emplace(world_.runtime, std::move(monitor));
     world_.runtime.Settle();
@@ -146,6 +147,20 @@ TEST_F(DatasetMonitorTest, EachDeviceHasItsOwnContextAndItems) {
   monitor.LogDatasetContext(false);
   monitor.InitialiseDevice();
   EXPECT_EQ(life_->Items(L"DeviceInit").size(), 5u) << "the one that came later alone";
+}
+
+TEST_F(DatasetMonitorTest, ADeviceThatAKillLeftWithoutItsInitialisationGetsItAtTheNextStart) {
+  life_->manager.first_invocation = true;
+  Start();
+  const auto inits = [&] { return life_->Items(L"DeviceInit").size(); };
+  EXPECT_EQ(inits(), 2u) << "as if the kill had come before that of C";
+  for (const std::size_t due : {1u, 0u}) {
+    monitor_.reset();
+    const Drives drives = {{L"A", {{L"Model", L"1"}}}, {L"B", {{L"Model", L"2"}}}, {L"C", {{L"Model", L"3"}}}};
+    life_.emplace(world_);
+    Start(drives);
+    EXPECT_EQ(inits(), due) << "by this client, for this path";
+  }
 }
 
 TEST_F(DatasetMonitorTest, MistakesOfAMonitorEndInAMessage) {

@@ -23,6 +23,9 @@ class ManagerIdentity {
   /// the last event of any dataset. 0: by this version, for the device path in force. 1: by another version. 2: there
   /// is none, or its device context is gone. 3: for another device path.
   virtual int DecideTVKVer(std::wstring version) = 0;
+  /// Whether the device context of this id was written by this version of the client, for the device path in force.
+  /// False for one that the store does not have.
+  virtual bool IsOfThisClient(const std::wstring& device_context_id) = 0;
   virtual bool get_NeedToLogDatasetContextOnChange() = 0;
 
  protected:

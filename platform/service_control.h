@@ -103,8 +103,10 @@ struct ServiceProgram {
 
 /// How a run under the service manager went.
 struct ServiceRun {
-  bool served = false;  ///< False: no service manager started this process; nothing was called.
-  int exit_code = 0;    ///< What `main` returned; 1 when it threw.
+  bool served = false;               ///< False: no service manager started this process; nothing was called.
+  static constexpr int kFailed = 3;  ///< As our programs end that fail while they run.
+
+  int exit_code = 0;    ///< What `main` returned; kFailed when it threw, and where the service could not begin.
   std::string problem;  ///< Why not served, or what `main` threw; empty otherwise.
 };
 

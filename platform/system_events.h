@@ -38,7 +38,8 @@ class SystemEvents {
   virtual ~SystemEvents() = default;
 
   /// Changes only: who needs the present state reads it from Power after the opening. Nothing wakes up while nothing
-  /// happens. `runtime` and the machine must outlive the source.
+  /// happens, but for a battery whose driver tells nothing (Linux). Power is told to who has registered for it
+  /// (Power::Register) alone. `runtime` and the machine must outlive the source.
   ///
   /// Windows calls nobody back: its events come to the service's control handler (service_control_event.h). There the
   /// source is the service's wish to be told of drives, too; `service` is its SERVICE_STATUS_HANDLE, which has to stay

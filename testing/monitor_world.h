@@ -68,6 +68,7 @@ class SettableManagerIdentity final : public TVK::ManagerIdentity {
   std::wstring get_device_context_id() override;
   bool get_FirstInvocation() override { return first_invocation; }
   int DecideTVKVer(std::wstring /*version*/) override { return version_answer; }
+  bool IsOfThisClient(const std::wstring& id) override { return id == device_context_id; }
   bool get_NeedToLogDatasetContextOnChange() override { return false; }
 
   std::wstring device_context_id = L"DEVICE-CONTEXT";

@@ -244,6 +244,7 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   program.stop = [&] { stop->Set(); };
   const platform::ServiceRun run = platform::RunServiceProgram(program);
   if (!run.served) return std::nullopt;
+  TellAdministrator(run.problem);
   return run.exit_code;
 }
 

@@ -61,10 +61,11 @@ LimitedCalls::Outcome LimitedCalls::RunInTurn(std::function<void()> call, std::c
   progress_->done = runtime_.MakeEvent(platform::EventReset::kManual);
   thread_ = runtime_.StartThread(
       name_, [progress = progress_, call = std::move(call), log = log_, name = String::UTF8ToUTF16(name_)]() mutable {
-        CallLogged(log, name, call);
+        const bool done = CallLogged(log, name, call);
         call = nullptr;  // what it owns goes before anybody hears that it is through
         const std::lock_guard lock(progress->mutex);
         progress->returned = true;
+        progress->failed = !done;
         if (progress->done != nullptr) progress->done->Set();
       });
   const Outcome outcome = Await(runtime_, *progress_->done, limit, stop);

@@ -48,7 +48,7 @@ std::optional<std::int64_t> NumberOf(const std::wstring& text) {
 int FlagOf(const platform::PowerStatus& status) {
   constexpr int kNoBattery = 128;
   constexpr int kChargingFlag = 8;
-  if (!status.percent) return kNoBattery;
+  if (!status.percent && !status.level) return kNoBattery;
   const int charging = status.charging ? kChargingFlag : 0;
   if (!status.level) return charging;
   switch (*status.level) {
@@ -68,6 +68,16 @@ std::vector<TVK::DescribedDevice> DevicesOf(const std::list<BatteryInfo>& list) 
     return TVK::DescribedDevice{.key = battery.batteryId(), .facts = TVK::BatteryContextItemData(battery)};
   });
   return devices;
+}
+
+/// Which battery is where, as far as batteries tell it.
+std::vector<std::pair<std::wstring, std::wstring>> IdentitiesOf(const std::vector<TVK::DescribedDevice>& devices) {
+  std::vector<std::pair<std::wstring, std::wstring>> identities;
+  for (const TVK::DescribedDevice& device : devices) {
+    const auto serial_number = device.facts.find(L"SerialNumber");
+    identities.emplace_back(device.key, serial_number == device.facts.end() ? L"" : serial_number->second);
+  }
+  return identities;
 }
 
 }  // namespace
@@ -125,8 +135,8 @@ void BatteryEventMonitor::MakeTimers() {
 }
 
 void BatteryEventMonitor::RegisterNotifications() {
-  const auto source = services().machine.power().ReadStatus().source;
-  {
+  if (Admits()) {
+    const auto source = services().machine.power().ReadStatus().source;
     const std::lock_guard lock(mutex_);
     if (!source_told_) source_at_start_ = source;
   }
@@ -152,7 +162,8 @@ void BatteryEventMonitor::OnPowerSource(platform::PowerSource source) {
                                               source == PowerSource::kAc ? TVK::kRunsOnAc : TVK::kRunsOnOther, L""));
   {
     const std::lock_guard lock(mutex_);
-    source_told_ = true;
+    // The first news of a source that was not known is not known to be a change.
+    if (!std::exchange(source_told_, true) && !source_at_start_) source_at_start_ = source;
     if (source_at_start_ == source) return;
     source_at_start_.reset();
   }
@@ -211,16 +222,13 @@ void BatteryEventMonitor::DelayTimerCallback(const TVK::OneShotTimer* timer) {
 void BatteryEventMonitor::CheckCharge(std::size_t index, const BatteryInfo& battery,
                                       const platform::PowerStatus& status) {
   const auto charge = NumberOf(battery.batteryBatteryChargeRemaining());
-  if (charge) {
-    const int percent = static_cast<int>(*charge);
-    if (battery.batteryChargeStatus() == kCharging && IsNearFull(percent, status) &&
-        IsDue(bIsNeedReportNearFull, index) && LogItemEvent(kNearFull, battery) == 0) {
-      SetLatch(bIsNeedReportNearFull, index, false);
-    }
-    if (battery.batteryChargeStatus() == kDischarging && IsNearEmpty(percent, status) &&
-        IsDue(bIsNeedReportNearEmpty, index) && LogItemEvent(kNearEmpty, battery) == 0) {
-      SetLatch(bIsNeedReportNearEmpty, index, false);
-    }
+  if (battery.batteryChargeStatus() == kCharging && IsNearFull(charge, status) && IsDue(bIsNeedReportNearFull, index) &&
+      LogItemEvent(kNearFull, battery) == 0) {
+    SetLatch(bIsNeedReportNearFull, index, false);
+  }
+  if (battery.batteryChargeStatus() == kDischarging && IsNearEmpty(charge, status) &&
+      IsDue(bIsNeedReportNearEmpty, index) && LogItemEvent(kNearEmpty, battery) == 0) {
+    SetLatch(bIsNeedReportNearEmpty, index, false);
   }
   log_.d(
       L"BatteryEventMonitor DelayTimerCallback batteryChargeRemaining: %d%%, isAcOn: %s, bIsNeedReportNearFull[%d]: "
@@ -229,15 +237,15 @@ void BatteryEventMonitor::CheckCharge(std::size_t index, const BatteryInfo& batt
       IsDue(bIsNeedReportNearFull, index), index, IsDue(bIsNeedReportNearEmpty, index));
 }
 
-bool BatteryEventMonitor::IsNearFull(int charge, const platform::PowerStatus& status) {
+bool BatteryEventMonitor::IsNearFull(std::optional<std::int64_t> charge, const platform::PowerStatus& status) {
   const std::lock_guard lock(mutex_);
-  if (settings_.full_threshold) return charge >= *settings_.full_threshold;
+  if (settings_.full_threshold) return charge && *charge >= *settings_.full_threshold;
   return status.level == platform::ChargeLevel::kHigh;
 }
 
-bool BatteryEventMonitor::IsNearEmpty(int charge, const platform::PowerStatus& status) {
+bool BatteryEventMonitor::IsNearEmpty(std::optional<std::int64_t> charge, const platform::PowerStatus& status) {
   const std::lock_guard lock(mutex_);
-  if (settings_.low_threshold) return charge <= *settings_.low_threshold;
+  if (settings_.low_threshold) return charge && *charge <= *settings_.low_threshold;
   return !status.charging &&
          (status.level == platform::ChargeLevel::kLow || status.level == platform::ChargeLevel::kCritical);
 }
@@ -289,10 +297,19 @@ std::optional<std::list<BatteryInfo>> BatteryEventMonitor::ReadBatteries(TVK::Mo
     log_.e(L"%s", too_many.With({}, BATTERY_MAX_NUMBER));
     return std::nullopt;
   }
-  std::unique_lock lock(mutex_);
-  const bool described = described_ == DevicesOf(list);
-  lock.unlock();
-  if (!described) LogDatasetContext(false);
+  const std::vector<TVK::DescribedDevice> devices = DevicesOf(list);
+  {
+    const std::lock_guard lock(mutex_);
+    if (described_ == devices) return list;
+    // The places in the list belong to others now.
+    if (IdentitiesOf(described_) != IdentitiesOf(devices)) {
+      bIsNeedReportNearFull.fill(true);
+      bIsNeedReportNearEmpty.fill(true);
+    }
+  }
+  LogDatasetContext(false);
+  const std::lock_guard lock(mutex_);
+  described_ = devices;  // not before: what threw is to be tried again
   return list;
 }
 
@@ -315,10 +332,14 @@ std::optional<std::vector<TVK::DescribedDevice>> BatteryEventMonitor::Describe()
         battery.batteryDesignChargeCapacity(), battery.batteryManufactureDate(), battery.batteryValidWarranty(),
         battery.batteryWarranty());
   }
-  std::vector<TVK::DescribedDevice> devices = DevicesOf(list);
-  const std::lock_guard lock(mutex_);
-  described_ = devices;
-  return devices;
+  return DevicesOf(list);
+}
+
+bool BatteryEventMonitor::IsSameDescription(const ItemData& stored, const ItemData& facts) const {
+  return std::ranges::all_of(facts, [&](const auto& fact) {
+    const auto known = stored.find(fact.first);
+    return known != stored.end() && known->second == fact.second;
+  });
 }
 
 int BatteryEventMonitor::LogItemEvent(const std::wstring& event_name, const BatteryInfo& battery) {
@@ -352,7 +373,7 @@ bool BatteryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::w
   {
     const std::lock_guard lock(mutex_);
     settings_ = fresh;
-    if (changed) {
+    if (changed && fresh.read_usage_interval_ms != 0) {
       bIsNeedReportNearFull.fill(true);
       bIsNeedReportNearEmpty.fill(true);
     }

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -21,7 +22,7 @@
 /// See EventMonitorBase for who calls what. One dataset context for each battery. StartMonitor returns once the wishes
 /// to be told of changes are registered and the usage report runs; at rest no thread of it but that report's is there.
 ///
-/// News of the power source is told on the client's bus at once and recorded when it has settled. A battery that took
+/// News of the power source is told on the client's bus at once and recorded 40 seconds later. A battery that took
 /// another one's place is described before anything of it is recorded.
 class BatteryEventMonitor final : public TVK::ScheduledMonitor {
  public:
@@ -34,8 +35,8 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
 
   /// More batteries than this are not understood, and nothing is recorded of any of them.
   static constexpr std::size_t BATTERY_MAX_NUMBER = 2;
-  /// How long after the last news of the power source, and of the charge, the batteries are looked at: systems tell of
-  /// one plug some times.
+  /// How long after news of the power source, and of the charge, the batteries are looked at; the same news anew puts
+  /// it off: systems tell of one plug some times.
   static constexpr std::chrono::seconds kSourceSettles{40};
   static constexpr std::chrono::seconds kChargeSettles{1};
 
@@ -55,6 +56,8 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
  protected:
   bool UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) override;
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
+  /// Sources come and go (log files with the user who is logged on): a fact that is only not told now is no change.
+  bool IsSameDescription(const ItemData& stored, const ItemData& facts) const override;
 
  private:
   enum Timer : std::size_t { kAcConnected, kAcDisconnected, kChargePercentage, kTimers };
@@ -71,8 +74,8 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   /// What one battery's charge asks for.
   void CheckCharge(std::size_t index, const BatteryInfo& battery, const platform::PowerStatus& status);
   void LogRemainingTime(std::size_t index, const BatteryInfo& battery) const;
-  bool IsNearFull(int charge, const platform::PowerStatus& status);
-  bool IsNearEmpty(int charge, const platform::PowerStatus& status);
+  bool IsNearFull(std::optional<std::int64_t> charge, const platform::PowerStatus& status);
+  bool IsNearEmpty(std::optional<std::int64_t> charge, const platform::PowerStatus& status);
   bool IsDue(const Latches& latches, std::size_t index);
   void SetLatch(Latches& latches, std::size_t index, bool value);
 
@@ -82,12 +85,12 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   std::array<std::unique_ptr<TVK::OneShotTimer>, kTimers> timers_;  ///< Between StartMonitor and StopMonitor.
   bool ended_ = false;
   std::array<std::shared_ptr<platform::CHPowerNotifyHandle>, 2> notifications_;
-  /// What the machine ran on as the monitor started, as long as nothing else was told: systems begin with the present
-  /// state, which is no change.
+  /// What the machine ran on as the monitor started, or was told to run on first, as long as nothing else was told:
+  /// systems begin with the present state, which is no change.
   std::optional<platform::PowerSource> source_at_start_;
   bool source_told_ = false;
   TVK::BatterySettings settings_;
   Latches bIsNeedReportNearFull = {true, true};
   Latches bIsNeedReportNearEmpty = {true, true};
-  std::vector<TVK::DescribedDevice> described_;  ///< The batteries, as they were described last.
+  std::vector<TVK::DescribedDevice> described_;  ///< The batteries of the last look.
 };

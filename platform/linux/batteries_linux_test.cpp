@@ -157,7 +157,11 @@ TEST(BatteriesLinuxTest, ABatteryIsDescribedWithWhatTheKernelTells) {
       {"energies", "", nothing},
       {"charges, at the voltage it was designed for", charges, at_millivolts(11520)},
       {"the highest of two", "VOLTAGE_MAX_DESIGN=12600000\n" + charges, at_millivolts(12600)},
-      {"at the present one", "VOLTAGE_MIN_DESIGN=3300\n" + charges, at_millivolts(12000)},
+      {"at the present one, but not the design", "VOLTAGE_MIN_DESIGN=3300\n" + charges,
+       [&](BatteryFacts& facts) {
+         at_millivolts(12000)(facts);
+         facts.design_mwh = std::nullopt;
+       }},
       {"charges without a voltage", "VOLTAGE_MIN_DESIGN=\nVOLTAGE_NOW=0\n" + charges,
        [](BatteryFacts& facts) {
          facts.design_mwh = facts.full_mwh = facts.remaining_mwh = std::nullopt;

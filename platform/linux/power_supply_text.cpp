@@ -87,8 +87,8 @@ struct Energies {
   std::optional<double> design;
   std::optional<double> full;
   std::optional<double> remaining;
-  bool charges = false;     ///< What remains was told as a charge.
-  double design_volts = 0;  ///< 0: not told.
+  bool charges = false;  ///< What remains was told as a charge.
+  double volts = 0;      ///< At which charges count; 0: not told.
 };
 
 Energies EnergiesOf(const Properties& supply) {
@@ -99,23 +99,27 @@ Energies EnergiesOf(const Properties& supply) {
   constexpr double kLeast = 1000;
   constexpr double kMost = 1e10;
   Energies energies;
-  for (const char* const name : {"voltage_max_design", "voltage_min_design", "voltage_now"}) {
-    energies.design_volts = kMicro * static_cast<double>(supply.Number(name).value_or(0));
-    if (energies.design_volts >= kLeastVolts) break;
-    energies.design_volts = 0;
-  }
+  const auto volts = [&](const char* name) {
+    const double told = kMicro * static_cast<double>(supply.Number(name).value_or(0));
+    return told >= kLeastVolts ? told : 0;
+  };
+  double design_volts = volts("voltage_max_design");
+  if (design_volts == 0) design_volts = volts("voltage_min_design");
+  energies.volts = design_volts > 0 ? design_volts : volts("voltage_now");
   const auto read = [&](const std::string& what, double least, bool* charge) -> std::optional<double> {
     auto told = supply.Number("energy_" + what);
     double factor = 1;
-    if (!told && energies.design_volts > 0) {
+    if (!told && energies.volts > 0) {
       told = supply.Number("charge_" + what);
-      factor = energies.design_volts;
+      factor = energies.volts;
       if (told && charge != nullptr) *charge = true;
     }
     const double all = factor * static_cast<double>(told.value_or(0));
     return told && all >= least && all <= kMost ? std::optional(all) : std::nullopt;
   };
   energies.design = read("full_design", kLeast, nullptr);
+  // What a battery was designed for does not change with its present voltage.
+  if (design_volts == 0 && !supply.Number("energy_full_design")) energies.design.reset();
   energies.full = read("full", kLeast, nullptr);
   energies.remaining = read("now", 0, &energies.charges);
   return energies;
@@ -165,8 +169,7 @@ std::optional<std::chrono::seconds> RemainingTime(const Properties& supply, cons
   auto rate = supply.Magnitude({"power_now", "power_avg"});
   if (!rate) {
     // A charge that was counted at one voltage flows at that one, too.
-    const double volts =
-        energies.charges ? energies.design_volts : supply.Magnitude({"voltage_now"}).value_or(0) * 1e-6;
+    const double volts = energies.charges ? energies.volts : supply.Magnitude({"voltage_now"}).value_or(0) * 1e-6;
     rate = supply.Magnitude({"current_now", "current_avg"}).value_or(0) * volts;
   }
   const double way = charging ? *energies.full - *energies.remaining : *energies.remaining;

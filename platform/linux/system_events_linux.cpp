@@ -36,7 +36,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
         stop_(::eventfd(0, EFD_CLOEXEC)),
         poll_(poll) {
     if (!stop_) throw std::system_error(errno, std::generic_category(), "eventfd");
-    known_ = Look(BatteryPoll::Cause::kOther);
+    if (wishes_->Take()) known_ = Look(Cause::kOther);
     sessions_ = notices_->TakeSessions();
     thread_ = runtime_.StartThread("system-events", [this] { Run(); });
   }
@@ -55,7 +55,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
   struct PowerState {
     std::optional<PowerSource> source = {};
     std::optional<std::uint32_t> percent = {};
-    std::optional<std::vector<std::string>> batteries = {};  ///< Which are there; absent without a wish.
+    std::vector<std::string> batteries = {};  ///< Which are there.
   };
 
   void Run() {
@@ -69,8 +69,8 @@ class LinuxSystemEventSource final : public SystemEventSource {
       if (woken < 0) continue;  // only for a signal
       if (waited[0].revents != 0) return;
       std::optional<Cause> look;
-      // After a sleep the power is read, too: what changed in it may be told by nobody.
       const bool wished = waited[5].revents != 0 && wishes_->Take();
+      // After a sleep the power is read, too: what changed in it may be told by nobody.
       if (failed || waited[1].revents != 0 || wished) {
         look = Cause::kOther;
       } else if (woken == 0) {
@@ -108,26 +108,29 @@ class LinuxSystemEventSource final : public SystemEventSource {
   PowerState Look(Cause cause) {
     const PowerStatus status = power_.ReadStatus();
     PowerState state{.source = status.source, .percent = status.percent};
-    if (!wishes_->any()) return state;
     const std::vector<BatteryFacts> batteries = batteries_.List();
-    state.batteries.emplace();
     for (const BatteryFacts& battery : batteries)
-      state.batteries->push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
+      state.batteries.push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
     poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(status, batteries));
     return state;
   }
 
   void TellPower(Cause cause) {
-    PowerState present = Look(cause);
-    if (present.source && present.source != known_.source) callback_(*present.source);
-    const bool exchanged = present.batteries && known_.batteries && present.batteries != known_.batteries;
-    if (present.percent && (present.percent != known_.percent || exchanged)) {
-      callback_(BatteryPercent{*present.percent});
+    if (!wishes_->any()) {
+      known_.reset();
+      return;
     }
-    // What is not told for a while, as while a battery is exchanged, did not change.
-    if (present.source) known_.source = present.source;
-    if (present.percent) known_.percent = present.percent;
-    known_.batteries = std::move(present.batteries);  // without a wish they may be exchanged unseen
+    PowerState present = Look(cause);
+    if (known_) {
+      if (present.source && present.source != known_->source) callback_(*present.source);
+      if (present.percent && (present.percent != known_->percent || present.batteries != known_->batteries)) {
+        callback_(BatteryPercent{*present.percent});
+      }
+      // What is not told for a while, as while a battery is exchanged, did not change.
+      if (!present.source) present.source = known_->source;
+      if (!present.percent) present.percent = known_->percent;
+    }
+    known_ = std::move(present);
   }
 
   void TellSessions() {
@@ -145,7 +148,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
   const UniqueFd stop_;  ///< An eventfd; readable: end.
   // The thread's own once it runs.
   BatteryPoll poll_;
-  PowerState known_;
+  std::optional<PowerState> known_;  ///< As it was told, or found as somebody began to wish; absent without a wish.
   UserSessions sessions_;
   std::thread thread_;
 };

@@ -192,13 +192,19 @@ TEST_F(SystemEventsLinuxTest, NobodyLooksWhileNobodyWantsToKnow) {
   ScriptedNotices& notices = *own;
   const auto source = Follow(std::move(own), 1ms);
   Battery(79, "POWER_SUPPLY_STATUS=Discharging");
-  for (const pid_t leader : {42, 43}) {
+  // The second is told when the thread is through with all that was there at the first.
+  const auto log_on = [&](pid_t leader) {
     notices.sessions.terminals[leader] = "tty2";
     ScriptedNotices::Give(notices.login);
     EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, static_cast<std::uint32_t>(leader)}).size(), 1u);
-  }
+  };
+  log_on(42);
+  ScriptedNotices::Give(notices.devices);
+  log_on(43);
+  log_on(44);
   wish_ = wishes_->Add();
-  EXPECT_EQ(Until(BatteryPercent{79}).size(), 1u);
+  log_on(45);
+  log_on(46);
   tree_.Write("/sys/class/power_supply/BAT0/uevent", "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=78");
   EXPECT_FALSE(Until(BatteryPercent{78}).empty());
 }

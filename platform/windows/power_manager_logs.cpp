@@ -3,10 +3,10 @@
 #include "platform/windows/sys.h"
 
 #include <algorithm>
+#include <exception>
 #include <filesystem>
+#include <memory>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -22,6 +22,7 @@ constexpr wchar_t kMakersFolder[] = L"Xelvra";
 constexpr wchar_t kFolder[] = L"Power Manager";
 constexpr wchar_t kEnding[] = L".PWM";
 constexpr std::size_t kMostFiles = 16;
+constexpr DWORD kPatience = 3'000;  // milliseconds
 
 struct FileSearchTraits {
   using Handle = HANDLE;
@@ -81,17 +82,34 @@ void AppendLog(const std::filesystem::path& folder, const std::wstring& name, st
   logs.push_back(std::move(log));
 }
 
-PowerManagerLogs ReadAsUser(Sessions& sessions, const std::filesystem::path& folder, std::uint64_t least,
-                            std::uint64_t most) {
+/// What a thread is to read. It owns its part: whoever asked may have gone.
+struct Reading {
   UniqueKernelHandle user;
-  if (const DWORD error = OpenUserToken(sessions, user); error != ERROR_SUCCESS) return {.refusal = error};
+  std::filesystem::path folder;
+  std::uint64_t least = 0;
+  std::uint64_t most = 0;
+  PowerManagerLogs answer = {};
+};
+
+PowerManagerLogs ReadAsUser(const Reading& reading) {
   // For this thread, and as long as it lives.
-  if (!ImpersonateLoggedOnUser(user.get())) return {.refusal = GetLastError()};
+  if (!ImpersonateLoggedOnUser(reading.user.get())) return {.refusal = GetLastError()};
   PowerManagerLogs answer;
-  if (!IsFolder(folder)) return answer;
-  for (const std::wstring& name : LogNames(folder))
-    AppendLog(folder, name, least, most, answer.logs);
+  if (!IsFolder(reading.folder)) return answer;
+  for (const std::wstring& name : LogNames(reading.folder))
+    AppendLog(reading.folder, name, reading.least, reading.most, answer.logs);
   return answer;
+}
+
+DWORD WINAPI ReadOnThread(void* argument) {
+  const std::unique_ptr<std::shared_ptr<Reading>> owned(static_cast<std::shared_ptr<Reading>*>(argument));
+  Reading& reading = **owned;
+  try {
+    reading.answer = ReadAsUser(reading);
+  } catch (const std::exception&) {
+    reading.answer = {.refusal = ERROR_NOT_ENOUGH_MEMORY};
+  }
+  return 0;
 }
 
 }  // namespace
@@ -99,14 +117,19 @@ PowerManagerLogs ReadAsUser(Sessions& sessions, const std::filesystem::path& fol
 PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, Sessions& sessions) {
   const std::filesystem::path makers_folder = CommonFolder() / kMakersFolder;
   if (!IsFolder(makers_folder)) return {};
-  PowerManagerLogs answer;
-  // Not this thread: were the rights not given back, everything after would be done with them.
-  try {
-    std::thread([&] { answer = ReadAsUser(sessions, makers_folder / kFolder, least, most); }).join();
-  } catch (const std::system_error&) {
-    answer.refusal = ERROR_MAX_THRDS_REACHED;
-  }
-  return answer;
+  const auto reading =
+      std::make_shared<Reading>(Reading{.folder = makers_folder / kFolder, .least = least, .most = most});
+  if (const DWORD error = OpenUserToken(sessions, reading->user); error != ERROR_SUCCESS) return {.refusal = error};
+  auto owned = std::make_unique<std::shared_ptr<Reading>>(reading);
+  // Not this thread: were the rights not given back, everything after would be done with them; and whoever may make
+  // files there can make one whose opening waits for him.
+  const UniqueKernelHandle thread(CreateThread(nullptr, 0, ReadOnThread, owned.get(), 0, nullptr));
+  if (!thread) return {.refusal = GetLastError()};
+  static_cast<void>(owned.release());  // the thread's now
+  if (WaitForSingleObject(thread.get(), kPatience) == WAIT_OBJECT_0) return std::move(reading->answer);
+  CancelSynchronousIo(thread.get());
+  if (WaitForSingleObject(thread.get(), kPatience) == WAIT_OBJECT_0) return std::move(reading->answer);
+  return {.refusal = ERROR_TIMEOUT};  // the thread is left behind
 }
 
 }  // namespace platform::windows

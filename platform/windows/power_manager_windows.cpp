@@ -1,6 +1,7 @@
 #include "platform/power_manager.h"
 
 #include <array>
+#include <atomic>
 #include <memory>
 
 #include "platform/little_endian.h"
@@ -17,6 +18,7 @@ class WindowsPowerManager final : public PowerManager {
  public:
   // Opened for each question: an open device would keep its driver from being replaced.
   std::optional<std::vector<std::uint8_t>> QueryEnergyDriver(std::uint32_t code, std::uint32_t battery) override {
+    if (driver_hangs_) return std::nullopt;
     const UniqueFile driver(CreateFileW(L"\\\\.\\EnergyDrv", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                         OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     if (!driver) return std::nullopt;
@@ -25,6 +27,8 @@ class WindowsPowerManager final : public PowerManager {
     constexpr DWORD kPatience = 3'000;
     constexpr std::size_t kMostBytes = 512;
     DriverAnswer answer = AskDriverWithin(kPatience, driver.get(), code, request, kMostBytes);
+    // One that hangs once is asked no more: each question would hold up whoever waits for the batteries.
+    if (answer.error == ERROR_TIMEOUT) driver_hangs_ = true;
     return answer.error == ERROR_SUCCESS ? std::optional(std::move(answer.bytes)) : std::nullopt;
   }
 
@@ -40,6 +44,7 @@ class WindowsPowerManager final : public PowerManager {
   }
 
  private:
+  std::atomic<bool> driver_hangs_ = false;
   PowerManagerLibrary library_;
 };
 

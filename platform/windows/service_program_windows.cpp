@@ -62,7 +62,7 @@ class Session final : public ServiceSession {
     run_.served = true;
     handle_ = RegisterServiceCtrlHandlerExW(kServiceName, &Session::OnControl, this);
     if (handle_ == nullptr) {
-      run_.exit_code = 1;
+      run_.exit_code = ServiceRun::kFailed;
       run_.problem = windows::LastErrorText("RegisterServiceCtrlHandlerEx");
       return;
     }
@@ -73,8 +73,11 @@ class Session final : public ServiceSession {
     try {
       run_.exit_code = program_.main(*this);
     } catch (const std::exception& error) {
-      run_.exit_code = 1;
+      run_.exit_code = ServiceRun::kFailed;
       run_.problem = error.what();
+    } catch (...) {
+      run_.exit_code = ServiceRun::kFailed;
+      run_.problem = "unknown exception";
     }
     const std::lock_guard lock(mutex_);
     if (run_.exit_code != 0) {
