@@ -136,11 +136,12 @@ Findings Target::Look() const {
   return findings;
 }
 
-std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault) {
+std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault,
+                                                         const std::string& names) {
   const std::filesystem::path data = target.folder().data();
   const std::filesystem::path beside = data.parent_path();
   return {{"LD_PRELOAD", (ProgramBeside("fault_shim").parent_path() / "libtvk_fault_shim.so").string()},
-          {"TVK_FAULT_ROOT", data.string() + "/records.db"},
+          {"TVK_FAULT_ROOT", data.string() + "/" + names},
           {"TVK_FAULT", fault},
           {"TVK_FAULT_MARK", (beside / "reached").string()},
           {"TVK_FAULT_SWITCH", (beside / "full").string()}};

@@ -57,10 +57,12 @@ class Target {
   std::vector<std::string> shown_;
 };
 
-/// The variables that load the shim for files below the folder. `fault` as the shim takes it.
-std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault);
+/// The variables that load the shim for the files of the data folder whose names begin so. `fault` as the shim takes
+/// it.
+std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault,
+                                                         const std::string& names = "records.db");
 
-/// Writes the campaign's line: what, how many rounds, figures with what they must be, and the seconds it took.
+/// Writes the campaign's line: what, how many rounds, and figures with what they must be.
 void Report(const std::string& campaign, std::size_t rounds, const Findings& findings);
 
 /// A number from the environment, `standard` without it.
