@@ -1,9 +1,11 @@
-// usage: embedding POLICY-FILE [stop | no-stop]
+// usage: embedding POLICY-FILE [stop | no-stop | in-stop]
 // Hosts the component as another program does: opened too early, in vain, twice, and again elsewhere; each time until a
-// record of a monitor was written. With "no-stop" the process ends while monitors run. Exit code 0 when all went well.
+// record of a monitor was written. With "no-stop" the process ends while monitors run, with "in-stop" while the manager
+// stops. Exit code 0 when all went well.
 #include <tvk/component.h>
 #include <tvk/event_manager.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <iostream>
@@ -12,6 +14,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace {
 
@@ -75,6 +78,12 @@ int main(int count, char** texts) {
   if (count == 3 && std::string_view(texts[2]) == "no-stop") {
     // The folder stays: it is in use to the end.
     return Run(Below(folder, texts[1]), false) ? 0 : 3;
+  }
+  if (count == 3 && std::string_view(texts[2]) == "in-stop") {
+    const bool sound = Run(Below(folder, texts[1]), false);
+    std::thread stopping([] { EventManager::GetInstance()->Stop(); });
+    stopping.detach();
+    std::_Exit(sound ? 0 : 3);
   }
   const bool sound = RunAll(folder, texts[1]);
   std::filesystem::remove_all(folder);
