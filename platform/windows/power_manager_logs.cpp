@@ -117,8 +117,10 @@ DWORD WINAPI ReadOnThread(void* argument) {
 PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, Sessions& sessions) {
   const std::filesystem::path makers_folder = CommonFolder() / kMakersFolder;
   if (!IsFolder(makers_folder)) return {};
-  const auto reading =
-      std::make_shared<Reading>(Reading{.folder = makers_folder / kFolder, .least = least, .most = most});
+  const auto reading = std::make_shared<Reading>();
+  reading->folder = makers_folder / kFolder;
+  reading->least = least;
+  reading->most = most;
   if (const DWORD error = OpenUserToken(sessions, reading->user); error != ERROR_SUCCESS) return {.refusal = error};
   auto owned = std::make_unique<std::shared_ptr<Reading>>(reading);
   // Not this thread: were the rights not given back, everything after would be done with them; and whoever may make

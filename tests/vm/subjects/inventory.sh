@@ -48,6 +48,17 @@ for drive in "$ssd" "$hdd"; do
       jq -c '[.itemData | .ReadErrorRate, .ReallocatedSectorCount, .PowerOnHours, .PowerCycle | fromjson
         | [.raw, .normalized, .threshold, .worst | tonumber]]')"
 done
+# And what it tells of them without a recording.
+health=$(tvkctl inspect smart --table sata --json)
+for drive in "$ssd" "$hdd"; do
+  same "smart: attributes of $drive" \
+    "$(smartctl -j -A "$drive" | jq -c '[.ata_smart_attributes.table[] | select(.id | IN(1, 5, 9, 12)) | [.raw.value, .value, .thresh, .worst]]')" \
+    "$(jq -c ".drives[] | select(.path == \"$drive\") | [.itemData | .ReadErrorRate, .ReallocatedSectorCount, .PowerOnHours, .PowerCycle
+      | fromjson | [.raw, .normalized, .threshold, .worst | tonumber]]" <<<"$health")"
+done
+same "smart: the NVMe drive's spare and temperature" \
+  "$(nvme smart-log -o json "$nvme" | jq -c '[.avail_spare, .spare_thresh, .temperature - 273 | tostring]')" \
+  "$(jq -c ".drives[] | select(.path == \"$nvme\") | .itemData | [.AvailableSpare, .AvailableSpareThreshold, .TemperatureC]" <<<"$health")"
 none "drives: recorded, no serial number" "$(grep -rlaE 'TB(NVME|SSD-|HDD-|SPACES|PATHS|STICK)|BTSS-D|BTDH-D' /tmp/recorded)"
 
 cpu=$(tvkctl inspect cpu --json)

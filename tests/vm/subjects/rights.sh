@@ -46,4 +46,7 @@ same "as nobody: drives are listed" '["/dev/nvme0n1","/dev/sda","/dev/sdb"]' \
   "$(jq -c '.drives | map(.path) | sort' <<<"$inspected")"
 recorded=$(setpriv --reuid nobody --regid nobody --clear-groups tvkctl inspect drives --record /tmp/nobody/recorded 2>&1)
 check "as nobody: a recording says what is missing" grep -q 'no right' <<<"$recorded"
+health=$(setpriv --reuid nobody --regid nobody --clear-groups tvkctl inspect smart 2>&1)
+same "as nobody: no drive's health is a failure" 3 $?
+check "as nobody: and says what is missing" grep -q 'no right' <<<"$health"
 finish
