@@ -106,7 +106,8 @@ std::optional<std::chrono::seconds> TimeLeft(ChargeState state, const Charge& ch
 /// The questions to one battery. After `lost` there is no sense in more of them.
 class Reading {
  public:
-  explicit Reading(const AskBattery& ask) : ask_(ask) {}
+  /// `patient`: a level beside the first that is refused as if the battery had changed is only not told.
+  Reading(const AskBattery& ask, bool patient) : ask_(ask), patient_(patient) {}
 
   bool lost() const { return lost_; }
   /// The battery has changed, and may be asked for anew.
@@ -124,26 +125,27 @@ class Reading {
     Bytes request(12);  // BATTERY_QUERY_INFORMATION: tag, level, at which rate (0: the present one)
     PutLittleEndian(request, 0, tag_);
     PutLittleEndian(request, 4, static_cast<std::uint32_t>(level));
-    return Ask(kBatteryQueryInformation, request, size);
+    return Ask(kBatteryQueryInformation, request, size, patient_ && level != BatteryLevel::kInformation);
   }
   std::string Text(BatteryLevel level) { return Utf16Text(Level(level, kTextSize)); }
 
   Bytes Status() {
     Bytes request(20);  // BATTERY_WAIT_STATUS: tag, timeout (0: at once), and for what change to wait
     PutLittleEndian(request, 0, tag_);
-    return Ask(kBatteryQueryStatus, request, kStatusSize);
+    return Ask(kBatteryQueryStatus, request, kStatusSize, false);
   }
 
  private:
-  Bytes Ask(std::uint32_t code, const Bytes& request, std::size_t size) {
+  Bytes Ask(std::uint32_t code, const Bytes& request, std::size_t size, bool optional) {
     if (lost_) return {};
     DriverAnswer answer = ask_(code, request, size);
-    stale_ = answer.error == kFileNotFound || answer.error == kNoSuchDevice;
+    stale_ = !optional && (answer.error == kFileNotFound || answer.error == kNoSuchDevice);
     lost_ = stale_ || answer.error == kDeviceNotConnected || answer.error == kTimeout;
     return std::move(answer.bytes);
   }
 
   const AskBattery& ask_;
+  const bool patient_;
   std::uint32_t tag_ = 0;
   bool lost_ = false;
   bool stale_ = false;
@@ -226,10 +228,10 @@ std::string BatterySlot(std::string_view path) {
 }  // namespace
 
 std::optional<BatteryFacts> ReadBattery(const AskBattery& ask) {
-  Reading first(ask);
+  Reading first(ask, false);
   auto facts = ReadAll(first);
   if (!first.stale()) return facts;
-  Reading second(ask);
+  Reading second(ask, true);
   return ReadAll(second);
 }
 

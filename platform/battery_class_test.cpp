@@ -184,6 +184,9 @@ TEST(BatteryClassTest, EachFactIsToldOrAbsentByItself) {
                {text(BatteryLevel::kDeviceName, {0x3D, 0xD8, 0x0B, 0xDD})},
                [](F& f) { f.name = "\U0001F50B"; }},
            Row{"a filler", {text(BatteryLevel::kSerialNumber, Wide(u" 0000"))}, Without(&F::serial_number)},
+           Row{"a level refused as if the battery had changed",
+               {{At(BatteryLevel::kDeviceName), {kFileNotFound}}},
+               Without(&F::name)},
            Row{"a short one", {text(BatteryLevel::kSerialNumber, {'B', 0})}, [](F& f) { f.serial_number = "B"; }},
        }) {
     Driver driver;

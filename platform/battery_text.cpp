@@ -12,17 +12,21 @@ constexpr char Small(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-bool IsFiller(std::string_view text) {
+}  // namespace
+
+bool IsFillerText(std::string_view text) {
   return std::ranges::any_of(kFillers,
                              [&](std::string_view filler) { return std::ranges::equal(text, filler, {}, Small); });
 }
 
-}  // namespace
+bool IsFillerSerialNumber(std::string_view text) {
+  return IsFillerText(text) || (!text.empty() && text.find_first_not_of('0') == text.npos);
+}
 
 void DropFillers(BatteryFacts& facts) {
-  for (std::string* const text : {&facts.name, &facts.manufacturer, &facts.chemistry, &facts.serial_number})
-    if (IsFiller(*text)) text->clear();
-  if (facts.serial_number.find_first_not_of('0') == std::string::npos) facts.serial_number.clear();
+  for (std::string* const text : {&facts.name, &facts.manufacturer, &facts.chemistry})
+    if (IsFillerText(*text)) text->clear();
+  if (IsFillerSerialNumber(facts.serial_number)) facts.serial_number.clear();
 }
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 
 #include "client/battery/battery_info.h"
 #include "client/battery/battery_properties.h"
+#include "platform/battery_text.h"
 #include "platform/drive_text.h"
 #include "platform/little_endian.h"
 
@@ -33,10 +34,14 @@ std::string BatteryBlock::Text(std::size_t at, std::size_t size) const {
 }
 
 BatteryLabel DecodeBatteryLabel(const BatteryBlock& block, std::size_t at) {
-  return {.serial_number = block.Text(at, 32),
-          .manufacturer = block.Text(at + 32, 32),
-          .device_name = block.Text(at + 64, 32),
-          .chemistry = block.Text(at + 96, 16)};
+  BatteryLabel label{.serial_number = block.Text(at, 32),
+                     .manufacturer = block.Text(at + 32, 32),
+                     .device_name = block.Text(at + 64, 32),
+                     .chemistry = block.Text(at + 96, 16)};
+  for (std::string* const text : {&label.manufacturer, &label.device_name, &label.chemistry})
+    if (platform::IsFillerText(*text)) text->clear();
+  if (platform::IsFillerSerialNumber(label.serial_number)) label.serial_number.clear();
+  return label;
 }
 
 BatteryCounters DecodeBatteryCounters(const BatteryBlock& block, std::size_t at) {

@@ -184,6 +184,9 @@ TEST_F(BatterySourceTest, ALogFileTellsOfTheBatteriesThatItNames) {
            {"Battery=2,UnKnown\nUsage=2024-05-31,120,812", L"", usage},
            {"Battery=2,OTHER\nUsage=2024-05-31,120,812", L"", L""},
            {"Battery=3,ABC\nUsage=2024-05-31,120,812", L"", usage},
+           // Of two for a battery whose number the machine does not know, the one that was used last.
+           {"Battery=1,OLD\nFirstUseDate=2019-01-01\nUsage=2022-01-01,9,9\nBattery=1,NEW\nUsage=2024-05-31,120,812",
+            usage, L""},
            // What cannot be used is left out, and what follows a battery that cannot be read is nobody's.
            {"Usage=2024-05-31,120,812", L"", L"", {fault + L"1: it follows no battery"}},
            {"Battery=1\nBattery=0,SECRET\nUsage=2024-05-31,120,812", L"", L"", {fault + L"2: a field is 0"}},

@@ -26,10 +26,13 @@ void GetBatteryInfoFromPwmLogFile(platform::PowerManager& power_manager, std::li
   for (const PwmFileInfo& info : PwmFileTool(log).GetPwmFileInfoList(power_manager)) {
     BatteryInfo* const battery = FindBattery(info, list);
     if (battery == nullptr) continue;
-    PwmFileInfo joined = battery->pwmFileInfo();
-    if (joined.battery_number == 0) joined = info;
-    joined.Add(info);
-    battery->set_pwmFileInfo(std::move(joined));
+    PwmFileInfo known = battery->pwmFileInfo();
+    // Where the machine does not know the serial number a log may tell of two batteries: the one that was used last.
+    const bool of_two = known.battery_number != 0 && !known.serial_number.empty() && !info.serial_number.empty() &&
+                        known.serial_number != info.serial_number;
+    if (!of_two) known.Add(info);
+    if (known.battery_number == 0 || (of_two && info.usage_date > known.usage_date)) known = info;
+    battery->set_pwmFileInfo(std::move(known));
   }
   for (BatteryInfo& battery : list) {
     const PwmFileInfo& info = battery.pwmFileInfo();
