@@ -143,6 +143,7 @@ EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
   EventManager* const manager = EventManager::GetInstance(handle);
   if (manager == nullptr) return nullptr;
   manager->Initialize(TVK::Component::device_id_agent());
+  if (!manager->is_initialized()) return nullptr;
   manager->InitAndStartEventMonitors();
   return manager;
 }

@@ -79,7 +79,7 @@ class TVK_EXPORT EventManager {
   /// A null `agent`: only subscribes. A policy that cannot be read: logged; no monitor, no thread. `agent` is not owned
   /// and must live until Stop; an id that it does not give (or throws at) stays empty. Called again it keeps the
   /// monitors and renews the events and the notification thread. When the system gives too little for a start, nothing
-  /// runs afterwards, as behind Stop.
+  /// runs afterwards, as behind Stop (but for the notification thread, which alone may be missing: logged).
   void Initialize(TVK::DeviceIdAgent* agent);
 
   /// Hands a service control to every listed monitor, in list order, unchanged; then the event of the system that it
@@ -121,6 +121,9 @@ class TVK_EXPORT EventManager {
   /// The names of the datasets whose monitors are listed, in list order: a copy.
   std::vector<std::wstring> get_eventmonitor_list() const;
 
+  /// From Initialize, even one that found no agent or no policy, to Stop: false behind an Initialize for which the
+  /// system gave too little. Not while one of these runs.
+  bool is_initialized() const;
   /// Whether a change of the device path waits to be told to monitors and user agent.
   bool IsDevicePathChange() const;
 
@@ -136,9 +139,6 @@ class TVK_EXPORT EventManager {
   EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_HANDLE handle);
 
   void set_FirstInvocation(bool value);
-
-  /// From Initialize, even one that found no agent or no policy, to Stop. Not while one of these runs.
-  bool is_initialized() const;
 
   /// Hands an event of the system to every listed monitor, in list order. Any thread.
   void OnSystemEvent(const platform::SystemEvent& event);
