@@ -13,6 +13,12 @@
 namespace platform {
 namespace {
 
+/// A literal with the zero bytes in it.
+template <std::size_t N>
+std::string Bytes(const char (&text)[N]) {
+  return std::string(text, N - 1);
+}
+
 using namespace std::chrono_literals;
 
 constexpr char kFolder[] = "/sys/class/power_supply/";
@@ -216,7 +222,7 @@ TEST(BatteriesLinuxTest, ABatteryIsDescribedWithWhatTheKernelTells) {
       {"nor these", "CYCLE_COUNT=65535", [](BatteryFacts& facts) { facts.cycles = {}; }},
       {"names of nothing", "MODEL_NAME=   \nMANUFACTURER=Not Specified\nTECHNOLOGY=Unknown\nSERIAL_NUMBER=0000",
        nameless},
-      {"bytes of nothing", std::string("MODEL_NAME=\0\0\nMANUFACTURER=\xFF\xFF\nTECHNOLOGY=\nSERIAL_NUMBER= 0\0\0", 64),
+      {"bytes of nothing", Bytes("MODEL_NAME=\0\0\nMANUFACTURER=\xFF\xFF\nTECHNOLOGY=\nSERIAL_NUMBER= 0\0\0"),
        nameless},
       {"made", "MANUFACTURE_YEAR=2024\nMANUFACTURE_MONTH=6\nMANUFACTURE_DAY=2",
        [](BatteryFacts& facts) { facts.manufactured = 2024y / June / 2; }},
