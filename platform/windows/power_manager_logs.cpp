@@ -3,6 +3,7 @@
 #include "platform/windows/sys.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <filesystem>
 #include <memory>
@@ -101,6 +102,13 @@ PowerManagerLogs ReadAsUser(const Reading& reading) {
   return answer;
 }
 
+/// The reading whose thread could not be called off; gone when that has come back. Never destroyed: the thread may be
+/// there when the process ends.
+std::atomic<std::weak_ptr<Reading>>& LeftBehind() {
+  static auto* const left = new std::atomic<std::weak_ptr<Reading>>();
+  return *left;
+}
+
 DWORD WINAPI ReadOnThread(void* argument) {
   const std::unique_ptr<std::shared_ptr<Reading>> owned(static_cast<std::shared_ptr<Reading>*>(argument));
   Reading& reading = **owned;
@@ -117,6 +125,8 @@ DWORD WINAPI ReadOnThread(void* argument) {
 PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, Sessions& sessions) {
   const std::filesystem::path makers_folder = CommonFolder() / kMakersFolder;
   if (!IsFolder(makers_folder)) return {};
+  // Otherwise one file that hangs would cost a thread with each look.
+  if (LeftBehind().load().lock() != nullptr) return {.refusal = ERROR_BUSY};
   const auto reading = std::make_shared<Reading>();
   reading->folder = makers_folder / kFolder;
   reading->least = least;
@@ -131,7 +141,8 @@ PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, S
   if (WaitForSingleObject(thread.get(), kPatience) == WAIT_OBJECT_0) return std::move(reading->answer);
   CancelSynchronousIo(thread.get());
   if (WaitForSingleObject(thread.get(), kPatience) == WAIT_OBJECT_0) return std::move(reading->answer);
-  return {.refusal = ERROR_TIMEOUT};  // the thread is left behind
+  LeftBehind() = reading;
+  return {.refusal = ERROR_TIMEOUT};
 }
 
 }  // namespace platform::windows
