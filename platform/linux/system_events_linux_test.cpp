@@ -151,6 +151,11 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   tree_.Remove("/sys/class/power_supply");
   ScriptedNotices::Give(notices.clock);
   EXPECT_EQ(Until(SleepChange::kResume), (Events{SleepChange::kSuspend, SleepChange::kResume}));
+  // Behind the resume the supplies are looked at; who is told of a login knows that this look is over.
+  notices.sessions.terminals[41] = "tty1";
+  ScriptedNotices::Give(notices.login);
+  EXPECT_EQ(Until(SessionChange{SessionChangeKind::kLogon, 41}),
+            (Events{SessionChange{SessionChangeKind::kLogon, 41}}));
   Mains(true);
   Battery(5);
   ScriptedNotices::Give(notices.devices);
