@@ -88,7 +88,7 @@ TEST_F(DriveMonitorsTest, OneDriveThatDoesNotTellKeepsNoOtherOne) {
   struct Row {
     const char* what;
     SimulatedDrive ssd;
-    bool init, init_of_the_silent;
+    bool init;  ///< Of that drive.
     const wchar_t* said;
   };
   SimulatedDrive no_smart = Ssd();
@@ -104,20 +104,22 @@ TEST_F(DriveMonitorsTest, OneDriveThatDoesNotTellKeepsNoOtherOne) {
   SimulatedDrive forbidden = Ssd();
   forbidden.opening = DriveResult::kNoRight;
   for (const Row& row :
-       {Row{"no SMART", no_smart, true, false,
+       {Row{"no SMART", no_smart, false,
             L"SmartEventMonitor::LogDevInitEvent: Run DeviceInit Ata doesn't support Smart Feature!"},
-        Row{"says so only", mute, true, true,
+        Row{"says so only", mute, true,
             L"/dev/sda: its health is not told: it does not support that, or what it is attached to does not pass it "
             L"on "
             L"(error 0x0)"},
-        Row{"damaged", damaged, true, true, L"/dev/sda: its health is not told: what it told is damaged (error 0x0)"},
-        Row{"asleep", asleep, true, true,
-            L"/dev/sda: its identity is not told: it is asleep, and is not woken (error 0x0)"},
-        Row{"no right", forbidden, true, true,
+        Row{"damaged", damaged, true, L"/dev/sda: its health is not told: what it told is damaged (error 0x0)"},
+        Row{"asleep", asleep, false, L"/dev/sda: its identity is not told: it is asleep, and is not woken (error 0x0)"},
+        Row{"no right", forbidden, true,
             L"/dev/sda: its health is not told: this process has no right to ask it (error 0x0)"}}) {
     SCOPED_TRACE(row.what);
     SetDrive(1, row.ssd);
     Start<SmartEventMonitor>(true, true);
+    std::vector<std::wstring> inits = {KeyOf(kHddSerial)};
+    if (row.init) inits.insert(inits.begin(), KeyOf(kSsdSerial));
+    EXPECT_EQ(DrivesOf(L"DeviceInit"), inits);
     for (int day = 0; day < 3; ++day) {
       world_.runtime.Suspend(24h);  // a day without its 86400 ticks
       world_.runtime.AdvanceBy(10s);
