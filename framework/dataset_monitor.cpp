@@ -189,15 +189,15 @@ bool DatasetMonitor::HasContext(const std::wstring& device_key) {
 }
 
 int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
-                              const DatasetState& state) {
-  return WriteNamed(item_name, std::move(data), device_key, state, false);
+                              const DatasetState& state, ItemData of_use) {
+  return WriteNamed(item_name, {std::move(data), std::move(of_use)}, device_key, state, false);
 }
 
 int DatasetMonitor::WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key) {
-  return WriteNamed(item_name, std::move(data), device_key, {}, true);
+  return WriteNamed(item_name, {std::move(data)}, device_key, {}, true);
 }
 
-int DatasetMonitor::WriteNamed(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
+int DatasetMonitor::WriteNamed(const std::wstring& item_name, ItemContent content, const std::wstring& device_key,
                                const DatasetState& state, bool of_use) {
   const MonitorLines& lines = identity_.lines;
   const auto item = identity_.items.find(item_name);
@@ -206,7 +206,7 @@ int DatasetMonitor::WriteNamed(const std::wstring& item_name, ItemData data, con
     return kDropped;
   }
   if (init_owed_) InitialiseDevice();
-  const int error = Write(item->first, item->second, std::move(data), device_key, state, of_use);
+  const int error = Write(item->first, item->second, std::move(content), device_key, state, of_use);
   if (error > 0 && !lines.item_failure.empty()) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
   }
@@ -218,7 +218,7 @@ bool DatasetMonitor::IsOfAnotherDeviceContext(const std::wstring& device_key) co
   return ids != context_ids_.end() && ids->second.device_context != services().manager.get_device_context_id();
 }
 
-int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data,
+int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemContent content,
                           const std::wstring& device_key, const DatasetState& state, bool of_use) {
   std::unique_lock lock(context_mutex_);
   if (context_owed_ || IsOfAnotherDeviceContext(device_key)) {
@@ -247,9 +247,15 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_item_time(System::GetTime(services().runtime.clock()));
   event.set_item_name(item_name);
   event.set_item_id(item_id);
-  event.set_item_data(std::move(data));
   int error = 0;
-  services().consent.WriteIfAdmitted(consent_row, [&] { error = services().store.LogItemEvent(event, state); });
+  const auto write = [&] { error = services().store.LogItemEvent(event, state); };
+  if (!content.of_use.empty()) {
+    content.of_use.insert(content.data.begin(), content.data.end());
+    event.set_item_data(std::move(content.of_use));
+    if (services().consent.WriteIfAdmitted(RowFor(true), write)) return error;
+  }
+  event.set_item_data(std::move(content.data));
+  services().consent.WriteIfAdmitted(consent_row, write);
   return error;
 }
 

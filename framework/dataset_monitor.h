@@ -94,9 +94,10 @@ class DatasetMonitor : public EventMonitorBase {
   std::wstring Operation(std::wstring_view name) const;
   /// Writes an item event of the device. 0 when it was written, or withheld for want of consent; the store's result,
   /// with the line item_failure; -1, with an error line, for a name that the dataset does not have and for a device
-  /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState.
+  /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState. `of_use`:
+  /// what of the item tells of use; left out where that is not admitted.
   int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {},
-                const DatasetState& state = {});
+                const DatasetState& state = {}, ItemData of_use = {});
   /// The same for an item that tells of use.
   int WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key);
   /// LogDevInitEvent when IsNewDeviceInitNeeded says so; without consent it is made up for by the next item that has
@@ -120,8 +121,13 @@ class DatasetMonitor : public EventMonitorBase {
   const DatasetRow& RowFor(bool of_use) const {
     return of_use && identity_.use_row != nullptr ? *identity_.use_row : identity_.row;
   }
+  /// What an item says: the first where nothing of use is admitted, else both.
+  struct ItemContent {
+    ItemData data;
+    ItemData of_use = {};
+  };
   /// WriteItem and WriteItemOfUse.
-  int WriteNamed(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
+  int WriteNamed(const std::wstring& item_name, ItemContent content, const std::wstring& device_key,
                  const DatasetState& state, bool of_use);
   static std::wstring InitStateKey(const std::wstring& device_key);
   /// Those of `keys` that have no "DeviceInit" of this client; none when that is all of them.
@@ -137,8 +143,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// Whether another device context than that of the device's dataset context is in force. With context_mutex_ held.
   bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;
   /// The store's result; -1 when the device has no context; 0 when withheld.
-  int Write(const std::wstring& item_name, const std::wstring& item_id, ItemData data, const std::wstring& device_key,
-            const DatasetState& state, bool of_use = false);
+  int Write(const std::wstring& item_name, const std::wstring& item_id, ItemContent content,
+            const std::wstring& device_key, const DatasetState& state, bool of_use = false);
 
   const MonitorIdentity identity_;
   std::unique_ptr<platform::Event> context_event_;  ///< Made by the constructor.

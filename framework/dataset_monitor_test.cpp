@@ -282,23 +282,26 @@ TEST_F(DatasetMonitorTest, WhatTellsOfUseIsWrittenInItsScopesOnly) {
   DriveMonitor& monitor = Start();
   const std::size_t items = life_->Items().size();
   monitor.drives = Drives{{L"A", {{L"Model", L"1"}}}, {L"Stick", {{L"Model", L"3"}}, true}};
-  life_->consent.scope_is_none = true;
+  life_->consent.scope = L"none";
   monitor.LogDatasetContext(true);
   EXPECT_EQ(life_->DatasetContexts().size(), 3u) << "A alone, anew";
   EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), 0);
   EXPECT_EQ(life_->Items().size(), items);
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "the stick keeps nothing waiting";
-  EXPECT_EQ(life_->Items().size(), items + 1);
-  life_->consent.scope_is_none = false;
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {{L"Code", L"1"}}, L"A", {}, {{L"Text", L"x"}}), 0);
+  EXPECT_EQ(life_->Items().back().item_data(), (ItemData{{L"Code", L"1"}})) << "what is not of use stays";
+  life_->consent.scope = nullptr;
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {{L"Code", L"1"}}, L"A", {}, {{L"Text", L"x"}}), 0);
+  EXPECT_EQ(life_->Items().back().item_data(), (ItemData{{L"Code", L"1"}, {L"Text", L"x"}}));
   monitor.LogDatasetContext(false);
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"Stick"), 0);
   EXPECT_EQ(Items().back(), L"ReadPerDay 3");
   monitor.LogDatasetContext(false);
   EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), 0);
-  EXPECT_EQ(life_->Items().size(), items + 3);
-  life_->consent.scope_is_none = true;
+  EXPECT_EQ(life_->Items().size(), items + 5);
+  life_->consent.scope = L"none";
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"Stick"), 0) << "described before the scope shrank";
-  EXPECT_EQ(life_->Items().size(), items + 3);
+  EXPECT_EQ(life_->Items().size(), items + 5);
 }
 
 TEST_F(DatasetMonitorTest, AStoreThatRefusesIsToldAndTheIdHolds) {

@@ -101,7 +101,8 @@ class NewsRecorder final : public TVK::NewsPublisher {
 class SettableConsent final : public TVK::Consent {
  public:
   bool Admits(const TVK::DatasetRow& row) override {
-    return given && (!scope_is_none || row.scopes.find(L"none") != row.scopes.npos);
+    const wchar_t* const in_force = scope;
+    return given && (in_force == nullptr || row.scopes.find(in_force) != row.scopes.npos);
   }
   bool WriteIfAdmitted(const TVK::DatasetRow& row, const std::function<void()>& write) override {
     const bool admitted = Admits(row);
@@ -110,7 +111,7 @@ class SettableConsent final : public TVK::Consent {
   }
 
   std::atomic<bool> given = true;
-  std::atomic<bool> scope_is_none = false;  ///< Only rows with that scope are admitted.
+  std::atomic<const wchar_t*> scope = nullptr;  ///< Only rows with that scope are admitted; null: all.
 };
 
 /// The world outside of the service. It outlives every life of it.

@@ -5,8 +5,8 @@
 
 namespace TVK {
 
-/// Stands in no record: how far a log was read, which boot has its item. Written with the item event that it is about,
-/// in one transaction, so that neither is ever there without the other.
+/// Stands in no record: how far a log was read, which boot has its item. What is about an item event is written with
+/// it, in one transaction, so that neither is ever there without the other.
 struct DatasetState {
   std::wstring key;  ///< Of the dataset's own choice; empty: nothing is kept.
   std::wstring value;

@@ -294,7 +294,7 @@ class EventDataLogging::Impl {
     // What the listener throws is its own affair: the records are on the disk, and their writers wait.
     CallLogged(log_, L"a listener of records", [&] {
       for (const QueuedRecord* record : records) {
-        if (record->result == 0) listener_(record->row.kind, record->row.json);
+        if (record->result == 0 && record->row.is_record()) listener_(record->row.kind, record->row.json);
       }
     });
   }
@@ -352,6 +352,10 @@ const std::string& EventDataLogging::opening_problem() const {
 
 int EventDataLogging::LogItemEvent(const ItemEvent& event, const DatasetState& state) {
   return impl_->Write(RowOf(event, state), event.dataset_name());
+}
+
+int EventDataLogging::KeepState(const std::wstring& dataset_id, const DatasetState& state) {
+  return impl_->Write(RowOf(dataset_id, state), L"state");
 }
 
 int EventDataLogging::LogDatasetContext(const DatasetContext& context, const std::wstring& device_key) {

@@ -97,6 +97,8 @@ class EventDataLogging {
   /// was tried twice.
   /// `state` is written in the same transaction as the event: what the event's dataset kept under this key is replaced.
   int LogItemEvent(const ItemEvent& event, const DatasetState& state = {});
+  /// Keeps the dataset's state without a record. Returns as LogItemEvent.
+  int KeepState(const std::wstring& dataset_id, const DatasetState& state);
   int LogDatasetContext(const DatasetContext& context, const std::wstring& device_key = {});
   int LogDeviceContext(const DeviceContext& context);
   /// Takes a device context into use that is not to be written for its own sake: it goes ahead of the next record, as

@@ -21,6 +21,18 @@ RecordRow RowOf(const ItemEvent& event, const DatasetState& state) {
           .state_value = String::UTF16ToUTF8(state.value)};
 }
 
+RecordRow RowOf(const std::wstring& dataset_id, const DatasetState& state) {
+  return {.kind = RecordKind::kItem,
+          .json = {},
+          .dataset_id = String::UTF16ToUTF8(dataset_id),
+          .key = {},
+          .context_id = {},
+          .dataset_context_id = {},
+          .device_context_id = {},
+          .state_key = String::UTF16ToUTF8(state.key),
+          .state_value = String::UTF16ToUTF8(state.value)};
+}
+
 RecordRow RowOf(const DatasetContext& context, const std::wstring& device_key) {
   return {.kind = RecordKind::kDataset,
           .json = ToJson(context),

@@ -19,12 +19,16 @@ struct RecordRow {
   std::string device_context_id;   ///< Of the device context that an item event or a dataset context names.
   std::string state_key;           ///< Of what the dataset keeps beside an item event; empty: nothing.
   std::string state_value;
+
+  /// Else it is what a dataset keeps by itself.
+  bool is_record() const { return !json.empty(); }
 };
 
 /// Rows are of one series when kind, dataset and key are the same; "the last one" is asked of a series.
 bool OfOneSeries(const RecordRow& one, const RecordRow& other);
 
 RecordRow RowOf(const ItemEvent& event, const DatasetState& state);
+RecordRow RowOf(const std::wstring& dataset_id, const DatasetState& state);
 RecordRow RowOf(const DatasetContext& context, const std::wstring& device_key);
 RecordRow RowOf(const DeviceContext& context);
 

@@ -127,6 +127,7 @@ std::int64_t RecordWriter::FindContext(RecordKind kind, const std::string& conte
 int RecordWriter::Insert(QueuedRecord& record, std::int64_t now_seconds) {
   const RecordRow& row = record.row;
   record.result = QueuedRecord::kNotWritten;
+  if (!row.is_record()) return KeepState(row);
   std::int64_t dataset_context = 0;
   std::int64_t device_context = 0;
   int code = FindReference(RecordKind::kDataset, row.dataset_context_id, dataset_context);

@@ -157,10 +157,15 @@ TEST_F(StoreContextTest, WhatADatasetKeepsIsWrittenWithItsItemOrNotAtAll) {
     EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"6", L"unknown"), {L"mark", L"refused"}), kStoreUnknownContext);
     EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", std::wstring(kLongestRecordJson, L'x')), {L"mark", L"long"}),
               SQLITE_TOOBIG);
+    int told = 0;
+    store.SetRecordListener([&](RecordKind, const std::string&) { ++told; });
+    EXPECT_EQ(store.KeepState(kCpu, {L"alone", L"1"}), 0);
+    EXPECT_EQ(told, 0) << "it is no record";
   }
   const EventDataLogging store(options(), clock());
   EXPECT_EQ(state(store, kCpu, L"mark"), L"two");
   EXPECT_EQ(state(store, kCpu, L"other"), L"a");
+  EXPECT_EQ(state(store, kCpu, L"alone"), L"1");
   EXPECT_EQ(state(store, kMemory, L"mark"), L"of memory");
   EXPECT_EQ(state(store, kMemory, L"other"), L"none");
 }

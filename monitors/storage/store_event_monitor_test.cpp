@@ -47,7 +47,7 @@ class StoreEventMonitorTest : public testing::Test {
   void Start(bool scope_is_none = false) {
     monitor_.reset();
     life_.emplace(world_);
-    life_->consent.scope_is_none = scope_is_none;
+    life_->consent.scope = scope_is_none ? L"none" : nullptr;
     monitor_.emplace(world_.runtime, std::make_unique<StoreEventMonitor>(life_->services()));
     world_.runtime.Settle();
   }
@@ -215,14 +215,14 @@ TEST_F(StoreEventMonitorTest, NothingTellsOfUseUnderTheScopeNone) {
   EXPECT_EQ(life_->Items(L"FreeSpaceLow").size(), 1u);
   EXPECT_EQ(Values(L"FileSystemError", L"FileSystemErrors"), (Texts{L"1"}));
 
-  life_->consent.scope_is_none = false;
+  life_->consent.scope = nullptr;
   world_.runtime.AdvanceBy(1h);
   EXPECT_EQ(Described(L"Model"), (Texts{L"Built-in", L"", L"Usb", L"Card", L""}));
   EXPECT_EQ(Values(L"ReadVolumePerInterval", L"FreeSpace"), (Texts{L"1", L"1"}));
   EXPECT_EQ(Values(L"FileSystemError", L"FileSystemErrors"), (Texts{L"1", L"7"}));
 
   const std::size_t written = life_->Items().size();
-  life_->consent.scope_is_none = true;
+  life_->consent.scope = L"none";
   stick.errors = 8;
   world_.machine.volumes().Set({low, stick});
   (*monitor_)->OnDeviceContextChanges(true);
