@@ -19,7 +19,7 @@ class ConsoleOutput {
  public:
   static constexpr std::size_t kMostBytes = std::size_t{1} << 20;
   /// How long the end waits for what is not written yet.
-  static constexpr std::chrono::milliseconds kPatience{500};
+  static constexpr std::chrono::milliseconds kPatience{2000};
 
   /// Writes a text to `stdout` or `stderr`. Runs on the thread of the object and may block for as long as it likes,
   /// also beyond the object's life. When it throws, the thread ends, and what comes later is lost.

@@ -167,7 +167,7 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++calls) + L".new";
   std::string problem = WriteAndFlush(temporary, content);
   if (problem.empty()) {
-    constexpr DWORD kPatience = 1000;
+    constexpr DWORD kPatience = 5000;
     const DWORD error =
         Persist(kPatience, {ERROR_ACCESS_DENIED, ERROR_SHARING_VIOLATION}, [&] { return Rename(temporary, file); });
     if (error != ERROR_SUCCESS) problem = Failed("cannot replace", file, error);

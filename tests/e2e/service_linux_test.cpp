@@ -17,7 +17,7 @@ class Daemon : public ChildProcess {
   explicit Daemon(const ServiceFolder& folder) : ChildProcess(ProgramBeside("TVKClientService"), folder.Arguments()) {}
 };
 
-constexpr std::chrono::seconds kStopLimit(5);
+constexpr std::chrono::seconds kStopLimit(20);
 
 TEST(Daemon, TellsItsManagerWhatItDoesAndReadsThePolicyAgainWhenToldTo) {
   const ServiceFolder folder;

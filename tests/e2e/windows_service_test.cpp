@@ -14,7 +14,7 @@ using platform::windows::UniqueRegistryKey;
 using platform::windows::UniqueService;
 
 constexpr wchar_t kServiceName[] = L"TVKClientService";
-constexpr DWORD kStopLimitMs = 5000;
+constexpr DWORD kStopLimitMs = 20000;
 
 class WindowsService : public testing::Test {
  protected:

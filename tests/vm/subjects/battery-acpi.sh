@@ -19,8 +19,8 @@ same "one" '["CELL-57A","Acme Cells","Li-poly","50500"]' \
 same "and the other" '["CELL-22X","Zeta Power","Li-ion","24050"]' \
   "$(facts '.DeviceName, .Manufacturer, .Chemistry, .DesignChargeCapacity' "$(contexts BatteryEvent BAT1)")"
 
-poke ac 0
 unplugged=$SECONDS
+poke ac 0
 sleep 2  # the kernel keeps a reading for a second
 poke bat0 state=discharging rate=8000 remaining=30000
 poke bat1 present=0
@@ -31,8 +31,8 @@ same "what runs out" '["0","DC","63","30000","47310","213","13500"]' \
   "$(facts '.ChargeStatus, ."AC/DC mode", .BatteryChargeRemaining, .RemainingCapacity, .FullChargeCapacity, .CycleCount, .RemainingTime' "$(event DisconnectFromAC BAT0)")"
 none "nothing of the one that is out" "$(event DisconnectFromAC BAT1)"
 
-poke ac 1
 plugged=$SECONDS
+poke ac 1
 poke bat1 present=1 state=charging rate=9000 remaining=10000 full=30000 cycles=3 design=30000
 check "another one is put in, and described" within 30 has 2 contexts BatteryEvent BAT1
 sleep 2

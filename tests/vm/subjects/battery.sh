@@ -36,8 +36,8 @@ same "the one by its names" '["Test battery","Linux","Li-ion",null]' \
 same "the other by its registers" '["50000","2024-11-18",null]' \
   "$(facts '.DesignChargeCapacity, .ManufactureDate, .DeviceName' "$(contexts BatteryEvent $smart)")"
 
-plug off
 unplugged=$SECONDS
+plug off
 set_power battery_status discharging
 set_power battery_capacity 8
 check "near empty" within 30 has 1 event BatteryNearEmpty test_battery
@@ -49,8 +49,8 @@ same "what runs out" '["0","DC","8","3600",null]' \
 same "the other, too" '["0","DC","57","23370","41000","312"]' \
   "$(facts '.ChargeStatus, ."AC/DC mode", .BatteryChargeRemaining, .RemainingCapacity, .FullChargeCapacity, .CycleCount' "$(event DisconnectFromAC $smart)")"
 
-plug on
 plugged=$SECONDS
+plug on
 set_power battery_status charging
 set_power battery_capacity 92
 check "near full" within 30 has 1 event BatteryNearFull test_battery
