@@ -3,6 +3,8 @@
 #include <map>
 
 #include "monitors/devices/battery_event_monitor.h"
+#include "monitors/logs/windows_logs_event_monitor.h"
+#include "monitors/logs/windows_logs_settings.h"
 #include "monitors/storage/pcie_nvme_smart_event_monitor.h"
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/self_test_event_monitors.h"
@@ -55,6 +57,9 @@ const std::map<std::wstring_view, Collector>& Collectors() {
       {L"BatteryEvent",
        {Make<BatteryEventMonitor>,
         [](const SettingTexts& settings) { return ReadBatterySettings(settings).readings; }}},
+      {L"EventViewerLogsEvent",
+       {Make<WindowsLogsEventMonitor>,
+        [](const SettingTexts& settings) { return ReadWindowsLogsSettings(settings).readings; }}},
       {L"TVKEvent", {.factory = Make<TVKEventMonitor>, .collects = false}},
   };
   return collectors;

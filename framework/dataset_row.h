@@ -55,7 +55,7 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {10, L"4B433ADC-BD40-43E7-85BF-014C8C8128D3", L"BatteryEvent", L"enhance,full", DatasetRule::kByScope,
      L"BatteryEventMonitor", L"tvk/battery", L"system-activity"},
     {11, L"F7A8403B-268C-4E8A-8474-7EAF7B1E726E", L"EventViewerLogsEvent", L"basic, enhance, full",
-     DatasetRule::kByScope, L"WindowsLogsEventMonitor"},
+     DatasetRule::kByScope, L"WindowsLogsEventMonitor", L"tvk/eventlogs", L"system-activity"},
     {12, L"3C3312C1-4E59-4106-91A2-8AA2B4852A90", L"PCIe_NVMe_SMARTEvent", L"enhance,full", DatasetRule::kByScope,
      L"PCIeNVMeSmartEventMonitor", L"tvk/smartNVMe", L"device-activity"},
     {13, L"2D5EF51C-A0CF-45C1-B58F-42AD5AA06E55", L"SATA_SSD_SMARTEvent", L"enhance,full", DatasetRule::kByScope,

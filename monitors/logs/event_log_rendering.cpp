@@ -101,6 +101,14 @@ std::wstring EventDataText(std::string_view xml) {
   return CountCharacters(data) > kLongestEventData ? kEventDataTooLarge : String::UTF8ToUTF16(std::string(data));
 }
 
+std::vector<std::string> EventLogPaths() {
+  std::vector<std::string> paths;
+  for (const EventLogField& field : kEventLogFields)
+    paths.emplace_back(field.path);
+  paths.emplace_back(kEventLogProviderPath);
+  return paths;
+}
+
 RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform::Clock& clock) {
   RenderedEvent event;
   constexpr std::size_t kFields = std::size(kEventLogFields);
@@ -127,10 +135,8 @@ RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform
 EventLogAnswer ReadLoggedEvents(platform::EventLog& event_log, const platform::Clock& clock, const std::string& channel,
                                 const std::string& xpath, std::size_t limit, const Log& log,
                                 const std::wstring& caller) {
-  platform::EventLogQuery query{.channel = channel, .xpath = xpath, .value_paths = {}, .limit = limit};
-  for (const EventLogField& field : kEventLogFields)
-    query.value_paths.emplace_back(field.path);
-  query.value_paths.emplace_back(kEventLogProviderPath);
+  const platform::EventLogQuery query{
+      .channel = channel, .xpath = xpath, .value_paths = EventLogPaths(), .limit = limit};
   const platform::EventLogReading reading = event_log.Query(query);
   LogFailure(reading, log, caller);
   EventLogAnswer answer;

@@ -57,6 +57,9 @@ std::wstring EventTimeText(std::int64_t unix_seconds, const platform::Clock& clo
 /// kEventDataTooLarge.
 std::wstring EventDataText(std::string_view xml);
 
+/// What a record must hold to be rendered: the paths of kEventLogFields, and kEventLogProviderPath behind them.
+std::vector<std::string> EventLogPaths();
+
 /// `record` holds the values of kEventLogFields and of kEventLogProviderPath behind them; missing ones count as absent.
 RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform::Clock& clock);
 

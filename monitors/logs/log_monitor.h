@@ -1,0 +1,72 @@
+// What the datasets that follow the system's event logs do alike: they read on from where they were, and lose and
+// repeat nothing.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "framework/scheduled_monitor.h"
+#include "monitors/logs/event_log_rendering.h"
+#include "platform/event_log_reader.h"
+
+namespace TVK {
+
+/// How far a dataset has read is kept in the store, in the same commit as the items that are made of what was read: a
+/// kill at any moment neither loses an event nor repeats one, and what the store could not take is read again. A
+/// dataset that never read begins with the oldest event that its query takes. One whose consent was withdrawn begins,
+/// at its next start, with what is logged from then on.
+///
+/// One thread reads. What is virtual here runs on it, unless it says otherwise.
+class LogMonitor : public ScheduledMonitor {
+ public:
+  /// Reads the settings anew. Nothing before FollowLogs.
+  void ReadAndUpdateDatasetSettings() override;
+
+ protected:
+  LogMonitor(const MonitorServices& services, const MonitorIdentity& identity);
+
+  /// Begins to read, on a thread of this name, and to follow the settings. The end of StartMonitor.
+  void FollowLogs(const std::string& thread);
+  /// The query is another one. Any thread.
+  void OnQueryChanged();
+
+  /// Which events are read: a structured query (UTF-8). Any thread.
+  virtual std::string Query() = 0;
+  /// Makes of the event what is to be made of it. `behind` is to be written with the item of it, or with that of a
+  /// later one for both. False: it could not be written, and is to be read again.
+  virtual bool TakeEvent(const RenderedEvent& event, const DatasetState& behind) = 0;
+  /// That a log was emptied, or that events may have gone unread. `told` is to be written with the item.
+  virtual void TakeInterruption(const platform::EventLogNotice& notice, const DatasetState& told) = 0;
+  /// How long what TakeEvent keeps back may wait; kForever when that is nothing.
+  virtual std::chrono::milliseconds Patience() { return platform::kForever; }
+  /// Writes what TakeEvent keeps back: after Patience, and before the end. False: it could not be written.
+  virtual bool Flush() { return true; }
+
+ private:
+  enum class Outcome { kStopped, kQueryChanged, kFailed };
+
+  void Run();
+  Outcome Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry);
+  /// Takes what there is. False: something failed, and is to be tried again by another reader.
+  bool Take(platform::EventLogReader& reader);
+  bool Tell(const platform::EventLogNotice& notice);
+  void LogOnce(const platform::EventLogNotice& notice);
+  std::wstring KeptPlace() const;
+  void RestorePlace();
+  void KeepPlace();
+
+  std::unique_ptr<platform::Event> query_changed_;  ///< Auto-reset; made before follows_ is set.
+  std::atomic<bool> follows_ = false;
+  // The thread's own.
+  std::string place_;                  ///< Behind all that was dealt with.
+  platform::ElapsedTime kept_at_{};    ///< When the store was last given a place.
+  std::optional<std::int64_t> begin_;  ///< Seconds since 1970: what was logged before is not read.
+  std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
+};
+
+}  // namespace TVK

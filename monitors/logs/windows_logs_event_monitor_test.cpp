@@ -1,0 +1,220 @@
+#include "monitors/logs/windows_logs_event_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "client/text/string.h"
+#include "platform/simulated/simulated_event_log.h"
+#include "testing/monitor_world.h"
+
+namespace TVK {
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+
+constexpr wchar_t kLoggedEvent[] = L"LoggedEvent";
+constexpr wchar_t kSkipped[] = L"EventsSkipped";
+constexpr wchar_t kInterrupted[] = L"LogInterrupted";
+
+class WindowsLogsTest : public testing::Test {
+ protected:
+  WindowsLogsTest() {
+    world_.config.SetPolicy(
+        MakePolicy(L"full", {{WindowsLogsEventMonitor::dataset_id, WindowsLogsEventMonitor::dataset_name}}));
+  }
+  void Log(std::uint32_t id, const char* channel = "Application", std::uint32_t level = 2) {
+    world_.machine.event_log().Append({.channel = channel,
+                                       .provider = "Contoso",
+                                       .id = id,
+                                       .level = level,
+                                       .time = world_.runtime.clock().Now(),
+                                       .process = 4711,
+                                       .data = {{"Text", "s3cret"}}});
+  }
+  void Start() {
+    monitor_.reset();
+    life_.emplace(world_);
+    monitor_.emplace(world_.runtime, std::make_unique<WindowsLogsEventMonitor>(life_->services()));
+    world_.runtime.Settle();
+  }
+  /// The store as a kill at this moment would leave it.
+  void Kill() {
+    const TempFolder copy;
+    std::filesystem::copy(world_.folder.path(), copy.path());
+    monitor_.reset();
+    life_.reset();
+    for (const auto& file : std::filesystem::directory_iterator(world_.folder.path()))
+      std::filesystem::remove(file);
+    std::filesystem::copy(copy.path(), world_.folder.path());
+  }
+  void Settings(std::map<std::wstring, std::wstring> settings) {
+    world_.config.SetSettings(WindowsLogsEventMonitor::dataset_name, std::move(settings));
+    if (monitor_) (*monitor_)->ReadAndUpdateDatasetSettings();
+    world_.runtime.Settle();
+  }
+  /// The ids of the events that this life recorded, "1 2 3".
+  std::wstring Recorded() const {
+    std::wstring ids;
+    for (const ItemEvent& item : life_->Items(kLoggedEvent)) {
+      if (!ids.empty()) ids += L' ';
+      ids += item.item_data().at(L"EventID");
+    }
+    return ids;
+  }
+  ItemData Only(const wchar_t* item) const {
+    const auto items = life_->Items(item);
+    EXPECT_EQ(items.size(), 1u) << String::UTF16ToUTF8(item);
+    return items.empty() ? ItemData() : items.front().item_data();
+  }
+
+  MonitorWorld world_;
+  std::optional<ServiceLife> life_;
+  std::optional<RunningMonitor> monitor_;
+};
+
+TEST_F(WindowsLogsTest, AnEventIsRecordedAsItComesAndItsTextAtTheScopeFullAlone) {
+  Start();
+  EXPECT_EQ(life_->DatasetContexts().at(0).item_data(), (ItemData{{L"Channels", L"Application, System"},
+                                                                  {L"Levels", L"Critical, Error"},
+                                                                  {L"TimeRange", L"86400000"},
+                                                                  {L"EventsPerMinute", L"60"}}));
+  Log(7);
+  Log(8, "Security");
+  Log(9, "System", 3);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"7") << "of the other channel and level nothing";
+  ItemData full = Only(kLoggedEvent);
+  EXPECT_NE(full[L"EventData"].find(L"s3cret"), std::wstring::npos);
+  EXPECT_EQ(full[L"ProcessID"], L"4711");
+  for (const wchar_t* const scope : {L"basic", L"enhance"}) {
+    life_->consent.scope = scope;
+    Log(10);
+    world_.runtime.Settle();
+    const ItemData plain = life_->Items(kLoggedEvent).back().item_data();
+    EXPECT_EQ(plain, (ItemData{{L"ProviderName", L"Contoso"},
+                               {L"EventSourceName", L"Contoso"},
+                               {L"Channel", L"Application"},
+                               {L"Level", L"2"},
+                               {L"LevelName", L"Error"},
+                               {L"EventID", L"10"},
+                               {L"EventRecordID", plain.at(L"EventRecordID")},
+                               {L"TimeCreated", plain.at(L"TimeCreated")}}));
+  }
+}
+
+TEST_F(WindowsLogsTest, EachEventOnceWhateverEndsTheService) {
+  Log(1);
+  Start();
+  Log(2);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"1 2");
+  Kill();
+  Log(3);
+  Start();
+  EXPECT_EQ(Recorded(), L"3");
+  Log(4, "System", 4);  // not wanted: the place behind it is kept by the stop
+  world_.runtime.Settle();
+  monitor_.reset();
+  Log(5);
+  world_.runtime.Suspend(23h);
+  Log(6);
+  world_.runtime.Suspend(2h);
+  Start();
+  EXPECT_EQ(Recorded(), L"6") << "what is older than the time range is not recorded";
+}
+
+TEST_F(WindowsLogsTest, WhatIsBeyondTheMinutesNumberIsCounted) {
+  Settings({{L"EventsPerMinute", L"2"}, {L"LogLevels", L"00000111"}});
+  for (std::uint32_t id = 1; id <= 10'000; ++id)
+    Log(id, "Application", id % 2 == 0 ? 2 : 3);
+  Start();
+  EXPECT_EQ(Recorded(), L"1 2");
+  Kill();
+  Start();
+  EXPECT_EQ(Recorded(), L"3 4") << "what nobody counted yet is read again";
+  world_.runtime.AdvanceBy(59s);
+  EXPECT_TRUE(life_->Items(kSkipped).empty());
+  world_.runtime.AdvanceBy(2s);
+  ItemData skipped = Only(kSkipped);
+  EXPECT_EQ(skipped[L"Count"], L"9996");
+  EXPECT_EQ(skipped[L"Error"], L"4998");
+  EXPECT_EQ(skipped[L"Warning"], L"4998");
+  EXPECT_EQ(skipped[L"FirstTime"], skipped[L"LastTime"]);
+  Log(21);
+  Log(22);
+  Log(23);
+  world_.runtime.Settle();
+  Start();
+  EXPECT_EQ(Recorded(), L"") << "counted by the stop";
+  EXPECT_TRUE(life_->Items(kSkipped).empty());
+}
+
+TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
+  Start();
+  Log(1);
+  Log(2);
+  world_.runtime.Settle();
+  monitor_.reset();
+  for (std::uint32_t id = 3; id < 8; ++id)
+    Log(id);
+  world_.machine.event_log().DropOldest("Application", 4);
+  Start();
+  EXPECT_EQ(Recorded(), L"5 6 7");
+  EXPECT_EQ(Only(kInterrupted), (ItemData{{L"Channel", L"Application"}, {L"Reason", L"gap"}, {L"Lost", L"2"}}));
+  world_.machine.event_log().Clear("Application");
+  Log(9);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"5 6 7 9");
+  EXPECT_EQ(life_->Items(kInterrupted).back().item_data(),
+            (ItemData{{L"Channel", L"Application"}, {L"Reason", L"cleared"}}));
+}
+
+TEST_F(WindowsLogsTest, ALogThatCannotBeReadIsSaidAndTriedAgain) {
+  Log(1);
+  world_.machine.event_log().Fail("System", platform::EventLogTrouble::kChannelNotFound);
+  world_.machine.event_log().Fail("Application", platform::EventLogTrouble::kFailed);
+  Start();
+  EXPECT_EQ(Recorded(), L"");
+  world_.machine.event_log().Fail("Application", {});
+  world_.runtime.AdvanceBy(61s);
+  EXPECT_EQ(Recorded(), L"1");
+  EXPECT_EQ(world_.logs.Count(L"this system has not the channel System"), 1u);
+  EXPECT_EQ(world_.logs.Count(L"reading the channel Application failed"), 1u);
+}
+
+TEST_F(WindowsLogsTest, WhatHappenedWithoutConsentIsNeverRecorded) {
+  Start();
+  Log(1);
+  world_.runtime.Settle();
+  life_->consent.given = false;
+  Log(2);
+  world_.runtime.Settle();
+  monitor_.reset();
+  world_.runtime.AdvanceBy(1min);
+  Log(3);
+  world_.runtime.AdvanceBy(1min);
+  Start();
+  EXPECT_EQ(Recorded(), L"");
+  Kill();
+  Log(4);
+  Start();
+  EXPECT_EQ(Recorded(), L"4");
+}
+
+TEST_F(WindowsLogsTest, ChangedSettingsHoldFromTheNextEventOn) {
+  Start();
+  Settings({{L"Channels", L"0010"}, {L"EventIds", L"1-5, -3"}, {L"LogLevels", L"00000100"}});
+  EXPECT_EQ(life_->DatasetContexts().back().item_data().at(L"EventIds"), L"1-5,-3");
+  for (const std::uint32_t id : {2u, 3u, 6u, 4u})
+    Log(id, "Security", 3);
+  Log(5);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"2 4");
+  Settings({{L"Channels", L"0000"}, {L"LogLevels", L"2"}, {L"EventIds", L"5-1"}});
+  EXPECT_EQ(life_->DatasetContexts().back().item_data().at(L"Channels"), L"Application, System") << "the defaults";
+  EXPECT_TRUE(world_.logs.Has(L"the range 5-1 ends before it begins"));
+}
+
+}  // namespace
+}  // namespace TVK
