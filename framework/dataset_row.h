@@ -72,7 +72,7 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {19, L"8C3067AC-020C-460F-95A3-1E3998982F72", L"ThunderboltEvent", L"enhance, full", DatasetRule::kByScope,
      L"ThunderboltEventMonitor"},
     {20, L"AC999CD4-1AD6-4344-8740-06CC75426A48", L"EventViewerLogDBEvent", L"basic, enhance, full",
-     DatasetRule::kByScope, L"EventViewerLogDBEventMonitor"},
+     DatasetRule::kByScope, L"EventViewerLogDBEventMonitor", L"tvk/eventlogdb", L"device-activity"},
     {21, L"1EA8234E-D3BF-4018-9DB7-23FE7ED66C16", L"DeviceDriversEvent", L"enhance,full", DatasetRule::kByScope,
      L"DeviceDriversEventMonitor"},
     {22, L"E2AC55A6-95A5-45B4-A45B-90A6345F036B", L"PCIe_NVMe_SelfTestResult", L"full", DatasetRule::kByScope,

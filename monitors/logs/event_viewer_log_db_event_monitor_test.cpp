@@ -1,0 +1,65 @@
+#include "monitors/logs/event_viewer_log_db_event_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/simulated/simulated_event_log.h"
+#include "testing/monitor_world.h"
+
+namespace TVK {
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+
+TEST(EventViewerLogDBTest, ADaysEventsAreCountedAndTheLogsMeasured) {
+  MonitorWorld world;
+  platform::SimulatedEventLog& log = world.machine.event_log();
+  const auto append = [&](const char* channel, const char* provider, std::uint32_t id) {
+    log.Append({.channel = channel,
+                .provider = provider,
+                .id = id,
+                .level = 2,
+                .time = world.runtime.clock().Now(),
+                .data = {{"Text", "s3cret"}}});
+  };
+  for (int i = 0; i < 3; ++i)
+    append("Application", "Contoso", 7);
+  append("Application", "Contoso", 9);
+  for (std::uint32_t id = 0; id < EventViewerLogDBEventMonitor::kMostCounts + 10; ++id)
+    append("System", "Many", id);
+  log.Fail("Security", platform::EventLogTrouble::kAccessRefused);
+  ServiceLife life(world);
+  RunningMonitor monitor(world.runtime, std::make_unique<EventViewerLogDBEventMonitor>(life.services()));
+  const auto items = [&] {
+    world.runtime.Settle();
+    std::map<std::wstring, ItemData> by_channel;
+    for (const ItemEvent& item : life.Items(L"ReadLogDBPerDay"))
+      by_channel[item.item_data().at(L"Channel")] = item.item_data();
+    return by_channel;
+  };
+  auto first = items();
+  ASSERT_EQ(first.size(), 3u) << "and none of the channel that may not be read";
+  EXPECT_EQ(first[L"Application"], (ItemData{{L"Channel", L"Application"},
+                                             {L"Events", L"4"},
+                                             {L"Bytes", L"2048"},
+                                             {L"MostBytes", L"20971520"},
+                                             {L"FillLevel", L"0"},
+                                             {L"OldestEvent", L"2026-01-01T00:00:00+00:00"},
+                                             {L"EventsOfTheDay", L"4"},
+                                             {L"Counts",
+                                              L"[{\"count\":3,\"id\":7,\"level\":2,\"provider\":\"Contoso\"},"
+                                              L"{\"count\":1,\"id\":9,\"level\":2,\"provider\":\"Contoso\"}]"}}));
+  EXPECT_EQ(first[L"System"][L"EventsOfTheDay"], L"210");
+  EXPECT_EQ(first[L"System"][L"OtherEvents"], L"10");
+  EXPECT_EQ(first[L"Setup"][L"Counts"], L"[]");
+  world.runtime.AdvanceBy(1h);
+  append("Application", "Contoso", 9);
+  world.runtime.AdvanceBy(22h + 59min);
+  EXPECT_EQ(life.Items(L"ReadLogDBPerDay").size(), 3u);
+  world.runtime.AdvanceBy(2min);
+  auto second = items();
+  EXPECT_EQ(second[L"Application"][L"Events"], L"5");
+  EXPECT_EQ(second[L"Application"][L"EventsOfTheDay"], L"1");
+}
+
+}  // namespace
+}  // namespace TVK
