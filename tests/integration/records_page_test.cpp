@@ -21,6 +21,7 @@
 #include "monitors/storage/smart_names.h"
 #include "platform/simulated/simulated_batteries.h"
 #include "platform/simulated/simulated_drives.h"
+#include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_processors.h"
@@ -163,6 +164,22 @@ BatteryInfo MakersBattery() {
   return battery;
 }
 
+/// More events than are recorded in a minute, of more kinds than are counted a day, and some that are overwritten.
+void LogEvents(MonitorWorld& world, const wchar_t* levels) {
+  world.config.SetSettings(L"EventViewerLogsEvent", {{L"LogLevels", levels}, {L"EventIds", L"1-500"}});
+  platform::SimulatedEventLog& log = world.machine.event_log();
+  for (std::uint32_t id = 1; id <= 500; ++id) {
+    log.Append({.channel = "System",
+                .provider = "Contoso",
+                .id = id,
+                .level = id % 7,
+                .time = world.runtime.clock().Now(),
+                .process = 1,
+                .thread = 1});
+  }
+  log.DropOldest("System", 250);
+}
+
 /// Runs the service for some minutes and adds the keys of what it wrote; the items that it wrote go out of `unwritten`.
 void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& unwritten) {
   ManagerLife life(world, table);
@@ -254,7 +271,10 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   world.machine.processors().Change([](auto& state) { state.load = [] { return std::optional<std::int32_t>(100); }; });
   world.machine.firmware().SetSmbios(Table(table).End().Rsmb());
   world.machine.drives().Set(TestedDrives());
+  LogEvents(world, L"00011111");
   Live(world, datasets, lists, unwritten);
+  for (int i = 0; i < 2; ++i)
+    LogEvents(world, L"00000000");
   world.machine.firmware().SetSmbios(table.Add(MemoryDevice({.handle = 0x1101})).End().Rsmb());
   Live(world, datasets, lists, unwritten);
 
@@ -267,6 +287,7 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   }
   // What no machine gives yet, and the page says so.
   lists["SystemBIOSEvent/key"].insert("ECReleaseDate");
+  lists["EventViewerLogsEvent/key"].merge(Names{"ProviderGuid", "TaskCategory", "Opcode"});
   AddKeys(BatteryContextItemData(MakersBattery()), lists["BatteryEvent/key"]);
   AddKeys(BatteryItemData(MakersBattery()), lists["BatteryEvent/key"]);
   EXPECT_EQ(unwritten, (Names{"BatteryTest 00000000-0000-0000-0000-000000000000",
