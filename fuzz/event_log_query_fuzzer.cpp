@@ -1,52 +1,23 @@
 // The builder of event-log queries: what it accepts gives XML and XPath that another engine reads, in which no list of
 // conditions is empty or too long, and which selects the ids that the list names and no others.
-#include <libxml/parser.h>
-#include <libxml/xpath.h>
-#include <libxml/xpathInternals.h>
-
+#include <algorithm>
 #include <bitset>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <string>
 
 #include "client/text/string.h"
 #include "monitors/logs/windows_logs_helper.h"
+#include "platform/event_log_filter.h"
+#include "testing/xpath_engine.h"
 
 namespace {
 
 using TVK::EventIdItem;
-using Document = std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)>;
-using Context = std::unique_ptr<xmlXPathContext, decltype(&xmlXPathFreeContext)>;
-using Object = std::unique_ptr<xmlXPathObject, decltype(&xmlXPathFreeObject)>;
 using Ids = std::bitset<65536>;
 
 void Check(bool holds) {
   if (!holds) std::abort();
-}
-
-Document Parse(const std::string& xml) {
-  return Document(xmlReadMemory(xml.data(), static_cast<int>(xml.size()), "query.xml", nullptr, XML_PARSE_NONET),
-                  xmlFreeDoc);
-}
-
-/// Every event is of this moment.
-void TimeDiff(xmlXPathParserContextPtr context, int arguments) {
-  Check(arguments == 1);
-  xmlXPathFreeObject(valuePop(context));
-  valuePush(context, xmlXPathNewFloat(0));
-}
-
-/// Whether an event of this id and level answers the XPath.
-bool Answers(const std::string& xpath, unsigned id, int level) {
-  const Document event = Parse("<Event><System><EventID>" + std::to_string(id) + "</EventID><Level>" +
-                               std::to_string(level) + "</Level><TimeCreated SystemTime='now'/></System></Event>");
-  const Context context(xmlXPathNewContext(event.get()), xmlXPathFreeContext);
-  context->node = reinterpret_cast<xmlNode*>(event.get());
-  xmlXPathRegisterFunc(context.get(), BAD_CAST "timediff", TimeDiff);
-  const Object found(xmlXPathEvalExpression(BAD_CAST xpath.c_str(), context.get()), xmlXPathFreeObject);
-  Check(found != nullptr && found->type == XPATH_NODESET);
-  return found->nodesetval != nullptr && found->nodesetval->nodeNr > 0;
 }
 
 std::size_t CountOf(const std::string& text, const std::string& what) {
@@ -60,19 +31,12 @@ unsigned Number(std::wstring_view digits) {
   return static_cast<unsigned>(std::stoul(std::wstring(digits)));
 }
 
-/// Whether one of the elements of that name and channel takes an event of this id.
-bool Takes(const xmlNode* query, const std::string& element, const std::string& channel, unsigned id, int level) {
-  for (const xmlNode* node = query->children; node != nullptr; node = node->next) {
-    const std::unique_ptr<xmlChar, decltype(xmlFree)> path(xmlGetProp(node, BAD_CAST "Path"), xmlFree);
-    const std::unique_ptr<xmlChar, decltype(xmlFree)> xpath(xmlNodeGetContent(node), xmlFree);
-    const std::string text = reinterpret_cast<const char*>(xpath.get());
-    Check(CountOf(text, "EventID") + CountOf(text, "Level") + CountOf(text, "TimeCreated") <=
-          TVK::WindowsLogsHelper::kMostConditions);
-    const bool asked =
-        element == reinterpret_cast<const char*>(node->name) && channel == reinterpret_cast<const char*>(path.get());
-    if (asked && Answers(text, id, level)) return true;
-  }
-  return false;
+/// Whether one of the selecting or suppressing elements of that channel takes the event.
+bool Takes(const std::vector<TVK::QueryElement>& elements, bool suppress, const std::string& channel,
+           const xmlDoc& event) {
+  return std::ranges::any_of(elements, [&](const TVK::QueryElement& element) {
+    return element.suppress == suppress && element.channel == channel && TVK::AnswersXPath(event, element.xpath);
+  });
 }
 
 }  // namespace
@@ -93,9 +57,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Check(made != query.empty());
   if (!made) return 0;
 
-  const Document document = Parse(TVK::String::UTF16ToUTF8(query));
+  const TVK::XmlDocument document = TVK::ParseXml(TVK::String::UTF16ToUTF8(query));
   Check(document != nullptr);
-  const xmlNode* const elements = xmlDocGetRootElement(document.get())->children;
+  const auto elements = TVK::QueryElements(*document);
+  for (const TVK::QueryElement& element : elements) {
+    Check(CountOf(element.xpath, "EventID") + CountOf(element.xpath, "Level") + CountOf(element.xpath, "TimeCreated") <=
+          TVK::WindowsLogsHelper::kMostConditions);
+  }
+  const auto filter = platform::EventLogFilter::Parse(TVK::String::UTF16ToUTF8(query));
+  Check(filter.has_value());
   Ids selected;
   Ids suppressed;
   bool all = true;
@@ -114,8 +84,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string channel = TVK::String::UTF16ToUTF8(selection.channels.front());
   for (unsigned id = 0; id < at_edges.size(); ++id) {
     if (!at_edges[id]) continue;
-    Check(Takes(elements, "Select", channel, id, level) == (all || selected[id]));
-    Check(Takes(elements, "Suppress", channel, id, level) == suppressed[id]);
+    const platform::LoggedEvent event{.channel = channel, .id = id, .level = static_cast<unsigned>(level)};
+    const TVK::XmlDocument xml = TVK::ParseXml(platform::XmlOf(event));
+    Check(Takes(elements, false, channel, *xml) == (all || selected[id]));
+    Check(Takes(elements, true, channel, *xml) == suppressed[id]);
+    Check(filter->Takes(event, event.time) == ((all || selected[id]) && !suppressed[id]));
   }
   return 0;
 }

@@ -1,4 +1,5 @@
-// The system's event log: events found by a query, with the values that the query names. Any thread.
+// The system's event log: events found by a query, with the values that the query names, and a reader that follows
+// channels as they grow. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -10,6 +11,11 @@
 #include "platform/clock.h"
 
 namespace platform {
+
+class Runtime;
+struct EventLogReaderOpening;
+struct EventLogReaderSettings;
+struct EventLogStatus;
 
 /// What an event says at one place: nothing, a number, a text (UTF-8; identifiers as "{00112233-...}") or a moment.
 using EventLogValue = std::variant<std::monostate, std::uint64_t, std::string, WallTime>;
@@ -56,6 +62,12 @@ class EventLog {
 
   /// The newest events that answer `query`. May wait some seconds for the system's log service.
   virtual EventLogReading Query(const EventLogQuery& query) = 0;
+
+  /// Begins to follow channels (event_log_reader.h). The log and `runtime` must outlive the reader.
+  virtual EventLogReaderOpening OpenReader(Runtime& runtime, const EventLogReaderSettings& settings) = 0;
+
+  /// How `channel` ("System") stands now. May wait as Query does.
+  virtual EventLogStatus ReadStatus(const std::string& channel) = 0;
 };
 
 }  // namespace platform

@@ -28,7 +28,11 @@ class Volumes;
 std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clock);
 std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
-std::unique_ptr<EventLog> MakeEventLog();
+
+/// `follows`: entries may come while a reader is open; it then waits as the Linux runtime does. `clock` must outlive
+/// the door and its readers.
+std::unique_ptr<EventLog> MakeEventLog(const Sysroot& root, const Clock& clock, bool follows);
+
 std::unique_ptr<Power> MakePower(const Sysroot& root, std::shared_ptr<PowerWishes> wishes);
 std::unique_ptr<Batteries> MakeBatteries(const Sysroot& root);
 

@@ -26,7 +26,6 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.processors = MakeProcessors(root, clock);
   doors.memory = MakeMemory(root);
   doors.firmware = MakeFirmware(root);
-  doors.event_log = MakeEventLog();
   doors.system = MakeSystemFacts(root);
   doors.region = MakeRegion(root);
   doors.settings = MakeSettings(root, *doors.system, *doors.region);
@@ -35,6 +34,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.batteries = MakeBatteries(root);
   doors.power_manager = std::make_unique<NoPowerManager>();
   const bool local = options.sysroot == "/";
+  doors.event_log = MakeEventLog(root, clock, local);
   doors.volumes = MakeVolumes(root, local);
   if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);

@@ -2,22 +2,53 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <mutex>
+#include <set>
 
 #include "platform/event_log.h"
+#include "platform/logged_event.h"
 #include "platform/simulated/scripted.h"
 
 namespace platform {
 
-/// Answers a query. Empty: the machine keeps no log.
+/// Answers a query. Empty: the machine's log cannot be queried.
 using SimulatedEventLogAnswer = std::function<EventLogReading(const EventLogQuery&)>;
 
+/// The channels "Application", "Security", "Setup" and "System", without events until some are appended. Its readers
+/// see what is appended, and nothing of what queries are answered.
 class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventLogAnswer> {
  public:
-  EventLogReading Query(const EventLogQuery& query) override {
-    const auto answer = Get();
-    if (answer) return answer(query);
-    return {.records = {}, .failure = EventLogFailure::kNotSupported, .error = kErrorNotSupported};
-  }
+  SimulatedEventLog();
+  ~SimulatedEventLog() override;
+  SimulatedEventLog(const SimulatedEventLog&) = delete;
+  SimulatedEventLog& operator=(const SimulatedEventLog&) = delete;
+
+  EventLogReading Query(const EventLogQuery& query) override;
+  EventLogReaderOpening OpenReader(Runtime& runtime, const EventLogReaderSettings& settings) override;
+  EventLogStatus ReadStatus(const std::string& channel) override;
+
+  /// Logs `event` in its channel, which must be one of the four, and gives it the next number.
+  void Append(LoggedEvent event);
+  /// Empties the channel; numbers begin anew.
+  void Clear(const std::string& channel);
+  /// The `count` oldest events are overwritten.
+  void DropOldest(const std::string& channel, std::size_t count);
+  /// What readers that are opened from now on find in the place of the channel: kChannelNotFound, kAccessRefused or
+  /// kFailed; nothing: the channel again.
+  void Fail(const std::string& channel, std::optional<EventLogTrouble> trouble);
+
+ private:
+  class Reader;
+  struct Channel {
+    std::vector<LoggedEvent> events = {};
+    std::uint64_t last_id = 0;  ///< Of the newest that there ever was since the numbers began.
+    std::optional<EventLogTrouble> trouble = {};
+  };
+
+  std::mutex channels_mutex_;                ///< Guards the two below.
+  std::map<std::string, Channel> channels_;  ///< By name; the keys never change.
+  std::set<Reader*> readers_;
 };
 
 }  // namespace platform

@@ -1,0 +1,139 @@
+#include "platform/linux/journal.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+#include "platform/linux/unique_fd.h"
+
+namespace platform {
+namespace {
+namespace fs = std::filesystem;
+
+using std::chrono::microseconds;
+
+constexpr const char* kFolders[] = {"var/log/journal", "run/log/journal"};
+
+WallTime TimeOf(std::uint64_t microseconds_since_1970) {
+  return std::chrono::floor<milliseconds>(std::chrono::sys_time<microseconds>(microseconds(microseconds_since_1970)));
+}
+
+}  // namespace
+
+std::optional<Journal> Journal::Open(const fs::path& root, int& error) {
+  std::error_code ignored;
+  bool kept = false;
+  for (const char* const folder : kFolders)
+    kept = kept || fs::is_directory(root / folder, ignored);
+  error = ENOENT;
+  if (!kept) return std::nullopt;
+  sd_journal* journal = nullptr;
+  // Beside this machine's own entries its folders may hold those of containers.
+  error = -(root == "/" ? ::sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY)
+                        : ::sd_journal_open_directory(&journal, root.c_str(), SD_JOURNAL_OS_ROOT));
+  if (error > 0) return std::nullopt;
+  error = 0;
+  return Journal(journal);
+}
+
+bool Journal::SeekTo(const std::string& bookmark) {
+  return ::sd_journal_seek_cursor(journal_.get(), bookmark.c_str()) >= 0;
+}
+
+void Journal::SeekTo(WallTime time) {
+  const auto since = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
+  ::sd_journal_seek_realtime_usec(journal_.get(), since > 0 ? static_cast<std::uint64_t>(since) : 0);
+}
+
+void Journal::SeekToBegin() {
+  ::sd_journal_seek_head(journal_.get());
+}
+
+Journal::Step Journal::Next(int& error) {
+  const int result = ::sd_journal_next(journal_.get());
+  if (result < 0) error = -result;
+  return result > 0 ? Step::kEntry : result == 0 ? Step::kEnd : Step::kFailed;
+}
+
+bool Journal::IsAt(const std::string& bookmark) {
+  return ::sd_journal_test_cursor(journal_.get(), bookmark.c_str()) > 0;
+}
+
+std::string Journal::Bookmark() {
+  char* cursor = nullptr;
+  if (::sd_journal_get_cursor(journal_.get(), &cursor) < 0) return {};
+  const std::unique_ptr<char, decltype(&std::free)> owned(cursor, std::free);
+  return cursor;
+}
+
+WallTime Journal::Time() {
+  std::uint64_t time = 0;
+  ::sd_journal_get_realtime_usec(journal_.get(), &time);
+  return TimeOf(time);
+}
+
+const std::vector<std::string_view>& Journal::Fields() {
+  text_.clear();
+  fields_.clear();
+  std::vector<std::size_t> ends;
+  const void* data = nullptr;
+  std::size_t length = 0;
+  ::sd_journal_restart_data(journal_.get());
+  while (::sd_journal_enumerate_available_data(journal_.get(), &data, &length) > 0) {
+    text_.append(static_cast<const char*>(data), length);
+    ends.push_back(text_.size());
+  }
+  std::size_t begin = 0;
+  for (const std::size_t end : ends)
+    fields_.push_back(std::string_view(text_).substr(std::exchange(begin, end), end - begin));
+  return fields_;
+}
+
+int Journal::fd() {
+  return ::sd_journal_get_fd(journal_.get());
+}
+
+Journal::News Journal::Refresh() {
+  switch (::sd_journal_process(journal_.get())) {
+    case SD_JOURNAL_NOP:
+      return News::kNone;
+    case SD_JOURNAL_APPEND:
+      return News::kEntries;
+    default:
+      return News::kFiles;
+  }
+}
+
+std::uint64_t Journal::BytesOnDisk() {
+  std::uint64_t bytes = 0;
+  ::sd_journal_get_usage(journal_.get(), &bytes);
+  return bytes;
+}
+
+std::optional<WallTime> Journal::OldestEntry() {
+  std::uint64_t oldest = 0;
+  if (::sd_journal_get_cutoff_realtime_usec(journal_.get(), &oldest, nullptr) <= 0) return std::nullopt;
+  return TimeOf(oldest);
+}
+
+JournalAccess CheckJournalAccess(const fs::path& root) {
+  JournalAccess access;
+  for (const char* const folder : kFolders) {
+    std::error_code failure;
+    fs::recursive_directory_iterator entry(root / folder, failure);
+    for (const fs::recursive_directory_iterator end; !failure && entry != end; entry.increment(failure)) {
+      if (entry->path().extension() != ".journal") continue;
+      access.files = true;
+      const UniqueFd file(::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+      access.refused = access.refused || (!file && (errno == EACCES || errno == EPERM));
+    }
+    access.refused = access.refused || failure == std::errc::permission_denied;
+  }
+  return access;
+}
+
+}  // namespace platform

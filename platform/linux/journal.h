@@ -1,0 +1,69 @@
+// The systemd journal of this computer, or of a recorded one.
+#pragma once
+
+#include <systemd/sd-journal.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/clock.h"
+
+namespace platform {
+
+/// An open journal. One thread at a time, and the one that opened it.
+class Journal {
+ public:
+  /// The journal below `root` (/var/log/journal and /run/log/journal in it); of "/" what this machine logged itself.
+  /// Nothing on failure; `error` is then the errno, ENOENT where neither folder exists.
+  static std::optional<Journal> Open(const std::filesystem::path& root, int& error);
+
+  // What the first Next gives: the bookmark's own entry, or the one behind its place when that is gone; the first entry
+  // that was logged at `time` or later; the first one.
+  /// False: that is no bookmark.
+  bool SeekTo(const std::string& bookmark);
+  void SeekTo(WallTime time);
+  void SeekToBegin();
+
+  enum class Step { kEntry, kEnd, kFailed };
+  /// Goes to the next entry. `error`: the errno of a failure.
+  Step Next(int& error);
+  // Of the present entry.
+  bool IsAt(const std::string& bookmark);
+  std::string Bookmark();
+  WallTime Time();
+  /// "NAME=value" each, until the next call of this object. Of a value more than 64 KiB are cut off.
+  const std::vector<std::string_view>& Fields();
+
+  /// A descriptor that is readable when Refresh should be called; below 0 where the system gives none.
+  int fd();
+  /// Takes notice of what came and went.
+  enum class News { kNone, kEntries, kFiles };
+  News Refresh();
+
+  std::uint64_t BytesOnDisk();
+  std::optional<WallTime> OldestEntry();
+
+ private:
+  struct Close {
+    void operator()(sd_journal* journal) const { ::sd_journal_close(journal); }
+  };
+
+  explicit Journal(sd_journal* journal) : journal_(journal) {}
+
+  std::unique_ptr<sd_journal, Close> journal_;
+  std::string text_;  ///< What Fields refers to: the library keeps one field at a time.
+  std::vector<std::string_view> fields_;
+};
+
+/// Whether files of the journal below `root` may not be read, and whether there are any at all.
+struct JournalAccess {
+  bool files = false;
+  bool refused = false;
+};
+JournalAccess CheckJournalAccess(const std::filesystem::path& root);
+
+}  // namespace platform

@@ -1,0 +1,121 @@
+#include "platform/linux/journal_entry.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "platform/text_scan.h"
+
+namespace platform {
+namespace {
+
+// Of systemd's catalogue: a process crashed and dumped core.
+constexpr std::string_view kCoredump = "fc2e22bc6ee647b6b90729ab34a250b1";
+
+/// What is looked at of an entry.
+struct Fields {
+  std::string_view priority;
+  std::string_view facility;
+  std::string_view identifier;
+  std::string_view command;
+  std::string_view transport;
+  std::string_view message_id;
+  std::string_view process;
+  std::string_view thread;
+  std::string_view user_unit;
+};
+
+struct Place {
+  std::string_view name;
+  std::string_view Fields::*value;
+};
+constexpr std::array<Place, 9> kPlaces = {{{"PRIORITY", &Fields::priority},
+                                           {"SYSLOG_FACILITY", &Fields::facility},
+                                           {"SYSLOG_IDENTIFIER", &Fields::identifier},
+                                           {"_COMM", &Fields::command},
+                                           {"_TRANSPORT", &Fields::transport},
+                                           {"MESSAGE_ID", &Fields::message_id},
+                                           {"_PID", &Fields::process},
+                                           {"TID", &Fields::thread},
+                                           {"_SYSTEMD_USER_UNIT", &Fields::user_unit}}};
+
+constexpr std::array<std::string_view, 7> kDataNames = {"MESSAGE",
+                                                        "MESSAGE_ID",
+                                                        "COREDUMP_EXE",
+                                                        "COREDUMP_SIGNAL",
+                                                        "COREDUMP_SIGNAL_NAME",
+                                                        "COREDUMP_PACKAGE_NAME",
+                                                        "COREDUMP_PACKAGE_VERSION"};
+
+/// What installs and updates software, by the name under which it logs.
+constexpr std::array<std::string_view, 12> kInstallers = {
+    "apt",   "apt.systemd.daily", "dnf", "dnf-automatic",     "dpkg",  "flatpak-system-helper",
+    "fwupd", "packagekitd",       "rpm", "systemd-sysupdate", "snapd", "unattended-upgrade"};
+
+template <std::size_t N>
+bool IsOneOf(std::string_view text, const std::array<std::string_view, N>& texts) {
+  return std::ranges::find(texts, text) != texts.end();
+}
+
+std::string ChannelOf(const Fields& fields, std::string_view provider) {
+  static constexpr std::array<std::string_view, 3> kSecurity = {"4", "10", "13"};
+  static constexpr std::array<std::string_view, 4> kServices = {"0", "3", "5", "9"};
+  if (fields.transport == "audit" || IsOneOf(fields.facility, kSecurity)) return "Security";
+  if (IsOneOf(provider, kInstallers)) return "Setup";
+  if (fields.transport == "kernel") return "System";
+  if (fields.message_id == kCoredump || !fields.user_unit.empty()) return "Application";
+  return IsOneOf(fields.facility, kServices) || provider == "systemd" ? "System" : "Application";
+}
+
+std::uint32_t LevelOf(std::string_view priority) {
+  static constexpr std::array<std::uint32_t, 8> kLevels = {1, 1, 1, 2, 3, 4, 4, 5};
+  constexpr std::uint32_t kInformation = 4;
+  const auto number = ParseNumber(priority);
+  return number && *number < kLevels.size() ? kLevels[*number] : kInformation;
+}
+
+std::uint32_t IdOf(std::string_view message_id) {
+  constexpr std::size_t kDigits = 4;
+  constexpr int kHexadecimal = 16;
+  if (message_id.size() < kDigits) return 0;
+  std::uint32_t id = 0;
+  const auto [end, error] = std::from_chars(message_id.data(), message_id.data() + kDigits, id, kHexadecimal);
+  return error == std::errc() && end == message_id.data() + kDigits ? id : 0;
+}
+
+}  // namespace
+
+LoggedEvent EventOfJournal(std::span<const std::string_view> fields, WallTime time) {
+  Fields known;
+  LoggedEvent event;
+  std::array<std::optional<std::string_view>, kDataNames.size()> data;
+  for (const std::string_view field : fields) {
+    const std::size_t name_end = field.find('=');
+    if (name_end == field.npos) continue;
+    const std::string_view name = field.substr(0, name_end);
+    const std::string_view value = field.substr(name_end + 1);
+    const auto* const place = std::ranges::find(kPlaces, name, &Place::name);
+    if (place != kPlaces.end() && (known.*(place->value)).empty()) known.*(place->value) = value;
+    const auto* const kept = std::ranges::find(kDataNames, name);
+    if (kept == kDataNames.end()) continue;
+    auto& text = data[static_cast<std::size_t>(kept - kDataNames.begin())];
+    if (!text) text = value;
+  }
+  // In an order of ours: the journal's own is not defined.
+  for (std::size_t i = 0; i < data.size(); ++i) {
+    if (data[i]) event.data.push_back({std::string(kDataNames[i]), std::string(*data[i])});
+  }
+  event.provider = !known.identifier.empty()     ? known.identifier
+                   : !known.command.empty()      ? known.command
+                   : known.transport == "kernel" ? "kernel"
+                                                 : "unknown";
+  event.channel = ChannelOf(known, event.provider);
+  event.id = IdOf(known.message_id);
+  event.level = LevelOf(known.priority);
+  event.time = time;
+  event.process = ParseNumber(known.process);
+  event.thread = ParseNumber(known.thread);
+  return event;
+}
+
+}  // namespace platform

@@ -1,0 +1,25 @@
+// Entries of the systemd journal as events. A pure function; any thread.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "platform/logged_event.h"
+
+namespace platform {
+
+/// The event that an entry of these fields is, each as "NAME=value" in the journal's own words
+/// (systemd.journal-fields(7)); of a name that comes twice the first counts, of fields that it does not know none.
+///
+/// Channel: "Security" for the facilities auth (4), authpriv (10) and audit (13) and for the audit's own transport;
+/// "Setup" for what installs software; "System" for the kernel, systemd and the facilities of services, daemon (3),
+/// syslog (5) and cron (9), unless a user's own session logged it; "Application" for the rest, and for the notice of a
+/// program that crashed. Level: priorities 0..2 are 1, 3 is 2, 4 is 3, 5 and 6 are 4, 7 is 5; without one it is 4. Id:
+/// the first four hexadecimal digits of MESSAGE_ID; 0 without one. Provider: SYSLOG_IDENTIFIER, else _COMM, else
+/// "kernel" or "unknown".
+///
+/// EventData holds MESSAGE, MESSAGE_ID and, of a crash, COREDUMP_EXE, COREDUMP_SIGNAL, COREDUMP_SIGNAL_NAME,
+/// COREDUMP_PACKAGE_NAME and COREDUMP_PACKAGE_VERSION: no command line, no environment, no user.
+LoggedEvent EventOfJournal(std::span<const std::string_view> fields, WallTime time);
+
+}  // namespace platform

@@ -1,0 +1,157 @@
+#include "platform/linux/journal_reader.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/event_log_filter.h"
+#include "platform/linux/journal_entry.h"
+#include "platform/linux/waitables_linux.h"
+
+namespace platform {
+namespace {
+
+/// How many entries one Take looks at, so that it comes back soon where the query wants few of them.
+constexpr std::size_t kMostLooks = 4096;
+
+/// The news of a journal that is written to.
+class JournalNews final : public Waitable, public PollableWaitable {
+ public:
+  explicit JournalNews(Journal& journal) : journal_(journal), fd_(journal.fd()) {}
+
+  int fd() const override { return fd_; }
+  bool TryConsume() override {
+    Refresh();
+    return std::exchange(signalled_, false);
+  }
+
+  void Set() { signalled_ = true; }
+  /// What has come will be looked at now; whether files came or went, too.
+  bool TakeFileNews() {
+    Refresh();
+    signalled_ = false;
+    return std::exchange(files_, false);
+  }
+
+ private:
+  void Refresh() {
+    const Journal::News news = journal_.Refresh();
+    signalled_ = signalled_ || news != Journal::News::kNone;
+    files_ = files_ || news == Journal::News::kFiles;
+  }
+
+  Journal& journal_;
+  const int fd_;
+  bool signalled_ = true;
+  bool files_ = false;
+};
+
+class JournalReader final : public EventLogReader {
+ public:
+  JournalReader(Journal journal, const std::filesystem::path& root, EventLogFilter filter,
+                EventLogReaderSettings settings, Runtime& runtime, const Clock& clock, bool follows)
+      : journal_(std::move(journal)),
+        filter_(std::move(filter)),
+        settings_(std::move(settings)),
+        clock_(clock),
+        bookmark_(settings_.bookmark) {
+    if (follows) {
+      news_ = std::make_unique<JournalNews>(journal_);
+    } else {
+      quiet_news_ = runtime.MakeEvent(EventReset::kAuto, true);
+    }
+    const JournalAccess access = CheckJournalAccess(root);
+    if (access.refused) {
+      notices_.push_back({.trouble = EventLogTrouble::kAccessRefused});
+    } else if (!access.files) {
+      notices_.push_back({.trouble = EventLogTrouble::kChannelNotFound});
+    }
+    Seek();
+  }
+
+  Waitable& news() override { return news_ ? static_cast<Waitable&>(*news_) : *quiet_news_; }
+
+  EventLogBatch Take(std::size_t limit) override {
+    if (news_ && news_->TakeFileNews()) Seek();
+    EventLogBatch batch;
+    batch.more = true;
+    for (std::size_t looks = 0; batch.more && looks < kMostLooks && batch.events.size() < limit; ++looks)
+      batch.more = Look(batch);
+    batch.notices = std::exchange(notices_, {});
+    batch.bookmark = bookmark_;
+    if (batch.more) SetNews();
+    return batch;
+  }
+
+ private:
+  void SetNews() {
+    if (news_) {
+      news_->Set();
+    } else {
+      quiet_news_->Set();
+    }
+  }
+
+  /// Goes behind the bookmark. Whether its own entry is still there shows with the next one.
+  void Seek() {
+    if (!bookmark_.empty() && journal_.SeekTo(bookmark_)) {
+      at_bookmark_ = true;
+      return;
+    }
+    at_bookmark_ = false;
+    if (!bookmark_.empty()) TellGap();
+    if (const auto age = filter_.oldest_age()) {
+      journal_.SeekTo(clock_.Now() -
+                      milliseconds(std::min<std::int64_t>(*age, clock_.Now().time_since_epoch().count())));
+    } else {
+      journal_.SeekToBegin();
+    }
+  }
+
+  /// The place is no longer known; all that is there is new.
+  void TellGap() {
+    notices_.push_back({.trouble = EventLogTrouble::kGap});
+    bookmark_.clear();
+  }
+
+  /// Looks at the next entry. False: there is none now.
+  bool Look(EventLogBatch& batch) {
+    if (failed_) return false;
+    int error = 0;
+    const Journal::Step step = journal_.Next(error);
+    if (step == Journal::Step::kFailed) {
+      failed_ = true;
+      notices_.push_back({.trouble = EventLogTrouble::kFailed, .error = static_cast<std::uint32_t>(error)});
+    }
+    if (std::exchange(at_bookmark_, false)) {
+      if (step == Journal::Step::kEntry && journal_.IsAt(bookmark_)) return true;
+      TellGap();
+    }
+    if (step != Journal::Step::kEntry) return false;
+    const LoggedEvent event = EventOfJournal(journal_.Fields(), journal_.Time());
+    bookmark_ = journal_.Bookmark();
+    if (filter_.Takes(event, clock_.Now())) batch.events.push_back({RecordOf(event, settings_), bookmark_});
+    return true;
+  }
+
+  Journal journal_;
+  const EventLogFilter filter_;
+  const EventLogReaderSettings settings_;
+  const Clock& clock_;
+  std::unique_ptr<JournalNews> news_;  ///< Of a journal that is written to; else the other one.
+  std::unique_ptr<Event> quiet_news_;
+  std::vector<EventLogNotice> notices_;  ///< To be told with the next batch.
+  std::string bookmark_;                 ///< Of the entry that was looked at last; empty: of none.
+  bool at_bookmark_ = false;             ///< The next entry should be the bookmark's own.
+  bool failed_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<EventLogReader> ReadJournal(Journal journal, const std::filesystem::path& root, EventLogFilter filter,
+                                            EventLogReaderSettings settings, Runtime& runtime, const Clock& clock,
+                                            bool follows) {
+  return std::make_unique<JournalReader>(std::move(journal), root, std::move(filter), std::move(settings), runtime,
+                                         clock, follows);
+}
+
+}  // namespace platform
