@@ -106,8 +106,7 @@ class WindowsEventLogReader final : public EventLogReader {
     EventLogBatch batch{.notices = std::exchange(notices_, {})};
     // Another one first each time, so that a channel in a flood does not keep the others waiting.
     std::ranges::rotate(parts_, parts_.begin() + 1);
-    for (Part& part : parts_)
-      TakeFrom(part, limit, batch);
+    std::ranges::all_of(parts_, [&](Part& part) { return TakeFrom(part, limit, batch); });
     batch.bookmark = TextOf(places_);
     batch.more = batch.more || !notices_.empty();
     if (batch.more) news_.Set();
@@ -179,25 +178,27 @@ class WindowsEventLogReader final : public EventLogReader {
     return SubscribeFrom(part, EvtSubscribeStartAfterBookmark) == 0 ? 0 : SubscribeFromOldest(part);
   }
 
-  void TakeFrom(Part& part, std::size_t limit, EventLogBatch& batch) {
+  /// Whether this batch may go on with another channel.
+  bool TakeFrom(Part& part, std::size_t limit, EventLogBatch& batch) {
     while (part.subscription) {
       if (batch.events.size() >= limit) {
         batch.more = true;
-        return;
+        return false;
       }
       std::array<UniqueEventLogHandle, kLargestBatch> events;
       const DWORD error = Next(part, limit - batch.events.size(), events);
-      if (error == ERROR_NO_MORE_ITEMS) return;
+      if (error == ERROR_NO_MORE_ITEMS) return true;
       if (error != 0) {
         // Subscribing anew sets the signal, which is to be reset before events are taken: in the next Take.
         ReadOn(part, error);
         batch.more = true;
-        return;
+        return false;
       }
       for (const UniqueEventLogHandle& event : events) {
-        if (event && !Add(part, event.get(), batch)) return;
+        if (event && !Add(part, event.get(), batch)) return true;
       }
     }
+    return true;
   }
 
   /// The next events. 0, or the error.
