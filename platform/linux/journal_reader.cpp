@@ -116,6 +116,7 @@ class JournalReader final : public EventLogReader {
     }
     at_bookmark_ = false;
     if (!bookmark_.empty()) TellGap();
+    bookmark_.clear();
     if (const auto age = filter_.oldest_age()) {
       journal_.SeekTo(clock_.Now() -
                       milliseconds(std::min<std::int64_t>(*age, clock_.Now().time_since_epoch().count())));
@@ -124,10 +125,9 @@ class JournalReader final : public EventLogReader {
     }
   }
 
-  /// The place is no longer known; all that is there is new.
+  /// Once, until there is another entry.
   void TellGap() {
-    notices_.push_back({.trouble = EventLogTrouble::kGap});
-    bookmark_.clear();
+    if (!std::exchange(gap_told_, true)) notices_.push_back({.trouble = EventLogTrouble::kGap});
   }
 
   /// Looks at the next entry. False: there is none now.
@@ -138,6 +138,7 @@ class JournalReader final : public EventLogReader {
     if (step == Journal::Step::kFailed) {
       failed_ = true;
       notices_.push_back({.trouble = EventLogTrouble::kFailed, .error = static_cast<std::uint32_t>(error)});
+      return false;
     }
     if (std::exchange(at_bookmark_, false)) {
       if (step == Journal::Step::kEntry && journal_.IsAt(bookmark_)) return true;
@@ -145,6 +146,7 @@ class JournalReader final : public EventLogReader {
     }
     if (step != Journal::Step::kEntry) return false;
     ++looks_;
+    gap_told_ = false;
     const LoggedEvent event = EventOfJournal(journal_.Fields(), journal_.Time());
     bookmark_ = journal_.Bookmark();
     if (filter_.Takes(event, clock_.Now())) batch.events.push_back({RecordOf(event, settings_), bookmark_});
@@ -162,6 +164,7 @@ class JournalReader final : public EventLogReader {
   std::string bookmark_;                 ///< Of the entry that was looked at last; empty: of none.
   std::size_t looks_ = 0;                ///< Since the journal was opened.
   bool at_bookmark_ = false;             ///< The next entry should be the bookmark's own.
+  bool gap_told_ = false;
   bool failed_ = false;
 };
 
