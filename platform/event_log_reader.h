@@ -35,7 +35,7 @@ enum class EventLogTrouble {
   kChannelNotFound,  ///< There is no such channel; without one in the notice: the machine keeps no log.
   kAccessRefused,    ///< This account may not read it, or parts of it.
   kFailed,           ///< It could not be opened or read on, for another reason or a query that it does not take.
-  kCleared,          ///< Somebody emptied it behind the bookmark; reading goes on with its oldest event.
+  kCleared,          ///< Somebody emptied it; reading goes on with its oldest event. Of Linux' journal that is a gap.
   kGap,              ///< Events behind the bookmark may have gone unread: overwritten, or the bookmark's own is gone.
 };
 

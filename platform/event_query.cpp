@@ -1,8 +1,9 @@
 #include "platform/event_query.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
+
+#include "platform/xml_text.h"
 
 namespace platform {
 namespace {
@@ -11,24 +12,6 @@ constexpr std::string_view kBlanks = " \t\r\n";
 
 bool IsNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' || c == ':';
-}
-
-std::optional<std::string> Unescape(std::string_view text) {
-  static constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
-      {{"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&apos;", '\''}, {"&quot;", '"'}}};
-  std::string plain;
-  while (!text.empty()) {
-    const std::size_t run = std::min(text.find('&'), text.size());
-    plain.append(text.substr(0, run));
-    text.remove_prefix(run);
-    if (text.empty()) break;
-    const auto* const entity =
-        std::ranges::find_if(kEntities, [&](const auto& one) { return text.starts_with(one.first); });
-    if (entity == kEntities.end()) return std::nullopt;
-    plain += entity->second;
-    text.remove_prefix(entity->first.size());
-  }
-  return plain;
 }
 
 /// Steps through the text; each step that does not find what it looks for leaves the text as it is or makes the whole
@@ -87,7 +70,7 @@ class Reader {
       const char quote = *(rest_.data() - 1);
       const std::size_t end = rest_.find(quote);
       if (end == rest_.npos || rest_.substr(0, end).find('<') != rest_.npos) return false;
-      const auto value = Unescape(rest_.substr(0, end));
+      const auto value = UnescapeXml(rest_.substr(0, end));
       if (!value) return false;
       if (name == "Path") path = *value;
       rest_.remove_prefix(end + 1);
@@ -103,7 +86,7 @@ class Reader {
     if (!element.suppress && !TakeStart("Select", element.channel)) return false;
     const std::size_t length = rest_.find('<');
     if (length == rest_.npos || element.channel.empty()) return false;
-    auto xpath = Unescape(rest_.substr(0, length));
+    auto xpath = UnescapeXml(rest_.substr(0, length));
     rest_.remove_prefix(length);
     if (!xpath || !Take(element.suppress ? "</Suppress>" : "</Select>")) return false;
     element.xpath = std::move(*xpath);

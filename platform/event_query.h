@@ -21,7 +21,7 @@ using EventQuery = std::vector<EventQueryElement>;
 
 /// Reads "<QueryList><Query>", elements Select and Suppress, "</Query>", more of these, "</QueryList>", in UTF-8. What
 /// else stands in a tag than the path is passed over. Nothing for a text of another form, which comments, declarations
-/// and other entities than XML's five are, and for one without a Select.
+/// and entities of one's own are, and for one without a Select.
 std::optional<std::vector<EventQuery>> ReadEventQueries(std::string_view text);
 
 /// What a whole query asks of one channel, as a query of its own.

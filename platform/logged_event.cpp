@@ -1,71 +1,21 @@
 #include "platform/logged_event.h"
 
-#include <array>
 #include <cstdio>
+
+#include "platform/xml_text.h"
 
 namespace platform {
 namespace {
 
-/// How many bytes the character at the begin of `text` has; 0 when it is none that XML 1.0 may hold (its production
-/// Char), ill-formed UTF-8 included.
-std::size_t CharacterLength(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned first = byte(0);
-  if (first < 0x80) return first >= 0x20 || first == '\t' || first == '\n' || first == '\r' ? 1 : 0;
-  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  static constexpr std::array<unsigned, 5> kLeast = {0, 0, 0x80, 0x800, 0x10000};
-  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
-  unsigned code = first & (0x7Fu >> length);
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-    code = code << 6 | (byte(i) & 0x3F);
-  }
-  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-  const bool allowed = code >= kLeast[length] && code <= 0x10FFFF && !surrogate && code != 0xFFFE && code != 0xFFFF;
-  return allowed ? length : 0;
-}
-
-/// A carriage return is written by its number, since XML reads a bare one as a line's end.
-void AppendText(std::string_view text, std::string& xml) {
-  while (!text.empty()) {
-    const std::size_t length = CharacterLength(text);
-    if (length == 0) {
-      xml += "\xEF\xBF\xBD";
-      text.remove_prefix(1);
-      continue;
-    }
-    switch (text.front()) {
-      case '<':
-        xml += "&lt;";
-        break;
-      case '>':
-        xml += "&gt;";
-        break;
-      case '&':
-        xml += "&amp;";
-        break;
-      case '"':
-        xml += "&quot;";
-        break;
-      case '\r':
-        xml += "&#13;";
-        break;
-      default:
-        xml.append(text.substr(0, length));
-    }
-    text.remove_prefix(length);
-  }
-}
-
 void AppendElement(std::string_view name, const std::string& value, std::string& xml) {
   xml.append("<").append(name).append(">");
-  AppendText(value, xml);
+  AppendXmlText(value, xml);
   xml.append("</").append(name).append(">");
 }
 
 void AppendAttribute(std::string_view name, std::string_view value, std::string& xml) {
   xml.append(" ").append(name).append("=\"");
-  AppendText(value, xml);
+  AppendXmlText(value, xml);
   xml += '"';
 }
 
@@ -123,7 +73,7 @@ std::string XmlOf(const LoggedEvent& event) {
     xml += "<Data";
     if (!field.name.empty()) AppendAttribute("Name", field.name, xml);
     xml += '>';
-    AppendText(field.value, xml);
+    AppendXmlText(field.value, xml);
     xml += "</Data>";
   }
   return xml + "</EventData></Event>";

@@ -10,9 +10,11 @@
 /// Adds to a journal, `file`, which is made with its folders when there is none.
 class JournalWriter {
  public:
-  explicit JournalWriter(std::filesystem::path file) : file_(std::move(file)) {}
+  /// Its first entry is logged `seconds` after 2025-12-31T23:00:00Z.
+  explicit JournalWriter(std::filesystem::path file, std::uint64_t seconds = 0)
+      : file_(std::move(file)), count_(seconds) {}
 
-  /// One entry more, a second after the one before (the first at 2025-12-31T23:00:00Z). `fields`: lines "NAME=value".
+  /// One entry more, a second after the one before. `fields`: lines "NAME=value".
   void Add(const std::string& fields) {
     ++count_;
     text_ += "__REALTIME_TIMESTAMP=" + std::to_string(1'767'222'000'000'000 + (count_ - 1) * 1'000'000) +
@@ -34,5 +36,5 @@ class JournalWriter {
  private:
   const std::filesystem::path file_;
   std::string text_;
-  std::uint64_t count_ = 0;
+  std::uint64_t count_;
 };

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "client/text/string.h"
+#include "monitors/logs/event_data.h"
 #include "monitors/logs/windows_logs_helper.h"
 
 using TVK::String;
@@ -12,16 +13,6 @@ using TVK::String;
 namespace {
 
 constexpr wchar_t kEmptyEventData[] = L"<EventData />";
-
-/// Where the element EventData begins; npos without one. '<' stands for itself nowhere else in XML.
-std::size_t FindEventData(std::string_view xml) {
-  constexpr std::string_view kStart = "<EventData";
-  for (std::size_t at = xml.find(kStart); at != std::string_view::npos; at = xml.find(kStart, at + 1)) {
-    const std::size_t behind = at + kStart.size();
-    if (behind < xml.size() && std::string_view("> /\t\r\n").find(xml[behind]) != std::string_view::npos) return at;
-  }
-  return std::string_view::npos;
-}
 
 std::size_t CountCharacters(std::string_view utf8) {
   return static_cast<std::size_t>(
@@ -91,13 +82,8 @@ std::wstring EventTimeText(std::int64_t unix_seconds, const platform::Clock& clo
 }
 
 std::wstring EventDataText(std::string_view xml) {
-  constexpr std::string_view kEnd = "</EventData>";
-  const std::size_t start = FindEventData(xml);
-  const std::size_t tag_end = xml.find('>', start);
-  if (start == std::string_view::npos || tag_end == std::string_view::npos) return kEmptyEventData;
-  const std::size_t end = xml.find(kEnd, tag_end);
-  if (xml[tag_end - 1] == '/' || end == std::string_view::npos || end == tag_end + 1) return kEmptyEventData;
-  const std::string_view data = xml.substr(start, end + kEnd.size() - start);
+  const std::string_view data = EventDataElement(xml);
+  if (data.empty()) return kEmptyEventData;
   return CountCharacters(data) > kLongestEventData ? kEventDataTooLarge : String::UTF8ToUTF16(std::string(data));
 }
 

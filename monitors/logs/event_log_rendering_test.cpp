@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "client/text/string.h"
+#include "monitors/logs/event_data.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
@@ -67,6 +68,24 @@ TEST(EventLogRenderingTest, AbsentValuesGiveNoField) {
                                                                 {L"EventData", L"<EventData />"}}));
   record.values = {platform::EventLogValue("System")};
   EXPECT_EQ(RenderEvent(record, runtime.clock()).fields.size(), 2u) << "an answer shorter than the question";
+}
+
+TEST(EventDataTest, ItemsComeInTheirOrderWithTheirNames) {
+  using Items = std::vector<std::pair<std::string, std::string>>;
+  for (const auto& [data, items] : std::initializer_list<std::pair<std::string, Items>>{
+           {"", {}},
+           {"<Data>a.exe</Data><Data/> <Data Name = \"x&amp;y\" Type='n'>1&lt;2&#xe4;&#10;</Data >",
+            {{"", "a.exe"}, {"", ""}, {"x&y", "1<2\u00e4\n"}}},
+           {"<DataX>no</DataX><Binary>00</Binary><Data Name='n'/><Data>\n b </Data>", {{"n", ""}, {"", "\n b "}}},
+           {"<Data>a</Data><Data>&nbsp;</Data><Data>b</Data>", {{"", "a"}}},
+           {"<Data>a</Data><Data Name=x>b</Data>", {{"", "a"}}},
+           {"<Data>a</Data><Data Name='x>b", {{"", "a"}}},
+       }) {
+    Items found;
+    for (const EventDataItem& item : EventDataItems("<Event><EventData>" + data + "</EventData></Event>"))
+      found.emplace_back(item.name, item.value);
+    EXPECT_EQ(found, items) << data;
+  }
 }
 
 TEST(EventLogRenderingTest, AFailureIsLoggedAndWhatCameBeforeCounts) {

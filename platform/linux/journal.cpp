@@ -60,7 +60,10 @@ Journal::Step Journal::Next(int& error) {
 }
 
 bool Journal::IsAt(const std::string& bookmark) {
-  return ::sd_journal_test_cursor(journal_.get(), bookmark.c_str()) > 0;
+  if (::sd_journal_test_cursor(journal_.get(), bookmark.c_str()) > 0) return true;
+  // Behind the place in the file a cursor has boot, times and a digest of the entry.
+  const std::size_t entry = bookmark.find(";b=");
+  return entry != bookmark.npos && Bookmark().ends_with(bookmark.substr(entry));
 }
 
 std::string Journal::Bookmark() {

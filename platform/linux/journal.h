@@ -32,6 +32,8 @@ class Journal {
   /// Goes to the next entry. `error`: the errno of a failure.
   Step Next(int& error);
   // Of the present entry.
+  /// Whether it is the bookmark's own, or a copy of it in another file: a journal of the early boot is moved from
+  /// memory to the disk, which numbers its entries anew.
   bool IsAt(const std::string& bookmark);
   std::string Bookmark();
   WallTime Time();

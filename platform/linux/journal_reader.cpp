@@ -13,12 +13,16 @@ namespace {
 /// How many entries one Take looks at, so that it comes back soon where the query wants few of them.
 constexpr std::size_t kMostLooks = 4096;
 
+/// After how many entries the journal is opened anew once there are no more: until then the library keeps what it read
+/// of the files in memory, which would be the service's for as long as it lives.
+constexpr std::size_t kLooksOfAnOpening = 1024;
+
 /// The news of a journal that is written to.
 class JournalNews final : public Waitable, public PollableWaitable {
  public:
-  explicit JournalNews(Journal& journal) : journal_(journal), fd_(journal.fd()) {}
+  explicit JournalNews(Journal& journal) : journal_(journal) {}
 
-  int fd() const override { return fd_; }
+  int fd() const override { return journal_.fd(); }
   bool TryConsume() override {
     Refresh();
     return std::exchange(signalled_, false);
@@ -40,7 +44,6 @@ class JournalNews final : public Waitable, public PollableWaitable {
   }
 
   Journal& journal_;
-  const int fd_;
   bool signalled_ = true;
   bool files_ = false;
 };
@@ -49,7 +52,8 @@ class JournalReader final : public EventLogReader {
  public:
   JournalReader(Journal journal, const std::filesystem::path& root, EventLogFilter filter,
                 EventLogReaderSettings settings, Runtime& runtime, const Clock& clock, bool follows)
-      : journal_(std::move(journal)),
+      : root_(root),
+        journal_(std::move(journal)),
         filter_(std::move(filter)),
         settings_(std::move(settings)),
         clock_(clock),
@@ -59,7 +63,7 @@ class JournalReader final : public EventLogReader {
     } else {
       quiet_news_ = runtime.MakeEvent(EventReset::kAuto, true);
     }
-    const JournalAccess access = CheckJournalAccess(root);
+    const JournalAccess access = CheckJournalAccess(root_);
     if (access.refused) {
       notices_.push_back({.trouble = EventLogTrouble::kAccessRefused});
     } else if (!access.files) {
@@ -75,7 +79,7 @@ class JournalReader final : public EventLogReader {
     EventLogBatch batch;
     batch.more = true;
     for (std::size_t looks = 0; batch.more && looks < kMostLooks && batch.events.size() < limit; ++looks)
-      batch.more = Look(batch);
+      batch.more = Look(batch) || Reopen();
     batch.notices = std::exchange(notices_, {});
     batch.bookmark = bookmark_;
     if (batch.more) SetNews();
@@ -91,14 +95,28 @@ class JournalReader final : public EventLogReader {
     }
   }
 
+  /// Whether the journal was opened anew and is to be looked at again, since entries may have come meanwhile.
+  bool Reopen() {
+    if (failed_ || looks_ < kLooksOfAnOpening) return false;
+    looks_ = 0;
+    int ignored = 0;
+    auto journal = Journal::Open(root_, ignored);
+    if (!journal) return false;
+    journal_ = std::move(*journal);
+    Seek();
+    return true;
+  }
+
   /// Goes behind the bookmark. Whether its own entry is still there shows with the next one.
   void Seek() {
+    if (news_) journal_.fd();  // from here on the library watches the files
     if (!bookmark_.empty() && journal_.SeekTo(bookmark_)) {
       at_bookmark_ = true;
       return;
     }
     at_bookmark_ = false;
     if (!bookmark_.empty()) TellGap();
+    bookmark_.clear();
     if (const auto age = filter_.oldest_age()) {
       journal_.SeekTo(clock_.Now() -
                       milliseconds(std::min<std::int64_t>(*age, clock_.Now().time_since_epoch().count())));
@@ -107,10 +125,9 @@ class JournalReader final : public EventLogReader {
     }
   }
 
-  /// The place is no longer known; all that is there is new.
+  /// Once, until there is another entry.
   void TellGap() {
-    notices_.push_back({.trouble = EventLogTrouble::kGap});
-    bookmark_.clear();
+    if (!std::exchange(gap_told_, true)) notices_.push_back({.trouble = EventLogTrouble::kGap});
   }
 
   /// Looks at the next entry. False: there is none now.
@@ -121,18 +138,22 @@ class JournalReader final : public EventLogReader {
     if (step == Journal::Step::kFailed) {
       failed_ = true;
       notices_.push_back({.trouble = EventLogTrouble::kFailed, .error = static_cast<std::uint32_t>(error)});
+      return false;
     }
     if (std::exchange(at_bookmark_, false)) {
       if (step == Journal::Step::kEntry && journal_.IsAt(bookmark_)) return true;
       TellGap();
     }
     if (step != Journal::Step::kEntry) return false;
+    ++looks_;
+    gap_told_ = false;
     const LoggedEvent event = EventOfJournal(journal_.Fields(), journal_.Time());
     bookmark_ = journal_.Bookmark();
     if (filter_.Takes(event, clock_.Now())) batch.events.push_back({RecordOf(event, settings_), bookmark_});
     return true;
   }
 
+  const std::filesystem::path root_;
   Journal journal_;
   const EventLogFilter filter_;
   const EventLogReaderSettings settings_;
@@ -141,7 +162,9 @@ class JournalReader final : public EventLogReader {
   std::unique_ptr<Event> quiet_news_;
   std::vector<EventLogNotice> notices_;  ///< To be told with the next batch.
   std::string bookmark_;                 ///< Of the entry that was looked at last; empty: of none.
+  std::size_t looks_ = 0;                ///< Since the journal was opened.
   bool at_bookmark_ = false;             ///< The next entry should be the bookmark's own.
+  bool gap_told_ = false;
   bool failed_ = false;
 };
 

@@ -1,14 +1,21 @@
-// A log service of two events, for machines whose own cannot be relied on: it lies beside the test as wevtapi.dll. What
-// goes wrong is chosen by the query's text. Like the real one it checks what it is given.
+// A log service for machines whose own cannot be relied on: it lies beside the test as wevtapi.dll. Like the real one
+// it checks what it is given. Queries find two events, and what goes wrong is chosen by the query's text.
+// Subscriptions, and what is told of a channel, are of the log that the test scripts (event_log_stand_in.h).
 #include "platform/windows/sys.h"
 // After the system's basic header.
 #include <winevt.h>
 
+#include "platform/windows/event_log_stand_in.h"
+
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
+
+using event_log_stand_in::Channel;
+using event_log_stand_in::Script;
 
 namespace {
 
@@ -27,10 +34,13 @@ struct Results : Handle {
   int next = 0;
 };
 struct EventHandle : Handle {
-  EventHandle(std::wstring of_mode, int of_index) : mode(std::move(of_mode)), index(of_index) {}
+  EventHandle(std::wstring of_mode, int of_index, std::wstring of_channel = L"System")
+      : mode(std::move(of_mode)), index(of_index), channel(std::move(of_channel)) {}
   const std::wstring mode;
   const int index;  ///< 0: the newest.
+  const std::wstring channel;
 };
+constexpr int kNewestId = 7000;
 struct Context : Handle {
   std::vector<std::wstring> paths;
 };
@@ -89,7 +99,7 @@ void AddValue(ValueWriter& values, const EventHandle& event, std::wstring_view p
   const auto text = [&](const std::wstring& value) {
     values.AddPointed(EvtVarTypeString, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
   };
-  if (path == L"Event/System/Channel") return text(L"System");
+  if (path == L"Event/System/Channel") return text(event.channel);
   if (path == L"Event/System/Provider/@Name") return text(std::wstring(event.mode == L"long" ? 3000 : 10, L'n'));
   if (path == L"Event/System/Provider/@Guid") {
     constexpr GUID kGuid{0xA68CA8B7, 0x004F, 0xD7B6, {0xA6, 0x98, 0x07, 0xE2, 0xDE, 0x0F, 0x1F, 0x5D}};
@@ -98,7 +108,7 @@ void AddValue(ValueWriter& values, const EventHandle& event, std::wstring_view p
   if (path == L"Event/System/Level") return values.Add(Number(EvtVarTypeByte, 4));
   if (path == L"Event/System/EventID") return values.Add(Number(EvtVarTypeUInt16, 12));
   if (path == L"Event/System/EventRecordID") {
-    return values.Add(Number(EvtVarTypeUInt64, static_cast<std::uint64_t>(7000 - event.index)));
+    return values.Add(Number(EvtVarTypeUInt64, static_cast<std::uint64_t>(kNewestId - event.index)));
   }
   if (path == L"Event/System/TimeCreated/@SystemTime") {
     constexpr std::uint64_t kMoment = 134'116'956'000'000'000;  // 2025-12-31T23:00:00Z, of 100 ns from 1601
@@ -114,15 +124,211 @@ BOOL HandOver(const EventHandle& event, std::size_t bytes, DWORD size, PDWORD us
   return *used <= size ? TRUE : Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
 }
 
+struct Subscription : Handle {
+  Channel* channel = nullptr;
+  HANDLE signal = nullptr;
+  std::uint64_t next = 0;  ///< The number of the next event.
+  bool stale = false;
+};
+std::vector<Subscription*> subscriptions;
+
+struct Bookmark : Handle {
+  std::wstring channel;
+  std::uint64_t id = 0;
+};
+struct Log : Handle {
+  Channel* channel = nullptr;
+};
+
+Script script;
+
+Channel* FindChannel(std::wstring_view name) {
+  const auto found =
+      std::ranges::find(script.channels, name, [](const Channel& one) { return std::wstring_view(one.name); });
+  return found == std::end(script.channels) ? nullptr : &*found;
+}
+
+/// What stands in quotes behind `name`.
+std::wstring Attribute(std::wstring_view xml, std::wstring_view name) {
+  const std::size_t at = xml.find(name);
+  if (at == xml.npos) return {};
+  const std::wstring_view value = xml.substr(at + name.size() + 1);
+  return std::wstring(value.substr(0, value.find(xml[at + name.size()])));
+}
+
+/// The channels that the query names; it is of the structured form or empty.
+std::vector<std::wstring> ChannelsOf(std::wstring_view query) {
+  std::vector<std::wstring> channels;
+  if (!query.starts_with(L"<QueryList><Query>") || !query.ends_with(L"</Query></QueryList>")) return channels;
+  for (std::size_t at = query.find(L"Path="); at != query.npos; at = query.find(L"Path=", at + 1))
+    channels.push_back(Attribute(query.substr(at), L"Path="));
+  return channels;
+}
+
+void Signal(const Subscription& subscription) {
+  const Channel& channel = *subscription.channel;
+  if (std::max(subscription.next, channel.oldest) < channel.oldest + channel.count) SetEvent(subscription.signal);
+}
+
+EVT_HANDLE QueryScript(LPCWSTR name) {
+  const Channel* const channel = FindChannel(name);
+  if (channel == nullptr || channel->count == 0) return Fail(ERROR_EVT_CHANNEL_NOT_FOUND, EVT_HANDLE());
+  auto* const results = new Results(L"*");
+  results->next = kNewestId - static_cast<int>(channel->oldest);
+  return static_cast<Handle*>(results);
+}
+
+BOOL NextOf(Subscription& subscription, DWORD size, EVT_HANDLE* events, PDWORD returned) {
+  Channel& channel = *subscription.channel;
+  if (WaitForSingleObject(subscription.signal, 0) == WAIT_OBJECT_0) ++script.reads_with_signal;
+  script.largest_batch = std::max(script.largest_batch, size);
+  if (channel.next_error != 0 && channel.errors_left > 0) {
+    --channel.errors_left;
+    ++subscription.next;  // what it failed to give is passed over
+    subscription.stale = channel.next_error == ERROR_EVT_QUERY_RESULT_STALE;
+    return Fail(channel.next_error, FALSE);
+  }
+  if (subscription.stale) return Fail(ERROR_EVT_QUERY_RESULT_STALE, FALSE);
+  subscription.next = std::max(subscription.next, channel.oldest);
+  while (*returned < size && subscription.next < channel.oldest + channel.count) {
+    events[(*returned)++] =
+        static_cast<Handle*>(new EventHandle(L"*", kNewestId - static_cast<int>(subscription.next++), channel.name));
+  }
+  return *returned > 0 ? TRUE : Fail(ERROR_NO_MORE_ITEMS, FALSE);
+}
+
+BOOL RenderBookmark(const Bookmark& bookmark, EVT_HANDLE context, DWORD flags, DWORD size, PVOID buffer, PDWORD used,
+                    PDWORD count) {
+  if (context != nullptr || flags != EvtRenderBookmark) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+  const std::wstring xml = L"<BookmarkList>\r\n  <Bookmark Channel='" + bookmark.channel + L"' RecordId='" +
+                           std::to_wstring(bookmark.id) + L"' IsCurrent='true'/>\r\n</BookmarkList>";
+  *used = static_cast<DWORD>((xml.size() + 1) * sizeof(wchar_t));
+  *count = 0;
+  if (*used > size) return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  std::memcpy(buffer, xml.c_str(), *used);
+  return TRUE;
+}
+
+BOOL GiveNumber(std::uint64_t number, DWORD size, PEVT_VARIANT variant, PDWORD used) {
+  *used = sizeof *variant;
+  if (size < sizeof *variant) return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+  *variant = Number(EvtVarTypeUInt64, number);
+  return TRUE;
+}
+
+EVT_HANDLE OpenScriptedLog(EVT_HANDLE session, LPCWSTR path, bool right_flags) {
+  Channel* const channel = FindChannel(path);
+  if (session != nullptr || !right_flags) return Fail(ERROR_INVALID_PARAMETER, EVT_HANDLE());
+  if (channel == nullptr) return Fail(ERROR_EVT_CHANNEL_NOT_FOUND, EVT_HANDLE());
+  if (channel->open_error != 0) return Fail(channel->open_error, EVT_HANDLE());
+  auto* const log = new Log;
+  log->channel = channel;
+  return static_cast<Handle*>(log);
+}
+
 }  // namespace
 
 extern "C" {
+
+Script* WINAPI StandInScript() {
+  return &script;
+}
+
+void WINAPI StandInTellAll() {
+  for (const Subscription* const subscription : subscriptions)
+    Signal(*subscription);
+}
+
+EVT_HANDLE WINAPI StandInSubscribe(EVT_HANDLE session, HANDLE signal, LPCWSTR channel_path, LPCWSTR query,
+                                   EVT_HANDLE bookmark_handle, PVOID /*context*/, EVT_SUBSCRIBE_CALLBACK callback,
+                                   DWORD flags) {
+  if (script.no_service) return Fail(ERROR_SUCCESS, EVT_HANDLE());
+  const auto* const bookmark = As<Bookmark>(bookmark_handle);
+  const DWORD origin = flags & EvtSubscribeOriginMask;
+  const bool fits = (origin == EvtSubscribeStartAfterBookmark) == (bookmark != nullptr);
+  if (session != nullptr || signal == nullptr || channel_path != nullptr || callback != nullptr || !fits ||
+      (flags & ~static_cast<DWORD>(EvtSubscribeOriginMask | EvtSubscribeStrict)) != 0 ||
+      (origin != EvtSubscribeStartAtOldestRecord && origin != EvtSubscribeStartAfterBookmark)) {
+    return Fail(ERROR_INVALID_PARAMETER, EVT_HANDLE());
+  }
+  const std::vector<std::wstring> names = ChannelsOf(query);
+  if (names.empty()) return Fail(ERROR_EVT_INVALID_QUERY, EVT_HANDLE());
+  for (const std::wstring& name : names) {  // one that fails fails them all
+    const Channel* const channel = FindChannel(name);
+    if (channel == nullptr) return Fail(ERROR_EVT_CHANNEL_NOT_FOUND, EVT_HANDLE());
+    if (channel->open_error != 0) return Fail(channel->open_error, EVT_HANDLE());
+  }
+  auto* const subscription = new Subscription;
+  subscription->channel = FindChannel(names.front());
+  subscription->signal = signal;
+  if (origin == EvtSubscribeStartAfterBookmark) {
+    const Channel& channel = *subscription->channel;
+    const bool there = bookmark->id >= channel.oldest && bookmark->id < channel.oldest + channel.count;
+    if (!there && (flags & EvtSubscribeStrict) != 0) {
+      delete subscription;
+      return Fail(ERROR_NOT_FOUND, EVT_HANDLE());
+    }
+    subscription->next = bookmark->id + 1;
+  }
+  subscriptions.push_back(subscription);
+  Signal(*subscription);
+  return static_cast<Handle*>(subscription);
+}
+
+EVT_HANDLE WINAPI StandInCreateBookmark(LPCWSTR xml) {
+  auto* const bookmark = new Bookmark;
+  if (xml != nullptr) {
+    bookmark->channel = Attribute(xml, L"Channel=");
+    const std::wstring id = Attribute(xml, L"RecordId=");
+    if (bookmark->channel.empty() || id.empty()) {
+      delete bookmark;
+      return Fail(ERROR_INVALID_PARAMETER, EVT_HANDLE());
+    }
+    bookmark->id = std::stoull(id);
+  }
+  return static_cast<Handle*>(bookmark);
+}
+
+BOOL WINAPI StandInUpdateBookmark(EVT_HANDLE handle, EVT_HANDLE event_handle) {
+  auto* const bookmark = As<Bookmark>(handle);
+  const auto* const event = As<EventHandle>(event_handle);
+  if (bookmark == nullptr || event == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
+  bookmark->channel = event->channel;
+  bookmark->id = static_cast<std::uint64_t>(kNewestId - event->index);
+  return TRUE;
+}
+
+EVT_HANDLE WINAPI StandInOpenLog(EVT_HANDLE session, LPCWSTR path, DWORD flags) {
+  return OpenScriptedLog(session, path, flags == EvtOpenChannelPath);
+}
+
+BOOL WINAPI StandInGetLogInfo(EVT_HANDLE handle, EVT_LOG_PROPERTY_ID what, DWORD size, PEVT_VARIANT variant,
+                              PDWORD used) {
+  const auto* const log = As<Log>(handle);
+  if (log == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
+  if (what == EvtLogNumberOfLogRecords) return GiveNumber(log->channel->count, size, variant, used);
+  if (what == EvtLogOldestRecordNumber) return GiveNumber(log->channel->oldest, size, variant, used);
+  if (what == EvtLogFileSize) return GiveNumber(69'632, size, variant, used);
+  return Fail(ERROR_INVALID_PARAMETER, FALSE);
+}
+
+EVT_HANDLE WINAPI StandInOpenChannelConfig(EVT_HANDLE session, LPCWSTR path, DWORD flags) {
+  return OpenScriptedLog(session, path, flags == 0);
+}
+
+BOOL WINAPI StandInGetChannelConfigProperty(EVT_HANDLE handle, EVT_CHANNEL_CONFIG_PROPERTY_ID what, DWORD flags,
+                                            DWORD size, PEVT_VARIANT variant, PDWORD used) {
+  if (As<Log>(handle) == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
+  if (what != EvtChannelLoggingConfigMaxSize || flags != 0) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+  return GiveNumber(20'971'520, size, variant, used);
+}
 
 int WINAPI OpenHandles() {
   return open_handles;
 }
 
 EVT_HANDLE WINAPI StandInQuery(EVT_HANDLE session, LPCWSTR channel, LPCWSTR query, DWORD flags) {
+  if (session == nullptr && flags == (EvtQueryChannelPath | EvtQueryForwardDirection)) return QueryScript(channel);
   if (session != nullptr || flags != (EvtQueryChannelPath | EvtQueryReverseDirection)) {
     return Fail(ERROR_INVALID_PARAMETER, EVT_HANDLE());
   }
@@ -135,8 +341,9 @@ EVT_HANDLE WINAPI StandInQuery(EVT_HANDLE session, LPCWSTR channel, LPCWSTR quer
 
 BOOL WINAPI StandInNext(EVT_HANDLE handle, DWORD size, EVT_HANDLE* events, DWORD /*timeout*/, DWORD /*flags*/,
                         PDWORD returned) {
-  auto* const results = As<Results>(handle);
   *returned = 0;
+  if (auto* const subscription = As<Subscription>(handle)) return NextOf(*subscription, size, events, returned);
+  auto* const results = As<Results>(handle);
   if (results == nullptr || size == 0) return Fail(ERROR_INVALID_PARAMETER, FALSE);
   if (results->mode == L"breaks off" && results->next == 1) return Fail(RPC_S_SERVER_UNAVAILABLE, FALSE);
   static int stale = 0;
@@ -151,6 +358,7 @@ BOOL WINAPI StandInNext(EVT_HANDLE handle, DWORD size, EVT_HANDLE* events, DWORD
 }
 
 BOOL WINAPI StandInClose(EVT_HANDLE handle) {
+  std::erase(subscriptions, As<Subscription>(handle));
   delete static_cast<Handle*>(handle);
   return TRUE;
 }
@@ -170,6 +378,9 @@ EVT_HANDLE WINAPI StandInCreateRenderContext(DWORD count, LPCWSTR* paths, DWORD 
 
 BOOL WINAPI StandInRender(EVT_HANDLE context_handle, EVT_HANDLE event_handle, DWORD flags, DWORD size, PVOID buffer,
                           PDWORD used, PDWORD count) {
+  if (const auto* const bookmark = As<Bookmark>(event_handle)) {
+    return RenderBookmark(*bookmark, context_handle, flags, size, buffer, used, count);
+  }
   const auto* const event = As<EventHandle>(event_handle);
   if (event == nullptr) return Fail(ERROR_INVALID_HANDLE, FALSE);
   if (flags == EvtRenderEventXml) {

@@ -8,32 +8,13 @@
 
 #include "platform/deadline.h"
 #include "platform/local.h"
+#include "platform/windows/kernel_object.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
 
 namespace platform {
 namespace windows {
 namespace {
-
-// What every waitable of this runtime has; WaitAny asks for it.
-class KernelObject {
- public:
-  HANDLE handle() const { return handle_.get(); }
-
- protected:
-  explicit KernelObject(UniqueKernelHandle handle) : handle_(std::move(handle)) {}
-  ~KernelObject() = default;
-
- private:
-  UniqueKernelHandle handle_;
-};
-
-class KernelEvent final : public Event, public KernelObject {
- public:
-  explicit KernelEvent(UniqueKernelHandle handle) : KernelObject(std::move(handle)) {}
-  void Set() override { SetEvent(handle()); }
-  void Reset() override { ResetEvent(handle()); }
-};
 
 class KernelSemaphore final : public Semaphore, public KernelObject {
  public:

@@ -1,0 +1,30 @@
+// What the test tells the log service of event_log_stand_in.cpp, and hears of it. Behind <windows.h>.
+#pragma once
+
+#include <cstdint>
+
+namespace event_log_stand_in {
+
+struct Channel {
+  const wchar_t* name = L"";
+  std::uint64_t oldest = 1;  ///< The number of its oldest event; the others follow.
+  std::uint64_t count = 0;
+  DWORD open_error = 0;  ///< What opening it comes to.
+  DWORD next_error = 0;  ///< What EvtNext comes to, as many times as `errors_left` says.
+  int errors_left = 0;
+};
+
+struct Script {
+  Channel channels[3];
+  bool no_service;        ///< Subscribing gives nothing, and no reason.
+  int reads_with_signal;  ///< How often events were asked for while their signal was set.
+  DWORD largest_batch;    ///< The most events that were asked for at once.
+};
+
+/// The only one; exported as "Script".
+using GetScript = Script*(WINAPI*)();
+
+/// Signals the subscriptions that have something to give; exported as "TellAll".
+using TellAll = void(WINAPI*)();
+
+}  // namespace event_log_stand_in
