@@ -3,6 +3,7 @@
 #include <map>
 
 #include "monitors/devices/battery_event_monitor.h"
+#include "monitors/logs/crash_event_monitor.h"
 #include "monitors/logs/event_viewer_log_db_event_monitor.h"
 #include "monitors/logs/windows_logs_event_monitor.h"
 #include "monitors/logs/windows_logs_settings.h"
@@ -61,6 +62,7 @@ const std::map<std::wstring_view, Collector>& Collectors() {
       {L"EventViewerLogsEvent",
        {Make<WindowsLogsEventMonitor>,
         [](const SettingTexts& settings) { return ReadWindowsLogsSettings(settings).readings; }}},
+      {L"CrashEvent", {Make<CrashEventMonitor>}},
       {L"EventViewerLogDBEvent", {Make<EventViewerLogDBEventMonitor>}},
       {L"TVKEvent", {.factory = Make<TVKEventMonitor>, .collects = false}},
   };

@@ -65,7 +65,7 @@ inline constexpr std::array<DatasetRow, 25> kDatasetRows = {{
     {15, L"326CE741-4E1F-404F-BDA2-0D0D48AE4039", L"DeviceProcessEvent", L"basic,enhance,full", DatasetRule::kByScope,
      L"DeviceProcessEventMonitor"},
     {16, L"1CAAF504-19A6-4814-A02D-68834CA93AA2", L"CrashEvent", L"enhance,full", DatasetRule::kByScope,
-     L"CrashEventMonitor"},
+     L"CrashEventMonitor", L"tvk/crash", L"system-activity"},
     {17, L"C4D1AFBD-F3E9-4242-8811-7C6C3904E9CA", L"DisplayEvent", L"enhance,full", DatasetRule::kUserProcess, L""},
     {18, L"E0542A84-B528-44F3-8717-82BF93DFC2FC", L"USBPortEvent", L"enhance,full", DatasetRule::kByScope,
      L"USBEventMonitor"},

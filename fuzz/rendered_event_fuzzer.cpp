@@ -1,5 +1,5 @@
 // What event logs render: an entry of the journal, which must come to well-formed XML that says the same, and the XML
-// of any event, whose data another reader finds alike.
+// of any event, whose data another reader finds alike, and of which a report of a crash names no folder.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "monitors/logs/crash_report.h"
 #include "monitors/logs/event_data.h"
 #include "platform/linux/journal_entry.h"
 #include "testing/xpath_engine.h"
@@ -78,6 +79,19 @@ void CheckJournalEntry(std::string_view text) {
   }
 }
 
+void CheckCrashReports(const std::string& xml) {
+  for (const wchar_t* const provider :
+       {L"Application Error", L"Application Hang", L"Microsoft-Windows-WER-SystemErrorReporting",
+        L"Microsoft-Windows-Kernel-Power", L"Microsoft-Windows-WHEA-Logger", L"systemd-coredump", L"kernel"}) {
+    const auto report = TVK::ReadCrashReport({.provider_name = provider, .time_created = {}, .fields = {}}, xml);
+    if (!report) continue;
+    for (const wchar_t* const key : {L"Program", L"Module"}) {
+      const auto value = report->data.find(key);
+      Check(value == report->data.end() || value->second.find_first_of(L"/\\") == value->second.npos);
+    }
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -86,5 +100,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Items items = ItemsOf(text);
   const auto expected = ItemsByLibrary(text);
   Check(!expected || *expected == items);
+  CheckCrashReports(text);
   return 0;
 }

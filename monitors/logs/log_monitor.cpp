@@ -99,7 +99,8 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
     if (stopping()) return true;
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
-    if (!too_old && !TakeEvent(rendered, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)})) return false;
+    if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)}))
+      return false;
     place_ = event.bookmark;
     kept_at_ = services().runtime.clock().Elapsed();
   }

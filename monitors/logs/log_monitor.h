@@ -37,11 +37,11 @@ class LogMonitor : public ScheduledMonitor {
 
   /// Which events are read: a structured query (UTF-8). Any thread.
   virtual std::string Query() = 0;
-  /// Makes of the event what is to be made of it. `behind` is to be written with the item of it, or with that of a
-  /// later one for both. False: it could not be written, and is to be read again.
-  virtual bool TakeEvent(const RenderedEvent& event, const DatasetState& behind) = 0;
+  /// Makes of the event, and of its whole XML, what is to be made of it. `behind` is to be written with the item of it,
+  /// or with that of a later one for both. False: it could not be written, and is to be read again.
+  virtual bool TakeEvent(const RenderedEvent& event, const std::string& xml, const DatasetState& behind) = 0;
   /// That a log was emptied, or that events may have gone unread. `told` is to be written with the item.
-  virtual void TakeInterruption(const platform::EventLogNotice& notice, const DatasetState& told) = 0;
+  virtual void TakeInterruption(const platform::EventLogNotice& /*notice*/, const DatasetState& /*told*/) {}
   /// How long what TakeEvent keeps back may wait; kForever when that is nothing.
   virtual std::chrono::milliseconds Patience() { return platform::kForever; }
   /// Writes what TakeEvent keeps back: after Patience, and before the end. False: it could not be written.

@@ -98,7 +98,8 @@ std::string WindowsLogsEventMonitor::Query() {
   return TVK::String::UTF16ToUTF8(settings_.query);
 }
 
-bool WindowsLogsEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const TVK::DatasetState& behind) {
+bool WindowsLogsEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const std::string& /*xml*/,
+                                        const TVK::DatasetState& behind) {
   const auto now = services().runtime.clock().Steady();
   if (in_minute_ == 0 || now - minute_begin_ >= kMinute) {
     if (!Flush()) return false;

@@ -34,7 +34,7 @@ class WindowsLogsEventMonitor final : public TVK::LogMonitor {
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
 
   std::string Query() override;
-  bool TakeEvent(const TVK::RenderedEvent& event, const TVK::DatasetState& behind) override;
+  bool TakeEvent(const TVK::RenderedEvent& event, const std::string& /*xml*/, const TVK::DatasetState& behind) override;
   void TakeInterruption(const platform::EventLogNotice& notice, const TVK::DatasetState& told) override;
   std::chrono::milliseconds Patience() override;
   bool Flush() override;

@@ -178,6 +178,19 @@ void LogEvents(MonitorWorld& world, const wchar_t* levels) {
                 .thread = 1});
   }
   log.DropOldest("System", 250);
+  const auto crash = [&](const char* channel, const char* provider, std::uint32_t id, const char* name) {
+    log.Append({.channel = channel,
+                .provider = provider,
+                .id = id,
+                .level = 2,
+                .time = world.runtime.clock().Now(),
+                .data = std::vector<platform::EventDataField>(7, {.name = name, .value = "1"})});
+  };
+  crash("Application", "Application Error", 1000, "");
+  crash("Application", "Application Hang", 1002, "");
+  crash("System", "Microsoft-Windows-Kernel-Power", 41, "BugcheckCode");
+  crash("System", "Microsoft-Windows-WHEA-Logger", 18, "ErrorSource");
+  crash("System", "Microsoft-Windows-WHEA-Logger", 18, "ErrorType");
 }
 
 /// Runs the service for some minutes and adds the keys of what it wrote; the items that it wrote go out of `unwritten`.

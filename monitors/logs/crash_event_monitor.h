@@ -1,0 +1,48 @@
+// The dataset of crashes, of programs and of the system.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "monitors/logs/crash_report.h"
+#include "monitors/logs/log_monitor.h"
+
+/// See EventMonitorBase for who calls what. A crash is an item; several of one kind, one after the other within
+/// kSameWithin of the first, are one item with their count.
+class CrashEventMonitor final : public TVK::LogMonitor {
+ public:
+  static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"CrashEvent");
+  inline static const std::wstring dataset_id{kRow.id};
+  inline static const std::wstring dataset_name{kRow.name};
+  inline static const std::wstring telemtry_scope_supported{kRow.scopes};
+  /// Item name to item id.
+  static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
+
+  static constexpr std::chrono::seconds kSameWithin{10};
+
+  explicit CrashEventMonitor(const TVK::MonitorServices& services);
+
+  void StartMonitor(std::wstring name) override;
+
+ protected:
+  std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
+
+  std::string Query() override { return TVK::CrashQuery(); }
+  bool TakeEvent(const TVK::RenderedEvent& event, const std::string& xml, const TVK::DatasetState& behind) override;
+  std::chrono::milliseconds Patience() override;
+  bool Flush() override;
+
+ private:
+  /// What waits to be written.
+  struct Counted {
+    TVK::CrashReport report;
+    std::uint64_t count = 0;
+    platform::SteadyTime begin{};
+    std::wstring time = {};  ///< Of the first, as records have it.
+    TVK::DatasetState behind = {};
+  };
+
+  std::optional<Counted> counted_;  ///< The reading thread's own.
+};

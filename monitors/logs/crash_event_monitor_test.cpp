@@ -1,0 +1,150 @@
+#include "monitors/logs/crash_event_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include "client/text/string.h"
+#include "platform/simulated/simulated_event_log.h"
+#include "testing/monitor_world.h"
+
+namespace TVK {
+namespace {
+
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
+
+using Data = std::vector<platform::EventDataField>;
+
+class CrashTest : public testing::Test {
+ protected:
+  void Log(const char* channel, const char* provider, std::uint32_t id, Data data) {
+    world_.machine.event_log().Append({.channel = channel,
+                                       .provider = provider,
+                                       .id = id,
+                                       .level = 2,
+                                       .time = world_.runtime.clock().Now(),
+                                       .data = std::move(data)});
+  }
+  void Start() {
+    monitor_.reset();
+    life_.emplace(world_);
+    monitor_.emplace(world_.runtime, std::make_unique<CrashEventMonitor>(life_->services()));
+    world_.runtime.Settle();
+  }
+
+  MonitorWorld world_;
+  std::optional<ServiceLife> life_;
+  std::optional<RunningMonitor> monitor_;
+};
+
+TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
+  const char* const power = "Microsoft-Windows-Kernel-Power";
+  const char* const reporting = "Microsoft-Windows-WER-SystemErrorReporting";
+  const char* const hardware = "Microsoft-Windows-WHEA-Logger";
+  struct Row {
+    const char* channel;
+    const char* provider;
+    std::uint32_t id;
+    Data data;
+    const wchar_t* item;  ///< Null: it is no crash.
+    ItemData recorded;
+  };
+  const Row rows[] = {
+      {"Application",
+       "Application Error",
+       1000,
+       {{"", R"(C:\Users\s3cret\app.exe)"},
+        {"", "1.2.3.4"},
+        {"", "5f000000"},
+        {"", "ntdll.dll"},
+        {"", "10.0.1.2"},
+        {"", "5f000001"},
+        {"", "c0000005"},
+        {"", "1234"},
+        {"", "s3cret"}},
+       kApplicationCrash,
+       {{L"Program", L"app.exe"},
+        {L"ProgramVersion", L"1.2.3.4"},
+        {L"Module", L"ntdll.dll"},
+        {L"ModuleVersion", L"10.0.1.2"},
+        {L"Code", L"c0000005"}}},
+      {"Application", "Application Error", 1001, {{"", "x"}}, nullptr, {}},
+      {"Application",
+       "Application Hang",
+       1002,
+       {{"", "slow.exe"}, {"", "2.0"}, {"", "s3cret"}},
+       kApplicationHang,
+       {{L"Program", L"slow.exe"}, {L"ProgramVersion", L"2.0"}}},
+      {"System",
+       reporting,
+       1001,
+       {{"param1", "0x0000009f (0x3, 0x1)"}, {"param2", R"(C:\s3cret.dmp)"}},
+       kSystemCrash,
+       {{L"Code", L"0x0000009f"}}},
+      {"System", power, 41, {{"BugcheckCode", "159"}, {"SleepInProgress", "0"}}, kSystemCrash, {{L"Code", L"159"}}},
+      {"System", power, 42, {{"BugcheckCode", "159"}}, nullptr, {}},
+      {"System",
+       hardware,
+       18,
+       {{"ErrorSource", "3"}, {"ApicId", "1"}, {"ErrorType", "9"}},
+       kHardwareError,
+       {{L"Code", L"18"}, {L"ErrorSource", L"3"}, {L"ErrorType", L"9"}}},
+      {"Application",
+       "systemd-coredump",
+       0xFC2E,
+       {{"MESSAGE", "s3cret"}, {"COREDUMP_EXE", "/home/s3cret/app"}, {"COREDUMP_SIGNAL_NAME", "SIGSEGV"}},
+       kApplicationCrash,
+       {{L"Program", L"app"}, {L"Code", L"SIGSEGV"}}},
+      {"System", "kernel", 0, {{"MESSAGE", "usb 1-1: s3cret"}}, nullptr, {}},
+      {"System", "kernel", 0, {{"MESSAGE", "BUG: kernel NULL pointer dereference"}}, nullptr, {}},
+      {"System", "kernel", 0, {{"MESSAGE", "Oops: 0002 [#1] SMP s3cret"}}, kSystemCrash, {{L"Code", L"oops"}}},
+      {"System", "kernel", 0, {{"MESSAGE", "Kernel panic - not syncing: s"}}, kSystemCrash, {{L"Code", L"panic"}}},
+      {"System", "kernel", 0, {{"MESSAGE", "EDAC MC0: 1 CE on DIMM"}}, kHardwareError, {{L"Code", L"memory"}}},
+      {"System", "kernel", 0, {{"MESSAGE", "pcieport 0000:00:1c.0: enabled"}}, nullptr, {}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "pcieport 0000:00:1c.0: PCIe Bus Error: severity=Corrected"}},
+       kHardwareError,
+       {{L"Code", L"PCIe"}}},
+  };
+  Start();
+  std::size_t items = 0;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    Log(row.channel, row.provider, row.id, row.data);
+    world_.runtime.AdvanceBy(CrashEventMonitor::kSameWithin + 1s);
+    const auto written = life_->Items();
+    ASSERT_EQ(written.size(), row.item == nullptr ? items : ++items);
+    if (row.item == nullptr) continue;
+    EXPECT_EQ(written.back().item_name(), row.item);
+    ItemData data = written.back().item_data();
+    EXPECT_EQ(data.erase(L"TimeCreated"), 1u);
+    ItemData expected = row.recorded;
+    expected[L"Source"] = String::UTF8ToUTF16(row.provider);
+    expected[L"Count"] = L"1";
+    EXPECT_EQ(data, expected);
+  }
+}
+
+TEST_F(CrashTest, ALoopOfCrashesIsCounted) {
+  const auto crash = [&](const char* program) {
+    Log("Application", "Application Hang", 1002, {{"", program}, {"", "1"}});
+  };
+  Start();
+  for (int i = 0; i < 5; ++i) {
+    crash("a.exe");
+    world_.runtime.AdvanceBy(1s);
+  }
+  EXPECT_TRUE(life_->Items().empty());
+  crash("b.exe");
+  world_.runtime.Settle();
+  ASSERT_EQ(life_->Items(kApplicationHang).size(), 1u) << "another one: what came before goes out";
+  EXPECT_EQ(life_->Items(kApplicationHang)[0].item_data().at(L"Count"), L"5");
+  monitor_.reset();
+  EXPECT_EQ(life_->Items(kApplicationHang).size(), 2u) << "a stop loses none";
+  Start();
+  world_.runtime.AdvanceBy(1min);
+  EXPECT_TRUE(life_->Items(kApplicationHang).empty()) << "and none is read twice";
+}
+
+}  // namespace
+}  // namespace TVK

@@ -1,0 +1,138 @@
+#include "monitors/logs/crash_report.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "client/text/string.h"
+#include "monitors/logs/event_data.h"
+
+namespace TVK {
+namespace {
+
+constexpr wchar_t kErrorReporting[] = L"Microsoft-Windows-WER-SystemErrorReporting";
+constexpr wchar_t kKernelPower[] = L"Microsoft-Windows-Kernel-Power";
+constexpr wchar_t kHardwareErrors[] = L"Microsoft-Windows-WHEA-Logger";
+constexpr wchar_t kApplicationError[] = L"Application Error";
+constexpr wchar_t kHang[] = L"Application Hang";
+constexpr wchar_t kCoredump[] = L"systemd-coredump";
+constexpr wchar_t kKernel[] = L"kernel";
+
+/// The event of one source, and what it is read as.
+class Source {
+ public:
+  explicit Source(std::string_view xml) : items_(EventDataItems(xml)) {}
+
+  /// The datum of this name; empty without one.
+  std::string Named(std::string_view name) const {
+    const auto found = std::ranges::find(items_, name, &EventDataItem::name);
+    return found == items_.end() ? std::string() : found->value;
+  }
+  /// The datum at this place: the older providers give no names, the newer ones the same order.
+  std::string At(std::size_t place) const { return place < items_.size() ? items_[place].value : std::string(); }
+
+ private:
+  const std::vector<EventDataItem> items_;
+};
+
+/// A path's last part, on any system.
+std::string FileName(const std::string& path) {
+  return path.substr(path.find_last_of("/\\") + 1);
+}
+
+std::string FirstWord(const std::string& text) {
+  return text.substr(0, text.find(' '));
+}
+
+CrashReport Report(const wchar_t* item, std::initializer_list<std::pair<const wchar_t*, std::string>> values) {
+  CrashReport report{item, {}};
+  for (const auto& [key, value] : values) {
+    if (!value.empty()) report.data[key] = String::UTF8ToUTF16(value);
+  }
+  return report;
+}
+
+/// What the kernel's line is the sign of: its beginning, the item, the code. One crash has several lines; these are
+/// those that stand once in each (Linux: kernel/panic.c, arch/x86/kernel/dumpstack.c, kernel/watchdog.c).
+struct KernelSign {
+  std::string_view text;
+  bool begins;  ///< The line begins with it; else it stands anywhere in it.
+  const wchar_t* item;
+  const char* code;
+};
+constexpr std::array<KernelSign, 6> kKernelSigns = {{
+    {"Kernel panic - not syncing", true, kSystemCrash, "panic"},
+    {" [#", false, kSystemCrash, "oops"},
+    {"watchdog: BUG: soft lockup", true, kSystemCrash, "soft lockup"},
+    {"[Hardware Error]: Machine check events logged", false, kHardwareError, "machine check"},
+    {"EDAC MC", true, kHardwareError, "memory"},
+    {"pcieport ", true, kHardwareError, "PCIe"},
+}};
+
+std::optional<CrashReport> ReadKernelLine(const std::string& line) {
+  for (const KernelSign& sign : kKernelSigns) {
+    const std::size_t at = line.find(sign.text);
+    if (at == line.npos || (sign.begins && at != 0)) continue;
+    // Of PCIe ports only what their error reporting says.
+    if (sign.text == "pcieport " && line.find("PCIe Bus Error") == line.npos) continue;
+    return Report(sign.item, {{L"Code", sign.code}});
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string CrashQuery() {
+  constexpr const char* kSelects[][2] = {
+      {"System", "Provider[@Name='Microsoft-Windows-WER-SystemErrorReporting'] and EventID=1001"},
+      {"System", "Provider[@Name='Microsoft-Windows-Kernel-Power'] and EventID=41"},
+      {"System", "Provider[@Name='Microsoft-Windows-WHEA-Logger'] and (Level=1 or Level=2 or Level=3)"},
+      {"Application", "Provider[@Name='Application Error'] and EventID=1000"},
+      {"Application", "Provider[@Name='Application Hang'] and EventID=1002"},
+      {"Application", "Provider[@Name='systemd-coredump'] and EventID=64558"},
+      {"System", "Provider[@Name='kernel']"},
+  };
+  std::string query = "<QueryList><Query>";
+  for (const auto& [channel, conditions] : kSelects) {
+    query.append("<Select Path='").append(channel).append("'>*[System[").append(conditions);
+    query += " and TimeCreated[timediff(@SystemTime) &lt;= 2592000000]]]</Select>";
+  }
+  return query + "</Query></QueryList>";
+}
+
+std::optional<CrashReport> ReadCrashReport(const RenderedEvent& event, std::string_view xml) {
+  const std::wstring& provider = event.provider_name;
+  const auto field = [&](const wchar_t* name) {
+    const auto found = event.fields.find(name);
+    return found == event.fields.end() ? std::string() : String::UTF16ToUTF8(found->second);
+  };
+  const Source source(xml);
+  std::optional<CrashReport> report;
+  if (provider == kApplicationError) {
+    report = Report(kApplicationCrash, {{L"Program", FileName(source.At(0))},
+                                        {L"ProgramVersion", source.At(1)},
+                                        {L"Module", FileName(source.At(3))},
+                                        {L"ModuleVersion", source.At(4)},
+                                        {L"Code", source.At(6)}});
+  } else if (provider == kHang) {
+    report = Report(kApplicationHang, {{L"Program", FileName(source.At(0))}, {L"ProgramVersion", source.At(1)}});
+  } else if (provider == kErrorReporting) {
+    report = Report(kSystemCrash, {{L"Code", FirstWord(source.At(0))}});  // "0x0000009f (0x3, ...)"
+  } else if (provider == kKernelPower) {
+    report = Report(kSystemCrash, {{L"Code", source.Named("BugcheckCode")}});
+  } else if (provider == kHardwareErrors) {
+    report = Report(kHardwareError, {{L"Code", field(L"EventID")},
+                                     {L"ErrorSource", source.Named("ErrorSource")},
+                                     {L"ErrorType", source.Named("ErrorType")}});
+  } else if (provider == kCoredump) {
+    report = Report(kApplicationCrash, {{L"Program", FileName(source.Named("COREDUMP_EXE"))},
+                                        {L"ProgramVersion", source.Named("COREDUMP_PACKAGE_VERSION")},
+                                        {L"Code", source.Named("COREDUMP_SIGNAL_NAME")}});
+  } else if (provider == kKernel) {
+    report = ReadKernelLine(source.Named("MESSAGE"));
+  }
+  if (report) report->data[L"Source"] = provider;
+  return report;
+}
+
+}  // namespace TVK
