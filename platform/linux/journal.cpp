@@ -106,8 +106,10 @@ Journal::News Journal::Refresh() {
       return News::kNone;
     case SD_JOURNAL_APPEND:
       return News::kEntries;
-    default:
+    case SD_JOURNAL_INVALIDATE:
       return News::kFiles;
+    default:  // an error: where nothing can be watched there is never news
+      return News::kNone;
   }
 }
 

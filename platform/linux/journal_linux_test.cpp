@@ -1,10 +1,12 @@
 // The journal as an event log: what its entries are, and that reading loses and repeats none.
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include "platform/event_log_reader.h"
 #include "platform/linux/doors_linux.h"
 #include "platform/linux/journal_entry.h"
+#include "platform/linux/unique_fd.h"
 #include "platform/local.h"
 #include "testing/journal_linux.h"
 #include "testing/temp_folder.h"
@@ -55,6 +57,8 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
             "<Channel>Application</Channel></System><EventData><Data Name=\"MESSAGE\">a=b</Data>"
             "<Data Name=\"COREDUMP_SIGNAL\">11</Data></EventData></Event>");
 }
+
+constexpr uid_t kNobody = 65534;
 
 class JournalTest : public testing::Test {
  protected:
@@ -168,6 +172,27 @@ TEST_F(JournalTest, WhatIsLoggedIsTakenWithItsNews) {
   EXPECT_EQ(sources, Sources{"d"});
 }
 
+TEST_F(JournalTest, WhereNothingCanBeWatchedWhatThereIsIsTakenAndTheRestIsForAnotherReader) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can use up what another account may watch";
+  JournalWriter journal(File("a.journal"));
+  journal.Add(Entry("a"));
+  journal.Write();
+  std::filesystem::permissions(root_.path(), std::filesystem::perms::all);
+  std::filesystem::permissions(File("a.journal"), std::filesystem::perms::all);
+  ASSERT_EQ(::seteuid(kNobody), 0);
+  std::vector<UniqueFd> watches;
+  do {
+    watches.emplace_back(::inotify_init1(IN_CLOEXEC));
+  } while (watches.back());
+  const auto opening = Open();
+  const EventLogBatch batch = opening.reader->Take(9);
+  watches.clear();
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(batch.events.size(), 1u);
+  EXPECT_EQ(batch.notices, (std::vector<EventLogNotice>{{.trouble = EventLogTrouble::kFailed, .error = EMFILE}}));
+  EXPECT_EQ(runtime_->Wait(opening.reader->news(), milliseconds(0)), kWaitTimeout) << "no news without end";
+}
+
 TEST_F(JournalTest, ABookmarkWhoseEventIsGoneIsAGap) {
   JournalWriter first(File("a.journal"));
   JournalWriter second(File("b.journal"));
@@ -204,7 +229,6 @@ TEST_F(JournalTest, WithoutAJournalOrTheRightToItThatIsTold) {
   EXPECT_GT(status.bytes, 4096u);
   EXPECT_EQ(status.oldest, WallTime(std::chrono::seconds(1'767'222'000)));
   if (::geteuid() != 0) GTEST_SKIP() << "only root can become somebody without rights";
-  constexpr uid_t kNobody = 65534;
   std::filesystem::permissions(root_.path(), std::filesystem::perms::all);
   std::filesystem::permissions(File("a.journal"), std::filesystem::perms::owner_all);
   ASSERT_EQ(::seteuid(kNobody), 0);

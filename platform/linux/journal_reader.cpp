@@ -80,6 +80,7 @@ class JournalReader final : public EventLogReader {
     batch.more = true;
     for (std::size_t looks = 0; batch.more && looks < kMostLooks && batch.events.size() < limit; ++looks)
       batch.more = Look(batch) || Reopen();
+    if (!batch.more && watch_error_ != 0) Fail(watch_error_);
     batch.notices = std::exchange(notices_, {});
     batch.bookmark = bookmark_;
     if (batch.more) SetNews();
@@ -109,7 +110,8 @@ class JournalReader final : public EventLogReader {
 
   /// Goes behind the bookmark. Whether its own entry is still there shows with the next one.
   void Seek() {
-    if (news_) journal_.fd();  // from here on the library watches the files
+    // From here on the library watches the files.
+    watch_error_ = news_ ? std::max(-journal_.fd(), 0) : 0;
     if (!bookmark_.empty() && journal_.SeekTo(bookmark_)) {
       at_bookmark_ = true;
       return;
@@ -125,6 +127,12 @@ class JournalReader final : public EventLogReader {
     }
   }
 
+  void Fail(int error) {
+    if (!std::exchange(failed_, true)) {
+      notices_.push_back({.trouble = EventLogTrouble::kFailed, .error = static_cast<std::uint32_t>(error)});
+    }
+  }
+
   /// Once, until there is another entry.
   void TellGap() {
     if (!std::exchange(gap_told_, true)) notices_.push_back({.trouble = EventLogTrouble::kGap});
@@ -136,8 +144,7 @@ class JournalReader final : public EventLogReader {
     int error = 0;
     const Journal::Step step = journal_.Next(error);
     if (step == Journal::Step::kFailed) {
-      failed_ = true;
-      notices_.push_back({.trouble = EventLogTrouble::kFailed, .error = static_cast<std::uint32_t>(error)});
+      Fail(error);
       return false;
     }
     if (std::exchange(at_bookmark_, false)) {
@@ -165,6 +172,7 @@ class JournalReader final : public EventLogReader {
   std::size_t looks_ = 0;                ///< Since the journal was opened.
   bool at_bookmark_ = false;             ///< The next entry should be the bookmark's own.
   bool gap_told_ = false;
+  int watch_error_ = 0;  ///< Why nothing tells of new entries, an errno: whoever wants them opens another reader later.
   bool failed_ = false;
 };
 
