@@ -75,21 +75,29 @@ std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable
   return devices;
 }
 
-std::optional<std::vector<DiskVolume>> DiskInformation::ReadVolumes(platform::Waitable* stop) {
-  using Outcome = TVK::LimitedCalls::Outcome;
+DiskInformation::AskedVolumes DiskInformation::AskVolumes() {
   const auto found = std::make_shared<std::vector<platform::Volume>>();
-  const Outcome outcome =
-      volume_calls_.Run([found, door = services_.machine.volumes().shared_from_this()] { *found = door->List(); },
-                        StorageCollector::DriveLane::kSessionLimit, stop);
-  if (outcome == Outcome::kTimedOut || outcome == Outcome::kBusy) {
-    log_.e(L"%s: the system does not tell of its volumes in time", L"DiskInformation::ReadVolumes");
-  }
-  if (outcome != Outcome::kDone) return std::nullopt;
+  auto call =
+      volume_calls_.Begin([found, door = services_.machine.volumes().shared_from_this()] { *found = door->List(); },
+                          StorageCollector::DriveLane::kSessionLimit);
+  return [this, found,
+          call = std::move(call)](platform::Waitable* stop) mutable -> std::optional<std::vector<DiskVolume>> {
+    using Outcome = TVK::LimitedCalls::Outcome;
+    const Outcome outcome = call.Await(stop);
+    if (outcome == Outcome::kTimedOut || outcome == Outcome::kBusy) {
+      log_.e(L"%s: the system does not tell of its volumes in time", L"DiskInformation::AskVolumes");
+    }
+    if (outcome != Outcome::kDone) return std::nullopt;
+    return ToDiskVolumes(std::move(*found));
+  };
+}
+
+std::vector<DiskVolume> DiskInformation::ToDiskVolumes(std::vector<platform::Volume> found) const {
   // So that a stick cannot be followed from machine to machine.
   const std::wstring salt = L"tvk/storage " + String::UTF8ToUTF16(services_.machine.system().ReadInstallationId());
   UniqueKeys keys;
   std::vector<DiskVolume> volumes;
-  for (platform::Volume& volume : *found) {
+  for (platform::Volume& volume : found) {
     const std::wstring id = keys.Take(TVK::HashUtility::Hash(String::UTF8ToUTF16(volume.id), salt));
     TVK::DescribedDevice device{.key = L"volume " + id,
                                 .facts = {{L"Kind", L"volume"},

@@ -1,6 +1,7 @@
 // The drives and volumes of the machine as the storage dataset describes them.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -27,11 +28,15 @@ class DiskInformation {
   /// Asks a drive no more than HardDiskInfoCollector::GetDrives does; ends early with the signal of `stop` (or null).
   std::vector<TVK::DescribedDevice> ReadDrives(platform::Waitable* stop);
 
-  /// Nothing, with an error line, when the system does not tell in time (a drive that hangs), and with the signal of
-  /// `stop` (or null).
-  std::optional<std::vector<DiskVolume>> ReadVolumes(platform::Waitable* stop);
+  /// Waits for the volumes. Nothing, with an error line, when the system does not tell in time (a drive that hangs),
+  /// and with the signal of `stop` (or null). Once, and not beyond the object.
+  using AskedVolumes = std::function<std::optional<std::vector<DiskVolume>>(platform::Waitable* stop)>;
+  /// Asks the system, beside which the drives can be asked.
+  AskedVolumes AskVolumes();
 
  private:
+  std::vector<DiskVolume> ToDiskVolumes(std::vector<platform::Volume> found) const;
+
   const TVK::MonitorServices& services_;
   const TVK::Log log_;
   TVK::LimitedCalls volume_calls_;

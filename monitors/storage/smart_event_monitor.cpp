@@ -47,10 +47,11 @@ bool SmartEventMonitor::Qualifies(const StorageCollector::HardDisk& drive) const
   return drive.kind() == StorageCollector::DriveKind::kSataSsd || drive.kind() == StorageCollector::DriveKind::kAta;
 }
 
-std::optional<ItemData> SmartEventMonitor::ReadHealth(const StorageCollector::HardDisk& drive) {
-  const auto reading = drive.ReadAtaSmart(stop_event());
-  if (!reading.content) return std::nullopt;
-  return info_.ToItemData(*reading.content);
+SmartEventMonitor::AskedHealth SmartEventMonitor::AskHealth(const StorageCollector::HardDisk& drive) {
+  return [this, asked = drive.AskAtaSmart()] {
+    const auto reading = asked(stop_event());
+    return reading.content ? info_.ToItemData(*reading.content) : std::nullopt;
+  };
 }
 
 void SmartEventMonitor::Begin() {
@@ -74,10 +75,16 @@ TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
 }
 
 void SmartEventMonitor::CheckThresholds() {
-  for (const auto& [key, drive] : FindDescribedDrives()) {
+  std::vector<KeyedDrive> drives = FindDescribedDrives();
+  std::erase_if(drives, [&](const KeyedDrive& one) { return !HasContext(one.key) || !one.drive.supports_smart(); });
+  if (stopping() || !Admits()) return;
+  std::vector<StorageCollector::Asked<TVK::AtaSmart>> asked;
+  for (const auto& [key, drive] : drives)
+    asked.push_back(drive.AskAtaSmart());
+  for (std::size_t i = 0; i < drives.size(); ++i) {
+    const auto& [key, drive] = drives[i];
+    const auto reading = asked[i](stop_event());
     if (stopping() || !Admits()) return;
-    if (!HasContext(key) || !drive.supports_smart()) continue;
-    const auto reading = drive.ReadAtaSmart(stop_event());
     if (!reading.content) continue;
     const auto found = info_.FoundPredictFailure(*reading.content);
     const int error = found ? CheckThresholdEntry(key, *found) : 0;
