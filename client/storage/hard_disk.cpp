@@ -155,7 +155,7 @@ std::function<void(platform::Waitable* stop)> HardDisk::AskIdentity() const {
     if (told.content) {
       lane->set_identity(*told.content);
     } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged ||
-               told.silence == Silence::kNoRight) {
+               told.silence == Silence::kNoRight || told.silence == Silence::kRefused) {
       lane->set_identity(OfListing(listing));  // it will not tell any more than that
     }
   };

@@ -56,9 +56,12 @@ DiskInformation::DiskInformation(const TVK::MonitorServices& services, TVK::Log 
 std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable* stop) {
   UniqueKeys keys;
   std::vector<TVK::DescribedDevice> devices;
+  bool all = true;
   for (const StorageCollector::HardDisk& drive : services_.hard_disks.GetDrives(stop)) {
     const bool portable = IsPortable(drive.listing());
-    const std::wstring serial_number = drive.getHashedSerialNumber();
+    const bool identified = drive.identified();
+    all = all && identified;
+    const std::wstring serial_number = identified ? drive.getHashedSerialNumber() : std::wstring();
     const std::wstring key =
         serial_number.empty() ? L"drive " + drive.getDriveType() + L' ' + drive.getProductName() : serial_number;
     TVK::DescribedDevice device{.key = keys.Take(key),
@@ -72,6 +75,7 @@ std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable
     if (drive.listing().bytes != 0) device.facts[L"Size"] = std::to_wstring(drive.listing().bytes);
     devices.push_back(std::move(device));
   }
+  knew_all_drives_ = all;
   return devices;
 }
 

@@ -118,7 +118,8 @@ void StoreEventMonitor::LookAtVolumes(bool with_report) {
   if (!Admits()) return;
   const auto volumes = info_.AskVolumes()(stop_event());
   if (!volumes) return;
-  if (!IsDescribed(*volumes)) LogDatasetContext(false);
+  // A drive that slept may tell by now who it is.
+  if (!IsDescribed(*volumes) || (with_report && !info_.KnewAllDrives())) LogDatasetContext(false);
   for (const DiskVolume& volume : *volumes) {
     if (stopping()) return;
     if (volume.device.of_use && !AdmitsUse()) continue;
