@@ -185,14 +185,24 @@ TEST_F(SelfTestMonitorsTest, AStopAbortsATest) {
 }
 
 TEST_F(SelfTestMonitorsTest, NoTestOnALowBattery) {
+  using platform::ChargeLevel;
+  using platform::PowerSource;
   SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
-  world_.machine.power().Set({platform::PowerSource::kBattery, 32});
+  world_.machine.power().Set({PowerSource::kBattery, 33});
   Start<SATASelfTestEventMonitor>();
-  world_.runtime.AdvanceBy(10min);
-  EXPECT_TRUE(tested_.actions.empty());
-  world_.machine.power().Set({platform::PowerSource::kBattery, 33});
-  world_.runtime.AdvanceBy(24h);
-  EXPECT_EQ(Results().size(), 1u);
+  world_.runtime.AdvanceBy(12h);  // between two rounds
+  std::size_t tests = 0;
+  for (const auto& [status, tested] : {std::pair(platform::PowerStatus{PowerSource::kBattery, 33}, false),
+                                       {{PowerSource::kBattery, {}, ChargeLevel::kLow}, false},
+                                       {{PowerSource::kBattery, 34, ChargeLevel::kCritical}, false},
+                                       {{PowerSource::kAc, 5, ChargeLevel::kLow}, true},
+                                       {{PowerSource::kBattery, 34}, true},
+                                       {{PowerSource::kBattery, {}, ChargeLevel::kHigh}, true}}) {
+    world_.machine.power().Set(status);
+    world_.runtime.AdvanceBy(24h);
+    tests += tested;
+    EXPECT_EQ(Results().size(), tests) << status.percent.value_or(0);
+  }
 }
 
 TEST_F(SelfTestMonitorsTest, ContextsNameThoseOfTheOtherDatasets) {
