@@ -201,6 +201,20 @@ TEST_F(DriveMonitorsTest, NothingIsAskedWithoutConsent) {
   EXPECT_EQ(life_->Items(L"DeviceInit").size(), 1u);
 }
 
+TEST_F(DriveMonitorsTest, ItsStopCanBeNamedOnceItIsInitialised) {
+  life_.emplace(world_);
+  for (const auto& [make, name] : {std::pair(&Make<PCIeNVMeSmartEventMonitor>, L"PCIeNVMeEventMonitor_StopEvent"),
+                                   {&Make<SATASmartEventMonitor>, L"SATASmartEventMonitor_StopEvent"},
+                                   {&Make<SmartEventMonitor>, L"SmartEventMonitor_StopEvent"}}) {
+    const auto monitor = make(life_->services());
+    monitor->Initialize();
+    EXPECT_NE(world_.runtime.OpenNamedEvent(name).event, nullptr) << String::UTF16ToUTF8(name);
+    monitor->StopMonitor();
+    monitor->StartMonitor({});
+    EXPECT_TRUE(life_->DatasetContexts().empty()) << "it was stopped before its start";
+  }
+}
+
 TEST_F(DriveMonitorsTest, TheStartWaitsAMinuteForTheStorageDataset) {
   described_.front()->Reset();
   Start<PCIeNVMeSmartEventMonitor>();

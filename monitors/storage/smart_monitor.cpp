@@ -9,11 +9,16 @@ SmartMonitor::SmartMonitor(const MonitorServices& monitor_services, const Monito
                            const SmartMonitorTraits& traits, std::optional<ReportRule> report)
     : DriveMonitor(monitor_services, identity, std::move(report)), traits_(traits) {}
 
+void SmartMonitor::Initialize() {
+  DriveMonitor::Initialize();
+  MakeStopEvent(Operation(L"Initialize").c_str(), L"%s: CreateEvent() return error %d!", traits_.stop_event);
+}
+
 void SmartMonitor::StartMonitor(std::wstring /*name*/) {
   constexpr std::uint32_t kStoreContextLimitMs = 60'000;
   const std::wstring caller = Operation(L"StartMonitor");
   log_.d(L"%s: Entry", caller);
-  if (!MakeStopEvent(caller.c_str(), L"%s: CreateEvent() return error %d!", traits_.stop_event)) return;
+  if (stop_event() == nullptr) return;
   const bool found = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
   traits_.log_start(log_, caller, stopping(), found);
   if (stopping()) return;

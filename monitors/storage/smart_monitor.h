@@ -19,10 +19,12 @@ struct SmartMonitorTraits {
   void (*log_start)(const Log& log, const std::wstring& caller, bool stopping, bool found_store_context);
 };
 
-/// See EventMonitorBase for who calls what. StartMonitor returns when the reports run. The dataset contexts of the
+/// See EventMonitorBase for who calls what. Initialize makes the stop event, without which StartMonitor does nothing.
+/// StartMonitor returns when the reports run. The dataset contexts of the
 /// storage dataset are waited for, for a minute at most: the drives are described there.
 class SmartMonitor : public DriveMonitor {
  public:
+  void Initialize() override;
   void StartMonitor(std::wstring name) override;
 
   /// The record of a day: "ReadSMARTPerDay" for every drive.
