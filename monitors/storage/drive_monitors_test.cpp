@@ -245,7 +245,9 @@ TEST_F(DriveMonitorsTest, AFailingAttributeIsReportedOnce) {
   for (const Row& row :
        {Row{"above", 11, {{9, 20}, {5, 10}}, false}, Row{"unknown", 1, {{9, 20}}, false},
         Row{"value 0", 0, {{9, 20}, {5, 10}}, false}, Row{"at the threshold", 10, {{9, 20}, {5, 10}, {197, 10}}, true},
-        Row{"the same", 10, {{5, 10}}, false}, Row{"worse", 9, {{5, 10}}, true}}) {
+        Row{"the same", 10, {{5, 10}}, false}, Row{"worse", 9, {{5, 10}}, true},
+        Row{"without thresholds", 9, {}, false}, Row{"the same again", 9, {{5, 10}}, false},
+        Row{"well", 11, {{5, 10}}, false}, Row{"ill again", 9, {{5, 10}}, true}}) {
     SCOPED_TRACE(row.what);
     set(row.value, row.thresholds);
     Start<SmartEventMonitor>();

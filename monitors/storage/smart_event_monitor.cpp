@@ -28,9 +28,12 @@ constexpr TVK::SmartMonitorTraits kTraits = {
         },
 };
 
-/// What the store keeps of a drive's last finding, "ReallocatedSectorCount=12".
+/// What the store keeps of a drive's last finding, "ReallocatedSectorCount=12"; empty once the drive was well again.
+std::wstring StateKey(const std::wstring& key) {
+  return L"threshold " + key;
+}
 TVK::DatasetState StateOf(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found) {
-  return {L"threshold " + key, found.getName() + L"=" + std::to_wstring(found.getAttribute().normalized)};
+  return {StateKey(key), found.getName() + L"=" + std::to_wstring(found.getAttribute().normalized)};
 }
 
 }  // namespace
@@ -87,6 +90,7 @@ void SmartEventMonitor::CheckThresholds() {
     if (stopping() || !Admits()) return;
     if (!reading.content) continue;
     const auto found = info_.FoundPredictFailure(*reading.content);
+    if (!found && SmartInfo::TellsThresholds(*reading.content)) ForgetThresholdEntry(key);
     const int error = found ? CheckThresholdEntry(key, *found) : 0;
     if (error > 0) {
       log_.e(L"%s: Model :%s, Return error: %d", Operation(L"CheckThresholdEntry"), drive.getProductName(), error);
@@ -103,4 +107,10 @@ int SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const Storag
          kept.substr(0, equals), equals == kept.npos ? std::wstring() : kept.substr(equals + 1));
   if (kept == now.value) return 0;
   return WriteItem(kThreshold, {{found.getName(), SmartInfo::ValueText(found.getAttribute(), true)}}, key, now);
+}
+
+void SmartEventMonitor::ForgetThresholdEntry(const std::wstring& key) {
+  std::wstring kept;
+  const int error = services().store.GetState(dataset_id, StateKey(key), kept);
+  if (error == 0 && !kept.empty()) services().store.KeepState(dataset_id, {StateKey(key), {}});
 }
