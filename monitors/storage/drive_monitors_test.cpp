@@ -130,6 +130,20 @@ TEST_F(DriveMonitorsTest, OneDriveThatDoesNotTellKeepsNoOtherOne) {
   }
 }
 
+TEST_F(DriveMonitorsTest, OfAnNvmeDriveTheSystemsErrorIsTold) {
+  for (const auto& [answer, said] :
+       {std::pair(DriveAnswer{DriveResult::kFailed, 1117}, L"PCIeNVMeSmartInfo::ReadSMARTInfo: Failed retCode: 1117"),
+        {DriveAnswer{DriveResult::kNotSupported}, L"PCIeNVMeSmartInfo::ReadSMARTInfo: Failed retCode: 1168"}}) {
+    SimulatedDrive nvme = Nvme();
+    nvme.read = [answer = answer](DrivePage page) {
+      return page == DrivePage::kNvmeHealth ? answer : DriveAnswer{DriveResult::kNotSupported};
+    };
+    SetDrive(0, nvme);
+    Start<PCIeNVMeSmartEventMonitor>();
+    EXPECT_TRUE(world_.logs.Has(said));
+  }
+}
+
 TEST_F(DriveMonitorsTest, ADriveThatHangsHoldsUpNobodyAndIsLeftAlone) {
   const auto comes_back = world_.runtime.MakeEvent(platform::EventReset::kManual);
   int asked = 0;

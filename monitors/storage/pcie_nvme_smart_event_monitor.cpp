@@ -45,7 +45,8 @@ PCIeNVMeSmartEventMonitor::AskedHealth PCIeNVMeSmartEventMonitor::AskHealth(cons
     PCIeNVMeSmartInfo info(log_);
     const auto read = [&](TVK::NvmeHealth& health) {
       const auto reading = asked(stop_event());
-      if (!reading.content) return static_cast<int>(reading.silence);
+      if (!reading.content && reading.error != 0) return static_cast<int>(reading.error);
+      if (!reading.content) return PCIeNVMeSmartInfo::kErrorNotRead;
       health = *reading.content;
       return 0;
     };
