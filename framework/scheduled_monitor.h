@@ -29,8 +29,9 @@ struct ReportRule {
 };
 
 /// A monitor with a stop event, threads and at most one report in an interval. StartMonitor, which the monitor writes,
-/// makes the stop event, starts what goes on and follows the settings; a stop may come at any moment of it, or before.
-/// After StopMonitor, which must come before the end of the object when StartMonitor was called, nothing runs.
+/// makes the stop event (or Initialize does), starts what goes on and follows the settings; a stop may come at any
+/// moment of it, or before. After StopMonitor, which must come before the end of the object when StartMonitor was
+/// called, nothing runs.
 class ScheduledMonitor : public DatasetMonitor {
  public:
   /// Throws std::invalid_argument when the dataset does not have the item of `report`.

@@ -102,6 +102,13 @@ bool HasChecksum(DrivePage page, const Bytes& bytes) {
 
 }  // namespace
 
+std::string SerialNumberOf(const DriveRecording& recording) {
+  for (const auto& [page, bytes] : recording.pages) {
+    if (std::string own = ReadSerial(PlanOf(page), bytes); !own.empty()) return own;
+  }
+  return Trimmed(recording.listing.serial_number);
+}
+
 void BlankIdentity(DriveRecording& recording, std::string_view name) {
   std::vector<std::string> secrets = {Trimmed(recording.listing.serial_number)};
   for (const auto& [page, bytes] : recording.pages)

@@ -18,7 +18,7 @@ enum class VolumeRole {
 };
 
 struct VolumeSpace {
-  std::uint64_t bytes = 0;       ///< Of the file system, in use and free; not 0.
+  std::uint64_t bytes = 0;       ///< Of the file system, what it keeps back included: writes do not change it. Not 0.
   std::uint64_t free_bytes = 0;  ///< That programs without special rights can take; at most `bytes`.
 
   bool operator==(const VolumeSpace&) const = default;

@@ -70,8 +70,10 @@ class InspectDrivesTest : public testing::Test {
           .power = platform::DrivePower::kAsleep,
           .pages = ata},
          {.listing = {.path = "/dev/mmcblk0", .bus = DriveBus::kCard}},
-         {.listing = {.path = "/dev/nvme0n1", .bus = DriveBus::kNvme, .serial_number = kSecretOfNvme}, .pages = nvme},
-         {.listing = {.path = "/dev/nvme0n2", .bus = DriveBus::kNvme, .serial_number = kSecretOfNvme}, .pages = nvme}});
+         {.listing = {.path = "/dev/nvme0n1", .bus = DriveBus::kNvme, .serial_number = "SECRET-SPACE-1"},
+          .pages = nvme},
+         {.listing = {.path = "/dev/nvme0n2", .bus = DriveBus::kNvme, .serial_number = "SECRET-SPACE-2"},
+          .pages = nvme}});
   }
 
   int Run(bool json, const std::filesystem::path& record = {}) {

@@ -112,7 +112,7 @@ DrivesRecord RecordDrives(platform::Drives& drives, const std::vector<platform::
   std::set<std::string> folders;
   for (const platform::DriveListing& listing : listed) {
     Asked asked = Ask(drives, listing);
-    platform::BlankIdentity(asked.recording, names.NameFor(listing.serial_number));
+    platform::BlankIdentity(asked.recording, names.NameFor(platform::SerialNumberOf(asked.recording)));
     const std::string first_name = platform::DriveFolderName(listing.path);
     std::string name = first_name;
     for (int count = 2; !folders.insert(name).second; ++count)

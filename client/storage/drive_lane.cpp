@@ -35,26 +35,30 @@ std::wstring Words(Silence silence) {
 DriveLane::DriveLane(platform::Runtime& runtime, const TVK::Log& log, std::wstring path)
     : runtime_(runtime), log_(log), path_(std::move(path)), calls_(runtime, log, "tvk-drive") {}
 
-Silence DriveLane::Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop) {
+DriveLane::Waiting DriveLane::Begin(std::function<void()> call, std::chrono::milliseconds limit) {
   {
     const std::lock_guard lock(mutex_);
-    if (rests_until_ && runtime_.clock().Steady() < *rests_until_) return Silence::kLeftAlone;
+    if (rests_until_ && runtime_.clock().Steady() < *rests_until_) {
+      return [](platform::Waitable*) { return Silence::kLeftAlone; };
+    }
   }
-  using Outcome = TVK::LimitedCalls::Outcome;
-  switch (calls_.Run(std::move(call), limit, stop)) {
-    case Outcome::kDone:
-      return Silence::kNone;
-    case Outcome::kStopped:
-      return Silence::kStopped;
-    case Outcome::kBusy:
-      return Silence::kLeftAlone;
-    case Outcome::kFailed:
-      return Silence::kFailed;
-    case Outcome::kTimedOut:
-      break;
-  }
-  if (limit >= kSessionLimit) Rest();  // the patience of less says nothing of the drive
-  return Silence::kHung;
+  return [this, limit, begun = calls_.Begin(std::move(call), limit)](platform::Waitable* stop) mutable {
+    using Outcome = TVK::LimitedCalls::Outcome;
+    switch (begun.Await(stop)) {
+      case Outcome::kDone:
+        return Silence::kNone;
+      case Outcome::kStopped:
+        return Silence::kStopped;
+      case Outcome::kBusy:
+        return Silence::kLeftAlone;
+      case Outcome::kFailed:
+        return Silence::kFailed;
+      case Outcome::kTimedOut:
+        break;
+    }
+    if (limit >= kSessionLimit) Rest();  // the patience of less says nothing of the drive
+    return Silence::kHung;
+  };
 }
 
 void DriveLane::Rest() {

@@ -65,9 +65,13 @@ class DriveLane {
   DriveLane(const DriveLane&) = delete;
   DriveLane& operator=(const DriveLane&) = delete;
 
-  /// Runs `call`, which must own all that it touches, when nobody else asks the drive and it is not left alone. kNone
-  /// when it has run. A drive that does not come back within kSessionLimit rests.
-  Silence Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);
+  /// What comes of a call, which is waited for until the signal of `stop` (or null); once, and not beyond the lane.
+  using Waiting = std::function<Silence(platform::Waitable* stop)>;
+
+  /// Begins `call`, which must own all that it touches, or lets it wait until nobody else asks the drive; see
+  /// LimitedCalls. One that is left alone is not asked. kNone when it has run. A drive that does not come back within
+  /// kSessionLimit rests.
+  Waiting Begin(std::function<void()> call, std::chrono::milliseconds limit);
 
   /// Leaves the drive alone for kRest.
   void Rest();

@@ -117,12 +117,12 @@ HardDisk::HardDisk(platform::Drives& drives, platform::DriveListing listing, std
     : drives_(&drives), listing_(std::move(listing)), lane_(std::move(lane)) {}
 
 template <typename Content>
-Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
-                               platform::Waitable* stop, std::chrono::milliseconds limit) const {
+Asked<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
+                             std::chrono::milliseconds limit) const {
   // Its own, since it may come back when nobody waits for it any more.
   const auto reading = std::make_shared<Reading<Content>>();
-  const auto session = [reading, owned = drives_->weak_from_this().lock(), drives = drives_, listing = listing_,
-                        work = std::move(work)] {
+  auto session = [reading, owned = drives_->weak_from_this().lock(), drives = drives_, listing = listing_,
+                  work = std::move(work)] {
     const platform::DriveOpening opening = drives->Open(listing);
     if (opening.drive == nullptr) {
       *reading = {{}, SilenceOf(opening.result), opening.error};
@@ -132,28 +132,33 @@ Reading<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<C
       *reading = work(*opening.drive);
     }
   };
-  const Silence silence = lane_->Run(session, limit, stop);
-  Reading<Content> result = silence == Silence::kNone ? std::move(*reading) : Reading<Content>{{}, silence};
-  // The system gave up on a command: the next one would take as long.
-  if (silence == Silence::kNone && result.silence == Silence::kHung) lane_->Rest();
-  if (!what.empty()) lane_->Note(what, result.silence, result.error);
-  return result;
+  return [reading, what, lane = lane_, wait = lane_->Begin(std::move(session), limit)](platform::Waitable* stop) {
+    const Silence silence = wait(stop);
+    Reading<Content> result = silence == Silence::kNone ? std::move(*reading) : Reading<Content>{{}, silence};
+    // The system gave up on a command: the next one would take as long.
+    if (silence == Silence::kNone && result.silence == Silence::kHung) lane->Rest();
+    if (!what.empty()) lane->Note(what, result.silence, result.error);
+    return result;
+  };
 }
 
-void HardDisk::Identify(platform::Waitable* stop) const {
-  if (lane_->identity()) return;
+std::function<void(platform::Waitable* stop)> HardDisk::AskIdentity() const {
+  if (lane_->identity()) return nullptr;
   if (listing_.bus == DriveBus::kCard || listing_.bus == DriveBus::kOther) {
     lane_->set_identity(OfListing(listing_));  // they speak neither
-    return;
+    return nullptr;
   }
-  const auto told = Ask<DriveIdentity>(
-      kIdentity, [listing = listing_](Drive& drive) { return ReadIdentity(drive, listing); }, stop);
-  if (told.content) {
-    lane_->set_identity(*told.content);
-  } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged ||
-             told.silence == Silence::kNoRight) {
-    lane_->set_identity(OfListing(listing_));  // it will not tell any more than that
-  }
+  auto asked =
+      Ask<DriveIdentity>(kIdentity, [listing = listing_](Drive& drive) { return ReadIdentity(drive, listing); });
+  return [lane = lane_, listing = listing_, asked = std::move(asked)](platform::Waitable* stop) {
+    const auto told = asked(stop);
+    if (told.content) {
+      lane->set_identity(*told.content);
+    } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged ||
+               told.silence == Silence::kNoRight || told.silence == Silence::kRefused) {
+      lane->set_identity(OfListing(listing));  // it will not tell any more than that
+    }
+  };
 }
 
 bool HardDisk::identified() const {
@@ -204,52 +209,39 @@ bool HardDisk::supports_smart() const {
   return identity().smart_supported;
 }
 
-Reading<TVK::NvmeHealth> HardDisk::ReadNvmeHealth(platform::Waitable* stop) const {
-  return Ask<TVK::NvmeHealth>(
-      kHealth,
-      [](Drive& drive) { return ReadPage<TVK::NvmeHealth>(drive, DrivePage::kNvmeHealth, TVK::DecodeNvmeHealth); },
-      stop);
+Asked<TVK::NvmeHealth> HardDisk::AskNvmeHealth() const {
+  return Ask<TVK::NvmeHealth>(kHealth, [](Drive& drive) {
+    return ReadPage<TVK::NvmeHealth>(drive, DrivePage::kNvmeHealth, TVK::DecodeNvmeHealth);
+  });
 }
 
-Reading<TVK::AtaSmart> HardDisk::ReadAtaSmart(platform::Waitable* stop) const {
-  return Ask<TVK::AtaSmart>(
-      kHealth,
-      [](Drive& drive) {
-        return ReadPage<TVK::AtaSmart>(drive, DrivePage::kAtaSmartValues, [&](std::span<const std::uint8_t> values) {
-          return TVK::DecodeAtaSmart(values, drive.Read(DrivePage::kAtaSmartThresholds).bytes);
-        });
-      },
-      stop);
+Asked<TVK::AtaSmart> HardDisk::AskAtaSmart() const {
+  return Ask<TVK::AtaSmart>(kHealth, [](Drive& drive) {
+    return ReadPage<TVK::AtaSmart>(drive, DrivePage::kAtaSmartValues, [&](std::span<const std::uint8_t> values) {
+      return TVK::DecodeAtaSmart(values, drive.Read(DrivePage::kAtaSmartThresholds).bytes);
+    });
+  });
 }
 
 Reading<TVK::NvmeSelfTestLog> HardDisk::ReadNvmeSelfTestLog(platform::Waitable* stop) const {
-  return Ask<TVK::NvmeSelfTestLog>(
-      kSelfTestLog,
-      [](Drive& drive) {
-        return ReadPage<TVK::NvmeSelfTestLog>(drive, DrivePage::kNvmeSelfTestLog, TVK::DecodeNvmeSelfTestLog);
-      },
-      stop);
+  return Ask<TVK::NvmeSelfTestLog>(kSelfTestLog, [](Drive& drive) {
+    return ReadPage<TVK::NvmeSelfTestLog>(drive, DrivePage::kNvmeSelfTestLog, TVK::DecodeNvmeSelfTestLog);
+  })(stop);
 }
 
 Reading<TVK::AtaSelfTestLog> HardDisk::ReadAtaSelfTestLog(platform::Waitable* stop) const {
-  return Ask<TVK::AtaSelfTestLog>(
-      kSelfTestLog,
-      [](Drive& drive) {
-        return ReadPage<TVK::AtaSelfTestLog>(drive, DrivePage::kAtaSelfTestLog, TVK::DecodeAtaSelfTestLog);
-      },
-      stop);
+  return Ask<TVK::AtaSelfTestLog>(kSelfTestLog, [](Drive& drive) {
+    return ReadPage<TVK::AtaSelfTestLog>(drive, DrivePage::kAtaSelfTestLog, TVK::DecodeAtaSelfTestLog);
+  })(stop);
 }
 
 Reading<bool> HardDisk::ReadNvmeSelfTestSupport(platform::Waitable* stop) const {
-  return Ask<bool>(
-      kIdentity,
-      [](Drive& drive) {
-        return ReadPage<bool>(drive, DrivePage::kNvmeController, [](std::span<const std::uint8_t> data) {
-          const auto controller = TVK::DecodeNvmeController(data);
-          return controller ? std::optional(controller->self_test_supported) : std::nullopt;
-        });
-      },
-      stop);
+  return Ask<bool>(kIdentity, [](Drive& drive) {
+    return ReadPage<bool>(drive, DrivePage::kNvmeController, [](std::span<const std::uint8_t> data) {
+      const auto controller = TVK::DecodeNvmeController(data);
+      return controller ? std::optional(controller->self_test_supported) : std::nullopt;
+    });
+  })(stop);
 }
 
 Reading<bool> HardDisk::Do(platform::DriveAction action, platform::Waitable* stop,
@@ -261,7 +253,7 @@ Reading<bool> HardDisk::Do(platform::DriveAction action, platform::Waitable* sto
         if (answer.result == DriveResult::kDone) return {true};
         return {{}, SilenceOf(answer.result), answer.error};
       },
-      stop, limit);
+      limit)(stop);
 }
 
 }  // namespace StorageCollector

@@ -24,6 +24,11 @@ enum class DriveKind {
   kOther,
 };
 
+/// A question that was put to a drive, so that several drives are asked before the first is waited for. Waits for the
+/// answer, or for the signal of `stop` (or null); once, and not beyond the collector of the drive.
+template <typename Content>
+using Asked = std::function<Reading<Content>(platform::Waitable* stop)>;
+
 /// One attached drive. Copies are of the same drive. What it told of itself when it was found stays; what is read is
 /// asked for anew each time. A reading waits for its turn and for the drive, never beyond the limits of DriveLane, and
 /// not beyond the signal of `stop` (null: none). Why a drive does not tell is logged once until that changes. A drive
@@ -50,9 +55,11 @@ class HardDisk {
   /// Whether the drive says that it tells of its health; true of NVMe drives, which must.
   bool supports_smart() const;
 
-  Reading<TVK::NvmeHealth> ReadNvmeHealth(platform::Waitable* stop) const;
+  Asked<TVK::NvmeHealth> AskNvmeHealth() const;
+  Reading<TVK::NvmeHealth> ReadNvmeHealth(platform::Waitable* stop) const { return AskNvmeHealth()(stop); }
   /// The thresholds too, where the drive has them.
-  Reading<TVK::AtaSmart> ReadAtaSmart(platform::Waitable* stop) const;
+  Asked<TVK::AtaSmart> AskAtaSmart() const;
+  Reading<TVK::AtaSmart> ReadAtaSmart(platform::Waitable* stop) const { return AskAtaSmart()(stop); }
   Reading<TVK::NvmeSelfTestLog> ReadNvmeSelfTestLog(platform::Waitable* stop) const;
   Reading<TVK::AtaSelfTestLog> ReadAtaSelfTestLog(platform::Waitable* stop) const;
   /// Whether an NVMe drive has self-tests; of ATA drives AtaSmart tells it.
@@ -66,12 +73,13 @@ class HardDisk {
  private:
   friend class HardDiskInfoCollector;
 
-  void Identify(platform::Waitable* stop) const;
+  /// Asks the drive what it is unless that is known; what is to be called to wait for the answer, or nothing.
+  std::function<void(platform::Waitable* stop)> AskIdentity() const;
   DriveIdentity identity() const;
   /// `what` is asked for, in the words of the log; empty: what comes of it is not logged.
   template <typename Content>
-  Reading<Content> Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
-                       platform::Waitable* stop, std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
+  Asked<Content> Ask(const std::wstring& what, std::function<Reading<Content>(platform::Drive&)> work,
+                     std::chrono::milliseconds limit = DriveLane::kSessionLimit) const;
 
   platform::Drives* drives_;
   platform::DriveListing listing_;

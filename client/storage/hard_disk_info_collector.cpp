@@ -1,6 +1,7 @@
 #include "client/storage/hard_disk_info_collector.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <string>
@@ -29,9 +30,11 @@ HardDiskInfoCollector::HardDiskInfoCollector(platform::Runtime& runtime, platfor
 
 std::vector<HardDiskBasicInfo> HardDiskInfoCollector::GetAllPhysicalDrivePaths(platform::Waitable* stop) {
   const auto found = std::make_shared<std::vector<platform::DriveListing>>();
-  const auto outcome = listing_calls_.Run(
-      [found, owned = drives_.weak_from_this().lock(), &drives = drives_] { *found = drives.List(); },
-      DriveLane::kSessionLimit, stop);
+  const auto outcome =
+      listing_calls_
+          .Begin([found, owned = drives_.weak_from_this().lock(), &drives = drives_] { *found = drives.List(); },
+                 DriveLane::kSessionLimit)
+          .Await(stop);
   const std::lock_guard lock(mutex_);
   if (outcome == TVK::LimitedCalls::Outcome::kDone) {
     listed_ = std::move(*found);
@@ -49,34 +52,35 @@ std::vector<HardDiskBasicInfo> HardDiskInfoCollector::GetAllPhysicalDrivePaths(p
   return drives;
 }
 
+HardDisk HardDiskInfoCollector::Know(const platform::DriveListing& listing) {
+  const std::lock_guard lock(mutex_);
+  const auto known =
+      std::ranges::find_if(known_, [&](const KnownDrive& one) { return IsSameDrive(one.listing, listing); });
+  if (known != known_.end()) return {drives_, listing, known->lane};
+  known_.push_back({listing, std::make_shared<DriveLane>(runtime_, log_, TVK::String::UTF8ToUTF16(listing.path))});
+  return {drives_, listing, known_.back().lane};
+}
+
 HardDisk HardDiskInfoCollector::GetDriveInstance(const HardDiskBasicInfo& drive, platform::Waitable* stop) {
-  std::shared_ptr<DriveLane> lane;
-  {
-    const std::lock_guard lock(mutex_);
-    const auto known =
-        std::ranges::find_if(known_, [&](const KnownDrive& one) { return IsSameDrive(one.listing, drive.listing); });
-    if (known != known_.end()) {
-      lane = known->lane;
-    } else {
-      lane = std::make_shared<DriveLane>(runtime_, log_, TVK::String::UTF8ToUTF16(drive.listing.path));
-      known_.push_back({drive.listing, lane});
-    }
-  }
-  HardDisk disk(drives_, drive.listing, std::move(lane));
-  disk.Identify(stop);
+  HardDisk disk = Know(drive.listing);
+  if (const auto identify = disk.AskIdentity()) identify(stop);
   return disk;
 }
 
 std::vector<HardDisk> HardDiskInfoCollector::GetDrives(platform::Waitable* stop) {
   std::vector<HardDisk> drives;
-  std::set<std::pair<std::wstring, std::wstring>> seen;
+  std::vector<std::function<void(platform::Waitable*)>> asked;
   for (const HardDiskBasicInfo& basic : GetAllPhysicalDrivePaths(stop)) {
-    HardDisk drive = GetDriveInstance(basic, stop);
-    const std::wstring serial_number = drive.getSerialNumber();
-    if (serial_number.empty() || seen.emplace(drive.getProductName(), serial_number).second) {
-      drives.push_back(std::move(drive));
-    }
+    drives.push_back(Know(basic.listing));
+    if (auto identify = drives.back().AskIdentity()) asked.push_back(std::move(identify));
   }
+  for (const auto& identify : asked)
+    identify(stop);
+  std::set<std::pair<std::wstring, std::wstring>> seen;
+  std::erase_if(drives, [&](const HardDisk& drive) {
+    const std::wstring serial_number = drive.getSerialNumber();
+    return !serial_number.empty() && !seen.emplace(drive.getProductName(), serial_number).second;
+  });
   return drives;
 }
 

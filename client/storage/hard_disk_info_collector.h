@@ -36,11 +36,15 @@ class HardDiskInfoCollector {
   /// of it.
   HardDisk GetDriveInstance(const HardDiskBasicInfo& drive, platform::Waitable* stop = nullptr);
 
-  /// All that are attached, each once: the namespaces of an NVMe drive, and the paths to a drive that has several, are
+  /// All that are attached, asked side by side, so that those that do not answer hold each other up no more than one
+  /// does. Each once: the namespaces of an NVMe drive, and the paths to a drive that has several, are
   /// one drive, by model and serial number.
   std::vector<HardDisk> GetDrives(platform::Waitable* stop = nullptr);
 
  private:
+  /// The drive, with what is remembered of it.
+  HardDisk Know(const platform::DriveListing& listing);
+
   struct KnownDrive {
     platform::DriveListing listing;
     std::shared_ptr<DriveLane> lane;

@@ -1,6 +1,7 @@
 // What a drive is to the datasets, and who asks it when.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -130,7 +131,7 @@ TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
 }
 
 TEST_F(HardDiskTest, IsFoundOnceAndAskedWhoItIsOnce) {
-  int asked = 0;
+  std::atomic<int> asked = 0;  // by several at once
   const auto drive = [&](const char* path, const char* serial) {
     return SimulatedDrive{
         .listing = {.path = path, .bus = DriveBus::kUsb, .model = "M", .serial_number = serial},

@@ -1,5 +1,6 @@
 #include "client/storage/limited_calls.h"
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -7,22 +8,27 @@
 #include "client/text/string.h"
 
 namespace TVK {
-namespace {
 
-// Waits for `object`, `stop` first, as long as allowed.
-LimitedCalls::Outcome Await(platform::Runtime& runtime, platform::Waitable& object, std::chrono::milliseconds limit,
-                            platform::Waitable* stop) {
-  platform::Waitable* const both[] = {stop, &object};
-  const std::span<platform::Waitable* const> waited(both);
-  const platform::WaitCode code = runtime.WaitAny(stop == nullptr ? waited.last(1) : waited, limit);
-  if (code == platform::kWaitTimeout) return LimitedCalls::Outcome::kTimedOut;
-  return stop != nullptr && code == 0 ? LimitedCalls::Outcome::kStopped : LimitedCalls::Outcome::kDone;
+LimitedCalls::Call::Call(LimitedCalls& calls, std::function<void()> work, std::chrono::milliseconds limit)
+    : calls_(&calls), work_(std::move(work)), limit_(limit), deadline_(calls.runtime_.clock().Steady() + limit) {}
+
+LimitedCalls::Outcome LimitedCalls::Call::Await(platform::Waitable* stop) {
+  while (progress_ == nullptr && !failed_) {
+    const std::shared_ptr<Progress> before = calls_->TryBegin(*this);
+    if (before == nullptr) continue;
+    const Outcome turn = calls_->Wait(*before->done, deadline_, stop);
+    if (turn != Outcome::kDone) return turn == Outcome::kTimedOut ? Outcome::kBusy : turn;
+  }
+  if (failed_) return Outcome::kFailed;
+  const Outcome outcome = calls_->Wait(*progress_->done, deadline_, stop);
+  if (outcome != Outcome::kDone) return outcome;
+  calls_->Collect(progress_);
+  const std::lock_guard lock(progress_->mutex);
+  return progress_->failed ? Outcome::kFailed : outcome;
 }
 
-}  // namespace
-
 LimitedCalls::LimitedCalls(platform::Runtime& runtime, Log log, std::string name)
-    : runtime_(runtime), log_(std::move(log)), name_(std::move(name)), turn_(runtime.MakeSemaphore(1, 1)) {}
+    : runtime_(runtime), log_(std::move(log)), name_(std::move(name)) {}
 
 LimitedCalls::~LimitedCalls() {
   if (!thread_.joinable()) return;
@@ -35,43 +41,64 @@ LimitedCalls::~LimitedCalls() {
   returned ? runtime_.Join(thread_) : thread_.detach();
 }
 
-LimitedCalls::Outcome LimitedCalls::Run(std::function<void()> call, std::chrono::milliseconds limit,
-                                        platform::Waitable* stop) {
-  const Outcome turn = Await(runtime_, *turn_, limit, stop);
-  if (turn != Outcome::kDone) return turn == Outcome::kTimedOut ? Outcome::kBusy : turn;
-  Outcome outcome = Outcome::kFailed;
-  try {
-    outcome = RunInTurn(std::move(call), limit, stop);
-  } catch (const std::system_error& refusal) {
-    log_.e(L"LimitedCalls::Run: %s cannot be started: %s", String::UTF8ToUTF16(name_),
-           String::UTF8ToUTF16(refusal.what()));
-  }
-  turn_->Release(1);
-  return outcome;
+LimitedCalls::Call LimitedCalls::Begin(std::function<void()> work, std::chrono::milliseconds limit) {
+  Call call(*this, std::move(work), limit);
+  TryBegin(call);
+  return call;
 }
 
-LimitedCalls::Outcome LimitedCalls::RunInTurn(std::function<void()> call, std::chrono::milliseconds limit,
-                                              platform::Waitable* stop) {
-  if (thread_.joinable()) {
-    const Outcome before = Await(runtime_, *progress_->done, limit, stop);
-    if (before != Outcome::kDone) return before == Outcome::kTimedOut ? Outcome::kBusy : before;
-    runtime_.Join(thread_);
+bool LimitedCalls::HasReturned(Progress& progress) {
+  const std::lock_guard lock(progress.mutex);
+  return progress.returned;
+}
+
+std::shared_ptr<LimitedCalls::Progress> LimitedCalls::TryBegin(Call& call) {
+  const std::lock_guard lock(mutex_);
+  if (progress_ != nullptr && !HasReturned(*progress_)) return progress_;
+  if (thread_.joinable()) runtime_.Join(thread_);
+  progress_.reset();
+  try {
+    auto progress = std::make_shared<Progress>();
+    progress->done = runtime_.MakeEvent(platform::EventReset::kManual);
+    thread_ = Start(std::move(call.work_), progress);
+    call.deadline_ = runtime_.clock().Steady() + call.limit_;
+    call.progress_ = progress_ = std::move(progress);
+  } catch (const std::system_error& refusal) {
+    call.failed_ = true;
+    log_.e(L"LimitedCalls::Begin: %s cannot be started: %s", String::UTF8ToUTF16(name_),
+           String::UTF8ToUTF16(refusal.what()));
   }
-  progress_ = std::make_shared<Progress>();
-  progress_->done = runtime_.MakeEvent(platform::EventReset::kManual);
-  thread_ = runtime_.StartThread(
-      name_, [progress = progress_, call = std::move(call), log = log_, name = String::UTF8ToUTF16(name_)]() mutable {
-        const bool done = CallLogged(log, name, call);
-        call = nullptr;  // what it owns goes before anybody hears that it is through
-        const std::lock_guard lock(progress->mutex);
-        progress->returned = true;
-        progress->failed = !done;
-        if (progress->done != nullptr) progress->done->Set();
-      });
-  const Outcome outcome = Await(runtime_, *progress_->done, limit, stop);
-  if (outcome != Outcome::kDone) return outcome;
+  return nullptr;
+}
+
+std::thread LimitedCalls::Start(std::function<void()> work, std::shared_ptr<Progress> progress) {
+  return runtime_.StartThread(name_, [progress = std::move(progress), work = std::move(work), log = log_,
+                                      name = String::UTF8ToUTF16(name_)]() mutable {
+    const bool done = CallLogged(log, name, work);
+    work = nullptr;  // what it owns goes before anybody hears that it is through
+    const std::lock_guard lock(progress->mutex);
+    progress->returned = true;
+    progress->failed = !done;
+    if (progress->done != nullptr) progress->done->Set();
+  });
+}
+
+void LimitedCalls::Collect(const std::shared_ptr<Progress>& progress) {
+  const std::lock_guard lock(mutex_);
+  if (progress_ != progress) return;  // who began the next one did it
   runtime_.Join(thread_);
-  return progress_->failed ? Outcome::kFailed : outcome;
+  progress_.reset();
+}
+
+LimitedCalls::Outcome LimitedCalls::Wait(platform::Waitable& object, platform::SteadyTime deadline,
+                                         platform::Waitable* stop) {
+  platform::Waitable* const both[] = {stop, &object};
+  const std::span<platform::Waitable* const> waited(both);
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - runtime_.clock().Steady());
+  const platform::WaitCode code =
+      runtime_.WaitAny(stop == nullptr ? waited.last(1) : waited, std::max(left, std::chrono::milliseconds(0)));
+  if (code == platform::kWaitTimeout) return Outcome::kTimedOut;
+  return stop != nullptr && code == 0 ? Outcome::kStopped : Outcome::kDone;
 }
 
 }  // namespace TVK

@@ -91,8 +91,10 @@ const Tester* TesterOf(const HardDisk& drive) {
 
 bool IsBatteryLow(platform::Power& power) {
   const platform::PowerStatus status = power.ReadStatus();
-  return status.source && *status.source != platform::PowerSource::kAc && status.percent &&
-         *status.percent < kLeastBatteryPercent;
+  if (!status.source || *status.source == platform::PowerSource::kAc) return false;
+  using enum platform::ChargeLevel;
+  // Either may be missing.
+  return status.level == kLow || status.level == kCritical || (status.percent && 3 * *status.percent < 100);
 }
 
 /// At a stop, which it has no right to hold up: the drive answered a moment ago, and a test left running harms nothing.

@@ -9,9 +9,6 @@
 
 namespace StorageCollector {
 
-/// Below this a machine on battery tests no drive: a test of minutes keeps it from sleeping.
-inline constexpr std::uint32_t kLeastBatteryPercent = 33;
-
 struct SelfTestOutcome {
   /// The result in the words of the drive's standard, "Completed without error"; "Aborted, not completed in time" for
   /// a test that was aborted after twice its estimated time and some minutes. Empty: there was no test, or it was
@@ -26,8 +23,9 @@ std::wstring NvmeSelfTestWords(std::uint8_t code);
 
 /// Starts the test and looks after it at the times at which it may be through, some twice a minute at most; the drive
 /// goes on serving meanwhile. No test is started on a drive that runs one already, whoever began it, nor on a machine
-/// that runs from less than kLeastBatteryPercent of its battery. When `stop` is signalled the test is aborted. Blocks
-/// for the time of the test. Any thread of the runtime.
+/// that runs from less than a third of its battery, by its percentage or in the system's words: a test of minutes keeps
+/// it from sleeping. When `stop` is signalled the test is aborted. Blocks for the time of the test. Any thread of the
+/// runtime.
 SelfTestOutcome RunShortSelfTest(platform::Runtime& runtime, platform::Power& power, const HardDisk& drive,
                                  platform::Waitable& stop);
 

@@ -56,9 +56,12 @@ DiskInformation::DiskInformation(const TVK::MonitorServices& services, TVK::Log 
 std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable* stop) {
   UniqueKeys keys;
   std::vector<TVK::DescribedDevice> devices;
+  bool all = true;
   for (const StorageCollector::HardDisk& drive : services_.hard_disks.GetDrives(stop)) {
     const bool portable = IsPortable(drive.listing());
-    const std::wstring serial_number = drive.getHashedSerialNumber();
+    const bool identified = drive.identified();
+    all = all && identified;
+    const std::wstring serial_number = identified ? drive.getHashedSerialNumber() : std::wstring();
     const std::wstring key =
         serial_number.empty() ? L"drive " + drive.getDriveType() + L' ' + drive.getProductName() : serial_number;
     TVK::DescribedDevice device{.key = keys.Take(key),
@@ -72,24 +75,33 @@ std::vector<TVK::DescribedDevice> DiskInformation::ReadDrives(platform::Waitable
     if (drive.listing().bytes != 0) device.facts[L"Size"] = std::to_wstring(drive.listing().bytes);
     devices.push_back(std::move(device));
   }
+  knew_all_drives_ = all;
   return devices;
 }
 
-std::optional<std::vector<DiskVolume>> DiskInformation::ReadVolumes(platform::Waitable* stop) {
-  using Outcome = TVK::LimitedCalls::Outcome;
+DiskInformation::AskedVolumes DiskInformation::AskVolumes() {
   const auto found = std::make_shared<std::vector<platform::Volume>>();
-  const Outcome outcome =
-      volume_calls_.Run([found, door = services_.machine.volumes().shared_from_this()] { *found = door->List(); },
-                        StorageCollector::DriveLane::kSessionLimit, stop);
-  if (outcome == Outcome::kTimedOut || outcome == Outcome::kBusy) {
-    log_.e(L"%s: the system does not tell of its volumes in time", L"DiskInformation::ReadVolumes");
-  }
-  if (outcome != Outcome::kDone) return std::nullopt;
+  auto call =
+      volume_calls_.Begin([found, door = services_.machine.volumes().shared_from_this()] { *found = door->List(); },
+                          StorageCollector::DriveLane::kSessionLimit);
+  return [this, found,
+          call = std::move(call)](platform::Waitable* stop) mutable -> std::optional<std::vector<DiskVolume>> {
+    using Outcome = TVK::LimitedCalls::Outcome;
+    const Outcome outcome = call.Await(stop);
+    if (outcome == Outcome::kTimedOut || outcome == Outcome::kBusy) {
+      log_.e(L"%s: the system does not tell of its volumes in time", L"DiskInformation::AskVolumes");
+    }
+    if (outcome != Outcome::kDone) return std::nullopt;
+    return ToDiskVolumes(std::move(*found));
+  };
+}
+
+std::vector<DiskVolume> DiskInformation::ToDiskVolumes(std::vector<platform::Volume> found) const {
   // So that a stick cannot be followed from machine to machine.
   const std::wstring salt = L"tvk/storage " + String::UTF8ToUTF16(services_.machine.system().ReadInstallationId());
   UniqueKeys keys;
   std::vector<DiskVolume> volumes;
-  for (platform::Volume& volume : *found) {
+  for (platform::Volume& volume : found) {
     const std::wstring id = keys.Take(TVK::HashUtility::Hash(String::UTF8ToUTF16(volume.id), salt));
     TVK::DescribedDevice device{.key = L"volume " + id,
                                 .facts = {{L"Kind", L"volume"},

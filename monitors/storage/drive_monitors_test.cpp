@@ -130,6 +130,20 @@ TEST_F(DriveMonitorsTest, OneDriveThatDoesNotTellKeepsNoOtherOne) {
   }
 }
 
+TEST_F(DriveMonitorsTest, OfAnNvmeDriveTheSystemsErrorIsTold) {
+  for (const auto& [answer, said] :
+       {std::pair(DriveAnswer{DriveResult::kFailed, 1117}, L"PCIeNVMeSmartInfo::ReadSMARTInfo: Failed retCode: 1117"),
+        {DriveAnswer{DriveResult::kNotSupported}, L"PCIeNVMeSmartInfo::ReadSMARTInfo: Failed retCode: 1168"}}) {
+    SimulatedDrive nvme = Nvme();
+    nvme.read = [answer = answer](DrivePage page) {
+      return page == DrivePage::kNvmeHealth ? answer : DriveAnswer{DriveResult::kNotSupported};
+    };
+    SetDrive(0, nvme);
+    Start<PCIeNVMeSmartEventMonitor>();
+    EXPECT_TRUE(world_.logs.Has(said));
+  }
+}
+
 TEST_F(DriveMonitorsTest, ADriveThatHangsHoldsUpNobodyAndIsLeftAlone) {
   const auto comes_back = world_.runtime.MakeEvent(platform::EventReset::kManual);
   int asked = 0;
@@ -201,6 +215,20 @@ TEST_F(DriveMonitorsTest, NothingIsAskedWithoutConsent) {
   EXPECT_EQ(life_->Items(L"DeviceInit").size(), 1u);
 }
 
+TEST_F(DriveMonitorsTest, ItsStopCanBeNamedOnceItIsInitialised) {
+  life_.emplace(world_);
+  for (const auto& [make, name] : {std::pair(&Make<PCIeNVMeSmartEventMonitor>, L"PCIeNVMeEventMonitor_StopEvent"),
+                                   {&Make<SATASmartEventMonitor>, L"SATASmartEventMonitor_StopEvent"},
+                                   {&Make<SmartEventMonitor>, L"SmartEventMonitor_StopEvent"}}) {
+    const auto monitor = make(life_->services());
+    monitor->Initialize();
+    EXPECT_NE(world_.runtime.OpenNamedEvent(name).event, nullptr) << String::UTF16ToUTF8(name);
+    monitor->StopMonitor();
+    monitor->StartMonitor({});
+    EXPECT_TRUE(life_->DatasetContexts().empty()) << "it was stopped before its start";
+  }
+}
+
 TEST_F(DriveMonitorsTest, TheStartWaitsAMinuteForTheStorageDataset) {
   described_.front()->Reset();
   Start<PCIeNVMeSmartEventMonitor>();
@@ -231,7 +259,9 @@ TEST_F(DriveMonitorsTest, AFailingAttributeIsReportedOnce) {
   for (const Row& row :
        {Row{"above", 11, {{9, 20}, {5, 10}}, false}, Row{"unknown", 1, {{9, 20}}, false},
         Row{"value 0", 0, {{9, 20}, {5, 10}}, false}, Row{"at the threshold", 10, {{9, 20}, {5, 10}, {197, 10}}, true},
-        Row{"the same", 10, {{5, 10}}, false}, Row{"worse", 9, {{5, 10}}, true}}) {
+        Row{"the same", 10, {{5, 10}}, false}, Row{"worse", 9, {{5, 10}}, true},
+        Row{"without thresholds", 9, {}, false}, Row{"the same again", 9, {{5, 10}}, false},
+        Row{"well", 11, {{5, 10}}, false}, Row{"ill again", 9, {{5, 10}}, true}}) {
     SCOPED_TRACE(row.what);
     set(row.value, row.thresholds);
     Start<SmartEventMonitor>();

@@ -40,17 +40,20 @@ bool PCIeNVMeSmartEventMonitor::Qualifies(const StorageCollector::HardDisk& driv
   return drive.kind() == StorageCollector::DriveKind::kNvme;
 }
 
-std::optional<ItemData> PCIeNVMeSmartEventMonitor::ReadHealth(const StorageCollector::HardDisk& drive) {
-  PCIeNVMeSmartInfo info(log_);
-  const auto read = [&](TVK::NvmeHealth& health) {
-    const auto reading = drive.ReadNvmeHealth(stop_event());
-    if (!reading.content) return static_cast<int>(reading.silence);
-    health = *reading.content;
-    return 0;
+PCIeNVMeSmartEventMonitor::AskedHealth PCIeNVMeSmartEventMonitor::AskHealth(const StorageCollector::HardDisk& drive) {
+  return [this, asked = drive.AskNvmeHealth()]() -> std::optional<ItemData> {
+    PCIeNVMeSmartInfo info(log_);
+    const auto read = [&](TVK::NvmeHealth& health) {
+      const auto reading = asked(stop_event());
+      if (!reading.content && reading.error != 0) return static_cast<int>(reading.error);
+      if (!reading.content) return PCIeNVMeSmartInfo::kErrorNotRead;
+      health = *reading.content;
+      return 0;
+    };
+    ItemData data;
+    if (info.ReadSMARTInfo(read) != 0 || info.GetSmartInfoList(data) != 0) return std::nullopt;
+    return data;
   };
-  ItemData data;
-  if (info.ReadSMARTInfo(read) != 0 || info.GetSmartInfoList(data) != 0) return std::nullopt;
-  return data;
 }
 
 void PCIeNVMeSmartEventMonitor::Begin() {

@@ -38,10 +38,11 @@ bool SATASmartEventMonitor::Qualifies(const StorageCollector::HardDisk& drive) c
   return drive.kind() == StorageCollector::DriveKind::kSataSsd;
 }
 
-std::optional<ItemData> SATASmartEventMonitor::ReadHealth(const StorageCollector::HardDisk& drive) {
-  const auto reading = drive.ReadAtaSmart(stop_event());
-  if (!reading.content) return std::nullopt;
-  return info_.ToItemData(*reading.content);
+SATASmartEventMonitor::AskedHealth SATASmartEventMonitor::AskHealth(const StorageCollector::HardDisk& drive) {
+  return [this, asked = drive.AskAtaSmart()] {
+    const auto reading = asked(stop_event());
+    return reading.content ? info_.ToItemData(*reading.content) : std::nullopt;
+  };
 }
 
 void SATASmartEventMonitor::Begin() {

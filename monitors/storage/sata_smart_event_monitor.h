@@ -21,7 +21,7 @@ class SATASmartEventMonitor final : public TVK::SmartMonitor {
 
  protected:
   bool Qualifies(const StorageCollector::HardDisk& drive) const override;
-  std::optional<ItemData> ReadHealth(const StorageCollector::HardDisk& drive) override;
+  AskedHealth AskHealth(const StorageCollector::HardDisk& drive) override;
   void Begin() override;
 
  private:

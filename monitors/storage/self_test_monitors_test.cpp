@@ -6,7 +6,9 @@
 #include "monitors/storage/drive_monitors_world.h"
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/self_test_event_monitors.h"
+#include "monitors/storage/store_event_monitor.h"
 #include "platform/simulated/simulated_power.h"
+#include "platform/simulated/simulated_volumes.h"
 
 namespace TVK {
 namespace {
@@ -45,7 +47,7 @@ class SelfTestMonitorsTest : public DriveMonitorsTest {
         return found == pages.end() ? DriveAnswer{DriveResult::kNotSupported} : DriveAnswer{.bytes = found->second};
       }
       const auto status = static_cast<std::uint8_t>(Running() ? 0xF3 : tested_.result << 4);
-      return {.bytes = AtaValues({}, status)};
+      return {.bytes = AtaValues({{5}}, status)};
     };
     SetDrive(1, ssd);
     SimulatedDrive nvme = Nvme();
@@ -183,14 +185,24 @@ TEST_F(SelfTestMonitorsTest, AStopAbortsATest) {
 }
 
 TEST_F(SelfTestMonitorsTest, NoTestOnALowBattery) {
+  using platform::ChargeLevel;
+  using platform::PowerSource;
   SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
-  world_.machine.power().Set({platform::PowerSource::kBattery, 32});
+  world_.machine.power().Set({PowerSource::kBattery, 33});
   Start<SATASelfTestEventMonitor>();
-  world_.runtime.AdvanceBy(10min);
-  EXPECT_TRUE(tested_.actions.empty());
-  world_.machine.power().Set({platform::PowerSource::kBattery, 33});
-  world_.runtime.AdvanceBy(24h);
-  EXPECT_EQ(Results().size(), 1u);
+  world_.runtime.AdvanceBy(12h);  // between two rounds
+  std::size_t tests = 0;
+  for (const auto& [status, tested] : {std::pair(platform::PowerStatus{PowerSource::kBattery, 33}, false),
+                                       {{PowerSource::kBattery, {}, ChargeLevel::kLow}, false},
+                                       {{PowerSource::kBattery, 34, ChargeLevel::kCritical}, false},
+                                       {{PowerSource::kAc, 5, ChargeLevel::kLow}, true},
+                                       {{PowerSource::kBattery, 34}, true},
+                                       {{PowerSource::kBattery, {}, ChargeLevel::kHigh}, true}}) {
+    world_.machine.power().Set(status);
+    world_.runtime.AdvanceBy(24h);
+    tests += tested;
+    EXPECT_EQ(Results().size(), tests) << status.percent.value_or(0);
+  }
 }
 
 TEST_F(SelfTestMonitorsTest, ContextsNameThoseOfTheOtherDatasets) {
@@ -212,6 +224,51 @@ TEST_F(SelfTestMonitorsTest, ContextsNameThoseOfTheOtherDatasets) {
                       {L"SATA_SSD_SMARTEvent_dataset_context_id", smart},
                       {L"storage_dataset_context_id", L"STORAGE-CONTEXT"}}));
   EXPECT_TRUE(life_->Items().empty()) << "no device initialisation";
+}
+
+TEST_F(SelfTestMonitorsTest, DrivesThatHangHoldUpNoOtherOne) {
+  described_.clear();  // the datasets themselves run
+  SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
+  const auto comes_back = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  const auto hang = [&] { world_.runtime.Wait(*comes_back, platform::kForever); };
+  const SimulatedDrive healthy = world_.machine.drives().Get().at(1);
+  struct Row {
+    DrivePage page;
+    bool volumes;
+  };
+  for (const Row& row : {Row{DrivePage::kAtaIdentify, true}, Row{DrivePage::kAtaSmartValues, false}}) {
+    SCOPED_TRACE(static_cast<int>(row.page));
+    Forget();
+    tested_ = {};
+    comes_back->Reset();
+    std::vector<SimulatedDrive> drives;
+    for (const char* const number : {"1", "2", "3"}) {
+      SimulatedDrive hanging = Ata(number, number, 1, AtaValues({}));
+      hanging.read = [&, pages = hanging.pages](DrivePage page) -> DriveAnswer {
+        if (page == row.page) hang();
+        const auto found = pages.find(page);
+        return found == pages.end() ? DriveAnswer{DriveResult::kNotSupported} : DriveAnswer{.bytes = found->second};
+      };
+      drives.push_back(std::move(hanging));
+    }
+    drives.push_back(healthy);
+    world_.machine.drives().Set(drives);
+    world_.machine.volumes().while_listing = [&] {
+      if (row.volumes) hang();
+    };
+    life_.emplace(world_);
+    {
+      RunningMonitor store(world_.runtime, Make<StoreEventMonitor>(life_->services()));
+      RunningMonitor health(world_.runtime, Make<SATASmartEventMonitor>(life_->services()));
+      RunningMonitor tests(world_.runtime, Make<SATASelfTestEventMonitor>(life_->services()));
+      world_.runtime.AdvanceBy(StorageCollector::DriveLane::kSessionLimit + 1s);
+      EXPECT_EQ(DrivesOf(L"ReadSMARTPerSession"), std::vector{KeyOf(kSsdSerial)});
+      world_.runtime.AdvanceBy(10min);
+      EXPECT_EQ(Results().size(), 1u);
+      comes_back->Set();
+    }
+    world_.runtime.Settle();
+  }
 }
 
 TEST_F(SelfTestMonitorsTest, WithoutTheContextsOfTheOtherDatasetsNothingIsTested) {

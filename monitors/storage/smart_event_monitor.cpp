@@ -28,9 +28,12 @@ constexpr TVK::SmartMonitorTraits kTraits = {
         },
 };
 
-/// What the store keeps of a drive's last finding, "ReallocatedSectorCount=12".
+/// What the store keeps of a drive's last finding, "ReallocatedSectorCount=12"; empty once the drive was well again.
+std::wstring StateKey(const std::wstring& key) {
+  return L"threshold " + key;
+}
 TVK::DatasetState StateOf(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found) {
-  return {L"threshold " + key, found.getName() + L"=" + std::to_wstring(found.getAttribute().normalized)};
+  return {StateKey(key), found.getName() + L"=" + std::to_wstring(found.getAttribute().normalized)};
 }
 
 }  // namespace
@@ -47,10 +50,11 @@ bool SmartEventMonitor::Qualifies(const StorageCollector::HardDisk& drive) const
   return drive.kind() == StorageCollector::DriveKind::kSataSsd || drive.kind() == StorageCollector::DriveKind::kAta;
 }
 
-std::optional<ItemData> SmartEventMonitor::ReadHealth(const StorageCollector::HardDisk& drive) {
-  const auto reading = drive.ReadAtaSmart(stop_event());
-  if (!reading.content) return std::nullopt;
-  return info_.ToItemData(*reading.content);
+SmartEventMonitor::AskedHealth SmartEventMonitor::AskHealth(const StorageCollector::HardDisk& drive) {
+  return [this, asked = drive.AskAtaSmart()] {
+    const auto reading = asked(stop_event());
+    return reading.content ? info_.ToItemData(*reading.content) : std::nullopt;
+  };
 }
 
 void SmartEventMonitor::Begin() {
@@ -74,12 +78,19 @@ TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
 }
 
 void SmartEventMonitor::CheckThresholds() {
-  for (const auto& [key, drive] : FindDescribedDrives()) {
+  std::vector<KeyedDrive> drives = FindDescribedDrives();
+  std::erase_if(drives, [&](const KeyedDrive& one) { return !HasContext(one.key) || !one.drive.supports_smart(); });
+  if (stopping() || !Admits()) return;
+  std::vector<StorageCollector::Asked<TVK::AtaSmart>> asked;
+  for (const auto& [key, drive] : drives)
+    asked.push_back(drive.AskAtaSmart());
+  for (std::size_t i = 0; i < drives.size(); ++i) {
+    const auto& [key, drive] = drives[i];
+    const auto reading = asked[i](stop_event());
     if (stopping() || !Admits()) return;
-    if (!HasContext(key) || !drive.supports_smart()) continue;
-    const auto reading = drive.ReadAtaSmart(stop_event());
     if (!reading.content) continue;
     const auto found = info_.FoundPredictFailure(*reading.content);
+    if (!found && SmartInfo::TellsThresholds(*reading.content)) ForgetThresholdEntry(key);
     const int error = found ? CheckThresholdEntry(key, *found) : 0;
     if (error > 0) {
       log_.e(L"%s: Model :%s, Return error: %d", Operation(L"CheckThresholdEntry"), drive.getProductName(), error);
@@ -96,4 +107,10 @@ int SmartEventMonitor::CheckThresholdEntry(const std::wstring& key, const Storag
          kept.substr(0, equals), equals == kept.npos ? std::wstring() : kept.substr(equals + 1));
   if (kept == now.value) return 0;
   return WriteItem(kThreshold, {{found.getName(), SmartInfo::ValueText(found.getAttribute(), true)}}, key, now);
+}
+
+void SmartEventMonitor::ForgetThresholdEntry(const std::wstring& key) {
+  std::wstring kept;
+  const int error = services().store.GetState(dataset_id, StateKey(key), kept);
+  if (error == 0 && !kept.empty()) services().store.KeepState(dataset_id, {StateKey(key), {}});
 }

@@ -19,16 +19,18 @@ class SmartEventMonitor final : public TVK::SmartMonitor {
   explicit SmartEventMonitor(const TVK::MonitorServices& services);
 
   /// Reports the finding of a drive as "ThresholdExceedsCondition", unless it is the one that was reported of it last,
-  /// which the store keeps. As WriteItem; 0 also when it is the same.
+  /// which the store keeps until the drive is well again. As WriteItem; 0 also when it is the same.
   int CheckThresholdEntry(const std::wstring& key, const StorageCollector::HardDiskSmartInfo& found);
 
  protected:
   bool Qualifies(const StorageCollector::HardDisk& drive) const override;
-  std::optional<ItemData> ReadHealth(const StorageCollector::HardDisk& drive) override;
+  AskedHealth AskHealth(const StorageCollector::HardDisk& drive) override;
   void Begin() override;
 
  private:
   void CheckThresholds();
+  /// The drive is well: a finding that comes back is reported again.
+  void ForgetThresholdEntry(const std::wstring& key);
   TVK::SecondTick::Work LookAtDay();
 
   const SmartInfo info_{log_};

@@ -32,11 +32,13 @@ bool SmartInfo::FillSmartAttribValues2(const TVK::AtaSmart& smart, ItemData& dat
   return false;
 }
 
+bool SmartInfo::TellsThresholds(const TVK::AtaSmart& smart) {
+  return std::ranges::any_of(smart.attributes, [](const auto& one) { return one.threshold.has_value(); });
+}
+
 std::optional<ItemData> SmartInfo::ToItemData(const TVK::AtaSmart& smart) const {
-  const bool thresholds =
-      std::ranges::any_of(smart.attributes, [](const auto& one) { return one.threshold.has_value(); });
   ItemData data;
-  const bool filled = thresholds ? FillSmartAttribValues2(smart, data) : FillSmartAttribValues(smart, data);
+  const bool filled = TellsThresholds(smart) ? FillSmartAttribValues2(smart, data) : FillSmartAttribValues(smart, data);
   return filled ? std::optional(std::move(data)) : std::nullopt;
 }
 

@@ -34,6 +34,9 @@ class SmartInfo {
   /// nothing when that is false.
   std::optional<ItemData> ToItemData(const TVK::AtaSmart& smart) const;
 
+  /// Whether the drive told any threshold.
+  static bool TellsThresholds(const TVK::AtaSmart& smart);
+
   /// What records tell of one attribute; `with_threshold` false: as if the drive told none.
   static std::wstring ValueText(const TVK::AtaAttribute& attribute, bool with_threshold);
 

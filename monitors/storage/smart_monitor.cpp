@@ -9,11 +9,16 @@ SmartMonitor::SmartMonitor(const MonitorServices& monitor_services, const Monito
                            const SmartMonitorTraits& traits, std::optional<ReportRule> report)
     : DriveMonitor(monitor_services, identity, std::move(report)), traits_(traits) {}
 
+void SmartMonitor::Initialize() {
+  DriveMonitor::Initialize();
+  MakeStopEvent(Operation(L"Initialize").c_str(), L"%s: CreateEvent() return error %d!", traits_.stop_event);
+}
+
 void SmartMonitor::StartMonitor(std::wstring /*name*/) {
   constexpr std::uint32_t kStoreContextLimitMs = 60'000;
   const std::wstring caller = Operation(L"StartMonitor");
   log_.d(L"%s: Entry", caller);
-  if (!MakeStopEvent(caller.c_str(), L"%s: CreateEvent() return error %d!", traits_.stop_event)) return;
+  if (stop_event() == nullptr) return;
   const bool found = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
   traits_.log_start(log_, caller, stopping(), found);
   if (stopping()) return;
@@ -44,17 +49,24 @@ bool SmartMonitor::TakesDeviceInit(const std::wstring& device_key) {
 }
 
 void SmartMonitor::LogHealth(const wchar_t* item, const std::wstring& caller, MonitorLine without_context) {
-  for (const auto& [key, drive] : FindDescribedDrives()) {
-    if (stopping() || !Admits()) return;
-    if (!HasContext(key)) {
+  std::vector<KeyedDrive> drives = FindDescribedDrives();
+  std::erase_if(drives, [&](const KeyedDrive& one) {
+    if (!HasContext(one.key)) {
       log_.e(L"%s", without_context.With({caller}));
-      continue;
+      return true;
     }
-    if (!drive.supports_smart()) {
-      log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!!", caller, drive.getProductName());
-      continue;
-    }
-    std::optional<ItemData> health = ReadHealth(drive);
+    if (one.drive.supports_smart()) return false;
+    log_.d(L"%s: Run DeviceInit %s doesn't support Smart Feature!!", caller, one.drive.getProductName());
+    return true;
+  });
+  if (stopping() || !Admits()) return;
+  std::vector<AskedHealth> asked;
+  for (const auto& [key, drive] : drives)
+    asked.push_back(AskHealth(drive));
+  for (std::size_t i = 0; i < drives.size(); ++i) {
+    const auto& [key, drive] = drives[i];
+    std::optional<ItemData> health = asked[i]();
+    if (stopping() || !Admits()) return;
     if (!health) continue;
     const int error = WriteItem(item, std::move(*health), key);
     if (error <= 0) continue;

@@ -1,6 +1,10 @@
 // What the three datasets of drives' health do alike.
 #pragma once
 
+#include <functional>
+#include <optional>
+#include <string>
+
 #include "monitors/storage/drive_monitor.h"
 
 namespace TVK {
@@ -15,10 +19,12 @@ struct SmartMonitorTraits {
   void (*log_start)(const Log& log, const std::wstring& caller, bool stopping, bool found_store_context);
 };
 
-/// See EventMonitorBase for who calls what. StartMonitor returns when the reports run. The dataset contexts of the
+/// See EventMonitorBase for who calls what. Initialize makes the stop event, without which StartMonitor does nothing.
+/// StartMonitor returns when the reports run. The dataset contexts of the
 /// storage dataset are waited for, for a minute at most: the drives are described there.
 class SmartMonitor : public DriveMonitor {
  public:
+  void Initialize() override;
   void StartMonitor(std::wstring name) override;
 
   /// The record of a day: "ReadSMARTPerDay" for every drive.
@@ -32,12 +38,14 @@ class SmartMonitor : public DriveMonitor {
   SmartMonitor(const MonitorServices& services, const MonitorIdentity& identity, const SmartMonitorTraits& traits,
                std::optional<ReportRule> report);
 
-  /// The drive's health as records have it, or nothing, when it does not tell.
-  virtual std::optional<ItemData> ReadHealth(const StorageCollector::HardDisk& drive) = 0;
+  /// Waits for a drive's health as records have it; nothing, when it does not tell. Once.
+  using AskedHealth = std::function<std::optional<ItemData>()>;
+  /// Asks the drive; what of it is needed later it keeps itself.
+  virtual AskedHealth AskHealth(const StorageCollector::HardDisk& drive) = 0;
   /// What follows the dataset contexts at the start: the session's record, and the reports.
   virtual void Begin() = 0;
 
-  /// Writes `item` for every drive that has a context and tells of its health.
+  /// Writes `item` for every drive that has a context and tells of its health. They are asked side by side.
   void LogHealth(const wchar_t* item, const std::wstring& caller, MonitorLine without_context);
   const SmartMonitorTraits& traits() const { return traits_; }
 

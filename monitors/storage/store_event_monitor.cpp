@@ -92,9 +92,10 @@ bool StoreEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wst
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> StoreEventMonitor::Describe() {
+  const auto asked = info_.AskVolumes();  // first: a volume that hangs takes no longer than a drive beside it
   std::vector<TVK::DescribedDevice> devices = info_.ReadDrives(stop_event());
   const bool use = AdmitsUse();
-  const auto volumes = info_.ReadVolumes(stop_event());
+  const auto volumes = asked(stop_event());
   if (stopping()) return std::nullopt;  // perhaps not all of them
   {
     const std::lock_guard lock(mutex_);
@@ -115,9 +116,10 @@ bool StoreEventMonitor::IsDescribed(const std::vector<DiskVolume>& volumes) {
 
 void StoreEventMonitor::LookAtVolumes(bool with_report) {
   if (!Admits()) return;
-  const auto volumes = info_.ReadVolumes(stop_event());
+  const auto volumes = info_.AskVolumes()(stop_event());
   if (!volumes) return;
-  if (!IsDescribed(*volumes)) LogDatasetContext(false);
+  // A drive that slept may tell by now who it is.
+  if (!IsDescribed(*volumes) || (with_report && !info_.KnewAllDrives())) LogDatasetContext(false);
   for (const DiskVolume& volume : *volumes) {
     if (stopping()) return;
     if (volume.device.of_use && !AdmitsUse()) continue;

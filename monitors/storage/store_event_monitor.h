@@ -53,7 +53,7 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
 
  private:
   /// Describes the volumes anew where they changed, writes what is to be written of each, and `with_report` how full it
-  /// is.
+  /// is; then drives that had not told who they are are asked again, too.
   void LookAtVolumes(bool with_report);
   /// Whether the contexts were described of others than `volumes`, or for another consent.
   bool IsDescribed(const std::vector<DiskVolume>& volumes);

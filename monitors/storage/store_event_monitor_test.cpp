@@ -8,6 +8,7 @@
 #include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_volumes.h"
 #include "platform/system_event.h"
+#include "testing/drive_sectors.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -265,6 +266,20 @@ TEST_F(StoreEventMonitorTest, ADriveThatComesIsDescribedOnceItHasSettled) {
   tell(platform::DriveChange::kAttached, {Drive("Fourth", DriveBus::kUsb, "SECRET-4")});
   world_.runtime.AdvanceBy(10s);
   EXPECT_EQ(life_->DatasetContexts().size(), 4u);
+}
+
+TEST_F(StoreEventMonitorTest, ADriveThatSleepsIsNamedOnceItTellsItsOwnNumber) {
+  platform::SimulatedDrive drive = Drive("Bridge", DriveBus::kUsb, "SECRET-BRIDGE");
+  drive.power = platform::DrivePower::kAsleep;
+  drive.pages = {{platform::DrivePage::kAtaIdentify, testing_support::AtaIdentify({.serial = "SECRET-OWN"})}};
+  world_.machine.drives().Set({drive});
+  Start();
+  world_.runtime.AdvanceBy(2h);
+  EXPECT_EQ(Described(L"SerialNumber"), (Texts{L"", L""})) << "the other datasets would have another one";
+  drive.power = platform::DrivePower::kAwake;
+  world_.machine.drives().Set({drive});
+  world_.runtime.AdvanceBy(2h);
+  EXPECT_EQ(Described(L"SerialNumber"), (Texts{L"", L"", TVK::HashUtility::HashSerialNumber(L"SECRET-OWN")}));
 }
 
 TEST_F(StoreEventMonitorTest, AVolumeThatHangsHoldsUpNeitherRecordsNorStop) {

@@ -26,11 +26,9 @@ std::optional<VolumeSpace> Measure(const Mount& mount) {
   if ((status.stx_mask & STATX_MNT_ID) == 0 || status.stx_mnt_id != mount.id) return {};
   struct statvfs space = {};
   if (fstatvfs(point.get(), &space) != 0 || space.f_blocks == 0) return {};
-  // What is kept for root is neither in use nor to be had.
+  // What the file system has in all: what is in use and free moves with each write, since what it keeps back does.
   const std::uint64_t blocks = space.f_blocks;
-  const std::uint64_t kept = space.f_bfree - std::min(space.f_bfree, space.f_bavail);
-  const std::uint64_t size = blocks - std::min<std::uint64_t>(kept, blocks);
-  return VolumeSpace{size * space.f_frsize, std::min<std::uint64_t>(space.f_bavail, size) * space.f_frsize};
+  return VolumeSpace{blocks * space.f_frsize, std::min<std::uint64_t>(space.f_bavail, blocks) * space.f_frsize};
 }
 
 class LinuxVolumes final : public Volumes {

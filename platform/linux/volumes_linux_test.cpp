@@ -1,6 +1,7 @@
 // Mounted file systems, as the kernel tells of them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/statvfs.h>
 
 #include "platform/linux/mount_text.h"
 #include "platform/local.h"
@@ -147,11 +148,17 @@ TEST(LinuxVolumesTest, ListsEachVolumeOfARecordedSystemOnce) {
 
 TEST(LinuxVolumesTest, MeasuresThoseOfThisComputer) {
   const VirtualRuntime runtime;
+  std::vector<std::uint64_t> of_the_system;  // sizes, with what is kept back for root
+  for (const char* const point : {"/", "/usr", "/boot", "/boot/efi", "/efi"}) {
+    struct statvfs space = {};
+    if (statvfs(point, &space) == 0) of_the_system.push_back(std::uint64_t{space.f_blocks} * space.f_frsize);
+  }
   for (const Volume& volume : OpenLocalMachine({}, runtime.clock())->volumes().List()) {
     SCOPED_TRACE(volume.file_system);
     EXPECT_FALSE(volume.id.empty());
     if (volume.role == VolumeRole::kSystem) {
-      EXPECT_TRUE(volume.space);
+      ASSERT_TRUE(volume.space);
+      EXPECT_THAT(of_the_system, testing::Contains(volume.space->bytes));
     }
     if (volume.space) {
       EXPECT_LE(volume.space->free_bytes, volume.space->bytes);

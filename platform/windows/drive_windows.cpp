@@ -57,7 +57,8 @@ class WindowsDrive final : public Drive {
     bool reached = false;                     ///< The drive itself answered.
   };
 
-  bool MayBeAta() const { return bus_ == DriveBus::kAta || bus_ == DriveBus::kUsb; }
+  // Adapters for SAS and RAID have ATA drives behind them, too.
+  bool MayBeAta() const { return bus_ == DriveBus::kAta || bus_ == DriveBus::kUsb || bus_ == DriveBus::kScsi; }
 
   // A command, other than a question what the drive is, needs the rights to read and write it.
   DriverAnswer Command(DWORD code, const Bytes& request, std::size_t size) {

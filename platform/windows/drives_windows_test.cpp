@@ -240,6 +240,11 @@ TEST_F(DrivesWindows, AtaCommandsSucceedByTheDrivesRegisters) {
   EXPECT_EQ(drive->ReadPower(), DrivePower::kAwake);
   EXPECT_EQ(drive->ReadPower(), DrivePower::kAsleep);
   EXPECT_EQ(drive->ReadPower(), DrivePower::kUnknown);
+  // Behind an adapter for SAS too.
+  AddDrive(3, 7, Descriptor(BusTypeSas, "Other Disk", "O-1"));
+  driver().Answer(3, IOCTL_ATA_PASS_THROUGH, driver_stand_in::kAnySelector, AtaReplyBytes(0, 0x50, false, 0x00));
+  EXPECT_EQ(Open(2)->ReadPower(), DrivePower::kAsleep);
+  Unname(7);
 }
 
 TEST_F(DrivesWindows, DriversWithoutThePassThroughAreAskedTheOlderWay) {
