@@ -34,7 +34,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.batteries = MakeBatteries(root);
   doors.power_manager = std::make_unique<NoPowerManager>();
   const bool local = options.sysroot == "/";
-  doors.event_log = MakeEventLog(root, clock, local);
+  doors.event_log = MakeEventLog(root, clock, /*follows=*/true);
   doors.volumes = MakeVolumes(root, local);
   if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);
