@@ -115,6 +115,34 @@ TEST(EventLogFilterTest, AgreesWithAnotherEngine) {
   EXPECT_LT(taken, 10'000);
 }
 
+TEST(LoggedEventTest, SaysTheSameAsValuesAndAsXml) {
+  const LoggedEvent event{.channel = "System",
+                          .provider = "disk",
+                          .id = 7,
+                          .level = 2,
+                          .time = WallTime(milliseconds(1)),
+                          .record_id = 3,
+                          .process = 4,
+                          .thread = 5};
+  const std::pair<const char*, EventLogValue> values[] = {{"Event/System/Channel", "System"},
+                                                          {"Event/System/Provider/@Name", "disk"},
+                                                          {"Event/System/Provider/@EventSourceName", "disk"},
+                                                          {"Event/System/EventID", std::uint64_t{7}},
+                                                          {"Event/System/Level", std::uint64_t{2}},
+                                                          {"Event/System/EventRecordID", std::uint64_t{3}},
+                                                          {"Event/System/Execution/@ProcessID", std::uint64_t{4}},
+                                                          {"Event/System/Execution/@ThreadID", std::uint64_t{5}},
+                                                          {"Event/System/TimeCreated/@SystemTime", event.time},
+                                                          {"Event/System/Opcode", std::monostate()}};
+  for (const auto& [path, value] : values)
+    EXPECT_EQ(ValueAt(event, path), value) << path;
+  EXPECT_EQ(
+      XmlOf(event),
+      "<Event><System><Provider Name=\"disk\"/><EventID>7</EventID><Level>2</Level>"
+      "<TimeCreated SystemTime=\"1970-01-01T00:00:00.001Z\"/><EventRecordID>3</EventRecordID>"
+      "<Execution ProcessID=\"4\" ThreadID=\"5\"/><Channel>System</Channel></System><EventData></EventData></Event>");
+}
+
 TEST(EventLogFilterTest, KnowsHowOldAnEventMayBe) {
   const auto age = [](const std::string& conditions) {
     return EventLogFilter::Parse("<QueryList><Query><Select Path='System'>*[System[" + conditions +
@@ -139,6 +167,7 @@ TEST(EventLogFilterTest, AnotherLanguageIsNoQuery) {
        {std::string(),
         std::string("*"),
         std::string("<QueryList></QueryList>"),
+        std::string("<QueryList><Query>x</Query></QueryList>"),
         std::string("<QueryList><Query><Suppress Path='System'>*</Suppress></Query></QueryList>"),
         std::string("<QueryList><Query><Select>*</Select></Query></QueryList>"),
         std::string("<QueryList><Query><Select Path='a'>*</Suppress></Query></QueryList>"),

@@ -74,8 +74,8 @@ TEST(EventDataTest, ItemsComeInTheirOrderWithTheirNames) {
   using Items = std::vector<std::pair<std::string, std::string>>;
   for (const auto& [data, items] : std::initializer_list<std::pair<std::string, Items>>{
            {"", {}},
-           {"<Data>a.exe</Data><Data/> <Data Name = \"x&amp;y\" Type='n'>1&lt;2&#xe4;&#10;</Data >",
-            {{"", "a.exe"}, {"", ""}, {"x&y", "1<2\u00e4\n"}}},
+           {"<Data>a.exe</Data><Data/> <Data Name = \"x&amp;y\" Type='n'>1&lt;2&#xe4;&#10;&#8364;&#x1F600;</Data >",
+            {{"", "a.exe"}, {"", ""}, {"x&y", "1<2\u00e4\n\u20ac\U0001F600"}}},
            {"<DataX>no</DataX><Binary>00</Binary><Data Name='n'/><Data>\n b </Data>", {{"n", ""}, {"", "\n b "}}},
            {"<Data>a</Data><Data>&nbsp;</Data><Data>b</Data>", {{"", "a"}}},
            {"<Data>a</Data><Data Name=x>b</Data>", {{"", "a"}}},

@@ -38,7 +38,7 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
            Row{{"PRIORITY=5", "SYSLOG_FACILITY=3", "_SYSTEMD_USER_UNIT=x"}, "Application", 4, 0, "unknown"},
            Row{{"PRIORITY=6", "SYSLOG_FACILITY=10", "SYSLOG_IDENTIFIER=apt"}, "Security", 4, 0, "apt"},
            Row{{"PRIORITY=7", "SYSLOG_IDENTIFIER=fwupd", "SYSLOG_FACILITY=3"}, "Setup", 5, 0, "fwupd"},
-           Row{{"PRIORITY=8", "_TRANSPORT=audit", "MESSAGE_ID=-123"}, "Security", 4, 0, "unknown"},
+           Row{{"PRIORITY=8", "_TRANSPORT=audit", "MESSAGE_ID=12x4"}, "Security", 4, 0, "unknown"},
            Row{{"SYSLOG_IDENTIFIER=systemd", "MESSAGE_ID=abc"}, "System", 4, 0, "systemd"},
            Row{{coredump, "SYSLOG_FACILITY=3", "PRIORITY="}, "Application", 4, 0xfc2e, "unknown"},
            Row{{"PRIORITY=1", "PRIORITY=7", "nonsense", "=", ""}, "Application", 1, 0, "unknown"},
