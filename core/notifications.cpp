@@ -18,8 +18,9 @@ void Notifications::Start() {
   try {
     thread_ = StartGuardedThread(parts_.services.runtime, parts_.log, "tvk-notify",
                                  [this] { NotificationProcessorThread(); });
-  } catch (const std::system_error&) {
+  } catch (const std::system_error& failure) {
     parts_.log.e(L"EventManager Initialize _thread_telemetry failed!");
+    parts_.Remark(std::string("changes of the policy are not followed: ") + failure.what());
   }
 }
 

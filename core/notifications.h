@@ -20,6 +20,8 @@ class Notifications {
   /// Control thread. Start logs what keeps the thread from starting; End wakes and joins it, if there is one.
   void Start();
   void End();
+  /// Whether there is a thread. Control thread.
+  bool IsRunning() const { return thread_.joinable(); }
   /// Waits for every monitor that is being stopped. Control thread, behind End.
   void JoinStoppers();
 

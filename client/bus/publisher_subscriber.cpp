@@ -101,19 +101,17 @@ class TVKPublisherSubscriber::Impl {
 
   void DeliverFirst() {
     std::unique_lock lock(mutex_);
+    // What needs memory comes before it is taken out: each receiver has a copy of its own.
     const SubscriptionPtr only = queue_.front().only;
     const std::vector<SubscriptionPtr> receivers = only != nullptr ? std::vector{only} : subscriptions_;
-    const TVKNotificationData data = std::move(queue_.front().data);
+    std::vector<TVKNotificationData> copies(receivers.size(), queue_.front().data);
     queue_.pop_front();
     lock.unlock();
-    for (const SubscriptionPtr& receiver : receivers)
-      Call(receiver, data);
+    for (std::size_t i = 0; i < receivers.size(); ++i)
+      Call(receivers[i], copies[i]);
   }
 
-  void Call(const SubscriptionPtr& receiver, const TVKNotificationData& published) {
-    const std::wstring name = L"subscriber " + receiver->id + L" on notification " +
-                              std::to_wstring(published.getTopicId()) + L" " +
-                              std::to_wstring(published.getEventState());
+  void Call(const SubscriptionPtr& receiver, TVKNotificationData& data) {
     {
       const std::lock_guard lock(mutex_);
       // Whoever unsubscribed since the receivers were listed must not be called any more.
@@ -121,10 +119,7 @@ class TVKPublisherSubscriber::Impl {
       called_ = receiver;
       delivered_->Reset();
     }
-    TVK::CallLogged(log_, name, [&] {
-      TVKNotificationData data = published;
-      receiver->callback(data);
-    });
+    TVK::CallLogged(log_, {L"TVKPublisherSubscriber: subscriber", receiver->id}, [&] { receiver->callback(data); });
     const std::lock_guard lock(mutex_);
     called_ = nullptr;
     delivered_->Set();

@@ -59,8 +59,8 @@ LimitedCalls::Outcome LimitedCalls::RunInTurn(std::function<void()> call, std::c
   }
   progress_ = std::make_shared<Progress>();
   progress_->done = runtime_.MakeEvent(platform::EventReset::kManual);
-  thread_ = runtime_.StartThread(
-      name_, [progress = progress_, call = std::move(call), log = log_, name = String::UTF8ToUTF16(name_)]() mutable {
+  thread_ =
+      runtime_.StartThread(name_, [progress = progress_, call = std::move(call), log = log_, name = name_]() mutable {
         const bool done = CallLogged(log, name, call);
         call = nullptr;  // what it owns goes before anybody hears that it is through
         const std::lock_guard lock(progress->mutex);

@@ -89,6 +89,11 @@ void Target::NoteShown(const std::vector<std::string>& lines) {
   std::ranges::copy_if(lines, std::back_inserter(shown_), BeginsRecord);
 }
 
+void Target::TakeOver(const Target& other) {
+  std::filesystem::copy(other.folder_.data(), folder_.data(), std::filesystem::copy_options::recursive);
+  shown_ = other.shown_;
+}
+
 int Target::Live(int milliseconds) {
   ChildProcess service(ProgramBeside("TVKClientService"), Life(milliseconds));
   const std::optional<int> code = service.WaitForEnd(kPatience);

@@ -46,6 +46,9 @@ class Target {
   std::vector<std::string> Life(int milliseconds) const;
   /// Takes over what a service showed: the lines of records.
   void NoteShown(const std::vector<std::string>& lines);
+  /// Begins with what the services of `other` left, and what they showed: a life that is much alike need not be lived
+  /// anew.
+  void TakeOver(const Target& other);
   /// A whole life of the service, from start to end; its exit code, 128 + signal when it was killed.
   int Live(int milliseconds);
   /// What is wrong with the store now. Records that were in stores set aside do not count as lost.

@@ -16,6 +16,8 @@ bool Reached(const Target& target) {
 TEST(StoreAttack, KilledAtEveryWriteFlushAndRename) {
   Findings findings;
   std::size_t rounds = 0;
+  Target lived;
+  lived.Live(300);
   struct Point {
     const char* files;
     const char* call;
@@ -28,7 +30,7 @@ TEST(StoreAttack, KilledAtEveryWriteFlushAndRename) {
                                     {"policy.", "rename"}}) {
     for (int n = 1;; ++n, ++rounds) {
       Target target;
-      target.Live(300);
+      target.TakeOver(lived);
       target.SetRegion("AT");
       target.folder().WritePolicy(CpuPolicy("full", R"("CPUPeakThreshold": "2")"));
       {
@@ -64,12 +66,14 @@ TEST(StoreAttack, KilledAtAnyMoment) {
 TEST(StoreAttack, EveryCallFailsOnce) {
   Findings findings;
   std::size_t rounds = 0;
+  Target lived;
+  lived.Live(250);
   for (const char* const call : {"open", "read", "write", "sync"}) {
     for (const char* const error : {"EIO", "ENOSPC", "EMFILE", "EINTR"}) {
-      for (int n = 1;; n += 1 + n / 8, ++rounds) {
+      for (int n = 1;; ++n, ++rounds) {
         SCOPED_TRACE(std::string(call) + ' ' + error + ' ' + std::to_string(n));
         Target target;
-        target.Live(250);
+        target.TakeOver(lived);
         target.SetRegion("AT");
         {
           const Environment shim(ShimFor(target, std::string(call) + ':' + error + ':' + std::to_string(n)));
