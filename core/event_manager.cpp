@@ -145,7 +145,7 @@ void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
     }
   });
   if (done) return;
-  TVK::CallLogged(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
+  StopLocked();
 }
 
 void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
@@ -229,7 +229,7 @@ void EventManager::OnSystemEvent(const platform::SystemEvent& event) {
 
 void EventManager::Stop() {
   const std::lock_guard lock(parts_->manager_lock);
-  TVK::CallLogged(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
+  StopLocked();
 }
 
 void EventManager::StopLocked() {
@@ -238,22 +238,26 @@ void EventManager::StopLocked() {
   // From here on nothing is added, and the monitors are out of the reach of controls and handlers. Those that a stopper
   // has in hand stay with it.
   const std::vector<TVK::MonitorList::Entry> ended = parts.monitors.Close();
+  // A step that fails keeps none of the others from being done: what is not ended here is ended by nobody.
+  const auto step = [&](auto&& call) { TVK::CallLogged(parts.log, L"EventManager::Stop", call); };
   if (was_initialized) {
     if (const auto stop = parts.notifier.wake_ups().stop; stop != nullptr) stop->Set();
     for (const TVK::MonitorList::Entry& entry : ended)
-      entry->StopMonitor();
-    parts.notifications.End();
-    parts.notifications.JoinStoppers();
+      step([&] { entry->StopMonitor(); });
+    step([&] { parts.notifications.End(); });
+    step([&] { parts.notifications.JoinStoppers(); });
   }
   parts.notifier.CloseGlobalEvents();
   parts.notifier.DropWakeUps();
   if (!parts.subscription_id.empty()) {
-    parts.services.bus.Unsubscribe(parts.subscription_id);
+    step([&] { parts.services.bus.Unsubscribe(parts.subscription_id); });
     parts.subscription_id.clear();
   }
-  if (parts.display.Stop()) parts.notifier.DropStopEvent();
+  step([&] {
+    if (parts.display.Stop()) parts.notifier.DropStopEvent();
+  });
   for (const TVK::MonitorList::Entry& entry : ended) {
-    entry->JoinAndDelete();
+    step([&] { entry->JoinAndDelete(); });
     parts.monitors.Remove(entry);
   }
   parts.log.d(L"EventManager Stop");

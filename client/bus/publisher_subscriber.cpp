@@ -43,15 +43,16 @@ class TVKPublisherSubscriber::Impl {
   Impl& operator=(const Impl&) = delete;
 
   std::wstring Subscribe(Callback callback, bool replay_last) {
-    auto subscription =
-        std::make_shared<const Subscription>(Subscription{TVK::Utility::CGuid::NewGuid(), std::move(callback)});
+    std::wstring id = TVK::Utility::CGuid::NewGuid();
+    auto subscription = std::make_shared<const Subscription>(Subscription{id, std::move(callback)});
     const std::lock_guard lock(mutex_);
-    subscriptions_.push_back(subscription);
     if (replay_last && last_.has_value()) {
       queue_.push_back({*last_, subscription});
       work_->Set();
     }
-    return subscription->id;
+    // Last: nobody could end a subscription of which it does not have the id.
+    subscriptions_.push_back(std::move(subscription));
+    return id;
   }
 
   void Unsubscribe(const std::wstring& id) {

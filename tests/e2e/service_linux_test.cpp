@@ -175,7 +175,7 @@ TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
       {R"(ulimit -n 12; exec "$@")", "Too many open files"},
 #endif
 #ifndef TVK_SANITIZED
-      {R"(ulimit -s 200; ulimit -v 20000; exec "$@")", "no thread"},
+      {R"(ulimit -s 8192; ulimit -v 40000; exec "$@")", "no thread"},
 #endif
   };
   // Where containers may not mount, the limit of files stands for it.
