@@ -90,7 +90,8 @@ void Target::NoteShown(const std::vector<std::string>& lines) {
 }
 
 void Target::TakeOver(const Target& other) {
-  std::filesystem::copy(other.folder_.data(), folder_.data(), std::filesystem::copy_options::recursive);
+  // Its files alone: below it lie logs, and the pipes of named events.
+  std::filesystem::copy(other.folder_.data(), folder_.data());
   shown_ = other.shown_;
 }
 
