@@ -12,7 +12,10 @@
 
 namespace {
 
+std::atomic<int> moves = 0;
+
 BOOL WINAPI MoveWithinAFolder(const wchar_t* from, const wchar_t* to, DWORD flags) {
+  ++moves;
   EXPECT_EQ(std::filesystem::path(from).parent_path(), std::filesystem::path(to).parent_path());
   EXPECT_EQ(flags & MOVEFILE_COPY_ALLOWED, 0u) << "a copy is neither one step nor does it keep the access list";
   const FARPROC call = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "MoveFileExW");
@@ -56,6 +59,7 @@ TEST(FilesWindows, AFileThatIsBeingReadIsReplacedOnceTheReaderLetsGo) {
   writer.join();
   EXPECT_EQ(problem, "");
   EXPECT_EQ(ReadWholeFile(file, 10), "new");
+  EXPECT_GT(moves, 0);
 }
 
 TEST(FilesWindows, WhatAKillLeftGoesAndWhatIsBeingWrittenStays) {
