@@ -234,19 +234,17 @@ void EventManager::Stop() {
 
 void EventManager::StopLocked() {
   Parts& parts = *parts_;
-  const bool was_initialized = parts.initialized.exchange(false);
+  parts.initialized = false;
   // From here on nothing is added, and the monitors are out of the reach of controls and handlers. Those that a stopper
   // has in hand stay with it.
   const std::vector<TVK::MonitorList::Entry> ended = parts.monitors.Close();
   // A step that fails keeps none of the others from being done: what is not ended here is ended by nobody.
   const auto step = [&](auto&& call) { TVK::CallLogged(parts.log, L"EventManager::Stop", call); };
-  if (was_initialized) {
-    if (const auto stop = parts.notifier.wake_ups().stop; stop != nullptr) stop->Set();
-    for (const TVK::MonitorList::Entry& entry : ended)
-      step([&] { entry->StopMonitor(); });
-    step([&] { parts.notifications.End(); });
-    step([&] { parts.notifications.JoinStoppers(); });
-  }
+  if (const auto stop = parts.notifier.wake_ups().stop; stop != nullptr) stop->Set();
+  for (const TVK::MonitorList::Entry& entry : ended)
+    step([&] { entry->StopMonitor(); });
+  step([&] { parts.notifications.End(); });
+  step([&] { parts.notifications.JoinStoppers(); });
   parts.notifier.CloseGlobalEvents();
   parts.notifier.DropWakeUps();
   if (!parts.subscription_id.empty()) {

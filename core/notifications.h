@@ -1,6 +1,7 @@
 // News from the bus, and the thread that acts on it.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -38,6 +39,7 @@ class Notifications {
   void OnTvkPolicyNotification(TVKNotificationData& data);
   void NotificationProcessorThread();
   void RunHandler(platform::WaitCode index);
+  bool EndsWithin(platform::Event& stop, std::chrono::seconds pause) const;
 
   const ManagerParts parts_;
   Reconciler& reconciler_;
