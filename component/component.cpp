@@ -1,6 +1,6 @@
 #include "tvk/component.h"
 
-#include <functional>
+#include <cstddef>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -41,19 +41,33 @@ struct ProcessSlot {
   bool closes_at_exit = false;
 };
 
-// Never destroyed: where a process ends without Close, its threads may use it to the last.
+// Never destroyed: where a process ends without Close, its threads may use it to the last. Needs no memory.
 ProcessSlot& Slot() {
-  static auto* const slot = new ProcessSlot;
+  alignas(ProcessSlot) static std::byte place[sizeof(ProcessSlot)];
+  static auto* const slot = new (place) ProcessSlot;
   return *slot;
 }
 
+// Silent where it cannot be opened.
+TVK::Log ManagerLog() {
+  TVK::Log log;
+  TVK::CallLogged(log, L"InitLog", [&] { TVK::utility::InitLog(log, L"EventManager.log", 4); });
+  return log;
+}
+
 // False when nothing is open, and when `call` throws, which is logged.
-bool CallIfOpen(const wchar_t* name, const std::function<void(TVK::Composition&)>& call) {
+template <typename Call>
+bool CallIfOpen(const wchar_t* name, Call&& call) {
   const std::lock_guard lock(Slot().mutex);
   if (Slot().process == nullptr) return false;
-  TVK::Log log;
-  TVK::utility::InitLog(log, L"EventManager.log", 4);
-  return TVK::CallLogged(log, name, [&] { call(Slot().process->composition()); });
+  return TVK::CallLogged(ManagerLog(), name, [&] { call(Slot().process->composition()); });
+}
+
+// Without a message where there is no memory for one.
+TVK::ComponentResult NotReady(TVK::ComponentOutcome outcome, const char* message) {
+  TVK::ComponentResult result{outcome, {}};
+  TVK::CallLogged(TVK::Log(), L"NotReady", [&] { result.message = message; });
+  return result;
 }
 
 }  // namespace
@@ -63,7 +77,7 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
   // One that is not ready ends when the lock is free: its threads may be in a call that takes it.
   std::unique_ptr<TVK::ProcessComposition> process;
   const std::lock_guard lock(Slot().mutex);
-  if (Slot().process != nullptr) return {ComponentOutcome::kFailed, "the component is open already"};
+  if (Slot().process != nullptr) return NotReady(ComponentOutcome::kFailed, "the component is open already");
   ComponentResult result;
   try {
     process = TVK::ProcessComposition::Open(options, std::move(observer), std::move(remarks), result);
@@ -73,11 +87,11 @@ TVK::ComponentResult TVK::Component::Open(const ComponentOptions& options, Recor
       Slot().process = std::move(process);
     }
   } catch (const std::invalid_argument& mistake) {
-    result = {ComponentOutcome::kWrongConfiguration, mistake.what()};
-  } catch (const std::bad_alloc&) {
-    result = {ComponentOutcome::kFailed, "there is not enough memory"};
+    result = NotReady(ComponentOutcome::kWrongConfiguration, mistake.what());
   } catch (const std::exception& failure) {
-    result = {ComponentOutcome::kFailed, failure.what()};
+    result = NotReady(ComponentOutcome::kFailed, FailureText(failure));
+  } catch (...) {
+    result = NotReady(ComponentOutcome::kFailed, "unknown exception");
   }
   if (Slot().process == nullptr) SetLogBackend(nullptr);
   return result;
@@ -110,7 +124,9 @@ bool TVK::Component::TellPolicyChange(PolicyNews news, const std::wstring& paylo
 }
 
 std::string TVK::Component::RecordHeader() {
-  return RecordTableHeader();
+  std::string header;
+  CallLogged(ManagerLog(), L"Component::RecordHeader", [&] { header = RecordTableHeader(); });
+  return header;
 }
 
 void TVK::Component::Close() {
@@ -133,10 +149,16 @@ EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
   ProcessSlot& slot = Slot();
   if (slot.process == nullptr) return nullptr;
   if (slot.manager == nullptr) {
-    TVK::Log log;
-    TVK::utility::InitLog(log, L"EventManager.log", 4);
-    TVK::CallLogged(log, L"EventManager::GetInstance",
-                    [&] { slot.manager = std::make_unique<ProcessEventManager>(slot.process->composition(), handle); });
+    TVK::Composition& composition = slot.process->composition();
+    TVK::CallLogged(ManagerLog(), L"EventManager::GetInstance", [&] {
+      try {
+        slot.manager = std::make_unique<ProcessEventManager>(composition, handle);
+      } catch (const std::exception& failure) {
+        const auto& remark = composition.manager_services().remarks;
+        if (remark) remark(std::string("the event manager cannot be made: ") + TVK::FailureText(failure));
+        throw;
+      }
+    });
   }
   return slot.manager.get();
 }

@@ -9,7 +9,10 @@
 
 #include "client/text/string.h"
 #include "monitors/system/cpu_event_monitor.h"
+#include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_processors.h"
+#include "platform/simulated/simulated_volumes.h"
+#include "platform/system_event.h"
 #include "testing/manager_world.h"
 
 namespace TVK {
@@ -57,6 +60,43 @@ TEST(ServiceDayTest, DefaultPolicyGivesOneReportAMinute) {
   EXPECT_EQ(std::ranges::count(life.records.Items(), CpuEventMonitor::dataset_name, &ItemEvent::dataset_name), 241)
       << "one a minute and the device's initialisation";
   EXPECT_EQ(life.records.DeviceContexts().size(), 1u);
+}
+
+// A shutdown of the system waits for some seconds only.
+TEST(StopTest, TakesNoLongerThanTheServiceAsksForWhateverItsMonitorsAreBusyWith) {
+  MonitorWorld world;
+  const auto released = world.runtime.MakeEvent(platform::EventReset::kManual);
+  int questions = 0;
+  const auto hang = [&](auto) {
+    ++questions;
+    world.runtime.Wait(*released, platform::kForever);
+    return platform::DriveAnswer{platform::DriveResult::kFailed};
+  };
+  world.machine.volumes().while_listing = [&] { hang(0); };
+  std::vector<platform::SimulatedDrive> drives;
+  for (const auto& [bus, rotating] : {std::pair(platform::DriveBus::kNvme, false),
+                                      {platform::DriveBus::kAta, false},
+                                      {platform::DriveBus::kAta, true}}) {
+    const std::string name = "drive" + std::to_string(drives.size());
+    drives.push_back({.listing = {.path = name, .bus = bus, .model = name, .serial_number = name, .rotating = rotating},
+                      .read = hang,
+                      .act = hang});
+  }
+  world.machine.drives().Set(drives);
+  world.machine.processors().Set({.load = [] { return std::optional<std::int32_t>(100); }});
+  world.config.SetPolicy(PolicyOf(L"full"));
+  world.config.SetSettings(L"CPUEvent", {{L"CPUPeakThreshold", L"1"}, {L"CPUPeakThresholdDuration", L"60s"}});
+  const DatasetTable table = MakeComponentDatasets();
+  ManagerLife life(world, table);
+  life.Start();
+  world.runtime.AdvanceBy(70s);  // monitors of drives wait a minute for the volumes
+  EXPECT_GE(questions, 3);
+  life.manager.OnSystemEvent(platform::PowerSource::kBattery);
+  const platform::SteadyTime before = world.runtime.clock().Steady();
+  life.manager.Stop();
+  EXPECT_LT(world.runtime.clock().Steady() - before, 5s);
+  released->Set();
+  world.runtime.Settle();
 }
 
 }  // namespace

@@ -26,8 +26,7 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
           runtime,
           machine,
           store_,
-          parts.config != nullptr ? *parts.config
-                                  : policy_files_.emplace(runtime, bus_, places, std::move(remarks)).agent,
+          parts.config != nullptr ? *parts.config : policy_files_.emplace(runtime, bus_, places, remarks).agent,
           bus_,
           machine_services_.machine_information,
           machine_services_.region_information,
@@ -37,7 +36,8 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
           parts.datasets != nullptr ? *parts.datasets : *own_datasets_,
           parts.user_process != nullptr ? *parts.user_process
                                         : own_user_process_.emplace(runtime, platform::ThisProgram().parent_path()),
-          parts.region_change} {
+          parts.region_change,
+          std::move(remarks)} {
   if (parts.region_change == nullptr) {
     device_context_monitor_.emplace(runtime, machine, machine_services_.machine_information);
   }
@@ -84,8 +84,7 @@ void Composition::OnUserLogon() {
 
 void Composition::OnSessionChange(const platform::SessionChange& change) {
   if (device_context_monitor_) device_context_monitor_->OnSessionChange(change);
-  // Not when the console is switched: the session that is shown may be one that just ends.
-  if (change.kind == platform::SessionChangeKind::kLogon && own_user_process_) own_user_process_->OnUserLogon();
+  if (own_user_process_) own_user_process_->OnSessionChange(change);
 }
 
 }  // namespace TVK

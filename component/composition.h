@@ -46,8 +46,8 @@ class Composition {
     std::string watch_problem;     ///< Why changes of the policy files will not be seen; empty: they will.
   };
 
-  /// Opens the store. `remarks` is told what becomes of policy files that change; may be empty. `runtime` and `machine`
-  /// must outlive the object.
+  /// Opens the store. `remarks` is told what becomes of policy files that change, and what the manager lacks; may be
+  /// empty. `runtime` and `machine` must outlive the object.
   Composition(platform::Runtime& runtime, platform::Machine& machine, const Places& places, const Parts& parts,
               std::function<void(const std::string& line)> remarks = {});
   ~Composition();

@@ -1,5 +1,7 @@
 #include "component/user_process.h"
 
+#include <utility>
+
 #include "client/log/named_event.h"
 #include "client/text/string.h"
 
@@ -13,8 +15,8 @@ constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
 
 namespace TVK {
 
-UserProcess::UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder)
-    : runtime_(runtime), program_(folder / kUserAgentProgram) {
+UserProcess::UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder, Starter starter)
+    : runtime_(runtime), program_(folder / kUserAgentProgram), starter_(std::move(starter)) {
   utility::InitLog(log_, L"UserProcessAgent.log", 4);
 }
 
@@ -43,7 +45,7 @@ bool UserProcess::Start(bool wait_for_user) {
   }
   // Whoever held the event before us may have left it set, which would end the new process at once.
   made.event->Reset();
-  platform::SessionProcessStart start = platform::StartInUserSession(program_, {});
+  platform::SessionProcessStart start = starter_(program_, {});
   if (start.process == nullptr) {
     log_.e(L"the user agent is not started: %s", String::UTF8ToUTF16(start.problem));
     return wait_for_user && start.nobody_logged_on;
@@ -74,6 +76,10 @@ void UserProcess::OnUserLogon() {
   const std::lock_guard lock(mutex_);
   // Not only the first time: the process ends with its user's session.
   if (enabled_ && follows_logons_) Start(true);
+}
+
+void UserProcess::OnSessionChange(const platform::SessionChange& change) {
+  if (change.kind == platform::SessionChangeKind::kLogon) OnUserLogon();
 }
 
 void UserProcess::StopUserProcess(int reason) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -9,6 +10,7 @@
 #include "core/user_process_agent.h"
 #include "platform/runtime.h"
 #include "platform/session_process.h"
+#include "platform/system_event.h"
 
 namespace TVK {
 
@@ -20,8 +22,13 @@ class UserProcess final : public UserProcessAgent {
   /// How long the user agent may take to end before it is ended.
   static constexpr std::chrono::milliseconds kPatience{3000};
 
+  /// What platform::StartInUserSession does.
+  using Starter = std::function<platform::SessionProcessStart(const std::filesystem::path& program,
+                                                              const std::vector<std::wstring>& arguments)>;
+
   /// `runtime` must outlive the object. `folder`: where the program lies.
-  UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder);
+  UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder,
+              Starter starter = platform::StartInUserSession);
   /// As StopUserProcess.
   ~UserProcess() override;
   UserProcess(const UserProcess&) = delete;
@@ -34,6 +41,9 @@ class UserProcess final : public UserProcessAgent {
 
   /// A user logged on: starts what waits for one, unless it runs.
   void OnUserLogon();
+  /// The same for a logon; nothing for any other change: a session that ends takes its processes along before or after
+  /// it is told, and one that the console is switched to may be one that just ends.
+  void OnSessionChange(const platform::SessionChange& change);
 
  private:
   // Both with mutex_ held.
@@ -42,6 +52,7 @@ class UserProcess final : public UserProcessAgent {
 
   platform::Runtime& runtime_;
   const std::filesystem::path program_;
+  const Starter starter_;
   Log log_;
   std::mutex mutex_;  ///< Guards what follows.
   bool enabled_ = false;

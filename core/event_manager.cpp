@@ -13,6 +13,18 @@ using Values = TVK::IdentityValues::Values;
 
 const std::wstring EventManager::kDeviceContextDatasetID{TVK::DatasetRowNamed(L"DeviceContext").id};
 
+namespace {
+
+// What `ask` gives; an empty value when it fails, which is logged: no exception may reach the host.
+template <typename Ask>
+auto AskLogged(const TVK::Log& log, const wchar_t* name, Ask ask) noexcept {
+  decltype(ask()) answer{};
+  TVK::CallLogged(log, name, [&] { answer = ask(); });
+  return answer;
+}
+
+}  // namespace
+
 struct EventManager::Parts {
   Parts(EventManager& manager, const TVK::ManagerServices& given, SERVICE_STATUS_HANDLE handle);
 
@@ -86,7 +98,7 @@ std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() c
   std::unique_ptr<EventMonitorBase> made;
   const TVK::Dataset* const application = services.datasets.FindByRule(TVK::DatasetRule::kApplication);
   if (application != nullptr) {
-    TVK::CallLogged(log, L"EventManager: " + std::wstring(application->row.name),
+    TVK::CallLogged(log, {L"EventManager", application->row.name},
                     [&] { made = application->factory(monitor_services); });
   }
   return made;
@@ -117,10 +129,23 @@ bool EventManager::is_initialized() const {
   return parts_->initialized || !parts_->subscription_id.empty();
 }
 
+bool EventManager::FollowsNews() const {
+  const std::lock_guard lock(parts_->manager_lock);
+  return parts_->notifications.IsRunning();
+}
+
 void EventManager::Initialize(TVK::DeviceIdAgent* agent) {
   const std::lock_guard lock(parts_->manager_lock);
-  if (TVK::CallLogged(parts_->log, L"EventManager::Initialize", [&] { InitializeLocked(agent); })) return;
-  TVK::CallLogged(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
+  const bool done = TVK::CallLogged(parts_->log, L"EventManager::Initialize", [&] {
+    try {
+      InitializeLocked(agent);
+    } catch (const std::exception& failure) {
+      parts_->View().Remark(std::string("the event manager cannot start: ") + TVK::FailureText(failure));
+      throw;
+    }
+  });
+  if (done) return;
+  StopLocked();
 }
 
 void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
@@ -165,11 +190,17 @@ void EventManager::InitAndStartEventMonitors() {
   constexpr wchar_t kThis[] = L"EventManager::InitAndStartEventMonitors";
   TVK::CallLogged(parts_->log, kThis, [&] {
     parts_->log.d(L"%s: Entry", kThis);
-    for (const TVK::MonitorList::Entry& entry : parts_->monitors.Listed()) {
+    const std::vector<TVK::MonitorList::Entry> listed = parts_->monitors.Listed();
+    std::size_t without_thread = 0;
+    for (const TVK::MonitorList::Entry& entry : listed) {
       // A notification may have come first and brought a monitor that runs already.
       if (entry->IsStarted()) continue;
       parts_->log.d(L"EventManager Initialize is starting %s", entry->row().name);
-      entry->Start(kThis);
+      if (!entry->Start(kThis) && entry->IsListed()) ++without_thread;
+    }
+    if (without_thread > 0) {
+      parts_->View().Remark("the system gave no thread to " + std::to_string(without_thread) + " of " +
+                            std::to_string(listed.size()) + " monitors");
     }
     parts_->log.d(L"%s: Exit", kThis);
   });
@@ -183,7 +214,9 @@ unsigned long EventManager::OnServiceControlHandle(unsigned long control, unsign
       monitor.OnServiceControlHandle(control, event_type, event_data, context);
     });
   });
-  if (const auto event = platform::DecodeServiceControl(control, event_type, event_data)) OnSystemEvent(*event);
+  TVK::CallLogged(parts_->log, kThis, [&] {
+    if (const auto event = platform::DecodeServiceControl(control, event_type, event_data)) OnSystemEvent(*event);
+  });
   return 0;
 }
 
@@ -196,31 +229,33 @@ void EventManager::OnSystemEvent(const platform::SystemEvent& event) {
 
 void EventManager::Stop() {
   const std::lock_guard lock(parts_->manager_lock);
-  TVK::CallLogged(parts_->log, L"EventManager::Stop", [&] { StopLocked(); });
+  StopLocked();
 }
 
 void EventManager::StopLocked() {
   Parts& parts = *parts_;
-  const bool was_initialized = parts.initialized.exchange(false);
+  parts.initialized = false;
   // From here on nothing is added, and the monitors are out of the reach of controls and handlers. Those that a stopper
   // has in hand stay with it.
   const std::vector<TVK::MonitorList::Entry> ended = parts.monitors.Close();
-  if (was_initialized) {
-    if (const auto stop = parts.notifier.wake_ups().stop; stop != nullptr) stop->Set();
-    for (const TVK::MonitorList::Entry& entry : ended)
-      entry->StopMonitor();
-    parts.notifications.End();
-    parts.notifications.JoinStoppers();
-  }
+  // A step that fails keeps none of the others from being done: what is not ended here is ended by nobody.
+  const auto step = [&](auto&& call) { TVK::CallLogged(parts.log, L"EventManager::Stop", call); };
+  if (const auto stop = parts.notifier.wake_ups().stop; stop != nullptr) stop->Set();
+  for (const TVK::MonitorList::Entry& entry : ended)
+    step([&] { entry->StopMonitor(); });
+  step([&] { parts.notifications.End(); });
+  step([&] { parts.notifications.JoinStoppers(); });
   parts.notifier.CloseGlobalEvents();
   parts.notifier.DropWakeUps();
   if (!parts.subscription_id.empty()) {
-    parts.services.bus.Unsubscribe(parts.subscription_id);
+    step([&] { parts.services.bus.Unsubscribe(parts.subscription_id); });
     parts.subscription_id.clear();
   }
-  if (parts.display.Stop()) parts.notifier.DropStopEvent();
+  step([&] {
+    if (parts.display.Stop()) parts.notifier.DropStopEvent();
+  });
   for (const TVK::MonitorList::Entry& entry : ended) {
-    entry->JoinAndDelete();
+    step([&] { entry->JoinAndDelete(); });
     parts.monitors.Remove(entry);
   }
   parts.log.d(L"EventManager Stop");
@@ -259,10 +294,12 @@ void EventManager::OnDeviceContextChanges() {
 }
 
 std::vector<std::wstring> EventManager::get_eventmonitor_list() const {
-  std::vector<std::wstring> names;
-  for (const TVK::MonitorList::Entry& entry : parts_->monitors.Listed())
-    names.emplace_back(entry->row().name);
-  return names;
+  return AskLogged(parts_->log, L"EventManager::get_eventmonitor_list", [&] {
+    std::vector<std::wstring> names;
+    for (const TVK::MonitorList::Entry& entry : parts_->monitors.Listed())
+      names.emplace_back(entry->row().name);
+    return names;
+  });
 }
 
 bool EventManager::IsDevicePathChange() const {
@@ -302,26 +339,31 @@ void EventManager::set_FirstInvocation(bool value) {
   parts_->identity.Set(&Values::first_invocation, value);
 }
 std::wstring EventManager::get_DeviceId() const {
-  return parts_->identity.Get(&Values::device_id);
+  return AskLogged(parts_->log, L"EventManager::get_DeviceId",
+                   [&] { return parts_->identity.Get(&Values::device_id); });
 }
 std::wstring EventManager::get_LegacyDeviceId() const {
-  return parts_->identity.Get(&Values::legacy_device_id);
+  return AskLogged(parts_->log, L"EventManager::get_LegacyDeviceId",
+                   [&] { return parts_->identity.Get(&Values::legacy_device_id); });
 }
 std::wstring EventManager::get_Telemetry_Scope() const {
-  return parts_->policy.scope();
+  return AskLogged(parts_->log, L"EventManager::get_Telemetry_Scope", [&] { return parts_->policy.scope(); });
 }
 void EventManager::set_Telemetry_Scope(const std::wstring& scope) {
-  parts_->policy.set_scope(scope);
+  TVK::CallLogged(parts_->log, L"EventManager::set_Telemetry_Scope", [&] { parts_->policy.set_scope(scope); });
 }
 std::wstring EventManager::get_schema_ver() {
-  return parts_->identity.get_schema_ver();
+  return AskLogged(parts_->log, L"EventManager::get_schema_ver", [&] { return parts_->identity.get_schema_ver(); });
 }
 void EventManager::set_schema_ver(const std::wstring& version) {
-  parts_->identity.Set(&Values::schema_ver, version);
+  TVK::CallLogged(parts_->log, L"EventManager::set_schema_ver",
+                  [&] { parts_->identity.Set(&Values::schema_ver, version); });
 }
 std::wstring EventManager::get_device_context_id() {
-  return parts_->identity.get_device_context_id();
+  return AskLogged(parts_->log, L"EventManager::get_device_context_id",
+                   [&] { return parts_->identity.get_device_context_id(); });
 }
 void EventManager::set_device_context_id(const std::wstring& id) {
-  parts_->identity.Set(&Values::device_context_id, id);
+  TVK::CallLogged(parts_->log, L"EventManager::set_device_context_id",
+                  [&] { parts_->identity.Set(&Values::device_context_id, id); });
 }

@@ -1,8 +1,11 @@
 #include "tvk/event_manager.h"
 
+#include <limits>
+
 #include "client/text/string.h"
 #include "core/manager_test.h"
 #include "core/monitor_entry.h"
+#include "testing/memory_shortage.h"
 
 namespace TVK {
 namespace {
@@ -166,6 +169,53 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
     EXPECT_EQ(script_.alive, 1);
     EXPECT_EQ(Threads(), 1u);
   }
+}
+
+// Whatever a host calls, and wherever in it the memory ends: once, or for good.
+TEST_F(EventManagerTest, NoOperationThrowsWhereThereIsNoMemory) {
+  Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
+  EventManager& manager = life_->manager;
+  const std::wstring long_text(100, L'x');
+  const std::wstring full = L"full";
+  DeviceContext context;
+  const std::function<void()> operations[] = {
+      [&] { manager.get_eventmonitor_list(); },
+      [&] { manager.get_DeviceId(); },
+      [&] { manager.get_LegacyDeviceId(); },
+      [&] { manager.get_Telemetry_Scope(); },
+      [&] { manager.get_schema_ver(); },
+      [&] { manager.get_device_context_id(); },
+      [&] { manager.set_schema_ver(long_text); },
+      [&] { manager.set_device_context_id(long_text); },
+      [&] { manager.set_Telemetry_Scope(long_text); },
+      [&] { manager.set_Telemetry_Scope(full); },
+      [&] { manager.OnServiceControlHandle(13, 10, nullptr, nullptr); },
+      [&] { manager.DecideTVKVer(L"id"); },  // so short that the host needs no memory for it
+      [&] { manager.LogDeviceContextData(true, context, true); },
+      [&] { manager.OnDeviceContextChanges(); },
+      [&] { manager.OnTelemetryScopeChanges(); },
+      [&] { manager.InitAndStartEventMonitors(); },
+      [&] { manager.Initialize(&life_->device_ids); },
+      [&] { manager.Stop(); },
+  };
+  for (const auto& operation : operations) {
+    SCOPED_TRACE(&operation - operations);
+    for (const std::size_t refused : {std::size_t{1}, std::numeric_limits<std::size_t>::max()}) {
+      bool reached = true;
+      for (std::size_t granted = 0; reached; ++granted) {
+        BeginMemoryShortage(granted, refused);
+        try {
+          operation();
+        } catch (...) {
+          EndMemoryShortage();
+          FAIL() << "an exception behind " << granted << " allocations";
+        }
+        reached = EndMemoryShortage();
+      }
+    }
+  }
+  life_->manager.Stop();
+  EXPECT_EQ(script_.running, 0);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 // Everything that the manager is given to work with.
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include "client/battery/battery_info_collector.h"
 #include "client/bus/publisher_subscriber.h"
 #include "client/identity/machine_information.h"
@@ -31,6 +34,8 @@ struct ManagerServices {
   UserProcessAgent& user_process_agent;
   /// The event that says that the region changed; null: nobody watches the region.
   platform::Event* region_change_event = nullptr;
+  /// Is told, a line each, what a person must know of a start for which the system gave too little; may be empty.
+  std::function<void(const std::string& line)> remarks = {};
 };
 
 }  // namespace TVK

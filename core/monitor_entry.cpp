@@ -29,7 +29,7 @@ bool MonitorEntry::Start(const wchar_t* caller) {
   const std::lock_guard lock(mutex_);
   if (started_) return true;
   if (state_ != State::kListed) return false;
-  return started_ = TVK::CallLogged(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] {
+  return started_ = TVK::CallLogged(log_, {caller, row_.name}, [&] {
            thread_ = StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
          });
 }
@@ -64,7 +64,7 @@ bool MonitorEntry::Join(std::thread thread) {
 }
 
 void MonitorEntry::CallLogged(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call) {
-  TVK::CallLogged(log_, std::wstring(caller) + L": " + std::wstring(row_.name), [&] { call(*monitor_); });
+  TVK::CallLogged(log_, {caller, row_.name}, [&] { call(*monitor_); });
 }
 
 void MonitorEntry::Call(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call) {

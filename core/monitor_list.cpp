@@ -12,15 +12,17 @@ void MonitorList::Open() {
 std::vector<MonitorList::Entry> MonitorList::Close() {
   const std::lock_guard lock(mutex_);
   open_ = false;
-  std::vector<Entry> claimed;
-  std::ranges::copy_if(entries_, std::back_inserter(claimed), [](const Entry& entry) { return entry->ClaimStop(); });
-  return claimed;
+  claimed_.clear();
+  std::ranges::copy_if(entries_, std::back_inserter(claimed_), [](const Entry& entry) { return entry->ClaimStop(); });
+  return std::move(claimed_);
 }
 
 bool MonitorList::Add(const Entry& entry) {
   const std::lock_guard lock(mutex_);
-  if (open_) entries_.push_back(entry);
-  return open_;
+  if (!open_) return false;
+  claimed_.reserve(entries_.size() + 1);
+  entries_.push_back(entry);
+  return true;
 }
 
 void MonitorList::Remove(const Entry& entry) {

@@ -20,7 +20,7 @@ class MonitorList {
   /// Takes entries from now on; at first it takes none.
   void Open();
   /// Takes none any more. Returns the entries whose stop this call has claimed, in list order; those that somebody else
-  /// is stopping stay with that one. All stay in the list until they are removed.
+  /// is stopping stay with that one. All stay in the list until they are removed. Needs no memory: a stop must succeed.
   std::vector<Entry> Close();
 
   /// False when the list is closed; it then does not hold the entry.
@@ -39,6 +39,7 @@ class MonitorList {
   mutable std::mutex mutex_;  ///< Guards what follows; taken before an entry's own lock.
   bool open_ = false;
   std::vector<Entry> entries_;
+  std::vector<Entry> claimed_;  ///< Empty; has room for all entries.
 };
 
 }  // namespace TVK

@@ -1,7 +1,7 @@
 #include "core/monitor_stoppers.h"
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
 
 #include "client/log/guarded_thread.h"
 
@@ -9,22 +9,26 @@ namespace TVK {
 
 void MonitorStoppers::Run(std::wstring_view dataset_name, const std::function<void()>& stop,
                           const std::function<void()>& ended_late) {
-  const auto guarded_stop = [this, stop] { CallLogged(log_, L"EventManager::StopAndRemoveFromList", stop); };
+  static constexpr wchar_t kStop[] = L"EventManager::StopAndRemoveFromList";
   try {
-    Stopper stopper{std::wstring(dataset_name),
-                    runtime_.MakeEvent(platform::EventReset::kManual),
-                    std::make_shared<std::atomic<bool>>(false),
-                    {}};
-    stopper.thread = StartGuardedThread(runtime_, log_, "tvk-stop",
-                                        [this, guarded_stop, ended_late, done = stopper.done, late = stopper.late] {
-                                          guarded_stop();
-                                          done->Set();
-                                          if (*late)
-                                            CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
-                                        });
-    stoppers_.push_back(std::move(stopper));
-  } catch (const std::system_error&) {
-    guarded_stop();
+    Stopper& stopper = stoppers_.emplace_back(Stopper{std::wstring(dataset_name),
+                                                      runtime_.MakeEvent(platform::EventReset::kManual),
+                                                      std::make_shared<std::atomic<bool>>(false),
+                                                      {}});
+    try {
+      stopper.thread = StartGuardedThread(runtime_, log_, "tvk-stop",
+                                          [this, stop, ended_late, done = stopper.done, late = stopper.late] {
+                                            CallLogged(log_, kStop, stop);
+                                            done->Set();
+                                            if (*late)
+                                              CallLogged(log_, L"EventManager::StopDisabledDatasets", ended_late);
+                                          });
+    } catch (...) {
+      stoppers_.pop_back();
+      throw;
+    }
+  } catch (const std::exception&) {
+    CallLogged(log_, kStop, stop);
   }
 }
 

@@ -18,8 +18,9 @@ void Notifications::Start() {
   try {
     thread_ = StartGuardedThread(parts_.services.runtime, parts_.log, "tvk-notify",
                                  [this] { NotificationProcessorThread(); });
-  } catch (const std::system_error&) {
+  } catch (const std::system_error& failure) {
     parts_.log.e(L"EventManager Initialize _thread_telemetry failed!");
+    parts_.Remark(std::string("changes of the policy are not followed: ") + failure.what());
   }
 }
 
@@ -121,15 +122,23 @@ void Notifications::NotificationProcessorThread() {
           if (running) RunHandler(signalled);
           break;
         default:
-          // To wait again at once would fail again, and take a processor for it.
           parts_.log.e(L"%s: the wait failed", kThis);
-          parts_.services.runtime.Wait(*wake_ups.stop, std::chrono::seconds(1));
+          running = !EndsWithin(*wake_ups.stop, std::chrono::seconds(1));
       }
     } catch (...) {
       parts_.log.e(L"%s encount exceptions", kThis);
+      running = !EndsWithin(*wake_ups.stop, std::chrono::seconds(1));
     }
   }
   parts_.log.d(L"%s End", kThis);
+}
+
+// To wait again at once would fail again, and take a processor for it.
+bool Notifications::EndsWithin(platform::Event& stop, std::chrono::seconds pause) const {
+  bool ends = false;
+  CallLogged(parts_.log, L"EventManager::NotificationProcessorThread",
+             [&] { ends = parts_.services.runtime.Wait(stop, pause) == 0; });
+  return ends;
 }
 
 void Notifications::RunHandler(platform::WaitCode index) {

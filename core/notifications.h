@@ -1,6 +1,7 @@
 // News from the bus, and the thread that acts on it.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -20,6 +21,8 @@ class Notifications {
   /// Control thread. Start logs what keeps the thread from starting; End wakes and joins it, if there is one.
   void Start();
   void End();
+  /// Whether there is a thread. Control thread.
+  bool IsRunning() const { return thread_.joinable(); }
   /// Waits for every monitor that is being stopped. Control thread, behind End.
   void JoinStoppers();
 
@@ -36,6 +39,7 @@ class Notifications {
   void OnTvkPolicyNotification(TVKNotificationData& data);
   void NotificationProcessorThread();
   void RunHandler(platform::WaitCode index);
+  bool EndsWithin(platform::Event& stop, std::chrono::seconds pause) const;
 
   const ManagerParts parts_;
   Reconciler& reconciler_;

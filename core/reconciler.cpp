@@ -7,6 +7,10 @@
 
 namespace TVK {
 
+void ManagerParts::Remark(const std::string& line) const {
+  if (services.remarks) CallLogged(log, L"EventManager: a listener of remarks", [&] { services.remarks(line); });
+}
+
 Reconciler::Reconciler(const ManagerParts& parts, ById run, ById stop)
     : parts_(parts), run_(std::move(run)), stop_(std::move(stop)), stoppers_(parts.services.runtime, parts.log) {}
 
@@ -88,8 +92,7 @@ void Reconciler::RunAndAddToList(const std::wstring& dataset_id) {
     return true;
   };
   bool runs = false;
-  CallLogged(parts_.log,
-             std::wstring(kThis) + L": " + (dataset == nullptr ? dataset_id : std::wstring(dataset->row.name)),
+  CallLogged(parts_.log, {kThis, dataset == nullptr ? std::wstring_view(dataset_id) : dataset->row.name},
              [&] { runs = run(); });
   if (!runs) parts_.log.e(L"EventManager RunAndAddToList %s failed!", dataset_id);
 }

@@ -28,6 +28,9 @@ struct ManagerParts {
   MonitorList& monitors;
   DisplayProcess& display;
   DeviceContextRecord& device_context;
+
+  /// Tells a person, if one is to be told.
+  void Remark(const std::string& line) const;
 };
 
 /// One thread at a time: the control thread's in Initialize and Stop, between them that of the handlers. What a stopper

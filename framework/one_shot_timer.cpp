@@ -57,7 +57,7 @@ void OneShotTimer::Run() {
     }
     due_.reset();
     lock.unlock();
-    CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
+    CallLogged(log_, name_, callback_);
     lock.lock();
   }
   running_ = false;

@@ -31,7 +31,7 @@ void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const 
         new Watcher{.look = look, .name = name, .found = runtime_.MakeEvent(platform::EventReset::kAuto)});
     Enter(watcher);
     const auto do_work = [&] {
-      CallLogged(log_, String::UTF8ToUTF16(name), watcher->work);
+      CallLogged(log_, name, watcher->work);
       watcher->work = nullptr;
       watcher->busy = false;
     };
@@ -87,7 +87,7 @@ void SecondTick::Tick() {
   for (const auto& watcher : watchers) {
     const std::lock_guard look_lock(watcher->look_mutex);
     if (watcher->gone || watcher->busy) continue;
-    CallLogged(log_, String::UTF8ToUTF16(watcher->name), [&] { watcher->work = watcher->look(); });
+    CallLogged(log_, watcher->name, [&] { watcher->work = watcher->look(); });
     if (watcher->work == nullptr) continue;
     watcher->busy = true;
     watcher->found->Set();

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "client/log/guarded_thread.h"
-#include "client/text/string.h"
 
 using std::chrono::seconds;
 
@@ -46,7 +45,7 @@ void PeriodicThread::Run(Moment (platform::Clock::*now)() const, seconds period,
   const platform::Clock& clock = runtime_.clock();
   Moment due = (clock.*now)() + first_delay;
   while (runtime_.WaitUntil(*stop_, due) == platform::kWaitTimeout) {
-    CallLogged(log_, String::UTF8ToUTF16(name_), callback_);
+    CallLogged(log_, name_, callback_);
     const Moment after = (clock.*now)();
     due += period;
     if (due <= after) due += period * ((after - due) / period + 1);

@@ -13,8 +13,8 @@ namespace platform {
 
 /// Makes `folder` and its missing parents, `folder` for the running account alone (Linux: mode 0750; Windows, where
 /// that holds for the parents too: an access list for SYSTEM, the administrators and the owner). A folder that exists
-/// keeps its permissions; that the account may not make files in it is a failure. Returns an empty text, or what went
-/// wrong.
+/// keeps its permissions; that the account may not make files in it is a failure, as on Windows a path of more than 200
+/// characters is. Returns an empty text, or what went wrong.
 std::string MakePrivateFolder(const std::filesystem::path& folder);
 
 /// Takes `folder` from everybody but the running account and its group (Linux: mode 0750; Windows: the access list of a
@@ -65,8 +65,8 @@ enum class FileAccess { kKept, kPrivate };
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content,
                         FileAccess access = FileAccess::kKept);
 
-/// Removes the temporary files that calls of ReplaceFile for `file` left beside it when the process was killed. Not
-/// while another process may be at it.
+/// Removes the temporary files that calls of ReplaceFile for `file` left beside it when their process was killed; those
+/// that a process is still at stay. What may not be removed stays, too.
 void RemoveLeftovers(const std::filesystem::path& file);
 
 /// Paths from and to UTF-8, whatever the process's locale.

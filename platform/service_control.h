@@ -31,6 +31,10 @@ struct ServiceInstallation {
   std::wstring description;
 };
 
+/// Why the installed service could not reach `path` (absolute), which this process can: a letter of a network drive
+/// belongs to whoever connected it. Empty where nothing speaks against it.
+std::string WhyNoServiceReaches(const std::filesystem::path& path);
+
 /// Enters the service (kServiceName) as one that starts with the system, runs as LocalSystem and is restarted when it
 /// fails, or brings an existing entry to that state. Needs an administrator.
 /// Returns an empty text, or what went wrong.

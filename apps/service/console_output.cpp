@@ -65,9 +65,9 @@ void ConsoleOutput::Put(std::FILE* stream, const std::string& text) {
 void ConsoleOutput::SayWithoutThread(std::FILE* stream, std::string_view text, const char* reason) {
   if (stream == stderr) {
     text.remove_suffix(1);  // its line feed
-    platform::WriteLineToStandardError(text);
+    platform::WriteLineToStandardError({text});
   } else if (!std::exchange(said_, true)) {
-    platform::WriteLineToStandardError(std::string("records are not shown: ") + reason);
+    platform::WriteLineToStandardError({"records are not shown: ", reason});
   }
 }
 

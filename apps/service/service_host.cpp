@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr char kNoManager[] = "the event manager cannot be made; EventManager.log says what is missing";
+constexpr char kNoManager[] = "the event manager does not run";
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
 /// The component, open for as long as the object lives.
@@ -71,7 +71,8 @@ std::string StateText(const platform::ServiceReport& report) {
 }
 
 // The command line of an installed service. It is started in the system's folder: paths are those of the installer's.
-std::vector<std::wstring> InstalledArguments(const ServiceOptions& options) {
+// `problem` receives what speaks against it.
+std::vector<std::wstring> InstalledArguments(const ServiceOptions& options, std::string& problem) {
   std::vector<std::wstring> arguments;
   const TVK::ComponentOptions& component = options.component;
   for (const auto& [name, path] : {std::pair(L"--policy", component.policy_file),
@@ -79,8 +80,10 @@ std::vector<std::wstring> InstalledArguments(const ServiceOptions& options) {
                                    {L"--log-dir", component.log_folder},
                                    {L"--sysroot", component.sysroot}}) {
     if (path.empty()) continue;
+    const std::filesystem::path absolute = std::filesystem::absolute(path);
+    if (problem.empty()) problem = platform::WhyNoServiceReaches(absolute);
     arguments.emplace_back(name);
-    arguments.push_back(std::filesystem::absolute(path).wstring());
+    arguments.push_back(absolute.wstring());
   }
   if (options.run_for) {
     arguments.emplace_back(L"--for");
@@ -138,12 +141,13 @@ void Serve(platform::Runtime& runtime, platform::Event& stop, SessionNews& sessi
   }
 }
 
-// Null when there is too little of something to make one; its log says of what.
+// Null when there is too little of something for one that runs; a remark says of what.
 EventManager* StartManager(SERVICE_STATUS_HANDLE handle) {
   EventManager* const manager = EventManager::GetInstance(handle);
   if (manager == nullptr) return nullptr;
   manager->Initialize(TVK::Component::device_id_agent());
-  if (!manager->is_initialized()) return nullptr;
+  // One that is deaf to its policy is better started anew.
+  if (!manager->is_initialized() || !manager->FollowsNews()) return nullptr;
   manager->InitAndStartEventMonitors();
   return manager;
 }
@@ -256,10 +260,10 @@ int ControlService(const ServiceOptions& options) {
     case ServiceCommand::kInstall: {
       platform::ServiceInstallation installation;
       installation.program = platform::ThisProgram();
-      installation.arguments = InstalledArguments(options);
+      installation.arguments = InstalledArguments(options, problem);
       installation.display_name = L"TVK client service";
       installation.description = L"Collects the device telemetry that the telemetry policy asks for.";
-      problem = platform::InstallService(installation);
+      if (problem.empty()) problem = platform::InstallService(installation);
       break;
     }
     case ServiceCommand::kUninstall:

@@ -43,15 +43,16 @@ class TVKPublisherSubscriber::Impl {
   Impl& operator=(const Impl&) = delete;
 
   std::wstring Subscribe(Callback callback, bool replay_last) {
-    auto subscription =
-        std::make_shared<const Subscription>(Subscription{TVK::Utility::CGuid::NewGuid(), std::move(callback)});
+    std::wstring id = TVK::Utility::CGuid::NewGuid();
+    auto subscription = std::make_shared<const Subscription>(Subscription{id, std::move(callback)});
     const std::lock_guard lock(mutex_);
-    subscriptions_.push_back(subscription);
     if (replay_last && last_.has_value()) {
       queue_.push_back({*last_, subscription});
       work_->Set();
     }
-    return subscription->id;
+    // Last: nobody could end a subscription of which it does not have the id.
+    subscriptions_.push_back(std::move(subscription));
+    return id;
   }
 
   void Unsubscribe(const std::wstring& id) {
@@ -101,19 +102,17 @@ class TVKPublisherSubscriber::Impl {
 
   void DeliverFirst() {
     std::unique_lock lock(mutex_);
+    // What needs memory comes before it is taken out: each receiver has a copy of its own.
     const SubscriptionPtr only = queue_.front().only;
     const std::vector<SubscriptionPtr> receivers = only != nullptr ? std::vector{only} : subscriptions_;
-    const TVKNotificationData data = std::move(queue_.front().data);
+    std::vector<TVKNotificationData> copies(receivers.size(), queue_.front().data);
     queue_.pop_front();
     lock.unlock();
-    for (const SubscriptionPtr& receiver : receivers)
-      Call(receiver, data);
+    for (std::size_t i = 0; i < receivers.size(); ++i)
+      Call(receivers[i], copies[i]);
   }
 
-  void Call(const SubscriptionPtr& receiver, const TVKNotificationData& published) {
-    const std::wstring name = L"subscriber " + receiver->id + L" on notification " +
-                              std::to_wstring(published.getTopicId()) + L" " +
-                              std::to_wstring(published.getEventState());
+  void Call(const SubscriptionPtr& receiver, TVKNotificationData& data) {
     {
       const std::lock_guard lock(mutex_);
       // Whoever unsubscribed since the receivers were listed must not be called any more.
@@ -121,10 +120,7 @@ class TVKPublisherSubscriber::Impl {
       called_ = receiver;
       delivered_->Reset();
     }
-    TVK::CallLogged(log_, name, [&] {
-      TVKNotificationData data = published;
-      receiver->callback(data);
-    });
+    TVK::CallLogged(log_, {L"TVKPublisherSubscriber: subscriber", receiver->id}, [&] { receiver->callback(data); });
     const std::lock_guard lock(mutex_);
     called_ = nullptr;
     delivered_->Set();

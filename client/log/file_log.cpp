@@ -52,7 +52,9 @@ std::shared_ptr<LogSink> OpenFile(const std::filesystem::path& folder, const std
   auto file = std::make_shared<LogFile>(folder / platform::PathFromUtf8(file_name));
   return std::make_shared<LossCountingSink>(
       [file](LogSeverity severity, const std::string& line) { file->Write(severity, line); },
-      [file_name](const std::string& line) { platform::WriteLineToStandardError(file_name + ": " + line); });
+      [file_name](const std::string& line) {
+        platform::WriteLineToStandardError({file_name, ": ", line});
+      });
 }
 
 class FileLogBackend final : public LogBackend {
@@ -68,7 +70,7 @@ class FileLogBackend final : public LogBackend {
       sinks_[file_name] = sink;
       return sink;
     } catch (const std::runtime_error& failure) {
-      if (!complained_) platform::WriteLineToStandardError(std::string("cannot write logs: ") + failure.what());
+      if (!complained_) platform::WriteLineToStandardError({"cannot write logs: ", failure.what()});
       complained_ = true;
       return nullptr;
     }

@@ -1,6 +1,9 @@
 #include "client/log/log.h"
 
+#include <exception>
 #include <mutex>
+
+#include "platform/standard_error.h"
 
 namespace TVK {
 namespace {
@@ -37,7 +40,14 @@ void SetLogBackend(std::shared_ptr<LogBackend> backend) {
 
 void Log::Write(LogSeverity severity, const wchar_t* format, std::initializer_list<FormatArgument> args) const {
   if (sink_ == nullptr || level_ < LeastLevelFor(severity)) return;
-  sink_->Write(severity, FormatWideArguments(format, args));
+  try {
+    sink_->Write(severity, FormatWideArguments(format, args));
+  } catch (const std::exception& failure) {
+    // Whoever logs has something else to do, and an exception in its place would be another failure.
+    if (severity == LogSeverity::kError) {
+      platform::WriteLineToStandardError({"an error could not be logged: ", failure.what()});
+    }
+  }
 }
 
 bool utility::InitLog(Log& log, const std::wstring& file_name, int level) {

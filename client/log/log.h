@@ -46,7 +46,7 @@ bool InitLog(Log& log, const std::wstring& file_name, int level);
 }  // namespace utility
 
 /// A module's log. Until InitLog has opened it, messages go nowhere. Any thread may write; opening it is for its owner,
-/// before others use it.
+/// before others use it. No message throws: one for which there is no memory is lost, an error said on standard error.
 class Log {
  public:
   /// Error, debug and information. `format` is a printf format of wide text, checked against the arguments when the

@@ -7,10 +7,9 @@
 namespace TVK {
 
 void LossCountingSink::Write(LogSeverity severity, std::wstring_view message) {
+  const std::string line = String::UTF16ToUTF8(message);
   const std::lock_guard lock(mutex_);
-  std::string line;
   try {
-    line = String::UTF16ToUTF8(message);
     if (lost_ > 0) {
       medium_(LogSeverity::kError, std::to_string(lost_) + " lines before this one could not be written");
       lost_ = 0;

@@ -21,8 +21,9 @@ ConfigPolicyAgent::ConfigPolicyAgent(const Files& files)
                    .absent_text = "{}",
                    .absent_until_read = false}) {
   TVK::utility::InitLog(log_, L"ConfigPolicyAgent.log", 4);
-  for (const std::filesystem::path& copy : {files.last_good, files.tvk_last_good}) {
-    if (!copy.empty()) platform::RemoveLeftovers(copy);
+  for (const std::filesystem::path& file :
+       {files.telemetry_policy, files.tvk_policy, files.last_good, files.tvk_last_good}) {
+    if (!file.empty()) platform::RemoveLeftovers(file);
   }
 }
 

@@ -17,6 +17,8 @@ PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem:
   if (failure) file = target;  // a link that leads nowhere gives way to the file
   // The first policy of a machine comes before its folder.
   result.failure = platform::MakePrivateFolder(std::filesystem::absolute(file).parent_path());
+  // Of an earlier one that was killed: the service, which removes them too, need not have the right to.
+  if (result.failure.empty()) platform::RemoveLeftovers(file);
   if (result.failure.empty()) result.failure = platform::ReplaceFile(file, json);
   result.applied = result.failure.empty();
   return result;

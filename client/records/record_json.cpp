@@ -19,7 +19,10 @@ class ObjectWriter {
   explicit ObjectWriter(std::string& out) : out_(out) { out_ += '{'; }
   ObjectWriter(const ObjectWriter&) = delete;
   ObjectWriter& operator=(const ObjectWriter&) = delete;
-  ~ObjectWriter() { out_ += '}'; }
+  ~ObjectWriter() = default;
+
+  /// The end of the object. Not left to a destructor: there may be no memory for it.
+  void End() { out_ += '}'; }
 
   void Key(std::string_view key) {
     if (!first_) out_ += ',';
@@ -72,14 +75,15 @@ class ObjectWriter {
 template <typename Record>
 std::string ToJsonWithData(const Record& record, std::span<const TextField<Record>> fields) {
   std::string json;
-  {
-    ObjectWriter object(json);
-    object.Fields(record, fields);
-    if (!record.item_data().empty()) {
-      object.Key("item_data");
-      ObjectWriter(json).Data(record.item_data());
-    }
+  ObjectWriter object(json);
+  object.Fields(record, fields);
+  if (!record.item_data().empty()) {
+    object.Key("item_data");
+    ObjectWriter data(json);
+    data.Data(record.item_data());
+    data.End();
   }
+  object.End();
   return json;
 }
 
@@ -152,24 +156,27 @@ std::string ToJson(const DatasetContext& record) {
 
 std::string ToJson(const DeviceContext& record) {
   std::string json;
-  {
-    ObjectWriter object(json);
-    object.Fields<DeviceContext>(record, kDeviceContextFields);
-    const auto part = [&]<typename Part>(const char* key, const Part& value, std::span<const TextField<Part>> fields) {
-      if (value == Part{}) return;
-      object.Key(key);
-      ObjectWriter(json).Fields(value, fields);
-    };
-    part.operator()<DeviceInfo>("device_info", record.device_info(), kDeviceInfoFields);
-    part.operator()<RegionInfo>("region_info", record.region_info(), kRegionInfoFields);
-    part.operator()<TVKInfo>("tvk_info", record.tvk_info(), kTvkInfoFields);
-  }
+  ObjectWriter object(json);
+  object.Fields<DeviceContext>(record, kDeviceContextFields);
+  const auto part = [&]<typename Part>(const char* key, const Part& value, std::span<const TextField<Part>> fields) {
+    if (value == Part{}) return;
+    object.Key(key);
+    ObjectWriter inner(json);
+    inner.Fields(value, fields);
+    inner.End();
+  };
+  part.operator()<DeviceInfo>("device_info", record.device_info(), kDeviceInfoFields);
+  part.operator()<RegionInfo>("region_info", record.region_info(), kRegionInfoFields);
+  part.operator()<TVKInfo>("tvk_info", record.tvk_info(), kTvkInfoFields);
+  object.End();
   return json;
 }
 
 std::string ToJson(const ItemData& data) {
   std::string json;
-  ObjectWriter(json).Data(data);
+  ObjectWriter object(json);
+  object.Data(data);
+  object.End();
   return json;
 }
 

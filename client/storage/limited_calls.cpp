@@ -72,15 +72,15 @@ std::shared_ptr<LimitedCalls::Progress> LimitedCalls::TryBegin(Call& call) {
 }
 
 std::thread LimitedCalls::Start(std::function<void()> work, std::shared_ptr<Progress> progress) {
-  return runtime_.StartThread(name_, [progress = std::move(progress), work = std::move(work), log = log_,
-                                      name = String::UTF8ToUTF16(name_)]() mutable {
-    const bool done = CallLogged(log, name, work);
-    work = nullptr;  // what it owns goes before anybody hears that it is through
-    const std::lock_guard lock(progress->mutex);
-    progress->returned = true;
-    progress->failed = !done;
-    if (progress->done != nullptr) progress->done->Set();
-  });
+  return runtime_.StartThread(
+      name_, [progress = std::move(progress), work = std::move(work), log = log_, name = name_]() mutable {
+        const bool done = CallLogged(log, name, work);
+        work = nullptr;  // what it owns goes before anybody hears that it is through
+        const std::lock_guard lock(progress->mutex);
+        progress->returned = true;
+        progress->failed = !done;
+        if (progress->done != nullptr) progress->done->Set();
+      });
 }
 
 void LimitedCalls::Collect(const std::shared_ptr<Progress>& progress) {

@@ -1,6 +1,7 @@
 #include "client/store/sqlite_database.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <vector>
 
@@ -109,6 +110,9 @@ std::string Database::Message(int code) const {
   int system_error = 0;
   if (code == SQLITE_CANTOPEN && last) system_error = sqlite3_system_errno(handle_);
   if (code == SQLITE_IOERR) system_error = FileError();
+  // Of the file that its connections share it keeps no error, but says what could not be done.
+  const bool no_room = last && sqlite3_extended_errcode(handle_) == SQLITE_IOERR_SHMSIZE;
+  if (system_error == 0 && no_room) system_error = ENOSPC;
   if (system_error != 0) message += ": " + std::system_category().message(system_error);
   return message;
 }

@@ -182,7 +182,8 @@ StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chr
     // The log of changes had room for every record; nobody minds when it keeps that.
     static_cast<void>(database.Execute("PRAGMA wal_checkpoint(TRUNCATE)"));
   }
-  return {StoreFileState::kReady, cut ? "the file was empty, what had been in it is lost; it is begun anew" : ""};
+  return {StoreFileState::kReady,
+          cut ? "the file was empty; it is begun anew, and records that may have been in it are lost" : ""};
 }
 
 int OpenStoreForQueries(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout, Database& database) {

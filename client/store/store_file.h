@@ -29,9 +29,9 @@ struct StoreFileOpening {
 StoreFileOpening FailedOpening(int code, Database& database);
 
 /// Opens the file for writing, makes it when there is none, and brings its tables to the newest version, all of it or
-/// nothing. The whole file is checked first: some milliseconds for each 5 MiB. A file without a byte is one that
-/// somebody cut to nothing: where changes beside it are still to be brought into it, it is damaged, else it is begun
-/// anew and `problem` says so.
+/// nothing. The whole file is checked first: some milliseconds for each 5 MiB. A file without a byte was
+/// cut to nothing, or its making was: where changes beside it are still to be brought into it, it is damaged, else it
+/// is begun anew and `problem` says so.
 StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout,
                                      Database& database);
 

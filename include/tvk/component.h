@@ -42,8 +42,8 @@ struct ComponentResult {
 using RecordObserver = std::function<void(const std::string& line)>;
 
 /// Is told what became of a policy file that changed while the component runs: a line a problem, with the file and the
-/// path in the document, and a line that says what is in force now. UTF-8, without a line feed. Called on a thread of
-/// the component; must not block for long. What it throws is logged.
+/// path in the document, and a line that says what is in force now; and what the system did not give to the manager.
+/// UTF-8, without a line feed. Any thread; must not block for long, nor call the component. What it throws is logged.
 using RemarkObserver = std::function<void(const std::string& line)>;
 
 /// Which policy a piece of news is about.
@@ -53,8 +53,8 @@ enum class PolicyNews {
 };
 
 /// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy,
-/// OnUserLogon, OnSessionChange and TellPolicyChange, which any thread may call. No exception leaves any of them, but
-/// std::bad_alloc: what fails is logged in "EventManager.log".
+/// OnUserLogon, OnSessionChange and TellPolicyChange, which any thread may call. No exception leaves any of them: what
+/// fails is logged in "EventManager.log"; a text that they give is empty where there is no memory for it.
 class TVK_EXPORT Component {
  public:
   /// Opens folders, logs, policy and store, and starts to watch the policy files. One at a time in a process: kFailed

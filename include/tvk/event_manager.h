@@ -30,7 +30,8 @@ struct SystemEvent;
 ///
 /// Threads. Initialize, InitAndStartEventMonitors and Stop belong to the service's control thread; Initialize and Stop
 /// exclude each other for their whole run. Everything else may be called by any thread at any time, but not from inside
-/// a monitor. No exception leaves an operation: what fails is logged in "EventManager.log".
+/// a monitor. No exception leaves an operation: what fails is logged in "EventManager.log", and where there is no
+/// memory for a text or a list that is asked for, it is empty.
 class TVK_EXPORT EventManager {
  public:
   /// Id of the device context's dataset.
@@ -51,7 +52,7 @@ class TVK_EXPORT EventManager {
 
  public:
   /// Starts one thread for each listed monitor. Call it once, after Initialize. A monitor for which the system gives no
-  /// thread stays listed and does nothing; that is logged.
+  /// thread stays listed and does nothing; that is logged, told as a remark, and tried again when the policy changes.
   virtual void InitAndStartEventMonitors();
 
  protected:
@@ -124,6 +125,8 @@ class TVK_EXPORT EventManager {
   /// From Initialize, even one that found no agent or no policy, to Stop: false behind an Initialize for which the
   /// system gave too little. Not while one of these runs.
   bool is_initialized() const;
+  /// Whether news (of policies, of the region) is acted on: false while there is no notification thread.
+  bool FollowsNews() const;
   /// Whether a change of the device path waits to be told to monitors and user agent.
   bool IsDevicePathChange() const;
 

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,6 +37,29 @@ mode_t ModeToGive(const std::filesystem::path& file, FileAccess access) {
   if (access == FileAccess::kPrivate) return kPrivateFile;
   struct stat status = {};
   return ::stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0640;
+}
+
+std::filesystem::path FolderOf(const std::filesystem::path& file) {
+  return file.has_parent_path() ? file.parent_path() : ".";
+}
+
+/// What stands before the six characters that make the name of a temporary file.
+std::string TemporaryBegin(const std::filesystem::path& file) {
+  return "." + file.filename().string() + ".";
+}
+
+/// Makes a temporary file beside `file`, `name`; its lock tells RemoveLeftovers that somebody is at it. Empty, with
+/// errno, when it cannot be made.
+UniqueFd MakeTemporary(const std::filesystem::path& file, std::string& name) {
+  for (;;) {
+    name = (FolderOf(file) / (TemporaryBegin(file) + "XXXXXX")).string();
+    UniqueFd made(::mkostemp(name.data(), O_CLOEXEC));
+    if (!made) return made;
+    ::flock(made.get(), LOCK_EX);
+    struct stat status = {};
+    // Before it was locked it could be taken for a leftover.
+    if (::fstat(made.get(), &status) != 0 || status.st_nlink > 0) return made;
+  }
 }
 
 /// Writes `content` to the fresh file behind `descriptor` down to the disk. Returns 0 or errno.
@@ -155,12 +179,12 @@ void MakePrivateFile(const std::filesystem::path& file) {
 }
 
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content, FileAccess access) {
-  const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
+  const std::filesystem::path folder = FolderOf(file);
   const UniqueFd folder_descriptor(::open(folder.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
   if (!folder_descriptor) return Describe("cannot open the folder", folder, errno);
 
-  std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
-  const UniqueFd descriptor(::mkostemp(temporary.data(), O_CLOEXEC));
+  std::string temporary;
+  const UniqueFd descriptor = MakeTemporary(file, temporary);
   if (!descriptor) return Describe("cannot write beside", file, errno);
   int error = FillTemporary(descriptor.get(), content, ModeToGive(file, access));
   if (error == 0 && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
@@ -175,13 +199,14 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
 }
 
 void RemoveLeftovers(const std::filesystem::path& file) {
-  // As mkostemp makes them: six characters of its own.
-  const std::string begin = "." + file.filename().string() + ".";
+  const std::string begin = TemporaryBegin(file);
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(file.parent_path(), error), end; !error && entry != end;
+  for (std::filesystem::directory_iterator entry(FolderOf(file), error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string name = entry->path().filename().string();
-    if (name.starts_with(begin) && name.size() == begin.size() + 6) ::unlink(entry->path().c_str());
+    if (!name.starts_with(begin) || name.size() != begin.size() + 6) continue;
+    const UniqueFd left(::open(entry->path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (left && ::flock(left.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(entry->path().c_str());
   }
 }
 

@@ -1,6 +1,8 @@
 #include "platform/files.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +12,7 @@
 
 #include "platform/append_file.h"
 #include "platform/hash.h"
+#include "platform/linux/unique_fd.h"
 #include "testing/temp_folder.h"
 
 namespace platform {
@@ -119,7 +122,13 @@ TEST(Files, ReplacesAFileAndLeavesNothingBeside) {
   // What a kill leaves of one that was being written, and two files that only look like it.
   for (const char* const name : {".policy.json.a1B2c3", ".policy.json.backup1", ".policy.jsonx.a1B2c3"})
     std::ofstream(temp.path() / name) << "x";
-  RemoveLeftovers(file);
+  {
+    const fs::path held = temp.path() / ".policy.json.d4E5f6";
+    const UniqueFd writer(::open(held.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(writer.get(), LOCK_EX), 0);
+    RemoveLeftovers(file);
+    EXPECT_TRUE(fs::remove(held)) << "somebody writes it";
+  }
   EXPECT_FALSE(exists(temp.path() / ".policy.json.a1B2c3"));
   EXPECT_EQ(fs::remove(temp.path() / ".policy.json.backup1") + fs::remove(temp.path() / ".policy.jsonx.a1B2c3"), 2);
 

@@ -4,6 +4,10 @@ namespace platform {
 
 // A service here is a unit of systemd's: the package brings it, systemctl runs it.
 
+std::string WhyNoServiceReaches(const std::filesystem::path&) {
+  return {};
+}
+
 std::string InstallService(const ServiceInstallation&) {
   return std::string(kNoServiceManager);
 }

@@ -1,6 +1,10 @@
 #include "platform/linux/sysroot.h"
 
+#include <dirent.h>
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <memory>
 #include <system_error>
 
 #include "platform/linux/read_file.h"
@@ -8,6 +12,26 @@
 
 namespace platform {
 namespace fs = std::filesystem;
+
+namespace {
+
+struct FolderCloser {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+// Calls `call` with the folder's descriptor and each name in it. Not by the standard library's iterator, which ends the
+// process where there is no memory.
+template <typename Call>
+void ForEachEntry(const fs::path& folder, Call call) {
+  const std::unique_ptr<DIR, FolderCloser> opened(::opendir(folder.c_str()));
+  if (opened == nullptr) return;
+  while (const dirent* const entry = ::readdir(opened.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") call(::dirfd(opened.get()), entry->d_name);
+  }
+}
+
+}  // namespace
 
 std::optional<std::string> Sysroot::Read(const fs::path& inner, int* error) const {
   int code = 0;
@@ -23,36 +47,31 @@ std::string Sysroot::ReadLine(const fs::path& inner) const {
 
 std::vector<std::uint32_t> Sysroot::NumberedEntries(const fs::path& folder, std::string_view prefix) const {
   std::vector<std::uint32_t> numbers;
-  std::error_code failure;
-  for (fs::directory_iterator entry(Resolve(folder), failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    const std::string name = entry->path().filename().string();
-    if (!name.starts_with(prefix)) continue;
-    const auto number = ParseNumber(std::string_view(name).substr(prefix.size()));
+  ForEachEntry(Resolve(folder), [&](int, std::string_view name) {
+    if (!name.starts_with(prefix)) return;
+    const auto number = ParseNumber(name.substr(prefix.size()));
     if (number && *number <= UINT32_MAX) numbers.push_back(static_cast<std::uint32_t>(*number));
-  }
+  });
   std::sort(numbers.begin(), numbers.end());
   return numbers;
 }
 
-std::vector<std::string> Sysroot::Names(const fs::path& folder, fs::file_type type) const {
+std::vector<std::string> Sysroot::Names(const fs::path& folder, mode_t type) const {
   std::vector<std::string> names;
-  std::error_code failure;
-  for (fs::directory_iterator entry(Resolve(folder), failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    std::error_code unreadable;
-    if (entry->status(unreadable).type() == type) names.push_back(entry->path().filename().string());
-  }
+  ForEachEntry(Resolve(folder), [&](int descriptor, const char* name) {
+    struct stat status = {};
+    if (::fstatat(descriptor, name, &status, 0) == 0 && (status.st_mode & S_IFMT) == type) names.emplace_back(name);
+  });
   std::sort(names.begin(), names.end());
   return names;
 }
 
 std::vector<std::string> Sysroot::FileNames(const fs::path& folder) const {
-  return Names(folder, fs::file_type::regular);
+  return Names(folder, S_IFREG);
 }
 
 std::vector<std::string> Sysroot::FolderNames(const fs::path& folder) const {
-  return Names(folder, fs::file_type::directory);
+  return Names(folder, S_IFDIR);
 }
 
 std::string Sysroot::LinkTarget(const fs::path& inner) const {

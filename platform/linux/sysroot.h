@@ -1,7 +1,9 @@
 // The files of the machine below one folder: "/" for this computer, or the recorded tree of another one.
 #pragma once
 
+#include <sys/types.h>
 #include <cstddef>
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -42,7 +44,7 @@ class Sysroot {
   static constexpr std::size_t kLimit = std::size_t{8} << 20;
 
  private:
-  std::vector<std::string> Names(const std::filesystem::path& folder, std::filesystem::file_type type) const;
+  std::vector<std::string> Names(const std::filesystem::path& folder, mode_t type) const;
 
   std::filesystem::path root_;
 };

@@ -22,7 +22,7 @@ void WriteToWake(int fd, const void* data, std::size_t size) {
     if (error != EINTR && error != ENOMEM) break;
     ::sched_yield();
   }
-  WriteLineToStandardError("a thread cannot be woken: " + std::system_category().message(error));
+  WriteLineToStandardError({"a thread cannot be woken: ", std::system_category().message(error)});
 }
 
 void SignalEventFd(int fd) {

@@ -101,16 +101,23 @@ WaitCode VirtualWorld::Block(std::unique_lock<std::mutex>& lock, const std::vect
                    .due = {},
                    .drive = {},
                    .result = {}};
-  for (VirtualSignal* signal : signals)
-    signal->waits.push_back(&wait);
-  if (due != SteadyTime::max()) {
-    // Threads from outside come last: what the world does at that instant is done when their wait ends.
-    const auto sequence = wait.thread ? wait.thread->sequence : std::numeric_limits<std::uint64_t>::max();
-    wait.due = agenda_.emplace(AgendaKey(due, sequence, next_asking_++), &wait).first;
+  try {
+    for (VirtualSignal* signal : signals)
+      signal->waits.push_back(&wait);
+    if (due != SteadyTime::max()) {
+      // Threads from outside come last: what the world does at that instant is done when their wait ends.
+      const auto sequence = wait.thread ? wait.thread->sequence : std::numeric_limits<std::uint64_t>::max();
+      wait.due = agenda_.emplace(AgendaKey(due, sequence, next_asking_++), &wait).first;
+    }
+    if (wait.thread == nullptr) wait.drive = drives_.insert(due);
+  } catch (...) {  // a shortage of memory is played, too: nobody may find a wait that has gone
+    for (VirtualSignal* signal : signals)
+      std::erase(signal->waits, &wait);
+    if (wait.due) agenda_.erase(*wait.due);
+    throw;
   }
 
   if (wait.thread == nullptr) {
-    wait.drive = drives_.insert(due);
     DriveUntil(lock, [&] { return wait.result.has_value(); });
   } else {
     wait.thread->waiting = true;
@@ -153,6 +160,7 @@ std::thread VirtualWorld::StartThread(std::string_view name, std::function<void(
   // Held until the thread is listed, so that it finds itself there whatever it does first.
   const auto lock = Lock();
   if (refuses_threads_) throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+  threads_.reserve(threads_.size() + 1);
   std::thread thread([this, state, body = std::move(body)]() mutable noexcept {
     body();
     body = nullptr;  // What the body owns may use the world until here.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <cwctype>
 #include <vector>
 
 #include "platform/windows/access_list.h"
@@ -77,9 +79,49 @@ DWORD Rename(const std::filesystem::path& from, const std::filesystem::path& to)
   return MoveFileExW(from.c_str(), to.c_str(), kHow) ? ERROR_SUCCESS : GetLastError();
 }
 
+// A name of its own for each call, NAME.PROCESS-NUMBER.new: two writers must not share a temporary file.
+std::filesystem::path TemporaryName(const std::filesystem::path& file) {
+  static std::atomic<unsigned> calls{0};
+  std::filesystem::path temporary = file;
+  temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++calls) + L".new";
+  return temporary;
+}
+
+// The process that made `name`, if it is such a file.
+std::optional<DWORD> MakerOfTemporary(const std::filesystem::path& file, const std::filesystem::path& name) {
+  const std::wstring whole = name.filename().native();
+  std::wstring_view text = whole;
+  const std::wstring begin = file.filename().native() + L".";
+  constexpr std::wstring_view kEnd = L".new";
+  if (!text.starts_with(begin) || !text.ends_with(kEnd) || text.size() < begin.size() + kEnd.size()) return {};
+  text.remove_prefix(begin.size());
+  text.remove_suffix(kEnd.size());
+  std::uint64_t process = 0;
+  std::size_t digits = 0;
+  for (; digits < std::min<std::size_t>(text.size(), 10) && std::iswdigit(text[digits]) != 0; ++digits)
+    process = process * 10 + static_cast<unsigned>(text[digits] - L'0');
+  const std::wstring_view rest = text.substr(digits);
+  if (digits == 0 || rest.size() < 2 || rest.front() != L'-') return {};
+  if (rest.find_first_not_of(L"0123456789", 1) != rest.npos) return {};
+  return static_cast<DWORD>(process);
+}
+
+// Its number may have been given out again: what it left then stays until that one has ended.
+bool IsRunning(DWORD process) {
+  const windows::UniqueKernelHandle opened(OpenProcess(SYNCHRONIZE, FALSE, process));
+  if (!opened) return GetLastError() != ERROR_INVALID_PARAMETER;  // which says that there is none
+  return WaitForSingleObject(opened.get(), 0) == WAIT_TIMEOUT;
+}
+
 }  // namespace
 
 std::string MakePrivateFolder(const std::filesystem::path& folder) {
+  // The system takes paths of 259 characters, with the name of a file and what it is called while it is written or when
+  // it is set aside. Better refused than half usable.
+  constexpr std::size_t kLongest = 200;
+  if (folder.native().size() > kLongest) {
+    return PathToUtf8(folder) + " is longer than " + std::to_string(kLongest) + " characters";
+  }
   if (!folder.has_filename() && folder.has_relative_path()) return MakePrivateFolder(folder.parent_path());  // "data\\"
   std::error_code error;
   const std::filesystem::path foreign =
@@ -161,10 +203,7 @@ void CloseFile(const std::filesystem::path& /*file*/) {}
 void MakePrivateFile(const std::filesystem::path& /*file*/) {}
 
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content, FileAccess /*access*/) {
-  // A name of its own for each call: two writers must not share a temporary file.
-  static std::atomic<unsigned> calls{0};
-  std::filesystem::path temporary = file;
-  temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++calls) + L".new";
+  const std::filesystem::path temporary = TemporaryName(file);
   std::string problem = WriteAndFlush(temporary, content);
   if (problem.empty()) {
     constexpr DWORD kPatience = 5000;
@@ -177,13 +216,11 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
 }
 
 void RemoveLeftovers(const std::filesystem::path& file) {
-  const std::wstring begin = file.filename().native() + L".";
   std::error_code error;
-  for (std::filesystem::directory_iterator entry(file.parent_path(), error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::wstring name = entry->path().filename().native();
-    // "PID-NUMBER" stands between; the last good policy itself has neither.
-    if (name.starts_with(begin) && name.ends_with(L".new")) DeleteFileW(entry->path().c_str());
+  std::filesystem::directory_iterator entry(file.has_parent_path() ? file.parent_path() : L".", error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    const std::optional<DWORD> maker = MakerOfTemporary(file, entry->path());
+    if (maker && !IsRunning(*maker)) DeleteFileW(entry->path().c_str());
   }
 }
 

@@ -1,6 +1,7 @@
 // The service manager as a tool's user asks it; being a service is in service_program_windows.cpp.
 #include <algorithm>
 
+#include "platform/files.h"
 #include "platform/service_control.h"
 #include "platform/windows/command_line.h"
 #include "platform/windows/owner.h"
@@ -104,6 +105,11 @@ bool WaitUntilGone(milliseconds timeout) {
 }
 
 }  // namespace
+
+std::string WhyNoServiceReaches(const std::filesystem::path& path) {
+  if (GetDriveTypeW(path.root_path().c_str()) != DRIVE_REMOTE || !path.root_name().native().ends_with(L':')) return {};
+  return PathToUtf8(path) + " is on a network drive, whose letter a service does not know; give the share's full name";
+}
 
 std::string InstallService(const ServiceInstallation& installation) {
   if (!installation.program.is_absolute()) return "the service's program needs an absolute path";

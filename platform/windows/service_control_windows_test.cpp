@@ -26,13 +26,20 @@ SERVICE_STATUS_HANDLE WINAPI RegisterAndRemember(const wchar_t* name, LPHANDLER_
                                                                                                    context);
 }
 
+UINT WINAPI OneNetworkDrive(const wchar_t* root) {
+  const std::wstring_view name = root;
+  return name == L"Q:\\" || name.starts_with(L"\\\\") ? DRIVE_REMOTE : DRIVE_FIXED;
+}
+
 }  // namespace
 
-// In the place of the import: Wine's manager sends no power events, so the service's handler is called as Windows' one
-// does.
+// In the place of the imports: Wine's manager sends no power events, so the service's handler is called as Windows' one
+// does; and it connects no drives.
 extern "C" {
-// NOLINTNEXTLINE(*-reserved-identifier,cert-dcl*)
+// NOLINTBEGIN(*-reserved-identifier,cert-dcl*)
 decltype(&RegisterServiceCtrlHandlerExW) __imp_RegisterServiceCtrlHandlerExW = &RegisterAndRemember;
+decltype(&GetDriveTypeW) __imp_GetDriveTypeW = &OneNetworkDrive;
+// NOLINTEND(*-reserved-identifier,cert-dcl*)
 }
 
 namespace platform {
@@ -154,12 +161,10 @@ TEST(ServiceControl, ServiceLivesFromInstallationToRemoval) {
   EXPECT_EQ(ReadServiceReport().state, ServiceState::kNotInstalled);
 }
 
-TEST(ServiceControl, ProcessOfNoServiceManagerIsToldSo) {
-  ServiceProgram program;
-  program.main = [](ServiceSession&) { return 0; };
-  const ServiceRun run = RunServiceProgram(program);
-  EXPECT_FALSE(run.served);
-  EXPECT_NE(run.problem.find("1063"), std::string::npos) << run.problem;
+TEST(ServiceControl, LettersOfNetworkDrivesAreNothingForAService) {
+  EXPECT_EQ(WhyNoServiceReaches(L"C:\\data"), "");
+  EXPECT_EQ(WhyNoServiceReaches(L"\\\\server\\share\\data"), "");
+  EXPECT_NE(WhyNoServiceReaches(L"Q:\\data").find("give the share's full name"), std::string::npos);
 }
 
 }  // namespace

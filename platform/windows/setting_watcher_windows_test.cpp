@@ -216,6 +216,7 @@ TEST_F(PlayedSettingWatcher, ALogoffLeavesNothingOpenAndASwitchIsFollowed) {
   const int before = registry_.opens;
   watcher_->OnSessionChange({SessionChangeKind::kLogon, 2});
   EXPECT_EQ(registry_.opens, before) << "the one who is followed already";
+  EXPECT_EQ(runtime_->Wait(*told_, milliseconds(0)), 0u) << "what was restored signals nothing, so it is looked at";
 
   watcher_->OnSessionChange({SessionChangeKind::kLogoff, 2});
   EXPECT_TRUE(registry_.Watched().empty()) << "the session can still be asked for its user";

@@ -71,6 +71,11 @@ class RegistryWatcher final : public SettingWatcher {
         ended_.erase(change.session);
       }
       followed = Follow();
+      // A key that was put back from a copy tells nobody. Now it is looked at without a wake-up of its own.
+      if (change.kind == SessionChangeKind::kLogon) {
+        for (const auto& [setting, watch] : watches_)
+          followed.push_back(setting);
+      }
     }
     for (const Setting setting : followed)
       callbacks_.changed(setting);

@@ -1,15 +1,17 @@
+#include <array>
 #include <cstdio>
-#include <string>
 
 #include "platform/standard_error.h"
 
 namespace platform {
 
-void WriteLineToStandardError(std::string_view line) {
-  constexpr std::size_t kLongest = 4095;
-  std::string text(line.substr(0, kLongest));
-  text += '\n';
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+void WriteLineToStandardError(std::initializer_list<std::string_view> parts) noexcept {
+  std::array<char, 4096> line;
+  std::size_t size = 0;
+  for (const std::string_view part : parts)
+    size += part.copy(line.data() + size, line.size() - 1 - size);
+  line[size++] = '\n';
+  static_cast<void>(std::fwrite(line.data(), 1, size, stderr));
 }
 
 }  // namespace platform

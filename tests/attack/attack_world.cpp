@@ -43,7 +43,7 @@ std::size_t StoresSetAside(const std::filesystem::path& folder) {
 
 }  // namespace
 
-Environment::Environment(std::vector<std::pair<std::string, std::string>> values) {
+Environment::Environment(const Variables& values) {
   for (const auto& [name, value] : values) {
     ::setenv(name.c_str(), value.c_str(), 1);
     names_.push_back(name);
@@ -89,8 +89,20 @@ void Target::NoteShown(const std::vector<std::string>& lines) {
   std::ranges::copy_if(lines, std::back_inserter(shown_), BeginsRecord);
 }
 
-int Target::Live(int milliseconds) {
-  ChildProcess service(ProgramBeside("TVKClientService"), Life(milliseconds));
+void Target::TakeOver(const Target& other) {
+  // Its files alone: below it lie logs, and the pipes of named events.
+  std::filesystem::copy(other.folder_.data(), folder_.data());
+  shown_ = other.shown_;
+}
+
+int Target::Live(int milliseconds, const Variables& environment) {
+  std::vector<std::string> words;
+  for (const auto& [name, value] : environment)
+    words.push_back(name + '=' + value);
+  words.push_back(ProgramBeside("TVKClientService"));
+  for (const std::string& argument : Life(milliseconds))
+    words.push_back(argument);
+  ChildProcess service("/usr/bin/env", words);
   const std::optional<int> code = service.WaitForEnd(kPatience);
   EXPECT_TRUE(code.has_value()) << "the service does not end";
   NoteShown(service.Lines());
@@ -136,8 +148,7 @@ Findings Target::Look() const {
   return findings;
 }
 
-std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault,
-                                                         const std::string& names) {
+Variables ShimFor(const Target& target, const std::string& fault, const std::string& names) {
   const std::filesystem::path data = target.folder().data();
   const std::filesystem::path beside = data.parent_path();
   return {{"LD_PRELOAD", (ProgramBeside("fault_shim").parent_path() / "libtvk_fault_shim.so").string()},

@@ -12,10 +12,13 @@
 #include "testing/recorded_tree.h"
 #include "tests/e2e/service_under_test.h"
 
+/// Names and values.
+using Variables = std::vector<std::pair<std::string, std::string>>;
+
 /// Environment of the programs that are started while it lives.
 class Environment {
  public:
-  explicit Environment(std::vector<std::pair<std::string, std::string>> values);
+  explicit Environment(const Variables& values);
   ~Environment();
   Environment(const Environment&) = delete;
   Environment& operator=(const Environment&) = delete;
@@ -46,8 +49,12 @@ class Target {
   std::vector<std::string> Life(int milliseconds) const;
   /// Takes over what a service showed: the lines of records.
   void NoteShown(const std::vector<std::string>& lines);
-  /// A whole life of the service, from start to end; its exit code, 128 + signal when it was killed.
-  int Live(int milliseconds);
+  /// Begins with what the services of `other` left, and what they showed: a life that is much alike need not be lived
+  /// anew.
+  void TakeOver(const Target& other);
+  /// A whole life of the service, with these in its environment, from start to end; its exit code, 128 + signal when it
+  /// was killed.
+  int Live(int milliseconds, const Variables& environment = {});
   /// What is wrong with the store now. Records that were in stores set aside do not count as lost.
   Findings Look() const;
 
@@ -59,8 +66,7 @@ class Target {
 
 /// The variables that load the shim for the files of the data folder whose names begin so. `fault` as the shim takes
 /// it.
-std::vector<std::pair<std::string, std::string>> ShimFor(const Target& target, const std::string& fault,
-                                                         const std::string& names = "records.db");
+Variables ShimFor(const Target& target, const std::string& fault, const std::string& names = "records.db");
 
 /// Writes the campaign's line: what, how many rounds, and figures with what they must be.
 void Report(const std::string& campaign, std::size_t rounds, const Findings& findings);

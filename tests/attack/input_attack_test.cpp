@@ -94,4 +94,36 @@ TEST(MachineAttack, HostileFiles) {
   Report("hostile machines", rounds, findings);
 }
 
+// From what is just too little for the service to what is just enough: it ends with its own code or lives, and the
+// store stays whole. Below that it is the loader, or the language's own library, that ends the process.
+TEST(MemoryAttack, TooLittle) {
+  constexpr int kLeast = 8'000;  // KiB, of addresses
+  constexpr int kMost = 20'000;
+  const int step = static_cast<int>(12'500 / Asked("TVK_ATTACK_MEMORIES", 50));
+  std::size_t rounds = 0;
+  std::size_t failed = 0;
+  Findings findings;
+  bool speaks = false;
+  for (int limit = kLeast; limit <= kMost; limit += step) {
+    Target target;
+    std::vector<std::string> words = {"-c", "ulimit -s 200; ulimit -v " + std::to_string(limit) + R"(; exec "$0" "$@")",
+                                      ProgramBeside("TVKClientService")};
+    for (const std::string& word : target.Life(200))
+      words.push_back(word);
+    ChildProcess service("/bin/sh", words);
+    const int code = service.WaitForEnd(kPatience).value_or(-1);
+    speaks = speaks || code == 3;
+    if (!speaks) continue;
+    ++rounds;
+    if (code != 0 && code != 3) ++failed;
+    if (code != 0) continue;
+    target.NoteShown(service.Lines());
+    findings += target.Look();
+  }
+  EXPECT_TRUE(speaks);
+  EXPECT_EQ(failed, 0u);
+  std::cout << "attack  too little memory: ended otherwise than by its own code " << failed << " (0)" << std::endl;
+  Report("too little memory", rounds, findings);
+}
+
 }  // namespace

@@ -2,12 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <optional>
 
 #include "platform/files.h"
 #include "testing/recorded_tree.h"
 #include "tests/e2e/service_surroundings_linux.h"
 #include "tests/e2e/service_under_test.h"
+
+// A sanitiser has memory and threads of its own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TVK_SANITIZED
+#endif
 
 namespace {
 
@@ -103,6 +110,8 @@ TEST(Service, ItsFilesArePrivateWhateverItFinds) {
   fs::create_directories(log);
   std::ofstream(outside) << "theirs";
   std::ofstream(log / "EventManager.log") << "";
+  const fs::path leftover = folder.policy().parent_path() / ".policy.json.a1B2c3";
+  std::ofstream(leftover) << "{";
   fs::create_symlink(outside, log / "ConfigPolicyAgent.log");
   ASSERT_EQ(::mkfifo((log / "PolicyWatch.log").c_str(), 0666), 0);
   for (const fs::path& open : {folder.data(), log, outside, log / "EventManager.log"})
@@ -121,32 +130,89 @@ TEST(Service, ItsFilesArePrivateWhateverItFinds) {
   }
   EXPECT_GE(files, 7u) << "the store with what stands beside it, the copy of the policy, the logs";
   EXPECT_EQ(fs::file_size(outside), 6u);
+  EXPECT_FALSE(exists(leftover)) << "what a kill left of a policy that was being written";
+}
+
+/// The service as `surroundings`, a shell's text in which "$@" is its command line and "$data" its folder, starts it.
+/// Any account may read it and what it needs: some limits do not count for the administrator.
+struct ConfinedService {
+  explicit ConfinedService(const std::string& surroundings) {
+    namespace fs = std::filesystem;
+    folder.WritePolicy(CpuPolicy("full"));
+    fs::create_directory(folder.data());
+    const fs::path home = folder.policy().parent_path();
+    for (const char* const name : {"TVKClientService", "libtvkeventmanager.so.0"})
+      fs::copy_file(ProgramBeside(name), home / name);
+    for (const fs::path& path : {home, folder.data(), folder.policy()})
+      fs::permissions(path, fs::perms(0755) | fs::perms::others_write);
+    std::vector<std::string> words = {"-c", "data=$0; " + surroundings, folder.data().string(),
+                                      (home / "TVKClientService").string(), "--console"};
+    for (const std::string& argument : folder.Arguments({"--for", "1s"}))
+      words.push_back(argument);
+    service.emplace("/bin/sh", words);
+  }
+
+  const ServiceFolder folder;
+  std::optional<ChildProcess> service;
+};
+
+/// Of a user that has no other process: the administrator's processes are not counted.
+std::string WithThreads(int count) {
+  const std::string limit = "prlimit --nproc=" + std::to_string(count) + ' ';
+  return "exec " + (::geteuid() == 0 ? "setpriv --reuid=61357 --regid=61357 --clear-groups " + limit : limit) +
+         R"("$@")";
 }
 
 TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
   struct Row {
-    std::string limit;
+    std::string surroundings;
     std::string named;
   };
-  const std::vector<Row> rows = {
-      {"ulimit -f 1", "cannot be opened: disk I/O error: File too large"},
+  std::vector<Row> rows = {
+      {R"(ulimit -f 1; exec "$@")", "cannot be opened: disk I/O error: File too large"},
 #ifndef __SANITIZE_ADDRESS__
       // The sanitiser that comes with it looks a class up through a pipe, for which it has no descriptor then.
-      {"ulimit -n 12", "Too many open files"},
+      {R"(ulimit -n 12; exec "$@")", "Too many open files"},
+#endif
+#ifndef TVK_SANITIZED
+      {R"(ulimit -s 8192; ulimit -v 40000; exec "$@")", "no thread"},
 #endif
   };
+  // Where containers may not mount, the limit of files stands for it.
+  if (std::system("unshare -rm mount -t tmpfs none /mnt 2>/dev/null") == 0) {
+    const std::string disk =
+        R"(exec unshare -rm sh -c 'mount -t tmpfs -o size=SIZE none "$0" && exec "$@"' "$data" "$@")";
+    const std::size_t size = disk.find("SIZE");
+    rows.push_back({std::string(disk).replace(size, 4, "4k"), "cannot be opened: database or disk is full"});
+    rows.push_back({std::string(disk).replace(size, 4, "16k"), "cannot be opened: disk I/O error: No space left"});
+  }
   for (const Row& row : rows) {
-    const ServiceFolder folder;
-    folder.WritePolicy(CpuPolicy("full"));
-    std::vector<std::string> words = {"-c", row.limit + R"(; exec "$0" --console "$@")",
-                                      ProgramBeside("TVKClientService")};
-    for (const std::string& argument : folder.Arguments())
-      words.push_back(argument);
-    ChildProcess service("/bin/sh", words);
-    EXPECT_EQ(service.WaitForEnd(kPatience), 3) << row.limit;
-    EXPECT_GE(CountLines(service.Lines(), row.named), 1u) << row.limit;
+    SCOPED_TRACE(row.surroundings);
+    ConfinedService confined(row.surroundings);
+    EXPECT_EQ(confined.service->WaitForEnd(kPatience), 3);
+    EXPECT_GE(CountLines(confined.service->Lines(), row.named), 1u);
   }
 }
+
+#ifndef TVK_SANITIZED
+TEST(Service, SaysSoWhereTheSystemGivesTooFewThreads) {
+  // Of another user the test's own processes count, too: no thread is too few for any service then.
+  const bool counted_alone = ::geteuid() == 0;
+  const int most = counted_alone ? 20 : 2;
+  int threads = 1;
+  for (; threads < most; ++threads) {
+    SCOPED_TRACE(threads);
+    ConfinedService confined(WithThreads(threads));
+    const std::optional<int> code = confined.service->WaitForEnd(kPatience);
+    if (code == 0) break;
+    EXPECT_EQ(code, 3);
+    EXPECT_GE(CountLines(confined.service->Lines(), "Resource temporarily unavailable"), 1u);
+  }
+  if (!counted_alone) return;
+  EXPECT_GE(threads, 8) << "less than what the service cannot do without";
+  EXPECT_LT(threads, most);
+}
+#endif
 
 TEST(Service, RegionThatChangesGivesOneNewDeviceContext) {
   const ServiceFolder folder;
