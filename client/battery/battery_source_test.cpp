@@ -137,10 +137,10 @@ TEST(SmartBatteryTest, OnlyWhatWasFilledAndMakesSenseIsTold) {
   using std::chrono::year;
   for (const auto& [text, told] : {std::pair("2024-2-29", std::optional(year(2024) / 2 / 29)),
                                    {"1980-01-01", year(1980) / 1 / 1},
-                                   {" 9999-12-31 ", year(9999) / 12 / 31}})
+                                   {" 2107-12-31 ", year(2107) / 12 / 31}})
     EXPECT_EQ(date(text), told) << text;
   for (const char* const text :
-       {"", "2023-2-29", "2024-13-1", "2024-0-1", "2024-1-32", "2024-257-1", "1979-12-31", "24-5-31", "10000-1-1",
+       {"", "2023-2-29", "2024-13-1", "2024-0-1", "2024-1-32", "2024-257-1", "1979-12-31", "24-5-31", "2108-1-1",
         "2024-5", "2024-5-", "2024-5-3x", "2024--5-3", "-5-3", "2024/5/3", "2024-5-3-1"})
     EXPECT_EQ(date(text), std::nullopt) << text;
 

@@ -4,15 +4,14 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <utility>
 
 #include "platform/battery_class.h"
-#include "platform/little_endian.h"
 #include "platform/power_manager.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/driver_request.h"
 #include "platform/windows/scripted_driver.h"
+#include "testing/battery_blocks.h"
 
 namespace platform::windows {
 namespace {
@@ -20,6 +19,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using driver_stand_in::kAnySelector;
 using driver_stand_in::kFirstBattery;
+using testing_support::Words;
 
 // NTSTATUS
 constexpr std::uint32_t kNoSuchDevice = 0xC000000E;  // ERROR_FILE_NOT_FOUND, on newer systems ERROR_NO_SUCH_DEVICE
@@ -27,14 +27,6 @@ constexpr std::uint32_t kNoSuchFile = 0xC000000F;    // ERROR_FILE_NOT_FOUND
 constexpr std::uint32_t kIoError = 0xC0000185;
 
 constexpr std::uint32_t kEnergyCode = 0x831020F8;
-
-Bytes Words(std::initializer_list<std::uint32_t> words) {
-  Bytes bytes(words.size() * 4);
-  std::size_t at = 0;
-  for (const std::uint32_t word : words)
-    PutLittleEndian(bytes, std::exchange(at, at + 4), word);
-  return bytes;
-}
 
 class BatteriesWindows : public testing::Test {
  protected:
