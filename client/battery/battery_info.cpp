@@ -13,6 +13,12 @@ BatteryInfo::Texts BatteryInfo::AllUnknown() {
   return texts;
 }
 
+bool BatteryInfo::IsPerhaps(const BatteryInfo& other) const {
+  const std::wstring& one = batterySerialNumber();
+  const std::wstring& another = other.batterySerialNumber();
+  return one == another || one == kUnknown || another == kUnknown;
+}
+
 void BatteryInfo::Complete(const BatteryInfo& other) {
   for (std::size_t i = kDeviceName; i < kProperties; ++i) {
     if (texts_[i] == kUnknown) texts_[i] = other.texts_[i];

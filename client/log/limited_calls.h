@@ -1,4 +1,4 @@
-// Calls that may never come back: a drive that hangs keeps the thread that asks it, and nothing can call it off.
+// Calls that may never come back: a driver that hangs keeps the thread that asks it, and nothing can call it off.
 #pragma once
 
 #include <chrono>
@@ -36,6 +36,9 @@ class LimitedCalls {
   /// a call that was left behind, and for the call, each. `stop`: null, or what ends the waiting; its signal is
   /// consumed as by any wait. Throws std::system_error when the system gives no event.
   Outcome Run(std::function<void()> call, std::chrono::milliseconds limit, platform::Waitable* stop);
+
+  /// Whether a call has not come back, one that was left behind or somebody else's.
+  bool IsBusy();
 
  private:
   /// Of one call; its thread shares it.

@@ -1,4 +1,4 @@
-#include "client/storage/limited_calls.h"
+#include "client/log/limited_calls.h"
 
 #include <system_error>
 #include <utility>
@@ -48,6 +48,17 @@ LimitedCalls::Outcome LimitedCalls::Run(std::function<void()> call, std::chrono:
   }
   turn_->Release(1);
   return outcome;
+}
+
+bool LimitedCalls::IsBusy() {
+  if (runtime_.Wait(*turn_, std::chrono::milliseconds(0)) == platform::kWaitTimeout) return true;
+  bool busy = false;
+  if (thread_.joinable()) {
+    const std::lock_guard lock(progress_->mutex);
+    busy = !progress_->returned;
+  }
+  turn_->Release(1);
+  return busy;
 }
 
 LimitedCalls::Outcome LimitedCalls::RunInTurn(std::function<void()> call, std::chrono::milliseconds limit,
