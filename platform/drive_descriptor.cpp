@@ -93,4 +93,9 @@ std::optional<DriveListing> DecodeDriveDescriptor(std::span<const std::uint8_t> 
   return drive;
 }
 
+DriveBus DecodeAdapterBus(std::span<const std::uint8_t> bytes) {
+  constexpr std::size_t kAdapterBusType = 24;  // one byte, unlike the drive's
+  return bytes.size() > kAdapterBusType ? BusOf(bytes[kAdapterBusType]) : DriveBus::kOther;
+}
+
 }  // namespace platform

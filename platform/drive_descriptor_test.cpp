@@ -94,6 +94,10 @@ TEST(DriveDescriptorTest, TellsBusModelAndFirmware) {
   const Bytes fixed = Descriptor(0x11, {});
   EXPECT_TRUE(DecodeDriveDescriptor(std::span(fixed).first(36)));
   EXPECT_FALSE(DecodeDriveDescriptor(std::span(fixed).first(35)));
+  Bytes adapter(25);
+  adapter[24] = 0x11;
+  EXPECT_EQ(DecodeAdapterBus(adapter), DriveBus::kNvme);
+  EXPECT_EQ(DecodeAdapterBus(std::span(adapter).first(24)), DriveBus::kOther);
 }
 
 }  // namespace

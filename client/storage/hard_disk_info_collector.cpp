@@ -40,7 +40,7 @@ std::vector<HardDiskBasicInfo> HardDiskInfoCollector::GetAllPhysicalDrivePaths(p
       return std::ranges::none_of(listed_, [&](const auto& listing) { return IsSameDrive(listing, known.listing); });
     });
   } else if (outcome != TVK::LimitedCalls::Outcome::kStopped) {
-    log_.e(L"%s: the system does not tell its drives in time; those of the last time are taken",
+    log_.e(L"%s: the system does not tell its drives; those of the last time are taken",
            L"HardDiskInfoCollector::GetAllPhysicalDrivePaths");
   }
   std::vector<HardDiskBasicInfo> drives;

@@ -149,6 +149,30 @@ TEST_F(HardDiskTest, IsFoundOnceAndAskedWhoItIsOnce) {
   EXPECT_EQ(asked, 6) << "it was attached anew";
 }
 
+TEST_F(HardDiskTest, AListThatFailsLeavesTheDrivesOfTheOneBefore) {
+  struct FailingDrives final : platform::Drives {
+    std::vector<platform::DriveListing> List() override {
+      if (failing) throw std::bad_alloc();
+      return inner.List();
+    }
+    platform::DriveOpening Open(const platform::DriveListing& drive) override { return inner.Open(drive); }
+    platform::SimulatedDrives inner;
+    bool failing = false;
+  } door;
+  HardDiskInfoCollector collector(runtime_, door);
+  const auto paths = [&] {
+    std::size_t count = 0;
+    Run([&] { count = collector.GetAllPhysicalDrivePaths().size(); });
+    return count;
+  };
+  EXPECT_EQ(paths(), 1u);
+  door.failing = true;
+  EXPECT_EQ(paths(), 1u);
+  door.failing = false;
+  door.inner.Set({});
+  EXPECT_EQ(paths(), 0u) << "asked anew";
+}
+
 TEST_F(HardDiskTest, ADriveThatTheSystemGaveUpOnRestsToo) {
   int asked = 0;
   door_.Set({{.listing = {.path = "/dev/sda", .bus = DriveBus::kAta, .serial_number = "1"},

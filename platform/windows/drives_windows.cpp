@@ -75,6 +75,9 @@ std::optional<DriveListing> Describe(HANDLE drive) {
   // A driver that does not say what it is for is listed by its path.
   if (!listing && descriptor.size() >= sizeof(STORAGE_DEVICE_DESCRIPTOR) - 4) return std::nullopt;
   if (!listing) listing.emplace();
+  if (listing->bus == DriveBus::kOther) {
+    listing->bus = DecodeAdapterBus(AskProperty(drive, StorageAdapterProperty, sizeof(STORAGE_ADAPTER_DESCRIPTOR)));
+  }
   return listing;
 }
 

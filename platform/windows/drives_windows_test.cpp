@@ -133,6 +133,13 @@ TEST_F(DrivesWindows, AreListedWithTheirGapsAndKnownAgain) {
                                               .serial_number = "LW-1",
                                               .bytes = 2'000'000'000'000,
                                               .rotating = true}}));
+  // A drive that names no bus is on its adapter's.
+  AddDrive(3, 7, Descriptor(BusTypeUnknown, "Other Disk", "O-1"));
+  bytes.assign(sizeof(STORAGE_ADAPTER_DESCRIPTOR), 0);
+  bytes[offsetof(STORAGE_ADAPTER_DESCRIPTOR, BusType)] = BusTypeSata;
+  driver().Answer(3, IOCTL_STORAGE_QUERY_PROPERTY, StorageAdapterProperty, bytes);
+  EXPECT_EQ(drives_->List().back().bus, DriveBus::kAta);
+  Unname(7);
   // Another drive gets the number of one that has gone.
   Unname(2);
   EXPECT_EQ(drives_->Open(list[1]).result, DriveResult::kGone);
