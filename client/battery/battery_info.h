@@ -17,7 +17,8 @@ class BatteryInfo {
  public:
   inline static const std::wstring kUnknown = L"UnKnown";
 
-  /// The form in which serial numbers are logged; "UnKnown" and the empty text stay what they are.
+  /// The form in which serial numbers are logged; "UnKnown" and the empty text stay what they are. Empty, with a line,
+  /// when the system refuses to hash.
   static std::wstring GetHashedString(std::wstring value);
 
   /// Identifies the battery within the machine, over restarts, as its place: "BAT0".

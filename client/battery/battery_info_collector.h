@@ -30,8 +30,8 @@ class BatteryInfoCollector {
   /// One record a battery. The operating system's facts come first; the energy management driver, on machines of the
   /// brands that have it, the log files and the library of the power manager then fill what is still "UnKnown", in this
   /// order; but what the library tells of condition and firmware stands. A source that does not answer in time is left
-  /// out and asked again when it has come back. Nothing when the operating system is such a source, with a line, and
-  /// when `stop` came first, which may be null: then the batteries are not known, and not gone.
+  /// out and asked again when it has come back; after `stop`, which may be null, none is asked. Nothing when the
+  /// operating system did not tell: then the batteries are not known, and not gone.
   std::optional<std::list<BatteryInfo>> GetBatteryInfoList(platform::Waitable* stop = nullptr);
 
  private:

@@ -335,7 +335,7 @@ std::optional<std::list<BatteryInfo>> BatteryEventMonitor::ReadBatteries(TVK::Mo
 void BatteryEventMonitor::Look(TVK::MonitorLine too_many,
                                const std::function<void(const std::list<BatteryInfo>&)>& record) {
   const auto list = ReadBatteries(too_many);
-  if (!list) return;
+  if (!list || stopping()) return;  // a stop may have cut the reading short
   const HandedReading handed(*this, *list);
   DescribeAnew(*list);
   record(*list);
