@@ -165,7 +165,7 @@ int DatasetMonitor::LogDevInits(const std::vector<std::wstring>& keys) {
     if (services().store.GetState(dataset, done.key, of) == 0 && of == device_context) continue;
     if (!TakesDeviceInit(key)) continue;
     const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key, done);
-    if (result == 0) result = error;
+    if (result == 0 && error != kWithheld) result = error;
   }
   return result;
 }
@@ -226,7 +226,7 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
     lock.unlock();
     LogDatasetContext(new_context_needed);
     lock.lock();
-    if (context_owed_) return 0;
+    if (context_owed_) return kWithheld;
   }
   const auto ids = context_ids_.find(device_key);
   if (ids == context_ids_.end()) {
@@ -247,7 +247,7 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_item_time(System::GetTime(services().runtime.clock()));
   event.set_item_name(item_name);
   event.set_item_id(item_id);
-  int error = 0;
+  int error = kWithheld;
   const auto write = [&] { error = services().store.LogItemEvent(event, state); };
   if (!content.of_use.empty()) {
     content.of_use.insert(content.data.begin(), content.data.end());

@@ -64,6 +64,9 @@ class DatasetMonitor : public EventMonitorBase {
   /// that is not 0; 0 also where nothing was to be written, or was withheld.
   int LogDevInitEvent() override;
 
+  /// What writing an item gives that was withheld for want of consent: nothing of it was recorded.
+  static constexpr int kWithheld = -2;
+
   const MonitorIdentity& identity() const { return identity_; }
 
   /// The manual-reset event "NAME_LogDatasetContext" of the dataset: clear while its contexts are being logged, set
@@ -92,7 +95,7 @@ class DatasetMonitor : public EventMonitorBase {
   bool HasContext(const std::wstring& device_key);
   /// "Class::name", as log lines name their caller.
   std::wstring Operation(std::wstring_view name) const;
-  /// Writes an item event of the device. 0 when it was written, or withheld for want of consent; the store's result,
+  /// Writes an item event of the device. 0 when it was written; kWithheld for want of consent; the store's result,
   /// with the line item_failure; -1, with an error line, for a name that the dataset does not have and for a device
   /// without context. `state` is kept in the store with it, or not at all; see EventDataLogging::GetState. `of_use`:
   /// what of the item tells of use; left out where that is not admitted.
@@ -142,7 +145,7 @@ class DatasetMonitor : public EventMonitorBase {
   DatasetContext MakeContext(const ItemData& facts) const;
   /// Whether another device context than that of the device's dataset context is in force. With context_mutex_ held.
   bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;
-  /// The store's result; -1 when the device has no context; 0 when withheld.
+  /// The store's result; -1 when the device has no context; kWithheld.
   int Write(const std::wstring& item_name, const std::wstring& item_id, ItemContent content,
             const std::wstring& device_key, const DatasetState& state, bool of_use = false);
 

@@ -256,13 +256,13 @@ TEST_F(DatasetMonitorTest, NothingIsWrittenWithoutConsentAndTheContextComesFirst
   life_->consent.given = false;
   life_->manager.first_invocation = true;
   DriveMonitor& monitor = Start();
-  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0);
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), DatasetMonitor::kWithheld);
   EXPECT_TRUE(life_->Items().empty() && life_->DatasetContexts().empty());
   life_->consent.given = true;
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"B"), 0);
   EXPECT_EQ(Items(), (Texts{L"DeviceInit 0", L"DeviceInit 1", L"ReadPerDay 1"})) << "nothing that was due is left out";
   life_->consent.given = false;
-  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"B"), 0);
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"B"), DatasetMonitor::kWithheld);
   monitor.OnDeviceContextChanges(true);
   EXPECT_EQ(life_->Items().size(), 3u);
   EXPECT_EQ(life_->DatasetContexts().size(), 2u);
@@ -273,7 +273,8 @@ TEST_F(DatasetMonitorTest, NothingIsWrittenWithoutConsentAndTheContextComesFirst
   monitor.LogDatasetContext(false);
   life_->consent.given = true;
   monitor.while_described = [&] { life_->consent.given = false; };
-  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "withdrawn while the devices were looked at";
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), DatasetMonitor::kWithheld)
+      << "withdrawn while the devices were looked at";
   EXPECT_EQ(life_->Items().size(), 4u);
   EXPECT_EQ(life_->DatasetContexts().size(), 4u);
 }
@@ -285,7 +286,7 @@ TEST_F(DatasetMonitorTest, WhatTellsOfUseIsWrittenInItsScopesOnly) {
   life_->consent.scope = L"none";
   monitor.LogDatasetContext(true);
   EXPECT_EQ(life_->DatasetContexts().size(), 3u) << "A alone, anew";
-  EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), 0);
+  EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), DatasetMonitor::kWithheld);
   EXPECT_EQ(life_->Items().size(), items);
   EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"A"), 0) << "the stick keeps nothing waiting";
   EXPECT_EQ(monitor.WriteItem(kPerDay, {{L"Code", L"1"}}, L"A", {}, {{L"Text", L"x"}}), 0);
@@ -300,7 +301,7 @@ TEST_F(DatasetMonitorTest, WhatTellsOfUseIsWrittenInItsScopesOnly) {
   EXPECT_EQ(monitor.WriteItemOfUse(kPerDay, {}, L"A"), 0);
   EXPECT_EQ(life_->Items().size(), items + 5);
   life_->consent.scope = L"none";
-  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"Stick"), 0) << "described before the scope shrank";
+  EXPECT_EQ(monitor.WriteItem(kPerDay, {}, L"Stick"), DatasetMonitor::kWithheld) << "described before the scope shrank";
   EXPECT_EQ(life_->Items().size(), items + 5);
 }
 

@@ -1,9 +1,10 @@
 // The parser of the power manager's log files: whatever stands in one, nothing crashes and what comes out makes sense.
 #include <cstdint>
 #include <cstdlib>
-#include <string_view>
+#include <string>
 
 #include "client/battery/pwm_file_info.h"
+#include "platform/power_manager.h"
 
 namespace {
 
@@ -14,9 +15,9 @@ void Require(bool holds) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
-  const TVK::Log log;
-  const std::vector<PwmFileInfo> infos = PwmFileTool(log).GetPwmFileInfo(text);
+  const platform::PowerManagerLog file{.name = "a.PWM", .bytes = size, .text = std::string(data, data + size)};
+  TVK::SourceFaults faults({}, L"");
+  const std::vector<PwmFileInfo> infos = PwmFileTool(faults).GetPwmFileInfo(file);
   Require(infos.size() <= 16);
   for (const PwmFileInfo& info : infos) {
     Require(info.battery_number > 0 && info.cycle_count != 0u);

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,6 +23,9 @@ struct BatteryFacts {
   /// Where the battery sits; the same over restarts, and for another battery in its place: "BAT0". Not empty, once in a
   /// list, and without what is printed on the battery, as a serial number.
   std::string slot = {};
+  /// Of that place among all that the machine has for batteries, empty ones too, counted from 0: the software of its
+  /// maker tells batteries apart by it. Absent where the system does not tell of empty ones.
+  std::optional<std::uint32_t> number = {};
   std::string path = {};  ///< Under which the system reaches it.
   std::string name = {};  ///< That its maker gave the model.
   std::string manufacturer = {};
@@ -40,7 +44,8 @@ struct BatteryFacts {
   bool operator==(const BatteryFacts&) const = default;
 };
 
-class Batteries {
+/// Held by shared_ptr: a question whose driver hangs may come back after whoever asked has gone.
+class Batteries : public std::enable_shared_from_this<Batteries> {
  public:
   Batteries() = default;
   Batteries(const Batteries&) = delete;
@@ -49,7 +54,7 @@ class Batteries {
 
   /// The batteries that power the machine itself, in an order that stays while they stay; empty slots, the batteries of
   /// a mouse or a headset and uninterruptible supplies left out. Empty when there is none, and when the system tells of
-  /// none. One that comes or goes meanwhile is in the list as it was before or after.
+  /// none. One that comes or goes meanwhile is in the list as it was before or after. Takes as long as a driver hangs.
   virtual std::vector<BatteryFacts> List() = 0;
 };
 

@@ -65,11 +65,7 @@ std::optional<std::uint32_t> Count(std::span<const std::uint8_t> bytes, std::siz
 
 std::optional<std::chrono::year_month_day> Date(std::span<const std::uint8_t> bytes) {
   if (bytes.size() < kDateSize) return std::nullopt;
-  const std::chrono::year_month_day date{std::chrono::year(LittleEndianAt<std::uint16_t>(bytes, 2)),
-                                         std::chrono::month(bytes[1]), std::chrono::day(bytes[0])};
-  // The years that a battery can tell (Smart Battery Data Specification 1.1, ManufactureDate).
-  const bool in_range = date.year() >= std::chrono::year(1980) && date.year() <= std::chrono::year(2107);
-  return date.ok() && in_range ? std::optional(date) : std::nullopt;
+  return BatteryDate(LittleEndianAt<std::uint16_t>(bytes, 2), bytes[1], bytes[0]);
 }
 
 std::optional<ChargeState> StateOf(std::uint32_t power_state) {

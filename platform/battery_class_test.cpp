@@ -8,10 +8,12 @@
 #include <utility>
 
 #include "platform/little_endian.h"
+#include "testing/battery_blocks.h"
 
 namespace platform {
 namespace {
 
+using testing_support::Words;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint32_t kInvalidFunction = 1;
@@ -19,14 +21,6 @@ constexpr std::uint32_t kFileNotFound = 2;
 constexpr std::uint32_t kNoSuchDevice = 433;
 constexpr std::uint32_t kTimeout = 1460;
 constexpr std::uint32_t kUnknown = 0xFFFFFFFF;
-
-Bytes Words(std::initializer_list<std::uint32_t> words) {
-  Bytes bytes(words.size() * 4);
-  std::size_t at = 0;
-  for (const std::uint32_t word : words)
-    PutLittleEndian(bytes, std::exchange(at, at + 4), word);
-  return bytes;
-}
 
 Bytes Wide(std::u16string_view text) {
   Bytes bytes(text.size() * 2 + 2);

@@ -29,4 +29,15 @@ void DropFillers(BatteryFacts& facts) {
   if (IsFillerSerialNumber(facts.serial_number)) facts.serial_number.clear();
 }
 
+std::optional<std::chrono::year_month_day> BatteryDate(std::uint64_t year, std::uint64_t month, std::uint64_t day) {
+  constexpr std::uint64_t kFirstYear = 1980;
+  constexpr std::uint64_t kLastYear = kFirstYear + 127;
+  // The calendar's types would wrap larger numbers around.
+  if (year < kFirstYear || year > kLastYear || month > 12 || day > 31) return std::nullopt;
+  const std::chrono::year_month_day date(std::chrono::year(static_cast<int>(year)),
+                                         std::chrono::month(static_cast<unsigned>(month)),
+                                         std::chrono::day(static_cast<unsigned>(day)));
+  return date.ok() ? std::optional(date) : std::nullopt;
+}
+
 }  // namespace platform

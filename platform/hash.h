@@ -10,7 +10,7 @@ namespace platform {
 
 using Sha256Digest = std::array<std::uint8_t, 32>;
 
-/// SHA-256 (FIPS 180-4) of `bytes`. Throws std::runtime_error when the system's library refuses.
+/// SHA-256 (FIPS 180-4) of `bytes`. Throws std::system_error, with its status, when the system's library refuses.
 Sha256Digest Sha256(std::string_view bytes);
 
 /// Fills `bytes` from the system's random source. Throws std::runtime_error when it has none.

@@ -33,8 +33,8 @@ struct MachineDoors {
   std::unique_ptr<Region> region;
   std::unique_ptr<Settings> settings;
   std::unique_ptr<Power> power;
-  std::unique_ptr<Batteries> batteries;
-  std::unique_ptr<PowerManager> power_manager;
+  std::shared_ptr<Batteries> batteries;
+  std::shared_ptr<PowerManager> power_manager;
   std::shared_ptr<Drives> drives;
   std::shared_ptr<Volumes> volumes;
   std::unique_ptr<SystemEvents> system_events;

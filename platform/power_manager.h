@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,7 +34,8 @@ struct PowerManagerLogs {
       {};  ///< The system's error, when the logged-on user's rights could not be taken.
 };
 
-class PowerManager {
+/// Held by shared_ptr, as Batteries: each question takes as long as the software hangs.
+class PowerManager : public std::enable_shared_from_this<PowerManager> {
  public:
   /// Of each block that the library fills.
   static constexpr std::size_t kBlockBytes = 256;
@@ -42,6 +44,9 @@ class PowerManager {
   PowerManager(const PowerManager&) = delete;
   PowerManager& operator=(const PowerManager&) = delete;
   virtual ~PowerManager() = default;
+
+  /// False: there is no such software for this system, and nothing to be asked.
+  virtual bool IsPossible() const { return true; }
 
   /// Asks the energy-management driver with this device control code about a battery, counted from 0: at most 512
   /// bytes. Nothing when there is no such driver, and when it refuses.
@@ -60,6 +65,7 @@ class PowerManager {
 /// Of a machine for which there is no such software.
 class NoPowerManager final : public PowerManager {
  public:
+  bool IsPossible() const override { return false; }
   std::optional<std::vector<std::uint8_t>> QueryEnergyDriver(std::uint32_t /*code*/,
                                                              std::uint32_t /*battery*/) override {
     return std::nullopt;

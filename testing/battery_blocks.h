@@ -1,8 +1,9 @@
-// Builds what the maker's power software answers for tests and fuzz seeds: blocks of the energy-management driver and
-// of the power manager's library, every field filled.
+// Builds what batteries' drivers and the maker's power software answer for tests and fuzz seeds: blocks of the
+// energy-management driver and of the power manager's library have every field filled.
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,17 @@
 namespace testing_support {
 
 using BatteryBytes = std::vector<std::uint8_t>;
+
+/// Numbers of four bytes, one behind the other.
+inline BatteryBytes Words(std::initializer_list<std::uint32_t> words) {
+  BatteryBytes bytes(words.size() * 4);
+  std::size_t at = 0;
+  for (const std::uint32_t word : words) {
+    PutLittleEndian(bytes, at, word, 4);
+    at += 4;
+  }
+  return bytes;
+}
 
 inline void PutText(BatteryBytes& block, std::size_t at, std::string_view text) {
   for (std::size_t i = 0; i < text.size(); ++i)

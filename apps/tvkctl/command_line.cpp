@@ -116,13 +116,14 @@ class Run {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
     TVK::MachineServices services(*machine, *runtime_);
-    return RunInspectBattery(texts_.json, services.batteries, out_);
+    return RunInspectBattery(texts_.json, services.batteries, out_, errors_);
   }
 
   int InspectPower() const {
     const auto machine = OpenMachine();
     if (machine == nullptr) return kExitWrongConfiguration;
-    return RunInspectPower(texts_.json, machine->power(), out_);
+    TVK::MachineServices services(*machine, *runtime_);
+    return RunInspectPower(texts_.json, machine->power(), services.batteries, out_, errors_);
   }
 
   int EventLogQuery() const { return RunEventLogQuery(texts_.event_log, out_, errors_); }

@@ -43,10 +43,19 @@ Rows ToRows(const BatteryInfo& battery) {
   return rows;
 }
 
-Json::Value ToJson(const BatteryInfo& battery) {
-  ItemData data = TVK::BatteryContextItemData(battery);
-  data.merge(TVK::BatteryItemData(battery));
-  return ItemDataToJson(data);
+Json::Value ToJson(const std::list<BatteryInfo>& batteries) {
+  Json::Value list = Json::arrayValue;
+  for (const BatteryInfo& battery : batteries) {
+    ItemData data = TVK::BatteryContextItemData(battery);
+    data.merge(TVK::BatteryItemData(battery));
+    list.append(ItemDataToJson(data));
+  }
+  return list;
+}
+
+int FailForBatteries(std::ostream& errors) {
+  errors << "tvkctl: the system does not tell of its batteries in time\n";
+  return kExitFailed;
 }
 
 const char* Name(platform::PowerSource source) {
@@ -73,33 +82,35 @@ const char* Name(platform::ChargeLevel level) {
 
 }  // namespace
 
-int RunInspectBattery(bool json, BatteryInfoCollector& batteries, std::ostream& out) {
-  std::list<BatteryInfo> list;
-  batteries.GetBatteryInfoList(list);
+int RunInspectBattery(bool json, BatteryInfoCollector& batteries, std::ostream& out, std::ostream& errors) {
+  const auto list = batteries.GetBatteryInfoList();
+  if (!list) return FailForBatteries(errors);
   if (json) {
     Json::Value value;
-    value["batteries"] = Json::arrayValue;
-    for (const BatteryInfo& battery : list)
-      value["batteries"].append(ToJson(battery));
+    value["batteries"] = ToJson(*list);
     WriteJsonLine(value, out);
     return kExitOk;
   }
-  if (list.empty()) out << "no battery\n";
-  for (const BatteryInfo& battery : list) {
-    if (&battery != &list.front()) out << '\n';
+  if (list->empty()) out << "no battery\n";
+  for (const BatteryInfo& battery : *list) {
+    if (&battery != &list->front()) out << '\n';
     WriteColumns(ToRows(battery), out);
   }
   return kExitOk;
 }
 
-int RunInspectPower(bool json, platform::Power& power, std::ostream& out) {
+int RunInspectPower(bool json, platform::Power& power, BatteryInfoCollector& batteries, std::ostream& out,
+                    std::ostream& errors) {
   const platform::PowerStatus status = power.ReadStatus();
   if (json) {
+    const auto list = batteries.GetBatteryInfoList();
+    if (!list) return FailForBatteries(errors);
     Json::Value value;
     value["source"] = status.source ? Json::Value(Name(*status.source)) : Json::Value();
     value["percentage"] = status.percent ? Json::Value(*status.percent) : Json::Value();
     value["level"] = status.level ? Json::Value(Name(*status.level)) : Json::Value();
     value["charging"] = status.charging;
+    value["batteries"] = ToJson(*list);
     WriteJsonLine(value, out);
     return kExitOk;
   }

@@ -33,12 +33,13 @@ class InspectBatteryTest : public testing::Test {
   std::string Battery(bool json) {
     std::ostringstream out;
     TVK::MachineServices services(machine_, *runtime_);
-    EXPECT_EQ(RunInspectBattery(json, services.batteries, out), 0);
+    EXPECT_EQ(RunInspectBattery(json, services.batteries, out, out), 0);
     return out.str();
   }
   std::string Power(bool json) {
     std::ostringstream out;
-    EXPECT_EQ(RunInspectPower(json, machine_.power(), out), 0);
+    TVK::MachineServices services(machine_, *runtime_);
+    EXPECT_EQ(RunInspectPower(json, machine_.power(), services.batteries, out, out), 0);
     return out.str();
   }
 
@@ -49,6 +50,7 @@ class InspectBatteryTest : public testing::Test {
 
 TEST_F(InspectBatteryTest, ShowsEachBatteryAsTheRecordsHaveIt) {
   machine_.batteries().Set({{.slot = "BAT0",
+                             .number = 0,
                              .name = "Pack\x1b[2J",
                              .design_mwh = 57'000,
                              .remaining_mwh = 9'000,
@@ -96,7 +98,7 @@ TEST_F(InspectBatteryTest, HoldsNoSerialNumberInClearWhateverTheSource) {
   for (const char* const source : {"system", "driver", "library", "all"}) {
     SCOPED_TRACE(source);
     const auto is = [&](std::string_view name) { return source == name || source == std::string_view("all"); };
-    machine_.batteries().Set({{.slot = "BAT0", .serial_number = is("system") ? kSerial : ""}});
+    machine_.batteries().Set({{.slot = "BAT0", .number = 0, .serial_number = is("system") ? kSerial : ""}});
     platform::PowerManagerScript script;
     if (is("driver")) script.driver = {{{0x831020F8, 0}, EmIdentityBlock(kSerial)}};
     if (is("library")) {
@@ -121,24 +123,25 @@ TEST_F(InspectBatteryTest, HoldsNoSerialNumberInClearWhateverTheSource) {
 }
 
 TEST_F(InspectBatteryTest, ShowsThePower) {
+  machine_.batteries().Set({{.slot = "BAT1", .state = platform::ChargeState::kCharging}});
   using enum platform::PowerSource;
   using enum platform::ChargeLevel;
   for (const auto& [status, json, text] : {
            std::tuple(platform::PowerStatus{.source = kAc, .percent = 87, .level = kHigh, .charging = true},
-                      R"({"charging":true,"level":"high","percentage":87,"source":"AC"})",
+                      R"("charging":true,"level":"high","percentage":87,"source":"AC"})",
                       "source      AC\npercentage  87%\nlevel       high\ncharging    yes\n"),
            {{.source = kBattery, .percent = 20, .level = kLow},
-            R"({"charging":false,"level":"low","percentage":20,"source":"battery"})",
+            R"("charging":false,"level":"low","percentage":20,"source":"battery"})",
             "source      battery\npercentage  20%\nlevel       low\ncharging    no\n"},
            {{.source = kShortTerm, .level = kCritical},
-            R"({"charging":false,"level":"critical","percentage":null,"source":"UPS"})",
+            R"("charging":false,"level":"critical","percentage":null,"source":"UPS"})",
             "source    UPS\nlevel     critical\ncharging  no\n"},
            {{},
-            R"({"charging":false,"level":null,"percentage":null,"source":null})",
+            R"("charging":false,"level":null,"percentage":null,"source":null})",
             "source    not told\ncharging  no\n"},
        }) {
     machine_.power().Set(status);
-    EXPECT_EQ(Power(true), json + std::string("\n"));
+    EXPECT_EQ(Power(true), R"({"batteries":[{"ChargeStatus":"1","Id":"BAT1"}],)" + std::string(json) + '\n');
     EXPECT_EQ(Power(false), text);
   }
 }

@@ -1,20 +1,10 @@
 #include "client/battery/battery_date.h"
 
 #include "client/log/wide_format.h"
+#include "platform/battery_text.h"
 #include "platform/text_scan.h"
 
 namespace TVK {
-
-std::optional<std::chrono::year_month_day> MakeBatteryDate(std::uint64_t year, std::uint64_t month, std::uint64_t day) {
-  constexpr std::uint64_t kFirstYear = 1980;
-  constexpr std::uint64_t kLastYear = 9999;
-  // The calendar's types would wrap larger numbers around.
-  if (year < kFirstYear || year > kLastYear || month > 12 || day > 31) return std::nullopt;
-  const std::chrono::year_month_day date(std::chrono::year(static_cast<int>(year)),
-                                         std::chrono::month(static_cast<unsigned>(month)),
-                                         std::chrono::day(static_cast<unsigned>(day)));
-  return date.ok() ? std::optional(date) : std::nullopt;
-}
 
 std::optional<std::chrono::year_month_day> ParseBatteryDate(std::string_view text) {
   const std::size_t month_at = text.find('-') + 1;
@@ -24,7 +14,7 @@ std::optional<std::chrono::year_month_day> ParseBatteryDate(std::string_view tex
   const auto month = platform::ParseNumber(text.substr(month_at, day_at - 1 - month_at));
   const auto day = platform::ParseNumber(text.substr(day_at));
   if (!year || !month || !day) return std::nullopt;
-  return MakeBatteryDate(*year, *month, *day);
+  return platform::BatteryDate(*year, *month, *day);
 }
 
 std::wstring BatteryDateText(const std::chrono::year_month_day& date) {

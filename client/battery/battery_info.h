@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -15,7 +17,8 @@ class BatteryInfo {
  public:
   inline static const std::wstring kUnknown = L"UnKnown";
 
-  /// The form in which serial numbers are logged; "UnKnown" and the empty text stay what they are.
+  /// The form in which serial numbers are logged; "UnKnown" and the empty text stay what they are. Empty, with a line,
+  /// when the system refuses to hash.
   static std::wstring GetHashedString(std::wstring value);
 
   /// Identifies the battery within the machine, over restarts, as its place: "BAT0".
@@ -83,6 +86,10 @@ class BatteryInfo {
   void set_batteryValidWarranty(std::wstring value) { Set(kValidWarranty, std::move(value)); }
   void set_batteryEvent(std::wstring value) { Set(kEvent, std::move(value)); }
 
+  /// Of its slot; see platform::BatteryFacts.
+  std::optional<std::uint32_t> number() const { return number_; }
+  void set_number(std::optional<std::uint32_t> number) { number_ = number; }
+
   /// What the energy-management driver and the power manager's log files told, for the properties that were filled from
   /// them.
   const _EM_BATTERY_INFO& EmBatteryInfo() const { return em_battery_info_; }
@@ -90,8 +97,10 @@ class BatteryInfo {
   const PwmFileInfo& pwmFileInfo() const { return pwm_file_info_; }
   void set_pwmFileInfo(PwmFileInfo value) { pwm_file_info_ = std::move(value); }
 
-  /// Takes over from `other` every property that is "UnKnown" here, the place (id, device path) apart. The two blocks
-  /// stay.
+  /// False when both tell a serial number, and not the same: `other` is of another battery.
+  bool IsPerhaps(const BatteryInfo& other) const;
+  /// Takes over from `other` every property that is "UnKnown" here, the place (id, device path, number) apart. The two
+  /// blocks stay.
   void Complete(const BatteryInfo& other);
 
  private:
@@ -133,6 +142,7 @@ class BatteryInfo {
   void Set(Property property, std::wstring value) { texts_[property] = std::move(value); }
 
   Texts texts_ = AllUnknown();
+  std::optional<std::uint32_t> number_;
   _EM_BATTERY_INFO em_battery_info_;
   PwmFileInfo pwm_file_info_;
 };

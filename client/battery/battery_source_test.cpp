@@ -30,12 +30,30 @@ std::wstring Facts(const BatteryInfo& battery) {
   return facts;
 }
 
+/// Of the first slots of a machine; nothing else is known of them.
+std::list<BatteryInfo> InSlots(std::uint32_t count) {
+  std::list<BatteryInfo> list(count);
+  std::uint32_t number = 0;
+  for (BatteryInfo& battery : list)
+    battery.set_number(number++);
+  return list;
+}
+
 class BatterySourceTest : public testing::Test {
  protected:
-  BatterySourceTest() { utility::InitLog(log_, L"BatteryInfo.log", 4); }
+  static Log OpenLog() {
+    Log log;
+    utility::InitLog(log, L"BatteryInfo.log", 4);
+    return log;
+  }
+  BatteryInfo AskDriver() {
+    std::list<BatteryInfo> list = InSlots(1);
+    GetBatteryInfoFromEmDriver(power_manager_, list);
+    return list.front();
+  }
 
   LogCapture lines_;
-  Log log_;
+  SourceFaults faults_{OpenLog(), L"It"};
   platform::SimulatedPowerManager power_manager_;
 };
 
@@ -43,22 +61,100 @@ TEST_F(BatterySourceTest, TheDriverTellsWhatItsThreeBlocksHold) {
   power_manager_.Set({.driver = {{{0x831020F8, 1}, EmIdentityBlock()},
                                  {{0x83102120, 1}, EmConditionBlock()},
                                  {{0x83102138, 1}, EmUsageBlock()}}});
-  const auto batteries = GetBatteryInfoFromEmDriver(power_manager_, 2);
-  ASSERT_EQ(batteries.size(), 2u);
-  EXPECT_EQ(Facts(batteries[0]), L"");
-  EXPECT_EQ(Facts(batteries[1]),
+  std::list<BatteryInfo> batteries = InSlots(2);
+  GetBatteryInfoFromEmDriver(power_manager_, batteries);
+  EXPECT_EQ(Facts(batteries.front()), L"");
+  EXPECT_EQ(Facts(batteries.back()),
             L"Chemistry=LiP;Condition=Performance Degradation;CycleCount=200;DesignChargeCapacity=57020;"
             L"DeviceName=5B10W13930;FirstUseDate=2024-02-29;FullChargeCapacity=51000;"
             L"FwVersion=8899-AABB-CCDD-EEFF;HoursAtFullCharge=203;HoursAtFullChargeAndHighTemp=205;"
             L"HoursAtHighTemp=204;Hwid=0011-2233-4455-6677;ManufactureDate=2023-12-31;Manufacturer=Fabrikam;"
             L"RemainingCapacity=0;SerialNumber=#EM-0815;TotalBatteryAwakeHrs=202;TotalChargedCapacity=201;");
-  EXPECT_EQ(batteries[1].EmBatteryInfo().design_mwh, 57'020u);
+  EXPECT_EQ(batteries.back().EmBatteryInfo().design_mwh, 57'020u);
+}
+
+TEST_F(BatterySourceTest, ABatteryIsAskedForByItsSlotAndIsNotMixedWithAnother) {
+  const std::string log = "Battery=1\nUsage=2024-05-31,1,9\nBattery=2\nUsage=2024-05-31,2,812\n";
+  power_manager_.Set({.driver = {{{0x831020F8, 0}, EmIdentityBlock("OTHER")},
+                                 {{0x831020F8, 1}, EmIdentityBlock("SN-2")},
+                                 {{0x83102138, 1}, EmUsageBlock()}},
+                      .smart_batteries = {{1, {.information_block = SmartInformationBlock("OTHER")}},
+                                          {2,
+                                           {.status_block = SmartStatusBlock(0x10),
+                                            .information_block = SmartInformationBlock("SN-2")}}},
+                      .firmware = {{2, {1, 2, 3, 4}}},
+                      .logs = {.logs = {{.name = "a.PWM", .bytes = log.size(), .text = log}}}});
+  struct Row {
+    std::optional<std::uint32_t> number;
+    const wchar_t* serial_number;
+    bool from_driver_and_library, from_log;
+  };
+  for (const Row& row : {Row{1, L"SN-2", true, true}, Row{1, L"UnKnown", true, true}, Row{1, L"SN-3", false, true},
+                         Row{2, L"SN-2", false, false}, Row{std::nullopt, L"SN-2", false, false}}) {
+    SCOPED_TRACE(testing::PrintToString(row.serial_number));
+    std::list<BatteryInfo> list(1);
+    BatteryInfo& battery = list.front();
+    battery.set_number(row.number);
+    battery.set_batterySerialNumber(row.serial_number);
+    BatteryInfo before = battery;
+    GetBatteryInfoFromEmDriver(power_manager_, list);
+    EXPECT_EQ(battery.batteryManufactureName(), row.from_driver_and_library ? L"Fabrikam" : L"UnKnown");
+    EXPECT_EQ(battery.EmBatteryInfo() != _EM_BATTERY_INFO(), row.from_driver_and_library);
+    EXPECT_EQ(Facts(battery) != Facts(before), row.from_driver_and_library);
+    battery = before;
+    GetBatteryInfoFromPMDriver(power_manager_, list, faults_);
+    EXPECT_EQ(battery.batteryCondition(), row.from_driver_and_library ? L"Overheated" : L"UnKnown");
+    EXPECT_EQ(Facts(battery) != Facts(before), row.from_driver_and_library);
+    battery = before;
+    GetBatteryInfoFromPwmLogFile(power_manager_, list, faults_);
+    EXPECT_EQ(battery.batteryTotalBatteryAwakeHrs(), row.from_log ? L"812" : L"UnKnown");
+  }
+}
+
+TEST_F(BatterySourceTest, AFaultIsToldAsItBeginsAndWhenAllHasEnded) {
+  const auto library = [&](std::optional<std::uint32_t> first, std::optional<std::uint32_t> second) {
+    platform::PowerManagerScript script;
+    if (first) script.smart_batteries[1] = {.result = *first};
+    if (second) script.smart_batteries[2] = {.result = *second};
+    power_manager_.Set(std::move(script));
+    std::list<BatteryInfo> list = InSlots(2);
+    lines_.Clear();
+    GetBatteryInfoFromPMDriver(power_manager_, list, faults_);
+    return lines_.Lines();
+  };
+  using Lines = std::vector<std::wstring>;
+  const auto failed = [](int status) { return L"GetBatteryInfoFromPMDriver failed=" + std::to_wstring(status); };
+  EXPECT_EQ(library(5, 0), Lines{failed(5)});
+  EXPECT_EQ(library(5, 5), Lines{failed(5)}) << "of the other one";
+  EXPECT_EQ(library(5, 5), Lines());
+  EXPECT_EQ(library(7, 5), Lines{failed(7)});
+  EXPECT_EQ(library(std::nullopt, std::nullopt), Lines()) << "no answer says nothing";
+  EXPECT_EQ(library(0, 5), Lines());
+  EXPECT_EQ(library(0, 0), Lines{L"It: it works again"});
+  EXPECT_EQ(library(0, 0), Lines());
+  EXPECT_EQ(library(0, 5), Lines{failed(5)});
+  EXPECT_EQ(library(0, 0), Lines{L"It: it works again"});
+
+  const auto files = [&](std::uint64_t bytes, const std::string& text, std::optional<std::uint32_t> refusal = {}) {
+    power_manager_.Set(
+        {.logs = {.logs = {{.name = "a.PWM", .bytes = bytes}, {.name = "b.PWM", .bytes = text.size(), .text = text}},
+                  .refusal = refusal}});
+    std::list<BatteryInfo> list = InSlots(1);
+    lines_.Clear();
+    GetBatteryInfoFromPwmLogFile(power_manager_, list, faults_);
+    return lines_.Lines().size();
+  };
+  EXPECT_EQ(files(2'000'000, "Battery=0\n", 5), 3u);
+  EXPECT_EQ(files(2'000'001, "Battery=0\nUsage=1\n", 5), 0u) << "it went on growing";
+  EXPECT_EQ(files(2'000'001, "\nBattery=0\n", 6), 2u) << "in another line, another refusal";
+  EXPECT_EQ(files(2'000'001, "\nBattery=0\n"), 0u);
+  EXPECT_EQ(files(10, "Battery=1\n"), 1u);
 }
 
 TEST_F(BatterySourceTest, ABlockOfTheDriverGivesWhatItHolds) {
   const auto count = [&](std::uint32_t code, BatteryBytes block) {
     power_manager_.Set({.driver = {{{code, 0}, std::move(block)}}});
-    return std::ranges::count(Facts(GetBatteryInfoFromEmDriver(power_manager_, 1)[0]), L';');
+    return std::ranges::count(Facts(AskDriver()), L';');
   };
   for (const auto& [code, whole, ends] :
        {std::tuple(0x831020F8u, EmIdentityBlock(), std::vector<std::ptrdiff_t>{8, 16, 20, 24, 28, 60, 92, 124, 140}),
@@ -73,12 +169,12 @@ TEST_F(BatterySourceTest, ABlockOfTheDriverGivesWhatItHolds) {
   EXPECT_EQ(count(0x831020F8, BatteryBytes(140)), 0);
   for (const auto& [condition, words] : {std::pair(0u, L"Normal"), {2u, L"Unsupported"}, {3u, L"UnKnown"}}) {
     count(0x83102120, EmConditionBlock(condition));
-    EXPECT_EQ(GetBatteryInfoFromEmDriver(power_manager_, 1)[0].batteryCondition(), words);
+    EXPECT_EQ(AskDriver().batteryCondition(), words);
   }
 }
 
 TEST_F(BatterySourceTest, TheLibraryFillsGapsAndItsConditionAndFirmwareStand) {
-  std::list<BatteryInfo> list(3);
+  std::list<BatteryInfo> list = InSlots(3);
   list.front().set_batteryCondition(L"Performance Degradation");
   list.front().set_batteryFwVersion(L"8899-AABB-CCDD-EEFF");
   list.front().set_batteryCycleCount(L"7");
@@ -89,7 +185,7 @@ TEST_F(BatterySourceTest, TheLibraryFillsGapsAndItsConditionAndFirmwareStand) {
              {.result = 0x10003, .status_block = SmartStatusBlock(0x08), .information_block = SmartInformationBlock()}},
             {3, {.result = 0, .status_block = {}, .information_block = SmartInformationBlock("", "", 8)}}},
        .firmware = {{1, {0x1, 0xABC, 0x0, 0xFFFF}}, {2, {1, 2, 3, 4}}}});
-  GetBatteryInfoFromPMDriver(power_manager_, list, log_);
+  GetBatteryInfoFromPMDriver(power_manager_, list, faults_);
   EXPECT_EQ(Facts(list.front()),
             L"Chemistry=LiP;Condition=Trickle Charge;CycleCount=7;DesignChargeCapacity=57030;"
             L"DeviceName=5B10W13930;FirstUseDate=2023-11-30;FullChargeCapacity=50000;"
@@ -106,10 +202,11 @@ TEST_F(BatterySourceTest, TheLowStatusOfTheLibraryDecides) {
     const bool failed = result == 1 || result == 5 || result == 7 || result == 0x10007;
     SCOPED_TRACE(result);
     lines_.Clear();
-    std::list<BatteryInfo> list(1);
+    SourceFaults faults(OpenLog(), L"It");
+    std::list<BatteryInfo> list = InSlots(1);
     power_manager_.Set({.smart_batteries = {{1, {.result = result, .status_block = SmartStatusBlock()}}},
                         .firmware = {{1, {1, 2, 3, 4}}}});
-    GetBatteryInfoFromPMDriver(power_manager_, list, log_);
+    GetBatteryInfoFromPMDriver(power_manager_, list, faults);
     EXPECT_EQ(Facts(list.front()).empty(), failed);
     const std::wstring said = L"GetBatteryInfoFromPMDriver failed=" + std::to_wstring(result & 0xFFFF);
     EXPECT_EQ(lines_.Lines(), failed ? std::vector{said} : std::vector<std::wstring>());
@@ -137,10 +234,10 @@ TEST(SmartBatteryTest, OnlyWhatWasFilledAndMakesSenseIsTold) {
   using std::chrono::year;
   for (const auto& [text, told] : {std::pair("2024-2-29", std::optional(year(2024) / 2 / 29)),
                                    {"1980-01-01", year(1980) / 1 / 1},
-                                   {" 9999-12-31 ", year(9999) / 12 / 31}})
+                                   {" 2107-12-31 ", year(2107) / 12 / 31}})
     EXPECT_EQ(date(text), told) << text;
   for (const char* const text :
-       {"", "2023-2-29", "2024-13-1", "2024-0-1", "2024-1-32", "2024-257-1", "1979-12-31", "24-5-31", "10000-1-1",
+       {"", "2023-2-29", "2024-13-1", "2024-0-1", "2024-1-32", "2024-257-1", "1979-12-31", "24-5-31", "2108-1-1",
         "2024-5", "2024-5-", "2024-5-3x", "2024--5-3", "-5-3", "2024/5/3", "2024-5-3-1"})
     EXPECT_EQ(date(text), std::nullopt) << text;
 
@@ -211,10 +308,11 @@ TEST_F(BatterySourceTest, ALogFileTellsOfTheBatteriesThatItNames) {
        }) {
     SCOPED_TRACE(row.text);
     lines_.Clear();
-    std::list<BatteryInfo> list(2);
+    SourceFaults faults(OpenLog(), L"It");
+    std::list<BatteryInfo> list = InSlots(2);
     list.back().set_batterySerialNumber(L"ABC");
     power_manager_.Set({.logs = {.logs = {{.name = "a.PWM", .bytes = row.text.size(), .text = row.text}}}});
-    GetBatteryInfoFromPwmLogFile(power_manager_, list, log_);
+    GetBatteryInfoFromPwmLogFile(power_manager_, list, faults);
     EXPECT_EQ(Facts(list.front()), row.first);
     list.back().set_batterySerialNumber(L"");
     EXPECT_EQ(Facts(list.back()), row.second);
@@ -231,11 +329,12 @@ TEST_F(BatterySourceTest, LogFilesFillGapsTheNewestFirst) {
                                       std::string_view("Battery=1\nUsage=2024-05-30,9,9"), std::string_view(many)})
     logs.push_back({.name = "a.PWM", .bytes = text.size(), .text = std::string(text)});
   for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{1} << 20, (std::uint64_t{1} << 20) + 1})
-    logs.push_back({.name = "b.PWM", .bytes = size, .text = "Battery=16\nFirstUseDate=2023-04-01"});
+    logs.push_back(
+        {.name = std::to_string(size) + ".PWM", .bytes = size, .text = "Battery=16\nFirstUseDate=2023-04-01"});
   power_manager_.Set({.logs = {.logs = logs, .refusal = 1300}});
-  std::list<BatteryInfo> list(17);
+  std::list<BatteryInfo> list = InSlots(17);
   list.front().set_batteryTotalBatteryAwakeHrs(L"5");
-  GetBatteryInfoFromPwmLogFile(power_manager_, list, log_);
+  GetBatteryInfoFromPwmLogFile(power_manager_, list, faults_);
   EXPECT_EQ(Facts(list.front()), L"CycleCount=120;TotalBatteryAwakeHrs=5;");
   EXPECT_EQ(list.front().pwmFileInfo().usage_hours, 812u);
   EXPECT_EQ(list.front().pwmFileInfo().battery_number, 1u);

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "client/battery/battery_date.h"
 #include "client/battery/battery_info.h"
 #include "client/battery/battery_properties.h"
 #include "client/log/wide_format.h"
+#include "platform/battery_text.h"
 #include "platform/little_endian.h"
 
 namespace TVK {
@@ -26,7 +26,7 @@ std::optional<_EM_BATTERY_INFO::Id> Id(const BatteryBlock& block, std::size_t at
 std::optional<std::chrono::year_month_day> Date(const BatteryBlock& block, std::size_t at) {
   const auto field = block.Bytes(at, 4);
   if (field.empty()) return std::nullopt;
-  return MakeBatteryDate(platform::LittleEndianAt<std::uint16_t>(field, 0), field[2], field[3]);
+  return platform::BatteryDate(platform::LittleEndianAt<std::uint16_t>(field, 0), field[2], field[3]);
 }
 
 std::wstring IdText(const _EM_BATTERY_INFO::Id& id) {

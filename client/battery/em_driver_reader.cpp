@@ -3,22 +3,25 @@
 
 namespace TVK {
 
-std::vector<BatteryInfo> GetBatteryInfoFromEmDriver(platform::PowerManager& power_manager, std::size_t count) {
+void GetBatteryInfoFromEmDriver(platform::PowerManager& power_manager, std::list<BatteryInfo>& list) {
   struct Query {
     std::uint32_t code;
     void (*decode)(std::span<const std::uint8_t>, _EM_BATTERY_INFO&);
   };
-  std::vector<BatteryInfo> batteries(count);
-  for (std::uint32_t number = 0; number < count; ++number) {
+  for (BatteryInfo& battery : list) {
+    if (!battery.number()) continue;
     _EM_BATTERY_INFO info;
     for (const auto& [code, decode] : {Query{kEmBatteryIdentity, DecodeEmIdentity},
                                        {kEmBatteryCondition, DecodeEmCondition},
                                        {kEmBatteryUsage, DecodeEmUsage}}) {
-      if (const auto block = power_manager.QueryEnergyDriver(code, number)) decode(*block, info);
+      if (const auto block = power_manager.QueryEnergyDriver(code, *battery.number())) decode(*block, info);
     }
-    Describe(info, batteries[number]);
+    BatteryInfo told;
+    Describe(info, told);
+    if (!battery.IsPerhaps(told)) continue;
+    battery.Complete(told);
+    battery.set_EmBatteryInfo(info);
   }
-  return batteries;
 }
 
 }  // namespace TVK

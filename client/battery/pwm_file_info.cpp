@@ -121,45 +121,56 @@ void PwmFileInfo::Add(const PwmFileInfo& later) {
   }
 }
 
-std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfoList(platform::PowerManager& power_manager) const {
+std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfoList(platform::PowerManager& power_manager) {
   const platform::PowerManagerLogs read = power_manager.ReadLogs(kLeastFileBytes, kMostFileBytes);
   if (read.refusal) {
-    log_.e(L"PwmFileTool::GetPwmFileInfo ImperonateLogonUser failed,should run it with system privilege,errorcode=%d\n",
-           *read.refusal);
+    faults_.Add(TVK::FormatWide(L"refusal %d", *read.refusal),
+                TVK::FormatWide(L"PwmFileTool::GetPwmFileInfo ImperonateLogonUser failed,should run it with system "
+                                L"privilege,errorcode=%d\n",
+                                *read.refusal));
   }
   std::vector<PwmFileInfo> list;
   for (const platform::PowerManagerLog& file : read.logs) {
     if (file.bytes < kLeastFileBytes || file.bytes > kMostFileBytes) {
-      log_.e(L"PwmFileTool::GetPwmFileInfoList PWM log file size (%lu bytes) is out of range", file.bytes);
+      // A log that grew too large goes on growing.
+      faults_.Add(String::UTF8ToUTF16(file.name),
+                  TVK::FormatWide(L"PwmFileTool::GetPwmFileInfoList PWM log file size (%lu bytes) is out of range",
+                                  file.bytes));
       continue;
     }
-    std::ranges::move(GetPwmFileInfo(file.text), std::back_inserter(list));
+    std::ranges::move(GetPwmFileInfo(file), std::back_inserter(list));
   }
+  if (read.refusal || !read.logs.empty()) faults_.EndReading();
   return list;
 }
 
-std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfo(std::string_view text) const {
+void PwmFileTool::AddFault(const platform::PowerManagerLog& file, const std::wstring& line) {
+  faults_.Add(String::UTF8ToUTF16(file.name) + L": " + line, line);
+}
+
+std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfo(const platform::PowerManagerLog& file) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  std::string_view text = file.text;
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
   if (text.find('\0') != text.npos || TVK::FindInvalidUtf8(text) != text.npos) {
-    log_.e(L"mFileTool::GetPwmFileInfo, %s", L"the file is no UTF-8 text");
+    AddFault(file, L"mFileTool::GetPwmFileInfo, the file is no UTF-8 text");
     return {};
   }
-  const auto words = [](std::size_t line, const LineFault& fault) {
-    return TVK::FormatWide(L"line %llu: %s", line, String::UTF8ToUTF16(fault.what()));
+  const auto tell = [&](bool& told, const wchar_t* caller, std::size_t line, const LineFault& fault) {
+    if (!std::exchange(told, true))
+      AddFault(file, TVK::FormatWide(L"%s, line %llu: %s", caller, line, String::UTF8ToUTF16(fault.what())));
   };
-  PwmFile file;
+  PwmFile pwm;
   bool is_field_list_fault_told = false;
   bool is_fault_told = false;
   for (std::size_t line = 1; !text.empty(); ++line) {
     try {
-      file.Take(platform::TakeLine(text));
+      pwm.Take(platform::TakeLine(text));
     } catch (const FieldListFault& fault) {
-      if (!std::exchange(is_field_list_fault_told, true))
-        log_.e(L"PwmFileTool::GetPwmLineDataFieldList, %s", words(line, fault));
+      tell(is_field_list_fault_told, L"PwmFileTool::GetPwmLineDataFieldList", line, fault);
     } catch (const LineFault& fault) {
-      if (!std::exchange(is_fault_told, true)) log_.e(L"mFileTool::GetPwmFileInfo, %s", words(line, fault));
+      tell(is_fault_told, L"mFileTool::GetPwmFileInfo", line, fault);
     }
   }
-  return std::move(file).infos();
+  return std::move(pwm).infos();
 }

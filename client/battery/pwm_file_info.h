@@ -16,13 +16,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "client/log/log.h"
+#include "client/battery/source_faults.h"
 
 namespace platform {
 class PowerManager;
+struct PowerManagerLog;
 }  // namespace platform
 
 /// A value. What the files do not tell is absent.
@@ -40,24 +40,28 @@ struct PwmFileInfo {
   bool operator==(const PwmFileInfo&) const = default;
 };
 
-/// Reads the log files. Any thread.
+/// Reads the log files. One thread at a time.
 class PwmFileTool {
  public:
   /// The range of sizes that are read, in bytes: what is larger is no such log, which grows by some lines a day.
   static constexpr std::uint64_t kLeastFileBytes = 1;
   static constexpr std::uint64_t kMostFileBytes = 1 << 20;
 
-  /// `log` must outlive it. No line in it holds anything of the files' texts.
-  explicit PwmFileTool(const TVK::Log& log) : log_(log) {}
+  /// `faults` takes what is wrong with the files, and must outlive the object. No line holds anything of their texts
+  /// and names.
+  explicit PwmFileTool(TVK::SourceFaults& faults) : faults_(faults) {}
 
   /// What each file tells of each battery, in the order of the files. Files whose size is out of range are left out and
-  /// logged; a refusal of the logged-on user's rights is logged.
-  std::vector<PwmFileInfo> GetPwmFileInfoList(platform::PowerManager& power_manager) const;
+  /// are faults; a refusal of the logged-on user's rights is one.
+  std::vector<PwmFileInfo> GetPwmFileInfoList(platform::PowerManager& power_manager);
 
   /// What one file tells, a battery at a time, in the order of their first lines; of at most 16 batteries. Takes time
-  /// in proportion to the text. Only the first line of each kind of fault is logged.
-  std::vector<PwmFileInfo> GetPwmFileInfo(std::string_view text) const;
+  /// in proportion to the text. Only the first line of each kind is a fault.
+  std::vector<PwmFileInfo> GetPwmFileInfo(const platform::PowerManagerLog& file);
 
  private:
-  const TVK::Log& log_;
+  /// A fault of a file that `line` tells apart from its others.
+  void AddFault(const platform::PowerManagerLog& file, const std::wstring& line);
+
+  TVK::SourceFaults& faults_;
 };

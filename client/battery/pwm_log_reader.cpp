@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <iterator>
 
 #include "client/battery/battery_properties.h"
 #include "client/battery/battery_source.h"
@@ -8,22 +7,23 @@ namespace TVK {
 namespace {
 
 /// The battery of `list` that `info` is about, or null. Its serial number decides, so that a battery that was replaced
-/// leaves nothing to the next one; its number only while one of the two serial numbers is not known.
+/// leaves nothing to the next one; its slot's number only while one of the two serial numbers is not known.
 BatteryInfo* FindBattery(const PwmFileInfo& info, std::list<BatteryInfo>& list) {
   const bool has_serial = !info.serial_number.empty() && info.serial_number != BatteryInfo::kUnknown;
   const auto same = std::ranges::find(list, info.serial_number, &BatteryInfo::batterySerialNumber);
   if (has_serial && same != list.end()) return &*same;
-  if (info.battery_number > list.size()) return nullptr;
-  BatteryInfo& battery = *std::next(list.begin(), info.battery_number - 1);
-  const bool is_another = has_serial && battery.batterySerialNumber() != BatteryInfo::kUnknown;
-  return is_another ? nullptr : &battery;
+  const auto numbered = std::ranges::find(list, std::optional(info.battery_number - 1), &BatteryInfo::number);
+  if (numbered == list.end()) return nullptr;
+  const bool is_another = has_serial && numbered->batterySerialNumber() != BatteryInfo::kUnknown;
+  return is_another ? nullptr : &*numbered;
 }
 
 }  // namespace
 
-void GetBatteryInfoFromPwmLogFile(platform::PowerManager& power_manager, std::list<BatteryInfo>& list, const Log& log) {
+void GetBatteryInfoFromPwmLogFile(platform::PowerManager& power_manager, std::list<BatteryInfo>& list,
+                                  SourceFaults& faults) {
   if (list.empty()) return;
-  for (const PwmFileInfo& info : PwmFileTool(log).GetPwmFileInfoList(power_manager)) {
+  for (const PwmFileInfo& info : PwmFileTool(faults).GetPwmFileInfoList(power_manager)) {
     BatteryInfo* const battery = FindBattery(info, list);
     if (battery == nullptr) continue;
     PwmFileInfo known = battery->pwmFileInfo();

@@ -11,6 +11,7 @@ using platform::ChargeState;
 BatteryInfo ToBatteryInfo(const BatteryFacts& facts) {
   BatteryInfo info;
   Describe(info, &BatteryInfo::set_batteryId, facts.slot);
+  info.set_number(facts.number);
   Describe(info, &BatteryInfo::set_batteryDevicePath, facts.path);
   Describe(info, &BatteryInfo::set_batteryDeviceName, facts.name);
   Describe(info, &BatteryInfo::set_batteryManufactureName, facts.manufacturer);
@@ -31,9 +32,9 @@ BatteryInfo ToBatteryInfo(const BatteryFacts& facts) {
 
 }  // namespace
 
-std::list<BatteryInfo> GetBatteryInfoFromSystem(platform::Batteries& batteries) {
+std::list<BatteryInfo> GetBatteryInfoFromSystem(const std::vector<BatteryFacts>& batteries) {
   std::list<BatteryInfo> list;
-  for (const BatteryFacts& facts : batteries.List())
+  for (const BatteryFacts& facts : batteries)
     list.push_back(ToBatteryInfo(facts));
   return list;
 }

@@ -20,7 +20,7 @@ struct MachineServices {
         region_information(machine.region(), runtime.clock()),
         tvk_info(System::GetTime(runtime.clock())),
         hard_disks(runtime, machine.drives()),
-        batteries(machine.batteries(), machine.power_manager(), machine_information),
+        batteries(runtime, machine.batteries(), machine.power_manager(), machine_information),
         device_ids(machine.system(), machine.firmware()) {}
 
   MachineInformation machine_information;

@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
+#include "client/log/limited_calls.h"
 #include "client/log/log.h"
-#include "client/storage/limited_calls.h"
 #include "platform/drives.h"
 
 namespace StorageCollector {

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "client/log/limited_calls.h"
 #include "client/log/log.h"
 #include "client/storage/hard_disk.h"
-#include "client/storage/limited_calls.h"
 #include "platform/drives.h"
 #include "platform/runtime.h"
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "client/battery/battery_item_data.h"
+#include "client/log/guarded_thread.h"
 #include "platform/machine.h"
 #include "platform/system_event.h"
 
@@ -19,6 +20,9 @@ constexpr wchar_t kNearFull[] = L"BatteryNearFull";
 constexpr wchar_t kUsage[] = L"BatteryUsagePerInterval";
 constexpr wchar_t kCharging[] = L"1";
 constexpr wchar_t kDischarging[] = L"0";
+
+constexpr TVK::MonitorLine kTooManyToDescribe =
+    L"BatteryEventMonitor LogDatasetContext batteryInfoList.size() > BATTERY_MAX_NUMBER(%d)!";
 
 constexpr TVK::MonitorLines kLines = {
     .context_decision =
@@ -70,17 +74,34 @@ std::vector<TVK::DescribedDevice> DevicesOf(const std::list<BatteryInfo>& list) 
   return devices;
 }
 
-/// Which battery is where, as far as batteries tell it.
-std::vector<std::pair<std::wstring, std::wstring>> IdentitiesOf(const std::vector<TVK::DescribedDevice>& devices) {
-  std::vector<std::pair<std::wstring, std::wstring>> identities;
-  for (const TVK::DescribedDevice& device : devices) {
-    const auto serial_number = device.facts.find(L"SerialNumber");
-    identities.emplace_back(device.key, serial_number == device.facts.end() ? L"" : serial_number->second);
-  }
-  return identities;
+/// Whether each battery is where it was, as far as both lists tell it.
+bool AreSameBatteries(const std::vector<TVK::DescribedDevice>& before, const std::vector<TVK::DescribedDevice>& now) {
+  return std::ranges::equal(before, now, [](const TVK::DescribedDevice& one, const TVK::DescribedDevice& other) {
+    const auto number = one.facts.find(L"SerialNumber");
+    const auto other_number = other.facts.find(L"SerialNumber");
+    return one.key == other.key &&
+           (number == one.facts.end() || other_number == other.facts.end() || number->second == other_number->second);
+  });
 }
 
 }  // namespace
+
+/// Hands the reading of a look on to whatever describes the batteries meanwhile.
+class BatteryEventMonitor::HandedReading {
+ public:
+  HandedReading(BatteryEventMonitor& monitor, const std::list<BatteryInfo>& list) : monitor_(monitor) { Set(&list); }
+  ~HandedReading() { Set(nullptr); }
+  HandedReading(const HandedReading&) = delete;
+  HandedReading& operator=(const HandedReading&) = delete;
+
+ private:
+  void Set(const std::list<BatteryInfo>* list) {
+    const std::lock_guard lock(monitor_.mutex_);
+    monitor_.reading_ = list;
+  }
+
+  BatteryEventMonitor& monitor_;
+};
 
 const std::map<std::wstring, std::wstring> BatteryEventMonitor::ITEM_EVENT_CONTEXT = {
     {kConnect, L"A68BB488-41D1-4AAF-951A-E65DE79FB7BD"},       {kDisconnect, L"1787D44D-3EA3-450A-8D20-E29EAC58DAFE"},
@@ -96,14 +117,26 @@ BatteryEventMonitor::BatteryEventMonitor(const TVK::MonitorServices& monitor_ser
                                        .caller = L"BatteryEventMonitor::ReadAndUpdateDatasetSettings"}) {}
 
 void BatteryEventMonitor::StartMonitor(std::wstring /*name*/) {
-  if (!MakeStopEvent(L"", L"BatteryEventMonitor StartMonitor CreateEvent() return error %d!")) return;
-  LogDatasetContext(false);
+  // Without the event a reading that hangs at the stop is waited for as long as at any time.
+  if (!MakeStopEvent(L"", L"BatteryEventMonitor StartMonitor CreateEvent() return error %d!") && stopping()) return;
+  TVK::CallLogged(log_, L"BatteryEventMonitor LogDatasetContext", [&] { DescribeAtStart(); });
   MakeTimers();
-  InitialiseDevice();
-  RegisterNotifications();
-  FollowSettings();
+  TVK::CallLogged(log_, L"BatteryEventMonitor RegisterNotifications", [&] { RegisterNotifications(); });
+  TVK::CallLogged(log_, L"BatteryEventMonitor ReadAndUpdateDatasetSettings", [&] { FollowSettings(); });
   // What the batteries hold as the service starts is told by no change.
   if (!stopping()) Arm(kChargePercentage, kChargeSettles);
+}
+
+void BatteryEventMonitor::DescribeAtStart() {
+  const std::lock_guard round(round_mutex_);
+  if (Admits()) {
+    Look(kTooManyToDescribe, [](const std::list<BatteryInfo>&) {});
+    return;
+  }
+  // Both are owed until there is consent.
+  LogDatasetContext(false);
+  InitialiseDevice();
+  init_due_ = false;
 }
 
 void BatteryEventMonitor::StopMonitor() {
@@ -192,23 +225,25 @@ void BatteryEventMonitor::DelayTimerCallback(const TVK::OneShotTimer* timer) {
     return;
   }
   if (!Admits()) return;
-  const auto list =
-      ReadBatteries(L"BatteryEventMonitor DelayTimerCallback batteryInfoList.size() > BATTERY_MAX_NUMBER(%d)!");
-  if (!list) return;
+  Look(L"BatteryEventMonitor DelayTimerCallback batteryInfoList.size() > BATTERY_MAX_NUMBER(%d)!",
+       [&](const std::list<BatteryInfo>& list) { Record(*index, list); });
+}
+
+void BatteryEventMonitor::Record(Timer timer, const std::list<BatteryInfo>& list) {
   platform::PowerStatus status;
-  if (*index == kChargePercentage) {
+  if (timer == kChargePercentage) {
     status = services().machine.power().ReadStatus();
     log_.d(L"%s: ACLineStatus=%d, BatteryFlag=%d, BatteryLifePercent=%d", L"BatteryEventMonitor::DelayTimerCallback",
            status.source ? static_cast<int>(status.source == platform::PowerSource::kAc) : 255, FlagOf(status),
            status.percent.value_or(255));
   }
   std::size_t i = 0;
-  for (const BatteryInfo& battery : *list) {
+  for (const BatteryInfo& battery : list) {
     if (stopping()) return;
-    if (*index == kAcConnected) {
+    if (timer == kAcConnected) {
       LogItemEvent(kConnect, battery);
       SetLatch(bIsNeedReportNearFull, i, true);
-    } else if (*index == kAcDisconnected) {
+    } else if (timer == kAcDisconnected) {
       LogItemEvent(kDisconnect, battery);
       SetLatch(bIsNeedReportNearEmpty, i, true);
     } else {
@@ -281,47 +316,58 @@ void BatteryEventMonitor::LogRemainingTime(std::size_t index, const BatteryInfo&
 void BatteryEventMonitor::ReadBatteryUsagePerInterval() {
   const std::lock_guard round(round_mutex_);
   if (!Admits()) return;
-  const auto list = ReadBatteries(
-      L"BatteryEventMonitor ReadBatteryUsagePerInterval batteryInfoList.size() > BATTERY_MAX_NUMBER(%d)!");
-  if (!list) return;
-  for (const BatteryInfo& battery : *list) {
-    if (stopping()) return;
-    LogItemEvent(kUsage, battery);
-  }
+  Look(L"BatteryEventMonitor ReadBatteryUsagePerInterval batteryInfoList.size() > BATTERY_MAX_NUMBER(%d)!",
+       [&](const std::list<BatteryInfo>& list) {
+         for (const BatteryInfo& battery : list) {
+           if (stopping()) return;
+           LogItemEvent(kUsage, battery);
+         }
+       });
 }
 
 std::optional<std::list<BatteryInfo>> BatteryEventMonitor::ReadBatteries(TVK::MonitorLine too_many) {
-  std::list<BatteryInfo> list;
-  services().batteries.GetBatteryInfoList(list);
-  if (list.size() > BATTERY_MAX_NUMBER) {
-    log_.e(L"%s", too_many.With({}, BATTERY_MAX_NUMBER));
-    return std::nullopt;
-  }
+  auto list = services().batteries.GetBatteryInfoList(stop_event());
+  if (!list || list->size() <= BATTERY_MAX_NUMBER) return list;
+  log_.e(L"%s", too_many.With({}, BATTERY_MAX_NUMBER));
+  return std::nullopt;
+}
+
+void BatteryEventMonitor::Look(TVK::MonitorLine too_many,
+                               const std::function<void(const std::list<BatteryInfo>&)>& record) {
+  const auto list = ReadBatteries(too_many);
+  if (!list || stopping()) return;  // a stop may have cut the reading short
+  const HandedReading handed(*this, *list);
+  DescribeAnew(*list);
+  record(*list);
+}
+
+void BatteryEventMonitor::DescribeAnew(const std::list<BatteryInfo>& list) {
   const std::vector<TVK::DescribedDevice> devices = DevicesOf(list);
   {
     const std::lock_guard lock(mutex_);
-    if (described_ == devices) return list;
+    if (described_ == devices) return;
     // The places in the list belong to others now.
-    if (IdentitiesOf(described_) != IdentitiesOf(devices)) {
+    if (!described_ || !AreSameBatteries(*described_, devices)) {
       bIsNeedReportNearFull.fill(true);
       bIsNeedReportNearEmpty.fill(true);
     }
   }
   LogDatasetContext(false);
+  if (init_due_) InitialiseDevice();
+  init_due_ = false;
   const std::lock_guard lock(mutex_);
   described_ = devices;  // not before: what threw is to be tried again
-  return list;
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> BatteryEventMonitor::Describe() {
-  std::list<BatteryInfo> list;
-  services().batteries.GetBatteryInfoList(list);
-  if (list.size() > BATTERY_MAX_NUMBER) {
-    log_.e(L"BatteryEventMonitor LogDatasetContext batteryInfoList.size() > BATTERY_MAX_NUMBER(%d)!",
-           BATTERY_MAX_NUMBER);
-    return std::nullopt;
+  std::optional<std::list<BatteryInfo>> list;
+  {
+    const std::lock_guard lock(mutex_);
+    if (reading_ != nullptr) list = *reading_;
   }
-  for (const BatteryInfo& battery : list) {
+  if (!list) list = ReadBatteries(kTooManyToDescribe);
+  if (!list) return std::nullopt;
+  for (const BatteryInfo& battery : *list) {
     log_.d(
         L"BatteryEventMonitor LogDatasetContext SerialNumber:\"%s\", DeviceName:\"%s\", Manufacturer:\"%s\", "
         L"FirstUseDate:\"%s\", Id:\"%s\", Chemistry:\"%s\", Hwid:\"%s\", FwVersion:\"%s\", "
@@ -332,7 +378,7 @@ std::optional<std::vector<TVK::DescribedDevice>> BatteryEventMonitor::Describe()
         battery.batteryDesignChargeCapacity(), battery.batteryManufactureDate(), battery.batteryValidWarranty(),
         battery.batteryWarranty());
   }
-  return DevicesOf(list);
+  return DevicesOf(*list);
 }
 
 bool BatteryEventMonitor::IsSameDescription(const ItemData& stored, const ItemData& facts) const {

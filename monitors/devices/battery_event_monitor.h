@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -23,7 +24,9 @@
 /// to be told of changes are registered and the usage report runs; at rest no thread of it but that report's is there.
 ///
 /// News of the power source is told on the client's bus at once and recorded 40 seconds later. A battery that took
-/// another one's place is described before anything of it is recorded.
+/// another one's place is described before anything of it is recorded. What a look records comes from one reading, its
+/// dataset contexts too. What fails at the start is logged and made up for by the next look, as far as it can be;
+/// nothing ends the monitor but its stop.
 class BatteryEventMonitor final : public TVK::ScheduledMonitor {
  public:
   static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"BatteryEvent");
@@ -50,7 +53,7 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   void ReadBatteryUsagePerInterval();
   /// Looks at the batteries for the timer that is due; on its thread.
   void DelayTimerCallback(const TVK::OneShotTimer* timer);
-  /// Writes an item event of the battery, 0 when that is done; see DatasetMonitor::WriteItem.
+  /// Writes an item event of the battery; see DatasetMonitor::WriteItem.
   int LogItemEvent(const std::wstring& event_name, const BatteryInfo& battery);
 
  protected:
@@ -63,14 +66,23 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   enum Timer : std::size_t { kAcConnected, kAcDisconnected, kChargePercentage, kTimers };
   using Latches = std::array<bool, BATTERY_MAX_NUMBER>;
 
+  class HandedReading;
+
+  void DescribeAtStart();
   void MakeTimers();
   void RegisterNotifications();
   void OnPowerSource(platform::PowerSource source);
   void Arm(Timer timer, std::chrono::seconds delay);
   std::optional<Timer> IndexOf(const TVK::OneShotTimer* timer);
 
-  /// The batteries, described anew where they are others than before; nothing when they are too many, with the line.
+  /// Nothing when they are not known, and when they are too many, with the line.
   std::optional<std::list<BatteryInfo>> ReadBatteries(TVK::MonitorLine too_many);
+  /// Reads the batteries, describes them anew where they are others than before, and runs `record` on them. With
+  /// round_mutex_ held.
+  void Look(TVK::MonitorLine too_many, const std::function<void(const std::list<BatteryInfo>&)>& record);
+  void DescribeAnew(const std::list<BatteryInfo>& list);
+  /// What the timer is for, of each battery.
+  void Record(Timer timer, const std::list<BatteryInfo>& list);
   /// What one battery's charge asks for.
   void CheckCharge(std::size_t index, const BatteryInfo& battery, const platform::PowerStatus& status);
   void LogRemainingTime(std::size_t index, const BatteryInfo& battery) const;
@@ -80,6 +92,7 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   void SetLatch(Latches& latches, std::size_t index, bool value);
 
   std::mutex round_mutex_;  ///< Held while the batteries are looked at and recorded; taken before all others.
+  bool init_due_ = true;    ///< They were not described yet, so none got its device-initialisation. Guarded by it.
 
   std::mutex mutex_;                                                ///< Guards what follows; held for a look.
   std::array<std::unique_ptr<TVK::OneShotTimer>, kTimers> timers_;  ///< Between StartMonitor and StopMonitor.
@@ -92,5 +105,6 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   TVK::BatterySettings settings_;
   Latches bIsNeedReportNearFull = {true, true};
   Latches bIsNeedReportNearEmpty = {true, true};
-  std::vector<TVK::DescribedDevice> described_;  ///< The batteries of the last look.
+  std::optional<std::vector<TVK::DescribedDevice>> described_;  ///< The batteries that were described last.
+  const std::list<BatteryInfo>* reading_ = nullptr;             ///< That of the look that goes on.
 };

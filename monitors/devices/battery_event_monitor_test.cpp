@@ -3,9 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <stdexcept>
+
 #include "platform/simulated/simulated_batteries.h"
+#include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_power.h"
 #include "platform/system_event.h"
+#include "testing/battery_blocks.h"
 #include "testing/monitor_world.h"
 
 namespace {
@@ -23,6 +28,7 @@ using Texts = std::vector<std::wstring>;
 
 BatteryFacts Battery(const char* slot, const char* serial_number = "SECRET-1") {
   return {.slot = slot,
+          .number = static_cast<std::uint32_t>(slot[3] - '0'),
           .path = std::string("/sys/class/power_supply/") + slot,
           .name = "M1",
           .manufacturer = "Contoso",
@@ -60,6 +66,7 @@ class BatteryEventMonitorTest : public testing::Test {
   void Start() {
     monitor_.reset();
     life_.emplace(world_);
+    life_->manager.first_invocation = first_invocation_;
     monitor_.emplace(world_.runtime, std::make_unique<BatteryEventMonitor>(life_->services()));
     world_.runtime.AdvanceBy(2s);
   }
@@ -91,6 +98,7 @@ class BatteryEventMonitorTest : public testing::Test {
   }
 
   MonitorWorld world_;
+  bool first_invocation_ = false;
   std::optional<ServiceLife> life_;
   std::optional<RunningMonitor> monitor_;
 };
@@ -319,12 +327,86 @@ TEST_F(BatteryEventMonitorTest, ThreeBatteriesAreNotUnderstood) {
   EXPECT_EQ(life_->DatasetContexts().size(), 2u);
 }
 
+TEST_F(BatteryEventMonitorTest, ASourceThatHangsHoldsUpNeitherTheOthersNorTheStop) {
+  const auto comes_back = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  std::atomic<bool> hangs = false;
+  std::atomic<int> asked = 0;
+  const auto hang = [&] {
+    ++asked;
+    if (hangs) world_.runtime.Wait(*comes_back, platform::kForever);
+  };
+  world_.machine.firmware().Change([](auto& state) { state.facts.product_family = "Orbit 5"; });
+  world_.machine.power_manager().Set({.driver = {{{0x831020F8, 0}, testing_support::EmIdentityBlock("SECRET-1")}}});
+  world_.machine.batteries().on_question = world_.machine.power_manager().on_driver_question = hang;
+  Start();
+  const std::size_t contexts = life_->DatasetContexts().size();
+  SetCharge(5, ChargeState::kDischarging);
+  EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty"));
+  EXPECT_EQ(asked, 3 * 4);
+
+  hangs = true;
+  Tell(PowerSource::kBattery);
+  world_.runtime.AdvanceBy(51s);
+  SetCharge(4, ChargeState::kDischarging);
+  EXPECT_EQ(asked, 3 * 4 + 1) << "no more while it hangs";
+  EXPECT_EQ(world_.logs.Count(L"The system's batteries: no answer within 10 s"), 1u);
+  hangs = false;
+  comes_back->Set();
+  SetCharge(4, ChargeState::kDischarging);
+  EXPECT_TRUE(world_.logs.Has(L"The system's batteries: it answers again"));
+  EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty")) << "what is not known for a while has not changed";
+
+  comes_back->Reset();
+  world_.machine.batteries().on_question = {};
+  hangs = true;
+  Tell(PowerSource::kBattery);
+  world_.runtime.AdvanceBy(50s);
+  EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty", L"DisconnectFromAC")) << "without the driver";
+  EXPECT_EQ(life_->DatasetContexts().size(), contexts) << "what the driver does not tell now is no change";
+  comes_back->Set();
+  world_.runtime.Settle();
+  comes_back->Reset();
+  Tell(BatteryPercent{4});
+  world_.runtime.AdvanceBy(2s);
+  const auto begin = world_.runtime.clock().Steady();
+  monitor_->Stop();
+  EXPECT_EQ(world_.runtime.clock().Steady(), begin);
+  comes_back->Set();
+  world_.runtime.Settle();
+  monitor_.reset();
+}
+
+TEST_F(BatteryEventMonitorTest, WhatFailsAtTheStartIsMadeUpForByTheNextLook) {
+  std::atomic<bool> fails = true;
+  world_.machine.batteries().on_question = [&] {
+    if (fails) throw std::runtime_error("no memory");
+  };
+  first_invocation_ = true;
+  Start();
+  EXPECT_EQ(life_->DatasetContexts().size() + Items().size(), 0u);
+  EXPECT_TRUE(world_.logs.Has(L"no memory"));
+  fails = false;
+  SetCharge(5, ChargeState::kDischarging);
+  EXPECT_EQ(life_->DatasetContexts().size(), 1u);
+  EXPECT_THAT(Items(), ElementsAre(L"DeviceInit", L"BatteryNearEmpty"));
+}
+
 TEST_F(BatteryEventMonitorTest, WhatTheSystemRefusesKeepsNothingElse) {
   world_.machine.power().refused = platform::PowerSetting::kPowerSource;
+  std::atomic<bool> withdraws = false;
+  world_.machine.batteries().on_question = [&] {
+    if (withdraws) life_->consent.given = false;
+  };
   Start();
   EXPECT_TRUE(world_.logs.Has(L"StartMonitor Register GUID_ACDC_POWER_SOURCE fail!"));
   EXPECT_FALSE(world_.logs.Has(L"Register GUID_BATTERY_PERCENTAGE_REMAINING fail!"));
+  withdraws = true;
   SetCharge(5, ChargeState::kDischarging);
+  EXPECT_THAT(Items(), IsEmpty()) << "consent was withdrawn while the batteries were read";
+  withdraws = false;
+  life_->consent.given = true;
+  SetCharge(5, ChargeState::kDischarging);
+  EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty")) << "what was withheld is still due";
   life_->consent.given = false;
   Tell(PowerSource::kBattery);
   world_.runtime.AdvanceBy(1h);

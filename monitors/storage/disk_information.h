@@ -6,8 +6,8 @@
 #include <optional>
 #include <vector>
 
+#include "client/log/limited_calls.h"
 #include "client/log/log.h"
-#include "client/storage/limited_calls.h"
 #include "framework/dataset_monitor.h"
 #include "framework/monitor_services.h"
 #include "platform/volumes.h"

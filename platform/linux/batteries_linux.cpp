@@ -10,17 +10,7 @@ class LinuxBatteries final : public Batteries {
  public:
   explicit LinuxBatteries(const Sysroot& root) : root_(root) {}
 
-  std::vector<BatteryFacts> List() override {
-    std::vector<PowerSupply> supplies = ReadPowerSupplies(root_);
-    const auto source = SumUpPower(supplies).source;
-    std::vector<BatteryFacts> batteries;
-    for (PowerSupply& supply : supplies) {
-      if (supply.kind != PowerSupply::Kind::kBattery) continue;
-      if (source) supply.facts.on_ac = *source == PowerSource::kAc;
-      batteries.push_back(std::move(supply.facts));
-    }
-    return batteries;
-  }
+  std::vector<BatteryFacts> List() override { return ReadPower(root_).batteries; }
 
  private:
   const Sysroot root_;

@@ -42,8 +42,8 @@ std::unique_ptr<Drives> MakeDrives(const Sysroot& root, DeviceOpener open);
 /// `measures`: the mounts below `root` are this computer's, whose space can be asked for.
 std::unique_ptr<Volumes> MakeVolumes(const Sysroot& root, bool measures);
 
-/// Of this computer. `power` and `batteries` must outlive the door and its sources.
-std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power, Batteries& batteries, std::shared_ptr<PowerWishes> wishes);
+/// Of this computer, but its power, which is read below `root`.
+std::unique_ptr<SystemEvents> MakeSystemEvents(const Sysroot& root, std::shared_ptr<PowerWishes> wishes);
 
 std::unique_ptr<SystemFacts> MakeSystemFacts(const Sysroot& root);
 std::unique_ptr<Region> MakeRegion(const Sysroot& root);

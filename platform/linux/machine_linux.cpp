@@ -32,13 +32,13 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   const auto wishes = std::make_shared<PowerWishes>();
   doors.power = MakePower(root, wishes);
   doors.batteries = MakeBatteries(root);
-  doors.power_manager = std::make_unique<NoPowerManager>();
+  doors.power_manager = std::make_shared<NoPowerManager>();
   const bool local = options.sysroot == "/";
   doors.event_log = MakeEventLog(root, clock, /*follows=*/true);
   doors.volumes = MakeVolumes(root, local);
   if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);
-    doors.system_events = MakeSystemEvents(*doors.power, *doors.batteries, wishes);
+    doors.system_events = MakeSystemEvents(root, wishes);
   } else {
     const std::filesystem::path recorded = options.sysroot / kDrivesFolder;
     std::error_code failure;

@@ -13,7 +13,7 @@ class LinuxPower final : public Power {
  public:
   LinuxPower(const Sysroot& root, std::shared_ptr<PowerWishes> wishes) : root_(root), wishes_(std::move(wishes)) {}
 
-  PowerStatus ReadStatus() override { return SumUpPower(ReadPowerSupplies(root_)); }
+  PowerStatus ReadStatus() override { return ReadPower(root_).status; }
 
   // The kernel tells of every supply without being asked; but where it does not, somebody has to look.
   std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting /*setting*/, void* /*service*/) override {

@@ -1,8 +1,11 @@
 #include "platform/linux/power_supplies.h"
 
-namespace platform {
+#include <utility>
 
-std::vector<PowerSupply> ReadPowerSupplies(const Sysroot& root) {
+namespace platform {
+namespace {
+
+std::vector<PowerSupply> ReadSupplies(const Sysroot& root) {
   const std::filesystem::path folder = "/sys/class/power_supply";
   std::vector<PowerSupply> supplies;
   for (const std::string& name : root.FolderNames(folder)) {
@@ -17,6 +20,19 @@ std::vector<PowerSupply> ReadPowerSupplies(const Sysroot& root) {
     supplies.push_back(std::move(supply));
   }
   return supplies;
+}
+
+}  // namespace
+
+PowerReading ReadPower(const Sysroot& root) {
+  std::vector<PowerSupply> supplies = ReadSupplies(root);
+  PowerReading reading{.status = SumUpPower(supplies)};
+  for (PowerSupply& supply : supplies) {
+    if (supply.kind != PowerSupply::Kind::kBattery) continue;
+    if (reading.status.source) supply.facts.on_ac = *reading.status.source == PowerSource::kAc;
+    reading.batteries.push_back(std::move(supply.facts));
+  }
+  return reading;
 }
 
 }  // namespace platform

@@ -8,7 +8,14 @@
 
 namespace platform {
 
-/// By name; batteries with their slot, which is that name, and their path. Any thread.
-std::vector<PowerSupply> ReadPowerSupplies(const Sysroot& root);
+/// What one reading of all supplies tells.
+struct PowerReading {
+  PowerStatus status = {};
+  /// By name; with their slot, which is that name, their path and on_ac.
+  std::vector<BatteryFacts> batteries = {};
+};
+
+/// Any thread.
+PowerReading ReadPower(const Sysroot& root);
 
 }  // namespace platform

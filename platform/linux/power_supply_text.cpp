@@ -177,18 +177,8 @@ std::optional<std::chrono::seconds> RemainingTime(const Properties& supply, cons
 }
 
 std::optional<std::chrono::year_month_day> DateOf(const Properties& supply) {
-  // Smart batteries count the years from 1980 on, in seven bits.
-  constexpr std::uint64_t kFirst = 1980;
-  constexpr std::uint64_t kLast = kFirst + 127;
-  const auto year = supply.Number("manufacture_year");
-  if (!year || *year < kFirst || *year > kLast) return std::nullopt;
-  const auto part = [&](const char* name) {
-    return static_cast<unsigned>(std::min<std::uint64_t>(supply.Number(name).value_or(0), 99));
-  };
-  const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(*year)),
-                                         std::chrono::month(part("manufacture_month")),
-                                         std::chrono::day(part("manufacture_day"))};
-  return date.ok() ? std::optional(date) : std::nullopt;
+  const auto part = [&](const char* name) { return supply.Number(name).value_or(0); };
+  return BatteryDate(part("manufacture_year"), part("manufacture_month"), part("manufacture_day"));
 }
 
 BatteryFacts FactsOf(const Properties& supply) {

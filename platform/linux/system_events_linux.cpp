@@ -11,13 +11,12 @@
 #include <string>
 #include <system_error>
 
-#include "platform/batteries.h"
 #include "platform/linux/battery_poll.h"
 #include "platform/linux/doors_linux.h"
+#include "platform/linux/power_supplies.h"
 #include "platform/linux/power_wishes.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/wake.h"
-#include "platform/power.h"
 #include "platform/runtime.h"
 
 namespace platform {
@@ -25,12 +24,11 @@ namespace {
 
 class LinuxSystemEventSource final : public SystemEventSource {
  public:
-  LinuxSystemEventSource(Runtime& runtime, std::unique_ptr<KernelNotices> notices, Power& power, Batteries& batteries,
+  LinuxSystemEventSource(Runtime& runtime, std::unique_ptr<KernelNotices> notices, const Sysroot& root,
                          std::shared_ptr<PowerWishes> wishes, SystemEventCallback callback, milliseconds poll)
       : runtime_(runtime),
         notices_(std::move(notices)),
-        power_(power),
-        batteries_(batteries),
+        root_(root),
         wishes_(std::move(wishes)),
         callback_(std::move(callback)),
         stop_(::eventfd(0, EFD_CLOEXEC)),
@@ -106,12 +104,11 @@ class LinuxSystemEventSource final : public SystemEventSource {
   }
 
   PowerState Look(Cause cause) {
-    const PowerStatus status = power_.ReadStatus();
-    PowerState state{.source = status.source, .percent = status.percent};
-    const std::vector<BatteryFacts> batteries = batteries_.List();
-    for (const BatteryFacts& battery : batteries)
+    const PowerReading reading = ReadPower(root_);
+    PowerState state{.source = reading.status.source, .percent = reading.status.percent};
+    for (const BatteryFacts& battery : reading.batteries)
       state.batteries.push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
-    poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(status, batteries));
+    poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(reading.status, reading.batteries));
     return state;
   }
 
@@ -141,8 +138,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
 
   Runtime& runtime_;
   const std::unique_ptr<KernelNotices> notices_;
-  Power& power_;
-  Batteries& batteries_;
+  const Sysroot root_;
   const std::shared_ptr<PowerWishes> wishes_;
   const SystemEventCallback callback_;
   const UniqueFd stop_;  ///< An eventfd; readable: end.
@@ -155,37 +151,33 @@ class LinuxSystemEventSource final : public SystemEventSource {
 
 class LinuxSystemEvents final : public SystemEvents {
  public:
-  LinuxSystemEvents(Power& power, Batteries& batteries, std::shared_ptr<PowerWishes> wishes)
-      : power_(power), batteries_(batteries), wishes_(std::move(wishes)) {}
+  LinuxSystemEvents(const Sysroot& root, std::shared_ptr<PowerWishes> wishes)
+      : root_(root), wishes_(std::move(wishes)) {}
 
   SystemEventOpening Open(Runtime& runtime, SystemEventCallback callback, void* /*service*/) override {
     SystemEventOpening opening;
     if (auto notices = OpenKernelNotices(opening.problem)) {
-      opening.source =
-          FollowKernelNotices(runtime, std::move(notices), power_, batteries_, wishes_, std::move(callback));
+      opening.source = FollowKernelNotices(runtime, std::move(notices), root_, wishes_, std::move(callback));
     }
     return opening;
   }
 
  private:
-  Power& power_;
-  Batteries& batteries_;
+  const Sysroot root_;
   const std::shared_ptr<PowerWishes> wishes_;
 };
 
 }  // namespace
 
 std::unique_ptr<SystemEventSource> FollowKernelNotices(Runtime& runtime, std::unique_ptr<KernelNotices> notices,
-                                                       Power& power, Batteries& batteries,
-                                                       std::shared_ptr<PowerWishes> wishes,
+                                                       const Sysroot& root, std::shared_ptr<PowerWishes> wishes,
                                                        SystemEventCallback callback, milliseconds poll) {
-  return std::make_unique<LinuxSystemEventSource>(runtime, std::move(notices), power, batteries, std::move(wishes),
+  return std::make_unique<LinuxSystemEventSource>(runtime, std::move(notices), root, std::move(wishes),
                                                   std::move(callback), poll);
 }
 
-std::unique_ptr<SystemEvents> MakeSystemEvents(Power& power, Batteries& batteries,
-                                               std::shared_ptr<PowerWishes> wishes) {
-  return std::make_unique<LinuxSystemEvents>(power, batteries, std::move(wishes));
+std::unique_ptr<SystemEvents> MakeSystemEvents(const Sysroot& root, std::shared_ptr<PowerWishes> wishes) {
+  return std::make_unique<LinuxSystemEvents>(root, std::move(wishes));
 }
 
 }  // namespace platform

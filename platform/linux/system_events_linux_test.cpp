@@ -98,8 +98,7 @@ class SystemEventsLinuxTest : public testing::Test {
     Supply("BAT0", "Battery\n", "POWER_SUPPLY_CAPACITY=" + std::to_string(percent) + "\n" + more);
   }
   std::unique_ptr<SystemEventSource> Follow(std::unique_ptr<KernelNotices> notices, milliseconds poll = 24h) {
-    return FollowKernelNotices(*runtime_, std::move(notices), machine_->power(), machine_->batteries(), wishes_,
-                               callback_, poll);
+    return FollowKernelNotices(*runtime_, std::move(notices), Sysroot(tree_.root()), wishes_, callback_, poll);
   }
 
   /// The events up to `last`.

@@ -16,6 +16,7 @@ class SimulatedBatteries final : public Batteries, public Scripted<std::vector<B
  public:
   SimulatedBatteries()
       : Scripted(std::vector<BatteryFacts>{{.slot = "BAT0",
+                                            .number = 0,
                                             .path = "/sys/class/power_supply/BAT0",
                                             .name = "5B10W51867",
                                             .manufacturer = "Celxpert",
@@ -29,7 +30,13 @@ class SimulatedBatteries final : public Batteries, public Scripted<std::vector<B
                                             .on_ac = true,
                                             .cycles = 120}}) {}
 
-  std::vector<BatteryFacts> List() override { return Get(); }
+  std::vector<BatteryFacts> List() override {
+    if (on_question) on_question();
+    return Get();
+  }
+
+  /// Called first with each question; before others use the object.
+  std::function<void()> on_question = {};
 };
 
 /// What the maker's software answers; until then it is not there.
@@ -43,6 +50,7 @@ struct PowerManagerScript {
 class SimulatedPowerManager final : public PowerManager, public Scripted<PowerManagerScript> {
  public:
   std::optional<std::vector<std::uint8_t>> QueryEnergyDriver(std::uint32_t code, std::uint32_t battery) override {
+    if (on_driver_question) on_driver_question();
     return Answer(Get().driver, std::pair(code, battery));
   }
   std::optional<SmartBatteryAnswer> ReadSmartBattery(std::uint32_t battery) override {
@@ -58,6 +66,9 @@ class SimulatedPowerManager final : public PowerManager, public Scripted<PowerMa
     }
     return answer;
   }
+
+  /// Called first with each question to the driver; before others use the object.
+  std::function<void()> on_driver_question = {};
 
  private:
   template <typename Key, typename Value>

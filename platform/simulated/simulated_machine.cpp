@@ -28,8 +28,8 @@ MachineDoors MakeDoors() {
   doors.region = std::move(region);
   doors.settings = std::move(settings);
   doors.power = std::make_unique<SimulatedPower>();
-  doors.batteries = std::make_unique<SimulatedBatteries>();
-  doors.power_manager = std::make_unique<SimulatedPowerManager>();
+  doors.batteries = std::make_shared<SimulatedBatteries>();
+  doors.power_manager = std::make_shared<SimulatedPowerManager>();
   doors.drives = std::make_unique<SimulatedDrives>();
   doors.volumes = std::make_unique<SimulatedVolumes>();
   doors.system_events = std::make_unique<SimulatedSystemEvents>();

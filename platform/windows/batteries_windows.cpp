@@ -76,6 +76,7 @@ class WindowsBatteries final : public Batteries {
       std::optional<BatteryFacts> battery = Read(paths[i]);
       if (!battery) continue;
       battery->slot = slots[i];
+      battery->number = static_cast<std::uint32_t>(i);
       battery->path = paths[i];
       batteries.push_back(std::move(*battery));
     }

@@ -4,15 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <utility>
 
-#include "platform/battery_class.h"
-#include "platform/little_endian.h"
 #include "platform/power_manager.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/driver_request.h"
-#include "platform/windows/scripted_driver.h"
+#include "platform/windows/scripted_batteries.h"
 
 namespace platform::windows {
 namespace {
@@ -20,6 +17,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using driver_stand_in::kAnySelector;
 using driver_stand_in::kFirstBattery;
+using testing_support::Words;
 
 // NTSTATUS
 constexpr std::uint32_t kNoSuchDevice = 0xC000000E;  // ERROR_FILE_NOT_FOUND, on newer systems ERROR_NO_SUCH_DEVICE
@@ -28,14 +26,6 @@ constexpr std::uint32_t kIoError = 0xC0000185;
 
 constexpr std::uint32_t kEnergyCode = 0x831020F8;
 
-Bytes Words(std::initializer_list<std::uint32_t> words) {
-  Bytes bytes(words.size() * 4);
-  std::size_t at = 0;
-  for (const std::uint32_t word : words)
-    PutLittleEndian(bytes, std::exchange(at, at + 4), word);
-  return bytes;
-}
-
 class BatteriesWindows : public testing::Test {
  protected:
   static void SetUpTestSuite() { driver_ = new ScriptedDriver(true); }
@@ -43,21 +33,11 @@ class BatteriesWindows : public testing::Test {
   ~BatteriesWindows() override { driver().Tell(driver_stand_in::kReset); }
 
   static ScriptedDriver& driver() { return *driver_; }
-  static void AnswerTag(unsigned slot, std::uint32_t tag, std::uint32_t status = 0) {
-    driver().Answer(kFirstBattery + slot, kBatteryQueryTag, kAnySelector, Words({tag}), status);
-  }
-  static void AnswerLevel(unsigned slot, BatteryLevel level, const Bytes& bytes, std::uint32_t status = 0) {
-    driver().Answer(kFirstBattery + slot, kBatteryQueryInformation, static_cast<std::uint32_t>(level), bytes, status,
-                    false, 4);
-  }
-  static void AnswerStatus(unsigned slot, const Bytes& bytes) {
-    driver().Answer(kFirstBattery + slot, kBatteryQueryStatus, kAnySelector, bytes);
-  }
   /// A battery that charges. Everything else is refused.
   static void Fill(unsigned slot, std::uint32_t tag, std::uint32_t full) {
-    AnswerTag(slot, tag);
-    AnswerLevel(slot, BatteryLevel::kInformation, Words({0x80000000, 1, 0x4E4F494C, 57'000, full, 0, 0, 0, 3}));
-    AnswerStatus(slot, Words({5, full / 2, 11'400, full}));
+    AnswerTag(driver(), slot, tag);
+    AnswerLevel(driver(), slot, BatteryLevel::kInformation, BatteryInformation(full));
+    AnswerStatus(driver(), slot, Words({5, full / 2, 11'400, full}));
   }
 
   static inline ScriptedDriver* driver_ = nullptr;
@@ -67,6 +47,7 @@ class BatteriesWindows : public testing::Test {
 BatteryFacts Charging(unsigned slot, std::uint32_t full) {
   const std::string place = "000" + std::to_string(slot);
   return {.slot = "TVKBATTERY-" + place,
+          .number = slot,
           .path = R"(\\?\root#tvkbattery#)" + place + "#{72631e54-78a4-11d0-bcf7-00aa00b7b32a}",
           .chemistry = "LION",
           .design_mwh = 57'000,
@@ -90,24 +71,22 @@ std::vector<BatteryFacts> InSmallLetters(std::vector<BatteryFacts> batteries) {
 TEST_F(BatteriesWindows, AreThoseOfTheirSlots) {
   const auto list = [&] { return InSmallLetters(batteries_->List()); };
   EXPECT_TRUE(list().empty()) << "whose drivers refuse everything";
-  AnswerTag(0, 0, kNoSuchFile);
+  AnswerTag(driver(), 0, 0, kNoSuchFile);
   Fill(1, 7, 50'000);
   EXPECT_EQ(list(), std::vector{Charging(1, 50'000)}) << "beside an empty slot";
   driver().Tell(driver_stand_in::kForget);
   Fill(0, 7, 40'000);
   Fill(1, 7, 50'000);
-  AnswerLevel(1, BatteryLevel::kDeviceName, {'A', 0, 'B', 0, 0, 0});
+  AnswerLevel(driver(), 1, BatteryLevel::kDeviceName, {'A', 0, 'B', 0, 0, 0});
   std::vector<BatteryFacts> both = {Charging(0, 40'000), Charging(1, 50'000)};
   both[1].name = "AB";
   EXPECT_EQ(list(), both) << "of equal tags";
 }
 
 TEST_F(BatteriesWindows, OneThatHasChangedIsAskedForItsTagAgain) {
-  AnswerTag(0, 7);
-  AnswerTag(0, 8);
-  AnswerLevel(0, BatteryLevel::kInformation, {}, kNoSuchDevice);
-  AnswerLevel(0, BatteryLevel::kInformation, Words({0x80000000, 1, 0x4E4F494C, 57'000, 40'000, 0, 0, 0, 3}));
-  AnswerStatus(0, Words({5, 20'000, 11'400, 40'000}));
+  AnswerTag(driver(), 0, 7);
+  AnswerLevel(driver(), 0, BatteryLevel::kInformation, {}, kNoSuchDevice);
+  Fill(0, 8, 40'000);
   EXPECT_EQ(InSmallLetters(batteries_->List()), std::vector{Charging(0, 40'000)});
   const auto last = driver().LastRequest(kFirstBattery);
   EXPECT_EQ(Bytes(last.bytes, last.bytes + 4), Words({8}));

@@ -3,14 +3,13 @@
 #include "platform/windows/owner.h"
 
 #include <algorithm>
-#include <stdexcept>
-#include <string>
+#include <system_error>
 
 namespace platform {
 namespace {
 
 void Check(NTSTATUS status, const char* call) {
-  if (status < 0) throw std::runtime_error(std::string(call) + " failed with status " + std::to_string(status));
+  if (status < 0) throw std::system_error(status, std::system_category(), call);
 }
 
 // The calls count in ULONG and take a pointer to bytes that may be written, which they are not.

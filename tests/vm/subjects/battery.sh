@@ -1,5 +1,6 @@
 # Two batteries of the kernel's own drivers that come without firmware: test_power, which tells each change, and a
 # Smart Battery on a bus that is played, which tells none. Unplugged, emptied, asleep in between, plugged, filled.
+# machine: --limit 450
 source ./checks.sh
 export device_key=Id
 parameters=/sys/module/test_power/parameters
@@ -36,12 +37,17 @@ same "the one by its names" '["Test battery","Linux","Li-ion",null]' \
 same "the other by its registers" '["50000","2024-11-18",null]' \
   "$(facts '.DesignChargeCapacity, .ManufactureDate, .DeviceName' "$(contexts BatteryEvent $smart)")"
 
+same "tvkctl shows both" "$smart test_battery" \
+  "$(tvkctl inspect battery --json | jq -r '[.batteries[].Id] | sort | join(" ")')"
+none "tvkctl shows no serial number in clear" "$(tvkctl inspect battery | grep -iF -e cafe -e "$(uname -r)")"
+
 unplugged=$SECONDS
 plug off
 set_power battery_status discharging
 set_power battery_capacity 8
 check "near empty" within 30 has 1 event BatteryNearEmpty test_battery
 check "the machine sleeps and wakes" rtcwake -m mem -s 3
+same "tvkctl shows what it runs on" battery "$(tvkctl inspect power --json | jq -r .source)"
 check "unplugged" within 60 has 1 event DisconnectFromAC test_battery
 check "not before 40 seconds" test $((SECONDS - unplugged)) -ge 40
 same "what runs out" '["0","DC","8","3600",null]' \
@@ -68,4 +74,17 @@ none "no errors" "$(logged BatteryEventMonitor.log '[error]')"
 check "the unit stops" systemctl stop tvk-client-service
 same "the service ended well" "success 0" \
   "$(systemctl show -p Result -p ExecMainStatus --value tvk-client-service | paste -sd ' ')"
+
+# As somebody sees it who runs the service in his terminal.
+TVKClientService --console --policy /run/policy.json --data-dir /run/console >/run/console.txt 2>&1 &
+console=$!
+check "the console shows the batteries" within 60 grep -q 'BatteryEvent .*dataset context' /run/console.txt
+sleep 5  # what it runs on at the start is no change
+plug off
+unplugged=$SECONDS
+check "the console shows the plug that is pulled" within 60 grep -q DisconnectFromAC /run/console.txt
+check "not before 40 seconds" test $((SECONDS - unplugged)) -ge 40
+kill $console
+wait $console
+report $? "the console ends"
 finish

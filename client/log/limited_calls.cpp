@@ -1,4 +1,4 @@
-#include "client/storage/limited_calls.h"
+#include "client/log/limited_calls.h"
 
 #include <algorithm>
 #include <system_error>
@@ -45,6 +45,11 @@ LimitedCalls::Call LimitedCalls::Begin(std::function<void()> work, std::chrono::
   Call call(*this, std::move(work), limit);
   TryBegin(call);
   return call;
+}
+
+bool LimitedCalls::IsBusy() {
+  const std::lock_guard lock(mutex_);
+  return progress_ != nullptr && !HasReturned(*progress_);
 }
 
 bool LimitedCalls::HasReturned(Progress& progress) {

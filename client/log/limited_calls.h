@@ -1,4 +1,4 @@
-// Calls that may never come back: a drive that hangs keeps the thread that asks it, and nothing can call it off.
+// Calls that may never come back: a driver that hangs keeps the thread that asks it, and nothing can call it off.
 #pragma once
 
 #include <chrono>
@@ -57,6 +57,9 @@ class LimitedCalls {
   /// several objects can be begun before the first is waited for. `work` must own all that it touches: it may outlive
   /// everything. `limit`: of waking time, for its turn, and from its beginning for its end.
   Call Begin(std::function<void()> work, std::chrono::milliseconds limit);
+
+  /// Whether a call has not come back, one that was left behind or somebody else's.
+  bool IsBusy();
 
  private:
   /// Of one call; its thread shares it.
