@@ -18,6 +18,8 @@ class Reporter : public benchmark::ConsoleReporter {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
       const bool real = run.run_name.time_type.ends_with("real_time");
       times_[run.run_name.function_name].push_back(real ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime());
+      for (const auto& [name, counter] : run.counters)
+        times_[run.run_name.function_name + '/' + name].push_back(counter.value);
     }
   }
 

@@ -1,7 +1,10 @@
 // The decoders of the texts of /proc, /sys and /etc: whatever stands in them, nothing crashes and what comes out makes
 // sense.
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "platform/linux/block_device_text.h"
@@ -37,6 +40,32 @@ void RequireSensiblePower(std::string_view notice, std::string_view file) {
       Require(name.empty() || (name.front() > ' ' && name.back() > ' ' && name.back() < 0x7F));
   }
   Require(SumUpPower(supplies).percent.value_or(0) <= 100);
+}
+
+void RequireClean(std::string_view text, std::size_t most) {
+  Require(text.size() <= most && std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; }));
+  Require(!text.starts_with(' ') && !text.ends_with(' '));
+}
+
+void RequireSensibleDrive(std::string_view text) {
+  using namespace platform;
+  RequireClean(SerialOfPage80(text), text.size());
+  if (const auto names = NamesOfPage89(text)) {
+    RequireClean(names->model, 40);
+    RequireClean(names->firmware_version, 8);
+    Require(!names->model.empty());
+  }
+  const std::string usb = UsbDeviceFolder(text);
+  Require(text.starts_with(usb) && (usb.empty() || text[usb.size()] == '/'));
+  // Each line a word of a notice, in their order.
+  std::array<std::string_view, 4> words;
+  std::string_view rest = text;
+  for (std::string_view& word : words) {
+    word = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(rest.size(), word.size() + 1));
+  }
+  const auto change = DriveChangeOf({words[0], words[1], words[2], words[3]});
+  Require(!change || (MayBeDrive(words[0]) && (words[2] == "remove") == (*change == DriveChange::kDetached)));
 }
 
 }  // namespace
@@ -78,6 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(device.name.find('/') == device.name.npos && device.drive.find('/') == device.drive.npos);
   Require(FileSystemIdOfUdev(text).size() <= size);
   SumOfErrors(text);
+  RequireSensibleDrive(text);
   TimeZoneOfLink(text);
   Require(MachineIdOf(text).size() <= 32);
   return 0;

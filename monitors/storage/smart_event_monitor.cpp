@@ -1,6 +1,7 @@
 #include "monitors/storage/smart_event_monitor.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -51,9 +52,11 @@ bool SmartEventMonitor::Qualifies(const StorageCollector::HardDisk& drive) const
 }
 
 SmartEventMonitor::AskedHealth SmartEventMonitor::AskHealth(const StorageCollector::HardDisk& drive) {
-  return [this, asked = drive.AskAtaSmart()] {
+  return [this, drive, asked = drive.AskAtaSmart()]() -> std::optional<ItemData> {
     const auto reading = asked(stop_event());
-    return reading.content ? info_.ToItemData(*reading.content) : std::nullopt;
+    if (!reading.content) return std::nullopt;
+    told_.push_back({drive.getHashedSerialNumber(), drive.getProductName(), *reading.content});
+    return info_.ToItemData(*reading.content);
   };
 }
 
@@ -73,7 +76,8 @@ TVK::SecondTick::Work SmartEventMonitor::LookAtDay() {
     // Whatever comes of it: a drive that does not tell today is asked tomorrow.
     last_day_ = services().runtime.clock().NowSeconds();
     LogItemEvent();
-    CheckThresholds();
+    for (const Told& told : std::exchange(told_, {}))
+      CheckThresholds(told);
   };
 }
 
@@ -87,14 +91,17 @@ void SmartEventMonitor::CheckThresholds() {
   for (std::size_t i = 0; i < drives.size(); ++i) {
     const auto& [key, drive] = drives[i];
     const auto reading = asked[i](stop_event());
-    if (stopping() || !Admits()) return;
-    if (!reading.content) continue;
-    const auto found = info_.FoundPredictFailure(*reading.content);
-    if (!found && SmartInfo::TellsThresholds(*reading.content)) ForgetThresholdEntry(key);
-    const int error = found ? CheckThresholdEntry(key, *found) : 0;
-    if (error > 0) {
-      log_.e(L"%s: Model :%s, Return error: %d", Operation(L"CheckThresholdEntry"), drive.getProductName(), error);
-    }
+    if (reading.content) CheckThresholds({key, drive.getProductName(), *reading.content});
+  }
+}
+
+void SmartEventMonitor::CheckThresholds(const Told& told) {
+  if (stopping() || !Admits()) return;
+  const auto found = info_.FoundPredictFailure(told.smart);
+  if (!found && SmartInfo::TellsThresholds(told.smart)) ForgetThresholdEntry(told.key);
+  const int error = found ? CheckThresholdEntry(told.key, *found) : 0;
+  if (error > 0) {
+    log_.e(L"%s: Model :%s, Return error: %d", Operation(L"CheckThresholdEntry"), told.model, error);
   }
 }
 

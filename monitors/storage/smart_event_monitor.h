@@ -28,11 +28,21 @@ class SmartEventMonitor final : public TVK::SmartMonitor {
   void Begin() override;
 
  private:
+  /// What a drive told.
+  struct Told {
+    std::wstring key;
+    std::wstring model;
+    TVK::AtaSmart smart;
+  };
+
+  /// Asks every drive.
   void CheckThresholds();
+  void CheckThresholds(const Told& told);
   /// The drive is well: a finding that comes back is reported again.
   void ForgetThresholdEntry(const std::wstring& key);
   TVK::SecondTick::Work LookAtDay();
 
   const SmartInfo info_{log_};
+  std::vector<Told> told_;     ///< For the record of a day, to be held against the thresholds; as last_day_.
   std::int64_t last_day_ = 0;  ///< Of the last record of a day; the watcher's look and its work, which take turns.
 };

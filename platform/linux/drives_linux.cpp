@@ -30,8 +30,9 @@ class LinuxDrives final : public Drives {
     const std::string name = NameOfDeviceFile(drive.path);
     if (!MayBeDrive(name) || !IsDevice(Entry(name))) return {nullptr, DriveResult::kGone, ENODEV};
     // Names are taken over: the drive that was listed under this one may have gone, and another one come.
-    const DriveListing now = Read(name, Entry(name));
-    if (now.model != drive.model || now.serial_number != drive.serial_number) {
+    const std::filesystem::path device = Entry(name) / "device";
+    if (ReadModel(name, device, ReadAtaNames(device)) != drive.model ||
+        ReadSerialNumber(Entry(name), drive.bus) != drive.serial_number) {
       return {nullptr, DriveResult::kGone, ENODEV};
     }
     const DriveSpeech speech = SpeechOf(drive, root_.ReadLine(Entry(name) / "device/vendor"));
@@ -47,28 +48,32 @@ class LinuxDrives final : public Drives {
 
   // A path of several to one NVMe namespace is hidden behind the drive that joins them.
   bool IsDevice(const std::filesystem::path& entry) const {
-    const std::vector<std::string> folders = root_.FolderNames(entry);
-    return std::ranges::find(folders, "device") != folders.end() && root_.ReadLine(entry / "hidden") != "1";
+    return root_.IsFolder(entry / "device") && root_.ReadLine(entry / "hidden") != "1";
   }
 
   DriveListing Read(const std::string& name, const std::filesystem::path& entry) const {
     const std::filesystem::path device = entry / "device";
     const auto line = [&](const char* file) { return root_.ReadLine(device / file); };
     DriveListing drive{.path = DeviceFile(name), .bus = BusOfBlockDevice(name, root_.LinkTarget(entry))};
-    // The drivers of cards, NVMe and SCSI name their files differently, whatever bus is on the way.
-    const bool card = name.starts_with("mmcblk");
-    if (const auto names = ReadAtaNames(device)) {
-      drive.model = names->model;
-      drive.firmware_version = names->firmware_version;
-    } else {
-      drive.model = card ? line("name") : ModelText(line("vendor"), line("model"));
-      drive.firmware_version = line(card ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev");
-    }
+    const auto ata = ReadAtaNames(device);
+    const char* const revision = IsCard(name) ? "fwrev" : name.starts_with("nvme") ? "firmware_rev" : "rev";
+    drive.model = ReadModel(name, device, ata);
+    drive.firmware_version = ata ? ata->firmware_version : line(revision);
     drive.serial_number = ReadSerialNumber(entry, drive.bus);
     drive.bytes = BytesOfSectors(root_.ReadLine(entry / "size"));
     drive.rotating = RotatingOf(drive.bus, root_.ReadLine(entry / "queue/rotational"));
     drive.removable = root_.ReadLine(entry / "removable") == "1";
     return drive;
+  }
+
+  // The drivers of cards, NVMe and SCSI name their files differently, whatever bus is on the way.
+  static bool IsCard(const std::string& name) { return name.starts_with("mmcblk"); }
+
+  std::string ReadModel(const std::string& name, const std::filesystem::path& device,
+                        const std::optional<DriveNames>& ata) const {
+    if (ata) return ata->model;
+    if (IsCard(name)) return root_.ReadLine(device / "name");
+    return ModelText(root_.ReadLine(device / "vendor"), root_.ReadLine(device / "model"));
   }
 
   std::optional<DriveNames> ReadAtaNames(const std::filesystem::path& device) const {

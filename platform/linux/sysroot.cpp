@@ -33,6 +33,14 @@ void ForEachEntry(const fs::path& folder, Call call) {
 
 }  // namespace
 
+fs::path Sysroot::Resolve(const fs::path& inner) const {
+  // By the texts: taking paths apart and together again takes longer than many a file takes to read.
+  std::string text = root_.native();
+  if (!text.empty() && text.back() != '/') text += '/';
+  const std::string& rest = inner.native();
+  return text.append(rest, std::min(rest.find_first_not_of('/'), rest.size()));
+}
+
 std::optional<std::string> Sysroot::Read(const fs::path& inner, int* error) const {
   int code = 0;
   auto text = ReadFileBytes(Resolve(inner), kLimit, code);
@@ -72,6 +80,11 @@ std::vector<std::string> Sysroot::FileNames(const fs::path& folder) const {
 
 std::vector<std::string> Sysroot::FolderNames(const fs::path& folder) const {
   return Names(folder, S_IFDIR);
+}
+
+bool Sysroot::IsFolder(const fs::path& inner) const {
+  std::error_code failure;
+  return fs::is_directory(Resolve(inner), failure);
 }
 
 std::string Sysroot::LinkTarget(const fs::path& inner) const {

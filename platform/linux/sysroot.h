@@ -20,7 +20,7 @@ class Sysroot {
   explicit Sysroot(std::filesystem::path root) : root_(std::move(root)) {}
 
   /// Where the inner path lies; a leading "/" of it does not lead out of the root.
-  std::filesystem::path Resolve(const std::filesystem::path& inner) const { return root_ / inner.relative_path(); }
+  std::filesystem::path Resolve(const std::filesystem::path& inner) const;
 
   /// The text of a file of at most `kLimit` bytes, or nothing; `error`, when given, then receives the errno.
   std::optional<std::string> Read(const std::filesystem::path& inner, int* error = nullptr) const;
@@ -36,6 +36,9 @@ class Sysroot {
 
   /// The names of the folders in `folder`, links to folders among them, in order.
   std::vector<std::string> FolderNames(const std::filesystem::path& folder) const;
+
+  /// Whether there is a folder, or a link to one.
+  bool IsFolder(const std::filesystem::path& inner) const;
 
   /// What a symbolic link says; empty when there is none.
   std::string LinkTarget(const std::filesystem::path& inner) const;
