@@ -4,8 +4,6 @@
 //   us Journal      10,000 entries of a journal, half of them wanted, with values, XML and bookmarks     target: below
 //   500 ms
 #include <benchmark/benchmark.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -16,6 +14,7 @@
 #include "platform/event_log_reader.h"
 #include "platform/local.h"
 #include "testing/journal_linux.h"
+#include "testing/temp_folder.h"
 
 namespace {
 
@@ -36,8 +35,8 @@ BENCHMARK(Query50Ids)->Unit(benchmark::kMicrosecond)->Repetitions(kRepetitions);
 
 void Journal(benchmark::State& state) {
   constexpr int kEntries = 10'000;
-  const auto root = std::filesystem::temp_directory_path() / ("journal_benchmark." + std::to_string(::getpid()));
-  JournalWriter writer(root / "var/log/journal/system.journal");
+  const TempFolder root;
+  JournalWriter writer(root.path() / "var/log/journal/system.journal");
   for (int i = 0; i < kEntries; ++i) {
     writer.Add("SYSLOG_FACILITY=3\nSYSLOG_IDENTIFIER=daemon" + std::to_string(i % 50) + "\nPRIORITY=" +
                (i % 2 == 0 ? "3" : "6") + "\n_PID=" + std::to_string(i) + "\n_COMM=daemon\n_EXE=/usr/sbin/daemon" +
@@ -46,7 +45,7 @@ void Journal(benchmark::State& state) {
   }
   writer.Write();
   const auto runtime = platform::MakeRealRuntime({});
-  const auto machine = platform::OpenLocalMachine({.sysroot = root}, runtime->clock());
+  const auto machine = platform::OpenLocalMachine({.sysroot = root.path()}, runtime->clock());
   const platform::EventLogReaderSettings settings = {
       .query = "<QueryList><Query><Select Path='System'>*[System[(Level=1 or Level=2)]]</Select></Query></QueryList>",
       .value_paths = {"Event/System/Channel", "Event/System/Level", "Event/System/EventID",
@@ -60,7 +59,6 @@ void Journal(benchmark::State& state) {
       batch = opening.reader->Take(100);
   }
   if (events != kEntries / 2) state.SkipWithError("events are missing");
-  std::filesystem::remove_all(root);
 }
 
 BENCHMARK(Journal)->Unit(benchmark::kMicrosecond)->Repetitions(kRepetitions);

@@ -90,7 +90,7 @@ TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
       {"Application",
        "systemd-coredump",
        0xFC2E,
-       {{"MESSAGE", "s3cret"}, {"COREDUMP_EXE", "/home/s3cret/app"}, {"COREDUMP_SIGNAL_NAME", "SIGSEGV"}},
+       {{"MESSAGE", "s3cret"}, {"COREDUMP_EXE", "/opt/s3cret/app"}, {"COREDUMP_SIGNAL_NAME", "SIGSEGV"}},
        kApplicationCrash,
        {{L"Program", L"app"}, {L"Code", L"SIGSEGV"}}},
       {"System", "kernel", 0, {{"MESSAGE", "usb 1-1: s3cret"}}, nullptr, {}},

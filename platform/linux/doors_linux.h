@@ -29,9 +29,8 @@ std::unique_ptr<Processors> MakeProcessors(const Sysroot& root, const Clock& clo
 std::unique_ptr<Memory> MakeMemory(const Sysroot& root);
 std::unique_ptr<Firmware> MakeFirmware(const Sysroot& root);
 
-/// `follows`: entries may come while a reader is open; it then waits as the Linux runtime does. `clock` must outlive
-/// the door and its readers.
-std::unique_ptr<EventLog> MakeEventLog(const Sysroot& root, const Clock& clock, bool follows);
+/// The news of its readers is for the Linux runtime. `clock` must outlive the door and its readers.
+std::unique_ptr<EventLog> MakeEventLog(const Sysroot& root, const Clock& clock);
 
 std::unique_ptr<Power> MakePower(const Sysroot& root, std::shared_ptr<PowerWishes> wishes);
 std::unique_ptr<Batteries> MakeBatteries(const Sysroot& root);

@@ -9,15 +9,14 @@ namespace {
 
 class LinuxEventLog final : public EventLog {
  public:
-  LinuxEventLog(const Sysroot& root, const Clock& clock, bool follows)
-      : root_(root.Resolve("/")), clock_(clock), follows_(follows) {}
+  LinuxEventLog(const Sysroot& root, const Clock& clock) : root_(root.Resolve("/")), clock_(clock) {}
 
   // The journal takes no such queries.
   EventLogReading Query(const EventLogQuery& /*query*/) override {
     return {.records = {}, .failure = EventLogFailure::kNotSupported, .error = ENOSYS};
   }
 
-  EventLogReaderOpening OpenReader(Runtime& runtime, const EventLogReaderSettings& settings) override {
+  EventLogReaderOpening OpenReader(Runtime& /*runtime*/, const EventLogReaderSettings& settings) override {
     EventLogReaderOpening opening;
     auto filter = EventLogFilter::Parse(settings.query);
     if (!filter) {
@@ -27,7 +26,7 @@ class LinuxEventLog final : public EventLog {
     }
     int error = 0;
     if (auto journal = Journal::Open(root_, error)) {
-      opening.reader = ReadJournal(std::move(*journal), root_, std::move(*filter), settings, runtime, clock_, follows_);
+      opening.reader = ReadJournal(std::move(*journal), root_, std::move(*filter), settings, clock_);
     } else {
       opening.failure = FailureOf(error);
       opening.error = static_cast<std::uint32_t>(error);
@@ -57,13 +56,12 @@ class LinuxEventLog final : public EventLog {
 
   const std::filesystem::path root_;
   const Clock& clock_;
-  const bool follows_;
 };
 
 }  // namespace
 
-std::unique_ptr<EventLog> MakeEventLog(const Sysroot& root, const Clock& clock, bool follows) {
-  return std::make_unique<LinuxEventLog>(root, clock, follows);
+std::unique_ptr<EventLog> MakeEventLog(const Sysroot& root, const Clock& clock) {
+  return std::make_unique<LinuxEventLog>(root, clock);
 }
 
 }  // namespace platform

@@ -51,18 +51,13 @@ class JournalNews final : public Waitable, public PollableWaitable {
 class JournalReader final : public EventLogReader {
  public:
   JournalReader(Journal journal, const std::filesystem::path& root, EventLogFilter filter,
-                EventLogReaderSettings settings, Runtime& runtime, const Clock& clock, bool follows)
+                EventLogReaderSettings settings, const Clock& clock)
       : root_(root),
         journal_(std::move(journal)),
         filter_(std::move(filter)),
         settings_(std::move(settings)),
         clock_(clock),
         bookmark_(settings_.bookmark) {
-    if (follows) {
-      news_ = std::make_unique<JournalNews>(journal_);
-    } else {
-      quiet_news_ = runtime.MakeEvent(EventReset::kAuto, true);
-    }
     const JournalAccess access = CheckJournalAccess(root_);
     if (access.refused) {
       notices_.push_back({.trouble = EventLogTrouble::kAccessRefused});
@@ -72,10 +67,10 @@ class JournalReader final : public EventLogReader {
     Seek();
   }
 
-  Waitable& news() override { return news_ ? static_cast<Waitable&>(*news_) : *quiet_news_; }
+  Waitable& news() override { return news_; }
 
   EventLogBatch Take(std::size_t limit) override {
-    if (news_ && news_->TakeFileNews()) Seek();
+    if (news_.TakeFileNews()) Seek();
     EventLogBatch batch;
     batch.more = true;
     for (std::size_t looks = 0; batch.more && looks < kMostLooks && batch.events.size() < limit; ++looks)
@@ -83,19 +78,11 @@ class JournalReader final : public EventLogReader {
     if (!batch.more && watch_error_ != 0) Fail(watch_error_);
     batch.notices = std::exchange(notices_, {});
     batch.bookmark = bookmark_;
-    if (batch.more) SetNews();
+    if (batch.more) news_.Set();
     return batch;
   }
 
  private:
-  void SetNews() {
-    if (news_) {
-      news_->Set();
-    } else {
-      quiet_news_->Set();
-    }
-  }
-
   /// Whether the journal was opened anew and is to be looked at again, since entries may have come meanwhile.
   bool Reopen() {
     if (failed_ || looks_ < kLooksOfAnOpening) return false;
@@ -111,7 +98,7 @@ class JournalReader final : public EventLogReader {
   /// Goes behind the bookmark. Whether its own entry is still there shows with the next one.
   void Seek() {
     // From here on the library watches the files.
-    watch_error_ = news_ ? std::max(-journal_.fd(), 0) : 0;
+    watch_error_ = std::max(-journal_.fd(), 0);
     if (!bookmark_.empty() && journal_.SeekTo(bookmark_)) {
       at_bookmark_ = true;
       return;
@@ -165,8 +152,7 @@ class JournalReader final : public EventLogReader {
   const EventLogFilter filter_;
   const EventLogReaderSettings settings_;
   const Clock& clock_;
-  std::unique_ptr<JournalNews> news_;  ///< Of a journal that is written to; else the other one.
-  std::unique_ptr<Event> quiet_news_;
+  JournalNews news_{journal_};
   std::vector<EventLogNotice> notices_;  ///< To be told with the next batch.
   std::string bookmark_;                 ///< Of the entry that was looked at last; empty: of none.
   std::size_t looks_ = 0;                ///< Since the journal was opened.
@@ -179,10 +165,8 @@ class JournalReader final : public EventLogReader {
 }  // namespace
 
 std::unique_ptr<EventLogReader> ReadJournal(Journal journal, const std::filesystem::path& root, EventLogFilter filter,
-                                            EventLogReaderSettings settings, Runtime& runtime, const Clock& clock,
-                                            bool follows) {
-  return std::make_unique<JournalReader>(std::move(journal), root, std::move(filter), std::move(settings), runtime,
-                                         clock, follows);
+                                            EventLogReaderSettings settings, const Clock& clock) {
+  return std::make_unique<JournalReader>(std::move(journal), root, std::move(filter), std::move(settings), clock);
 }
 
 }  // namespace platform

@@ -34,7 +34,7 @@ std::unique_ptr<Machine> OpenLocalMachine(const LocalMachineOptions& options, co
   doors.batteries = MakeBatteries(root);
   doors.power_manager = std::make_shared<NoPowerManager>();
   const bool local = options.sysroot == "/";
-  doors.event_log = MakeEventLog(root, clock, /*follows=*/true);
+  doors.event_log = MakeEventLog(root, clock);
   doors.volumes = MakeVolumes(root, local);
   if (local) {
     doors.drives = MakeDrives(root, OpenDriveDevice);

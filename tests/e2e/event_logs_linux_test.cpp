@@ -6,6 +6,7 @@
 #include <map>
 #include <sstream>
 
+#include "platform/local.h"
 #include "testing/journal_linux.h"
 #include "tests/e2e/service_under_test.h"
 
@@ -17,8 +18,7 @@ constexpr char kPolicy[] = R"({"telemetryScope": "full", "datasets": [
 
 /// Seconds since the first moment that JournalWriter has.
 std::uint64_t Now() {
-  const auto since = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(since).count()) - 1'767'222'000;
+  return static_cast<std::uint64_t>(platform::MakeRealRuntime({})->clock().NowSeconds()) - 1'767'222'000;
 }
 
 std::string Entry(std::size_t number) {
