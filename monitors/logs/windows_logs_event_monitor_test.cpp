@@ -41,12 +41,19 @@ class WindowsLogsTest : public testing::Test {
   /// The store as a kill at this moment would leave it.
   void Kill() {
     const TempFolder copy;
-    std::filesystem::copy(world_.folder.path(), copy.path());
+    CopyFiles(world_.folder.path(), copy.path());
     monitor_.reset();
     life_.reset();
     for (const auto& file : std::filesystem::directory_iterator(world_.folder.path()))
       std::filesystem::remove(file);
-    std::filesystem::copy(copy.path(), world_.folder.path());
+    CopyFiles(copy.path(), world_.folder.path());
+  }
+  static void CopyFiles(const std::filesystem::path& from, const std::filesystem::path& to) {
+    for (const auto& file : std::filesystem::directory_iterator(from)) {
+      const std::filesystem::path name = file.path().filename();
+      // What the processes that have a database open share of it goes with them.
+      if (!name.string().ends_with("-shm")) std::filesystem::copy_file(file.path(), to / name);
+    }
   }
   void Settings(std::map<std::wstring, std::wstring> settings) {
     world_.config.SetSettings(WindowsLogsEventMonitor::dataset_name, std::move(settings));
