@@ -156,13 +156,6 @@ struct ConfinedService {
   std::optional<ChildProcess> service;
 };
 
-/// Of a user that has no other process: the administrator's processes are not counted.
-std::string WithThreads(int count) {
-  const std::string limit = "prlimit --nproc=" + std::to_string(count) + ' ';
-  return "exec " + (::geteuid() == 0 ? "setpriv --reuid=61357 --regid=61357 --clear-groups " + limit : limit) +
-         R"("$@")";
-}
-
 TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
   struct Row {
     std::string surroundings;
@@ -195,6 +188,13 @@ TEST(Service, SaysWhatIsMissingWhenTheSystemGivesTooLittle) {
 }
 
 #ifndef TVK_SANITIZED
+/// Of a user that has no other process: the administrator's processes are not counted.
+std::string WithThreads(int count) {
+  const std::string limit = "prlimit --nproc=" + std::to_string(count) + ' ';
+  return "exec " + (::geteuid() == 0 ? "setpriv --reuid=61357 --regid=61357 --clear-groups " + limit : limit) +
+         R"("$@")";
+}
+
 TEST(Service, SaysSoWhereTheSystemGivesTooFewThreads) {
   // Of another user the test's own processes count, too: no thread is too few for any service then.
   const bool counted_alone = ::geteuid() == 0;
