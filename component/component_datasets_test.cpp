@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -66,7 +67,7 @@ TEST(ServiceDayTest, DefaultPolicyGivesOneReportAMinute) {
 TEST(StopTest, TakesNoLongerThanTheServiceAsksForWhateverItsMonitorsAreBusyWith) {
   MonitorWorld world;
   const auto released = world.runtime.MakeEvent(platform::EventReset::kManual);
-  int questions = 0;
+  std::atomic<int> questions = 0;
   const auto hang = [&](auto) {
     ++questions;
     world.runtime.Wait(*released, platform::kForever);
