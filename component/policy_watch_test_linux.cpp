@@ -135,6 +135,8 @@ TEST_F(PolicyWatchTest, AFileThatCouldNotBeReadIsReadAgainAndToldOnce) {
   ExpectWithdrawal();
 }
 
+#ifndef __SANITIZE_ADDRESS__
+// The sanitiser that comes with it looks a class up through a pipe, for which it has no descriptor then.
 TEST_F(PolicyWatchTest, AFileThatCouldNotBeOpenedForTooManyOpenFilesIsReadAgain) {
   followed_->LeadTo(folder_.path() / "none");
   {
@@ -143,6 +145,7 @@ TEST_F(PolicyWatchTest, AFileThatCouldNotBeOpenedForTooManyOpenFilesIsReadAgain)
   }
   ExpectWithdrawal();
 }
+#endif
 
 TEST_F(PolicyWatchTest, AChangeThatAnExceptionKeptFromBeingToldIsToldByTheNextReading) {
   log_->fail_next = true;
