@@ -1,7 +1,11 @@
 #include "monitors/logs/crash_event_monitor.h"
 
 #include <algorithm>
+#include <sstream>
 #include <utility>
+
+#include "client/text/string.h"
+#include "platform/system_facts.h"
 
 namespace {
 
@@ -23,13 +27,25 @@ const std::map<std::wstring, std::wstring> CrashEventMonitor::ITEM_EVENT_CONTEXT
 };
 
 CrashEventMonitor::CrashEventMonitor(const TVK::MonitorServices& monitor_services)
-    : LogMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines}) {}
+    : LogMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines},
+                 TVK::ReportRule{.item = TVK::kHardwareError, .report = [this] { LookAtMemory(true); }}) {}
 
 void CrashEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"", L"CrashEventMonitor StartMonitor CreateEvent() return error %d!")) return;
   LogDatasetContext(false);
   InitialiseDevice();
   FollowLogs("tvk-crashes");
+  if (!services().machine.memory().ReadErrors().empty()) {
+    ReportEvery(static_cast<std::uint32_t>(std::chrono::milliseconds(kMemoryLook).count()));
+  }
+}
+
+void CrashEventMonitor::BeginReading(bool withdrawn) {
+  {
+    const std::lock_guard lock(memory_mutex_);
+    memory_known_ = true;
+  }
+  LookAtMemory(!withdrawn);
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> CrashEventMonitor::Describe() {
@@ -40,6 +56,7 @@ bool CrashEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const std::st
                                   const TVK::DatasetState& behind) {
   std::optional<TVK::CrashReport> report = TVK::ReadCrashReport(event, xml);
   if (!report) return true;
+  if (IsCounted(*report, event)) return LookAtMemory(true);
   const auto time = event.fields.find(L"TimeCreated");
   if (counted_ && counted_->report.item == report->item && counted_->report.data == report->data) {
     ++counted_->count;
@@ -66,4 +83,40 @@ bool CrashEventMonitor::Flush() {
   if (WriteItem(counted_->report.item, std::move(data), {}, counted_->behind) > 0) return false;
   counted_.reset();
   return true;
+}
+
+bool CrashEventMonitor::IsCounted(const TVK::CrashReport& report, const TVK::RenderedEvent& event) {
+  if (!TVK::IsOfMemory(report) || services().machine.memory().ReadErrors().empty()) return false;
+  const std::optional<std::int64_t> boot = services().machine.system().ReadBootTime();
+  return !boot || !event.time_created || *event.time_created >= *boot;
+}
+
+bool CrashEventMonitor::LookAtMemory(bool tell) {
+  const std::lock_guard lock(memory_mutex_);
+  if (!memory_known_ || !Admits()) return true;
+  const std::wstring boot = TVK::String::UTF8ToUTF16(services().machine.system().ReadBootId());
+  return std::ranges::all_of(services().machine.memory().ReadErrors(), [&](const platform::MemoryErrors& counted) {
+    return TellMemoryErrors(counted, boot, tell);
+  });
+}
+
+bool CrashEventMonitor::TellMemoryErrors(const platform::MemoryErrors& counted, const std::wstring& boot, bool tell) {
+  const std::wstring key = L"memory " + TVK::String::UTF8ToUTF16(counted.controller);
+  std::wstring kept;
+  const int result = services().store.GetState(dataset_id, key, kept);
+  if (result != 0 && result != TVK::kStoreNotFound) return false;
+  platform::MemoryErrors known;
+  std::wstring known_boot;
+  std::wistringstream(kept) >> known.corrected >> known.uncorrected >> known_boot;
+  // The counters begin anew with a boot, and when their driver is loaded again.
+  if (known_boot != boot || counted.corrected < known.corrected || counted.uncorrected < known.uncorrected) known = {};
+  const platform::MemoryErrors since{counted.controller, counted.corrected - known.corrected,
+                                     counted.uncorrected - known.uncorrected};
+  if (since.corrected == 0 && since.uncorrected == 0) return true;
+  const TVK::DatasetState now{
+      key, std::to_wstring(counted.corrected) + L' ' + std::to_wstring(counted.uncorrected) + L' ' + boot};
+  if (!tell) return services().store.KeepState(dataset_id, now) == 0;
+  TVK::CrashReport report = TVK::MemoryErrorReport(since);
+  report.data[L"Count"] = std::to_wstring(since.corrected + since.uncorrected);
+  return WriteItem(report.item, std::move(report.data), {}, now) <= 0;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,7 +11,8 @@
 #include "monitors/logs/log_monitor.h"
 
 /// See EventMonitorBase for who calls what. A crash is an item; several of one kind, one after the other within
-/// kSameWithin of the first, are one item with their count.
+/// kSameWithin of the first, are one item with their count. Memory errors of the running boot are told as the memory
+/// controllers count them, where they do: at the start, once a day, and when the log tells of one.
 class CrashEventMonitor final : public TVK::LogMonitor {
  public:
   static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"CrashEvent");
@@ -21,12 +23,14 @@ class CrashEventMonitor final : public TVK::LogMonitor {
   static const std::map<std::wstring, std::wstring> ITEM_EVENT_CONTEXT;
 
   static constexpr std::chrono::seconds kSameWithin{10};
+  static constexpr std::chrono::hours kMemoryLook{24};
 
   explicit CrashEventMonitor(const TVK::MonitorServices& services);
 
   void StartMonitor(std::wstring name) override;
 
  protected:
+  void BeginReading(bool withdrawn) override;
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
 
   std::string Query() override { return TVK::CrashQuery(); }
@@ -44,5 +48,14 @@ class CrashEventMonitor final : public TVK::LogMonitor {
     TVK::DatasetState behind = {};
   };
 
+  /// Writes what was counted since the store last knew; without `tell` the store is just made to know it. False when
+  /// the store failed. Any thread.
+  bool LookAtMemory(bool tell);
+  bool TellMemoryErrors(const platform::MemoryErrors& counted, const std::wstring& boot, bool tell);
+  /// Whether the log's `event` is counted by a controller, too: one before the boot is not.
+  bool IsCounted(const TVK::CrashReport& report, const TVK::RenderedEvent& event);
+
   std::optional<Counted> counted_;  ///< The reading thread's own.
+  std::mutex memory_mutex_;         ///< Held while one thread looks.
+  bool memory_known_ = false;       ///< Guarded by memory_mutex_: BeginReading was told.
 };

@@ -4,6 +4,8 @@
 
 #include "client/text/string.h"
 #include "platform/simulated/simulated_event_log.h"
+#include "platform/simulated/simulated_memory.h"
+#include "platform/simulated/simulated_system.h"
 #include "testing/monitor_world.h"
 
 namespace TVK {
@@ -99,6 +101,9 @@ TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
       {"System", "kernel", 0, {{"MESSAGE", "Kernel panic - not syncing: s"}}, kSystemCrash, {{L"Code", L"panic"}}},
       {"System", "kernel", 0, {{"MESSAGE", "EDAC MC0: 1 CE on DIMM"}}, kHardwareError, {{L"Code", L"memory"}}},
       {"System", "kernel", 0, {{"MESSAGE", "pcieport 0000:00:1c.0: enabled"}}, nullptr, {}},
+      {"System", "systemd-pstore", 0, {{"DUMP", "Panic#1 Part2"}}, nullptr, {}},
+      {"System", "systemd-pstore", 0, {{"DUMP", "Oops#1 Part1"}}, nullptr, {}},
+      {"System", "systemd-pstore", 0, {{"DUMP", "Panic#1 Part1"}}, kSystemCrash, {{L"Code", L"panic"}}},
       {"System",
        "kernel",
        0,
@@ -123,6 +128,60 @@ TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
     expected[L"Count"] = L"1";
     EXPECT_EQ(data, expected);
   }
+}
+
+TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
+  auto& errors = world_.machine.memory().errors;
+  const auto count = [&](std::uint64_t corrected, std::uint64_t uncorrected) {
+    errors.Set({{"mc0", corrected, uncorrected}, {"mc1", 0, 0}});
+  };
+  const auto line = [&] { Log("System", "kernel", 0, {{"MESSAGE", "EDAC MC0: 1 CE on DIMM"}}); };
+  const auto told = [&] {
+    world_.runtime.AdvanceBy(CrashEventMonitor::kSameWithin + 1s);
+    std::wstring all;
+    for (const ItemEvent& item : life_->Items(kHardwareError)) {
+      const ItemData& data = item.item_data();
+      all += data.contains(L"Corrected") ? data.at(L"Controller") + L":" + data.at(L"Corrected") + L"+" +
+                                               data.at(L"Uncorrected") + L"=" + data.at(L"Count") + L" "
+                                         : L"line ";
+    }
+    return all;
+  };
+  const auto boot = [&](const char* id) {
+    world_.machine.system().Change([&](auto& state) {
+      state.boot_id = id;
+      state.boot_time = world_.runtime.clock().NowSeconds();
+    });
+  };
+  line();
+  world_.runtime.AdvanceBy(1min);
+  boot("a");
+  count(2, 1);
+  Start();
+  EXPECT_EQ(told(), L"mc0:2+1=3 line ") << "of the boot before the log alone tells";
+  count(5, 1);
+  line();
+  EXPECT_EQ(told(), L"mc0:2+1=3 line mc0:3+0=3 ");
+  count(6, 1);
+  world_.runtime.Suspend(25h);
+  EXPECT_EQ(told(), L"mc0:2+1=3 line mc0:3+0=3 mc0:1+0=1 ") << "once a day what nobody logged";
+  Start();
+  EXPECT_EQ(told(), L"") << "told once";
+  boot("b");
+  count(7, 1);
+  Start();
+  EXPECT_EQ(told(), L"mc0:7+1=8 ") << "counted anew";
+  count(3, 0);
+  Start();
+  EXPECT_EQ(told(), L"mc0:3+0=3 ") << "the driver was loaded again";
+  life_->consent.given = false;
+  monitor_.reset();
+  count(9, 0);
+  Start();
+  EXPECT_EQ(told(), L"") << "what happened without consent";
+  count(10, 0);
+  Start();
+  EXPECT_EQ(told(), L"mc0:1+0=1 ");
 }
 
 TEST_F(CrashTest, ALoopOfCrashesIsCounted) {

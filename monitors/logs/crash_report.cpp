@@ -17,6 +17,7 @@ constexpr wchar_t kApplicationError[] = L"Application Error";
 constexpr wchar_t kHang[] = L"Application Hang";
 constexpr wchar_t kCoredump[] = L"systemd-coredump";
 constexpr wchar_t kKernel[] = L"kernel";
+constexpr wchar_t kDumpKeeper[] = L"systemd-pstore";
 
 /// The event of one source, and what it is read as.
 class Source {
@@ -52,6 +53,8 @@ CrashReport Report(const wchar_t* item, std::initializer_list<std::pair<const wc
   return report;
 }
 
+constexpr char kMemoryCode[] = "memory";
+
 /// What the kernel's line is the sign of: its beginning, the item, the code. One crash has several lines; these are
 /// those that stand once in each (Linux: kernel/panic.c, arch/x86/kernel/dumpstack.c, kernel/watchdog.c).
 struct KernelSign {
@@ -65,7 +68,7 @@ constexpr std::array<KernelSign, 6> kKernelSigns = {{
     {" [#", false, kSystemCrash, "oops"},
     {"watchdog: BUG: soft lockup", true, kSystemCrash, "soft lockup"},
     {"[Hardware Error]: Machine check events logged", false, kHardwareError, "machine check"},
-    {"EDAC MC", true, kHardwareError, "memory"},
+    {"EDAC MC", true, kHardwareError, kMemoryCode},
     {"pcieport ", true, kHardwareError, "PCIe"},
 }};
 
@@ -80,7 +83,28 @@ std::optional<CrashReport> ReadKernelLine(const std::string& line) {
   return std::nullopt;
 }
 
+/// What the kernel kept of a panic over the boot, in parts of which one counts. `header`: "Panic#1 Part1" (Linux:
+/// fs/pstore/platform.c). A dump of an oops that the system outlived stands in the kernel's log, too.
+std::optional<CrashReport> ReadDump(std::string_view header) {
+  constexpr std::string_view kPanic = "Panic#";
+  if (!header.starts_with(kPanic) || !header.ends_with(" Part1")) return std::nullopt;
+  return Report(kSystemCrash, {{L"Code", "panic"}});
+}
+
 }  // namespace
+
+bool IsOfMemory(const CrashReport& report) {
+  const auto code = report.data.find(L"Code");
+  return report.item == kHardwareError && code != report.data.end() && code->second == String::UTF8ToUTF16(kMemoryCode);
+}
+
+CrashReport MemoryErrorReport(const platform::MemoryErrors& errors) {
+  return Report(kHardwareError, {{L"Source", "EDAC"},
+                                 {L"Code", kMemoryCode},
+                                 {L"Controller", errors.controller},
+                                 {L"Corrected", std::to_string(errors.corrected)},
+                                 {L"Uncorrected", std::to_string(errors.uncorrected)}});
+}
 
 std::string CrashQuery() {
   constexpr const char* kSelects[][2] = {
@@ -91,6 +115,7 @@ std::string CrashQuery() {
       {"Application", "Provider[@Name='Application Hang'] and EventID=1002"},
       {"Application", "Provider[@Name='systemd-coredump'] and EventID=64558"},
       {"System", "Provider[@Name='kernel']"},
+      {"System", "Provider[@Name='systemd-pstore']"},
   };
   std::string query = "<QueryList><Query>";
   for (const auto& [channel, conditions] : kSelects) {
@@ -130,6 +155,8 @@ std::optional<CrashReport> ReadCrashReport(const RenderedEvent& event, std::stri
                                         {L"Code", source.Named("COREDUMP_SIGNAL_NAME")}});
   } else if (provider == kKernel) {
     report = ReadKernelLine(source.Named("MESSAGE"));
+  } else if (provider == kDumpKeeper) {
+    report = ReadDump(source.Named("DUMP"));
   }
   if (report) report->data[L"Source"] = provider;
   return report;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "monitors/logs/event_log_rendering.h"
+#include "platform/memory.h"
 #include "tvk/records.h"
 
 namespace TVK {
@@ -23,10 +24,15 @@ struct CrashReport {
 
 /// The structured query of the events that ReadCrashReport understands, of the last thirty days. On Windows those of
 /// the error reporting, of the kernel's power manager and of the hardware errors' logger; on Linux the notice that a
-/// program dumped core, and what the kernel logs.
+/// program dumped core, what the kernel logs, and that it kept a dump of the boot before.
 std::string CrashQuery();
 
 /// `xml`: the whole event. Nothing for an event that tells of no crash.
 std::optional<CrashReport> ReadCrashReport(const RenderedEvent& event, std::string_view xml);
+
+/// Whether the kernel's log told of a memory error, which the memory controller counts as well.
+bool IsOfMemory(const CrashReport& report);
+/// Of what a controller counted.
+CrashReport MemoryErrorReport(const platform::MemoryErrors& errors);
 
 }  // namespace TVK

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <system_error>
 
+#include "client/log/guarded_thread.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -12,6 +13,7 @@ namespace {
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 
 constexpr wchar_t kPlaceKey[] = L"bookmark";
+constexpr wchar_t kProbeKey[] = L"probe";
 constexpr wchar_t kInterruptionKey[] = L"interruption";
 // In the place of a bookmark.
 constexpr std::wstring_view kWithdrawn = L"withdrawn";
@@ -30,8 +32,9 @@ std::wstring NameOf(const platform::EventLogNotice& notice) {
 
 }  // namespace
 
-LogMonitor::LogMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity)
-    : ScheduledMonitor(monitor_services, identity) {}
+LogMonitor::LogMonitor(const MonitorServices& monitor_services, const MonitorIdentity& identity,
+                       std::optional<ReportRule> report)
+    : ScheduledMonitor(monitor_services, identity, std::move(report)) {}
 
 void LogMonitor::ReadAndUpdateDatasetSettings() {
   if (follows_) UpdateDatasetSettingsFromConfigPolicy(std::wstring(identity().row.id));
@@ -54,37 +57,41 @@ void LogMonitor::OnQueryChanged() {
 }
 
 void LogMonitor::Run() {
-  RestorePlace();
   std::chrono::milliseconds retry = kFirstRetry;
   Outcome outcome = Outcome::kQueryChanged;
   while (outcome != Outcome::kStopped) {
-    const platform::EventLogReaderOpening opening = services().machine.event_log().OpenReader(
-        services().runtime, {.query = Query(), .value_paths = EventLogPaths(), .bookmark = place_});
-    if (opening.reader != nullptr) {
-      outcome = Follow(*opening.reader, retry);
-    } else {
-      const bool none = opening.failure == platform::EventLogFailure::kNotSupported;
-      LogOnce({.trouble = none ? platform::EventLogTrouble::kChannelNotFound : platform::EventLogTrouble::kFailed,
-               .error = opening.error});
-      platform::Waitable* const changes[] = {stop_event(), query_changed_.get()};
-      const auto woken = services().runtime.WaitAny(changes, none ? platform::kForever : retry);
-      outcome = woken == 0 ? Outcome::kStopped : woken == 1 ? Outcome::kQueryChanged : Outcome::kFailed;
-    }
+    // What threw may have left its reader anywhere: another one goes on behind what was dealt with.
+    if (!CallLogged(log_, Operation(L"Run"), [&] { outcome = Read(retry); })) outcome = AwaitRetry(retry);
     retry = outcome == Outcome::kFailed ? std::min(2 * retry, kLastRetry) : kFirstRetry;
   }
   if (Flush() || !Admits()) KeepPlace();
 }
 
+LogMonitor::Outcome LogMonitor::Read(std::chrono::milliseconds retry) {
+  if (!restored_ && !RestorePlace()) return AwaitRetry(retry);
+  const platform::EventLogReaderOpening opening = services().machine.event_log().OpenReader(
+      services().runtime, {.query = Query(), .value_paths = EventLogPaths(), .bookmark = place_});
+  if (opening.reader != nullptr) return Follow(*opening.reader, retry);
+  const bool none = opening.failure == platform::EventLogFailure::kNotSupported;
+  LogOnce({.trouble = none ? platform::EventLogTrouble::kChannelNotFound : platform::EventLogTrouble::kFailed,
+           .error = opening.error});
+  return AwaitRetry(none ? platform::kForever : retry);
+}
+
+LogMonitor::Outcome LogMonitor::AwaitRetry(std::chrono::milliseconds retry) {
+  platform::Waitable* const changes[] = {stop_event(), query_changed_.get()};
+  const auto woken = services().runtime.WaitAny(changes, retry);
+  return woken == 0 ? Outcome::kStopped : woken == 1 ? Outcome::kQueryChanged : Outcome::kFailed;
+}
+
 LogMonitor::Outcome LogMonitor::Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry) {
   bool failed = false;
   for (;;) {
-    // Behind what failed nothing is read.
+    if (failed) return AwaitRetry(retry);  // behind what failed nothing is read
     platform::Waitable* const awaited[] = {stop_event(), query_changed_.get(), &reader.news()};
-    const auto woken =
-        services().runtime.WaitAny(std::span(awaited).first(failed ? 2 : 3), failed ? retry : Patience());
+    const auto woken = services().runtime.WaitAny(awaited, Patience());
     if (woken == 0) return Outcome::kStopped;
     if (woken == 1) return Outcome::kQueryChanged;
-    if (failed) return Outcome::kFailed;
     failed = (Patience() <= 0ms && !Flush()) || (woken == 2 && !Take(reader));
   }
 }
@@ -115,7 +122,8 @@ bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
   if (notice.trouble != kCleared && notice.trouble != kGap) return notice.trouble != kFailed;
   // A reader that begins at the same place once more, after a kill, tells the same once more.
   const std::wstring what = notice.trouble == kCleared ? L"cleared " : L"gap ";
-  const DatasetState told{kInterruptionKey, what + String::UTF8ToUTF16(notice.channel) + L' ' + KeptPlace()};
+  const DatasetState told{kInterruptionKey,
+                          what + String::UTF8ToUTF16(notice.channel) + L' ' + KeptPlace().value_or(std::wstring())};
   std::wstring before;
   const bool known = services().store.GetState(std::wstring(identity().row.id), told.key, before) == 0;
   if (!known || before != told.value) TakeInterruption(notice, told);
@@ -140,14 +148,26 @@ void LogMonitor::LogOnce(const platform::EventLogNotice& notice) {
   }
 }
 
-std::wstring LogMonitor::KeptPlace() const {
+std::optional<std::wstring> LogMonitor::KeptPlace() {
+  EventDataLogging& store = services().store;
+  const std::wstring dataset(identity().row.id);
   std::wstring kept;
-  services().store.GetState(std::wstring(identity().row.id), kPlaceKey, kept);
-  return kept;
+  int result = store.GetState(dataset, kPlaceKey, kept);
+  // A closed store is opened anew by what is written alone.
+  if (result == kStoreClosed && store.KeepState(dataset, {kProbeKey, {}}) == 0) {
+    result = store.GetState(dataset, kPlaceKey, kept);
+  }
+  if (result == 0 || result == kStoreNotFound) return kept;
+  if (!std::exchange(store_failed_, true)) {
+    log_.e(L"%s: how far the logs were read cannot be told, error %d; it is tried again", Operation(L"Run"), result);
+  }
+  return std::nullopt;
 }
 
-void LogMonitor::RestorePlace() {
-  const std::wstring kept = KeptPlace();
+bool LogMonitor::RestorePlace() {
+  const std::optional<std::wstring> place = KeptPlace();
+  if (!place) return false;
+  const std::wstring& kept = *place;
   kept_at_ = services().runtime.clock().Elapsed();
   if (kept == kWithdrawn) {
     begin_ = services().runtime.clock().NowSeconds();
@@ -161,6 +181,9 @@ void LogMonitor::RestorePlace() {
   } else {
     place_ = String::UTF16ToUTF8(kept);
   }
+  BeginReading(kept == kWithdrawn);
+  restored_ = true;
+  return true;
 }
 
 void LogMonitor::KeepPlace() {

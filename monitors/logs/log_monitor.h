@@ -28,13 +28,18 @@ class LogMonitor : public ScheduledMonitor {
   void ReadAndUpdateDatasetSettings() override;
 
  protected:
-  LogMonitor(const MonitorServices& services, const MonitorIdentity& identity);
+  /// As ScheduledMonitor.
+  LogMonitor(const MonitorServices& services, const MonitorIdentity& identity,
+             std::optional<ReportRule> report = std::nullopt);
 
   /// Begins to read, on a thread of this name, and to follow the settings. The end of StartMonitor.
   void FollowLogs(const std::string& thread);
   /// The query is another one. Any thread.
   void OnQueryChanged();
 
+  /// Told once, before anything is read. `withdrawn`: the consent was withdrawn since the dataset last read; what
+  /// happened until now is not to be recorded.
+  virtual void BeginReading(bool /*withdrawn*/) {}
   /// Which events are read: a structured query (UTF-8). Any thread.
   virtual std::string Query() = 0;
   /// Makes of the event, and of its whole XML, what is to be made of it. `behind` is to be written with the item of it,
@@ -51,22 +56,30 @@ class LogMonitor : public ScheduledMonitor {
   enum class Outcome { kStopped, kQueryChanged, kFailed };
 
   void Run();
+  /// Reads as long as that goes; waits for `retry` when something failed.
+  Outcome Read(std::chrono::milliseconds retry);
+  /// For what failed to be tried again, or for ever.
+  Outcome AwaitRetry(std::chrono::milliseconds retry);
   Outcome Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry);
   /// Takes what there is. False: something failed, and is to be tried again by another reader.
   bool Take(platform::EventLogReader& reader);
   bool Tell(const platform::EventLogNotice& notice);
   void LogOnce(const platform::EventLogNotice& notice);
-  std::wstring KeptPlace() const;
-  void RestorePlace();
+  /// Empty: none is kept. Nothing when the store cannot be read.
+  std::optional<std::wstring> KeptPlace();
+  /// False when the store cannot be read.
+  bool RestorePlace();
   void KeepPlace();
 
   std::unique_ptr<platform::Event> query_changed_;  ///< Auto-reset; made before follows_ is set.
   std::atomic<bool> follows_ = false;
   // The thread's own.
+  bool restored_ = false;              ///< Where reading begins is known.
   std::string place_;                  ///< Behind all that was dealt with.
   platform::ElapsedTime kept_at_{};    ///< When the store was last given a place.
   std::optional<std::int64_t> begin_;  ///< Seconds since 1970: what was logged before is not read.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
+  bool store_failed_ = false;                                         ///< It was logged.
 };
 
 }  // namespace TVK

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "client/store/failing_disk.h"
 #include "client/text/string.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "testing/monitor_world.h"
@@ -188,6 +189,37 @@ TEST_F(WindowsLogsTest, ALogThatCannotBeReadIsSaidAndTriedAgain) {
   EXPECT_EQ(Recorded(), L"1");
   EXPECT_EQ(world_.logs.Count(L"this system has not the channel System"), 1u);
   EXPECT_EQ(world_.logs.Count(L"reading the channel Application failed"), 1u);
+}
+
+TEST_F(WindowsLogsTest, WhereReadingBeginsIsAskedAgainWhenTheStoreCannotBeRead) {
+  Log(1);
+  Start();
+  monitor_.reset();
+  Log(2);
+  {
+    FailingDisk disk;
+    life_.emplace(world_);
+    disk.FailAt(1, SQLITE_IOERR_READ, true);
+    monitor_.emplace(world_.runtime, std::make_unique<WindowsLogsEventMonitor>(life_->services()));
+    world_.runtime.AdvanceBy(61s);
+    EXPECT_EQ(Recorded(), L"");
+    EXPECT_EQ(world_.logs.Count(L"how far the logs were read cannot be told"), 1u);
+    disk.FailAt(0, 0, false);
+    world_.runtime.AdvanceBy(2min);
+    EXPECT_EQ(Recorded(), L"2") << "and not from the beginning";
+    monitor_.reset();
+    life_.reset();
+  }
+}
+
+TEST_F(WindowsLogsTest, AReaderThatThrowsIsReplaced) {
+  world_.machine.event_log().ThrowNext();
+  Log(1);
+  Start();
+  EXPECT_EQ(Recorded(), L"");
+  Log(2);
+  world_.runtime.AdvanceBy(61s);
+  EXPECT_EQ(Recorded(), L"1 2");
 }
 
 TEST_F(WindowsLogsTest, WhatHappenedWithoutConsentIsNeverRecorded) {

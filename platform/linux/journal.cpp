@@ -31,36 +31,39 @@ std::optional<Journal> Journal::Open(const fs::path& root, int& error) {
     kept = kept || fs::is_directory(root / folder, ignored);
   error = ENOENT;
   if (!kept) return std::nullopt;
+  const JournalLibrary* const library = JournalLibrary::Get();
+  error = ELIBACC;
+  if (library == nullptr) return std::nullopt;
   sd_journal* journal = nullptr;
   // Beside this machine's own entries its folders may hold those of containers.
-  error = -(root == "/" ? ::sd_journal_open(&journal, SD_JOURNAL_LOCAL_ONLY)
-                        : ::sd_journal_open_directory(&journal, root.c_str(), SD_JOURNAL_OS_ROOT));
+  error = -(root == "/" ? library->open(&journal, SD_JOURNAL_LOCAL_ONLY)
+                        : library->open_directory(&journal, root.c_str(), SD_JOURNAL_OS_ROOT));
   if (error > 0) return std::nullopt;
   error = 0;
-  return Journal(journal);
+  return Journal(*library, journal);
 }
 
 bool Journal::SeekTo(const std::string& bookmark) {
-  return ::sd_journal_seek_cursor(journal_.get(), bookmark.c_str()) >= 0;
+  return library_->seek_cursor(journal_.get(), bookmark.c_str()) >= 0;
 }
 
 void Journal::SeekTo(WallTime time) {
   const auto since = std::chrono::duration_cast<microseconds>(time.time_since_epoch()).count();
-  ::sd_journal_seek_realtime_usec(journal_.get(), since > 0 ? static_cast<std::uint64_t>(since) : 0);
+  library_->seek_realtime_usec(journal_.get(), since > 0 ? static_cast<std::uint64_t>(since) : 0);
 }
 
 void Journal::SeekToBegin() {
-  ::sd_journal_seek_head(journal_.get());
+  library_->seek_head(journal_.get());
 }
 
 Journal::Step Journal::Next(int& error) {
-  const int result = ::sd_journal_next(journal_.get());
+  const int result = library_->next(journal_.get());
   if (result < 0) error = -result;
   return result > 0 ? Step::kEntry : result == 0 ? Step::kEnd : Step::kFailed;
 }
 
 bool Journal::IsAt(const std::string& bookmark) {
-  if (::sd_journal_test_cursor(journal_.get(), bookmark.c_str()) > 0) return true;
+  if (library_->test_cursor(journal_.get(), bookmark.c_str()) > 0) return true;
   // Behind the place in the file a cursor has boot, times and a digest of the entry.
   const std::size_t entry = bookmark.find(";b=");
   return entry != bookmark.npos && Bookmark().ends_with(bookmark.substr(entry));
@@ -68,14 +71,14 @@ bool Journal::IsAt(const std::string& bookmark) {
 
 std::string Journal::Bookmark() {
   char* cursor = nullptr;
-  if (::sd_journal_get_cursor(journal_.get(), &cursor) < 0) return {};
+  if (library_->get_cursor(journal_.get(), &cursor) < 0) return {};
   const std::unique_ptr<char, decltype(&std::free)> owned(cursor, std::free);
   return cursor;
 }
 
 WallTime Journal::Time() {
   std::uint64_t time = 0;
-  ::sd_journal_get_realtime_usec(journal_.get(), &time);
+  library_->get_realtime_usec(journal_.get(), &time);
   return TimeOf(time);
 }
 
@@ -85,8 +88,8 @@ const std::vector<std::string_view>& Journal::Fields() {
   std::vector<std::size_t> ends;
   const void* data = nullptr;
   std::size_t length = 0;
-  ::sd_journal_restart_data(journal_.get());
-  while (::sd_journal_enumerate_available_data(journal_.get(), &data, &length) > 0) {
+  library_->restart_data(journal_.get());
+  while (library_->enumerate_available_data(journal_.get(), &data, &length) > 0) {
     text_.append(static_cast<const char*>(data), length);
     ends.push_back(text_.size());
   }
@@ -97,11 +100,11 @@ const std::vector<std::string_view>& Journal::Fields() {
 }
 
 int Journal::fd() {
-  return ::sd_journal_get_fd(journal_.get());
+  return library_->get_fd(journal_.get());
 }
 
 Journal::News Journal::Refresh() {
-  switch (::sd_journal_process(journal_.get())) {
+  switch (library_->process(journal_.get())) {
     case SD_JOURNAL_NOP:
       return News::kNone;
     case SD_JOURNAL_APPEND:
@@ -115,13 +118,13 @@ Journal::News Journal::Refresh() {
 
 std::uint64_t Journal::BytesOnDisk() {
   std::uint64_t bytes = 0;
-  ::sd_journal_get_usage(journal_.get(), &bytes);
+  library_->get_usage(journal_.get(), &bytes);
   return bytes;
 }
 
 std::optional<WallTime> Journal::OldestEntry() {
   std::uint64_t oldest = 0;
-  if (::sd_journal_get_cutoff_realtime_usec(journal_.get(), &oldest, nullptr) <= 0) return std::nullopt;
+  if (library_->get_cutoff_realtime_usec(journal_.get(), &oldest, nullptr) <= 0) return std::nullopt;
   return TimeOf(oldest);
 }
 

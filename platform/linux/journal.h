@@ -1,8 +1,6 @@
 // The systemd journal of this computer, or of a recorded one.
 #pragma once
 
-#include <systemd/sd-journal.h>
-
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/linux/journal_library.h"
 
 namespace platform {
 
@@ -18,7 +17,8 @@ namespace platform {
 class Journal {
  public:
   /// The journal below `root` (/var/log/journal and /run/log/journal in it); of "/" what this machine logged itself.
-  /// Nothing on failure; `error` is then the errno, ENOENT where neither folder exists.
+  /// Nothing on failure; `error` is then the errno, ENOENT where neither folder exists,
+  /// ELIBACC where the system lacks the library that reads it.
   static std::optional<Journal> Open(const std::filesystem::path& root, int& error);
 
   // What the first Next gives: the bookmark's own entry, or the one behind its place when that is gone; the first entry
@@ -51,11 +51,14 @@ class Journal {
 
  private:
   struct Close {
-    void operator()(sd_journal* journal) const { ::sd_journal_close(journal); }
+    const JournalLibrary* library;
+    void operator()(sd_journal* journal) const { library->close(journal); }
   };
 
-  explicit Journal(sd_journal* journal) : journal_(journal) {}
+  Journal(const JournalLibrary& library, sd_journal* journal)
+      : library_(&library), journal_(journal, Close{&library}) {}
 
+  const JournalLibrary* library_;
   std::unique_ptr<sd_journal, Close> journal_;
   std::string text_;  ///< What Fields refers to: the library keeps one field at a time.
   std::vector<std::string_view> fields_;

@@ -12,6 +12,9 @@ namespace {
 // Of systemd's catalogue: a process crashed and dumped core.
 constexpr std::string_view kCoredump = "fc2e22bc6ee647b6b90729ab34a250b1";
 
+// systemd-pstore(8), which clears away what the kernel kept of a crash over the boot.
+constexpr std::string_view kDumpKeeper = "systemd-pstore";
+
 /// What is looked at of an entry.
 struct Fields {
   std::string_view priority;
@@ -23,21 +26,23 @@ struct Fields {
   std::string_view process;
   std::string_view thread;
   std::string_view user_unit;
+  std::string_view file;
 };
 
 struct Place {
   std::string_view name;
   std::string_view Fields::*value;
 };
-constexpr std::array<Place, 9> kPlaces = {{{"PRIORITY", &Fields::priority},
-                                           {"SYSLOG_FACILITY", &Fields::facility},
-                                           {"SYSLOG_IDENTIFIER", &Fields::identifier},
-                                           {"_COMM", &Fields::command},
-                                           {"_TRANSPORT", &Fields::transport},
-                                           {"MESSAGE_ID", &Fields::message_id},
-                                           {"_PID", &Fields::process},
-                                           {"TID", &Fields::thread},
-                                           {"_SYSTEMD_USER_UNIT", &Fields::user_unit}}};
+constexpr std::array<Place, 10> kPlaces = {{{"PRIORITY", &Fields::priority},
+                                            {"SYSLOG_FACILITY", &Fields::facility},
+                                            {"SYSLOG_IDENTIFIER", &Fields::identifier},
+                                            {"_COMM", &Fields::command},
+                                            {"_TRANSPORT", &Fields::transport},
+                                            {"MESSAGE_ID", &Fields::message_id},
+                                            {"_PID", &Fields::process},
+                                            {"TID", &Fields::thread},
+                                            {"_SYSTEMD_USER_UNIT", &Fields::user_unit},
+                                            {"FILE", &Fields::file}}};
 
 constexpr std::array<std::string_view, 7> kDataNames = {"MESSAGE",
                                                         "MESSAGE_ID",
@@ -64,7 +69,8 @@ std::string ChannelOf(const Fields& fields, std::string_view provider) {
   if (IsOneOf(provider, kInstallers)) return "Setup";
   if (fields.transport == "kernel") return "System";
   if (fields.message_id == kCoredump || !fields.user_unit.empty()) return "Application";
-  return IsOneOf(fields.facility, kServices) || provider == "systemd" ? "System" : "Application";
+  return IsOneOf(fields.facility, kServices) || provider == "systemd" || provider == kDumpKeeper ? "System"
+                                                                                                 : "Application";
 }
 
 std::uint32_t LevelOf(std::string_view priority) {
@@ -109,6 +115,12 @@ LoggedEvent EventOfJournal(std::span<const std::string_view> fields, WallTime ti
                    : !known.command.empty()      ? known.command
                    : known.transport == "kernel" ? "kernel"
                                                  : "unknown";
+  if (event.provider == kDumpKeeper && !known.file.empty()) {
+    // "Panic#1 Part1": why, which one and which part of it. Behind that comes what the kernel logged.
+    constexpr std::size_t kLongest = 64;
+    const std::string_view header = known.file.substr(0, kLongest);
+    event.data.push_back({"DUMP", std::string(header.substr(0, header.find('\n')))});
+  }
   event.channel = ChannelOf(known, event.provider);
   event.id = IdOf(known.message_id);
   event.level = LevelOf(known.priority);

@@ -40,6 +40,7 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
            Row{{"PRIORITY=7", "SYSLOG_IDENTIFIER=fwupd", "SYSLOG_FACILITY=3"}, "Setup", 5, 0, "fwupd"},
            Row{{"PRIORITY=8", "_TRANSPORT=audit", "MESSAGE_ID=12x4"}, "Security", 4, 0, "unknown"},
            Row{{"SYSLOG_IDENTIFIER=systemd", "MESSAGE_ID=abc"}, "System", 4, 0, "systemd"},
+           Row{{"SYSLOG_IDENTIFIER=systemd-pstore", "FILE=x"}, "System", 4, 0, "systemd-pstore"},
            Row{{coredump, "SYSLOG_FACILITY=3", "PRIORITY="}, "Application", 4, 0xfc2e, "unknown"},
            Row{{"PRIORITY=1", "PRIORITY=7", "nonsense", "=", ""}, "Application", 1, 0, "unknown"},
        }) {
@@ -56,6 +57,11 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
             "<TimeCreated SystemTime=\"1970-01-01T00:00:00.001Z\"/><Execution ProcessID=\"7\" ThreadID=\"8\"/>"
             "<Channel>Application</Channel></System><EventData><Data Name=\"MESSAGE\">a=b</Data>"
             "<Data Name=\"COREDUMP_SIGNAL\">11</Data></EventData></Event>");
+  const std::vector<std::string_view> dump = {"FILE=Panic#1 Part1\nsecret", "MESSAGE=PStore dmesg-efi-1 moved",
+                                              "SYSLOG_IDENTIFIER=systemd-pstore"};
+  EXPECT_EQ(EventOfJournal(dump, {}).data.back().value, "Panic#1 Part1");
+  const std::vector<std::string_view> other = {"FILE=Panic#1 Part1\nsecret", "SYSLOG_IDENTIFIER=editor"};
+  EXPECT_TRUE(EventOfJournal(other, {}).data.empty());
 }
 
 constexpr uid_t kNobody = 65534;

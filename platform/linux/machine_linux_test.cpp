@@ -184,6 +184,12 @@ TEST_F(LinuxMachineTest, ReadsTheFactsOfARecordedSystem) {
   EXPECT_EQ(machine_->system().ReadBootTime(), 1767222000);
   EXPECT_EQ(machine_->system().ReadBootId(), "01234567-89ab-cdef-0123-456789abcdef");
   EXPECT_EQ(machine_->memory().ReadStatus()->load_percent, 60u);
+  EXPECT_TRUE(machine_->memory().ReadErrors().empty());
+  tree_.Write("/sys/devices/system/edac/mc/mc0/ce_count", "3\n");
+  tree_.Write("/sys/devices/system/edac/mc/mc0/ue_count", "1\n");
+  tree_.Write("/sys/devices/system/edac/mc/mc2/ce_count", "7\n");
+  tree_.Write("/sys/devices/system/edac/mc/power/control", "auto\n");
+  EXPECT_EQ(machine_->memory().ReadErrors(), (std::vector<MemoryErrors>{{"mc0", 3, 1}, {"mc2", 7, 0}}));
   const FirmwareFacts firmware = machine_->firmware().ReadFacts();
   EXPECT_EQ(firmware.manufacturer, "Contoso");
   EXPECT_EQ(firmware.ec_release, "1.9");

@@ -79,6 +79,7 @@ class SimulatedEventLog::Reader final : public EventLogReader {
   void Tell() { news_->Set(); }
 
   EventLogBatch Take(std::size_t limit) override {
+    if (log_.throws_next_.exchange(false)) throw std::bad_alloc();
     news_->Reset();
     EventLogBatch batch{.notices = std::exchange(notices_, {})};
     const std::lock_guard lock(log_.channels_mutex_);

@@ -1,6 +1,7 @@
 // An event log that a test scripts.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -37,6 +38,8 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   /// What readers that are opened from now on find in the place of the channel: kChannelNotFound, kAccessRefused or
   /// kFailed; nothing: the channel again.
   void Fail(const std::string& channel, std::optional<EventLogTrouble> trouble);
+  /// The next batch that is taken throws std::bad_alloc.
+  void ThrowNext() { throws_next_ = true; }
 
  private:
   class Reader;
@@ -46,6 +49,7 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
     std::optional<EventLogTrouble> trouble = {};
   };
 
+  std::atomic<bool> throws_next_ = false;
   std::mutex channels_mutex_;                ///< Guards the two below.
   std::map<std::string, Channel> channels_;  ///< By name; the keys never change.
   std::set<Reader*> readers_;

@@ -16,6 +16,9 @@ class SimulatedMemory final : public Memory, public Scripted<std::optional<Memor
     if (!status && error != nullptr) *error = kErrorNotSupported;
     return status;
   }
+  std::vector<MemoryErrors> ReadErrors() override { return errors.Get(); }
+
+  Scripted<std::vector<MemoryErrors>> errors{{}};
 };
 
 }  // namespace platform
