@@ -4,10 +4,12 @@
 #include <array>
 #include <bitset>
 #include <optional>
+#include <utility>
 
 namespace TVK {
 namespace {
 
+constexpr wchar_t kAnd[] = L" and ";
 constexpr wchar_t kOr[] = L" or ";
 constexpr std::size_t kChannelBits = 4;
 constexpr std::size_t kLevelBits = 8;
@@ -90,15 +92,20 @@ std::size_t ConditionCount(const std::vector<int>& levels) {
   return levels.size() + static_cast<std::size_t>(std::ranges::count(levels, 4));
 }
 
-std::wstring XPath(const std::wstring& conditions) {
-  return (L"*"
-          L"[System[" +
-          conditions)
+std::wstring XPath(std::wstring conditions) {
+  return conditions
+      .insert(0,
+              L"*"
+              L"[System[")
       .append(L"]]");
 }
 
 void AddElements(std::wstring_view begin, const std::wstring& channel, const std::vector<std::wstring>& paths,
                  std::wstring_view end, std::wstring& query) {
+  std::size_t length = query.size();
+  for (const std::wstring& path : paths)
+    length += begin.size() + channel.size() + path.size() + end.size() + 2;
+  query.reserve(length);
   for (const std::wstring& path : paths)
     query.append(begin).append(channel).append(L"'>").append(path).append(end);
 }
@@ -171,7 +178,7 @@ bool WindowsLogsHelper::generateQuery(const std::wstring& channels, const std::w
   EventLogSelection selection;
   std::wstring fault;
   if (!ReadSelection(channels, eventIds, logLevels, selection, fault)) return false;
-  query = L"<QueryList>" + (L"<Query>" + getQuery(selection, timeRange)) + L"</Query>" + L"</QueryList>";
+  query.append(L"<QueryList><Query>").append(getQuery(selection, timeRange)).append(L"</Query></QueryList>");
   return true;
 }
 
@@ -193,10 +200,12 @@ WindowsLogsHelper::Texts WindowsLogsHelper::getFinalSelectQueries(const EventLog
   Texts ids = getEventIdsQueries(selection, false, kMostConditions - ConditionCount(selection.levels) - 1);
   if (ids.empty()) ids.emplace_back();
   Texts selects;
-  for (const std::wstring& some : ids) {
-    Texts parts = {some, levels, time};
-    std::erase(parts, L"");
-    selects.push_back(XPath(joinStrings(parts, L" and ")));
+  Texts both = {levels, time};
+  std::erase(both, L"");
+  const std::wstring rest = joinStrings(both, kAnd);
+  for (std::wstring& some : ids) {
+    if (!some.empty()) some += kAnd;
+    selects.push_back(XPath(std::move(some.append(rest))));
   }
   return selects;
 }
@@ -211,6 +220,7 @@ WindowsLogsHelper::Texts WindowsLogsHelper::getFinalSuppressQueries(const EventL
 WindowsLogsHelper::Texts WindowsLogsHelper::getEventIdsQueries(const EventLogSelection& selection, bool suppressed,
                                                                std::size_t room) {
   constexpr std::size_t kConditionLength = 20;  // about
+  constexpr std::size_t kRestLength = 180;      // about: levels, time and what an XPath begins with
   Texts queries;
   std::size_t count = room;  // of conditions in the last of them
   for (const EventIdItem& item : selection.ids) {
@@ -218,7 +228,7 @@ WindowsLogsHelper::Texts WindowsLogsHelper::getEventIdsQueries(const EventLogSel
     const bool opens = count + ConditionCount(item) > room;
     if (opens) {
       if (!queries.empty()) queries.back() += L')';
-      queries.emplace_back(L"(").reserve(room * kConditionLength);
+      queries.emplace_back(L"(").reserve(room * kConditionLength + kRestLength);
       count = 0;
     } else {
       queries.back() += kOr;
@@ -233,7 +243,7 @@ WindowsLogsHelper::Texts WindowsLogsHelper::getEventIdsQueries(const EventLogSel
 std::wstring WindowsLogsHelper::getLogLevelQuery(const std::vector<int>& levels) {
   Texts conditions;
   for (const int level : levels) {
-    conditions.push_back(L"Level=" + std::to_wstring(level));
+    conditions.emplace_back(L"Level=") += static_cast<wchar_t>(L'0' + level);
     if (level == 4) conditions.back() += L" or Level=0";
   }
   return conditions.empty() ? std::wstring() : L"(" + joinStrings(conditions, kOr) + L")";
@@ -244,7 +254,11 @@ std::wstring WindowsLogsHelper::getTimeRangeQuery(unsigned long long timeRange) 
 }
 
 std::wstring WindowsLogsHelper::joinStrings(const Texts& parts, std::wstring_view separator) {
+  std::size_t length = 0;
+  for (const std::wstring& part : parts)
+    length += part.size() + separator.size();
   std::wstring joined;
+  joined.reserve(length);
   for (const std::wstring& part : parts) {
     if (!joined.empty()) joined += separator;
     joined += part;
