@@ -164,7 +164,7 @@ int DatasetMonitor::LogDevInits(const std::vector<std::wstring>& keys) {
     std::wstring of;
     if (services().store.GetState(dataset, done.key, of) == 0 && of == device_context) continue;
     if (!TakesDeviceInit(key)) continue;
-    const int error = Write(L"DeviceInit", DeviceInitItemId, {}, key, done);
+    const int error = Write(L"DeviceInit", DeviceInitItemId, {{{}, done}}, key);
     if (result == 0 && error != kWithheld) result = error;
   }
   return result;
@@ -190,15 +190,19 @@ bool DatasetMonitor::HasContext(const std::wstring& device_key) {
 
 int DatasetMonitor::WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key,
                               const DatasetState& state, ItemData of_use) {
-  return WriteNamed(item_name, {std::move(data), std::move(of_use)}, device_key, state, false);
+  return WriteNamed(item_name, {{std::move(data), state, std::move(of_use)}}, device_key, false);
+}
+
+int DatasetMonitor::WriteItems(const std::wstring& item_name, std::vector<NewItem> items) {
+  return items.empty() ? 0 : WriteNamed(item_name, std::move(items), {}, false);
 }
 
 int DatasetMonitor::WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key) {
-  return WriteNamed(item_name, {std::move(data)}, device_key, {}, true);
+  return WriteNamed(item_name, {{std::move(data)}}, device_key, true);
 }
 
-int DatasetMonitor::WriteNamed(const std::wstring& item_name, ItemContent content, const std::wstring& device_key,
-                               const DatasetState& state, bool of_use) {
+int DatasetMonitor::WriteNamed(const std::wstring& item_name, std::vector<NewItem> items,
+                               const std::wstring& device_key, bool of_use) {
   const MonitorLines& lines = identity_.lines;
   const auto item = identity_.items.find(item_name);
   if (item == identity_.items.end()) {
@@ -206,7 +210,7 @@ int DatasetMonitor::WriteNamed(const std::wstring& item_name, ItemContent conten
     return kDropped;
   }
   if (init_owed_) InitialiseDevice();
-  const int error = Write(item->first, item->second, std::move(content), device_key, state, of_use);
+  const int error = Write(item->first, item->second, std::move(items), device_key, of_use);
   if (error > 0 && !lines.item_failure.empty()) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
   }
@@ -218,8 +222,8 @@ bool DatasetMonitor::IsOfAnotherDeviceContext(const std::wstring& device_key) co
   return ids != context_ids_.end() && ids->second.device_context != services().manager.get_device_context_id();
 }
 
-int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, ItemContent content,
-                          const std::wstring& device_key, const DatasetState& state, bool of_use) {
+int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& item_id, std::vector<NewItem> items,
+                          const std::wstring& device_key, bool of_use) {
   std::unique_lock lock(context_mutex_);
   if (context_owed_ || IsOfAnotherDeviceContext(device_key)) {
     const bool new_context_needed = context_owed_;
@@ -247,14 +251,20 @@ int DatasetMonitor::Write(const std::wstring& item_name, const std::wstring& ite
   event.set_item_time(System::GetTime(services().runtime.clock()));
   event.set_item_name(item_name);
   event.set_item_id(item_id);
+  std::vector<ItemEventWithState> events;
+  for (NewItem& item : items)
+    events.push_back({event, std::move(item.state)});
   int error = kWithheld;
-  const auto write = [&] { error = services().store.LogItemEvent(event, state); };
-  if (!content.of_use.empty()) {
-    content.of_use.insert(content.data.begin(), content.data.end());
-    event.set_item_data(std::move(content.of_use));
+  const auto write = [&] { error = services().store.LogItemEvents(events); };
+  if (std::ranges::any_of(items, [](const NewItem& item) { return !item.of_use.empty(); })) {
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      items[i].of_use.insert(items[i].data.begin(), items[i].data.end());
+      events[i].event.set_item_data(std::move(items[i].of_use));
+    }
     if (services().consent.WriteIfAdmitted(RowFor(true), write)) return error;
   }
-  event.set_item_data(std::move(content.data));
+  for (std::size_t i = 0; i < items.size(); ++i)
+    events[i].event.set_item_data(std::move(items[i].data));
   services().consent.WriteIfAdmitted(consent_row, write);
   return error;
 }

@@ -101,7 +101,16 @@ class DatasetMonitor : public EventMonitorBase {
   /// what of the item tells of use; left out where that is not admitted.
   int WriteItem(const std::wstring& item_name, ItemData data, const std::wstring& device_key = {},
                 const DatasetState& state = {}, ItemData of_use = {});
-  /// The same for an item that tells of use.
+  /// One of several items; see WriteItem.
+  struct NewItem {
+    ItemData data;
+    DatasetState state = {};
+    ItemData of_use = {};
+  };
+  /// Writes several items of one name, of a dataset that describes one thing, all or none: as WriteItem does, at the
+  /// cost of one flush of the disk. 0 also for none at all.
+  int WriteItems(const std::wstring& item_name, std::vector<NewItem> items);
+  /// WriteItem for an item that tells of use.
   int WriteItemOfUse(const std::wstring& item_name, ItemData data, const std::wstring& device_key);
   /// LogDevInitEvent when IsNewDeviceInitNeeded says so; without consent it is made up for by the next item that has
   /// it. Else the devices that have no "DeviceInit" of this client while another one of the dataset has get theirs: a
@@ -124,14 +133,9 @@ class DatasetMonitor : public EventMonitorBase {
   const DatasetRow& RowFor(bool of_use) const {
     return of_use && identity_.use_row != nullptr ? *identity_.use_row : identity_.row;
   }
-  /// What an item says: the first where nothing of use is admitted, else both.
-  struct ItemContent {
-    ItemData data;
-    ItemData of_use = {};
-  };
   /// WriteItem and WriteItemOfUse.
-  int WriteNamed(const std::wstring& item_name, ItemContent content, const std::wstring& device_key,
-                 const DatasetState& state, bool of_use);
+  int WriteNamed(const std::wstring& item_name, std::vector<NewItem> items, const std::wstring& device_key,
+                 bool of_use);
   static std::wstring InitStateKey(const std::wstring& device_key);
   /// Those of `keys` that have no "DeviceInit" of this client; none when that is all of them.
   std::vector<std::wstring> WithoutInit(std::vector<std::wstring> keys);
@@ -146,8 +150,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// Whether another device context than that of the device's dataset context is in force. With context_mutex_ held.
   bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;
   /// The store's result; -1 when the device has no context; kWithheld.
-  int Write(const std::wstring& item_name, const std::wstring& item_id, ItemContent content,
-            const std::wstring& device_key, const DatasetState& state, bool of_use = false);
+  int Write(const std::wstring& item_name, const std::wstring& item_id, std::vector<NewItem> items,
+            const std::wstring& device_key, bool of_use = false);
 
   const MonitorIdentity identity_;
   std::unique_ptr<platform::Event> context_event_;  ///< Made by the constructor.

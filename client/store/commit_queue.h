@@ -16,7 +16,8 @@
 
 namespace TVK {
 
-/// A record on its way to the disk. The writer's thread owns it and keeps it until Write returns.
+/// A record on its way to the disk, or several that are written together or not at all. The writer's thread owns it and
+/// keeps it until Write returns.
 struct QueuedRecord {
   static constexpr int kNotWritten = -1;
 
@@ -24,10 +25,11 @@ struct QueuedRecord {
       : row(std::move(its_row)), dataset_name(its_dataset_name) {}
 
   RecordRow row;
-  std::wstring_view dataset_name;  ///< For log lines.
-  int result = kNotWritten;        ///< Set by the commit.
-  std::string problem;             ///< What the database said of a result that is its error; else empty.
-  std::int64_t sequence = 0;       ///< Where it stands in the file; set with the result 0.
+  std::vector<RecordRow> more = {};  ///< Item events that go with it, in this order.
+  std::wstring_view dataset_name;    ///< For log lines.
+  int result = kNotWritten;          ///< Set by the commit.
+  std::string problem;               ///< What the database said of a result that is its error; else empty.
+  std::int64_t sequence = 0;         ///< Where it stands in the file; set with the result 0.
 
  private:
   friend class CommitQueue;

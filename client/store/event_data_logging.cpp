@@ -58,7 +58,12 @@ class EventDataLogging::Impl {
 
   int Write(RecordRow row, std::wstring_view dataset_name) {
     QueuedRecord record(std::move(row), dataset_name);
-    if (record.row.json.size() <= kLongestRecordJson) return queue_.Write(record);
+    return Write(record);
+  }
+
+  int Write(QueuedRecord& record) {
+    const auto fits = [](const RecordRow& row) { return row.json.size() <= kLongestRecordJson; };
+    if (fits(record.row) && std::ranges::all_of(record.more, fits)) return queue_.Write(record);
     record.result = SQLITE_TOOBIG;
     losses_.LogOne(record);
     return record.result;
@@ -217,7 +222,10 @@ class EventDataLogging::Impl {
       RestoreConnections();
       WriteRecords(records);
       TryAgain(records);
-      KeepWithinLimits(records.size());
+      std::size_t written = 0;
+      for (const QueuedRecord* record : records)
+        written += 1 + record->more.size();
+      KeepWithinLimits(written);
       for (const QueuedRecord* record : records) {
         const bool waits = record->result != 0 && MayBeWrittenLater(record->result);
         if (waits && record->row.kind != RecordKind::kItem) contexts_.NoteWritten(record->row, 0);
@@ -294,7 +302,10 @@ class EventDataLogging::Impl {
     // What the listener throws is its own affair: the records are on the disk, and their writers wait.
     CallLogged(log_, L"a listener of records", [&] {
       for (const QueuedRecord* record : records) {
-        if (record->result == 0 && record->row.is_record()) listener_(record->row.kind, record->row.json);
+        if (record->result != 0 || !record->row.is_record()) continue;
+        listener_(record->row.kind, record->row.json);
+        for (const RecordRow& row : record->more)
+          listener_(row.kind, row.json);
       }
     });
   }
@@ -352,6 +363,15 @@ const std::string& EventDataLogging::opening_problem() const {
 
 int EventDataLogging::LogItemEvent(const ItemEvent& event, const DatasetState& state) {
   return impl_->Write(RowOf(event, state), event.dataset_name());
+}
+
+int EventDataLogging::LogItemEvents(const std::vector<ItemEventWithState>& events) {
+  if (events.empty()) return 0;
+  const auto row_of = [](const ItemEventWithState& each) { return RowOf(each.event, each.state); };
+  QueuedRecord record(row_of(events.front()), events.front().event.dataset_name());
+  for (std::size_t i = 1; i < events.size(); ++i)
+    record.more.push_back(row_of(events[i]));
+  return impl_->Write(record);
 }
 
 int EventDataLogging::KeepState(const std::wstring& dataset_id, const DatasetState& state) {

@@ -55,6 +55,12 @@ struct StoreOptions {
   std::chrono::milliseconds busy_timeout{2000};
 };
 
+/// An item event and what the dataset keeps with it; see LogItemEvent.
+struct ItemEventWithState {
+  ItemEvent event;
+  DatasetState state;
+};
+
 /// Is told of each record after it was committed, in commit order, on the thread that committed it. Must not block and
 /// must not call the store. What it throws is logged, and it is not told of the rest of that commit. `json` is the
 /// record as client/records/record_json.h writes it.
@@ -97,6 +103,9 @@ class EventDataLogging {
   /// was tried twice.
   /// `state` is written in the same transaction as the event: what the event's dataset kept under this key is replaced.
   int LogItemEvent(const ItemEvent& event, const DatasetState& state = {});
+  /// Several, in this order, in one transaction: all of them or none, which costs one flush of the disk. Returns as
+  /// LogItemEvent; 0 also for none at all.
+  int LogItemEvents(const std::vector<ItemEventWithState>& events);
   /// Keeps the dataset's state without a record. Returns as LogItemEvent.
   int KeepState(const std::wstring& dataset_id, const DatasetState& state);
   int LogDatasetContext(const DatasetContext& context, const std::wstring& device_key = {});

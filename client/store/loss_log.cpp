@@ -50,7 +50,7 @@ void LossLog::Report(std::span<QueuedRecord* const> records) {
       LogRefusal(*record);
     } else {
       LogOne(*record);
-      if (record->row.kind == RecordKind::kItem || !MayBeWrittenLater(record->result)) ++lost_;
+      if (record->row.kind == RecordKind::kItem || !MayBeWrittenLater(record->result)) lost_ += 1 + record->more.size();
     }
   }
   if (!written || lost_ == 0) return;

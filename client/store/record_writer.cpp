@@ -125,17 +125,25 @@ std::int64_t RecordWriter::FindContext(RecordKind kind, const std::string& conte
 
 // What the transaction goes on with: a record that is refused is no failure of it.
 int RecordWriter::Insert(QueuedRecord& record, std::int64_t now_seconds) {
-  const RecordRow& row = record.row;
   record.result = QueuedRecord::kNotWritten;
-  if (!row.is_record()) return KeepState(row);
+  if (!record.row.is_record()) return KeepState(record.row);
+  record.sequence = next_sequence_;
+  int code = InsertRow(record.row, now_seconds);
+  if (code == kStoreUnknownContext && record.more.empty()) {
+    record.result = code;
+    return SQLITE_OK;
+  }
+  for (const RecordRow& row : record.more) {
+    if (code == SQLITE_OK) code = InsertRow(row, now_seconds);
+  }
+  return code;
+}
+
+int RecordWriter::InsertRow(const RecordRow& row, std::int64_t now_seconds) {
   std::int64_t dataset_context = 0;
   std::int64_t device_context = 0;
   int code = FindReference(RecordKind::kDataset, row.dataset_context_id, dataset_context);
   if (code == SQLITE_OK) code = FindReference(RecordKind::kDevice, row.device_context_id, device_context);
-  if (code == kStoreUnknownContext) {
-    record.result = code;
-    return SQLITE_OK;
-  }
   std::int64_t series = 0;
   if (code == SQLITE_OK) code = FindSeries(row, series);
   if (code != SQLITE_OK) return code;
@@ -152,7 +160,7 @@ int RecordWriter::Insert(QueuedRecord& record, std::int64_t now_seconds) {
              .Bind(8, row.json)
              .Finish();
   if (code == SQLITE_OK) code = KeepState(row);
-  record.sequence = next_sequence_++;
+  ++next_sequence_;
   if (is_item) ++next_item_number_;
   return code;
 }

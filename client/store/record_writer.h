@@ -19,7 +19,8 @@ class RecordWriter {
   /// Writes `contexts`, which the records may name, and then the records, all in one transaction. When that fails,
   /// tries the contexts and then each record by itself, so that one that cannot be written does not take the others
   /// with it. Sets the result of each: 0 when it is on the disk, kStoreUnknownContext when it names a context that is
-  /// not in the file; that one alone is then left out. Leaves no transaction open.
+  /// not in the file; that one alone is then left out. Of what goes with a record nothing is written without the
+  /// others. Leaves no transaction open.
   void Write(std::span<QueuedRecord* const> contexts, std::span<QueuedRecord* const> records, std::int64_t now_seconds);
 
   /// Where the context with this id stands in the file; 0 when it does not, or cannot be looked for.
@@ -32,6 +33,7 @@ class RecordWriter {
   int FindSeries(const RecordRow& row, std::int64_t& series);
   int FindReference(RecordKind kind, const std::string& context_id, std::int64_t& sequence);
   int Insert(QueuedRecord& record, std::int64_t now_seconds);
+  int InsertRow(const RecordRow& row, std::int64_t now_seconds);
   int KeepState(const RecordRow& row);
 
   Database& database_;

@@ -108,6 +108,39 @@ TEST_F(StoreFaultTest, AFileThatCannotBeWrittenIsNoOpenStore) {
   EXPECT_TRUE(store.is_open());
 }
 
+TEST_F(StoreFaultTest, ItemsThatGoTogetherAreWrittenTogetherOrNotAtAll) {
+  FailingDisk disk;
+  EventDataLogging store(options(), clock());
+  const auto written = [&] {
+    std::vector<ItemEvent> events;
+    EXPECT_EQ(store.ReadItemEvents(kCpu, 0, 1000, events), 0);
+    std::wstring values;
+    for (const ItemEvent& event : events)
+      values += ValueOf(event);
+    std::wstring state;
+    store.GetState(kCpu, L"place", state);
+    return values + L":" + state;
+  };
+  const auto write = [&](const std::wstring& last_context, const std::wstring& last) {
+    return store.LogItemEvents({{MakeItem(kCpu, L"I1", L"a"), {L"place", L"1"}},
+                                {MakeItem(kCpu, L"I1", L"b"), {L"place", L"2"}},
+                                {MakeItem(kCpu, L"I1", last, last_context), {L"place", L"3"}}});
+  };
+  EXPECT_EQ(store.LogItemEvents({}), 0);
+  EXPECT_EQ(write(L"nobody", L"c"), kStoreUnknownContext);
+  EXPECT_EQ(write({}, std::wstring(std::size_t{1} << 20, L'c')), SQLITE_TOOBIG);
+  EXPECT_EQ(written(), L":");
+  int failed = 0;
+  for (int n = 1; failed == n - 1; ++n) {
+    disk.FailAt(n, SQLITE_FULL, true);
+    if (write({}, L"c") != 0) ++failed;
+    disk.FailAt(0, 0, false);
+    EXPECT_EQ(written(), failed == n ? L":" : L"abc:3") << n;
+  }
+  EXPECT_GT(failed, 1);
+  EXPECT_TRUE(log_.Has(L"records are written again, lost before: " + std::to_wstring(3 * failed)));
+}
+
 TEST_F(StoreFaultTest, ASecondWriterIsRefusedUntilTheFirstHasEnded) {
   {
     EventDataLogging first(options(), clock());

@@ -98,6 +98,7 @@ LogMonitor::Outcome LogMonitor::Follow(platform::EventLogReader& reader, std::ch
 
 bool LogMonitor::Take(platform::EventLogReader& reader) {
   if (!Admits()) return false;  // the stop is on its way
+  if (!WriteTaken()) return false;
   const platform::EventLogBatch batch = reader.Take(kBatch);
   bool done = true;
   for (const platform::EventLogNotice& notice : batch.notices)
@@ -112,6 +113,7 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
     kept_at_ = services().runtime.clock().Elapsed();
   }
   if (!batch.bookmark.empty()) place_ = batch.bookmark;
+  if (!WriteTaken()) return false;
   if (services().runtime.clock().Elapsed() - kept_at_ > kQuiet && Patience() == platform::kForever) KeepPlace();
   return done;
 }

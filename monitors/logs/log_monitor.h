@@ -47,6 +47,9 @@ class LogMonitor : public ScheduledMonitor {
   virtual bool TakeEvent(const RenderedEvent& event, const std::string& xml, const DatasetState& behind) = 0;
   /// That a log was emptied, or that events may have gone unread. `told` is to be written with the item.
   virtual void TakeInterruption(const platform::EventLogNotice& /*notice*/, const DatasetState& /*told*/) {}
+  /// Writes what TakeEvent gathered of a batch: after it, and before the next one when it failed. False: it could not
+  /// be written and is still there.
+  virtual bool WriteTaken() { return true; }
   /// How long what TakeEvent keeps back may wait; kForever when that is nothing.
   virtual std::chrono::milliseconds Patience() { return platform::kForever; }
   /// Writes what TakeEvent keeps back: after Patience, and before the end. False: it could not be written.

@@ -122,7 +122,7 @@ bool WindowsLogsEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const s
   for (const auto& [field, value] : data)
     of_use.erase(field);
   SanitizeItemData(data, L"UnKnown");
-  if (WriteItem(kLoggedEvent, std::move(data), {}, behind, std::move(of_use)) > 0) return false;
+  taken_.push_back({std::move(data), behind, std::move(of_use)});
   ++in_minute_;
   return true;
 }
@@ -142,6 +142,16 @@ std::chrono::milliseconds WindowsLogsEventMonitor::Patience() {
 }
 
 bool WindowsLogsEventMonitor::Flush() {
+  return WriteTaken() && WriteSkipped();
+}
+
+bool WindowsLogsEventMonitor::WriteTaken() {
+  if (WriteItems(kLoggedEvent, taken_) > 0) return false;
+  taken_.clear();
+  return true;
+}
+
+bool WindowsLogsEventMonitor::WriteSkipped() {
   if (skipped_.count == 0) return true;
   ItemData data = {{L"Count", std::to_wstring(skipped_.count)},
                    {L"FirstTime", skipped_.first_time},

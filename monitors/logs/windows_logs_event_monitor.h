@@ -36,6 +36,7 @@ class WindowsLogsEventMonitor final : public TVK::LogMonitor {
   std::string Query() override;
   bool TakeEvent(const TVK::RenderedEvent& event, const std::string& /*xml*/, const TVK::DatasetState& behind) override;
   void TakeInterruption(const platform::EventLogNotice& notice, const TVK::DatasetState& told) override;
+  bool WriteTaken() override;
   std::chrono::milliseconds Patience() override;
   bool Flush() override;
 
@@ -49,12 +50,14 @@ class WindowsLogsEventMonitor final : public TVK::LogMonitor {
     TVK::DatasetState behind = {};
   };
 
+  bool WriteSkipped();
   void CountSkipped(const TVK::RenderedEvent& event, const TVK::DatasetState& behind);
 
   mutable std::mutex mutex_;  ///< Guards settings_.
   TVK::WindowsLogsSettings settings_;
   // The reading thread's own.
   platform::SteadyTime minute_begin_{};
-  std::uint32_t in_minute_ = 0;  ///< Recorded since minute_begin_.
+  std::uint32_t in_minute_ = 0;  ///< Taken since minute_begin_.
+  std::vector<NewItem> taken_;   ///< To be recorded in one commit, so that a flood costs few flushes of the disk.
   Skipped skipped_;
 };
