@@ -1,5 +1,6 @@
 #include "client/policy/config_agent.h"
 
+#include "client/policy/policy_apply.h"
 #include "platform/files.h"
 
 namespace {
@@ -23,7 +24,7 @@ ConfigPolicyAgent::ConfigPolicyAgent(const Files& files)
   TVK::utility::InitLog(log_, L"ConfigPolicyAgent.log", 4);
   for (const std::filesystem::path& file :
        {files.telemetry_policy, files.tvk_policy, files.last_good, files.tvk_last_good}) {
-    if (!file.empty()) platform::RemoveLeftovers(file);
+    if (!file.empty()) platform::RemoveLeftovers(TVK::PolicyFileBehind(file));
   }
 }
 

@@ -7,14 +7,19 @@
 
 namespace TVK {
 
+std::filesystem::path PolicyFileBehind(const std::filesystem::path& policy) {
+  std::error_code failure;
+  if (!std::filesystem::is_symlink(policy, failure)) return policy;
+  std::filesystem::path file = std::filesystem::canonical(policy, failure);
+  return failure ? policy : file;
+}
+
 PolicyApplied ApplyTelemetryPolicy(std::string_view json, const std::filesystem::path& target) {
   PolicyApplied result;
   if (!ParseTelemetryPolicy(json).policy) return result;
   // Where the policy is a link, its owner keeps the file elsewhere: the file is replaced, and the link stays.
-  std::error_code failure;
-  std::filesystem::path file = target;
-  if (std::filesystem::is_symlink(target, failure)) file = std::filesystem::canonical(target, failure);
-  if (failure) file = target;  // a link that leads nowhere gives way to the file
+  // One that leads nowhere gives way to the file.
+  const std::filesystem::path file = PolicyFileBehind(target);
   // The first policy of a machine comes before its folder.
   result.failure = platform::MakePrivateFolder(std::filesystem::absolute(file).parent_path());
   // Of an earlier one that was killed: the service, which removes them too, need not have the right to.

@@ -12,6 +12,7 @@
 #include "platform/service_control_event.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/owner.h"
+#include "platform/windows/sent_power_setting.h"
 
 namespace {
 
@@ -52,15 +53,8 @@ constexpr unsigned long kAskedControl = 200;
 constexpr wchar_t kAskedEvent[] = L"Global\\TvkServiceTestAsked";
 constexpr wchar_t kArgumentEvent[] = L"Global\\TvkServiceTestArgument";
 
-// A power event of this setting and value, as the manager hands it to the service; what the service answers.
 DWORD SendPowerSetting(const GUID& setting, BYTE value) {
-  struct {
-    GUID setting;
-    DWORD length = sizeof(DWORD);
-    BYTE value[sizeof(DWORD)] = {};
-  } event{setting};
-  event.value[0] = value;
-  return registered_handler(SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE, &event, registered_context);
+  return windows::SendPowerSetting(registered_handler, registered_context, setting, value);
 }
 
 // Whether the service may register for power events and hears of them.

@@ -121,7 +121,7 @@ TEST(ServiceProgramTest, ReportsAreInOrderAndNoneFollowsTheLast) {
   }
 }
 
-// Wine's own manager takes any process for the service that it is just starting.
+// Played: with Wine's own manager such a process was now and then taken for a service, while others were started.
 TEST(ServiceProgramTest, ProcessOfNoServiceManagerIsToldSo) {
   played = {};
   played.started_it = false;

@@ -5,20 +5,12 @@
 #include <thread>
 
 #include "platform/windows/owner.h"
+#include "platform/windows/sent_power_setting.h"
 
 namespace {
 
+using platform::windows::SendPowerSetting;
 using platform::windows::UniqueKernelHandle;
-
-DWORD SendPowerSetting(LPHANDLER_FUNCTION_EX handler, void* context, const GUID& setting, BYTE value) {
-  struct {
-    GUID setting;
-    DWORD length = sizeof(DWORD);
-    BYTE value[sizeof(DWORD)] = {};
-  } event{setting};
-  event.value[0] = value;
-  return handler(SERVICE_CONTROL_POWEREVENT, PBT_POWERSETTINGCHANGE, &event, context);
-}
 
 // Until the process ends.
 void CallAsAsked(LPHANDLER_FUNCTION_EX handler, void* context) {
