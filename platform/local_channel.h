@@ -25,7 +25,7 @@ enum class CallerKind {
 
 struct LocalCaller {
   CallerKind kind = CallerKind::kOther;
-  std::string user;           ///< The number of the account on Linux, its security identifier on Windows.
+  std::string user = {};      ///< The number of the account on Linux, its security identifier on Windows.
   std::uint32_t process = 0;  ///< Of the one who connected; for logs, since it may have ended by now.
   std::uint32_t session = 0;  ///< Windows: of the caller's token. Linux: the leader of its process session.
 };
