@@ -42,6 +42,7 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
                .tvk_info = machine_services_.tvk_info,
                .store = store_,
                .store_file = places.data_folder / kStoreFileName,
+               .policy_file = parts.config == nullptr ? places.policy_file : std::filesystem::path(),
                .errors = parts.errors}) {
   if (parts.region_change == nullptr) {
     device_context_monitor_.emplace(runtime, machine, machine_services_.machine_information);

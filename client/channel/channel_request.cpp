@@ -15,8 +15,7 @@
 namespace TVK {
 namespace {
 
-constexpr std::array<std::string_view, 7> kWishes = {"policy", "client policy", "context", "init",
-                                                     "item",   "status",        "event"};
+constexpr std::array<std::string_view, 6> kWishes = {"policy", "client policy", "context", "init", "item", "status"};
 
 std::string Write(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
