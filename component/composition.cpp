@@ -1,5 +1,6 @@
 #include "component/composition.h"
 
+#include "client/log/guarded_thread.h"
 #include "component/component_datasets.h"
 #include "platform/system_facts.h"
 #include "platform/this_program.h"
@@ -81,8 +82,14 @@ void Composition::FollowSystemEvents(platform::SystemEventCallback receiver, voi
 void Composition::ServeChannel(ManagerAccess* manager, const std::filesystem::path& place) {
   channel_.reset();
   if (manager == nullptr) return;
-  channel_.emplace(runtime_, manager_services_.config, status_, *manager);
-  const std::string problem = channel_->Start(place);
+  std::string problem;
+  try {
+    channel_.emplace(runtime_, manager_services_.config, status_, *manager);
+    problem = channel_->Start(place);
+  } catch (const std::exception& failure) {
+    channel_.reset();
+    problem = FailureText(failure);
+  }
   if (!problem.empty() && manager_services_.remarks) {
     manager_services_.remarks("no other process can reach the service: " + problem);
   }
