@@ -1,5 +1,6 @@
 #include "component/composition.h"
 
+#include "client/log/guarded_thread.h"
 #include "component/component_datasets.h"
 #include "platform/system_facts.h"
 #include "platform/this_program.h"
@@ -37,7 +38,13 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
           parts.user_process != nullptr ? *parts.user_process
                                         : own_user_process_.emplace(runtime, platform::ThisProgram().parent_path()),
           parts.region_change,
-          std::move(remarks)} {
+          std::move(remarks)},
+      status_({.runtime = runtime,
+               .tvk_info = machine_services_.tvk_info,
+               .store = store_,
+               .store_file = places.data_folder / kStoreFileName,
+               .policy_file = parts.config == nullptr ? places.policy_file : std::filesystem::path(),
+               .errors = parts.errors}) {
   if (parts.region_change == nullptr) {
     device_context_monitor_.emplace(runtime, machine, machine_services_.machine_information);
   }
@@ -70,6 +77,22 @@ Composition::Opening Composition::Start() {
 void Composition::FollowSystemEvents(platform::SystemEventCallback receiver, void* service) {
   system_events_.reset();
   if (receiver) system_events_.emplace(machine_.system_events(), runtime_, service, std::move(receiver));
+}
+
+void Composition::ServeChannel(ManagerAccess* manager, const std::filesystem::path& place) {
+  channel_.reset();
+  if (manager == nullptr) return;
+  std::string problem;
+  try {
+    channel_.emplace(runtime_, manager_services_.config, status_, *manager);
+    problem = channel_->Start(place);
+  } catch (const std::exception& failure) {
+    channel_.reset();
+    problem = FailureText(failure);
+  }
+  if (!problem.empty() && manager_services_.remarks) {
+    manager_services_.remarks("no other process can reach the service: " + problem);
+  }
 }
 
 void Composition::RereadPolicy() {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "client/policy/config_agent.h"
 #include "client/store/event_data_logging.h"
 #include "component/policy_watch.h"
+#include "component/service_channel.h"
 #include "component/user_process.h"
 #include "core/manager_services.h"
 #include "host/device_context_event_monitor.h"
@@ -32,10 +34,11 @@ class Composition {
 
   /// What takes the place of the component's own. All of it must outlive the composition.
   struct Parts {
-    IConfigAgent* config = nullptr;            ///< Null: the policy files, which are watched.
-    const DatasetTable* datasets = nullptr;    ///< Null: every dataset of the component.
-    UserProcessAgent* user_process = nullptr;  ///< Null: the program beside this one.
-    platform::Event* region_change = nullptr;  ///< Null: the machine's settings are watched.
+    IConfigAgent* config = nullptr;                      ///< Null: the policy files, which are watched.
+    const DatasetTable* datasets = nullptr;              ///< Null: every dataset of the component.
+    UserProcessAgent* user_process = nullptr;            ///< Null: the program beside this one.
+    platform::Event* region_change = nullptr;            ///< Null: the machine's settings are watched.
+    std::shared_ptr<const LastErrors> errors = nullptr;  ///< Of the logs, for the status; null: none are told.
   };
 
   /// What Start found.
@@ -65,6 +68,9 @@ class Composition {
   /// Hands the system's own events to `receiver` in the place of the one before, until the end; null: to nobody.
   /// `service`: see SystemEvents::Open.
   void FollowSystemEvents(platform::SystemEventCallback receiver, void* service);
+  /// Lets other processes of this machine reach `manager` at `place` (see platform::ListenLocally) until `manager` is
+  /// null. That nobody can, for want of memory too, is told as a remark, and the service goes on. Needs a real runtime.
+  void ServeChannel(ManagerAccess* manager, const std::filesystem::path& place = {});
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();
   /// See Component. Any thread.
@@ -90,6 +96,8 @@ class Composition {
   std::optional<DeviceContextEventMonitor> device_context_monitor_;
   ManagerServices manager_services_;
   std::optional<SystemEventRelay> system_events_;
+  const ServiceStatus status_;
+  std::optional<ServiceChannel> channel_;
 };
 
 }  // namespace TVK

@@ -5,8 +5,10 @@
 #include <mutex>
 
 #include "client/log/guarded_thread.h"
+#include "core/manager_access.h"
 #include "core/notifications.h"
 #include "core/reconciler.h"
+#include "core/session_datasets.h"
 #include "platform/service_control_event.h"
 
 using Values = TVK::IdentityValues::Values;
@@ -25,13 +27,15 @@ auto AskLogged(const TVK::Log& log, const wchar_t* name, Ask ask) noexcept {
 
 }  // namespace
 
-struct EventManager::Parts {
+struct EventManager::Parts final : TVK::ManagerAccess {
   Parts(EventManager& manager, const TVK::ManagerServices& given, SERVICE_STATUS_HANDLE handle);
 
   TVK::ManagerParts View() {
     return {services, monitor_services, log,      initialized, identity,
             policy,   notifier,         monitors, display,     device_context};
   }
+  TVK::SessionRecorder& session_recorder() override { return session_datasets; }
+  TVK::ManagerStatus Status() override;
   std::unique_ptr<EventMonitorBase> MakeApplicationEvents() const;
   /// Asks the agent for the two ids; one that throws has none.
   void ReadDeviceIds(TVK::DeviceIdAgent& agent);
@@ -49,6 +53,7 @@ struct EventManager::Parts {
   TVK::MonitorList monitors;
   /// Lives as long as the manager and is not in the list.
   const std::unique_ptr<EventMonitorBase> application_events;
+  TVK::SessionDatasets session_datasets;
   TVK::Reconciler reconciler;
   TVK::Notifications notifications;
 
@@ -79,10 +84,10 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
                        second_tick,
                        policy},
       notifier(given.runtime, log),
-      display(given.user_process_agent, policy, notifier, log,
-              given.datasets.FindByRule(TVK::DatasetRule::kUserProcess)),
+      display(given.user_process_agent, policy, notifier, log, given.datasets),
       device_context(services, log, identity, notifier, display),
       application_events(MakeApplicationEvents()),
+      session_datasets(monitor_services, given.datasets, log, initialized),
       reconciler(
           View(), [&manager](const std::wstring& id) { manager.RunAndAddToList(id); },
           [&manager](const std::wstring& id) { manager.StopAndRemoveFromList(id); }),
@@ -104,6 +109,32 @@ std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() c
   return made;
 }
 
+TVK::ManagerStatus EventManager::Parts::Status() {
+  TVK::ManagerStatus status{.runs = initialized, .scope = policy.scope(), .datasets = {}};
+  for (const TVK::Dataset& dataset : services.datasets.datasets()) {
+    TVK::DatasetStatus& each = status.datasets.emplace_back(TVK::DatasetStatus{.dataset = &dataset});
+    const TVK::MonitorList::Entry entry = monitors.Find(dataset.row.id);
+    switch (dataset.row.rule) {
+      case TVK::DatasetRule::kApplication:
+      case TVK::DatasetRule::kDeviceContext:
+        each.runs = initialized;
+        break;
+      case TVK::DatasetRule::kUserProcess:
+        each.runs = display.Runs();
+        break;
+      default:
+        each.runs = entry != nullptr && entry->IsListed();
+    }
+    // What a filter excludes does not start, and what runs goes on.
+    using TVK::DecisionMoment;
+    each.decision = policy.Decide(dataset.row, each.runs ? DecisionMoment::kRunning : DecisionMoment::kStart);
+    if (entry == nullptr) continue;
+    each.since = entry->started_at();
+    entry->Call(L"EventManager::Status", [&](EventMonitorBase& monitor) { each.next_due = monitor.NextReport(); });
+  }
+  return status;
+}
+
 void EventManager::Parts::ReadDeviceIds(TVK::DeviceIdAgent& agent) {
   constexpr unsigned long kGeneralFailure = 31;  // ERROR_GEN_FAILURE
   std::wstring id;
@@ -122,6 +153,10 @@ EventManager::EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_
     : parts_(std::make_unique<Parts>(*this, services, handle)) {}
 
 EventManager::~EventManager() = default;
+
+TVK::ManagerAccess& EventManager::access() {
+  return *parts_;
+}
 
 bool EventManager::is_initialized() const {
   const std::lock_guard lock(parts_->manager_lock);

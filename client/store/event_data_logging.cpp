@@ -1,6 +1,7 @@
 #include "client/store/event_data_logging.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <mutex>
 #include <new>
@@ -56,6 +57,8 @@ class EventDataLogging::Impl {
 
   void Remember(const RecordRow& context) { contexts_.NoteWritten(context, 0); }
 
+  std::uint64_t refused() const { return refused_; }
+
   int Write(RecordRow row, std::wstring_view dataset_name) {
     QueuedRecord record(std::move(row), dataset_name);
     return Write(record);
@@ -63,9 +66,13 @@ class EventDataLogging::Impl {
 
   int Write(QueuedRecord& record) {
     const auto fits = [](const RecordRow& row) { return row.json.size() <= kLongestRecordJson; };
-    if (fits(record.row) && std::ranges::all_of(record.more, fits)) return queue_.Write(record);
-    record.result = SQLITE_TOOBIG;
-    losses_.LogOne(record);
+    if (fits(record.row) && std::ranges::all_of(record.more, fits)) {
+      queue_.Write(record);
+    } else {
+      record.result = SQLITE_TOOBIG;
+      losses_.LogOne(record);
+    }
+    if (record.result != 0) refused_ += 1 + record.more.size();
     return record.result;
   }
 
@@ -346,12 +353,18 @@ class EventDataLogging::Impl {
   std::mutex listener_mutex_;  ///< Guards listener_ and is held while it is called.
   RecordListener listener_;
 
+  std::atomic<std::uint64_t> refused_ = 0;
+
   CommitQueue queue_{[this](std::span<QueuedRecord* const> records) { Commit(records); }};
 };
 
 EventDataLogging::EventDataLogging(StoreOptions options, const platform::Clock& clock)
     : impl_(std::make_unique<Impl>(std::move(options), clock)) {}
 EventDataLogging::~EventDataLogging() = default;
+
+std::uint64_t EventDataLogging::refused() const {
+  return impl_->refused();
+}
 
 bool EventDataLogging::is_open() const {
   return impl_->is_open();
