@@ -21,7 +21,8 @@ class Counted final : public WindowNotices {
 
 }  // namespace
 
-SimulatedDesktop::SimulatedDesktop(Runtime& runtime) : runtime_(runtime), posted_(runtime.MakeEvent(EventReset::kAuto)) {}
+SimulatedDesktop::SimulatedDesktop(Runtime& runtime)
+    : runtime_(runtime), posted_(runtime.MakeEvent(EventReset::kAuto)) {}
 
 std::optional<SimulatedDesktop::Answer> SimulatedDesktop::Send(std::uint32_t id, std::uintptr_t wparam,
                                                                std::intptr_t lparam) {
@@ -64,7 +65,8 @@ std::optional<int> SimulatedDesktop::RunWindow(const std::wstring& name, const W
   procedure({this, kMessageCreate, 0, 0});
   {
     const std::lock_guard lock(mutex_);
-    window_ = class_ = name;
+    class_ = name;
+    if (!quits_) window_ = name;
   }
   while (!quits_) {
     runtime_.Wait(*posted_, kForever);

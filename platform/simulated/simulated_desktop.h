@@ -16,8 +16,8 @@ struct SimulatedSession {
   std::set<std::wstring> programs = {};  ///< That run.
   std::vector<AttachedDisplay> displays = {{.id = "1", .mode = {1920, 1080, 32, 60}, .primary = true}};
   Digitizers digitizers = {};
-  std::optional<DigitizerKind> input = {};       ///< Where every input message comes from.
-  std::vector<std::uint8_t> message_data = {};   ///< What the lparam of every message points to.
+  std::optional<DigitizerKind> input = {};      ///< Where every input message comes from.
+  std::vector<std::uint8_t> message_data = {};  ///< What the lparam of every message points to.
   bool refuses_windows = false;
   std::map<std::wstring, std::wstring> profile = {};  ///< Key to value, of every file and section.
   bool has_profile = false;                           ///< Whether there is a file.
