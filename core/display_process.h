@@ -18,8 +18,8 @@ class DisplayProcess {
                  const Dataset* dataset)
       : agent_(agent), policy_(policy), notifier_(notifier), log_(log), dataset_(dataset) {}
 
-  /// Starts the process, or sees to it that it runs; logged with `caller`. `device_path_changed`: one that runs already
-  /// is told of a change of the device path.
+  /// Starts the process, or sees to it that it runs, where this system has user agents; logged with `caller`.
+  /// `device_path_changed`: one that runs already is told of a change of the device path.
   void Start(const wchar_t* caller, bool device_path_changed);
 
   /// Whether the process is there now.
@@ -40,6 +40,7 @@ class DisplayProcess {
   const Log& log_;
   const Dataset* const dataset_;
   std::atomic<bool> started_ = false;
+  std::atomic<bool> told_absent_ = false;  ///< That this system has no user agent.
 };
 
 }  // namespace TVK
