@@ -15,14 +15,19 @@
 
 namespace {
 
-/// The process's manager: an ordinary one on the process's services, which hears of the system's events.
+/// The process's manager: an ordinary one on the process's services, which hears of the system's events and of other
+/// processes.
 class ProcessEventManager final : public EventManager {
  public:
-  ProcessEventManager(TVK::Composition& composition, SERVICE_STATUS_HANDLE handle)
-      : EventManager(composition.manager_services(), handle), composition_(composition) {
+  ProcessEventManager(TVK::ProcessComposition& process, SERVICE_STATUS_HANDLE handle)
+      : EventManager(process.composition().manager_services(), handle), composition_(process.composition()) {
     composition_.FollowSystemEvents([this](const platform::SystemEvent& event) { OnSystemEvent(event); }, handle);
+    composition_.ServeChannel(&access(), process.channel_place());
   }
-  ~ProcessEventManager() override { composition_.FollowSystemEvents(nullptr, nullptr); }
+  ~ProcessEventManager() override {
+    composition_.ServeChannel(nullptr);
+    composition_.FollowSystemEvents(nullptr, nullptr);
+  }
   ProcessEventManager(const ProcessEventManager&) = delete;
   ProcessEventManager& operator=(const ProcessEventManager&) = delete;
 
@@ -152,7 +157,7 @@ EventManager* EventManager::GetInstance(SERVICE_STATUS_HANDLE handle) {
     TVK::Composition& composition = slot.process->composition();
     TVK::CallLogged(ManagerLog(), L"EventManager::GetInstance", [&] {
       try {
-        slot.manager = std::make_unique<ProcessEventManager>(composition, handle);
+        slot.manager = std::make_unique<ProcessEventManager>(*slot.process, handle);
       } catch (const std::exception& failure) {
         const auto& remark = composition.manager_services().remarks;
         if (remark) remark(std::string("the event manager cannot be made: ") + TVK::FailureText(failure));

@@ -2,11 +2,13 @@
 
 #include <map>
 
+#include "framework/session_dataset.h"
 #include "monitors/devices/battery_event_monitor.h"
 #include "monitors/logs/crash_event_monitor.h"
 #include "monitors/logs/event_viewer_log_db_event_monitor.h"
 #include "monitors/logs/windows_logs_event_monitor.h"
 #include "monitors/logs/windows_logs_settings.h"
+#include "monitors/session/session_datasets.h"
 #include "monitors/storage/pcie_nvme_smart_event_monitor.h"
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/self_test_event_monitors.h"
@@ -69,8 +71,16 @@ const std::map<std::wstring_view, Collector>& Collectors() {
   return collectors;
 }
 
+/// A dataset that the user agent observes.
+Dataset FromSession(const DatasetRow& row, const std::map<std::wstring, std::wstring>& items) {
+  const auto make = [&row, &items](const MonitorServices& services) {
+    return std::make_unique<SessionDataset>(services, row, items);
+  };
+  return {.row = row, .factory = make, .collects = true};
+}
+
 Dataset Join(const DatasetRow& row) {
-  if (row.rule == DatasetRule::kUserProcess || row.rule == DatasetRule::kDeviceContext) return {row};
+  if (row.rule == DatasetRule::kDeviceContext) return {row};
   const auto found = Collectors().find(row.name);
   if (found != Collectors().end()) {
     return {row, found->second.factory, found->second.read_settings, found->second.collects};
@@ -83,7 +93,8 @@ Dataset Join(const DatasetRow& row) {
 DatasetTable MakeComponentDatasets() {
   std::vector<Dataset> datasets;
   for (const DatasetRow& row : kDatasetRows)
-    datasets.push_back(Join(row));
+    datasets.push_back(row.id == kDisplayRow.id ? FromSession(kDisplayRow, DisplayItems()) : Join(row));
+  datasets.push_back(FromSession(kPenRow, PenItems()));
   return DatasetTable(std::move(datasets));
 }
 

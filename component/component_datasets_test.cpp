@@ -36,7 +36,7 @@ TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
     EXPECT_TRUE(names.insert(row.name).second);
     EXPECT_EQ(row.rank, rank++);
     EXPECT_EQ(table.FindByName(row.name), &dataset);
-    const bool has_monitor = row.rule != DatasetRule::kUserProcess && row.rule != DatasetRule::kDeviceContext;
+    const bool has_monitor = row.rule != DatasetRule::kDeviceContext;
     ASSERT_EQ(static_cast<bool>(dataset.factory), has_monitor);
     if (!has_monitor) continue;
     EXPECT_EQ(dataset.factory(life.services())->GetName(), row.name);

@@ -72,6 +72,16 @@ void Composition::FollowSystemEvents(platform::SystemEventCallback receiver, voi
   if (receiver) system_events_.emplace(machine_.system_events(), runtime_, service, std::move(receiver));
 }
 
+void Composition::ServeChannel(ManagerAccess* manager, const std::filesystem::path& place) {
+  channel_.reset();
+  if (manager == nullptr) return;
+  channel_.emplace(runtime_, manager_services_.config, *manager);
+  const std::string problem = channel_->Start(place);
+  if (!problem.empty() && manager_services_.remarks) {
+    manager_services_.remarks("no other process can reach the service: " + problem);
+  }
+}
+
 void Composition::RereadPolicy() {
   if (policy_files_) policy_files_->watch.Reread();
 }

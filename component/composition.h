@@ -11,6 +11,7 @@
 #include "client/policy/config_agent.h"
 #include "client/store/event_data_logging.h"
 #include "component/policy_watch.h"
+#include "component/service_channel.h"
 #include "component/user_process.h"
 #include "core/manager_services.h"
 #include "host/device_context_event_monitor.h"
@@ -65,6 +66,9 @@ class Composition {
   /// Hands the system's own events to `receiver` in the place of the one before, until the end; null: to nobody.
   /// `service`: see SystemEvents::Open.
   void FollowSystemEvents(platform::SystemEventCallback receiver, void* service);
+  /// Lets other processes of this machine reach `manager` at `place` (see platform::ListenLocally) until `manager` is
+  /// null. That nobody can is logged, and told as a remark. Needs a real runtime.
+  void ServeChannel(ManagerAccess* manager, const std::filesystem::path& place = {});
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();
   /// See Component. Any thread.
@@ -90,6 +94,7 @@ class Composition {
   std::optional<DeviceContextEventMonitor> device_context_monitor_;
   ManagerServices manager_services_;
   std::optional<SystemEventRelay> system_events_;
+  std::optional<ServiceChannel> channel_;
 };
 
 }  // namespace TVK

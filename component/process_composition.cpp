@@ -5,6 +5,7 @@
 
 #include "client/records/record_text.h"
 #include "platform/files.h"
+#include "platform/local_channel.h"
 
 using TVK::ComponentOutcome;
 
@@ -76,7 +77,8 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   if (!writers.empty()) Report(result, ComponentOutcome::kReady, writers);
   SetLogBackend(MakeFileLogBackend(log_folder));
   std::unique_ptr<ProcessComposition> process(new ProcessComposition(
-      places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, std::move(remarks)));
+      places, own ? places.data_folder / "run" : defaults.named_event_folder,
+      platform::ChannelPlace(own ? places.data_folder : std::filesystem::path()), sysroot, std::move(remarks)));
   Composition& composition = process->composition_;
   ReportStore(result, places.data_folder, composition.store());
   const Composition::Opening opening = composition.Start();

@@ -18,14 +18,19 @@ class ProcessComposition {
                                                   RemarkObserver remarks, ComponentResult& result);
 
   Composition& composition() { return composition_; }
+  /// Where other processes reach the service; see platform::ListenLocally.
+  const std::filesystem::path& channel_place() const { return channel_place_; }
 
  private:
   ProcessComposition(const Composition::Places& places, const std::filesystem::path& named_event_folder,
-                     const std::filesystem::path& sysroot, RemarkObserver remarks)
-      : runtime_(platform::MakeRealRuntime({.named_event_folder = named_event_folder})),
+                     const std::filesystem::path& channel_place, const std::filesystem::path& sysroot,
+                     RemarkObserver remarks)
+      : channel_place_(channel_place),
+        runtime_(platform::MakeRealRuntime({.named_event_folder = named_event_folder})),
         machine_(platform::OpenLocalMachine({.sysroot = sysroot}, runtime_->clock())),
         composition_(*runtime_, *machine_, places, {}, std::move(remarks)) {}
 
+  const std::filesystem::path channel_place_;
   const std::unique_ptr<platform::Runtime> runtime_;
   const std::unique_ptr<platform::Machine> machine_;
   Composition composition_;

@@ -19,7 +19,7 @@ using SettingsReader = std::function<std::vector<SettingReading>(const SettingTe
 
 struct Dataset {
   const DatasetRow& row;
-  MonitorFactory factory = {};  ///< Empty for DatasetRule::kUserProcess and kDeviceContext.
+  MonitorFactory factory = {};  ///< Empty for kDeviceContext; of kUserProcess it gives a SessionDataset.
   SettingsReader read_settings = {};
   bool collects = false;  ///< False: its monitor, if it has one, collects nothing.
 };

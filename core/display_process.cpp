@@ -1,5 +1,7 @@
 #include "core/display_process.h"
 
+#include <algorithm>
+
 namespace TVK {
 
 void DisplayProcess::Start(const wchar_t* caller, bool device_path_changed) {
@@ -34,6 +36,11 @@ bool DisplayProcess::ValidateDisplayEventWithNewPolicy() const {
 
 void DisplayProcess::StopIfExcluded() {
   if (!started_ || ValidateDisplayEventWithNewPolicy()) return;
+  const bool another_goes_on = std::ranges::any_of(datasets_.datasets(), [&](const Dataset& dataset) {
+    return dataset.row.rule == DatasetRule::kUserProcess &&
+           policy_.Decide(dataset.row, DecisionMoment::kRunning).runs();
+  });
+  if (another_goes_on) return;
   log_.d(L"Stopping the Display event monitor if it already not stopped");
   agent_.SetDataSetEnable(false);
   agent_.StopUserProcess(1);

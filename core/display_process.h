@@ -1,4 +1,4 @@
-// The display dataset, which is collected in the user agent's process instead of a monitor here.
+// The display dataset, and what else is observed in the user agent's process instead of by a monitor here.
 #pragma once
 
 #include <atomic>
@@ -13,10 +13,15 @@ namespace TVK {
 /// Any thread.
 class DisplayProcess {
  public:
-  /// Everything must outlive the object. `dataset`: the display dataset; null where there is none.
+  /// Everything must outlive the object. The first of `datasets` with the rule kUserProcess is the display dataset.
   DisplayProcess(UserProcessAgent& agent, PolicyView& policy, Notifier& notifier, const Log& log,
-                 const Dataset* dataset)
-      : agent_(agent), policy_(policy), notifier_(notifier), log_(log), dataset_(dataset) {}
+                 const DatasetTable& datasets)
+      : agent_(agent),
+        policy_(policy),
+        notifier_(notifier),
+        log_(log),
+        datasets_(datasets),
+        dataset_(datasets.FindByRule(DatasetRule::kUserProcess)) {}
 
   /// Starts the process, or sees to it that it runs, where this system has user agents; logged with `caller`.
   /// `device_path_changed`: one that runs already is told of a change of the device path.
@@ -28,7 +33,7 @@ class DisplayProcess {
   /// Whether the policy in force (read anew) lets the dataset go on, or start where it was not started.
   bool ValidateDisplayEventWithNewPolicy() const;
 
-  /// Ends the process when it was started and may not go on.
+  /// Ends the process when it was started and none of its datasets may go on.
   void StopIfExcluded();
   /// Ends it when it was started; true then.
   bool Stop();
@@ -38,7 +43,8 @@ class DisplayProcess {
   PolicyView& policy_;
   Notifier& notifier_;
   const Log& log_;
-  const Dataset* const dataset_;
+  const DatasetTable& datasets_;
+  const Dataset* const dataset_;  ///< The display dataset; null where there is none.
   std::atomic<bool> started_ = false;
   std::atomic<bool> told_absent_ = false;  ///< That this system has no user agent.
 };

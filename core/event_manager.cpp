@@ -5,8 +5,10 @@
 #include <mutex>
 
 #include "client/log/guarded_thread.h"
+#include "core/manager_access.h"
 #include "core/notifications.h"
 #include "core/reconciler.h"
+#include "core/session_datasets.h"
 #include "platform/service_control_event.h"
 
 using Values = TVK::IdentityValues::Values;
@@ -25,13 +27,14 @@ auto AskLogged(const TVK::Log& log, const wchar_t* name, Ask ask) noexcept {
 
 }  // namespace
 
-struct EventManager::Parts {
+struct EventManager::Parts final : TVK::ManagerAccess {
   Parts(EventManager& manager, const TVK::ManagerServices& given, SERVICE_STATUS_HANDLE handle);
 
   TVK::ManagerParts View() {
     return {services, monitor_services, log,      initialized, identity,
             policy,   notifier,         monitors, display,     device_context};
   }
+  TVK::SessionRecorder& session_recorder() override { return session_datasets; }
   std::unique_ptr<EventMonitorBase> MakeApplicationEvents() const;
   /// Asks the agent for the two ids; one that throws has none.
   void ReadDeviceIds(TVK::DeviceIdAgent& agent);
@@ -49,6 +52,7 @@ struct EventManager::Parts {
   TVK::MonitorList monitors;
   /// Lives as long as the manager and is not in the list.
   const std::unique_ptr<EventMonitorBase> application_events;
+  TVK::SessionDatasets session_datasets;
   TVK::Reconciler reconciler;
   TVK::Notifications notifications;
 
@@ -79,10 +83,10 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
                        second_tick,
                        policy},
       notifier(given.runtime, log),
-      display(given.user_process_agent, policy, notifier, log,
-              given.datasets.FindByRule(TVK::DatasetRule::kUserProcess)),
+      display(given.user_process_agent, policy, notifier, log, given.datasets),
       device_context(services, log, identity, notifier, display),
       application_events(MakeApplicationEvents()),
+      session_datasets(monitor_services, given.datasets, log, initialized),
       reconciler(
           View(), [&manager](const std::wstring& id) { manager.RunAndAddToList(id); },
           [&manager](const std::wstring& id) { manager.StopAndRemoveFromList(id); }),
@@ -122,6 +126,10 @@ EventManager::EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_
     : parts_(std::make_unique<Parts>(*this, services, handle)) {}
 
 EventManager::~EventManager() = default;
+
+TVK::ManagerAccess& EventManager::access() {
+  return *parts_;
+}
 
 bool EventManager::is_initialized() const {
   const std::lock_guard lock(parts_->manager_lock);

@@ -102,9 +102,11 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
   if (!services().consent.WriteIfAdmitted(RowFor(device.of_use), write)) {
     // What tells of use is described again when that is admitted again, and keeps nothing else waiting until then.
     context_owed_ = context_owed_ || !device.of_use;
+    OnContextLogged(kWithheld);
     return;
   }
   ids[device.key] = {context.dataset_context_id(), context.device_context_id(), device.of_use};
+  OnContextLogged(error);
   if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error, Operation(L"LogDatasetContext")));
   if (described && !same) changes.push_back({device, last.item_data()});
 }

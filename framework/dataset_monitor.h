@@ -82,6 +82,8 @@ class DatasetMonitor : public EventMonitorBase {
   virtual bool IsSameDescription(const ItemData& stored, const ItemData& facts) const { return stored == facts; }
   /// Whether the device gets a "DeviceInit".
   virtual bool TakesDeviceInit(const std::wstring& /*device_key*/) { return true; }
+  /// Told of each context that was to be written: the store's result, or kWithheld. Must not call the monitor.
+  virtual void OnContextLogged(int /*result*/) {}
   /// Told after a context was written whose facts are not `before`, those of the context before it. Not for the first
   /// context of a device.
   virtual void OnDescriptionChanged(const DescribedDevice& /*device*/, const ItemData& /*before*/) {}

@@ -65,6 +65,7 @@ class TestManager final : public EventManager {
   explicit TestManager(const TVK::ManagerServices& services) : EventManager(services, nullptr) {}
   ~TestManager() override = default;
 
+  using EventManager::access;
   using EventManager::OnSystemEvent;
 };
 

@@ -18,8 +18,9 @@
 
 namespace TVK {
 
-// For the component's own parts; hosts need neither.
+// For the component's own parts; hosts need none of them.
 struct ManagerServices;
+class ManagerAccess;
 
 }  // namespace TVK
 namespace platform {
@@ -142,6 +143,9 @@ class TVK_EXPORT EventManager {
   EventManager(const TVK::ManagerServices& services, SERVICE_STATUS_HANDLE handle);
 
   void set_FirstInvocation(bool value);
+
+  /// What the local channel asks of the manager; lives as long as it.
+  TVK::ManagerAccess& access();
 
   /// Hands an event of the system to every listed monitor, in list order. Any thread.
   void OnSystemEvent(const platform::SystemEvent& event);

@@ -1,0 +1,155 @@
+#include "client/channel/channel_request.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "client/channel/frame.h"
+#include "client/policy/object_reader.h"
+#include "client/policy/strict_json.h"
+#include "client/text/string.h"
+
+namespace TVK {
+namespace {
+
+constexpr std::array<std::string_view, 7> kWishes = {"policy", "client policy", "context", "init",
+                                                     "item",   "status",        "event"};
+
+std::string Write(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, value);
+}
+
+Json::Value ToValue(const ItemData& data) {
+  Json::Value value(Json::objectValue);
+  for (const auto& [key, text] : data)
+    value[String::UTF16ToUTF8(key)] = String::UTF16ToUTF8(text);
+  return value;
+}
+
+void AddText(Json::Value& value, const char* key, const std::wstring& text) {
+  if (!text.empty()) value[key] = String::UTF16ToUTF8(text);
+}
+
+void ReadName(ObjectReader& reader, const char* key, std::wstring& name) {
+  reader.Text(key, Presence::kOptional, name);
+  if (name.size() > kLongestName) reader.Refuse(key, "the text is too long");
+}
+
+void ReadData(ObjectReader& reader, const char* key, ItemData& data) {
+  reader.Texts(key, data);
+  const bool too_long = std::ranges::any_of(data, [](const auto& entry) {
+    return entry.first.empty() || entry.first.size() > kLongestName || entry.second.size() > kLongestValue;
+  });
+  if (too_long || data.size() > kMostItemValues) reader.Refuse(key, "too many values, or one that is too long");
+}
+
+std::vector<ObservedDevice> ReadDevices(ObjectReader& parent, ProblemList& problems) {
+  std::vector<ObservedDevice> devices;
+  const Json::Value* const list = parent.List("devices", Presence::kOptional);
+  if (list == nullptr) return devices;
+  if (list->size() > kMostDevices) {
+    parent.Refuse("devices", "too many devices");
+    return devices;
+  }
+  for (const Json::Value& each : *list) {
+    if (!HasType(each, Json::objectValue, "devices", problems)) continue;
+    ObservedDevice& device = devices.emplace_back();
+    ObjectReader reader(each, "devices", problems);
+    ReadName(reader, "key", device.key);
+    ReadData(reader, "facts", device.facts);
+    reader.ReportUnknownKeys();
+  }
+  return devices;
+}
+
+}  // namespace
+
+std::string_view WishName(ChannelWish wish) {
+  return kWishes[static_cast<std::size_t>(wish)];
+}
+
+std::string GreetingToJson() {
+  Json::Value value;
+  value["version"] = kChannelVersion;
+  return Write(value);
+}
+
+std::optional<int> GreetingFromJson(std::string_view json) {
+  ProblemList problems;
+  const std::optional<Json::Value> root = ReadStrictJson(json, problems);
+  if (!root || !(*root)["version"].isInt()) return std::nullopt;
+  return (*root)["version"].asInt();
+}
+
+std::string ToJson(const ChannelRequest& request) {
+  Json::Value value;
+  value["wish"] = std::string(WishName(request.wish));
+  AddText(value, "dataset", request.dataset_id);
+  AddText(value, "item", request.item_name);
+  AddText(value, "device", request.device_key);
+  if (!request.data.empty()) value["data"] = ToValue(request.data);
+  for (const ObservedDevice& device : request.devices) {
+    Json::Value& entry = value["devices"].append(Json::objectValue);
+    AddText(entry, "key", device.key);
+    entry["facts"] = ToValue(device.facts);
+  }
+  if (request.new_context_needed) value["anew"] = true;
+  return Write(value);
+}
+
+std::optional<ChannelRequest> RequestFromJson(std::string_view json, std::string& problem) {
+  ProblemList problems;
+  ChannelRequest request;
+  if (const std::optional<Json::Value> root = ReadStrictJson(json, problems)) {
+    ObjectReader reader(*root, "", problems);
+    std::wstring wish;
+    reader.Text("wish", Presence::kRequired, wish);
+    const auto* const found = std::ranges::find(kWishes, String::UTF16ToUTF8(wish));
+    if (found == kWishes.end()) {
+      reader.Refuse("wish", "there is no such wish");
+    } else {
+      request.wish = static_cast<ChannelWish>(found - kWishes.begin());
+    }
+    ReadName(reader, "dataset", request.dataset_id);
+    ReadName(reader, "item", request.item_name);
+    ReadName(reader, "device", request.device_key);
+    ReadData(reader, "data", request.data);
+    request.devices = ReadDevices(reader, problems);
+    reader.Flag("anew", request.new_context_needed);
+    reader.ReportUnknownKeys();
+  }
+  if (problems.count() == 0) return request;
+  const PolicyProblem first = problems.Take().front();
+  problem = first.path.empty() ? first.message : first.path + ": " + first.message;
+  return std::nullopt;
+}
+
+std::string ToJson(const ChannelAnswer& answer) {
+  Json::Value value;
+  value["result"] = answer.result;
+  if (!answer.reason.empty()) value["reason"] = answer.reason;
+  if (!answer.body.empty()) value["body"] = answer.body;
+  return Write(value);
+}
+
+std::optional<ChannelAnswer> AnswerFromJson(std::string_view json) {
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value root;
+  // The service's own words: what it sends is looked at for its form alone.
+  if (!reader->parse(json.data(), json.data() + json.size(), &root, nullptr) || !root.isObject()) return std::nullopt;
+  const Json::Value result = root.get("result", Json::Value());
+  const Json::Value reason = root.get("reason", "");
+  const Json::Value body = root.get("body", "");
+  if (!result.isInt() || !reason.isString() || !body.isString()) return std::nullopt;
+  return ChannelAnswer{result.asInt(), reason.asString(), body.asString()};
+}
+
+}  // namespace TVK

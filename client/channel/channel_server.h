@@ -1,0 +1,77 @@
+// The service's end of the local channel: who is let in, for how long, and whole messages of theirs.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "client/channel/message_stream.h"
+#include "client/channel/refusals.h"
+#include "client/log/log.h"
+#include "platform/runtime.h"
+
+namespace TVK {
+
+struct ChannelLimits {
+  std::size_t connections = 32;          ///< At once; what comes beyond is refused.
+  std::size_t connections_of_user = 16;  ///< The same of one account that is not an administrator's nor our own.
+  /// Waking time in which a whole message must come, from the connection or the last answer on, and in which an answer
+  /// must be taken. Who is quiet for longer is closed, too: a client connects again when it has something to say.
+  std::chrono::milliseconds patience{5000};
+};
+
+/// One thread waits for callers; each conversation has a thread of its own, so that callers who write share the
+/// store's commits. Nobody connected: no wake-up.
+class ChannelServer {
+ public:
+  /// The answer to a request, both JSON, on the caller's thread: any, side by side.
+  using Answerer = std::function<std::string(const platform::LocalCaller& caller, std::string_view request)>;
+
+  /// Everything must outlive the object. `refusals` also counts what is refused here.
+  ChannelServer(platform::Runtime& runtime, const Log& log, Refusals& refusals, Answerer answerer,
+                ChannelLimits limits = {});
+  /// Ends every conversation, and waits for the answers that are being made.
+  ~ChannelServer();
+  ChannelServer(const ChannelServer&) = delete;
+  ChannelServer& operator=(const ChannelServer&) = delete;
+
+  /// Begins to listen at `place`. Empty, or why nobody can connect. Once.
+  std::string Start(const std::filesystem::path& place);
+
+ private:
+  using Conversation = std::uint64_t;
+
+  void Listen();
+  void Admit(std::unique_ptr<platform::LocalConnection> connection);
+  void Converse(MessageStream& stream);
+  /// The caller, counted among the connections of its user; nothing when it was refused.
+  std::optional<platform::LocalCaller> Greet(MessageStream& stream);
+  bool TakePlace(const platform::LocalCaller& caller);
+  void LeavePlace(const platform::LocalCaller& caller);
+  void Refuse(MessageStream& stream, const char* reason);
+  void CountBroken(const MessageStream& stream, platform::ChannelWait wait, const platform::LocalCaller* caller);
+  platform::SteadyTime Deadline() const { return runtime_.clock().Steady() + limits_.patience; }
+  /// The last act of a conversation's thread.
+  void End(Conversation conversation);
+
+  platform::Runtime& runtime_;
+  const Log& log_;
+  Refusals& refusals_;
+  const Answerer answerer_;
+  const ChannelLimits limits_;
+  const std::unique_ptr<platform::Event> stop_;   ///< Manual-reset.
+  const std::unique_ptr<platform::Event> ended_;  ///< Auto-reset; a conversation ended.
+  std::unique_ptr<platform::LocalListener> listener_;
+  std::thread thread_;
+  std::mutex mutex_;  ///< Guards what follows; held for a look, and while a thread is started.
+  Conversation last_ = 0;
+  std::size_t running_ = 0;  ///< Conversations that have not come to their end.
+  std::map<Conversation, std::thread> threads_;
+  std::thread finished_;  ///< The one that ended last; who ends next joins it, so that no more than one is left.
+  std::map<std::string, std::size_t> of_user_;  ///< Connections of each account that is limited.
+};
+
+}  // namespace TVK

@@ -1,0 +1,178 @@
+#include "client/channel/channel_server.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <vector>
+
+#include "client/channel/channel_client.h"
+#include "client/policy/policy_text.h"
+#include "platform/local.h"
+#include "testing/temp_folder.h"
+
+namespace TVK {
+namespace {
+
+using platform::ChannelWait;
+
+class ChannelServerTest : public testing::Test {
+ protected:
+  void Start(ChannelLimits limits = {}) {
+    server_.emplace(
+        *runtime_, log_, refusals_,
+        [this](const platform::LocalCaller& caller, std::string_view request) {
+          EXPECT_EQ(caller.kind, platform::CallerKind::kOwnAccount);
+          std::string problem;
+          const auto read = RequestFromJson(request, problem);
+          return ToJson(read ? answer_(*read) : ChannelAnswer{SessionRecorder::kChannelFailed, problem, {}});
+        },
+        limits);
+    ASSERT_EQ(server_->Start(place_), "");
+  }
+  platform::SteadyTime Soon() const { return runtime_->clock().Steady() + std::chrono::seconds(20); }
+  std::unique_ptr<platform::LocalConnection> Connect() {
+    platform::LocalConnecting connecting = platform::ConnectLocally(*runtime_, place_, nullptr, Soon());
+    EXPECT_NE(connecting.connection, nullptr) << connecting.problem;
+    return std::move(connecting.connection);
+  }
+  std::uint64_t Refused(Refusal refusal) const { return refusals_.counts()[static_cast<std::size_t>(refusal)]; }
+
+  const TempFolder folder_;
+  const std::filesystem::path place_ = folder_.path() / "run";
+  const std::unique_ptr<platform::Runtime> runtime_ = platform::MakeRealRuntime({});
+  Log log_;
+  Refusals refusals_{log_};
+  std::function<ChannelAnswer(const ChannelRequest&)> answer_ = [](const ChannelRequest&) { return ChannelAnswer(); };
+  std::optional<ChannelServer> server_;
+};
+
+TEST_F(ChannelServerTest, ClientsAreAnsweredSideBySide) {
+  constexpr int kClients = 8;
+  // Nobody gets an answer before all have asked.
+  std::barrier all(kClients);
+  answer_ = [&](const ChannelRequest& request) {
+    if (request.wish == ChannelWish::kInit) all.arrive_and_wait();
+    return ChannelAnswer{static_cast<int>(request.item_name.size()), {}, {}};
+  };
+  Start();
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < kClients; ++i) {
+    threads.emplace_back([&] {
+      ChannelClient client(*runtime_, place_);
+      ChannelRecorder recorder(client, log_);
+      EXPECT_EQ(recorder.LogDevInitEvent(L"D"), 0);
+      for (int length = 0; length < 50; ++length)
+        EXPECT_EQ(recorder.WriteItem(L"D", std::wstring(length, L'i'), {}, L""), length);
+    });
+  }
+  threads.clear();
+  EXPECT_EQ(refusals_.counts(), decltype(refusals_.counts()){});
+}
+
+TEST_F(ChannelServerTest, PoliciesArriveAsTheyAre) {
+  TelemetryPolicy policy;
+  policy.telemetry_scope = L"enhance";
+  policy.settings = {{kNoHashNetworkDataSetting, L"true"}};
+  policy.applicability.models = {L"M*"};
+  policy.applicability.os_version_min = L"10.0";
+  DataSet& dataset = policy.datasets.emplace_back();
+  dataset.id = L"{ID}";
+  dataset.name = L"ONE";
+  dataset.enabled = false;
+  dataset.settings = {{L"a", L"\"ä\""}};
+  dataset.applicability.os_names = {L"Linux", L"Windows"};
+  const TvkPolicy client_policy{L"path", L"subscription"};
+  bool there = true;
+  answer_ = [&](const ChannelRequest& request) {
+    if (!there) return ChannelAnswer{SessionRecorder::kChannelFailed, "there is no policy", {}};
+    return ChannelAnswer{0, {}, request.wish == ChannelWish::kPolicy ? ToJson(policy) : ToJson(client_policy)};
+  };
+  Start();
+  ChannelClient client(*runtime_, place_);
+  ChannelConfigAgent agent(client, log_);
+  TelemetryPolicy read;
+  TvkPolicy client_read;
+  EXPECT_TRUE(agent.GetTelemetryPolicy(read) && agent.GetTvkPolicy(client_read));
+  EXPECT_EQ(read, policy);
+  EXPECT_EQ(client_read, client_policy);
+  there = false;
+  EXPECT_FALSE(agent.GetTelemetryPolicy(read));
+  server_.reset();
+  EXPECT_FALSE(agent.GetTelemetryPolicy(read));
+  EXPECT_EQ(read, policy) << "untouched";
+}
+
+TEST_F(ChannelServerTest, NonsenseEndsItsOwnConversationAlone) {
+  Start();
+  ChannelClient client(*runtime_, place_);
+  ASSERT_EQ(client.Ask({}).result, 0);
+  const std::string greeting = FrameOf(GreetingToJson());
+  const struct {
+    std::string bytes;
+    Refusal refusal;
+  } cases[] = {{std::string(4, '\xFF'), Refusal::kBroken},
+               {FrameOf("hello"), Refusal::kUnknown},
+               {FrameOf(R"({"version": 2})"), Refusal::kUnknown},
+               {greeting + std::string(4, '\0'), Refusal::kBroken},
+               {greeting + FrameOf(std::string(kLongestRequest + 1, ' ')), Refusal::kBroken}};
+  for (const auto& [bytes, refusal] : cases) {
+    const std::uint64_t before = Refused(refusal);
+    const auto connection = Connect();
+    connection->Send(bytes, Soon());
+    std::array<char, 100> buffer;
+    std::size_t count = 0;
+    ChannelWait wait = ChannelWait::kDone;
+    while (wait == ChannelWait::kDone)
+      wait = connection->Receive(buffer, Soon(), count);
+    EXPECT_EQ(wait, ChannelWait::kClosed);
+    EXPECT_EQ(Refused(refusal), before + 1);
+    EXPECT_EQ(client.Ask({}).result, 0) << "another caller's conversation goes on";
+  }
+}
+
+TEST_F(ChannelServerTest, HalfAMessageIsNotWaitedForLong) {
+  Start({.patience = std::chrono::seconds(2)});
+  const auto half = Connect();
+  const auto quiet = Connect();
+  ASSERT_EQ(half->Send(FrameOf(GreetingToJson()).substr(0, 9), Soon()), ChannelWait::kDone);
+  std::array<char, 100> buffer;
+  std::size_t count = 0;
+  EXPECT_EQ(half->Receive(buffer, Soon(), count), ChannelWait::kClosed);
+  EXPECT_EQ(quiet->Receive(buffer, Soon(), count), ChannelWait::kClosed);
+  EXPECT_EQ(Refused(Refusal::kBroken), 1u) << "who says nothing breaks nothing";
+}
+
+TEST_F(ChannelServerTest, ManyConnectionsAreRefusedAndTheirPlacesComeBack) {
+  Start({.connections = 4});
+  {
+    std::vector<std::unique_ptr<platform::LocalConnection>> connections;
+    for (int i = 0; i < 4; ++i)
+      connections.push_back(Connect());
+    ChannelClient fifth(*runtime_, place_);
+    const ChannelAnswer refused = fifth.Ask({});
+    EXPECT_EQ(refused.result, SessionRecorder::kChannelFailed);
+    EXPECT_EQ(Refused(Refusal::kNoRoom), 1u) << refused.reason;
+  }
+  // The closed ones are noticed one after the other.
+  ChannelClient client(*runtime_, place_);
+  const platform::SteadyTime deadline = Soon();
+  while (client.Ask({}).result != 0)
+    ASSERT_LT(runtime_->clock().Steady(), deadline);
+}
+
+TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
+  Start({.patience = std::chrono::minutes(5)});
+  const auto quiet = Connect();
+  const auto half = Connect();
+  ASSERT_EQ(half->Send(FrameOf(GreetingToJson()) + "ab", Soon()), ChannelWait::kDone);
+  ChannelClient client(*runtime_, place_);
+  ASSERT_EQ(client.Ask({}).result, 0);
+  const platform::SteadyTime begin = runtime_->clock().Steady();
+  server_.reset();
+  EXPECT_LT(runtime_->clock().Steady() - begin, std::chrono::seconds(60)) << "less than its patience";
+  EXPECT_EQ(client.Ask({}).result, SessionRecorder::kChannelFailed);
+}
+
+}  // namespace
+}  // namespace TVK

@@ -1,0 +1,36 @@
+#include "component/service_channel.h"
+
+#include "client/text/string.h"
+
+namespace TVK {
+namespace {
+
+Log OpenLog() {
+  Log log;
+  utility::InitLog(log, L"LocalChannel.log", 4);
+  return log;
+}
+
+}  // namespace
+
+ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, ManagerAccess& manager,
+                               ChannelLimits limits, ObservationQuota quota)
+    : log_(OpenLog()),
+      refusals_(log_),
+      requests_(runtime.clock(), config, manager, refusals_, quota),
+      server_(
+          runtime, log_, refusals_,
+          [this](const platform::LocalCaller& caller, std::string_view request) {
+            return requests_.Answer(caller, request);
+          },
+          limits) {}
+
+std::string ServiceChannel::Start(const std::filesystem::path& place) {
+  std::string problem = server_.Start(place);
+  if (!problem.empty()) {
+    log_.e(L"nobody can reach the service: %s", String::UTF8ToUTF16(problem));
+  }
+  return problem;
+}
+
+}  // namespace TVK
