@@ -6,6 +6,7 @@
 #include "client/log/guarded_thread.h"
 #include "client/log/named_event.h"
 #include "client/text/string.h"
+#include "platform/files.h"
 
 using TVK::String;
 
@@ -13,14 +14,20 @@ namespace {
 
 constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
 
+platform::SessionProgram ProgramIn(const std::filesystem::path& folder, const std::filesystem::path& service) {
+  platform::SessionProgram program{folder / TVK::kUserAgentProgram, {}, kStopEvent};
+  if (!service.empty()) program.arguments = {L"--service", String::UTF8ToUTF16(platform::PathToUtf8(service))};
+  return program;
+}
+
 }  // namespace
 
 namespace TVK {
 
 UserProcess::UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder,
-                         platform::SessionProgramStarter starter)
+                         const std::filesystem::path& service, platform::SessionProgramStarter starter)
     : runtime_(runtime),
-      program_(folder / kUserAgentProgram),
+      program_(ProgramIn(folder, service)),
       starter_(std::move(starter)),
       news_(runtime.MakeEvent(platform::EventReset::kAuto)) {
   if (Exists()) utility::InitLog(log_, L"UserProcessAgent.log", 4);
@@ -57,7 +64,7 @@ bool UserProcess::Start(bool wait_for_user) {
   }
   // Whoever held the event before us may have left it set, which would end the new process at once.
   made.event->Reset();
-  platform::SessionProcessStart start = starter_({.program = program_, .arguments = {}, .event = kStopEvent});
+  platform::SessionProcessStart start = starter_(program_);
   if (start.process == nullptr) {
     log_.e(L"the user agent is not started: %s", String::UTF8ToUTF16(start.problem));
     return wait_for_user && start.nobody_logged_on;

@@ -34,9 +34,9 @@ class UserProcess final : public UserProcessAgent {
   /// The least pause where it ended in order, as it does when its session is asked to end: that may take a while.
   static constexpr std::chrono::seconds kSessionEnd{30};
 
-  /// `runtime` must outlive the object. `folder`: where the program lies. `starter`: empty where this system has no
-  /// user agent.
-  UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder,
+  /// `runtime` must outlive the object. `folder`: where the program lies. `service`: the place of the local channel,
+  /// which the program is told; empty: the one that it knows. `starter`: empty where this system has no user agent.
+  UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder, const std::filesystem::path& service,
               platform::SessionProgramStarter starter = platform::LocalSessionProgramStarter());
   /// As StopUserProcess.
   ~UserProcess() override;
@@ -68,7 +68,7 @@ class UserProcess final : public UserProcessAgent {
   void Watch();
 
   platform::Runtime& runtime_;
-  const std::filesystem::path program_;
+  const platform::SessionProgram program_;
   const platform::SessionProgramStarter starter_;
   Log log_;
   const std::unique_ptr<platform::Event> news_;  ///< For the watching thread: something below changed.

@@ -71,7 +71,7 @@ class UserProcessRules : public testing::Test {
   platform::VirtualRuntime runtime_;
   Played played_;
   const std::unique_ptr<platform::Event> stop_ = runtime_.MakeEvent(platform::EventReset::kManual);
-  UserProcess process_{runtime_, "", [this](const platform::SessionProgram&) { return Start(); }};
+  UserProcess process_{runtime_, "", "", [this](const platform::SessionProgram&) { return Start(); }};
 };
 
 TEST_F(UserProcessRules, OneThatIsKilledIsStartedAgainSoonAndOneThatEndsAtOnceMoreAndMoreRarely) {
@@ -151,7 +151,7 @@ TEST_F(UserProcessRules, OneThatIsFrozenForHoursIsLeftAloneUntilTheServiceStops)
 
 TEST(UserProcessElsewhere, ASystemWithoutAUserAgentHasNone) {
   platform::VirtualRuntime runtime;
-  EXPECT_FALSE(UserProcess(runtime, "", nullptr).Exists());
+  EXPECT_FALSE(UserProcess(runtime, "", "", nullptr).Exists());
 }
 
 }  // namespace
