@@ -85,7 +85,7 @@ class EventWindow {
   int MessageWindow();
   /// Waits at most so long for the begin of WaitExit.
   void Pause(std::chrono::milliseconds time);
-  void SignalStopEvent(const wchar_t* message);
+  void SignalStopEvent();
 
   std::intptr_t OnCreate(void* window);
   /// Whether the version is another one than at the last start; the file then holds this one.

@@ -39,10 +39,12 @@ std::optional<std::intptr_t> EventWindow::WndProc(EventWindow* pEventWindow, con
       return kDefault;
     }
     case platform::kMessageQueryEndSession:
-      window.SignalStopEvent(L"WM_QUERYENDSESSION");
+      log.d(L"EventWindow WndProc WM_QUERYENDSESSION is found!");
+      window.SignalStopEvent();
       return 1;
     case platform::kMessageEndSession:
-      window.SignalStopEvent(L"WM_ENDSESSION");
+      log.d(L"EventWindow WndProc WM_ENDSESSION is found!");
+      window.SignalStopEvent();
       return 0;
     case platform::kMessageDisplayChange: {
       const std::lock_guard lock(window.mutex_);
@@ -76,8 +78,7 @@ std::optional<std::intptr_t> EventWindow::WndProc(EventWindow* pEventWindow, con
   }
 }
 
-void EventWindow::SignalStopEvent(const wchar_t* message) {
-  log_.d(L"EventWindow WndProc %s is found!", message);
+void EventWindow::SignalStopEvent() {
   const platform::NamedEventResult stop = parts_.desktop.OpenSessionEvent(kStopEvent, platform::EventRights::kAll);
   if (stop.event != nullptr) stop.event->Set();
 }

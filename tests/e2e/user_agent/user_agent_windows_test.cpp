@@ -5,16 +5,15 @@
 #include <fstream>
 
 #include "host/event_window.h"
+#include "platform/local_desktop.h"
 #include "platform/windows/owner.h"
 #include "tests/e2e/service_under_test.h"
 
 #include <dbt.h>
-#include <tlhelp32.h>
 
 namespace TVK {
 namespace {
 
-using platform::windows::UniqueFile;
 using platform::windows::UniqueKernelHandle;
 
 /// In the process's environment, so of whoever is started for its user.
@@ -29,19 +28,19 @@ std::string DisplayPolicy(const std::string& scope, bool display = true) {
     {"id": "DAA0ED20-1EC1-42CE-9C96-BC9E81D0A146", "name": "PenEvent", "enabled": true}]})";
 }
 
-/// The process of the user agent; 0: there is none.
-DWORD AgentProcess() {
-  const UniqueFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-  PROCESSENTRY32W entry{};
-  entry.dwSize = sizeof entry;
-  for (BOOL more = Process32FirstW(snapshot.get(), &entry); more; more = Process32NextW(snapshot.get(), &entry)) {
-    if (_wcsicmp(entry.szExeFile, L"TVKUserAgent.exe") == 0) return entry.th32ProcessID;
-  }
-  return 0;
+bool AgentRuns() {
+  return platform::OpenLocalDesktop()->IsRunning(L"TVKUserAgent.exe");
 }
 
 HWND AgentWindow() {
   return FindWindowW(EventWindow::kWindowName, EventWindow::kWindowName);
+}
+
+/// The process of the user agent's window.
+DWORD AgentProcess() {
+  DWORD process = 0;
+  GetWindowThreadProcessId(AgentWindow(), &process);
+  return process;
 }
 
 class UserAgentTest : public testing::Test {
@@ -49,7 +48,7 @@ class UserAgentTest : public testing::Test {
   UserAgentTest() { std::filesystem::remove_all(AgentFolder()); }
   /// The next service must not find the agent of this one.
   ~UserAgentTest() override {
-    EXPECT_TRUE(WaitForState([] { return AgentProcess() == 0; }, kPatience));
+    EXPECT_TRUE(WaitForState([] { return !AgentRuns(); }, kPatience));
   }
 
   std::size_t CountInLog(const std::string& text) const {
@@ -58,9 +57,6 @@ class UserAgentTest : public testing::Test {
     for (std::string line; std::getline(file, line);)
       count += line.find(text) != std::string::npos;
     return count;
-  }
-  static bool WaitForAgent(ConsoleService& service, bool there = true) {
-    return service.WaitFor([&] { return (AgentProcess() != 0) == there; }, kPatience);
   }
   /// Until it follows the policy, which is the last that it begins.
   bool WaitForWindow(ConsoleService& service, std::size_t times = 1) const {
@@ -85,7 +81,7 @@ TEST_F(UserAgentTest, ThePolicyStartsItSwitchesItsDatasetsAndEndsIt) {
   ConsoleService service(folder_);
   ASSERT_TRUE(service.WaitFor(
       [&] { return folder_.CountInLog("EventManager.log", "NotificationProcessorThread Entry") == 1; }, kPatience));
-  EXPECT_EQ(AgentProcess(), 0u);
+  EXPECT_FALSE(AgentRuns());
   folder_.WritePolicy(DisplayPolicy("full"));
   ASSERT_TRUE(WaitForWindow(service));
   const auto described = [&](const wchar_t* dataset) {
@@ -103,7 +99,7 @@ TEST_F(UserAgentTest, ThePolicyStartsItSwitchesItsDatasetsAndEndsIt) {
   EXPECT_EQ(described(L"PenEvent"), 1u) << "it went on";
   EXPECT_EQ(AgentProcess(), process);
   folder_.WritePolicy(DisplayPolicy("none"));
-  EXPECT_TRUE(WaitForAgent(service, false));
+  EXPECT_TRUE(service.WaitFor([] { return !AgentRuns(); }, kPatience));
   EXPECT_TRUE(WaitForState([&] { return CountInLog("WaitExit MessageWindow thread exit") == 1; }, kPatience));
 }
 
@@ -111,7 +107,6 @@ TEST_F(UserAgentTest, MessagesOfOtherProcessesHaveTheirResults) {
   folder_.WritePolicy(DisplayPolicy("full"));
   ConsoleService service(folder_);
   ASSERT_TRUE(WaitForWindow(service));
-  EXPECT_EQ(GetWindow(AgentWindow(), GW_OWNER), nullptr);
   EXPECT_FALSE(IsWindowVisible(AgentWindow()));
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC, 0), 0u);
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_POWERSETTINGCHANGE, 0), 0u);
@@ -195,7 +190,7 @@ TEST_F(UserAgentTest, AVersionThatIsNewHereInitialisesTheDisplays) {
       ASSERT_TRUE(WaitForWindow(service));
       EXPECT_EQ(CountInLog("Logging device init: firstinvocation 1"), initialises);
     }
-    EXPECT_TRUE(WaitForState([] { return AgentProcess() == 0; }, kPatience));
+    EXPECT_TRUE(WaitForState([] { return !AgentRuns(); }, kPatience));
     if (version.empty()) version = read();
     EXPECT_FALSE(version.empty());
     EXPECT_EQ(read(), version);
