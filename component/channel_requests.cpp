@@ -77,6 +77,7 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
     case ChannelWish::kItem:
       return {recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key), {}, {}};
     case ChannelWish::kStatus:
+      return {0, {}, status_.ToJson(manager_, refusals_)};
     case ChannelWish::kEvent:
       break;
   }

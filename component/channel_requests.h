@@ -9,6 +9,7 @@
 #include "client/channel/channel_request.h"
 #include "client/channel/refusals.h"
 #include "client/policy/config_agent.h"
+#include "component/service_status.h"
 #include "core/manager_access.h"
 #include "platform/runtime.h"
 
@@ -27,9 +28,9 @@ struct ObservationQuota {
 class ChannelRequests {
  public:
   /// Everything must outlive the object.
-  ChannelRequests(const platform::Clock& clock, IConfigAgent& config, ManagerAccess& manager, Refusals& refusals,
-                  ObservationQuota quota = {})
-      : clock_(clock), config_(config), manager_(manager), refusals_(refusals), quota_(quota) {}
+  ChannelRequests(const platform::Clock& clock, IConfigAgent& config, const ServiceStatus& status,
+                  ManagerAccess& manager, Refusals& refusals, ObservationQuota quota = {})
+      : clock_(clock), config_(config), status_(status), manager_(manager), refusals_(refusals), quota_(quota) {}
 
   /// The answer to a request, both JSON; see ChannelServer::Answerer.
   std::string Answer(const platform::LocalCaller& caller, std::string_view request);
@@ -45,6 +46,7 @@ class ChannelRequests {
 
   const platform::Clock& clock_;
   IConfigAgent& config_;
+  const ServiceStatus& status_;
   ManagerAccess& manager_;
   Refusals& refusals_;
   const ObservationQuota quota_;

@@ -38,7 +38,12 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
               ? *parts.user_process
               : own_user_process_.emplace(runtime, platform::ThisProgram().parent_path(), places.channel),
           parts.region_change,
-          std::move(remarks)} {
+          std::move(remarks)},
+      status_({.runtime = runtime,
+               .tvk_info = machine_services_.tvk_info,
+               .store = store_,
+               .store_file = places.data_folder / kStoreFileName,
+               .errors = parts.errors}) {
   if (parts.region_change == nullptr) {
     device_context_monitor_.emplace(runtime, machine, machine_services_.machine_information);
   }
@@ -76,7 +81,7 @@ void Composition::FollowSystemEvents(platform::SystemEventCallback receiver, voi
 void Composition::ServeChannel(ManagerAccess* manager, const std::filesystem::path& place) {
   channel_.reset();
   if (manager == nullptr) return;
-  channel_.emplace(runtime_, manager_services_.config, *manager);
+  channel_.emplace(runtime_, manager_services_.config, status_, *manager);
   const std::string problem = channel_->Start(place);
   if (!problem.empty() && manager_services_.remarks) {
     manager_services_.remarks("no other process can reach the service: " + problem);

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -35,10 +36,11 @@ class Composition {
 
   /// What takes the place of the component's own. All of it must outlive the composition.
   struct Parts {
-    IConfigAgent* config = nullptr;            ///< Null: the policy files, which are watched.
-    const DatasetTable* datasets = nullptr;    ///< Null: every dataset of the component.
-    UserProcessAgent* user_process = nullptr;  ///< Null: the program beside this one.
-    platform::Event* region_change = nullptr;  ///< Null: the machine's settings are watched.
+    IConfigAgent* config = nullptr;                      ///< Null: the policy files, which are watched.
+    const DatasetTable* datasets = nullptr;              ///< Null: every dataset of the component.
+    UserProcessAgent* user_process = nullptr;            ///< Null: the program beside this one.
+    platform::Event* region_change = nullptr;            ///< Null: the machine's settings are watched.
+    std::shared_ptr<const LastErrors> errors = nullptr;  ///< Of the logs, for the status; null: none are told.
   };
 
   /// What Start found.
@@ -96,6 +98,7 @@ class Composition {
   std::optional<DeviceContextEventMonitor> device_context_monitor_;
   ManagerServices manager_services_;
   std::optional<SystemEventRelay> system_events_;
+  const ServiceStatus status_;
   std::optional<ServiceChannel> channel_;
 };
 

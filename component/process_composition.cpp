@@ -76,9 +76,10 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   }
   const std::string writers = platform::WarnOfWriters(places.policy_file.parent_path());
   if (!writers.empty()) Report(result, ComponentOutcome::kReady, writers);
-  SetLogBackend(MakeFileLogBackend(log_folder));
+  const auto logs = std::make_shared<LastErrors>(MakeFileLogBackend(log_folder));
+  SetLogBackend(logs);
   std::unique_ptr<ProcessComposition> process(new ProcessComposition(
-      places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, std::move(remarks)));
+      places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, logs, std::move(remarks)));
   Composition& composition = process->composition_;
   ReportStore(result, places.data_folder, composition.store());
   const Composition::Opening opening = composition.Start();

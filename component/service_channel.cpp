@@ -13,11 +13,11 @@ Log OpenLog() {
 
 }  // namespace
 
-ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, ManagerAccess& manager,
-                               ChannelLimits limits, ObservationQuota quota)
+ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, const ServiceStatus& status,
+                               ManagerAccess& manager, ChannelLimits limits, ObservationQuota quota)
     : log_(OpenLog()),
       refusals_(log_),
-      requests_(runtime.clock(), config, manager, refusals_, quota),
+      requests_(runtime.clock(), config, status, manager, refusals_, quota),
       server_(
           runtime, log_, refusals_,
           [this](const platform::LocalCaller& caller, std::string_view request) {

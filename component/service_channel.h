@@ -12,8 +12,8 @@ namespace TVK {
 class ServiceChannel {
  public:
   /// Everything must outlive the object. Opens "LocalChannel.log".
-  ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, ManagerAccess& manager, ChannelLimits limits = {},
-                 ObservationQuota quota = {});
+  ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, const ServiceStatus& status, ManagerAccess& manager,
+                 ChannelLimits limits = {}, ObservationQuota quota = {});
   ServiceChannel(const ServiceChannel&) = delete;
   ServiceChannel& operator=(const ServiceChannel&) = delete;
 

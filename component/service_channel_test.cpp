@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <sstream>
 
 #include "client/channel/channel_client.h"
 #include "component/component_datasets.h"
@@ -106,6 +109,52 @@ TEST_F(ServiceChannelTest, TellsThePolicyInForce) {
   EXPECT_FALSE(agent.GetTvkPolicy(client_policy)) << "there is none";
 }
 
+// The status of a dataset, by its name.
+Json::Value StatusOf(const Json::Value& status, const std::string& dataset) {
+  for (const Json::Value& each : status["datasets"]) {
+    if (each["name"] == dataset) return each;
+  }
+  return {};
+}
+
+TEST_F(ServiceChannelTest, TheStatusIsThatOfTheManagerAndItsStore) {
+  TelemetryPolicy policy = MakePolicy(L"enhance", {{IdOf(L"CPUEvent"), L"CPUEvent"},
+                                                   {IdOf(L"SystemBIOSEvent"), L"SystemBIOSEvent"},
+                                                   {IdOf(L"PCIe_NVMe_SelfTestResult"), L"PCIe_NVMe_SelfTestResult"}});
+  policy.datasets.front().settings = {{L"ReadUsageInterval", L"1h"}};
+  config_.SetPolicy(policy);
+  life_.Start();
+  life_.composition.ServeChannel(&life_.manager.access(), place_);
+  const auto ask = [&] {
+    Json::Value status;
+    std::istringstream(client_.Ask({.wish = ChannelWish::kStatus}).body) >> status;
+    return status;
+  };
+  // Until the monitor's thread has written its first record and begun its reports.
+  Json::Value status = ask();
+  while (!StatusOf(status, "CPUEvent").isMember("next_due"))
+    status = ask();
+  EXPECT_EQ(status["up"], true);
+  EXPECT_EQ(status["scope"], "enhance");
+  EXPECT_EQ(status["store"]["refused"], 0);
+  EXPECT_GT(status["store"]["bytes"].asUInt64(), 0u);
+  EXPECT_TRUE(status["store"].isMember("oldest_record"));
+  EXPECT_GT(status["process"]["memory_bytes"].asUInt64(), 0u);
+  const Json::Value cpu = StatusOf(status, "CPUEvent");
+  EXPECT_TRUE(cpu["runs"].asBool() && cpu["collects"].asBool());
+  EXPECT_GT(cpu["next_due"].asString(), cpu["since"].asString());
+  EXPECT_GE(cpu["last_record"].asString(), status["store"]["oldest_record"].asString());
+  const Json::Value self_test = StatusOf(status, "PCIe_NVMe_SelfTestResult");
+  EXPECT_FALSE(self_test["runs"].asBool());
+  EXPECT_EQ(self_test["why"], "scope");
+  EXPECT_EQ(StatusOf(status, "MemoryEvent")["why"], "not listed");
+  EXPECT_FALSE(StatusOf(status, "MemoryEvent").isMember("since"));
+  EXPECT_TRUE(StatusOf(status, "DeviceContext").isMember("last_record"));
+  EXPECT_EQ(status["datasets"].size(), table_.datasets().size());
+  life_.manager.Stop();
+  EXPECT_EQ(ask()["up"], false);
+}
+
 class AcceptingRecorder final : public SessionRecorder {
  public:
   int LogDatasetContext(const std::wstring&, const std::vector<ObservedDevice>&, bool) override { return 0; }
@@ -116,6 +165,7 @@ class AcceptingRecorder final : public SessionRecorder {
 class ChannelRights : public testing::Test, private ManagerAccess {
  protected:
   SessionRecorder& session_recorder() override { return recorder_; }
+  ManagerStatus Status() override { return {}; }
   int Ask(CallerKind kind, ChannelWish wish, const std::string& user = "1000") {
     const auto answer = AnswerFromJson(requests_.Answer({.kind = kind, .user = user}, ToJson(ChannelRequest{wish})));
     if (!answer) return 1;
@@ -129,12 +179,18 @@ class ChannelRights : public testing::Test, private ManagerAccess {
   SettableConfigAgent config_;
   Log log_;
   Refusals refusals_{log_};
-  ChannelRequests requests_{runtime_.clock(), config_, *this, refusals_, {.at_once = 3}};
+  const TempFolder folder_;
+  const TvkInfo tvk_info_{L""};
+  EventDataLogging store_{{.file = folder_.path() / kStoreFileName, .limits = {}}, runtime_.clock()};
+  const ServiceStatus status_{
+      {.runtime = runtime_, .tvk_info = tvk_info_, .store = store_, .store_file = folder_.path() / kStoreFileName}};
+  ChannelRequests requests_{runtime_.clock(), config_, status_, *this, refusals_, {.at_once = 3}};
 };
 
 TEST_F(ChannelRights, FollowFromWhoAsks) {
   config_.SetPolicy(TelemetryPolicy());
   config_.SetTvkPolicy(TvkPolicy());
+  EXPECT_EQ(Ask(CallerKind::kAdministrator, ChannelWish::kStatus), 0);
   for (const ChannelWish wish : {ChannelWish::kPolicy, ChannelWish::kClientPolicy, ChannelWish::kContext,
                                  ChannelWish::kInit, ChannelWish::kItem}) {
     for (const CallerKind kind : {CallerKind::kOwnAccount, CallerKind::kAdministrator, CallerKind::kInteractiveUser})

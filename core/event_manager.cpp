@@ -35,6 +35,7 @@ struct EventManager::Parts final : TVK::ManagerAccess {
             policy,   notifier,         monitors, display,     device_context};
   }
   TVK::SessionRecorder& session_recorder() override { return session_datasets; }
+  TVK::ManagerStatus Status() override;
   std::unique_ptr<EventMonitorBase> MakeApplicationEvents() const;
   /// Asks the agent for the two ids; one that throws has none.
   void ReadDeviceIds(TVK::DeviceIdAgent& agent);
@@ -106,6 +107,32 @@ std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() c
                     [&] { made = application->factory(monitor_services); });
   }
   return made;
+}
+
+TVK::ManagerStatus EventManager::Parts::Status() {
+  TVK::ManagerStatus status{.runs = initialized, .scope = policy.scope(), .datasets = {}};
+  for (const TVK::Dataset& dataset : services.datasets.datasets()) {
+    TVK::DatasetStatus& each = status.datasets.emplace_back(TVK::DatasetStatus{.dataset = &dataset});
+    const TVK::MonitorList::Entry entry = monitors.Find(dataset.row.id);
+    switch (dataset.row.rule) {
+      case TVK::DatasetRule::kApplication:
+      case TVK::DatasetRule::kDeviceContext:
+        each.runs = initialized;
+        break;
+      case TVK::DatasetRule::kUserProcess:
+        each.runs = display.Runs();
+        break;
+      default:
+        each.runs = entry != nullptr && entry->IsListed();
+    }
+    // What a filter excludes does not start, and what runs goes on.
+    using TVK::DecisionMoment;
+    each.decision = policy.Decide(dataset.row, each.runs ? DecisionMoment::kRunning : DecisionMoment::kStart);
+    if (entry == nullptr) continue;
+    each.since = entry->started_at();
+    entry->Call(L"EventManager::Status", [&](EventMonitorBase& monitor) { each.next_due = monitor.NextReport(); });
+  }
+  return status;
 }
 
 void EventManager::Parts::ReadDeviceIds(TVK::DeviceIdAgent& agent) {

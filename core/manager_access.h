@@ -1,15 +1,38 @@
 // What the local channel asks of the manager.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "client/channel/session_recorder.h"
+#include "core/dataset_decision.h"
+#include "core/dataset_table.h"
+#include "platform/clock.h"
 
 namespace TVK {
+
+/// How one dataset stands.
+struct DatasetStatus {
+  const Dataset* dataset = nullptr;  ///< Of the table.
+  DatasetDecision decision = {};     ///< By policy and scope in force: whether it is to run.
+  bool runs = false;  ///< Whether what collects it is there; one that is just starting or ending differs.
+  std::optional<platform::WallTime> since = {};        ///< When its monitor was started.
+  std::optional<platform::ElapsedTime> next_due = {};  ///< Of its report, where it makes one in an interval.
+};
+
+struct ManagerStatus {
+  bool runs = false;
+  std::wstring scope;                   ///< In force.
+  std::vector<DatasetStatus> datasets;  ///< All of the table, in its order.
+};
 
 /// Lives as long as the manager. Any thread.
 class ManagerAccess {
  public:
   /// Makes records of what the user agent observes.
   virtual SessionRecorder& session_recorder() = 0;
+  virtual ManagerStatus Status() = 0;
 
  protected:
   ~ManagerAccess() = default;

@@ -25,13 +25,20 @@ bool MonitorEntry::IsStarted() const {
   return started_;
 }
 
+std::optional<platform::WallTime> MonitorEntry::started_at() const {
+  const std::lock_guard lock(mutex_);
+  return started_at_;
+}
+
 bool MonitorEntry::Start(const wchar_t* caller) {
   const std::lock_guard lock(mutex_);
   if (started_) return true;
   if (state_ != State::kListed) return false;
-  return started_ = TVK::CallLogged(log_, {caller, row_.name}, [&] {
-           thread_ = StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
-         });
+  started_ = TVK::CallLogged(log_, {caller, row_.name}, [&] {
+    thread_ = StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
+  });
+  if (started_) started_at_ = runtime_.clock().Now();
+  return started_;
 }
 
 void MonitorEntry::RunMonitor() {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "client/log/log.h"
@@ -24,6 +25,8 @@ class MonitorEntry {
   const DatasetRow& row() const { return row_; }
   bool IsListed() const;
   bool IsStarted() const;
+  /// When its thread was started; nothing before.
+  std::optional<platform::WallTime> started_at() const;
 
   /// Starts the monitor's thread: its Initialize, then its StartMonitor. False when the system gives no thread (logged
   /// with `caller`), or the monitor is on its way out. A monitor that was started stays as it is.
@@ -58,6 +61,7 @@ class MonitorEntry {
   State state_ = State::kListed;
   int calls_ = 0;  ///< That are running.
   bool started_ = false;
+  std::optional<platform::WallTime> started_at_;
   bool returned_ = false;  ///< The main routine has.
   std::thread thread_;
 };

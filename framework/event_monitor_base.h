@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "client/log/log.h"
@@ -60,6 +61,9 @@ class EventMonitorBase {
   virtual void OnSystemEvent(const platform::SystemEvent& /*event*/) {}
   /// Reads the dataset's settings from the policy and applies them.
   virtual void ReadAndUpdateDatasetSettings() {}
+
+  /// When the monitor's report is due next; nothing where it makes none in an interval.
+  virtual std::optional<platform::ElapsedTime> NextReport() const { return std::nullopt; }
 
   /// Logs the dataset context when it changed or `new_context_needed`, and takes its id over.
   virtual void LogDatasetContext(bool /*new_context_needed*/) {}

@@ -29,6 +29,12 @@ bool IntervalReport::SetInterval(std::uint32_t milliseconds) {
   return changed || missing;
 }
 
+std::optional<platform::ElapsedTime> IntervalReport::Due() const {
+  const std::lock_guard lock(mutex_);
+  if (timer_ == nullptr || timer_->due() == platform::ElapsedTime()) return std::nullopt;
+  return timer_->due();
+}
+
 void IntervalReport::Pause() {
   const std::lock_guard lock(mutex_);
   PauseLocked();

@@ -6,6 +6,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "client/log/log.h"
@@ -35,6 +36,9 @@ class IntervalReport {
   /// Takes an interval over; true when reports are to be begun with it: it is another than before, or is long enough
   /// and no report runs, as after a Start that failed. What runs goes on until Pause.
   bool SetInterval(std::uint32_t milliseconds);
+
+  /// When the next report is due; nothing while there are none.
+  std::optional<platform::ElapsedTime> Due() const;
 
   /// Held by whoever exchanges the interval and the timer, so that one does it at a time.
   std::unique_lock<std::mutex> LockForChange() { return std::unique_lock(change_mutex_); }

@@ -43,6 +43,7 @@ class ScheduledMonitor : public DatasetMonitor {
   /// left of the interval since the last item event. An interval that cannot be used ends them, with an error line.
   /// Nothing before FollowSettings: StartMonitor reads them when it gets there.
   void ReadAndUpdateDatasetSettings() override;
+  std::optional<platform::ElapsedTime> NextReport() const override { return report_.Due(); }
 
  protected:
   /// False when the monitor is stopping, and when the system gives no event, with the line `failure` and the error.

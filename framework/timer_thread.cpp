@@ -44,11 +44,13 @@ template <typename Moment>
 void PeriodicThread::Run(Moment (platform::Clock::*now)() const, seconds period, seconds first_delay) {
   const platform::Clock& clock = runtime_.clock();
   Moment due = (clock.*now)() + first_delay;
+  due_ = due.time_since_epoch().count();
   while (runtime_.WaitUntil(*stop_, due) == platform::kWaitTimeout) {
     CallLogged(log_, name_, callback_);
     const Moment after = (clock.*now)();
     due += period;
     if (due <= after) due += period * ((after - due) / period + 1);
+    due_ = due.time_since_epoch().count();
   }
 }
 

@@ -46,6 +46,8 @@ class PeriodicThread {
   void RequestStop() { stop_->Set(); }
   /// Whether no callback runs and none will. Any thread.
   bool ended() const { return ended_; }
+  /// When the callback comes next, by the clock that was chosen; the past while it runs. Any thread.
+  std::chrono::nanoseconds due() const { return std::chrono::nanoseconds(due_); }
 
  private:
   /// `now`: Clock::Steady or Clock::Elapsed.
@@ -58,6 +60,7 @@ class PeriodicThread {
   const std::function<void()> callback_;
   const std::unique_ptr<platform::Event> stop_;
   std::atomic<bool> ended_ = false;
+  std::atomic<std::int64_t> due_ = 0;    ///< Nanoseconds of the clock.
   std::atomic<std::thread::id> own_id_;  ///< The timer's thread's; set before the first callback.
   std::mutex join_mutex_;                ///< Guards thread_.
   std::thread thread_;
@@ -78,6 +81,7 @@ class TimerThread {
   void Stop() { thread_.Stop(); }
   void RequestStop() { thread_.RequestStop(); }
   bool ended() const { return thread_.ended(); }
+  platform::ElapsedTime due() const { return platform::ElapsedTime(thread_.due()); }
 
  private:
   /// A century is as good as for ever, and leaves room to calculate with.

@@ -17,18 +17,21 @@
 #include "apps/tvkctl/inspect_smart.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/records_command.h"
+#include "apps/tvkctl/status_command.h"
 #include "client/identity/tvk_info.h"
 #include "client/machine/machine_services.h"
 #include "client/text/string.h"
 #include "component/component_datasets.h"
 #include "platform/files.h"
 #include "platform/local.h"
+#include "platform/local_channel.h"
 #include "platform/process_host.h"
 
 namespace tvkctl {
 namespace {
 
-constexpr char kDescription[] = "Shows the event records, checks and applies telemetry policies, inspects the machine.";
+constexpr char kDescription[] =
+    "Shows the event records and the service's status, checks and applies telemetry policies, inspects the machine.";
 constexpr char kFooter[] =
     "Exit codes: 0 done, 1 wrong command line, 2 wrong configuration or input (no store, a policy with mistakes, a "
     "file\n"
@@ -72,6 +75,8 @@ class Run {
     const auto interrupts = platform::InterruptWatcher::Start({.stop = [&] { stop->Set(); }, .reload = {}});
     return RunRecords(options, *runtime_, out_, errors_, stop.get());
   }
+
+  int Status() const { return RunStatus({ChannelPlace(), texts_.json}, *runtime_, out_, errors_); }
 
   int PolicyCheck() const {
     const auto machine = OpenMachine();
@@ -144,6 +149,11 @@ class Run {
   }
 
  private:
+  std::filesystem::path ChannelPlace() const {
+    if (texts_.data_folder.empty()) return platform::ChannelPlace({});
+    return platform::ChannelPlace(std::filesystem::absolute(platform::PathFromUtf8(texts_.data_folder)));
+  }
+
   std::string MachineName() const { return texts_.sysroot.empty() ? "this machine" : texts_.sysroot; }
 
   /// This machine or the recorded one; null, and a line, when there is no such folder or no way to read one.
@@ -201,6 +211,12 @@ void AddRecords(CLI::App& app, Texts& texts, Work& work) {
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"table", "json", "csv"}).description(""));
   records->callback([&work] { work = &Run::Records; });
+}
+
+void AddStatus(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const status = app.add_subcommand("status", "Say how the running service stands");
+  status->add_flag("--json", texts.json, "One JSON object");
+  status->callback([&work] { work = &Run::Status; });
 }
 
 void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
@@ -318,10 +334,12 @@ int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostrea
   app.require_subcommand(0, 1);
   app.set_version_flag("--version", "tvkctl " + TVK::String::UTF16ToUTF8(TvkInfo({}).GetVersion()));
   app.add_option("--data-dir", texts.data_folder,
-                 "Folder of the event store, which records reads; by default /var/lib/tvk, on Windows "
+                 "Folder of the event store, which records reads, and of the service, which status asks; by default "
+                 "/var/lib/tvk, on Windows "
                  "%ProgramData%\\TVK\\data")
       ->type_name("DIR");
   AddRecords(app, texts, work);
+  AddStatus(app, texts, work);
   AddPolicy(app, texts, work);
   AddInspect(app, texts, work);
   AddEventLog(app, texts, work);

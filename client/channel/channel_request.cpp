@@ -144,7 +144,11 @@ std::optional<ChannelAnswer> AnswerFromJson(std::string_view json) {
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value root;
   // The service's own words: what it sends is looked at for its form alone.
-  if (!reader->parse(json.data(), json.data() + json.size(), &root, nullptr) || !root.isObject()) return std::nullopt;
+  try {
+    if (!reader->parse(json.data(), json.data() + json.size(), &root, nullptr) || !root.isObject()) return std::nullopt;
+  } catch (const Json::Exception&) {  // nested too deep
+    return std::nullopt;
+  }
   const Json::Value result = root.get("result", Json::Value());
   const Json::Value reason = root.get("reason", "");
   const Json::Value body = root.get("body", "");

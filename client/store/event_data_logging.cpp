@@ -1,6 +1,7 @@
 #include "client/store/event_data_logging.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <mutex>
 #include <new>
@@ -56,11 +57,17 @@ class EventDataLogging::Impl {
 
   void Remember(const RecordRow& context) { contexts_.NoteWritten(context, 0); }
 
+  std::uint64_t refused() const { return refused_; }
+
   int Write(RecordRow row, std::wstring_view dataset_name) {
     QueuedRecord record(std::move(row), dataset_name);
-    if (record.row.json.size() <= kLongestRecordJson) return queue_.Write(record);
-    record.result = SQLITE_TOOBIG;
-    losses_.LogOne(record);
+    if (record.row.json.size() <= kLongestRecordJson) {
+      queue_.Write(record);
+    } else {
+      record.result = SQLITE_TOOBIG;
+      losses_.LogOne(record);
+    }
+    if (record.result != 0) ++refused_;
     return record.result;
   }
 
@@ -335,12 +342,18 @@ class EventDataLogging::Impl {
   std::mutex listener_mutex_;  ///< Guards listener_ and is held while it is called.
   RecordListener listener_;
 
+  std::atomic<std::uint64_t> refused_ = 0;
+
   CommitQueue queue_{[this](std::span<QueuedRecord* const> records) { Commit(records); }};
 };
 
 EventDataLogging::EventDataLogging(StoreOptions options, const platform::Clock& clock)
     : impl_(std::make_unique<Impl>(std::move(options), clock)) {}
 EventDataLogging::~EventDataLogging() = default;
+
+std::uint64_t EventDataLogging::refused() const {
+  return impl_->refused();
+}
 
 bool EventDataLogging::is_open() const {
   return impl_->is_open();

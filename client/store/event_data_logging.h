@@ -93,6 +93,9 @@ class EventDataLogging {
   /// set aside or that the file had been cut to nothing. Empty in most cases.
   const std::string& opening_problem() const;
 
+  /// How many records the object could not take.
+  std::uint64_t refused() const;
+
   /// 0 when the record is durable, else the reason; an error is then logged and nothing was written. A passing failure
   /// was tried twice.
   /// `state` is written in the same transaction as the event: what the event's dataset kept under this key is replaced.

@@ -1,0 +1,23 @@
+// How full the store is and how recent, for a person who asks.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace TVK {
+
+/// Times in seconds since 1970, as the store took the records.
+struct StoreSummary {
+  std::uint64_t bytes = 0;                                      ///< Of the file.
+  std::optional<std::int64_t> oldest_seconds;                   ///< The oldest record; nothing in an empty store.
+  std::map<std::string, std::int64_t> last_seconds_by_dataset;  ///< By dataset id; empty for device contexts.
+};
+
+/// Reads the store `file` on a connection of its own. Nothing, and the reason in `problem`, when that cannot be done.
+/// Any thread.
+std::optional<StoreSummary> ReadStoreSummary(const std::filesystem::path& file, std::string& problem);
+
+}  // namespace TVK
