@@ -78,10 +78,8 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
       return {recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key), {}, {}};
     case ChannelWish::kStatus:
       return {0, {}, status_.ToJson(manager_, refusals_)};
-    case ChannelWish::kEvent:
-      break;
   }
-  return Refused("this service cannot do that");
+  return Refused("there is no such wish");
 }
 
 bool ChannelRequests::TakeFromQuota(const platform::LocalCaller& caller) {

@@ -1,5 +1,6 @@
 #include "component/composition.h"
 
+#include "client/log/guarded_thread.h"
 #include "component/component_datasets.h"
 #include "platform/system_facts.h"
 #include "platform/this_program.h"
@@ -43,6 +44,7 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
                .tvk_info = machine_services_.tvk_info,
                .store = store_,
                .store_file = places.data_folder / kStoreFileName,
+               .policy_file = parts.config == nullptr ? places.policy_file : std::filesystem::path(),
                .errors = parts.errors}) {
   if (parts.region_change == nullptr) {
     device_context_monitor_.emplace(runtime, machine, machine_services_.machine_information);
@@ -81,8 +83,14 @@ void Composition::FollowSystemEvents(platform::SystemEventCallback receiver, voi
 void Composition::ServeChannel(ManagerAccess* manager, const std::filesystem::path& place) {
   channel_.reset();
   if (manager == nullptr) return;
-  channel_.emplace(runtime_, manager_services_.config, status_, *manager);
-  const std::string problem = channel_->Start(place);
+  std::string problem;
+  try {
+    channel_.emplace(runtime_, manager_services_.config, status_, *manager);
+    problem = channel_->Start(place);
+  } catch (const std::exception& failure) {
+    channel_.reset();
+    problem = FailureText(failure);
+  }
   if (!problem.empty() && manager_services_.remarks) {
     manager_services_.remarks("no other process can reach the service: " + problem);
   }

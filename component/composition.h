@@ -71,7 +71,7 @@ class Composition {
   /// `service`: see SystemEvents::Open.
   void FollowSystemEvents(platform::SystemEventCallback receiver, void* service);
   /// Lets other processes of this machine reach `manager` at `place` (see platform::ListenLocally) until `manager` is
-  /// null. That nobody can is logged, and told as a remark. Needs a real runtime.
+  /// null. That nobody can, for want of memory too, is told as a remark, and the service goes on. Needs a real runtime.
   void ServeChannel(ManagerAccess* manager, const std::filesystem::path& place = {});
   /// Reads the policy files soon. Any thread.
   void RereadPolicy();

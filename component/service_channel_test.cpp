@@ -182,8 +182,11 @@ class ChannelRights : public testing::Test, private ManagerAccess {
   const TempFolder folder_;
   const TvkInfo tvk_info_{L""};
   EventDataLogging store_{{.file = folder_.path() / kStoreFileName, .limits = {}}, runtime_.clock()};
-  const ServiceStatus status_{
-      {.runtime = runtime_, .tvk_info = tvk_info_, .store = store_, .store_file = folder_.path() / kStoreFileName}};
+  const ServiceStatus status_{{.runtime = runtime_,
+                               .tvk_info = tvk_info_,
+                               .store = store_,
+                               .store_file = folder_.path() / kStoreFileName,
+                               .policy_file = {}}};
   ChannelRequests requests_{runtime_.clock(), config_, status_, *this, refusals_, {.at_once = 3}};
 };
 
@@ -198,9 +201,8 @@ TEST_F(ChannelRights, FollowFromWhoAsks) {
     EXPECT_EQ(Ask(CallerKind::kOther, wish), SessionRecorder::kChannelFailed) << WishName(wish);
   }
   EXPECT_EQ(Refused(Refusal::kNotAllowed), 5u);
-  for (const ChannelWish wish : {ChannelWish::kStatus, ChannelWish::kEvent})
-    EXPECT_EQ(Ask(CallerKind::kInteractiveUser, wish), SessionRecorder::kChannelFailed) << WishName(wish);
-  EXPECT_EQ(Refused(Refusal::kNotAllowed), 7u);
+  EXPECT_EQ(Ask(CallerKind::kInteractiveUser, ChannelWish::kStatus), SessionRecorder::kChannelFailed);
+  EXPECT_EQ(Refused(Refusal::kNotAllowed), 6u);
   EXPECT_NE(requests_.Answer({.kind = CallerKind::kAdministrator}, "{}").find("missing"), std::string::npos);
   EXPECT_EQ(Refused(Refusal::kBroken), 1u);
 }

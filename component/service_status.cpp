@@ -7,6 +7,7 @@
 #include "client/store/store_summary.h"
 #include "client/text/record_time.h"
 #include "client/text/string.h"
+#include "platform/files.h"
 #include "platform/process_usage.h"
 
 namespace TVK {
@@ -64,6 +65,7 @@ std::string ServiceStatus::ToJson(ManagerAccess& manager, const Refusals& refusa
   value["up"] = status.runs;
   value["up_since"] = TimeValue(up_since_, clock);
   value["version"] = Utf8(sources_.tvk_info.GetVersion());
+  if (!sources_.policy_file.empty()) value["policy"] = platform::PathToUtf8(sources_.policy_file);
   value["scope"] = Utf8(status.scope);
   std::string problem;
   const std::optional<StoreSummary> store = ReadStoreSummary(sources_.store_file, problem);

@@ -23,6 +23,7 @@ class ServiceStatus {
     const TvkInfo& tvk_info;
     const EventDataLogging& store;
     const std::filesystem::path store_file;
+    const std::filesystem::path policy_file;  ///< Empty where the policy comes from no file.
     const std::shared_ptr<const LastErrors> errors = nullptr;
   };
 

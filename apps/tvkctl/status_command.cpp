@@ -32,7 +32,7 @@ std::wstring Time(const Json::Value& object, const char* key) {
 std::wstring State(const Json::Value& dataset) {
   const bool runs = dataset.get("runs", false).asBool();
   const std::wstring why = Text(dataset, "why");
-  if (runs != (why == L"runs")) return runs ? L"ends: " + why : L"does not run yet";
+  if (runs != (why == L"runs")) return runs ? L"ends: " + why : L"does not run";
   return runs && !dataset.get("collects", false).asBool() ? L"runs, collects nothing" : why;
 }
 
@@ -42,6 +42,7 @@ void WriteForPeople(const Json::Value& status, std::ostream& out) {
   std::vector<std::vector<std::wstring>> rows = {
       {L"up since", Time(status, "up_since")},
       {L"version", Text(status, "version")},
+      {L"policy", Text(status, "policy")},
       {L"scope", Text(status, "scope")},
       {L"store",
        store.isMember("problem") ? Text(store, "problem") : std::to_wstring(store["bytes"].asUInt64()) + L" bytes"},

@@ -21,7 +21,6 @@ enum class ChannelWish {
   kInit,          ///< SessionRecorder::LogDevInitEvent
   kItem,          ///< SessionRecorder::WriteItem
   kStatus,        ///< How the service stands.
-  kEvent,         ///< An application event.
 };
 
 /// What of it a wish does not need is empty.

@@ -45,7 +45,7 @@ TEST(Requests, AreReadAsTheyWereWritten) {
        .dataset_id = L"ID",
        .devices = {{L"one", {{L"Width", L"1920"}, {L"Näme", L"\"\\ \U0001F600"}}}, {L"", {}}},
        .new_context_needed = true},
-      {.wish = ChannelWish::kEvent, .item_name = L"Item", .device_key = L"key", .data = {{L"k", L""}}},
+      {.wish = ChannelWish::kItem, .item_name = L"Item", .device_key = L"key", .data = {{L"k", L""}}},
   };
   for (const ChannelRequest& request : requests) {
     std::string problem;

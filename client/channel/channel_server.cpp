@@ -78,18 +78,23 @@ void ChannelServer::End(Conversation conversation) {
   ended_->Set();
 }
 
-bool ChannelServer::TakePlace(const LocalCaller& caller) {
-  const std::lock_guard lock(mutex_);
-  std::size_t& count = of_user_[caller.user];
-  if (count >= limits_.connections_of_user) return false;
+bool ChannelServer::Place::Take(const LocalCaller& caller) {
+  const bool limited =
+      caller.kind == platform::CallerKind::kInteractiveUser || caller.kind == platform::CallerKind::kOther;
+  if (!limited || !user_.empty()) return true;
+  const std::lock_guard lock(server_.mutex_);
+  std::size_t& count = server_.of_user_[caller.user];
+  if (count >= server_.limits_.connections_of_user) return false;
+  user_ = caller.user;
   ++count;
   return true;
 }
 
-void ChannelServer::LeavePlace(const LocalCaller& caller) {
-  const std::lock_guard lock(mutex_);
-  const auto place = of_user_.find(caller.user);
-  if (--place->second == 0) of_user_.erase(place);
+ChannelServer::Place::~Place() {
+  if (user_.empty()) return;
+  const std::lock_guard lock(server_.mutex_);
+  const auto count = server_.of_user_.find(user_);
+  if (--count->second == 0) server_.of_user_.erase(count);
 }
 
 void ChannelServer::Refuse(MessageStream& stream, const char* reason) {
@@ -106,42 +111,44 @@ void ChannelServer::CountBroken(const MessageStream& stream, ChannelWait wait, c
   }
 }
 
-std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream) {
+bool ChannelServer::TakePlace(MessageStream& stream, Place& place, const LocalCaller& caller) {
+  if (place.Take(caller)) return true;
+  refusals_.Count(Refusal::kNoRoom, &caller, "too many connections of one user");
+  Refuse(stream, "too many connections of this user");
+  return false;
+}
+
+std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream, Place& place) {
+  // Where the system says it before anything was read, who says nothing takes a place of its user's, too.
+  std::optional<LocalCaller> caller = stream.Identify();
+  if (caller && !TakePlace(stream, place, *caller)) return std::nullopt;
   std::string greeting;
   const ChannelWait wait = stream.Receive(greeting, Deadline());
   if (wait != ChannelWait::kDone) {
-    CountBroken(stream, wait, nullptr);
+    CountBroken(stream, wait, caller ? &*caller : nullptr);
     return std::nullopt;
   }
-  std::optional<LocalCaller> caller = stream.Identify();
+  if (!caller) caller = stream.Identify();
   if (!caller || GreetingFromJson(greeting) != kChannelVersion) {
     const char* const reason = caller ? "another version than 1" : "the system does not say who calls";
     refusals_.Count(Refusal::kUnknown, caller ? &*caller : nullptr, reason);
     Refuse(stream, reason);
     return std::nullopt;
   }
-  return caller;
+  return TakePlace(stream, place, *caller) ? caller : std::nullopt;
 }
 
 void ChannelServer::Converse(MessageStream& stream) {
-  const std::optional<LocalCaller> caller = Greet(stream);
+  Place place(*this);
+  const std::optional<LocalCaller> caller = Greet(stream, place);
   if (!caller) return;
-  const bool limited =
-      caller->kind == platform::CallerKind::kInteractiveUser || caller->kind == platform::CallerKind::kOther;
-  if (limited && !TakePlace(*caller)) {
-    refusals_.Count(Refusal::kNoRoom, &*caller, "too many connections of one user");
-    return Refuse(stream, "too many connections of this user");
+  ChannelWait wait = stream.Send(GreetingToJson(), Deadline());
+  std::string request;
+  while (wait == ChannelWait::kDone) {
+    wait = stream.Receive(request, Deadline());
+    if (wait == ChannelWait::kDone) wait = stream.Send(answerer_(*caller, request), Deadline());
   }
-  CallLogged(log_, L"ChannelServer::Answer", [&] {
-    ChannelWait wait = stream.Send(GreetingToJson(), Deadline());
-    std::string request;
-    while (wait == ChannelWait::kDone) {
-      wait = stream.Receive(request, Deadline());
-      if (wait == ChannelWait::kDone) wait = stream.Send(answerer_(*caller, request), Deadline());
-    }
-    CountBroken(stream, wait, &*caller);
-  });
-  if (limited) LeavePlace(*caller);
+  CountBroken(stream, wait, &*caller);
 }
 
 }  // namespace TVK

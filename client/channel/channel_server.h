@@ -44,13 +44,28 @@ class ChannelServer {
  private:
   using Conversation = std::uint64_t;
 
+  /// A place among the connections of a user who is limited; given back by the destructor.
+  class Place {
+   public:
+    explicit Place(ChannelServer& server) : server_(server) {}
+    ~Place();
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    /// False when the caller's user has no place left. True also for one who is not limited, or has a place.
+    bool Take(const platform::LocalCaller& caller);
+
+   private:
+    ChannelServer& server_;
+    std::string user_;  ///< Whose place it is; empty: none is taken.
+  };
+
   void Listen();
   void Admit(std::unique_ptr<platform::LocalConnection> connection);
   void Converse(MessageStream& stream);
-  /// The caller, counted among the connections of its user; nothing when it was refused.
-  std::optional<platform::LocalCaller> Greet(MessageStream& stream);
-  bool TakePlace(const platform::LocalCaller& caller);
-  void LeavePlace(const platform::LocalCaller& caller);
+  /// The caller, who has a place; nothing when it was refused.
+  std::optional<platform::LocalCaller> Greet(MessageStream& stream, Place& place);
+  bool TakePlace(MessageStream& stream, Place& place, const platform::LocalCaller& caller);
   void Refuse(MessageStream& stream, const char* reason);
   void CountBroken(const MessageStream& stream, platform::ChannelWait wait, const platform::LocalCaller* caller);
   platform::SteadyTime Deadline() const { return runtime_.clock().Steady() + limits_.patience; }

@@ -21,11 +21,9 @@ ProcessUsage ReadProcessUsage() {
   if (GetProcessTimes(GetCurrentProcess(), &begin, &end, &kernel, &user)) {
     usage.processor_time = std::chrono::floor<std::chrono::milliseconds>(Time(kernel) + Time(user));
   }
-  PROCESS_MEMORY_COUNTERS_EX memory{};
-  if (K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory),
-                              sizeof memory)) {
-    usage.memory_bytes = memory.PrivateUsage;
-  }
+  // The commit charge: what the process has for itself, in memory or paged out.
+  PROCESS_MEMORY_COUNTERS memory{};
+  if (K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory)) usage.memory_bytes = memory.PagefileUsage;
   return usage;
 }
 

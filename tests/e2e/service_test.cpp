@@ -47,6 +47,29 @@ TEST(Service, FirstStartDescribesTheMachineAndTheSecondAddsNothing) {
   EXPECT_EQ(CountCpuItems(folder, "DeviceInit"), 1u) << "a device is initialised once";
 }
 
+TEST(Service, TellsItsStatusAndOneThatIsGoneTellsNone) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  const auto status = [&](std::vector<std::string>& lines) {
+    ChildProcess tvkctl(ProgramBeside("tvkctl"), {"status", "--data-dir", platform::PathToUtf8(folder.data())});
+    const std::optional<int> exit_code = tvkctl.WaitForEnd(kPatience);
+    lines = tvkctl.Lines();
+    return exit_code;
+  };
+  std::vector<std::string> lines;
+  EXPECT_EQ(status(lines), 3) << "not started";
+  for (int life = 0; life < 2; ++life) {
+    // The second one finds what the killed one left.
+    ConsoleService service(folder);
+    ASSERT_TRUE(service.WaitFor([&] { return status(lines) == 0; }, kPatience));
+    EXPECT_EQ(CountLines(lines, "CPUEvent"), 1u);
+    EXPECT_EQ(CountLines(lines, "full"), 1u);
+    service.Ask(ChildRequest::kKill);
+    service.WaitForEnd(kPatience);
+    EXPECT_EQ(status(lines), 3) << "killed";
+  }
+}
+
 TEST(Service, EndsByItselfWhenItsTimeIsOver) {
   const ServiceFolder folder;
   folder.WritePolicy(CpuPolicy("full"));
