@@ -83,8 +83,6 @@ class WindowsEventLogReader final : public EventLogReader {
 
   /// 0, or why nothing can be read.
   DWORD Open(const std::vector<ChannelQuery>& queries) {
-    DWORD error = renderer_.Open(settings_.value_paths);
-    if (error != 0) return error;
     if (const auto places = PlacesOf(settings_.bookmark)) {
       places_ = *places;
     } else {
@@ -92,11 +90,12 @@ class WindowsEventLogReader final : public EventLogReader {
     }
     for (const ChannelQuery& query : queries) {
       Part& part = parts_.emplace_back(Part{.channel = query.channel, .query = WideFromUtf8(query.text)});
-      error = Subscribe(part);
+      const DWORD error = Subscribe(part);
       if (IsUnsupported(error) && !part.subscription) return ERROR_CALL_NOT_IMPLEMENTED;
       if (error != 0) GiveUp(part, error);
     }
-    return 0;
+    // Behind the first subscription: a system without event logs may have no such call at all (Wine 8 ends the process).
+    return renderer_.Open(settings_.value_paths);
   }
 
   Waitable& news() override { return news_; }
