@@ -35,8 +35,9 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
           machine_services_.hard_disks,
           machine_services_.batteries,
           parts.datasets != nullptr ? *parts.datasets : *own_datasets_,
-          parts.user_process != nullptr ? *parts.user_process
-                                        : own_user_process_.emplace(runtime, platform::ThisProgram().parent_path()),
+          parts.user_process != nullptr
+              ? *parts.user_process
+              : own_user_process_.emplace(runtime, platform::ThisProgram().parent_path(), places.channel),
           parts.region_change,
           std::move(remarks)},
       status_({.runtime = runtime,

@@ -28,6 +28,8 @@ class Composition {
   struct Places {
     std::filesystem::path data_folder;  ///< Of the store and of the copies of the last good policies.
     std::filesystem::path policy_file;  ///< The client policy lies beside it.
+    /// Where other processes reach the service; see platform::ListenLocally.
+    std::filesystem::path channel = {};
 
     std::filesystem::path tvk_policy_file() const { return policy_file.parent_path() / "client-policy.json"; }
   };

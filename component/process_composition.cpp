@@ -58,6 +58,7 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   places.data_folder = OrDefault(options.data_folder, defaults.data_folder);
   // A host that has its own data folder is another installation: it keeps its logs and its events to itself.
   const bool own = !options.data_folder.empty();
+  places.channel = platform::ChannelPlace(own ? places.data_folder : std::filesystem::path());
   const std::filesystem::path log_folder =
       OrDefault(options.log_folder, own ? places.data_folder / "log" : defaults.log_folder);
   const std::filesystem::path sysroot = OrDefault(options.sysroot, "/");
@@ -78,8 +79,7 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   const auto logs = std::make_shared<LastErrors>(MakeFileLogBackend(log_folder));
   SetLogBackend(logs);
   std::unique_ptr<ProcessComposition> process(new ProcessComposition(
-      places, own ? places.data_folder / "run" : defaults.named_event_folder,
-      platform::ChannelPlace(own ? places.data_folder : std::filesystem::path()), sysroot, logs, std::move(remarks)));
+      places, own ? places.data_folder / "run" : defaults.named_event_folder, sysroot, logs, std::move(remarks)));
   Composition& composition = process->composition_;
   ReportStore(result, places.data_folder, composition.store());
   const Composition::Opening opening = composition.Start();

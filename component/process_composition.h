@@ -23,9 +23,9 @@ class ProcessComposition {
 
  private:
   ProcessComposition(const Composition::Places& places, const std::filesystem::path& named_event_folder,
-                     const std::filesystem::path& channel_place, const std::filesystem::path& sysroot,
-                     std::shared_ptr<const LastErrors> errors, RemarkObserver remarks)
-      : channel_place_(channel_place),
+                     const std::filesystem::path& sysroot, std::shared_ptr<const LastErrors> errors,
+                     RemarkObserver remarks)
+      : channel_place_(places.channel),
         runtime_(platform::MakeRealRuntime({.named_event_folder = named_event_folder})),
         machine_(platform::OpenLocalMachine({.sysroot = sysroot}, runtime_->clock())),
         composition_(*runtime_, *machine_, places, {.errors = std::move(errors)}, std::move(remarks)) {}

@@ -5,6 +5,10 @@
 namespace TVK {
 
 void DisplayProcess::Start(const wchar_t* caller, bool device_path_changed) {
+  if (!agent_.Exists()) {
+    if (!told_absent_.exchange(true)) log_.i(L"%s is collected in user sessions of Windows only", L"DisplayEvent");
+    return;
+  }
   const auto stop = notifier_.wake_ups().stop;
   if (stop == nullptr) {
     log_.e(L"%s: _hStopEvent is NULL", caller);

@@ -23,8 +23,8 @@ class DisplayProcess {
         datasets_(datasets),
         dataset_(datasets.FindByRule(DatasetRule::kUserProcess)) {}
 
-  /// Starts the process, or sees to it that it runs; logged with `caller`. `device_path_changed`: one that runs already
-  /// is told of a change of the device path.
+  /// Starts the process, or sees to it that it runs, where this system has user agents; logged with `caller`.
+  /// `device_path_changed`: one that runs already is told of a change of the device path.
   void Start(const wchar_t* caller, bool device_path_changed);
 
   /// Whether the process is there now.
@@ -46,6 +46,7 @@ class DisplayProcess {
   const DatasetTable& datasets_;
   const Dataset* const dataset_;  ///< The display dataset; null where there is none.
   std::atomic<bool> started_ = false;
+  std::atomic<bool> told_absent_ = false;  ///< That this system has no user agent.
 };
 
 }  // namespace TVK

@@ -15,12 +15,15 @@ class UserProcessAgent {
  public:
   virtual ~UserProcessAgent() = default;
 
+  /// Whether this system has a user agent at all; where it has none, nothing else may be called. Constant.
+  virtual bool Exists() const { return true; }
+
   /// Whether the display dataset is collected in the user's session.
   virtual void SetDataSetEnable(bool enable) = 0;
 
   /// Starts the process, or sees to it that it runs. `stop_event`: the manager's; no start is tried once it is set.
-  /// `wait_for_user`: start it at each logon that finds it ended, so also when nobody is logged on yet. False, with the
-  /// reason logged, when it cannot be started.
+  /// `wait_for_user`: start it again when it ends by itself, and at each logon that finds it ended, so also when nobody
+  /// is logged on yet. False, with the reason logged, when it cannot be started.
   virtual bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) = 0;
 
   /// Whether the process is there now: false also when it ended by itself or waits for a logon.

@@ -25,6 +25,8 @@ class SessionRecorder {
  public:
   /// The service is not there, has no room for another caller, or refused this one.
   static constexpr int kChannelFailed = -3;
+  /// DatasetMonitor's: no such item, or a device that was not described.
+  static constexpr int kNotDescribed = -1;
 
   virtual ~SessionRecorder() = default;
 

@@ -120,7 +120,7 @@ TEST(PolicyDocumentTest, DefaultFilesHaveNoProblems) {
   const PolicyDocument policy = ParseTelemetryPolicy(FileText("policy.default.json"));
   EXPECT_EQ(Describe(policy.problems), "");
   ASSERT_TRUE(policy.policy);
-  EXPECT_EQ(policy.policy->datasets.size(), 23u);
+  EXPECT_EQ(policy.policy->datasets.size(), 24u);
   const TvkPolicyDocument client = ParseTvkPolicy(FileText("client-policy.default.json"));
   ASSERT_TRUE(client.policy);
   EXPECT_EQ(*client.policy, TvkPolicy());

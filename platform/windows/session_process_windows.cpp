@@ -1,9 +1,8 @@
 #include "platform/windows/session_process_windows.h"
 
-#include <algorithm>
-
 #include "platform/files.h"
 #include "platform/windows/command_line.h"
+#include "platform/windows/kernel_object.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
 #include "platform/windows/user_session.h"
@@ -12,18 +11,21 @@ namespace platform {
 namespace windows {
 namespace {
 
+class ProcessEnd final : public Waitable, public KernelObject {
+ public:
+  explicit ProcessEnd(HANDLE process) : KernelObject(UniqueKernelHandle(process)) {}
+};
+
 class WindowsSessionProcess final : public SessionProcess {
  public:
-  explicit WindowsSessionProcess(HANDLE process) : process_(process) {}
+  explicit WindowsSessionProcess(HANDLE process) : end_(process) {}
 
-  bool WaitForEnd(milliseconds timeout) override {
-    const auto limit = static_cast<DWORD>(std::clamp<std::int64_t>(timeout.count(), 0, INFINITE - 1));
-    return WaitForSingleObject(process_.get(), limit) == WAIT_OBJECT_0;
-  }
-  void Kill(std::uint32_t exit_code) override { TerminateProcess(process_.get(), exit_code); }
+  Waitable& end() override { return end_; }
+  bool HasEnded() override { return WaitForSingleObject(end_.handle(), 0) == WAIT_OBJECT_0; }
+  void Kill(std::uint32_t exit_code) override { TerminateProcess(end_.handle(), exit_code); }
 
  private:
-  UniqueKernelHandle process_;
+  ProcessEnd end_;
 };
 
 SessionProcessStart Failure(const std::filesystem::path& program, std::string_view call) {
@@ -32,49 +34,74 @@ SessionProcessStart Failure(const std::filesystem::path& program, std::string_vi
 
 SessionProcessStart Success(const PROCESS_INFORMATION& started) {
   CloseHandle(started.hThread);
-  return {std::make_unique<WindowsSessionProcess>(started.hProcess), false, {}};
+  DWORD session = kNoSession;
+  ProcessIdToSessionId(started.dwProcessId, &session);
+  return {std::make_unique<WindowsSessionProcess>(started.hProcess), false, {}, session};
 }
 
-SessionProcessStart StartAsChild(const std::filesystem::path& program, const std::vector<std::wstring>& arguments) {
-  std::wstring line = CommandLine(program.native(), arguments);
+SessionProcessStart StartAsChild(const SessionProgram& program) {
+  std::wstring line = CommandLine(program.program.native(), program.arguments);
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION started{};
-  return CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started)
+  return CreateProcessW(program.program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &started)
              ? Success(started)
-             : Failure(program, "CreateProcess");
+             : Failure(program.program, "CreateProcess");
+}
+
+SessionProcessStart StartForUser(const SessionProgram& program) {
+  UniqueKernelHandle user;
+  if (OpenUserToken(LocalSessions(), user) == ERROR_SUCCESS) return StartAsUser(user, program);
+  // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
+  if (RunsAsSystem()) return {nullptr, true, PathToUtf8(program.program.filename()) + ": nobody is logged on"};
+  return StartAsChild(program);
 }
 
 }  // namespace
 
-SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const std::filesystem::path& program,
-                                const std::vector<std::wstring>& arguments, const UserProcessCalls& calls) {
+DWORD GiveEventTo(const std::string& sid, const std::wstring& event) {
+  const UniqueKernelHandle opened(OpenEventW(WRITE_DAC, FALSE, event.c_str()));
+  if (!opened) return GetLastError();
+  std::string list = "D:P";
+  for (const std::string& holder : {std::string("SY"), std::string("BA"), ProcessUserSid(), sid}) {
+    if (!holder.empty()) list += "(A;;0x1f0003;;;" + holder + ")";  // EVENT_ALL_ACCESS
+  }
+  SecurityAttributes security(list);
+  if (!security.ok()) return GetLastError();
+  return SetKernelObjectSecurity(opened.get(), DACL_SECURITY_INFORMATION, security.get()->lpSecurityDescriptor)
+             ? ERROR_SUCCESS
+             : GetLastError();
+}
+
+SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const SessionProgram& program,
+                                const UserProcessCalls& calls) {
+  if (!program.event.empty()) {
+    if (const DWORD error = GiveEventTo(UserSid(token.get()), program.event); error != ERROR_SUCCESS) {
+      SetLastError(error);
+      return Failure(program.program, "SetKernelObjectSecurity");
+    }
+  }
   void* block = nullptr;
-  if (!calls.create_environment(&block, token.get(), FALSE)) return Failure(program, "CreateEnvironmentBlock");
+  if (!calls.create_environment(&block, token.get(), FALSE)) return Failure(program.program, "CreateEnvironmentBlock");
   const std::unique_ptr<void, decltype(calls.destroy_environment)> environment(block, calls.destroy_environment);
-  std::wstring line = CommandLine(program.native(), arguments);
+  std::wstring line = CommandLine(program.program.native(), program.arguments);
   std::wstring desktop = L"winsta0\\default";  // without one it would have the service's, which nobody sees
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   startup.lpDesktop = desktop.data();
   PROCESS_INFORMATION started{};
   // No handles: they do not go from one session to another.
-  return calls.create_process(token.get(), program.c_str(), line.data(), nullptr, nullptr, FALSE,
+  return calls.create_process(token.get(), program.program.c_str(), line.data(), nullptr, nullptr, FALSE,
                               CREATE_UNICODE_ENVIRONMENT, block, nullptr, &startup, &started)
              ? Success(started)
-             : Failure(program, "CreateProcessAsUser");
+             : Failure(program.program, "CreateProcessAsUser");
 }
 
 }  // namespace windows
 
-SessionProcessStart StartInUserSession(const std::filesystem::path& program,
-                                       const std::vector<std::wstring>& arguments) {
-  windows::UniqueKernelHandle user;
-  if (windows::OpenUserToken(windows::LocalSessions(), user) == ERROR_SUCCESS)
-    return windows::StartAsUser(user, program, arguments);
-  // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
-  if (windows::RunsAsSystem()) return {nullptr, true, PathToUtf8(program.filename()) + ": nobody is logged on"};
-  return windows::StartAsChild(program, arguments);
+SessionProgramStarter LocalSessionProgramStarter() {
+  return windows::StartForUser;
 }
 
 }  // namespace platform

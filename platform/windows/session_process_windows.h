@@ -1,9 +1,7 @@
 // Starting a program with the token of another session's user.
 #pragma once
 
-#include <filesystem>
 #include <string>
-#include <vector>
 
 #include "platform/session_process.h"
 #include "platform/windows/owner.h"
@@ -19,9 +17,14 @@ struct UserProcessCalls {
   decltype(&CreateProcessAsUserW) create_process = CreateProcessAsUserW;
 };
 
-/// Starts `program` (an absolute path) as the user of `token`, on that one's desktop and in that one's environment.
-/// Without that environment nothing is started: the process would have the service's, with the system's folders in it.
-SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const std::filesystem::path& program,
-                                const std::vector<std::wstring>& arguments, const UserProcessCalls& calls = {});
+/// Starts a program as the user of `token`, on that one's desktop and in that one's environment. Without that
+/// environment nothing is started: the process would have the service's, with the system's folders in it.
+SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const SessionProgram& program,
+                                const UserProcessCalls& calls = {});
+
+/// Gives the account with this security identifier every right to an event that this account made and holds, beside the
+/// system, the administrators and itself, who have it, and takes it from everybody else. Returns 0 or the system's
+/// error.
+DWORD GiveEventTo(const std::string& sid, const std::wstring& event);
 
 }  // namespace platform::windows

@@ -1,6 +1,11 @@
 #include "platform/windows/session_process_windows.h"
 
+#include <aclapi.h>
 #include <gtest/gtest.h>
+#include <sddl.h>
+
+#include "platform/local.h"
+#include "platform/windows/text.h"
 
 namespace platform::windows {
 namespace {
@@ -50,14 +55,15 @@ TEST(StartAsUser, GivesTheUsersDesktopAndEnvironmentOrStartsNothing) {
   const UniqueKernelHandle token(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   const std::filesystem::path program = L"C:\\Program Files\\Tvk\\Agent.exe";
   const SessionProcessStart refused =
-      StartAsUser(token, program, {}, {.create_environment = Refuse, .create_process = Start});
+      StartAsUser(token, {.program = program}, {.create_environment = Refuse, .create_process = Start});
   EXPECT_EQ(refused.process, nullptr);
   EXPECT_NE(refused.problem.find("CreateEnvironmentBlock"), std::string::npos) << refused.problem;
   EXPECT_EQ(asked.processes, 0);
 
-  const SessionProcessStart started = StartAsUser(token, program, {L"a b"}, {Give, TakeBack, Start});
+  const SessionProcessStart started =
+      StartAsUser(token, {.program = program, .arguments = {L"a b"}}, {Give, TakeBack, Start});
   ASSERT_NE(started.process, nullptr) << started.problem;
-  EXPECT_TRUE(started.process->WaitForEnd(std::chrono::milliseconds(0)));
+  EXPECT_EQ(MakeRealRuntime({})->Wait(started.process->end(), std::chrono::milliseconds(0)), 0u);
   EXPECT_EQ(asked.open_environments, 0);
   EXPECT_EQ(asked.program, program.native()) << "without it the first blank would end the program's name";
   EXPECT_EQ(asked.line, L"\"C:\\Program Files\\Tvk\\Agent.exe\" \"a b\"");
@@ -65,6 +71,28 @@ TEST(StartAsUser, GivesTheUsersDesktopAndEnvironmentOrStartsNothing) {
   EXPECT_EQ(asked.flags, static_cast<DWORD>(CREATE_UNICODE_ENVIRONMENT));
   EXPECT_FALSE(asked.inherit);
   EXPECT_EQ(asked.environment, block_of_the_user);
+}
+
+TEST(GiveEventTo, LetsOneAccountHaveEveryRight) {
+  const auto runtime = MakeRealRuntime({});
+  constexpr wchar_t kName[] = L"Global\\TvkGivenEvent";
+  constexpr char kSomebody[] = "S-1-5-21-1-2-3-1001";
+  EXPECT_EQ(GiveEventTo(kSomebody, kName), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+  const auto event = runtime->MakeNamedEvent(kName, EventReset::kManual, false, EventAccess::kServiceOnly).event;
+  EXPECT_EQ(GiveEventTo("nobody", kName), static_cast<DWORD>(ERROR_INVALID_SID));
+  EXPECT_EQ(GiveEventTo(kSomebody, kName), static_cast<DWORD>(ERROR_SUCCESS));
+  const UniqueKernelHandle own(OpenEventW(EVENT_ALL_ACCESS, FALSE, kName));
+  ASSERT_TRUE(own) << "this account keeps its own";
+  PSECURITY_DESCRIPTOR list = nullptr;
+  ASSERT_EQ(GetSecurityInfo(own.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr, nullptr,
+                            &list),
+            static_cast<DWORD>(ERROR_SUCCESS));
+  const UniqueLocalMemory list_owner(list);
+  wchar_t* text = nullptr;
+  ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(list, SDDL_REVISION_1, DACL_SECURITY_INFORMATION,
+                                                                   &text, nullptr));
+  const UniqueLocalMemory text_owner(text);
+  EXPECT_NE(std::wstring(text).find(L"(A;;0x1f0003;;;S-1-5-21-1-2-3-1001)"), std::wstring::npos) << Utf8FromWide(text);
 }
 
 }  // namespace

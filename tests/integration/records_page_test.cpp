@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -18,8 +19,12 @@
 #include "client/text/string.h"
 #include "component/component_datasets.h"
 #include "framework/dataset_monitor.h"
+#include "monitors/session/display_facts.h"
+#include "monitors/session/display_user_agent.h"
+#include "monitors/session/pen_event_monitor.h"
 #include "monitors/storage/smart_names.h"
 #include "platform/simulated/simulated_batteries.h"
+#include "platform/simulated/simulated_desktop.h"
 #include "platform/simulated/simulated_drives.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_firmware.h"
@@ -216,6 +221,73 @@ void Live(MonitorWorld& world, const DatasetTable& table, Lists& lists, Names& u
   }
 }
 
+/// Lists what the user agent gives to the service.
+class ListingRecorder final : public SessionRecorder {
+ public:
+  ListingRecorder(Lists& lists, Names& unwritten) : lists_(lists), unwritten_(unwritten) {}
+
+  int LogDatasetContext(const std::wstring& dataset_id, const std::vector<ObservedDevice>& devices,
+                        bool /*new_context_needed*/) override {
+    for (const ObservedDevice& device : devices)
+      AddKeys(device.facts, lists_[NameOf(dataset_id) + "/key"]);
+    return 0;
+  }
+  int LogDevInitEvent(const std::wstring& /*dataset_id*/) override { return 0; }
+  int WriteItem(const std::wstring& dataset_id, const std::wstring& item_name, const ItemData& data,
+                const std::wstring& /*device_key*/) override {
+    AddKeys(data, lists_[NameOf(dataset_id) + "/key"]);
+    const auto& items = dataset_id == kPenRow.id ? PenItems() : DisplayItems();
+    unwritten_.erase(Utf8(item_name + L' ' + items.at(item_name)));
+    return 0;
+  }
+
+ private:
+  static std::string NameOf(const std::wstring& id) { return Utf8(id == kPenRow.id ? kPenRow.name : kDisplayRow.name); }
+
+  Lists& lists_;
+  Names& unwritten_;
+};
+
+/// A display that tells everything of itself changes, and is touched.
+void UseSession(Lists& lists, Names& unwritten) {
+  platform::VirtualRuntime runtime;
+  platform::SimulatedDesktop desktop(runtime);
+  ListingRecorder recorder(lists, unwritten);
+  SessionWriter writer(runtime);
+  DisplayUserAgent displays(runtime, desktop, recorder, writer);
+  PenEventMonitor pen(runtime, desktop, recorder, writer);
+  std::vector<std::uint8_t> edid(128);
+  std::fill(edid.begin() + 1, edid.begin() + 7, std::uint8_t{0xFF});
+  edid[8] = 0x10;
+  edid[9] = 0xAC;
+  edid[12] = edid[17] = 1;
+  edid[0x36 + 3] = 0xFC;
+  edid[0x36 + 5] = 'X';
+  edid[127] = static_cast<std::uint8_t>(-std::accumulate(edid.begin(), edid.end(), 0));
+  desktop.Change([&](auto& session) {
+    session.displays.front().edid = edid;
+    session.digitizers = {.pen = true, .touch = true, .touch_contacts = 10};
+    session.input = platform::DigitizerKind::kPen;
+  });
+  displays.LogDatasetContext(true);
+  runtime.Settle();
+  displays.ResolutionChange(32, 1);
+  const auto tell = [&](std::initializer_list<std::uint8_t> guid, std::uint8_t value) {
+    desktop.Change([&](auto& session) {
+      session.message_data = guid;
+      session.message_data.insert(session.message_data.end(), {4, 0, 0, 0, value, 0, 0, 0});
+    });
+    displays.PowerEventCallBack(platform::kPowerSettingChange, 1);
+  };
+  for (const std::uint8_t value : {std::uint8_t{1}, std::uint8_t{2}}) {
+    tell({0x56, 0x95, 0xE6, 0x6F, 0x4A, 0x70, 0xA0, 0x47, 0x8F, 0x24, 0xC2, 0x8D, 0x93, 0x6F, 0xDA, 0x47}, value);
+    tell({0xC6, 0xE2, 0xFE, 0x8F, 0x01, 0x2D, 0xB5, 0x46, 0xAD, 0xB9, 0x39, 0x8A, 0xDD, 0xC5, 0xB4, 0xFF}, value);
+  }
+  pen.Register(nullptr);
+  pen.OnInput(nullptr, 0, 0);
+  runtime.AdvanceBy(1h);
+}
+
 /// An NVMe drive and a SATA drive whose self-tests end at once; an attribute of the second is at its threshold.
 std::vector<platform::SimulatedDrive> TestedDrives() {
   using platform::DriveAnswer;
@@ -291,6 +363,7 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   world.machine.firmware().SetSmbios(table.Add(MemoryDevice({.handle = 0x1101})).End().Rsmb());
   Live(world, datasets, lists, unwritten);
 
+  UseSession(lists, unwritten);
   // One machine has no drives with all of them.
   for (const auto& [dataset, names] :
        {std::pair("SATA_SSD_SMARTEvent/key", &kSataSmartNames), {"SMARTEvent/key", &kGenericSmartNames}}) {

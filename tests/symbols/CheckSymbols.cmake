@@ -25,6 +25,13 @@ string(REGEX MATCHALL "[^\n]+" _exports "${_listed}")
 # EventManager and TVK::Component: operations and members, virtual table and type. Nothing of the manager's parts.
 set(_foreign ${_exports})
 list(FILTER _foreign EXCLUDE REGEX "^_ZNK?(12EventManager|3TVK9Component)|^_ZT[ISV]12EventManager$")
+if(OBJDUMP)
+  # The user agent's, which is on Windows alone.
+  list(FILTER _foreign EXCLUDE REGEX "^CreateEventWindow$|^_ZN3TVK9UserAgent")
+  if(NOT CreateEventWindow IN_LIST _exports)
+    message(SEND_ERROR "not exported: CreateEventWindow")
+  endif()
+endif()
 set(_parts ${_exports})
 list(FILTER _parts INCLUDE REGEX "12EventManager5Parts")
 list(APPEND _foreign ${_parts})

@@ -26,7 +26,7 @@ class UserProcessTest : public testing::Test {
 }  // namespace
 
 TEST_F(UserProcessTest, StartsTheUserAgentAndEndsItThroughItsStopEvent) {
-  UserProcess process(*runtime_, folder_.path());
+  UserProcess process(*runtime_, folder_.path(), {});
   process.SetDataSetEnable(true);
   for (int round = 0; round < 2; ++round) {
     SCOPED_TRACE(round);
@@ -42,7 +42,7 @@ TEST_F(UserProcessTest, StartsTheUserAgentAndEndsItThroughItsStopEvent) {
 }
 
 TEST_F(UserProcessTest, EachLogonStartsTheUserAgentThatEndedWithTheSessionBefore) {
-  UserProcess process(*runtime_, folder_.path());
+  UserProcess process(*runtime_, folder_.path(), {});
   process.SetDataSetEnable(true);
   ASSERT_TRUE(process.StartUserProcess(*stop_, true));
   ASSERT_TRUE(WaitForState([&] { return Left("running"); }, std::chrono::seconds(20)));
@@ -56,12 +56,12 @@ TEST_F(UserProcessTest, EachLogonStartsTheUserAgentThatEndedWithTheSessionBefore
 }
 
 TEST_F(UserProcessTest, NothingIsStartedOnceTheManagerStopsOrWithoutTheProgram) {
-  UserProcess process(*runtime_, folder_.path());
+  UserProcess process(*runtime_, folder_.path(), {});
   stop_->Set();
   EXPECT_FALSE(process.StartUserProcess(*stop_, true));
   EXPECT_FALSE(Left("running"));
   stop_->Reset();
-  UserProcess without(*runtime_, folder_.path() / "missing");
+  UserProcess without(*runtime_, folder_.path() / "missing", {});
   EXPECT_FALSE(without.StartUserProcess(*stop_, false));
   without.StopUserProcess(1);
 }

@@ -1,0 +1,80 @@
+#include "tvk/user_agent.h"
+
+#include <atomic>
+#include <system_error>
+
+#include "client/channel/channel_client.h"
+#include "client/identity/machine_information.h"
+#include "client/identity/tvk_info.h"
+#include "client/log/guarded_thread.h"
+#include "host/event_window.h"
+#include "platform/local.h"
+#include "platform/local_desktop.h"
+
+namespace {
+
+std::filesystem::path& ServicePlace() {
+  static std::filesystem::path place;
+  return place;
+}
+
+TVK::Log OpenLog(const wchar_t* name) {
+  TVK::Log log;
+  TVK::utility::InitLog(log, name, 4);
+  return log;
+}
+
+/// The services of the process's event window, joined. Made in the order in which its members depend on each other.
+class Agent {
+ public:
+  explicit Agent(const std::filesystem::path& data_folder)
+      : window_({.runtime = *runtime_,
+                 .desktop = *desktop_,
+                 .config_policy_agent = &policies_,
+                 .device = [this] { return EligibilityFilter(machine_information_.traits()); },
+                 .make_display =
+                     [this] { return std::make_unique<DisplayUserAgent>(*runtime_, *desktop_, recorder_, writer_); },
+                 .pen_monitor = [this] { return &pen_monitor_; },
+                 .version = TvkInfo({}).GetVersion(),
+                 .data_folder = data_folder}) {}
+
+  void Run() { window_.Create(); }
+
+ private:
+  const std::unique_ptr<platform::Runtime> runtime_ = platform::MakeRealRuntime({});
+  const std::unique_ptr<platform::Desktop> desktop_ = platform::OpenLocalDesktop();
+  const std::unique_ptr<platform::Machine> machine_ = platform::OpenLocalMachine({}, runtime_->clock());
+  const MachineInformation machine_information_{*machine_, runtime_->clock()};
+  const TVK::Log log_ = OpenLog(L"LocalChannel.log");
+  // One for the policy, which must not wait for records.
+  TVK::ChannelClient policy_channel_{*runtime_, ServicePlace()};
+  TVK::ChannelClient record_channel_{*runtime_, ServicePlace()};
+  TVK::ChannelConfigAgent policies_{policy_channel_, log_};
+  TVK::ChannelRecorder recorder_{record_channel_, log_};
+  TVK::SessionWriter writer_{*runtime_};
+  PenEventMonitor pen_monitor_{*runtime_, *desktop_, recorder_, writer_};
+  EventWindow window_;
+};
+
+}  // namespace
+
+void TVK::UserAgent::SetService(const std::filesystem::path& place) {
+  ServicePlace() = place;
+}
+
+void CreateEventWindow() {
+  static std::atomic<bool> called = false;
+  if (called.exchange(true)) return;  // one in a process
+  TVK::CallLogged(TVK::Log(), L"CreateEventWindow", [] {
+    const std::filesystem::path user = platform::LocalUserFolder();
+    // A user without such a folder has no logs either; what is collected goes to the service all the same.
+    const std::filesystem::path folder = user.empty() ? user : user / L"TVK";
+    if (!folder.empty()) {
+      std::error_code failure;
+      std::filesystem::create_directories(folder / L"log", failure);
+      TVK::SetLogBackend(TVK::MakeFileLogBackend(folder / L"log"));
+    }
+    Agent(folder).Run();
+    TVK::SetLogBackend(nullptr);
+  });
+}

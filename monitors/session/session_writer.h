@@ -1,0 +1,49 @@
+// What is observed on a window's thread is written on another one: whoever owns a window must not wait.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "client/channel/session_recorder.h"
+#include "client/log/log.h"
+#include "platform/runtime.h"
+
+namespace TVK {
+
+/// Does one thing after the other, in the order in which they were handed over, on a thread of its own.
+class SessionWriter {
+ public:
+  /// What waits at most; more than a service that does not answer leaves behind in a session is lost, and logged.
+  static constexpr std::size_t kMost = 256;
+
+  /// `runtime` must outlive the object. Throws std::system_error when the system gives no thread.
+  explicit SessionWriter(platform::Runtime& runtime);
+  /// Does what was handed over before, unless the service does not take it.
+  ~SessionWriter();
+  SessionWriter(const SessionWriter&) = delete;
+  SessionWriter& operator=(const SessionWriter&) = delete;
+
+  /// What it returns is a SessionRecorder's result. What it refers to must outlive the writer.
+  using Task = std::function<int()>;
+
+  /// Any thread; does not wait.
+  void Post(Task task);
+
+ private:
+  void Run();
+
+  platform::Runtime& runtime_;
+  Log log_;
+  const std::unique_ptr<platform::Event> news_;  ///< A task came, or the end.
+  std::mutex mutex_;                             ///< Guards what follows.
+  std::deque<Task> tasks_;
+  bool closing_ = false;
+  bool overflows_ = false;  ///< The last task was lost.
+  std::thread thread_;
+};
+
+}  // namespace TVK

@@ -1,0 +1,104 @@
+#include "platform/desktop.h"
+
+#include <algorithm>
+
+#include "platform/local_desktop.h"
+#include "platform/windows/displays.h"
+#include "platform/windows/kernel_object.h"
+#include "platform/windows/session_window.h"
+
+#include <tlhelp32.h>
+
+namespace platform {
+namespace windows {
+namespace {
+
+bool SameName(std::wstring_view name, const wchar_t* other) {
+  return CompareStringOrdinal(name.data(), static_cast<int>(name.size()), other, -1, TRUE) == CSTR_EQUAL;
+}
+
+class LocalDesktop final : public Desktop {
+ public:
+  NamedEventResult OpenSessionEvent(std::wstring_view name, EventRights rights) override {
+    const DWORD access = rights == EventRights::kAll ? EVENT_ALL_ACCESS : SYNCHRONIZE;
+    UniqueKernelHandle event(OpenEventW(access, FALSE, std::wstring(name).c_str()));
+    if (!event) return {nullptr, GetLastError()};
+    return {std::make_unique<KernelEvent>(std::move(event)), 0};
+  }
+
+  bool IsRunning(std::wstring_view program) override {
+    const UniqueFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    if (!snapshot) return false;
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more; more = Process32NextW(snapshot.get(), &entry)) {
+      if (SameName(program, entry.szExeFile)) return true;
+    }
+    return false;
+  }
+
+  std::optional<int> RunWindow(const std::wstring& name, const WindowProcedure& procedure) override {
+    return RunHiddenWindow(name, procedure);
+  }
+  void QuitWindow() override { PostQuitMessage(0); }
+  bool CloseWindow(const std::wstring& title) override {
+    const HWND window = FindWindowW(nullptr, title.c_str());
+    if (window == nullptr) return false;
+    SendMessageW(window, WM_SYSCOMMAND, SC_CLOSE, 0);
+    return true;
+  }
+  std::uint32_t ForgetWindowClass(const std::wstring& name) override { return ForgetHiddenWindowClass(name); }
+
+  std::size_t ReadMessageData(std::intptr_t lparam, std::span<std::uint8_t> into) override {
+    // Whatever another process sent ends in an error of this call, not of ours. What the system sent may lie right
+    // before the end of a page.
+    for (std::size_t size = into.size(); size != 0; --size) {
+      SIZE_T read = 0;
+      if (ReadProcessMemory(GetCurrentProcess(), reinterpret_cast<const void*>(lparam), into.data(), size, &read)) {
+        return read;
+      }
+    }
+    return 0;
+  }
+
+  WindowNoticesResult RegisterForDisplays(void* window) override {
+    return RegisterDisplayNotices(static_cast<HWND>(window));
+  }
+  WindowNoticesResult RegisterForDigitizers(void* window) override {
+    return RegisterDigitizerNotices(static_cast<HWND>(window));
+  }
+  std::vector<AttachedDisplay> ListDisplays() override { return ListDesktopDisplays(); }
+  Digitizers ReadDigitizers() override { return ReadSystemDigitizers(); }
+  std::optional<DigitizerKind> ReadInputKind(std::intptr_t lparam) override {
+    return KindOfInput(reinterpret_cast<HRAWINPUT>(lparam));
+  }
+
+  std::optional<std::wstring> ReadProfile(const std::filesystem::path& file, const std::wstring& section,
+                                          const std::wstring& key, std::size_t longest) override {
+    if (GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) return std::nullopt;
+    std::wstring value(longest + 1, L'\0');
+    value.resize(GetPrivateProfileStringW(section.c_str(), key.c_str(), L"", value.data(),
+                                          static_cast<DWORD>(value.size()), file.c_str()));
+    return value;
+  }
+  std::uint32_t WriteProfile(const std::filesystem::path& file, const std::wstring& section, const std::wstring& key,
+                             const std::wstring& value) override {
+    return WritePrivateProfileStringW(section.c_str(), key.c_str(), value.c_str(), file.c_str()) ? ERROR_SUCCESS
+                                                                                                 : GetLastError();
+  }
+};
+
+}  // namespace
+}  // namespace windows
+
+std::unique_ptr<Desktop> OpenLocalDesktop() {
+  return std::make_unique<windows::LocalDesktop>();
+}
+
+std::filesystem::path LocalUserFolder() {
+  std::wstring folder(32767, L'\0');  // the longest value of a variable
+  folder.resize(GetEnvironmentVariableW(L"LOCALAPPDATA", folder.data(), static_cast<DWORD>(folder.size())));
+  return folder;
+}
+
+}  // namespace platform

@@ -1,0 +1,201 @@
+// The service and the user agent as whole processes, with the session of the real system.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "host/event_window.h"
+#include "platform/local_desktop.h"
+#include "platform/windows/owner.h"
+#include "tests/e2e/service_under_test.h"
+
+#include <dbt.h>
+
+namespace TVK {
+namespace {
+
+using platform::windows::UniqueKernelHandle;
+
+/// In the process's environment, so of whoever is started for its user.
+std::filesystem::path AgentFolder() {
+  return std::filesystem::path(_wgetenv(L"LOCALAPPDATA")) / "TVK";
+}
+
+std::string DisplayPolicy(const std::string& scope, bool display = true) {
+  return R"({"telemetryScope": ")" + scope + R"(", "datasets": [
+    {"id": "C4D1AFBD-F3E9-4242-8811-7C6C3904E9CA", "name": "DisplayEvent", "enabled": )" +
+         (display ? "true" : "false") + R"(},
+    {"id": "DAA0ED20-1EC1-42CE-9C96-BC9E81D0A146", "name": "PenEvent", "enabled": true}]})";
+}
+
+bool AgentRuns() {
+  return platform::OpenLocalDesktop()->IsRunning(L"TVKUserAgent.exe");
+}
+
+HWND AgentWindow() {
+  return FindWindowW(EventWindow::kWindowName, EventWindow::kWindowName);
+}
+
+/// The process of the user agent's window.
+DWORD AgentProcess() {
+  DWORD process = 0;
+  GetWindowThreadProcessId(AgentWindow(), &process);
+  return process;
+}
+
+class UserAgentTest : public testing::Test {
+ protected:
+  UserAgentTest() { std::filesystem::remove_all(AgentFolder()); }
+  /// The next service must not find the agent of this one.
+  ~UserAgentTest() override {
+    EXPECT_TRUE(WaitForState([] { return !AgentRuns(); }, kPatience));
+  }
+
+  std::size_t CountInLog(const std::string& text) const {
+    std::ifstream file(AgentFolder() / "log" / "EventWindow.log", std::ios::binary);
+    std::size_t count = 0;
+    for (std::string line; std::getline(file, line);)
+      count += line.find(text) != std::string::npos;
+    return count;
+  }
+  /// Until it follows the policy, which is the last that it begins.
+  bool WaitForWindow(ConsoleService& service, std::size_t times = 1) const {
+    return service.WaitFor(
+        [&] { return CountInLog("ConfigPolicyMonitorThread thread start...") == times && AgentWindow() != nullptr; },
+        kPatience);
+  }
+
+  const ServiceFolder folder_;
+};
+
+/// The result of a message that is sent to the agent's window; nothing when it is not answered.
+std::optional<DWORD_PTR> Send(UINT message, WPARAM wparam, LPARAM lparam) {
+  DWORD_PTR result = 99;
+  constexpr UINT kLimitMs = 20000;
+  if (SendMessageTimeoutW(AgentWindow(), message, wparam, lparam, SMTO_NORMAL, kLimitMs, &result) == 0) return {};
+  return result;
+}
+
+TEST_F(UserAgentTest, ThePolicyStartsItSwitchesItsDatasetsAndEndsIt) {
+  folder_.WritePolicy(DisplayPolicy("basic"));
+  ConsoleService service(folder_);
+  ASSERT_TRUE(service.WaitFor(
+      [&] { return folder_.CountInLog("EventManager.log", "NotificationProcessorThread Entry") == 1; }, kPatience));
+  EXPECT_FALSE(AgentRuns());
+  folder_.WritePolicy(DisplayPolicy("full"));
+  ASSERT_TRUE(WaitForWindow(service));
+  const auto described = [&](const wchar_t* dataset) {
+    return folder_.Records({.kind = RecordKind::kDataset, .dataset_name = dataset}).size();
+  };
+  EXPECT_TRUE(
+      service.WaitFor([&] { return described(L"DisplayEvent") == 1 && described(L"PenEvent") == 1; }, kPatience));
+  const DWORD process = AgentProcess();
+  for (const bool display : {false, true}) {
+    const std::size_t before = CountInLog("Get TelemetryPolicy successfully.");
+    folder_.WritePolicy(DisplayPolicy("full", display));
+    EXPECT_TRUE(service.WaitFor([&] { return CountInLog("Get TelemetryPolicy successfully.") > before; }, kPatience));
+  }
+  EXPECT_TRUE(service.WaitFor([&] { return described(L"DisplayEvent") == 2; }, kPatience)) << "it was made anew";
+  EXPECT_EQ(described(L"PenEvent"), 1u) << "it went on";
+  EXPECT_EQ(AgentProcess(), process);
+  folder_.WritePolicy(DisplayPolicy("none"));
+  EXPECT_TRUE(service.WaitFor([] { return !AgentRuns(); }, kPatience));
+  EXPECT_TRUE(WaitForState([&] { return CountInLog("WaitExit MessageWindow thread exit") == 1; }, kPatience));
+}
+
+TEST_F(UserAgentTest, MessagesOfOtherProcessesHaveTheirResults) {
+  folder_.WritePolicy(DisplayPolicy("full"));
+  ConsoleService service(folder_);
+  ASSERT_TRUE(WaitForWindow(service));
+  EXPECT_FALSE(IsWindowVisible(AgentWindow()));
+  EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC, 0), 0u);
+  EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_POWERSETTINGCHANGE, 0), 0u);
+  EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_POWERSETTINGCHANGE, 16), 0u) << "a place that nobody can read";
+  DEV_BROADCAST_VOLUME disc{};
+  disc.dbcv_size = sizeof disc;
+  disc.dbcv_devicetype = DBT_DEVTYP_VOLUME;
+  disc.dbcv_flags = DBTF_MEDIA;
+  EXPECT_EQ(Send(WM_DEVICECHANGE, DBT_DEVICEARRIVAL, reinterpret_cast<LPARAM>(&disc)), 0u);
+  EXPECT_EQ(CountInLog("cdrom is inserted."), 1u);
+  EXPECT_EQ(Send(WM_DEVICECHANGE, DBT_DEVNODES_CHANGED, 0), 0u);
+  EXPECT_EQ(Send(WM_DISPLAYCHANGE, 32, MAKELPARAM(801, 601)), 0u);
+  const auto items = [&] { return folder_.Records({.kind = RecordKind::kItem, .dataset_name = L"DisplayEvent"}); };
+  ASSERT_TRUE(service.WaitFor([&] { return items().size() == 2; }, kPatience));
+  EXPECT_NE(items().back().json.find(R"("Height":"601","Width":"801")"), std::string::npos) << items().back().json;
+  const auto before = folder_.Records();
+
+  const UniqueKernelHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, AgentProcess()));
+  ASSERT_TRUE(TerminateProcess(process.get(), 1));
+  EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
+  ASSERT_TRUE(WaitForWindow(service, 2)) << "the service starts it again";
+  const auto after = folder_.Records();
+  ASSERT_GE(after.size(), before.size());
+  for (std::size_t i = 0; i < before.size(); ++i)
+    EXPECT_EQ(after[i].json, before[i].json) << "what was taken stays";
+}
+
+TEST_F(UserAgentTest, EveryEndingEndsTheProcess) {
+  folder_.WritePolicy(DisplayPolicy("full"));
+  struct Ending {
+    const char* what;
+    UINT message;
+    DWORD_PTR result;
+    const char* line;
+  };
+  for (const auto& [what, message, result, line] :
+       {Ending{"query", WM_QUERYENDSESSION, 1, "WM_QUERYENDSESSION is found!"},
+        {"end", WM_ENDSESSION, 0, "WM_ENDSESSION is found!"},
+        {"close", WM_CLOSE, 0, "WM_CLOSE is found!"},
+        {"kill of the service", 0, 0, "Found that the TVKClientService.exe process had exited"}}) {
+    SCOPED_TRACE(what);
+    std::filesystem::remove_all(AgentFolder());
+    ConsoleService service(folder_);
+    ASSERT_TRUE(WaitForWindow(service));
+    const UniqueKernelHandle process(
+        OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, AgentProcess()));
+    if (message != 0) {
+      EXPECT_EQ(Send(message, TRUE, 0), result);
+    } else {
+      service.Ask(ChildRequest::kKill);
+    }
+    EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
+    DWORD code = 1;
+    EXPECT_TRUE(GetExitCodeProcess(process.get(), &code));
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(CountInLog(line), 1u);
+    EXPECT_EQ(CountInLog("WaitExit MessageWindow thread exit"), 1u);
+    EXPECT_EQ(CountInLog("return fail!"), 0u);
+  }
+}
+
+TEST_F(UserAgentTest, AVersionThatIsNewHereInitialisesTheDisplays) {
+  folder_.WritePolicy(DisplayPolicy("full"));
+  const std::filesystem::path file = AgentFolder() / EventWindow::kVersionFile;
+  const auto read = [&] {
+    std::wstring text(32, L'\0');
+    text.resize(GetPrivateProfileStringW(EventWindow::kVersionSection, EventWindow::kVersionKey, L"", text.data(), 32,
+                                         file.c_str()));
+    return text;
+  };
+  std::wstring version;
+  for (const auto& [stored, initialises] : {std::pair<const char*, bool>{nullptr, true},
+                                            {"same", false},
+                                            {"[TVK User Agent]\r\nOther=1\r\n", false},
+                                            {"[TVK User Agent]\r\nTvkVersion=0.0\r\n", true}}) {
+    SCOPED_TRACE(stored == nullptr ? "no file" : stored);
+    std::filesystem::remove_all(AgentFolder() / "log");
+    if (stored != nullptr && stored[0] == '[') std::ofstream(file, std::ios::binary) << stored;
+    {
+      ConsoleService service(folder_);
+      ASSERT_TRUE(WaitForWindow(service));
+      EXPECT_EQ(CountInLog("Logging device init: firstinvocation 1"), initialises);
+    }
+    EXPECT_TRUE(WaitForState([] { return !AgentRuns(); }, kPatience));
+    if (version.empty()) version = read();
+    EXPECT_FALSE(version.empty());
+    EXPECT_EQ(read(), version);
+  }
+}
+
+}  // namespace
+}  // namespace TVK
