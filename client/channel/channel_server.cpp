@@ -135,7 +135,9 @@ void ChannelServer::Converse(MessageStream& stream) {
   CallLogged(log_, L"ChannelServer::Answer", [&] {
     ChannelWait wait = stream.Send(GreetingToJson(), Deadline());
     std::string request;
-    while (wait == ChannelWait::kDone) {
+    // What has come already is given before the stop event is looked at: who sends without a pause would hold up the
+    // end.
+    while (wait == ChannelWait::kDone && !IsStopping()) {
       wait = stream.Receive(request, Deadline());
       if (wait == ChannelWait::kDone) wait = stream.Send(answerer_(*caller, request), Deadline());
     }

@@ -54,6 +54,7 @@ class ChannelServer {
   void Refuse(MessageStream& stream, const char* reason);
   void CountBroken(const MessageStream& stream, platform::ChannelWait wait, const platform::LocalCaller* caller);
   platform::SteadyTime Deadline() const { return runtime_.clock().Steady() + limits_.patience; }
+  bool IsStopping() const { return runtime_.Wait(*stop_, std::chrono::milliseconds(0)) == 0; }
   /// The last act of a conversation's thread.
   void End(Conversation conversation);
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <barrier>
+#include <semaphore>
 #include <vector>
 
 #include "client/channel/channel_client.h"
@@ -172,6 +173,33 @@ TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
   server_.reset();
   EXPECT_LT(runtime_->clock().Steady() - begin, std::chrono::seconds(60)) << "less than its patience";
   EXPECT_EQ(client.Ask({}).result, SessionRecorder::kChannelFailed);
+}
+
+TEST_F(ChannelServerTest, TheEndComesBeforeWhatIsStillToBeAnswered) {
+  Start({.patience = std::chrono::minutes(5)});
+  std::atomic<int> asked = 0;
+  std::binary_semaphore go_on(0);
+  answer_ = [&](const ChannelRequest&) {
+    if (++asked == 1) go_on.acquire();
+    return ChannelAnswer();
+  };
+  const auto quiet = Connect();
+  std::array<char, 100> buffer;
+  std::size_t count = 0;
+  ASSERT_EQ(quiet->Send(FrameOf(GreetingToJson()), Soon()), ChannelWait::kDone);
+  ASSERT_EQ(quiet->Receive(buffer, Soon(), count), ChannelWait::kDone);
+  const auto hasty = Connect();
+  std::string bytes = FrameOf(GreetingToJson());
+  for (int i = 0; i < 100; ++i)
+    bytes += FrameOf(ToJson(ChannelRequest{}));
+  ASSERT_EQ(hasty->Send(bytes, Soon()), ChannelWait::kDone);
+  while (asked == 0)
+    std::this_thread::yield();
+  std::thread end([&] { server_.reset(); });
+  EXPECT_EQ(quiet->Receive(buffer, Soon(), count), ChannelWait::kClosed) << "the end has begun";
+  go_on.release();
+  end.join();
+  EXPECT_EQ(asked, 1);
 }
 
 }  // namespace
