@@ -18,10 +18,6 @@ bool IsObservation(ChannelWish wish) {
   return wish == ChannelWish::kContext || wish == ChannelWish::kInit || wish == ChannelWish::kItem;
 }
 
-bool IsPrivileged(CallerKind kind) {
-  return kind == CallerKind::kOwnAccount || kind == CallerKind::kAdministrator;
-}
-
 bool May(CallerKind kind, ChannelWish wish) {
   if (IsPrivileged(kind)) return true;
   const bool of_users = IsObservation(wish) || wish == ChannelWish::kPolicy || wish == ChannelWish::kClientPolicy;
@@ -38,23 +34,34 @@ ChannelAnswer Document(bool there, const Policy& policy) {
 
 }  // namespace
 
-std::string ChannelRequests::Answer(const platform::LocalCaller& caller, std::string_view text) {
+ChannelServer::Answer ChannelRequests::Refuse(Refusal refusal, const platform::LocalCaller& caller,
+                                              const std::string& reason) {
+  refusals_.Count(refusal, &caller, reason);
+  return {ToJson(Refused(reason)), refusal == Refusal::kBroken};
+}
+
+ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& caller, std::string_view text) {
+  const bool privileged = IsPrivileged(caller.kind);
+  // Before anything is read: who has no rights shall cost nothing.
+  if (!privileged && caller.kind != CallerKind::kInteractiveUser) {
+    return Refuse(Refusal::kNotAllowed, caller, "this account is not logged on");
+  }
+  if (!privileged && !requests_.Take(caller.user, 1)) {
+    return Refuse(Refusal::kTooMany, caller, "too many requests in too short a time");
+  }
   std::string problem;
   const std::optional<ChannelRequest> request = RequestFromJson(text, problem);
-  if (!request) {
-    refusals_.Count(Refusal::kBroken, &caller, problem);
-    return ToJson(Refused(problem));
-  }
-  const std::string wish(WishName(request->wish));
+  if (!request) return Refuse(Refusal::kBroken, caller, problem);
   if (!May(caller.kind, request->wish)) {
-    refusals_.Count(Refusal::kNotAllowed, &caller, wish);
-    return ToJson(Refused("this account may not ask for \"" + wish + "\""));
+    return Refuse(Refusal::kNotAllowed, caller,
+                  "this account may not ask for \"" + std::string(WishName(request->wish)) + '"');
   }
-  if (IsObservation(request->wish) && !IsPrivileged(caller.kind) && !TakeFromQuota(caller)) {
-    refusals_.Count(Refusal::kTooMany, &caller, wish);
-    return ToJson(Refused("too many observations in too short a time"));
+  constexpr std::size_t kKiB = 1024;
+  const std::size_t count = std::max<std::size_t>(request->devices.size(), 1) + text.size() / kKiB;
+  if (IsObservation(request->wish) && !privileged && !observations_.Take(caller.user, count)) {
+    return Refuse(Refusal::kTooMany, caller, "too many observations in too short a time");
   }
-  return ToJson(CarryOut(*request));
+  return {ToJson(CarryOut(*request))};
 }
 
 ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
@@ -80,21 +87,6 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
       return {0, {}, status_.ToJson(manager_, refusals_)};
   }
   return Refused("there is no such wish");
-}
-
-bool ChannelRequests::TakeFromQuota(const platform::LocalCaller& caller) {
-  const platform::SteadyTime now = clock_.Steady();
-  const std::lock_guard lock(mutex_);
-  for (auto& [user, allowance] : allowances_) {
-    const auto back = (now - allowance.since) / quota_.refill;
-    allowance.used -= std::min(allowance.used, static_cast<std::size_t>(back));
-    allowance.since += back * quota_.refill;
-  }
-  std::erase_if(allowances_, [](const auto& entry) { return entry.second.used == 0; });
-  Allowance& allowance = allowances_.try_emplace(caller.user, Allowance{0, now}).first->second;
-  if (allowance.used >= quota_.at_once) return false;
-  ++allowance.used;
-  return true;
 }
 
 }  // namespace TVK

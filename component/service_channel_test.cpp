@@ -167,7 +167,8 @@ class ChannelRights : public testing::Test, private ManagerAccess {
   SessionRecorder& session_recorder() override { return recorder_; }
   ManagerStatus Status() override { return {}; }
   int Ask(CallerKind kind, ChannelWish wish, const std::string& user = "1000") {
-    const auto answer = AnswerFromJson(requests_.Answer({.kind = kind, .user = user}, ToJson(ChannelRequest{wish})));
+    const auto answer =
+        AnswerFromJson(requests_.Answer({.kind = kind, .user = user}, ToJson(ChannelRequest{wish})).text);
     if (!answer) return 1;
     EXPECT_EQ(answer->result == 0, answer->reason.empty());
     return answer->result;
@@ -187,7 +188,9 @@ class ChannelRights : public testing::Test, private ManagerAccess {
                                .store = store_,
                                .store_file = folder_.path() / kStoreFileName,
                                .policy_file = {}}};
-  ChannelRequests requests_{runtime_.clock(), config_, status_, *this, refusals_, {.at_once = 3}};
+  ChannelRequests requests_{runtime_.clock(), config_,
+                            status_,          *this,
+                            refusals_,        {.observations = {.at_once = 3, .refill = std::chrono::seconds(1)}}};
 };
 
 TEST_F(ChannelRights, FollowFromWhoAsks) {
@@ -203,11 +206,16 @@ TEST_F(ChannelRights, FollowFromWhoAsks) {
   EXPECT_EQ(Refused(Refusal::kNotAllowed), 5u);
   EXPECT_EQ(Ask(CallerKind::kInteractiveUser, ChannelWish::kStatus), SessionRecorder::kChannelFailed);
   EXPECT_EQ(Refused(Refusal::kNotAllowed), 6u);
-  EXPECT_NE(requests_.Answer({.kind = CallerKind::kAdministrator}, "{}").find("missing"), std::string::npos);
+  const ChannelServer::Answer broken = requests_.Answer({.kind = CallerKind::kAdministrator}, "{}");
+  EXPECT_NE(broken.text.find("missing"), std::string::npos);
+  EXPECT_TRUE(broken.last);
   EXPECT_EQ(Refused(Refusal::kBroken), 1u);
+  EXPECT_FALSE(requests_.Answer({.kind = CallerKind::kOther}, "{}").last);
+  EXPECT_EQ(Refused(Refusal::kBroken), 1u) << "nothing is read for who may ask for nothing";
 }
 
 TEST_F(ChannelRights, AFloodOfObservationsIsAUsersOwnAffair) {
+  config_.SetPolicy(TelemetryPolicy());
   const auto write = [&](const std::string& user, CallerKind kind = CallerKind::kInteractiveUser) {
     return Ask(kind, ChannelWish::kItem, user);
   };
@@ -225,6 +233,21 @@ TEST_F(ChannelRights, AFloodOfObservationsIsAUsersOwnAffair) {
   for (int i = 0; i < 3; ++i)
     EXPECT_EQ(write("a"), 0);
   EXPECT_EQ(write("a"), SessionRecorder::kChannelFailed) << "no more than at once";
+  // Many devices in one, or a long text, are many.
+  ChannelRequest devices{.wish = ChannelWish::kContext, .devices = std::vector<ObservedDevice>(3)};
+  ChannelRequest text{.wish = ChannelWish::kItem};
+  for (int i = 0; i < 10; ++i)
+    text.data[std::to_wstring(i)] = std::wstring(210, L'x');
+  for (const ChannelRequest& large : {devices, text}) {
+    runtime_.AdvanceBy(std::chrono::hours(1));
+    EXPECT_EQ(AnswerFromJson(requests_.Answer({.kind = CallerKind::kInteractiveUser, .user = "a"}, ToJson(large)).text),
+              ChannelAnswer());
+    EXPECT_EQ(write("a"), SessionRecorder::kChannelFailed);
+  }
+  EXPECT_EQ(write("b"), 0);
+  int asked = 0;
+  while (Ask(CallerKind::kInteractiveUser, ChannelWish::kPolicy, "c") == 0)
+    ASSERT_LT(++asked, 1000) << "what is asked for has its bound, too";
 }
 
 }  // namespace

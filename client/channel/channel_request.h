@@ -42,6 +42,9 @@ inline constexpr std::size_t kMostItemValues = 64;
 inline constexpr std::size_t kLongestName = 128;  ///< Of ids, names and keys.
 inline constexpr std::size_t kLongestValue = 4096;
 
+/// The result of a service that had no room for the conversation: nothing was carried out, and it may have room soon.
+inline constexpr int kChannelFull = -100;
+
 struct ChannelAnswer {
   int result = 0;      ///< As SessionRecorder's operations give it.
   std::string reason;  ///< Why a request was refused; empty otherwise.

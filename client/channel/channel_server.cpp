@@ -18,7 +18,8 @@ ChannelServer::ChannelServer(platform::Runtime& runtime, const Log& log, Refusal
       answerer_(std::move(answerer)),
       limits_(limits),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
-      ended_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
+      ended_(runtime.MakeEvent(platform::EventReset::kAuto)),
+      places_(limits.places) {}
 
 ChannelServer::~ChannelServer() {
   stop_->Set();
@@ -47,21 +48,19 @@ void ChannelServer::Listen() {
 }
 
 void ChannelServer::Admit(std::unique_ptr<platform::LocalConnection> connection) {
-  auto stream = std::make_shared<MessageStream>(std::move(connection), kLongestRequest);
-  std::unique_lock lock(mutex_);
-  if (running_ >= limits_.connections) {
-    lock.unlock();
-    refusals_.Count(Refusal::kNoRoom, nullptr, "too many connections");
-    Refuse(*stream, "too many connections");
-    return;
-  }
+  auto stream = std::make_shared<MessageStream>(std::move(connection), kLongestGreeting);
+  std::optional<LocalCaller> caller = stream->Identify();
+  Place place = Enter(*stream, caller ? &*caller : nullptr);
+  if (place == nullptr) return;
+  const std::lock_guard lock(mutex_);
   const Conversation conversation = ++last_;
   // Under the lock, so that the thread's end finds its own place filled.
-  threads_[conversation] = StartGuardedThread(runtime_, log_, "tvk-caller", [this, conversation, stream]() mutable {
-    CallLogged(log_, L"ChannelServer::Converse", [&] { Converse(*stream); });
-    stream = nullptr;  // closed before it is counted as ended
-    End(conversation);
-  });
+  threads_[conversation] = StartGuardedThread(
+      runtime_, log_, "tvk-caller", [this, conversation, stream, caller, place = std::move(place)]() mutable {
+        CallLogged(log_, L"ChannelServer::Converse", [&] { Converse(*stream, std::move(caller), std::move(place)); });
+        stream = nullptr;  // closed before it is counted as ended
+        End(conversation);
+      });
   ++running_;
 }
 
@@ -78,23 +77,21 @@ void ChannelServer::End(Conversation conversation) {
   ended_->Set();
 }
 
-bool ChannelServer::TakePlace(const LocalCaller& caller) {
-  const std::lock_guard lock(mutex_);
-  std::size_t& count = of_user_[caller.user];
-  if (count >= limits_.connections_of_user) return false;
-  ++count;
-  return true;
+ChannelServer::Place ChannelServer::Enter(MessageStream& stream, const LocalCaller* caller) {
+  if (caller != nullptr && caller->kind == platform::CallerKind::kOther) {
+    Refuse(stream, Refusal::kNotAllowed, caller, "this account is not logged on");
+    return nullptr;
+  }
+  Place place = places_.Take(caller);
+  if (place == nullptr) Refuse(stream, Refusal::kNoRoom, caller, "too many connections");
+  return place;
 }
 
-void ChannelServer::LeavePlace(const LocalCaller& caller) {
-  const std::lock_guard lock(mutex_);
-  const auto place = of_user_.find(caller.user);
-  if (--place->second == 0) of_user_.erase(place);
-}
-
-void ChannelServer::Refuse(MessageStream& stream, const char* reason) {
+void ChannelServer::Refuse(MessageStream& stream, Refusal refusal, const LocalCaller* caller, const char* reason) {
+  refusals_.Count(refusal, caller, reason);
+  const int result = refusal == Refusal::kNoRoom ? kChannelFull : SessionRecorder::kChannelFailed;
   // Without waiting: who floods us need not read it.
-  stream.Send(ToJson(ChannelAnswer{SessionRecorder::kChannelFailed, reason, {}}), runtime_.clock().Steady());
+  stream.Send(ToJson(ChannelAnswer{result, reason, {}}), runtime_.clock().Steady());
 }
 
 void ChannelServer::CountBroken(const MessageStream& stream, ChannelWait wait, const LocalCaller* caller) {
@@ -106,44 +103,43 @@ void ChannelServer::CountBroken(const MessageStream& stream, ChannelWait wait, c
   }
 }
 
-std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream) {
+std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream, std::optional<LocalCaller> caller) {
   std::string greeting;
-  const ChannelWait wait = stream.Receive(greeting, Deadline());
+  const ChannelWait wait = stream.Receive(greeting, In(caller ? limits_.patience : limits_.stranger_patience));
+  if (!caller) caller = stream.Identify();
+  const LocalCaller* const known = caller ? &*caller : nullptr;
   if (wait != ChannelWait::kDone) {
-    CountBroken(stream, wait, nullptr);
+    CountBroken(stream, wait, known);
     return std::nullopt;
   }
-  std::optional<LocalCaller> caller = stream.Identify();
-  if (!caller || GreetingFromJson(greeting) != kChannelVersion) {
-    const char* const reason = caller ? "another version than 1" : "the system does not say who calls";
-    refusals_.Count(Refusal::kUnknown, caller ? &*caller : nullptr, reason);
-    Refuse(stream, reason);
-    return std::nullopt;
-  }
-  return caller;
+  if (known != nullptr && GreetingFromJson(greeting) == kChannelVersion) return caller;
+  Refuse(stream, Refusal::kUnknown, known,
+         known != nullptr ? "another version than 1" : "the system does not say who calls");
+  return std::nullopt;
 }
 
-void ChannelServer::Converse(MessageStream& stream) {
-  const std::optional<LocalCaller> caller = Greet(stream);
+void ChannelServer::Converse(MessageStream& stream, std::optional<LocalCaller> caller, Place place) {
+  const bool was_known = caller.has_value();
+  caller = Greet(stream, std::move(caller));
   if (!caller) return;
-  const bool limited =
-      caller->kind == platform::CallerKind::kInteractiveUser || caller->kind == platform::CallerKind::kOther;
-  if (limited && !TakePlace(*caller)) {
-    refusals_.Count(Refusal::kNoRoom, &*caller, "too many connections of one user");
-    return Refuse(stream, "too many connections of this user");
+  if (!was_known) {
+    place = nullptr;
+    place = Enter(stream, &*caller);
+    if (place == nullptr) return;
   }
-  CallLogged(log_, L"ChannelServer::Answer", [&] {
-    ChannelWait wait = stream.Send(GreetingToJson(), Deadline());
-    std::string request;
-    // What has come already is given before the stop event is looked at: who sends without a pause would hold up the
-    // end.
-    while (wait == ChannelWait::kDone && !IsStopping()) {
-      wait = stream.Receive(request, Deadline());
-      if (wait == ChannelWait::kDone) wait = stream.Send(answerer_(*caller, request), Deadline());
-    }
-    CountBroken(stream, wait, &*caller);
-  });
-  if (limited) LeavePlace(*caller);
+  stream.SetLongest(kLongestRequest);
+  ChannelWait wait = stream.Send(GreetingToJson(), In(limits_.patience));
+  std::string request;
+  bool last = false;
+  // What has come already is given before the stop event is looked at: who sends without a pause would hold up the end.
+  while (wait == ChannelWait::kDone && !last && !IsStopping()) {
+    wait = stream.Receive(request, In(limits_.patience));
+    if (wait != ChannelWait::kDone) break;
+    const Answer answer = answerer_(*caller, request);
+    last = answer.last;
+    wait = stream.Send(answer.text, In(limits_.patience));
+  }
+  if (wait != ChannelWait::kDone) CountBroken(stream, wait, &*caller);
 }
 
 }  // namespace TVK
