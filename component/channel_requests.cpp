@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/policy/policy_text.h"
+#include "framework/dataset_monitor.h"
 
 namespace TVK {
 namespace {
@@ -22,6 +23,22 @@ bool May(CallerKind kind, ChannelWish wish) {
   if (IsPrivileged(kind)) return true;
   const bool of_users = IsObservation(wish) || wish == ChannelWish::kPolicy || wish == ChannelWish::kClientPolicy;
   return kind == CallerKind::kInteractiveUser && of_users;
+}
+
+/// The result of an operation of SessionRecorder, with the reason where it is none of the store's.
+ChannelAnswer ResultOf(int result) {
+  switch (result) {
+    case SessionRecorder::kNotDescribed:
+      return {result, "no such item, or a device that was not described", {}};
+    case DatasetMonitor::kWithheld:
+      return {result, "the policy in force does not admit the dataset", {}};
+    case SessionRecorder::kChannelFailed:
+      return {result, "the event manager does not run", {}};
+    case SessionRecorder::kRefused:
+      return {result, "no dataset of the session, or a key or a device too many for it", {}};
+    default:
+      return {result, {}, {}};
+  }
 }
 
 template <typename Policy>
@@ -61,7 +78,9 @@ ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& calle
   if (IsObservation(request->wish) && !privileged && !observations_.Take(caller.user, count)) {
     return Refuse(Refusal::kTooMany, caller, "too many observations in too short a time");
   }
-  return {ToJson(CarryOut(*request))};
+  const ChannelAnswer answer = CarryOut(*request);
+  if (answer.result == SessionRecorder::kRefused) refusals_.Count(Refusal::kNotAllowed, &caller, answer.reason);
+  return {ToJson(answer)};
 }
 
 ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
@@ -78,11 +97,11 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
       return Document(there, policy);
     }
     case ChannelWish::kContext:
-      return {recorder.LogDatasetContext(request.dataset_id, request.devices, request.new_context_needed), {}, {}};
+      return ResultOf(recorder.LogDatasetContext(request.dataset_id, request.devices, request.new_context_needed));
     case ChannelWish::kInit:
-      return {recorder.LogDevInitEvent(request.dataset_id), {}, {}};
+      return ResultOf(recorder.LogDevInitEvent(request.dataset_id));
     case ChannelWish::kItem:
-      return {recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key), {}, {}};
+      return ResultOf(recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key));
     case ChannelWish::kStatus:
       return {0, {}, status_.ToJson(manager_, refusals_)};
   }

@@ -51,8 +51,8 @@ class ServiceChannelTest : public testing::Test {
 
 TEST_F(ServiceChannelTest, WhatTheAgentObservesBecomesRecords) {
   Start(L"full");
-  const ObservedDevice one{L"ONE", {{L"Maker", L"Contoso"}}};
-  const ObservedDevice two{L"TWO", {{L"Maker", L"Litware"}}};
+  const ObservedDevice one{L"ONE", {{L"Manufacturer", L"Contoso"}}};
+  const ObservedDevice two{L"TWO", {{L"Manufacturer", L"Litware"}}};
   EXPECT_EQ(recorder_.WriteItem(kDisplay, kResolutionItem, {{L"Width", L"1"}}, L"ONE"), -1) << "not described yet";
   EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {one, two}, false), 0);
   EXPECT_EQ(recorder_.LogDevInitEvent(kDisplay), 0);
@@ -64,7 +64,7 @@ TEST_F(ServiceChannelTest, WhatTheAgentObservesBecomesRecords) {
   EXPECT_EQ(recorder_.WriteItem(kDisplay, kResolutionItem, {}, L"TWO"), -1) << "gone";
   // What the agent must not name: a dataset of the service's own, and none at all.
   for (const std::wstring& dataset : {IdOf(L"CPUEvent"), IdOf(L"TVKEvent"), std::wstring(L"X"), std::wstring()})
-    EXPECT_EQ(recorder_.LogDatasetContext(dataset, {one}, true), SessionRecorder::kChannelFailed);
+    EXPECT_EQ(recorder_.LogDatasetContext(dataset, {one}, true), SessionRecorder::kRefused);
 
   std::vector<DatasetContext> contexts;
   for (const DatasetContext& context : life_.records.DatasetContexts()) {
@@ -83,7 +83,7 @@ TEST_F(ServiceChannelTest, WhatTheAgentObservesBecomesRecords) {
 
 TEST_F(ServiceChannelTest, NothingIsWrittenWithoutConsent) {
   Start(L"basic");
-  const ObservedDevice device{L"ONE", {{L"Maker", L"Contoso"}}};
+  const ObservedDevice device{L"ONE", {{L"Manufacturer", L"Contoso"}}};
   EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {device}, true), DatasetMonitor::kWithheld);
   EXPECT_EQ(recorder_.LogDevInitEvent(kDisplay), DatasetMonitor::kWithheld);
   life_.Change(PolicyWithSession(L"enhance"));
@@ -97,6 +97,16 @@ TEST_F(ServiceChannelTest, NothingIsWrittenWithoutConsent) {
   EXPECT_EQ(life_.records.Items(kResolutionItem).size(), 1u);
   life_.manager.Stop();
   EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {device}, true), SessionRecorder::kChannelFailed);
+}
+
+TEST_F(ServiceChannelTest, AFilterThatExcludesTheMachineWithholds) {
+  TelemetryPolicy policy = PolicyWithSession(L"full");
+  policy.datasets.front().applicability.models = {L"another model"};
+  config_.SetPolicy(policy);
+  life_.Start();
+  life_.composition.ServeChannel(&life_.manager.access(), place_);
+  EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {{L"ONE", {}}}, true), DatasetMonitor::kWithheld);
+  EXPECT_EQ(recorder_.LogDatasetContext(kPen, {{L"", {}}}, true), 0);
 }
 
 TEST_F(ServiceChannelTest, TellsThePolicyInForce) {
