@@ -1,5 +1,6 @@
 #include "client/channel/channel_server.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/channel/channel_request.h"
@@ -35,16 +36,41 @@ ChannelServer::~ChannelServer() {
 }
 
 std::string ChannelServer::Start(const std::filesystem::path& place) {
-  platform::LocalListening listening = platform::ListenLocally(runtime_, place, *stop_);
-  if (listening.listener == nullptr) return listening.problem;
-  listener_ = std::move(listening.listener);
+  place_ = place;
+  std::string problem = Open();
   thread_ = StartGuardedThread(runtime_, log_, "tvk-channel", [this] { Listen(); });
-  return {};
+  return problem;
+}
+
+std::string ChannelServer::Open() {
+  std::string problem = "there is no memory";
+  CallLogged(log_, L"ChannelServer::Open", [&] {
+    platform::LocalListening listening = platform::ListenLocally(runtime_, place_, *stop_);
+    listener_ = std::move(listening.listener);
+    problem = std::move(listening.problem);
+  });
+  return problem;
 }
 
 void ChannelServer::Listen() {
-  while (std::unique_ptr<platform::LocalConnection> connection = listener_->Accept())
-    CallLogged(log_, L"ChannelServer::Admit", [&] { Admit(std::move(connection)); });
+  std::chrono::milliseconds pause = kFirstPause;
+  while (!IsStopping()) {
+    if (listener_ == nullptr) {
+      if (runtime_.Wait(*stop_, pause) == 0) return;
+      pause = std::min(pause * 2, kLongestPause);
+      if (Open().empty()) log_.d(L"the service can be reached now");
+      continue;
+    }
+    std::unique_ptr<platform::LocalConnection> connection;
+    const bool accepted = CallLogged(log_, L"ChannelServer::Accept", [&] { connection = listener_->Accept(); });
+    if (connection != nullptr) {
+      pause = kFirstPause;
+      CallLogged(log_, L"ChannelServer::Admit", [&] { Admit(std::move(connection)); });
+    } else if (!IsStopping()) {
+      if (accepted) log_.e(L"nobody can reach the service for a while: its end of the local channel failed");
+      listener_ = nullptr;
+    }
+  }
 }
 
 void ChannelServer::Admit(std::unique_ptr<platform::LocalConnection> connection) {

@@ -44,7 +44,12 @@ class ChannelServer {
   ChannelServer(const ChannelServer&) = delete;
   ChannelServer& operator=(const ChannelServer&) = delete;
 
-  /// Begins to listen at `place`. Empty, or why nobody can connect. Once.
+  /// How long after a failure it is tried again to listen: the first time, and at the most.
+  static constexpr std::chrono::milliseconds kFirstPause{1000};
+  static constexpr std::chrono::milliseconds kLongestPause{60'000};
+
+  /// Begins to listen at `place`. Empty, or why nobody can connect yet: what stands in the way may go, so it is tried
+  /// again until the end. Once.
   std::string Start(const std::filesystem::path& place);
 
  private:
@@ -52,6 +57,8 @@ class ChannelServer {
   using Place = std::shared_ptr<void>;
 
   void Listen();
+  /// Makes the listener. Empty, or why there is none.
+  std::string Open();
   void Admit(std::unique_ptr<platform::LocalConnection> connection);
   /// A conversation with who holds `place`, until its end. `caller`: nothing where the system has yet to name it.
   void Converse(MessageStream& stream, std::optional<platform::LocalCaller> caller, Place place);
@@ -74,7 +81,8 @@ class ChannelServer {
   const std::unique_ptr<platform::Event> stop_;   ///< Manual-reset.
   const std::unique_ptr<platform::Event> ended_;  ///< Auto-reset; a conversation ended.
   CallerPlaces places_;
-  std::unique_ptr<platform::LocalListener> listener_;
+  std::filesystem::path place_;
+  std::unique_ptr<platform::LocalListener> listener_;  ///< Of the listening thread, once it runs.
   std::thread thread_;
   std::mutex mutex_;  ///< Guards what follows; held for a look, and while a thread is started.
   Conversation last_ = 0;

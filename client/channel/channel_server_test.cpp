@@ -43,6 +43,10 @@ TEST(CallerPlaces, OneUserLeavesRoomForOthersAndUsersForAdministrators) {
 class ChannelServerTest : public testing::Test {
  protected:
   void Start(ChannelLimits limits = {}) {
+    MakeServer(limits);
+    ASSERT_EQ(server_->Start(place_), "");
+  }
+  void MakeServer(ChannelLimits limits) {
     server_.emplace(
         *runtime_, log_, refusals_,
         [this](const platform::LocalCaller& caller, std::string_view request) {
@@ -54,7 +58,6 @@ class ChannelServerTest : public testing::Test {
           return ChannelServer::Answer{ToJson(answer), !read};
         },
         limits);
-    ASSERT_EQ(server_->Start(place_), "");
   }
   platform::SteadyTime Soon() const { return runtime_->clock().Steady() + std::chrono::seconds(20); }
   std::unique_ptr<platform::LocalConnection> Connect() {
@@ -178,6 +181,19 @@ TEST_F(ChannelServerTest, WhoFindsNoRoomIsLetInWhenOthersWent) {
   ChannelClient fifth(*runtime_, place_);
   EXPECT_EQ(fifth.Ask({}).result, 0);
   EXPECT_GE(Refused(Refusal::kNoRoom), 1u);
+}
+
+TEST_F(ChannelServerTest, WhatStandsInTheWayIsWaitedFor) {
+  const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
+  platform::LocalListening other = platform::ListenLocally(*runtime_, place_, *stop);
+  ASSERT_NE(other.listener, nullptr) << other.problem;
+  MakeServer({});
+  server_->Start(place_);
+  other.listener = nullptr;
+  ChannelClient client(*runtime_, place_);
+  const platform::SteadyTime deadline = Soon();
+  while (client.Ask({}).result != 0)
+    ASSERT_LT(runtime_->clock().Steady(), deadline);
 }
 
 TEST_F(ChannelServerTest, TheEndWaitsForNobody) {

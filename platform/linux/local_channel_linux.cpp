@@ -147,9 +147,9 @@ class SocketListener final : public LocalListener {
       if (WaitFor(runtime_, &stop_, readable_, SteadyTime::max()) != ChannelWait::kDone) return nullptr;
       UniqueFd fd(::accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
       if (fd) return std::make_unique<SocketConnection>(runtime_, &stop_, std::move(fd));
-      const bool lacks = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-      // The socket stays readable, so without a pause it would be asked without an end.
-      if (lacks && runtime_.Wait(stop_, kPause) == 0) return nullptr;
+      const bool went = errno == EAGAIN || errno == ECONNABORTED || errno == EINTR;
+      // For want of descriptors or memory the socket stays readable: without a pause it would be asked without an end.
+      if (!went && runtime_.Wait(stop_, kPause) == 0) return nullptr;
     }
   }
 
