@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/policy/policy_text.h"
+#include "framework/dataset_monitor.h"
 
 namespace TVK {
 namespace {
@@ -18,14 +19,26 @@ bool IsObservation(ChannelWish wish) {
   return wish == ChannelWish::kContext || wish == ChannelWish::kInit || wish == ChannelWish::kItem;
 }
 
-bool IsPrivileged(CallerKind kind) {
-  return kind == CallerKind::kOwnAccount || kind == CallerKind::kAdministrator;
-}
-
 bool May(CallerKind kind, ChannelWish wish) {
   if (IsPrivileged(kind)) return true;
   const bool of_users = IsObservation(wish) || wish == ChannelWish::kPolicy || wish == ChannelWish::kClientPolicy;
   return kind == CallerKind::kInteractiveUser && of_users;
+}
+
+/// The result of an operation of SessionRecorder, with the reason where it is none of the store's.
+ChannelAnswer ResultOf(int result) {
+  switch (result) {
+    case SessionRecorder::kNotDescribed:
+      return {result, "no such item, or a device that was not described", {}};
+    case DatasetMonitor::kWithheld:
+      return {result, "the policy in force does not admit the dataset", {}};
+    case SessionRecorder::kChannelFailed:
+      return {result, "the event manager does not run", {}};
+    case SessionRecorder::kRefused:
+      return {result, "no dataset of the session, or a key or a device too many for it", {}};
+    default:
+      return {result, {}, {}};
+  }
 }
 
 template <typename Policy>
@@ -38,23 +51,36 @@ ChannelAnswer Document(bool there, const Policy& policy) {
 
 }  // namespace
 
-std::string ChannelRequests::Answer(const platform::LocalCaller& caller, std::string_view text) {
+ChannelServer::Answer ChannelRequests::Refuse(Refusal refusal, const platform::LocalCaller& caller,
+                                              const std::string& reason) {
+  refusals_.Count(refusal, &caller, reason);
+  return {ToJson(Refused(reason)), refusal == Refusal::kBroken};
+}
+
+ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& caller, std::string_view text) {
+  const bool privileged = IsPrivileged(caller.kind);
+  // Before anything is read: who has no rights shall cost nothing.
+  if (!privileged && caller.kind != CallerKind::kInteractiveUser) {
+    return Refuse(Refusal::kNotAllowed, caller, "this account is not logged on");
+  }
+  if (!privileged && !requests_.Take(caller.user, 1)) {
+    return Refuse(Refusal::kTooMany, caller, "too many requests in too short a time");
+  }
   std::string problem;
   const std::optional<ChannelRequest> request = RequestFromJson(text, problem);
-  if (!request) {
-    refusals_.Count(Refusal::kBroken, &caller, problem);
-    return ToJson(Refused(problem));
-  }
-  const std::string wish(WishName(request->wish));
+  if (!request) return Refuse(Refusal::kBroken, caller, problem);
   if (!May(caller.kind, request->wish)) {
-    refusals_.Count(Refusal::kNotAllowed, &caller, wish);
-    return ToJson(Refused("this account may not ask for \"" + wish + "\""));
+    return Refuse(Refusal::kNotAllowed, caller,
+                  "this account may not ask for \"" + std::string(WishName(request->wish)) + '"');
   }
-  if (IsObservation(request->wish) && !IsPrivileged(caller.kind) && !TakeFromQuota(caller)) {
-    refusals_.Count(Refusal::kTooMany, &caller, wish);
-    return ToJson(Refused("too many observations in too short a time"));
+  constexpr std::size_t kKiB = 1024;
+  const std::size_t count = std::max<std::size_t>(request->devices.size(), 1) + text.size() / kKiB;
+  if (IsObservation(request->wish) && !privileged && !observations_.Take(caller.user, count)) {
+    return Refuse(Refusal::kTooMany, caller, "too many observations in too short a time");
   }
-  return ToJson(CarryOut(*request));
+  const ChannelAnswer answer = CarryOut(*request);
+  if (answer.result == SessionRecorder::kRefused) refusals_.Count(Refusal::kNotAllowed, &caller, answer.reason);
+  return {ToJson(answer)};
 }
 
 ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
@@ -71,30 +97,15 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
       return Document(there, policy);
     }
     case ChannelWish::kContext:
-      return {recorder.LogDatasetContext(request.dataset_id, request.devices, request.new_context_needed), {}, {}};
+      return ResultOf(recorder.LogDatasetContext(request.dataset_id, request.devices, request.new_context_needed));
     case ChannelWish::kInit:
-      return {recorder.LogDevInitEvent(request.dataset_id), {}, {}};
+      return ResultOf(recorder.LogDevInitEvent(request.dataset_id));
     case ChannelWish::kItem:
-      return {recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key), {}, {}};
+      return ResultOf(recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key));
     case ChannelWish::kStatus:
       return {0, {}, status_.ToJson(manager_, refusals_)};
   }
   return Refused("there is no such wish");
-}
-
-bool ChannelRequests::TakeFromQuota(const platform::LocalCaller& caller) {
-  const platform::SteadyTime now = clock_.Steady();
-  const std::lock_guard lock(mutex_);
-  for (auto& [user, allowance] : allowances_) {
-    const auto back = (now - allowance.since) / quota_.refill;
-    allowance.used -= std::min(allowance.used, static_cast<std::size_t>(back));
-    allowance.since += back * quota_.refill;
-  }
-  std::erase_if(allowances_, [](const auto& entry) { return entry.second.used == 0; });
-  Allowance& allowance = allowances_.try_emplace(caller.user, Allowance{0, now}).first->second;
-  if (allowance.used >= quota_.at_once) return false;
-  ++allowance.used;
-  return true;
 }
 
 }  // namespace TVK

@@ -72,9 +72,10 @@ const std::map<std::wstring_view, Collector>& Collectors() {
 }
 
 /// A dataset that the user agent observes.
-Dataset FromSession(const DatasetRow& row, const std::map<std::wstring, std::wstring>& items) {
-  const auto make = [&row, &items](const MonitorServices& services) {
-    return std::make_unique<SessionDataset>(services, row, items);
+Dataset FromSession(const DatasetRow& row, const std::map<std::wstring, std::wstring>& items,
+                    const std::set<std::wstring>& keys) {
+  const auto make = [&row, &items, &keys](const MonitorServices& services) {
+    return std::make_unique<SessionDataset>(services, row, items, keys);
   };
   return {.row = row, .factory = make, .collects = true};
 }
@@ -93,8 +94,8 @@ Dataset Join(const DatasetRow& row) {
 DatasetTable MakeComponentDatasets() {
   std::vector<Dataset> datasets;
   for (const DatasetRow& row : kDatasetRows)
-    datasets.push_back(row.id == kDisplayRow.id ? FromSession(kDisplayRow, DisplayItems()) : Join(row));
-  datasets.push_back(FromSession(kPenRow, PenItems()));
+    datasets.push_back(row.id == kDisplayRow.id ? FromSession(kDisplayRow, DisplayItems(), DisplayKeys()) : Join(row));
+  datasets.push_back(FromSession(kPenRow, PenItems(), PenKeys()));
   return DatasetTable(std::move(datasets));
 }
 

@@ -14,10 +14,10 @@ Log OpenLog() {
 }  // namespace
 
 ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, const ServiceStatus& status,
-                               ManagerAccess& manager, ChannelLimits limits, ObservationQuota quota)
+                               ManagerAccess& manager, ChannelLimits limits, const ChannelQuotas& quotas)
     : log_(OpenLog()),
       refusals_(log_),
-      requests_(runtime.clock(), config, status, manager, refusals_, quota),
+      requests_(runtime.clock(), config, status, manager, refusals_, quotas),
       server_(
           runtime, log_, refusals_,
           [this](const platform::LocalCaller& caller, std::string_view request) {

@@ -13,7 +13,7 @@ class ServiceChannel {
  public:
   /// Everything must outlive the object. Opens "LocalChannel.log".
   ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, const ServiceStatus& status, ManagerAccess& manager,
-                 ChannelLimits limits = {}, ObservationQuota quota = {});
+                 ChannelLimits limits = {}, const ChannelQuotas& quotas = {});
   ServiceChannel(const ServiceChannel&) = delete;
   ServiceChannel& operator=(const ServiceChannel&) = delete;
 

@@ -51,8 +51,8 @@ class ServiceChannelTest : public testing::Test {
 
 TEST_F(ServiceChannelTest, WhatTheAgentObservesBecomesRecords) {
   Start(L"full");
-  const ObservedDevice one{L"ONE", {{L"Maker", L"Contoso"}}};
-  const ObservedDevice two{L"TWO", {{L"Maker", L"Litware"}}};
+  const ObservedDevice one{L"ONE", {{L"Manufacturer", L"Contoso"}}};
+  const ObservedDevice two{L"TWO", {{L"Manufacturer", L"Litware"}}};
   EXPECT_EQ(recorder_.WriteItem(kDisplay, kResolutionItem, {{L"Width", L"1"}}, L"ONE"), -1) << "not described yet";
   EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {one, two}, false), 0);
   EXPECT_EQ(recorder_.LogDevInitEvent(kDisplay), 0);
@@ -64,7 +64,7 @@ TEST_F(ServiceChannelTest, WhatTheAgentObservesBecomesRecords) {
   EXPECT_EQ(recorder_.WriteItem(kDisplay, kResolutionItem, {}, L"TWO"), -1) << "gone";
   // What the agent must not name: a dataset of the service's own, and none at all.
   for (const std::wstring& dataset : {IdOf(L"CPUEvent"), IdOf(L"TVKEvent"), std::wstring(L"X"), std::wstring()})
-    EXPECT_EQ(recorder_.LogDatasetContext(dataset, {one}, true), SessionRecorder::kChannelFailed);
+    EXPECT_EQ(recorder_.LogDatasetContext(dataset, {one}, true), SessionRecorder::kRefused);
 
   std::vector<DatasetContext> contexts;
   for (const DatasetContext& context : life_.records.DatasetContexts()) {
@@ -83,7 +83,7 @@ TEST_F(ServiceChannelTest, WhatTheAgentObservesBecomesRecords) {
 
 TEST_F(ServiceChannelTest, NothingIsWrittenWithoutConsent) {
   Start(L"basic");
-  const ObservedDevice device{L"ONE", {{L"Maker", L"Contoso"}}};
+  const ObservedDevice device{L"ONE", {{L"Manufacturer", L"Contoso"}}};
   EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {device}, true), DatasetMonitor::kWithheld);
   EXPECT_EQ(recorder_.LogDevInitEvent(kDisplay), DatasetMonitor::kWithheld);
   life_.Change(PolicyWithSession(L"enhance"));
@@ -97,6 +97,16 @@ TEST_F(ServiceChannelTest, NothingIsWrittenWithoutConsent) {
   EXPECT_EQ(life_.records.Items(kResolutionItem).size(), 1u);
   life_.manager.Stop();
   EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {device}, true), SessionRecorder::kChannelFailed);
+}
+
+TEST_F(ServiceChannelTest, AFilterThatExcludesTheMachineWithholds) {
+  TelemetryPolicy policy = PolicyWithSession(L"full");
+  policy.datasets.front().applicability.models = {L"another model"};
+  config_.SetPolicy(policy);
+  life_.Start();
+  life_.composition.ServeChannel(&life_.manager.access(), place_);
+  EXPECT_EQ(recorder_.LogDatasetContext(kDisplay, {{L"ONE", {}}}, true), DatasetMonitor::kWithheld);
+  EXPECT_EQ(recorder_.LogDatasetContext(kPen, {{L"", {}}}, true), 0);
 }
 
 TEST_F(ServiceChannelTest, TellsThePolicyInForce) {
@@ -167,7 +177,8 @@ class ChannelRights : public testing::Test, private ManagerAccess {
   SessionRecorder& session_recorder() override { return recorder_; }
   ManagerStatus Status() override { return {}; }
   int Ask(CallerKind kind, ChannelWish wish, const std::string& user = "1000") {
-    const auto answer = AnswerFromJson(requests_.Answer({.kind = kind, .user = user}, ToJson(ChannelRequest{wish})));
+    const auto answer =
+        AnswerFromJson(requests_.Answer({.kind = kind, .user = user}, ToJson(ChannelRequest{wish})).text);
     if (!answer) return 1;
     EXPECT_EQ(answer->result == 0, answer->reason.empty());
     return answer->result;
@@ -187,7 +198,9 @@ class ChannelRights : public testing::Test, private ManagerAccess {
                                .store = store_,
                                .store_file = folder_.path() / kStoreFileName,
                                .policy_file = {}}};
-  ChannelRequests requests_{runtime_.clock(), config_, status_, *this, refusals_, {.at_once = 3}};
+  ChannelRequests requests_{runtime_.clock(), config_,
+                            status_,          *this,
+                            refusals_,        {.observations = {.at_once = 3, .refill = std::chrono::seconds(1)}}};
 };
 
 TEST_F(ChannelRights, FollowFromWhoAsks) {
@@ -203,11 +216,16 @@ TEST_F(ChannelRights, FollowFromWhoAsks) {
   EXPECT_EQ(Refused(Refusal::kNotAllowed), 5u);
   EXPECT_EQ(Ask(CallerKind::kInteractiveUser, ChannelWish::kStatus), SessionRecorder::kChannelFailed);
   EXPECT_EQ(Refused(Refusal::kNotAllowed), 6u);
-  EXPECT_NE(requests_.Answer({.kind = CallerKind::kAdministrator}, "{}").find("missing"), std::string::npos);
+  const ChannelServer::Answer broken = requests_.Answer({.kind = CallerKind::kAdministrator}, "{}");
+  EXPECT_NE(broken.text.find("missing"), std::string::npos);
+  EXPECT_TRUE(broken.last);
   EXPECT_EQ(Refused(Refusal::kBroken), 1u);
+  EXPECT_FALSE(requests_.Answer({.kind = CallerKind::kOther}, "{}").last);
+  EXPECT_EQ(Refused(Refusal::kBroken), 1u) << "nothing is read for who may ask for nothing";
 }
 
 TEST_F(ChannelRights, AFloodOfObservationsIsAUsersOwnAffair) {
+  config_.SetPolicy(TelemetryPolicy());
   const auto write = [&](const std::string& user, CallerKind kind = CallerKind::kInteractiveUser) {
     return Ask(kind, ChannelWish::kItem, user);
   };
@@ -225,6 +243,21 @@ TEST_F(ChannelRights, AFloodOfObservationsIsAUsersOwnAffair) {
   for (int i = 0; i < 3; ++i)
     EXPECT_EQ(write("a"), 0);
   EXPECT_EQ(write("a"), SessionRecorder::kChannelFailed) << "no more than at once";
+  // Many devices in one, or a long text, are many.
+  ChannelRequest devices{.wish = ChannelWish::kContext, .devices = std::vector<ObservedDevice>(3)};
+  ChannelRequest text{.wish = ChannelWish::kItem};
+  for (int i = 0; i < 10; ++i)
+    text.data[std::to_wstring(i)] = std::wstring(210, L'x');
+  for (const ChannelRequest& large : {devices, text}) {
+    runtime_.AdvanceBy(std::chrono::hours(1));
+    EXPECT_EQ(AnswerFromJson(requests_.Answer({.kind = CallerKind::kInteractiveUser, .user = "a"}, ToJson(large)).text),
+              ChannelAnswer());
+    EXPECT_EQ(write("a"), SessionRecorder::kChannelFailed);
+  }
+  EXPECT_EQ(write("b"), 0);
+  int asked = 0;
+  while (Ask(CallerKind::kInteractiveUser, ChannelWish::kPolicy, "c") == 0)
+    ASSERT_LT(++asked, 1000) << "what is asked for has its bound, too";
 }
 
 }  // namespace

@@ -87,7 +87,7 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
       display(given.user_process_agent, policy, notifier, log, given.datasets),
       device_context(services, log, identity, notifier, display),
       application_events(MakeApplicationEvents()),
-      session_datasets(monitor_services, given.datasets, log, initialized),
+      session_datasets(monitor_services, given.datasets, policy, log, initialized),
       reconciler(
           View(), [&manager](const std::wstring& id) { manager.RunAndAddToList(id); },
           [&manager](const std::wstring& id) { manager.StopAndRemoveFromList(id); }),

@@ -6,31 +6,34 @@ namespace TVK {
 
 int SessionDatasets::LogDatasetContext(const std::wstring& dataset_id, const std::vector<ObservedDevice>& devices,
                                        bool new_context_needed) {
-  SessionDataset* const dataset = Find(dataset_id);
-  return dataset == nullptr ? kChannelFailed : dataset->TakeDevices(devices, new_context_needed);
+  return Call(dataset_id, [&](SessionDataset& dataset) { return dataset.TakeDevices(devices, new_context_needed); });
 }
 
 int SessionDatasets::LogDevInitEvent(const std::wstring& dataset_id) {
-  SessionDataset* const dataset = Find(dataset_id);
-  return dataset == nullptr ? kChannelFailed : dataset->TakeDeviceInit();
+  return Call(dataset_id, [](SessionDataset& dataset) { return dataset.TakeDeviceInit(); });
 }
 
 int SessionDatasets::WriteItem(const std::wstring& dataset_id, const std::wstring& item_name, const ItemData& data,
                                const std::wstring& device_key) {
-  SessionDataset* const dataset = Find(dataset_id);
-  return dataset == nullptr ? kChannelFailed : dataset->TakeItem(item_name, data, device_key);
+  return Call(dataset_id, [&](SessionDataset& dataset) { return dataset.TakeItem(item_name, data, device_key); });
 }
 
-SessionDataset* SessionDatasets::Find(const std::wstring& dataset_id) {
-  // Before that there is no device context that a record could name.
-  if (!running_ || services_.manager.get_device_context_id().empty()) return nullptr;
+int SessionDatasets::Call(const std::wstring& dataset_id, const std::function<int(SessionDataset&)>& operation) {
   const Dataset* const dataset = datasets_.FindById(dataset_id);
-  if (dataset == nullptr || dataset->row.rule != DatasetRule::kUserProcess || !dataset->factory) return nullptr;
+  if (dataset == nullptr || dataset->row.rule != DatasetRule::kUserProcess || !dataset->factory) return kRefused;
+  // Before that there is no device context that a record could name.
+  if (!running_ || services_.manager.get_device_context_id().empty()) return kChannelFailed;
+  if (!policy_.Decide(dataset->row, DecisionMoment::kStart).runs()) return DatasetMonitor::kWithheld;
+  SessionDataset* const monitor = Find(*dataset);
+  return monitor == nullptr ? kChannelFailed : operation(*monitor);
+}
+
+SessionDataset* SessionDatasets::Find(const Dataset& dataset) {
   const std::lock_guard lock(mutex_);
-  std::unique_ptr<EventMonitorBase>& monitor = monitors_[dataset_id];
+  std::unique_ptr<EventMonitorBase>& monitor = monitors_[dataset.row.id];
   if (monitor == nullptr) {
-    CallLogged(log_, {L"SessionDatasets", dataset->row.name}, [&] {
-      monitor = dataset->factory(services_);
+    CallLogged(log_, {L"SessionDatasets", dataset.row.name}, [&] {
+      monitor = dataset.factory(services_);
       monitor->Initialize();
     });
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -9,18 +10,20 @@
 
 #include "client/channel/session_recorder.h"
 #include "core/dataset_table.h"
+#include "core/policy_view.h"
 #include "framework/session_dataset.h"
 
 namespace TVK {
 
 /// SessionRecorder for the datasets of the rule kUserProcess. Each is made when the first is told of it. Any other
-/// dataset, and every one while the manager does not run, is refused with kChannelFailed.
+/// dataset is answered with kRefused, every one while the manager does not run with kChannelFailed, and one that could
+/// not start by the policy in force with DatasetMonitor::kWithheld: its filters count for each observation.
 class SessionDatasets final : public SessionRecorder {
  public:
   /// Everything must outlive the object. `running`: whether the manager runs.
-  SessionDatasets(const MonitorServices& services, const DatasetTable& datasets, const Log& log,
-                  const std::atomic<bool>& running)
-      : services_(services), datasets_(datasets), log_(log), running_(running) {}
+  SessionDatasets(const MonitorServices& services, const DatasetTable& datasets, const PolicyView& policy,
+                  const Log& log, const std::atomic<bool>& running)
+      : services_(services), datasets_(datasets), policy_(policy), log_(log), running_(running) {}
 
   int LogDatasetContext(const std::wstring& dataset_id, const std::vector<ObservedDevice>& devices,
                         bool new_context_needed) override;
@@ -29,15 +32,18 @@ class SessionDatasets final : public SessionRecorder {
                 const std::wstring& device_key) override;
 
  private:
-  /// Null when it is refused. It lives as long as the object.
-  SessionDataset* Find(const std::wstring& dataset_id);
+  /// What `operation` gives for the dataset, or why there is none.
+  int Call(const std::wstring& dataset_id, const std::function<int(SessionDataset&)>& operation);
+  /// Null when it could not be made. It lives as long as the object.
+  SessionDataset* Find(const Dataset& dataset);
 
   const MonitorServices& services_;
   const DatasetTable& datasets_;
+  const PolicyView& policy_;
   const Log& log_;
   const std::atomic<bool>& running_;
   std::mutex mutex_;  ///< Guards monitors_; held while one is made, never while one is called.
-  std::map<std::wstring, std::unique_ptr<EventMonitorBase>> monitors_;  ///< By dataset id.
+  std::map<std::wstring_view, std::unique_ptr<EventMonitorBase>> monitors_;  ///< By dataset id.
 };
 
 }  // namespace TVK

@@ -64,7 +64,7 @@ void DatasetMonitor::LogDatasetContext(bool new_context_needed) {
   {
     const std::lock_guard lock(context_mutex_);
     context_owed_ = !Admits();
-    if (context_owed_) return;
+    if (context_owed_) return OnContextLogged(kWithheld);
     const auto devices = Describe();
     if (!devices) return;
     ResetContextEvent();

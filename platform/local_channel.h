@@ -53,8 +53,8 @@ class LocalConnection {
   /// Waits until the system has taken all of `bytes`. After anything but kDone a part may have gone.
   virtual ChannelWait Send(std::string_view bytes, SteadyTime deadline) = 0;
 
-  /// Who is at the other end of a connection that was accepted, once something was received of it. Nothing when the
-  /// system does not say; such a caller has no rights.
+  /// Who is at the other end of a connection that was accepted; on Windows once something was received of it. Nothing
+  /// when the system does not say; such a caller has no rights.
   virtual std::optional<LocalCaller> Identify() = 0;
 };
 

@@ -37,7 +37,14 @@ ChannelAnswer ChannelClient::Ask(const ChannelRequest& request) {
   const std::lock_guard lock(mutex_);
   const platform::SteadyTime now = runtime_.clock().Steady();
   if (now - last_use_ > kKeptFor) stream_ = nullptr;
-  ChannelAnswer answer = Converse(text, now + kPatience);
+  constexpr std::chrono::milliseconds kPause(100);
+  const platform::SteadyTime deadline = now + kPatience;
+  ChannelAnswer answer = Converse(text, deadline);
+  while (answer.result == kChannelFull && runtime_.clock().Steady() + kPause < deadline) {
+    if (runtime_.Wait(stop_ == nullptr ? *never_ : *stop_, kPause) == 0) return Failure(Reason(ChannelWait::kStopped));
+    answer = Converse(text, deadline);
+  }
+  if (answer.result == kChannelFull) answer.result = SessionRecorder::kChannelFailed;
   last_use_ = runtime_.clock().Steady();
   return answer;
 }
@@ -58,10 +65,12 @@ ChannelAnswer ChannelClient::Converse(const std::string& request, platform::Stea
   std::string text;
   if (fresh) {
     wait = stream->Receive(text, deadline);
+    if (wait == ChannelWait::kClosed) return {kChannelFull, Reason(wait), {}};
     if (wait != ChannelWait::kDone) return Failure(Reason(wait));
     if (!GreetingFromJson(text)) {
       const std::optional<ChannelAnswer> refusal = AnswerFromJson(text);
-      return Failure(refusal ? "refused: " + refusal->reason : "something else than the service answers");
+      if (!refusal) return Failure("something else than the service answers");
+      return {refusal->result, "refused: " + refusal->reason, {}};
     }
   }
   wait = stream->Receive(text, deadline);

@@ -26,21 +26,26 @@ class ChannelClient {
   /// `runtime`, the process's own, and `stop` (a manual-reset event that ends every wait; may be null) must outlive the
   /// object. `place`: see platform::ListenLocally.
   ChannelClient(platform::Runtime& runtime, std::filesystem::path place, platform::Waitable* stop = nullptr)
-      : runtime_(runtime), place_(std::move(place)), stop_(stop) {}
+      : runtime_(runtime),
+        place_(std::move(place)),
+        stop_(stop),
+        never_(runtime.MakeEvent(platform::EventReset::kManual)) {}
   ChannelClient(const ChannelClient&) = delete;
   ChannelClient& operator=(const ChannelClient&) = delete;
 
   /// The service's answer; kChannelFailed with a reason when there is none. A request is sent once: where its answer
-  /// did not come it may have been carried out.
+  /// did not come it may have been carried out. While the service has no room for a conversation it is asked again.
   ChannelAnswer Ask(const ChannelRequest& request);
 
  private:
+  /// kChannelFull where the service closed the connection before a conversation began: nothing was carried out.
   ChannelAnswer Converse(const std::string& request, platform::SteadyTime deadline);
 
   platform::Runtime& runtime_;
   const std::filesystem::path place_;
   platform::Waitable* const stop_;
-  std::mutex mutex_;  ///< Held for a whole request; guards what follows.
+  const std::unique_ptr<platform::Event> never_;  ///< Waited for where there is no stop event.
+  std::mutex mutex_;                              ///< Held for a whole request; guards what follows.
   std::unique_ptr<MessageStream> stream_;
   platform::SteadyTime last_use_;
 };

@@ -38,9 +38,12 @@ struct ChannelRequest {
 
 /// Bounds of a request, which RequestFromJson holds it to; texts in characters.
 inline constexpr std::size_t kMostDevices = 16;
-inline constexpr std::size_t kMostItemValues = 64;
+inline constexpr std::size_t kMostItemValues = 16;
 inline constexpr std::size_t kLongestName = 128;  ///< Of ids, names and keys.
-inline constexpr std::size_t kLongestValue = 4096;
+inline constexpr std::size_t kLongestValue = 256;
+
+/// The result of a service that had no room for the conversation: nothing was carried out, and it may have room soon.
+inline constexpr int kChannelFull = -100;
 
 struct ChannelAnswer {
   int result = 0;      ///< As SessionRecorder's operations give it.

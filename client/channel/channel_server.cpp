@@ -1,5 +1,6 @@
 #include "client/channel/channel_server.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/channel/channel_request.h"
@@ -18,7 +19,8 @@ ChannelServer::ChannelServer(platform::Runtime& runtime, const Log& log, Refusal
       answerer_(std::move(answerer)),
       limits_(limits),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
-      ended_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
+      ended_(runtime.MakeEvent(platform::EventReset::kAuto)),
+      places_(limits.places) {}
 
 ChannelServer::~ChannelServer() {
   stop_->Set();
@@ -34,34 +36,57 @@ ChannelServer::~ChannelServer() {
 }
 
 std::string ChannelServer::Start(const std::filesystem::path& place) {
-  platform::LocalListening listening = platform::ListenLocally(runtime_, place, *stop_);
-  if (listening.listener == nullptr) return listening.problem;
-  listener_ = std::move(listening.listener);
+  place_ = place;
+  std::string problem = Open();
   thread_ = StartGuardedThread(runtime_, log_, "tvk-channel", [this] { Listen(); });
-  return {};
+  return problem;
+}
+
+std::string ChannelServer::Open() {
+  std::string problem = "there is no memory";
+  CallLogged(log_, L"ChannelServer::Open", [&] {
+    platform::LocalListening listening = platform::ListenLocally(runtime_, place_, *stop_);
+    listener_ = std::move(listening.listener);
+    problem = std::move(listening.problem);
+  });
+  return problem;
 }
 
 void ChannelServer::Listen() {
-  while (std::unique_ptr<platform::LocalConnection> connection = listener_->Accept())
-    CallLogged(log_, L"ChannelServer::Admit", [&] { Admit(std::move(connection)); });
+  std::chrono::milliseconds pause = kFirstPause;
+  while (!IsStopping()) {
+    if (listener_ == nullptr) {
+      if (runtime_.Wait(*stop_, pause) == 0) return;
+      pause = std::min(pause * 2, kLongestPause);
+      if (Open().empty()) log_.d(L"the service can be reached now");
+      continue;
+    }
+    std::unique_ptr<platform::LocalConnection> connection;
+    const bool accepted = CallLogged(log_, L"ChannelServer::Accept", [&] { connection = listener_->Accept(); });
+    if (connection != nullptr) {
+      pause = kFirstPause;
+      CallLogged(log_, L"ChannelServer::Admit", [&] { Admit(std::move(connection)); });
+    } else if (!IsStopping()) {
+      if (accepted) log_.e(L"nobody can reach the service for a while: its end of the local channel failed");
+      listener_ = nullptr;
+    }
+  }
 }
 
 void ChannelServer::Admit(std::unique_ptr<platform::LocalConnection> connection) {
-  auto stream = std::make_shared<MessageStream>(std::move(connection), kLongestRequest);
-  std::unique_lock lock(mutex_);
-  if (running_ >= limits_.connections) {
-    lock.unlock();
-    refusals_.Count(Refusal::kNoRoom, nullptr, "too many connections");
-    Refuse(*stream, "too many connections");
-    return;
-  }
+  auto stream = std::make_shared<MessageStream>(std::move(connection), kLongestGreeting);
+  std::optional<LocalCaller> caller = stream->Identify();
+  Place place = Enter(*stream, caller ? &*caller : nullptr);
+  if (place == nullptr) return;
+  const std::lock_guard lock(mutex_);
   const Conversation conversation = ++last_;
   // Under the lock, so that the thread's end finds its own place filled.
-  threads_[conversation] = StartGuardedThread(runtime_, log_, "tvk-caller", [this, conversation, stream]() mutable {
-    CallLogged(log_, L"ChannelServer::Converse", [&] { Converse(*stream); });
-    stream = nullptr;  // closed before it is counted as ended
-    End(conversation);
-  });
+  threads_[conversation] = StartGuardedThread(
+      runtime_, log_, "tvk-caller", [this, conversation, stream, caller, place = std::move(place)]() mutable {
+        CallLogged(log_, L"ChannelServer::Converse", [&] { Converse(*stream, std::move(caller), std::move(place)); });
+        stream = nullptr;  // closed before it is counted as ended
+        End(conversation);
+      });
   ++running_;
 }
 
@@ -78,28 +103,21 @@ void ChannelServer::End(Conversation conversation) {
   ended_->Set();
 }
 
-bool ChannelServer::Place::Take(const LocalCaller& caller) {
-  const bool limited =
-      caller.kind == platform::CallerKind::kInteractiveUser || caller.kind == platform::CallerKind::kOther;
-  if (!limited || !user_.empty()) return true;
-  const std::lock_guard lock(server_.mutex_);
-  std::size_t& count = server_.of_user_[caller.user];
-  if (count >= server_.limits_.connections_of_user) return false;
-  user_ = caller.user;
-  ++count;
-  return true;
+ChannelServer::Place ChannelServer::Enter(MessageStream& stream, const LocalCaller* caller) {
+  if (caller != nullptr && caller->kind == platform::CallerKind::kOther) {
+    Refuse(stream, Refusal::kNotAllowed, caller, "this account is not logged on");
+    return nullptr;
+  }
+  Place place = places_.Take(caller);
+  if (place == nullptr) Refuse(stream, Refusal::kNoRoom, caller, "too many connections");
+  return place;
 }
 
-ChannelServer::Place::~Place() {
-  if (user_.empty()) return;
-  const std::lock_guard lock(server_.mutex_);
-  const auto count = server_.of_user_.find(user_);
-  if (--count->second == 0) server_.of_user_.erase(count);
-}
-
-void ChannelServer::Refuse(MessageStream& stream, const char* reason) {
+void ChannelServer::Refuse(MessageStream& stream, Refusal refusal, const LocalCaller* caller, const char* reason) {
+  refusals_.Count(refusal, caller, reason);
+  const int result = refusal == Refusal::kNoRoom ? kChannelFull : SessionRecorder::kChannelFailed;
   // Without waiting: who floods us need not read it.
-  stream.Send(ToJson(ChannelAnswer{SessionRecorder::kChannelFailed, reason, {}}), runtime_.clock().Steady());
+  stream.Send(ToJson(ChannelAnswer{result, reason, {}}), runtime_.clock().Steady());
 }
 
 void ChannelServer::CountBroken(const MessageStream& stream, ChannelWait wait, const LocalCaller* caller) {
@@ -111,44 +129,43 @@ void ChannelServer::CountBroken(const MessageStream& stream, ChannelWait wait, c
   }
 }
 
-bool ChannelServer::TakePlace(MessageStream& stream, Place& place, const LocalCaller& caller) {
-  if (place.Take(caller)) return true;
-  refusals_.Count(Refusal::kNoRoom, &caller, "too many connections of one user");
-  Refuse(stream, "too many connections of this user");
-  return false;
-}
-
-std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream, Place& place) {
-  // Where the system says it before anything was read, who says nothing takes a place of its user's, too.
-  std::optional<LocalCaller> caller = stream.Identify();
-  if (caller && !TakePlace(stream, place, *caller)) return std::nullopt;
+std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream, std::optional<LocalCaller> caller) {
   std::string greeting;
-  const ChannelWait wait = stream.Receive(greeting, Deadline());
-  if (wait != ChannelWait::kDone) {
-    CountBroken(stream, wait, caller ? &*caller : nullptr);
-    return std::nullopt;
-  }
+  const ChannelWait wait = stream.Receive(greeting, In(caller ? limits_.patience : limits_.stranger_patience));
   if (!caller) caller = stream.Identify();
-  if (!caller || GreetingFromJson(greeting) != kChannelVersion) {
-    const char* const reason = caller ? "another version than 1" : "the system does not say who calls";
-    refusals_.Count(Refusal::kUnknown, caller ? &*caller : nullptr, reason);
-    Refuse(stream, reason);
+  const LocalCaller* const known = caller ? &*caller : nullptr;
+  if (wait != ChannelWait::kDone) {
+    CountBroken(stream, wait, known);
     return std::nullopt;
   }
-  return TakePlace(stream, place, *caller) ? caller : std::nullopt;
+  if (known != nullptr && GreetingFromJson(greeting) == kChannelVersion) return caller;
+  Refuse(stream, Refusal::kUnknown, known,
+         known != nullptr ? "another version than 1" : "the system does not say who calls");
+  return std::nullopt;
 }
 
-void ChannelServer::Converse(MessageStream& stream) {
-  Place place(*this);
-  const std::optional<LocalCaller> caller = Greet(stream, place);
+void ChannelServer::Converse(MessageStream& stream, std::optional<LocalCaller> caller, Place place) {
+  const bool was_known = caller.has_value();
+  caller = Greet(stream, std::move(caller));
   if (!caller) return;
-  ChannelWait wait = stream.Send(GreetingToJson(), Deadline());
-  std::string request;
-  while (wait == ChannelWait::kDone) {
-    wait = stream.Receive(request, Deadline());
-    if (wait == ChannelWait::kDone) wait = stream.Send(answerer_(*caller, request), Deadline());
+  if (!was_known) {
+    place = nullptr;
+    place = Enter(stream, &*caller);
+    if (place == nullptr) return;
   }
-  CountBroken(stream, wait, &*caller);
+  stream.SetLongest(kLongestRequest);
+  ChannelWait wait = stream.Send(GreetingToJson(), In(limits_.patience));
+  std::string request;
+  bool last = false;
+  // What has come already is given before the stop event is looked at: who sends without a pause would hold up the end.
+  while (wait == ChannelWait::kDone && !last && !IsStopping()) {
+    wait = stream.Receive(request, In(limits_.patience));
+    if (wait != ChannelWait::kDone) break;
+    const Answer answer = answerer_(*caller, request);
+    last = answer.last;
+    wait = stream.Send(answer.text, In(limits_.patience));
+  }
+  if (wait != ChannelWait::kDone) CountBroken(stream, wait, &*caller);
 }
 
 }  // namespace TVK

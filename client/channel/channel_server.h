@@ -8,6 +8,7 @@
 #include <string>
 #include <thread>
 
+#include "client/channel/caller_places.h"
 #include "client/channel/message_stream.h"
 #include "client/channel/refusals.h"
 #include "client/log/log.h"
@@ -16,11 +17,12 @@
 namespace TVK {
 
 struct ChannelLimits {
-  std::size_t connections = 32;          ///< At once; what comes beyond is refused.
-  std::size_t connections_of_user = 16;  ///< The same of one account that is not an administrator's nor our own.
+  CallerPlaces::Limits places = {};  ///< What comes beyond is refused.
   /// Waking time in which a whole message must come, from the connection or the last answer on, and in which an answer
   /// must be taken. Who is quiet for longer is closed, too: a client connects again when it has something to say.
   std::chrono::milliseconds patience{5000};
+  /// The same for the first message of a caller whom the system does not name before it came.
+  std::chrono::milliseconds stranger_patience{1000};
 };
 
 /// One thread waits for callers; each conversation has a thread of its own, so that callers who write share the
@@ -28,7 +30,11 @@ struct ChannelLimits {
 class ChannelServer {
  public:
   /// The answer to a request, both JSON, on the caller's thread: any, side by side.
-  using Answerer = std::function<std::string(const platform::LocalCaller& caller, std::string_view request)>;
+  struct Answer {
+    std::string text;
+    bool last = false;  ///< The conversation ends with it.
+  };
+  using Answerer = std::function<Answer(const platform::LocalCaller& caller, std::string_view request)>;
 
   /// Everything must outlive the object. `refusals` also counts what is refused here.
   ChannelServer(platform::Runtime& runtime, const Log& log, Refusals& refusals, Answerer answerer,
@@ -38,37 +44,32 @@ class ChannelServer {
   ChannelServer(const ChannelServer&) = delete;
   ChannelServer& operator=(const ChannelServer&) = delete;
 
-  /// Begins to listen at `place`. Empty, or why nobody can connect. Once.
+  /// How long after a failure it is tried again to listen: the first time, and at the most.
+  static constexpr std::chrono::milliseconds kFirstPause{1000};
+  static constexpr std::chrono::milliseconds kLongestPause{60'000};
+
+  /// Begins to listen at `place`. Empty, or why nobody can connect yet: what stands in the way may go, so it is tried
+  /// again until the end. Once.
   std::string Start(const std::filesystem::path& place);
 
  private:
   using Conversation = std::uint64_t;
-
-  /// A place among the connections of a user who is limited; given back by the destructor.
-  class Place {
-   public:
-    explicit Place(ChannelServer& server) : server_(server) {}
-    ~Place();
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
-
-    /// False when the caller's user has no place left. True also for one who is not limited, or has a place.
-    bool Take(const platform::LocalCaller& caller);
-
-   private:
-    ChannelServer& server_;
-    std::string user_;  ///< Whose place it is; empty: none is taken.
-  };
+  using Place = std::shared_ptr<void>;
 
   void Listen();
+  /// Makes the listener. Empty, or why there is none.
+  std::string Open();
   void Admit(std::unique_ptr<platform::LocalConnection> connection);
-  void Converse(MessageStream& stream);
-  /// The caller, who has a place; nothing when it was refused.
-  std::optional<platform::LocalCaller> Greet(MessageStream& stream, Place& place);
-  bool TakePlace(MessageStream& stream, Place& place, const platform::LocalCaller& caller);
-  void Refuse(MessageStream& stream, const char* reason);
+  /// A conversation with who holds `place`, until its end. `caller`: nothing where the system has yet to name it.
+  void Converse(MessageStream& stream, std::optional<platform::LocalCaller> caller, Place place);
+  /// Receives the greeting, and names the caller; nothing when it was refused.
+  std::optional<platform::LocalCaller> Greet(MessageStream& stream, std::optional<platform::LocalCaller> caller);
+  /// Null: refused. `caller`: null while it is not known.
+  Place Enter(MessageStream& stream, const platform::LocalCaller* caller);
+  void Refuse(MessageStream& stream, Refusal refusal, const platform::LocalCaller* caller, const char* reason);
   void CountBroken(const MessageStream& stream, platform::ChannelWait wait, const platform::LocalCaller* caller);
-  platform::SteadyTime Deadline() const { return runtime_.clock().Steady() + limits_.patience; }
+  platform::SteadyTime In(std::chrono::milliseconds patience) const { return runtime_.clock().Steady() + patience; }
+  bool IsStopping() const { return runtime_.Wait(*stop_, std::chrono::milliseconds(0)) == 0; }
   /// The last act of a conversation's thread.
   void End(Conversation conversation);
 
@@ -79,14 +80,15 @@ class ChannelServer {
   const ChannelLimits limits_;
   const std::unique_ptr<platform::Event> stop_;   ///< Manual-reset.
   const std::unique_ptr<platform::Event> ended_;  ///< Auto-reset; a conversation ended.
-  std::unique_ptr<platform::LocalListener> listener_;
+  CallerPlaces places_;
+  std::filesystem::path place_;
+  std::unique_ptr<platform::LocalListener> listener_;  ///< Of the listening thread, once it runs.
   std::thread thread_;
   std::mutex mutex_;  ///< Guards what follows; held for a look, and while a thread is started.
   Conversation last_ = 0;
   std::size_t running_ = 0;  ///< Conversations that have not come to their end.
   std::map<Conversation, std::thread> threads_;
   std::thread finished_;  ///< The one that ended last; who ends next joins it, so that no more than one is left.
-  std::map<std::string, std::size_t> of_user_;  ///< Connections of each account that is limited.
 };
 
 }  // namespace TVK

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <barrier>
+#include <semaphore>
 #include <vector>
 
 #include "client/channel/channel_client.h"
@@ -16,19 +17,47 @@ namespace {
 
 using platform::ChannelWait;
 
+TEST(CallerPlaces, OneUserLeavesRoomForOthersAndUsersForAdministrators) {
+  CallerPlaces places({.all = 6, .of_users = 4, .of_user = 2});
+  const platform::LocalCaller callers[] = {{platform::CallerKind::kInteractiveUser, "a"},
+                                           {platform::CallerKind::kInteractiveUser, "b"},
+                                           {platform::CallerKind::kInteractiveUser, "c"},
+                                           {platform::CallerKind::kAdministrator, "a"}};
+  std::vector<std::shared_ptr<void>> held;
+  // Which caller asks, or nobody who is known, and whether there is room.
+  const std::pair<int, bool> turns[] = {{0, true},  {0, true},  {0, false}, {1, true},  {1, true},
+                                        {2, false}, {-1, true}, {3, true},  {3, false}, {-1, false}};
+  for (const auto& [caller, room] : turns) {
+    auto place = places.Take(caller < 0 ? nullptr : &callers[caller]);
+    EXPECT_EQ(place != nullptr, room) << held.size();
+    if (place != nullptr) held.push_back(std::move(place));
+  }
+  held.erase(held.begin());
+  EXPECT_EQ(places.Take(&callers[2]) != nullptr, true) << "given back at once, too";
+  EXPECT_NE(places.Take(&callers[0]), nullptr);
+  held.clear();
+  held = {places.Take(nullptr), places.Take(nullptr), places.Take(nullptr)};
+  EXPECT_TRUE(held[1] != nullptr && held[2] == nullptr) << "those not known yet count as one user";
+}
+
 class ChannelServerTest : public testing::Test {
  protected:
   void Start(ChannelLimits limits = {}) {
+    MakeServer(limits);
+    ASSERT_EQ(server_->Start(place_), "");
+  }
+  void MakeServer(ChannelLimits limits) {
     server_.emplace(
         *runtime_, log_, refusals_,
         [this](const platform::LocalCaller& caller, std::string_view request) {
           EXPECT_EQ(caller.kind, platform::CallerKind::kOwnAccount);
           std::string problem;
           const auto read = RequestFromJson(request, problem);
-          return ToJson(read ? answer_(*read) : ChannelAnswer{SessionRecorder::kChannelFailed, problem, {}});
+          const ChannelAnswer answer =
+              read ? answer_(*read) : ChannelAnswer{SessionRecorder::kChannelFailed, problem, {}};
+          return ChannelServer::Answer{ToJson(answer), !read};
         },
         limits);
-    ASSERT_EQ(server_->Start(place_), "");
   }
   platform::SteadyTime Soon() const { return runtime_->clock().Steady() + std::chrono::seconds(20); }
   std::unique_ptr<platform::LocalConnection> Connect() {
@@ -115,6 +144,7 @@ TEST_F(ChannelServerTest, NonsenseEndsItsOwnConversationAlone) {
                {FrameOf("hello"), Refusal::kUnknown},
                {FrameOf(R"({"version": 2})"), Refusal::kUnknown},
                {greeting + std::string(4, '\0'), Refusal::kBroken},
+               {FrameOf(std::string(kLongestGreeting + 1, ' ')), Refusal::kBroken},
                {greeting + FrameOf(std::string(kLongestRequest + 1, ' ')), Refusal::kBroken}};
   for (const auto& [bytes, refusal] : cases) {
     const std::uint64_t before = Refused(refusal);
@@ -143,18 +173,23 @@ TEST_F(ChannelServerTest, HalfAMessageIsNotWaitedForLong) {
   EXPECT_EQ(Refused(Refusal::kBroken), 1u) << "who says nothing breaks nothing";
 }
 
-TEST_F(ChannelServerTest, ManyConnectionsAreRefusedAndTheirPlacesComeBack) {
-  Start({.connections = 4});
-  {
-    std::vector<std::unique_ptr<platform::LocalConnection>> connections;
-    for (int i = 0; i < 4; ++i)
-      connections.push_back(Connect());
-    ChannelClient fifth(*runtime_, place_);
-    const ChannelAnswer refused = fifth.Ask({});
-    EXPECT_EQ(refused.result, SessionRecorder::kChannelFailed);
-    EXPECT_EQ(Refused(Refusal::kNoRoom), 1u) << refused.reason;
-  }
-  // The closed ones are noticed one after the other.
+TEST_F(ChannelServerTest, WhoFindsNoRoomIsLetInWhenOthersWent) {
+  Start({.places = {.all = 4}, .patience = std::chrono::seconds(2)});
+  std::vector<std::unique_ptr<platform::LocalConnection>> quiet;
+  for (int i = 0; i < 4; ++i)
+    quiet.push_back(Connect());
+  ChannelClient fifth(*runtime_, place_);
+  EXPECT_EQ(fifth.Ask({}).result, 0);
+  EXPECT_GE(Refused(Refusal::kNoRoom), 1u);
+}
+
+TEST_F(ChannelServerTest, WhatStandsInTheWayIsWaitedFor) {
+  const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
+  platform::LocalListening other = platform::ListenLocally(*runtime_, place_, *stop);
+  ASSERT_NE(other.listener, nullptr) << other.problem;
+  MakeServer({});
+  server_->Start(place_);
+  other.listener = nullptr;
   ChannelClient client(*runtime_, place_);
   const platform::SteadyTime deadline = Soon();
   while (client.Ask({}).result != 0)
@@ -172,6 +207,33 @@ TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
   server_.reset();
   EXPECT_LT(runtime_->clock().Steady() - begin, std::chrono::seconds(60)) << "less than its patience";
   EXPECT_EQ(client.Ask({}).result, SessionRecorder::kChannelFailed);
+}
+
+TEST_F(ChannelServerTest, TheEndComesBeforeWhatIsStillToBeAnswered) {
+  Start({.patience = std::chrono::minutes(5)});
+  std::atomic<int> asked = 0;
+  std::binary_semaphore go_on(0);
+  answer_ = [&](const ChannelRequest&) {
+    if (++asked == 1) go_on.acquire();
+    return ChannelAnswer();
+  };
+  const auto quiet = Connect();
+  std::array<char, 100> buffer;
+  std::size_t count = 0;
+  ASSERT_EQ(quiet->Send(FrameOf(GreetingToJson()), Soon()), ChannelWait::kDone);
+  ASSERT_EQ(quiet->Receive(buffer, Soon(), count), ChannelWait::kDone);
+  const auto hasty = Connect();
+  std::string bytes = FrameOf(GreetingToJson());
+  for (int i = 0; i < 100; ++i)
+    bytes += FrameOf(ToJson(ChannelRequest{}));
+  ASSERT_EQ(hasty->Send(bytes, Soon()), ChannelWait::kDone);
+  while (asked == 0)
+    std::this_thread::yield();
+  std::thread end([&] { server_.reset(); });
+  EXPECT_EQ(quiet->Receive(buffer, Soon(), count), ChannelWait::kClosed) << "the end has begun";
+  go_on.release();
+  end.join();
+  EXPECT_EQ(asked, 1);
 }
 
 }  // namespace

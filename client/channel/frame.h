@@ -9,8 +9,10 @@ namespace TVK {
 
 /// The longest message that the service reads, and the longest that it answers with: a policy may be as long as its
 /// file (kPolicySizeLimit), an observation needs a few thousand bytes.
-inline constexpr std::size_t kLongestRequest = 256 << 10;
+inline constexpr std::size_t kLongestRequest = 32 << 10;
 inline constexpr std::size_t kLongestAnswer = 2 << 20;
+/// The longest with which a conversation begins, before it is known who calls.
+inline constexpr std::size_t kLongestGreeting = 64;
 
 /// `message` with its length before it.
 std::string FrameOf(std::string_view message);
@@ -26,6 +28,8 @@ class FrameReader {
   };
 
   explicit FrameReader(std::size_t longest) : longest_(longest) {}
+  /// For the messages from the next one on.
+  void SetLongest(std::size_t longest) { longest_ = longest; }
 
   void Append(std::string_view bytes) { bytes_ += bytes; }
   /// Takes the next message; `message` stays untouched unless kMessage.
@@ -34,7 +38,7 @@ class FrameReader {
   bool HoldsPart() const { return !bytes_.empty(); }
 
  private:
-  const std::size_t longest_;
+  std::size_t longest_;
   std::string bytes_;
 };
 

@@ -18,6 +18,8 @@ class MessageStream {
   MessageStream(std::unique_ptr<platform::LocalConnection> connection, std::size_t longest)
       : connection_(std::move(connection)), reader_(longest) {}
 
+  void SetLongest(std::size_t longest) { reader_.SetLongest(longest); }
+
   /// Waits for the next whole message. kClosed also for bytes that are no message: HasBroken says so.
   platform::ChannelWait Receive(std::string& message, platform::SteadyTime deadline);
   platform::ChannelWait Send(std::string_view message, platform::SteadyTime deadline) {

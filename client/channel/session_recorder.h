@@ -20,13 +20,15 @@ struct ObservedDevice {
 ///
 /// Every operation returns 0 when what was given is durable in the service's store or was there already, else the
 /// reason: the store's result, DatasetMonitor's (-1: no such item, or a device that was not described; -2: withheld for
-/// want of consent), or kChannelFailed. What failed was logged; nothing is kept for later.
+/// want of consent), kRefused or kChannelFailed. What failed was logged; nothing is kept for later.
 class SessionRecorder {
  public:
   /// The service is not there, has no room for another caller, or refused this one.
   static constexpr int kChannelFailed = -3;
   /// DatasetMonitor's: no such item, or a device that was not described.
   static constexpr int kNotDescribed = -1;
+  /// No dataset of the session, or more than such a dataset says: a key that it does not have, one device too many.
+  static constexpr int kRefused = -4;
 
   virtual ~SessionRecorder() = default;
 

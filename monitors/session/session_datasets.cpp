@@ -18,4 +18,17 @@ const std::map<std::wstring, std::wstring>& PenItems() {
   return items;
 }
 
+const std::set<std::wstring>& DisplayKeys() {
+  static const std::set<std::wstring> keys = {
+      L"BitsPerPixel", L"Brightness", L"DisplayState", L"Height",      L"ManufactureYear", L"Manufacturer",
+      L"Model",        L"Primary",    L"ProductCode",  L"RefreshRate", L"SerialNumber",    L"Width",
+  };
+  return keys;
+}
+
+const std::set<std::wstring>& PenKeys() {
+  static const std::set<std::wstring> keys = {L"Pen", L"PenSessions", L"Touch", L"TouchContacts", L"TouchSessions"};
+  return keys;
+}
+
 }  // namespace TVK

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "framework/dataset_row.h"
@@ -36,5 +37,9 @@ inline constexpr wchar_t kPenUseItem[] = L"PenUsePerInterval";
 /// Item name to item id.
 const std::map<std::wstring, std::wstring>& DisplayItems();
 const std::map<std::wstring, std::wstring>& PenItems();
+
+/// All that the contexts and items may say.
+const std::set<std::wstring>& DisplayKeys();
+const std::set<std::wstring>& PenKeys();
 
 }  // namespace TVK

@@ -147,9 +147,9 @@ class SocketListener final : public LocalListener {
       if (WaitFor(runtime_, &stop_, readable_, SteadyTime::max()) != ChannelWait::kDone) return nullptr;
       UniqueFd fd(::accept4(fd_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
       if (fd) return std::make_unique<SocketConnection>(runtime_, &stop_, std::move(fd));
-      const bool lacks = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-      // The socket stays readable, so without a pause it would be asked without an end.
-      if (lacks && runtime_.Wait(stop_, kPause) == 0) return nullptr;
+      const bool went = errno == EAGAIN || errno == ECONNABORTED || errno == EINTR;
+      // For want of descriptors or memory the socket stays readable: without a pause it would be asked without an end.
+      if (!went && runtime_.Wait(stop_, kPause) == 0) return nullptr;
     }
   }
 
@@ -224,14 +224,19 @@ LocalListening ListenLocally(Runtime& runtime, const std::filesystem::path& plac
 }
 
 LocalConnecting ConnectLocally(Runtime& runtime, const std::filesystem::path& place, Waitable* stop,
-                               SteadyTime /*deadline*/) {
+                               SteadyTime deadline) {
+  constexpr milliseconds kTurn(100);  // of waiting for room in the listener's queue, which no event tells
   const std::filesystem::path file = place / kSocketName;
   sockaddr_un address;
   if (!SetPath(address, file)) return {nullptr, Problem(file, kTooLong)};
   UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  const std::unique_ptr<Event> never = stop == nullptr ? runtime.MakeEvent(EventReset::kManual) : nullptr;
   // Of a local socket it succeeds or fails at once: EAGAIN says that too many wait already.
-  if (!fd || ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    return {nullptr, SystemProblem(file)};
+  while (!fd || ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const bool full = errno == EAGAIN;
+    std::string problem = SystemProblem(file);
+    const bool busy = fd && full && runtime.clock().Steady() + kTurn < deadline;
+    if (!busy || runtime.Wait(stop == nullptr ? *never : *stop, kTurn) == 0) return {nullptr, std::move(problem)};
   }
   struct stat folder {};
   const std::optional<ucred> listener = PeerOf(fd.get());

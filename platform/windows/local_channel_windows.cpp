@@ -15,7 +15,7 @@ namespace platform {
 namespace windows {
 
 std::string PipeAccessList(const std::string& own) {
-  std::string list = "D:P(D;;GA;;;NU)(A;;GA;;;SY)(A;;GA;;;BA)";
+  std::string list = "D:P(A;;GA;;;SY)(A;;GA;;;BA)";
   if (!own.empty()) list = "O:" + own + list + "(A;;GA;;;" + own + ")";
   return list + "(A;;0x12008b;;;IU)";
 }
@@ -25,6 +25,7 @@ std::wstring PipeName(const std::filesystem::path& place) {
   std::wstring name = L"\\\\.\\pipe\\TVKClientService";
   if (place.empty()) return name;
   std::wstring path = std::filesystem::absolute(place).lexically_normal().make_preferred().native();
+  if (path.ends_with(L'\\')) path.pop_back();
   // Two spellings of one folder are one place.
   CharLowerBuffW(path.data(), static_cast<DWORD>(path.size()));
   constexpr wchar_t kDigits[] = L"0123456789abcdef";
@@ -120,8 +121,14 @@ std::optional<LocalCaller> CallerOf(HANDLE token) {
 
 class PipeConnection final : public LocalConnection {
  public:
-  PipeConnection(Runtime& runtime, Waitable* stop, UniqueFile pipe)
-      : pipe_(std::move(pipe)), calls_(runtime, stop, pipe_.get()) {}
+  /// `end`: the stop event after which no client may keep the pipe; null for the client's own end.
+  PipeConnection(Runtime& runtime, Waitable* stop, UniqueFile pipe, Waitable* end = nullptr)
+      : runtime_(runtime), end_(end), pipe_(std::move(pipe)), calls_(runtime, stop, pipe_.get()) {}
+  /// A client that keeps its end would keep the pipe's name from the next service. Else what was answered last may
+  /// still be on its way to the client.
+  ~PipeConnection() override {
+    if (end_ != nullptr && runtime_.Wait(*end_, milliseconds(0)) == 0) DisconnectNamedPipe(pipe_.get());
+  }
 
   ChannelWait Receive(std::span<char> buffer, SteadyTime deadline, std::size_t& received) override {
     DWORD bytes = 0;
@@ -158,6 +165,8 @@ class PipeConnection final : public LocalConnection {
   }
 
  private:
+  Runtime& runtime_;
+  Waitable* const end_;
   const UniqueFile pipe_;
   PipeCalls calls_;
 };
@@ -166,6 +175,8 @@ class PipeListener final : public LocalListener {
  public:
   PipeListener(Runtime& runtime, Waitable& stop, std::wstring name, SecurityAttributes security)
       : runtime_(runtime), stop_(stop), name_(std::move(name)), security_(std::move(security)) {}
+
+  ~PipeListener() override { DisconnectNamedPipe(next_.get()); }
 
   bool Open() {
     next_ = MakeInstance(true);
@@ -181,10 +192,12 @@ class PipeListener final : public LocalListener {
         // Before this one is handed out: a name without an instance is free for anybody to take.
         if (UniqueFile following = MakeInstance(false)) {
           UniqueFile pipe = std::exchange(next_, std::move(following));
-          return std::make_unique<PipeConnection>(runtime_, &stop_, std::move(pipe));
+          return std::make_unique<PipeConnection>(runtime_, &stop_, std::move(pipe), &stop_);
         }
-        if (runtime_.Wait(stop_, kPause) == 0) return nullptr;
       }
+      // One that went before it was accepted is common; anything else may come again at once, and without an end.
+      const bool went = connected == ChannelWait::kClosed && connect_error_ == ERROR_NO_DATA;
+      if (!went && runtime_.Wait(stop_, kPause) == 0) return nullptr;
       DisconnectNamedPipe(next_.get());
     }
   }
@@ -201,7 +214,8 @@ class PipeListener final : public LocalListener {
     PipeCalls calls(runtime_, &stop_, next_.get());
     const ChannelWait result = calls.Run(SteadyTime::max(), ignored, [&](OVERLAPPED* call) {
       if (ConnectNamedPipe(next_.get(), call)) return true;
-      came_first = GetLastError() == ERROR_PIPE_CONNECTED;  // no end of the call follows
+      connect_error_ = GetLastError();
+      came_first = connect_error_ == ERROR_PIPE_CONNECTED;  // no end of the call follows
       return false;
     });
     return came_first ? ChannelWait::kDone : result;
@@ -211,6 +225,7 @@ class PipeListener final : public LocalListener {
   Waitable& stop_;
   const std::wstring name_;
   SecurityAttributes security_;
+  DWORD connect_error_ = 0;
   UniqueFile next_;  ///< The instance that waits for a client; there is always one.
 };
 

@@ -14,7 +14,8 @@ inline constexpr DWORD kPipeClientRights = FILE_GENERIC_READ | FILE_WRITE_DATA;
 static_assert((kPipeClientRights & FILE_CREATE_PIPE_INSTANCE) == 0);
 
 /// The access list: all rights for the system, the administrators and the account `own` (a security identifier), a
-/// client's for whoever is logged on, none for whoever comes over the network.
+/// client's for whoever is logged on. Nobody is denied for having come over the network, as an administrator has who
+/// works from afar: the pipe itself takes no connection from another computer.
 std::string PipeAccessList(const std::string& own);
 
 /// How an instance is opened: the first one only when nobody has a pipe of this name.
