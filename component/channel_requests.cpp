@@ -21,8 +21,7 @@ bool IsObservation(ChannelWish wish) {
 
 bool May(CallerKind kind, ChannelWish wish) {
   if (IsPrivileged(kind)) return true;
-  const bool of_users = IsObservation(wish) || wish == ChannelWish::kPolicy || wish == ChannelWish::kClientPolicy;
-  return kind == CallerKind::kInteractiveUser && of_users;
+  return kind == CallerKind::kInteractiveUser && (IsObservation(wish) || wish == ChannelWish::kPolicy);
 }
 
 /// The result of an operation of SessionRecorder, with the reason where it is none of the store's.
@@ -44,9 +43,7 @@ ChannelAnswer ResultOf(int result) {
 template <typename Policy>
 ChannelAnswer Document(bool there, const Policy& policy) {
   if (!there) return Refused("there is no policy");
-  ChannelAnswer answer{0, {}, ToJson(policy)};
-  // Its text may be written longer than it was read.
-  return answer.body.size() > kPolicySizeLimit ? Refused("the policy is too long to be told") : std::move(answer);
+  return {0, {}, ToJson(policy)};
 }
 
 }  // namespace
@@ -80,7 +77,8 @@ ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& calle
   }
   const ChannelAnswer answer = CarryOut(*request);
   if (answer.result == SessionRecorder::kRefused) refusals_.Count(Refusal::kNotAllowed, &caller, answer.reason);
-  return {ToJson(answer)};
+  std::string whole = ToJson(answer);
+  return {whole.size() <= kLongestAnswer ? std::move(whole) : ToJson(Refused("the answer is too long to be told"))};
 }
 
 ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {

@@ -132,6 +132,8 @@ TEST_F(ServiceChannelTest, TheStatusIsThatOfTheManagerAndItsStore) {
                                                    {IdOf(L"SystemBIOSEvent"), L"SystemBIOSEvent"},
                                                    {IdOf(L"PCIe_NVMe_SelfTestResult"), L"PCIe_NVMe_SelfTestResult"}});
   policy.datasets.front().settings = {{L"ReadUsageInterval", L"1h"}};
+  policy.datasets.splice(policy.datasets.end(), PolicyWithSession(L"enhance").datasets);
+  policy.datasets.back().enabled = false;
   config_.SetPolicy(policy);
   life_.Start();
   life_.composition.ServeChannel(&life_.manager.access(), place_);
@@ -158,6 +160,13 @@ TEST_F(ServiceChannelTest, TheStatusIsThatOfTheManagerAndItsStore) {
   EXPECT_FALSE(self_test["runs"].asBool());
   EXPECT_EQ(self_test["why"], "scope");
   EXPECT_EQ(StatusOf(status, "MemoryEvent")["why"], "not listed");
+  const auto state = [](const Json::Value& dataset) {
+    return dataset["why"].asString() + (dataset["runs"].asBool() ? ": runs" : ": not there");
+  };
+  EXPECT_EQ(state(StatusOf(status, "DisplayEvent")), "runs: runs");
+  EXPECT_EQ(state(StatusOf(status, "PenEvent")), "disabled: not there") << "by the same program";
+  life_.user_process.runs = false;
+  EXPECT_EQ(state(StatusOf(ask(), "DisplayEvent")), "no user agent: not there");
   EXPECT_FALSE(StatusOf(status, "MemoryEvent").isMember("since"));
   EXPECT_TRUE(StatusOf(status, "DeviceContext").isMember("last_record"));
   EXPECT_EQ(status["datasets"].size(), table_.datasets().size());
@@ -207,14 +216,15 @@ TEST_F(ChannelRights, FollowFromWhoAsks) {
   config_.SetPolicy(TelemetryPolicy());
   config_.SetTvkPolicy(TvkPolicy());
   EXPECT_EQ(Ask(CallerKind::kAdministrator, ChannelWish::kStatus), 0);
-  for (const ChannelWish wish : {ChannelWish::kPolicy, ChannelWish::kClientPolicy, ChannelWish::kContext,
-                                 ChannelWish::kInit, ChannelWish::kItem}) {
+  EXPECT_EQ(Ask(CallerKind::kAdministrator, ChannelWish::kClientPolicy), 0);
+  for (const ChannelWish wish : {ChannelWish::kPolicy, ChannelWish::kContext, ChannelWish::kInit, ChannelWish::kItem}) {
     for (const CallerKind kind : {CallerKind::kOwnAccount, CallerKind::kAdministrator, CallerKind::kInteractiveUser})
       EXPECT_EQ(Ask(kind, wish), 0) << WishName(wish);
     EXPECT_EQ(Ask(CallerKind::kOther, wish), SessionRecorder::kChannelFailed) << WishName(wish);
   }
-  EXPECT_EQ(Refused(Refusal::kNotAllowed), 5u);
-  EXPECT_EQ(Ask(CallerKind::kInteractiveUser, ChannelWish::kStatus), SessionRecorder::kChannelFailed);
+  EXPECT_EQ(Refused(Refusal::kNotAllowed), 4u);
+  for (const ChannelWish wish : {ChannelWish::kStatus, ChannelWish::kClientPolicy})
+    EXPECT_EQ(Ask(CallerKind::kInteractiveUser, wish), SessionRecorder::kChannelFailed) << WishName(wish);
   EXPECT_EQ(Refused(Refusal::kNotAllowed), 6u);
   const ChannelServer::Answer broken = requests_.Answer({.kind = CallerKind::kAdministrator}, "{}");
   EXPECT_NE(broken.text.find("missing"), std::string::npos);
@@ -244,7 +254,7 @@ TEST_F(ChannelRights, AFloodOfObservationsIsAUsersOwnAffair) {
     EXPECT_EQ(write("a"), 0);
   EXPECT_EQ(write("a"), SessionRecorder::kChannelFailed) << "no more than at once";
   // Many devices in one, or a long text, are many.
-  ChannelRequest devices{.wish = ChannelWish::kContext, .devices = std::vector<ObservedDevice>(3)};
+  ChannelRequest devices{.wish = ChannelWish::kContext, .devices = {{L"1", {}}, {L"2", {}}, {L"3", {}}}};
   ChannelRequest text{.wish = ChannelWish::kItem};
   for (int i = 0; i < 10; ++i)
     text.data[std::to_wstring(i)] = std::wstring(210, L'x');

@@ -39,7 +39,8 @@ Json::Value DatasetValue(const DatasetStatus& status, const StoreSummary* store,
   value["name"] = Utf8(row.name);
   value["id"] = Utf8(row.id);
   value["runs"] = status.runs;
-  value["why"] = std::string(ReasonName(status.decision.reason));
+  const bool hindered = status.decision.runs() && !status.obstacle.empty();
+  value["why"] = std::string(hindered ? status.obstacle : ReasonName(status.decision.reason));
   value["collects"] = status.dataset->collects || row.rule == DatasetRule::kDeviceContext;
   if (status.since) value["since"] = TimeValue(*status.since, clock);
   if (store != nullptr) {

@@ -114,19 +114,23 @@ TVK::ManagerStatus EventManager::Parts::Status() {
   for (const TVK::Dataset& dataset : services.datasets.datasets()) {
     TVK::DatasetStatus& each = status.datasets.emplace_back(TVK::DatasetStatus{.dataset = &dataset});
     const TVK::MonitorList::Entry entry = monitors.Find(dataset.row.id);
+    using TVK::DecisionMoment;
     switch (dataset.row.rule) {
       case TVK::DatasetRule::kApplication:
       case TVK::DatasetRule::kDeviceContext:
         each.runs = initialized;
         break;
       case TVK::DatasetRule::kUserProcess:
-        each.runs = display.Runs();
-        break;
+        // What its filters exclude is not written, whether or not it started.
+        each.decision = policy.Decide(dataset.row, DecisionMoment::kStart);
+        each.runs = display.Runs() && each.decision.runs();
+        if (each.decision.runs() && !each.runs) each.obstacle = "no user agent";
+        continue;
       default:
-        each.runs = entry != nullptr && entry->IsListed();
+        each.runs = entry != nullptr && entry->IsListed() && entry->IsStarted() && !entry->HasFailed();
+        if (entry != nullptr && entry->HasFailed()) each.obstacle = "failed";
     }
     // What a filter excludes does not start, and what runs goes on.
-    using TVK::DecisionMoment;
     each.decision = policy.Decide(dataset.row, each.runs ? DecisionMoment::kRunning : DecisionMoment::kStart);
     if (entry == nullptr) continue;
     each.since = entry->started_at();

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/channel/session_recorder.h"
@@ -16,7 +17,8 @@ namespace TVK {
 struct DatasetStatus {
   const Dataset* dataset = nullptr;  ///< Of the table.
   DatasetDecision decision = {};     ///< By policy and scope in force: whether it is to run.
-  bool runs = false;  ///< Whether what collects it is there; one that is just starting or ending differs.
+  bool runs = false;               ///< Whether what collects it is there; one that is just starting or ending differs.
+  std::string_view obstacle = {};  ///< Why it does not run although it is to, where that is known.
   std::optional<platform::WallTime> since = {};        ///< When its monitor was started.
   std::optional<platform::ElapsedTime> next_due = {};  ///< Of its report, where it makes one in an interval.
 };

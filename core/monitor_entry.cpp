@@ -25,6 +25,11 @@ bool MonitorEntry::IsStarted() const {
   return started_;
 }
 
+bool MonitorEntry::HasFailed() const {
+  const std::lock_guard lock(mutex_);
+  return failed_;
+}
+
 std::optional<platform::WallTime> MonitorEntry::started_at() const {
   const std::lock_guard lock(mutex_);
   return started_at_;
@@ -42,9 +47,11 @@ bool MonitorEntry::Start(const wchar_t* caller) {
 }
 
 void MonitorEntry::RunMonitor() {
+  bool failed = true;
   try {
     monitor_->Initialize();
     monitor_->StartMonitor(L"test");
+    failed = false;
   } catch (const std::exception& failure) {
     log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", String::UTF8ToUTF16(failure.what()));
   } catch (...) {
@@ -52,6 +59,7 @@ void MonitorEntry::RunMonitor() {
   }
   const std::lock_guard lock(mutex_);
   returned_ = true;
+  failed_ = failed;
 }
 
 bool MonitorEntry::JoinIfReturned() {

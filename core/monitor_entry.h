@@ -25,6 +25,8 @@ class MonitorEntry {
   const DatasetRow& row() const { return row_; }
   bool IsListed() const;
   bool IsStarted() const;
+  /// Whether its main routine ended with an exception: it collects nothing any more.
+  bool HasFailed() const;
   /// When its thread was started; nothing before.
   std::optional<platform::WallTime> started_at() const;
 
@@ -63,6 +65,7 @@ class MonitorEntry {
   bool started_ = false;
   std::optional<platform::WallTime> started_at_;
   bool returned_ = false;  ///< The main routine has.
+  bool failed_ = false;    ///< With an exception.
   std::thread thread_;
 };
 

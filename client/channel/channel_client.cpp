@@ -13,6 +13,8 @@ namespace {
 
 // Well below the service's patience with who is quiet: it never closes a connection on which something is being asked.
 constexpr std::chrono::milliseconds kKeptFor(2000);
+// And half of the time after which the service ends a conversation.
+constexpr std::chrono::seconds kLongestConversation(30);
 
 const char* Reason(ChannelWait wait) {
   switch (wait) {
@@ -36,7 +38,7 @@ ChannelAnswer ChannelClient::Ask(const ChannelRequest& request) {
   if (text.size() > kLongestRequest) return Failure("the request is too long");
   const std::lock_guard lock(mutex_);
   const platform::SteadyTime now = runtime_.clock().Steady();
-  if (now - last_use_ > kKeptFor) stream_ = nullptr;
+  if (now - last_use_ > kKeptFor || now - begin_ > kLongestConversation) stream_ = nullptr;
   constexpr std::chrono::milliseconds kPause(100);
   const platform::SteadyTime deadline = now + kPatience;
   ChannelAnswer answer = Converse(text, deadline);
@@ -55,6 +57,7 @@ ChannelAnswer ChannelClient::Converse(const std::string& request, platform::Stea
     platform::LocalConnecting connecting = platform::ConnectLocally(runtime_, place_, stop_, deadline);
     if (connecting.connection == nullptr) return Failure("the service is not there: " + connecting.problem);
     stream_ = std::make_unique<MessageStream>(std::move(connecting.connection), kLongestAnswer);
+    begin_ = runtime_.clock().Steady();
   }
   // Kept only after a whole conversation: what is left of another one would be taken for the next answer.
   std::unique_ptr<MessageStream> stream = std::move(stream_);

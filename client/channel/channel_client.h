@@ -47,6 +47,7 @@ class ChannelClient {
   const std::unique_ptr<platform::Event> never_;  ///< Waited for where there is no stop event.
   std::mutex mutex_;                              ///< Held for a whole request; guards what follows.
   std::unique_ptr<MessageStream> stream_;
+  platform::SteadyTime begin_;  ///< Of its conversation.
   platform::SteadyTime last_use_;
 };
 

@@ -65,6 +65,7 @@ std::vector<ObservedDevice> ReadDevices(ObjectReader& parent, ProblemList& probl
     ObservedDevice& device = devices.emplace_back();
     ObjectReader reader(each, "devices", problems);
     ReadName(reader, "key", device.key);
+    if (std::ranges::count(devices, device.key, &ObservedDevice::key) > 1) reader.Refuse("key", "there are two of it");
     ReadData(reader, "facts", device.facts);
     reader.ReportUnknownKeys();
   }

@@ -77,6 +77,7 @@ TEST(Requests, BeyondTheirBoundsAreRefused) {
                                     R"({"wish": "item", "data": {"a": "\u0000"}})",
                                     R"({"wish": "item", "item": "\ud800"})",
                                     R"({"wish": "context", "devices": [{"key": "k", "more": "x"}]})",
+                                    R"({"wish": "context", "devices": [{"key": "k"}, {"key": "k"}]})",
                                     "{\"wish\": \"item\", \"item\": \"\xFF\"}"};
   for (const ChannelRequest& request : {long_name, long_value, many_values, many_devices})
     texts.push_back(ToJson(request));

@@ -158,7 +158,8 @@ void ChannelServer::Converse(MessageStream& stream, std::optional<LocalCaller> c
   std::string request;
   bool last = false;
   // What has come already is given before the stop event is looked at: who sends without a pause would hold up the end.
-  while (wait == ChannelWait::kDone && !last && !IsStopping()) {
+  const platform::SteadyTime end = In(limits_.conversation);
+  while (wait == ChannelWait::kDone && !last && !IsStopping() && runtime_.clock().Steady() < end) {
     wait = stream.Receive(request, In(limits_.patience));
     if (wait != ChannelWait::kDone) break;
     const Answer answer = answerer_(*caller, request);

@@ -23,6 +23,8 @@ struct ChannelLimits {
   std::chrono::milliseconds patience{5000};
   /// The same for the first message of a caller whom the system does not name before it came.
   std::chrono::milliseconds stranger_patience{1000};
+  /// How long a conversation lasts at most: who calls, and what that one may, is asked anew at the next.
+  std::chrono::milliseconds conversation{60'000};
 };
 
 /// One thread waits for callers; each conversation has a thread of its own, so that callers who write share the

@@ -183,6 +183,20 @@ TEST_F(ChannelServerTest, WhoFindsNoRoomIsLetInWhenOthersWent) {
   EXPECT_GE(Refused(Refusal::kNoRoom), 1u);
 }
 
+TEST_F(ChannelServerTest, WhoNeverPausesIsLookedAtAnewSometimes) {
+  Start({.conversation = std::chrono::milliseconds(500)});
+  MessageStream stream(Connect(), kLongestAnswer);
+  const platform::SteadyTime deadline = Soon();
+  ChannelWait wait = stream.Send(GreetingToJson(), deadline);
+  std::string answer;
+  while (wait == ChannelWait::kDone) {
+    ASSERT_LT(runtime_->clock().Steady(), deadline);
+    wait = stream.Send(ToJson(ChannelRequest{}), deadline);
+    if (wait == ChannelWait::kDone) wait = stream.Receive(answer, deadline);
+  }
+  EXPECT_EQ(wait, ChannelWait::kClosed);
+}
+
 TEST_F(ChannelServerTest, WhatStandsInTheWayIsWaitedFor) {
   const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
   platform::LocalListening other = platform::ListenLocally(*runtime_, place_, *stop);
