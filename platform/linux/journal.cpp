@@ -31,7 +31,7 @@ std::optional<Journal> Journal::Open(const fs::path& root, int& error) {
     kept = kept || fs::is_directory(root / folder, ignored);
   error = ENOENT;
   if (!kept) return std::nullopt;
-  const JournalLibrary* const library = JournalLibrary::Get();
+  const SystemdLibrary* const library = SystemdLibrary::Get();
   error = ELIBACC;
   if (library == nullptr) return std::nullopt;
   sd_journal* journal = nullptr;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "platform/linux/journal_library.h"
+#include "platform/linux/systemd_library.h"
 
 namespace platform {
 
@@ -51,14 +51,14 @@ class Journal {
 
  private:
   struct Close {
-    const JournalLibrary* library;
+    const SystemdLibrary* library;
     void operator()(sd_journal* journal) const { library->close(journal); }
   };
 
-  Journal(const JournalLibrary& library, sd_journal* journal)
+  Journal(const SystemdLibrary& library, sd_journal* journal)
       : library_(&library), journal_(journal, Close{&library}) {}
 
-  const JournalLibrary* library_;
+  const SystemdLibrary* library_;
   std::unique_ptr<sd_journal, Close> journal_;
   std::string text_;  ///< What Fields refers to: the library keeps one field at a time.
   std::vector<std::string_view> fields_;

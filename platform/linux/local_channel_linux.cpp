@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <systemd/sd-login.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -16,6 +15,7 @@
 #include <system_error>
 
 #include "platform/files.h"
+#include "platform/linux/systemd_library.h"
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/waitables_linux.h"
 
@@ -53,7 +53,8 @@ ChannelWait WaitFor(Runtime& runtime, Waitable* stop, ReadableFd& readable, Stea
 
 bool IsLoggedOn(uid_t user) {
   char* state = nullptr;
-  if (::sd_uid_get_state(user, &state) < 0) return false;
+  const SystemdLibrary* const library = SystemdLibrary::Get();
+  if (library == nullptr || library->uid_get_state(user, &state) < 0) return false;
   const bool active = std::strcmp(state, "active") == 0;
   std::free(state);  // NOLINT(cppcoreguidelines-no-malloc): the library's
   return active;

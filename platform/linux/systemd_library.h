@@ -1,13 +1,14 @@
-// The functions of libsystemd with which the journal is read (sd-journal(3)).
+// The functions of libsystemd that we call: of sd-journal(3), and one of sd-login(3).
 #pragma once
 
 #include <systemd/sd-journal.h>
+#include <systemd/sd-login.h>
 
 namespace platform {
 
-/// Loaded when the first journal is opened: with what it depends on the library takes 0.8 MiB, and many machines keep
-/// no journal. It stays loaded.
-struct JournalLibrary {
+/// Loaded when something of it is first needed, a journal or the state of a user: with what it depends on the library
+/// takes 0.8 MiB, and many machines keep no journal. It stays loaded.
+struct SystemdLibrary {
   decltype(&::sd_journal_close) close = nullptr;
   decltype(&::sd_journal_enumerate_available_data) enumerate_available_data = nullptr;
   decltype(&::sd_journal_get_cursor) get_cursor = nullptr;
@@ -24,9 +25,10 @@ struct JournalLibrary {
   decltype(&::sd_journal_seek_head) seek_head = nullptr;
   decltype(&::sd_journal_seek_realtime_usec) seek_realtime_usec = nullptr;
   decltype(&::sd_journal_test_cursor) test_cursor = nullptr;
+  decltype(&::sd_uid_get_state) uid_get_state = nullptr;
 
   /// Null where the system has no such library, or one that is older than we need. Any thread.
-  static const JournalLibrary* Get();
+  static const SystemdLibrary* Get();
 };
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-#include "platform/linux/journal_library.h"
+#include "platform/linux/systemd_library.h"
 
 #include <dlfcn.h>
 
@@ -13,10 +13,10 @@ bool Find(void* library, const char* name, Function& function) {
   return function != nullptr;
 }
 
-std::optional<JournalLibrary> Load() {
+std::optional<SystemdLibrary> Load() {
   void* const library = ::dlopen("libsystemd.so.0", RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) return std::nullopt;
-  JournalLibrary found;
+  SystemdLibrary found;
   const bool complete = Find(library, "sd_journal_close", found.close) &&
                         Find(library, "sd_journal_enumerate_available_data", found.enumerate_available_data) &&
                         Find(library, "sd_journal_get_cursor", found.get_cursor) &&
@@ -31,7 +31,8 @@ std::optional<JournalLibrary> Load() {
                         Find(library, "sd_journal_seek_cursor", found.seek_cursor) &&
                         Find(library, "sd_journal_seek_head", found.seek_head) &&
                         Find(library, "sd_journal_seek_realtime_usec", found.seek_realtime_usec) &&
-                        Find(library, "sd_journal_test_cursor", found.test_cursor);
+                        Find(library, "sd_journal_test_cursor", found.test_cursor) &&
+                        Find(library, "sd_uid_get_state", found.uid_get_state);
   if (complete) return found;
   ::dlclose(library);
   return std::nullopt;
@@ -39,8 +40,8 @@ std::optional<JournalLibrary> Load() {
 
 }  // namespace
 
-const JournalLibrary* JournalLibrary::Get() {
-  static const std::optional<JournalLibrary> library = Load();
+const SystemdLibrary* SystemdLibrary::Get() {
+  static const std::optional<SystemdLibrary> library = Load();
   return library ? &*library : nullptr;
 }
 
