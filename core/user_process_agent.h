@@ -15,7 +15,7 @@ class UserProcessAgent {
  public:
   virtual ~UserProcessAgent() = default;
 
-  /// Whether this system has a user agent at all; where it has none, nothing else may be called. Constant.
+  /// Whether this system has a user agent at all; where it has none, none runs and none is to be started. Constant.
   virtual bool Exists() const { return true; }
 
   /// Whether the display dataset is collected in the user's session.

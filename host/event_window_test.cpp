@@ -37,6 +37,9 @@ class RecordingRecorder final : public SessionRecorder {
     return Note(Name(dataset_id) + L' ' + item_name + L' ' + Text(data));
   }
 
+  /// How many of the next calls the service does not take.
+  std::atomic<int> refusals = 0;
+
   /// The lines since the last call.
   std::vector<std::wstring> Take() {
     const std::lock_guard lock(mutex_);
@@ -52,6 +55,7 @@ class RecordingRecorder final : public SessionRecorder {
     return text;
   }
   int Note(const std::wstring& line) {
+    if (refusals > 0 && refusals-- > 0) return kChannelFailed;
     const std::lock_guard lock(mutex_);
     lines_.push_back(line);
     return 0;
@@ -330,6 +334,25 @@ TEST_F(EventWindowTest, ThePolicySwitchesWhoHears) {
   tvk_->Set();
   runtime_.Settle();
   EXPECT_THAT(recorder_.Take(), IsEmpty());
+}
+
+TEST_F(EventWindowTest, AServiceThatIsNotReadyIsToldOfTheDisplaysLaterAndOfNoItemTwice) {
+  recorder_.refusals = 3;
+  Start();
+  EXPECT_THAT(recorder_.Take(), IsEmpty());
+  runtime_.AdvanceBy(3 * SessionWriter::kRetry);
+  EXPECT_THAT(recorder_.Take(), ElementsAre(L"display described anew: " + std::wstring(kFullHd)));
+  Told(StateSetting(1));
+  recorder_.refusals = 1;
+  EXPECT_THAT(Told(StateSetting(2)), IsEmpty());
+  runtime_.AdvanceBy(1h);
+  EXPECT_THAT(recorder_.Take(), IsEmpty()) << "it may have been taken";
+  recorder_.refusals = 1'000'000;
+  path_->Set();
+  runtime_.AdvanceBy(5s);
+  stop_->Set();
+  runtime_.AdvanceBy(5s);
+  EXPECT_TRUE(Ended()) << "nobody waits for a service that takes nothing";
 }
 
 TEST_F(EventWindowTest, EventsOfThePolicyThatAreMissingAreTriedForAWhileAndTheWindowStays) {

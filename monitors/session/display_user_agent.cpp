@@ -55,7 +55,8 @@ class DisplayUserAgent::Displays {
 
   /// The service may have been started anew since, and know no display.
   int Write(const wchar_t* item, const ItemData& data) {
-    int result = primary_key_.empty() ? TVK::SessionRecorder::kNotDescribed : recorder_.WriteItem(kDatasetId, item, data, primary_key_);
+    int result = primary_key_.empty() ? TVK::SessionRecorder::kNotDescribed
+                                      : recorder_.WriteItem(kDatasetId, item, data, primary_key_);
     if (result != TVK::SessionRecorder::kNotDescribed) return result;
     result = Describe(false);
     return result != 0 || primary_key_.empty() ? result : recorder_.WriteItem(kDatasetId, item, data, primary_key_);
@@ -151,9 +152,9 @@ void DisplayUserAgent::ResolutionChange(std::uint32_t bits_per_pixel, std::intpt
 }
 
 void DisplayUserAgent::LogDatasetContext(bool new_context_needed) {
-  writer_.Post([displays = displays_, new_context_needed] { return displays->Describe(new_context_needed); });
+  writer_.Post([displays = displays_, new_context_needed] { return displays->Describe(new_context_needed); }, true);
 }
 
 void DisplayUserAgent::LogDevInitEvent() {
-  writer_.Post([displays = displays_] { return displays->Initialise(); });
+  writer_.Post([displays = displays_] { return displays->Initialise(); }, true);
 }

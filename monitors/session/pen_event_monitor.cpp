@@ -37,10 +37,12 @@ PenEventMonitor::PenEventMonitor(platform::Runtime& runtime, platform::Desktop& 
 }
 
 void PenEventMonitor::Register(void* window) {
-  writer_.Post([&recorder = recorder_, &desktop = desktop_] {
-    const int result = Describe(recorder, desktop);
-    return result != 0 ? result : recorder.LogDevInitEvent(kDatasetId);
-  });
+  writer_.Post(
+      [&recorder = recorder_, &desktop = desktop_] {
+        const int result = Describe(recorder, desktop);
+        return result != 0 ? result : recorder.LogDevInitEvent(kDatasetId);
+      },
+      true);
   platform::WindowNoticesResult result = desktop_.RegisterForDigitizers(window);
   if (!result.problem.empty()) {
     log_.e(L"PenEventMonitor: not everything is told: %s", String::UTF8ToUTF16(result.problem));

@@ -1,6 +1,7 @@
 // What is observed on a window's thread is written on another one: whoever owns a window must not wait.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -30,18 +31,31 @@ class SessionWriter {
   /// What it returns is a SessionRecorder's result. What it refers to must outlive the writer.
   using Task = std::function<int()>;
 
-  /// Any thread; does not wait.
-  void Post(Task task);
+  /// How often, and how long after each other, what may be done twice is tried: a service that begins, or has too many
+  /// callers, takes it somewhat later.
+  static constexpr int kTries = 30;
+  static constexpr std::chrono::seconds kRetry{2};
+
+  /// Any thread; does not wait. `repeatable`: tried again where the channel failed; an item, of which nobody knows
+  /// whether it was taken, must not be.
+  void Post(Task task, bool repeatable = false);
 
  private:
+  struct Entry {
+    Task task;
+    bool repeatable = false;
+  };
   void Run();
+  /// The last result of the task.
+  int Try(const Entry& entry);
+  bool IsClosing();
 
   platform::Runtime& runtime_;
   Log log_;
-  const std::unique_ptr<platform::Event> news_;  ///< A task came, or the end.
-  std::mutex mutex_;                             ///< Guards what follows.
-  std::deque<Task> tasks_;
-  bool closing_ = false;
+  const std::unique_ptr<platform::Event> news_;     ///< A task came, or the end.
+  const std::unique_ptr<platform::Event> closing_;  ///< Manual; stays set.
+  std::mutex mutex_;                                ///< Guards what follows.
+  std::deque<Entry> tasks_;
   bool overflows_ = false;  ///< The last task was lost.
   std::thread thread_;
 };

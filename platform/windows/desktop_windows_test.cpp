@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <memory>
 
 #include "platform/local_desktop.h"
 #include "platform/windows/displays.h"
@@ -23,17 +22,14 @@ TEST(MonitorKey, IsMadeOfADevicePathAndOfNothingElse) {
 }
 
 TEST(LocalDesktop, ReadsOfAMessageWhatCanBeRead) {
-  constexpr SIZE_T kPage = 4096;
-  const std::unique_ptr<void, decltype([](void* pages) { VirtualFree(pages, 0, MEM_RELEASE); })> pages(
-      VirtualAlloc(nullptr, 2 * kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
-  DWORD before = 0;
-  ASSERT_TRUE(VirtualProtect(static_cast<char*>(pages.get()) + kPage, kPage, PAGE_NOACCESS, &before));
-  const auto end = reinterpret_cast<std::intptr_t>(pages.get()) + static_cast<std::intptr_t>(kPage);
   const auto desktop = OpenLocalDesktop();
+  std::array<std::uint8_t, kMessageDataSize> sent{};
+  sent.back() = 7;
   std::array<std::uint8_t, kMessageDataSize> data{};
-  EXPECT_EQ(desktop->ReadMessageData(end - 8, data), 8u);
-  EXPECT_EQ(desktop->ReadMessageData(end, data), 0u);
+  EXPECT_EQ(desktop->ReadMessageData(reinterpret_cast<std::intptr_t>(&sent), data), kMessageDataSize);
+  EXPECT_EQ(data, sent);
   EXPECT_EQ(desktop->ReadMessageData(0, data), 0u);
+  EXPECT_EQ(desktop->ReadMessageData(16, data), 0u) << "nothing lies there";
 }
 
 TEST(LocalDesktop, KeepsAValueInAProfileFile) {

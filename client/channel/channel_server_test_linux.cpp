@@ -1,0 +1,48 @@
+// Callers of another account, which a thread of the superuser's can be.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "client/channel/channel_client.h"
+#include "client/channel/channel_server.h"
+#include "platform/local.h"
+#include "testing/temp_folder.h"
+
+namespace TVK {
+namespace {
+
+TEST(ChannelServerAccounts, OneThatIsNotLoggedOnIsKnownAndPutOutAtOnce) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can be somebody else";
+  constexpr int kNobody = 65534;
+  const TempFolder folder;
+  std::filesystem::permissions(folder.path(), std::filesystem::perms{0755});
+  const std::filesystem::path place = folder.path() / "run";
+  const auto runtime = platform::MakeRealRuntime({});
+  const Log log;
+  Refusals refusals(log);
+  ChannelServer server(*runtime, log, refusals, [](const platform::LocalCaller& caller, std::string_view) {
+    EXPECT_EQ(caller.kind, platform::CallerKind::kOwnAccount);
+    return ChannelServer::Answer{ToJson(ChannelAnswer())};
+  });
+  ASSERT_EQ(server.Start(place), "");
+  bool reachable = false;  // for others: the temporary folder may lie where nobody else comes
+  std::jthread nobody([&] {
+    // The kernel's call, since the C library's changes every thread.
+    ASSERT_EQ(::syscall(SYS_setresuid, -1, kNobody, -1), 0);
+    reachable = ::faccessat(AT_FDCWD, place.c_str(), X_OK, AT_EACCESS) == 0;
+    if (!reachable) return;
+    ChannelClient client(*runtime, place);
+    EXPECT_EQ(client.Ask({}).reason, "refused: this account is not logged on");
+  });
+  nobody.join();
+  if (!reachable) GTEST_SKIP() << "no other account reaches " << place;
+  EXPECT_EQ(refusals.counts()[static_cast<std::size_t>(Refusal::kNotAllowed)], 1u);
+  ChannelClient own(*runtime, place);
+  EXPECT_EQ(own.Ask({}).result, 0);
+}
+
+}  // namespace
+}  // namespace TVK
