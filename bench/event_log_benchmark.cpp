@@ -1,7 +1,7 @@
 // How fast is a query of the event log built, and how fast are events read?
 //
-//   Query50Ids   WindowsLogsHelper::generateQuery, a list of 50 ids, every level, one channel          target: below 10 us
-//   Journal      10,000 entries of a journal, half of them wanted, with values, XML and bookmarks      target: below 500 ms
+//   Query50Ids   WindowsLogsHelper::generateQuery, a list of 50 ids, every level, one channel      target: below 10 us
+//   Journal      10,000 entries of a journal, half of them wanted, with values, XML and bookmarks  target: below 500 ms
 #include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <filesystem>

@@ -148,7 +148,8 @@ TEST_F(ConfigPolicyAgentTest, AnAppliedPolicyTakesThePlaceOfTheFileThatALinkStan
   EXPECT_TRUE(ApplyTelemetryPolicy(kFull, link).applied);
   EXPECT_EQ(Read(files_.telemetry_policy), kFull);
   EXPECT_TRUE(std::filesystem::is_symlink(link));
-  EXPECT_EQ(PolicyFileBehind(link), std::filesystem::canonical(files_.telemetry_policy)) << "where a kill leaves a copy";
+  EXPECT_EQ(PolicyFileBehind(link), std::filesystem::canonical(files_.telemetry_policy))
+      << "where a kill leaves a copy";
   std::filesystem::remove(files_.telemetry_policy);
   EXPECT_EQ(PolicyFileBehind(link), link);
 }

@@ -94,7 +94,7 @@ class WindowsEventLogReader final : public EventLogReader {
       if (IsUnsupported(error) && !part.subscription) return ERROR_CALL_NOT_IMPLEMENTED;
       if (error != 0) GiveUp(part, error);
     }
-    // Behind the first subscription: a system without event logs may have no such call at all (Wine 8 ends the process).
+    // Behind the first subscription: a system without event logs may have no such call (Wine 8 ends the process).
     return renderer_.Open(settings_.value_paths);
   }
 
