@@ -356,6 +356,7 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   world.machine.processors().Change([](auto& state) { state.load = [] { return std::optional<std::int32_t>(100); }; });
   world.machine.firmware().SetSmbios(Table(table).End().Rsmb());
   world.machine.drives().Set(TestedDrives());
+  world.machine.memory().errors.Set({{"mc0", 1, 1}});
   LogEvents(world, L"00011111");
   Live(world, datasets, lists, unwritten);
   for (int i = 0; i < 2; ++i)
