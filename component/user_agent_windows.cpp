@@ -65,7 +65,8 @@ void TVK::UserAgent::SetService(const std::filesystem::path& place) {
 void CreateEventWindow() {
   static std::atomic<bool> called = false;
   if (called.exchange(true)) return;  // one in a process
-  TVK::CallLogged(TVK::Log(), L"CreateEventWindow", [] {
+  TVK::Log log;
+  TVK::CallLogged(log, L"CreateEventWindow", [&] {
     const std::filesystem::path user = platform::LocalUserFolder();
     // A user without such a folder has no logs either; what is collected goes to the service all the same.
     const std::filesystem::path folder = user.empty() ? user : user / L"TVK";
@@ -74,7 +75,8 @@ void CreateEventWindow() {
       std::filesystem::create_directories(folder / L"log", failure);
       TVK::SetLogBackend(TVK::MakeFileLogBackend(folder / L"log"));
     }
+    log = OpenLog(L"TVKUserAgent.log");
     Agent(folder).Run();
-    TVK::SetLogBackend(nullptr);
   });
+  TVK::SetLogBackend(nullptr);
 }

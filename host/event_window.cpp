@@ -56,12 +56,17 @@ bool EventWindow::Init() {
     return false;
   }
   _hStopEvent = std::move(opened.event);
-  log_.d(L"EventWindow Init new MessageWindow thread");
-  _messageWindowThread = TVK::StartGuardedThread(parts_.runtime, log_, "tvk-window", [this] { MessageWindow(); });
-  log_.d(L"EventWindow Init new WaitParentProcessExitThread thread");
-  _waitParentProcessExitThread =
-      TVK::StartGuardedThread(parts_.runtime, log_, "tvk-parent", [this] { WaitParentProcessExitThread(this); });
-  return true;
+  const bool started = TVK::CallLogged(log_, L"EventWindow Init", [this] {
+    log_.d(L"EventWindow Init new MessageWindow thread");
+    _messageWindowThread = TVK::StartGuardedThread(parts_.runtime, log_, "tvk-window", [this] { MessageWindow(); });
+    log_.d(L"EventWindow Init new WaitParentProcessExitThread thread");
+    _waitParentProcessExitThread =
+        TVK::StartGuardedThread(parts_.runtime, log_, "tvk-parent", [this] { WaitParentProcessExitThread(this); });
+  });
+  if (started) return true;
+  _hStopEvent->Set();
+  WaitExit();
+  return false;
 }
 
 void EventWindow::Pause(std::chrono::milliseconds time) {

@@ -115,11 +115,13 @@ class EventWindow {
   std::thread _messageWindowThread;
   std::thread _waitParentProcessExitThread;
   std::atomic<bool> policy_thread_running_ = false;
+  bool created_ = false;  ///< Of the window's thread: its creation was answered.
 
   std::mutex policy_thread_mutex_;  ///< Guards the next; WaitExit may meet the window's first message.
   std::thread _configPolicyMonitorThread;
 
-  std::mutex mutex_;                                     ///< Guards the next two; no channel is asked under it.
+  /// Guards the next two; no channel is asked under it. Recursive: registering may bring the window its first message.
+  std::recursive_mutex mutex_;
   std::unique_ptr<DisplayUserAgent> _displayUserAgent;   ///< While the policy wants it.
   void* window_ = nullptr;                               ///< From its creation to its closing.
   std::atomic<PenEventMonitor*> pen_monitor_ = nullptr;  ///< While the policy wants it.

@@ -1,5 +1,6 @@
 // The messages of the event window.
 #include <array>
+#include <utility>
 
 #include "client/log/guarded_thread.h"
 #include "host/event_window.h"
@@ -106,6 +107,7 @@ void EventWindow::OnDeviceChange(const EventWindow& window, const platform::Wind
 }
 
 std::intptr_t EventWindow::OnCreate(void* window) {
+  if (std::exchange(created_, true)) return 0;  // another process may send what the system sends once
   log_.d(L"EventWindow WndProc WM_CREATE is found!");
   {
     const std::lock_guard lock(mutex_);
@@ -137,6 +139,7 @@ std::intptr_t EventWindow::OnCreate(void* window) {
 }
 
 bool EventWindow::IsFirstInvocation() {
+  if (parts_.data_folder.empty()) return false;  // a user without a folder of their own; a bare name would lie anywhere
   const std::filesystem::path file = parts_.data_folder / kVersionFile;
   const auto stored = parts_.desktop.ReadProfile(file, kVersionSection, kVersionKey, kLongestVersion);
   if (stored == parts_.version) return false;

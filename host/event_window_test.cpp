@@ -232,6 +232,7 @@ TEST_F(EventWindowTest, EveryMessageHasItsResult) {
   Start();
   EXPECT_EQ(desktop_.opened_for_all, 1);
   for (const auto& [id, wparam, answer] : {std::tuple(platform::kMessagePaint, 0u, Answer{}),
+                                           {platform::kMessageCreate, 0u, Answer{}},
                                            {platform::kMessageDisplayChange, 32u, Answer{}},
                                            {platform::kMessageInput, 0u, kDefault},
                                            {platform::kMessagePowerBroadcast, platform::kPowerSettingChange, Answer{}},

@@ -88,8 +88,9 @@ class Desktop {
   virtual std::optional<int> RunWindow(const std::wstring& name, const WindowProcedure& procedure) = 0;
   /// Ends the loop of this thread's window.
   virtual void QuitWindow() = 0;
-  /// Closes the first window of this title, as a person would; false: there is none. Returns when it has taken it.
-  virtual bool CloseWindow(const std::wstring& title) = 0;
+  /// Closes this process's window of RunWindow, as a person would; false: there is none, or it does not answer. Returns
+  /// when it has taken it.
+  virtual bool CloseWindow(const std::wstring& name) = 0;
   /// Takes the class of a window that is gone back. Returns 0 or the system's error.
   virtual std::uint32_t ForgetWindowClass(const std::wstring& name) = 0;
 

@@ -43,6 +43,7 @@ void PenEventMonitor::Register(void* window) {
         return result != 0 ? result : recorder.LogDevInitEvent(kDatasetId);
       },
       true);
+  DropNotices();  // their end would take the new ones away, too
   platform::WindowNoticesResult result = desktop_.RegisterForDigitizers(window);
   if (!result.problem.empty()) {
     log_.e(L"PenEventMonitor: not everything is told: %s", String::UTF8ToUTF16(result.problem));
@@ -51,12 +52,14 @@ void PenEventMonitor::Register(void* window) {
   notices_ = std::move(result.notices);
 }
 
-void PenEventMonitor::Unregister() {
+void PenEventMonitor::DropNotices() {
   std::unique_ptr<platform::WindowNotices> notices;
-  {
-    const std::lock_guard lock(mutex_);
-    notices = std::move(notices_);
-  }
+  const std::lock_guard lock(mutex_);
+  notices = std::move(notices_);
+}
+
+void PenEventMonitor::Unregister() {
+  DropNotices();
   WriteUse();
 }
 

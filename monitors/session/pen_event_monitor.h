@@ -38,6 +38,7 @@ class PenEventMonitor {
   void OnInput(void* window, std::uintptr_t wparam, std::intptr_t lparam);
 
  private:
+  void DropNotices();
   struct Use {
     std::uint32_t sessions = 0;
     std::optional<platform::SteadyTime> last = {};  ///< Of the last input.

@@ -62,6 +62,10 @@ SimulatedDesktop::Answer SimulatedDesktop::Handle(const WindowProcedure& procedu
 std::optional<int> SimulatedDesktop::RunWindow(const std::wstring& name, const WindowProcedure& procedure) {
   if (Get().refuses_windows) return std::nullopt;
   quits_ = false;
+  {
+    const std::lock_guard lock(mutex_);
+    procedure_ = &procedure;
+  }
   procedure({this, kMessageCreate, 0, 0});
   {
     const std::lock_guard lock(mutex_);
@@ -83,6 +87,8 @@ std::optional<int> SimulatedDesktop::RunWindow(const std::wstring& name, const W
       sent.done->Set();
     }
   }
+  const std::lock_guard lock(mutex_);
+  procedure_ = nullptr;
   return 0;
 }
 
@@ -108,7 +114,14 @@ std::size_t SimulatedDesktop::ReadMessageData(std::intptr_t /*lparam*/, std::spa
   return size;
 }
 
-WindowNoticesResult SimulatedDesktop::RegisterForDisplays(void* /*window*/) {
+WindowNoticesResult SimulatedDesktop::RegisterForDisplays(void* window) {
+  const WindowProcedure* procedure = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    procedure = procedure_;
+  }
+  // The present values, before the wish is in force.
+  if (procedure != nullptr) (*procedure)({window, kMessagePowerBroadcast, kPowerSettingChange, 1});
   return {std::make_unique<Counted>(display_notices), {}};
 }
 

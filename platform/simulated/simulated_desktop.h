@@ -77,7 +77,8 @@ class SimulatedDesktop final : public Desktop, public Scripted<SimulatedSession>
   std::wstring window_;       ///< Its title; empty: there is none.
   std::wstring class_;        ///< That is registered.
   std::deque<Sent> sent_;
-  bool quits_ = false;  ///< Of the window's thread.
+  bool quits_ = false;                          ///< Of the window's thread.
+  const WindowProcedure* procedure_ = nullptr;  ///< Of the window that runs.
 };
 
 }  // namespace platform

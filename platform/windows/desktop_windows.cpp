@@ -41,12 +41,7 @@ class LocalDesktop final : public Desktop {
     return RunHiddenWindow(name, procedure);
   }
   void QuitWindow() override { PostQuitMessage(0); }
-  bool CloseWindow(const std::wstring& title) override {
-    const HWND window = FindWindowW(nullptr, title.c_str());
-    if (window == nullptr) return false;
-    SendMessageW(window, WM_SYSCOMMAND, SC_CLOSE, 0);
-    return true;
-  }
+  bool CloseWindow(const std::wstring& name) override { return CloseHiddenWindow(name); }
   std::uint32_t ForgetWindowClass(const std::wstring& name) override { return ForgetHiddenWindowClass(name); }
 
   std::size_t ReadMessageData(std::intptr_t lparam, std::span<std::uint8_t> into) override {

@@ -30,14 +30,15 @@ HINSTANCE ThisModule() {
   return module;
 }
 
+// Of this thread's window, while its loop runs. It stands neither in the window nor in a message: any process of the
+// session can write to both.
+thread_local const WindowProcedure* procedure_of_thread = nullptr;
+
 LRESULT CALLBACK Answer(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-  if (message == WM_NCCREATE) {
-    const auto* const creation = reinterpret_cast<const CREATESTRUCTW*>(lparam);
-    SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(creation->lpCreateParams));
-  }
-  const auto* const procedure = reinterpret_cast<const WindowProcedure*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-  if (procedure != nullptr) {
-    if (const auto result = (*procedure)({window, message, wparam, lparam})) return *result;
+  // Somebody showed the window: what is never painted would be asked for without end.
+  if (message == WM_PAINT) ValidateRect(window, nullptr);
+  if (procedure_of_thread != nullptr) {
+    if (const auto result = (*procedure_of_thread)({window, message, wparam, lparam})) return *result;
   }
   return DefWindowProcW(window, message, wparam, lparam);
 }
@@ -105,11 +106,14 @@ std::optional<int> RunHiddenWindow(const std::wstring& name, const WindowProcedu
   description.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
   description.lpszClassName = name.c_str();
   RegisterClassExW(&description);  // without it there is no window either
+  procedure_of_thread = &procedure;
   // Top-level: one for messages alone would hear of no display and of no medium.
-  const HWND window =
-      CreateWindowExW(0, name.c_str(), name.c_str(), WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, 0, CW_USEDEFAULT, 0, nullptr,
-                      nullptr, module, const_cast<WindowProcedure*>(&procedure));
-  if (window == nullptr) return std::nullopt;
+  const HWND window = CreateWindowExW(0, name.c_str(), name.c_str(), WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, 0,
+                                      CW_USEDEFAULT, 0, nullptr, nullptr, module, nullptr);
+  if (window == nullptr) {
+    procedure_of_thread = nullptr;
+    return std::nullopt;
+  }
   ShowWindow(window, SW_HIDE);
   UpdateWindow(window);
   const HACCEL keys = LoadAcceleratorsW(module, name.c_str());
@@ -119,7 +123,23 @@ std::optional<int> RunHiddenWindow(const std::wstring& name, const WindowProcedu
     TranslateMessage(&message);
     DispatchMessageW(&message);
   }
+  procedure_of_thread = nullptr;
+  // The loop may have been ended by a message that anybody can post.
+  if (IsWindow(window)) DestroyWindow(window);
   return static_cast<int>(message.wParam);
+}
+
+bool CloseHiddenWindow(const std::wstring& name) {
+  constexpr UINT kPatienceMs = 5000;
+  // By its class, which nobody else can change, and of this process: others may have windows of any name.
+  for (HWND window = nullptr; (window = FindWindowExW(nullptr, window, name.c_str(), nullptr)) != nullptr;) {
+    DWORD process = 0;
+    GetWindowThreadProcessId(window, &process);
+    if (process != GetCurrentProcessId()) continue;
+    DWORD_PTR result = 0;
+    return SendMessageTimeoutW(window, WM_SYSCOMMAND, SC_CLOSE, 0, SMTO_NORMAL, kPatienceMs, &result) != 0;
+  }
+  return false;
 }
 
 DWORD ForgetHiddenWindowClass(const std::wstring& name) {

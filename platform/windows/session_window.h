@@ -12,6 +12,9 @@ namespace platform::windows {
 /// See Desktop::RunWindow.
 std::optional<int> RunHiddenWindow(const std::wstring& name, const WindowProcedure& procedure);
 
+/// See Desktop::CloseWindow.
+bool CloseHiddenWindow(const std::wstring& name);
+
 /// See Desktop::ForgetWindowClass.
 DWORD ForgetHiddenWindowClass(const std::wstring& name);
 
