@@ -142,8 +142,9 @@ class WindowsEventLogReader final : public EventLogReader {
 
   DWORD SubscribeFromOldest(Part& part) {
     places_[part.channel].clear();
-    part.bookmark.Reset(EvtCreateBookmark(nullptr));
-    return SubscribeFrom(part, EvtSubscribeStartAtOldestRecord);
+    const DWORD error = SubscribeFrom(part, EvtSubscribeStartAtOldestRecord);
+    if (part.subscription) part.bookmark.Reset(EvtCreateBookmark(nullptr));
+    return error;
   }
 
   /// Goes behind the channel's place. 0, or the error.
