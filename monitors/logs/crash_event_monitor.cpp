@@ -28,7 +28,7 @@ const std::map<std::wstring, std::wstring> CrashEventMonitor::ITEM_EVENT_CONTEXT
 
 CrashEventMonitor::CrashEventMonitor(const TVK::MonitorServices& monitor_services)
     : LogMonitor(monitor_services, {kRow, ITEM_EVENT_CONTEXT, kLines},
-                 TVK::ReportRule{.item = TVK::kHardwareError, .report = [this] { LookAtMemory(true); }}) {}
+                 TVK::ReportRule{.item = TVK::kHardwareError, .report = [this] { LookAtMemory(); }}) {}
 
 void CrashEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"", L"CrashEventMonitor StartMonitor CreateEvent() return error %d!")) return;
@@ -40,12 +40,10 @@ void CrashEventMonitor::StartMonitor(std::wstring /*name*/) {
   }
 }
 
-void CrashEventMonitor::BeginReading(bool withdrawn) {
-  {
-    const std::lock_guard lock(memory_mutex_);
-    memory_known_ = true;
-  }
-  LookAtMemory(!withdrawn);
+bool CrashEventMonitor::BeginReading(bool withdrawn) {
+  const std::lock_guard lock(memory_mutex_);
+  memory_known_ = TellMemory(!withdrawn);
+  return memory_known_;
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> CrashEventMonitor::Describe() {
@@ -56,7 +54,7 @@ bool CrashEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const std::st
                                   const TVK::DatasetState& behind) {
   std::optional<TVK::CrashReport> report = TVK::ReadCrashReport(event, xml);
   if (!report) return true;
-  if (IsCounted(*report, event)) return LookAtMemory(true);
+  if (IsCounted(*report, event)) return LookAtMemory();
   const auto time = event.fields.find(L"TimeCreated");
   if (counted_ && counted_->report.item == report->item && counted_->report.data == report->data) {
     ++counted_->count;
@@ -91,9 +89,13 @@ bool CrashEventMonitor::IsCounted(const TVK::CrashReport& report, const TVK::Ren
   return !boot || !event.time_created || *event.time_created >= *boot;
 }
 
-bool CrashEventMonitor::LookAtMemory(bool tell) {
+bool CrashEventMonitor::LookAtMemory() {
   const std::lock_guard lock(memory_mutex_);
-  if (!memory_known_ || !Admits()) return true;
+  return !memory_known_ || TellMemory(true);
+}
+
+bool CrashEventMonitor::TellMemory(bool tell) {
+  if (tell && !Admits()) return true;
   const std::wstring boot = TVK::String::UTF8ToUTF16(services().machine.system().ReadBootId());
   return std::ranges::all_of(services().machine.memory().ReadErrors(), [&](const platform::MemoryErrors& counted) {
     return TellMemoryErrors(counted, boot, tell);

@@ -30,7 +30,7 @@ class CrashEventMonitor final : public TVK::LogMonitor {
   void StartMonitor(std::wstring name) override;
 
  protected:
-  void BeginReading(bool withdrawn) override;
+  bool BeginReading(bool withdrawn) override;
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
 
   std::string Query() override { return TVK::CrashQuery(); }
@@ -48,14 +48,16 @@ class CrashEventMonitor final : public TVK::LogMonitor {
     TVK::DatasetState behind = {};
   };
 
-  /// Writes what was counted since the store last knew; without `tell` the store is just made to know it. False when
-  /// the store failed. Any thread.
-  bool LookAtMemory(bool tell);
+  /// Writes what was counted since the store last knew; nothing before BeginReading. False when the store failed. Any
+  /// thread.
+  bool LookAtMemory();
+  /// The same with memory_mutex_ held; without `tell` the store is just made to know it.
+  bool TellMemory(bool tell);
   bool TellMemoryErrors(const platform::MemoryErrors& counted, const std::wstring& boot, bool tell);
   /// Whether the log's `event` is counted by a controller, too: one before the boot is not.
   bool IsCounted(const TVK::CrashReport& report, const TVK::RenderedEvent& event);
 
   std::optional<Counted> counted_;  ///< The reading thread's own.
   std::mutex memory_mutex_;         ///< Held while one thread looks.
-  bool memory_known_ = false;       ///< Guarded by memory_mutex_: BeginReading was told.
+  bool memory_known_ = false;       ///< Guarded by memory_mutex_: BeginReading was told, and the store knows it.
 };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "client/store/failing_disk.h"
 #include "client/text/string.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_memory.h"
@@ -182,6 +183,21 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   count(10, 0);
   Start();
   EXPECT_EQ(told(), L"mc0:1+0=1 ");
+  life_->consent.given = false;
+  monitor_.reset();
+  count(12, 0);
+  FailingDisk disk;
+  life_.emplace(world_);
+  disk.FailAt(1, SQLITE_FULL, true);
+  monitor_.emplace(world_.runtime, std::make_unique<CrashEventMonitor>(life_->services()));
+  world_.runtime.Settle();
+  disk.FailAt(0, 0, false);
+  world_.runtime.AdvanceBy(2min);
+  count(13, 0);
+  line();
+  EXPECT_EQ(told(), L"mc0:1+0=1 ") << "nor when the store could not note it at once";
+  monitor_.reset();
+  life_.reset();
 }
 
 TEST_F(CrashTest, ALoopOfCrashesIsCounted) {

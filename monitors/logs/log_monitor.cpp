@@ -170,6 +170,8 @@ bool LogMonitor::RestorePlace() {
   const std::optional<std::wstring> place = KeptPlace();
   if (!place) return false;
   const std::wstring& kept = *place;
+  // Ahead of what takes the mark of a withdrawal away.
+  if (!BeginReading(kept == kWithdrawn)) return false;
   kept_at_ = services().runtime.clock().Elapsed();
   if (kept == kWithdrawn) {
     begin_ = services().runtime.clock().NowSeconds();
@@ -183,7 +185,6 @@ bool LogMonitor::RestorePlace() {
   } else {
     place_ = String::UTF16ToUTF8(kept);
   }
-  BeginReading(kept == kWithdrawn);
   restored_ = true;
   return true;
 }

@@ -37,9 +37,9 @@ class LogMonitor : public ScheduledMonitor {
   /// The query is another one. Any thread.
   void OnQueryChanged();
 
-  /// Told once, before anything is read. `withdrawn`: the consent was withdrawn since the dataset last read; what
-  /// happened until now is not to be recorded.
-  virtual void BeginReading(bool /*withdrawn*/) {}
+  /// Told before anything is read. `withdrawn`: the consent was withdrawn since the dataset last read; what happened
+  /// until now is not to be recorded. False: the store failed, and it is to be told again.
+  virtual bool BeginReading(bool /*withdrawn*/) { return true; }
   /// Which events are read: a structured query (UTF-8). Any thread.
   virtual std::string Query() = 0;
   /// Makes of the event, and of its whole XML, what is to be made of it. `behind` is to be written with the item of it,
