@@ -74,7 +74,9 @@ std::optional<EdidFacts> DecodeEdid(Bytes bytes) {
     if (tag == kSerialTag) facts.serial_number = DescriptorText(descriptor.subspan(kTextAt));
   }
   const auto number = platform::LittleEndianAt<std::uint32_t>(block, kSerialAt);
-  if (facts.serial_number.empty() && number != 0) facts.serial_number = std::to_string(number);
+  // What makers leave in it who number nothing would make one display of two.
+  const bool is_number = number != 0 && number != 0x01010101 && number != 0xFFFFFFFF;
+  if (facts.serial_number.empty() && is_number) facts.serial_number = std::to_string(number);
   return facts;
 }
 

@@ -94,6 +94,13 @@ TEST(Edid, WhatIsNotSoundIsNotTold) {
               block = Closed(block);
             },
             true, "DELL U2715H", "76"},
+           {"a number that is none",
+            [](Block& block) {
+              block[0x48] = 1;
+              std::fill_n(block.begin() + 12, 4, std::uint8_t{1});
+              block = Closed(block);
+            },
+            true, "DELL U2715H", ""},
            {"no serial number",
             [](Block& block) {
               block[0x48] = 1;

@@ -40,12 +40,12 @@ class DisplayUserAgent::Displays {
     mode_ = {};
     for (const platform::AttachedDisplay& display : displays) {
       TVK::ObservedDevice device = TVK::ObserveDisplay(display);
-      // The one display of two inputs is listed twice.
-      if (std::ranges::find(devices, device.key, &TVK::ObservedDevice::key) != devices.end()) continue;
       if (primary_key_.empty() || display.primary) {
         primary_key_ = device.key;
         mode_ = display.mode;
       }
+      // The one display of two inputs is listed twice.
+      if (std::ranges::find(devices, device.key, &TVK::ObservedDevice::key) != devices.end()) continue;
       devices.push_back(std::move(device));
     }
     return recorder_.LogDatasetContext(kDatasetId, devices, new_context_needed);
