@@ -6,4 +6,6 @@ enum ExitCode : int {
   kExitWrongCommandLine = 1,
   kExitWrongConfiguration = 2,  ///< Configuration or another input cannot be used as it is.
   kExitFailed = 3,              ///< Failure while running.
+  kExitNeedsAttention = 4,      ///< All is up, and something is to be looked at.
+  kExitStarts = 5,              ///< A dataset would start that does not run.
 };

@@ -41,7 +41,7 @@ class Progress {
 class AbsentUserAgent final : public UserProcessAgent {
  public:
   void SetDataSetEnable(bool /*enable*/) override {}
-  bool StartUserProcess(platform::Event& /*stop_event*/, bool /*wait_for_user*/) override { return false; }
+  bool StartUserProcess(platform::Event& /*stop_event*/) override { return false; }
   bool UserProcessRuns() override { return false; }
   void StopUserProcess(int /*reason*/) override {}
 };

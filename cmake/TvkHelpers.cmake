@@ -15,6 +15,10 @@ elseif(TVK_SANITIZE)
   add_compile_options(-fsanitize=${TVK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${TVK_SANITIZE})
 endif()
+if(TVK_SANITIZE)
+  # Optimising what a sanitiser put in takes most of its compilation; a finding needs lines, no variables.
+  add_compile_options(-O1 -g1)
+endif()
 if(TVK_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 sees the standard library's regular expressions use what they did not set, once their code is sanitised.
   target_compile_options(tvk_build_flags INTERFACE -Wno-maybe-uninitialized)
@@ -26,11 +30,13 @@ endif()
 find_package(Threads REQUIRED)
 
 # Code that mostly waits is built for size, since its memory is what is felt of it; a library with the property TVK_FAST,
-# which works on every record or on long tables, for speed.
+# which works on every record or on long tables, for speed. Tests (the property TVK_TEST) run for less time than they
+# take to optimise.
 if(NOT TVK_SANITIZE)
   target_compile_options(tvk_build_flags INTERFACE
                          $<$<AND:$<CONFIG:RelWithDebInfo>,$<NOT:$<BOOL:$<TARGET_PROPERTY:TVK_FAST>>>>:-Os>)
 endif()
+target_compile_options(tvk_build_flags INTERFACE "$<$<BOOL:$<TARGET_PROPERTY:TVK_TEST>>:-O0;-g1>")
 
 # tvk_library(NAME SOURCES file... [DEPS target...] [PRIVATE_DEPS target...] [EXPORTED] [FAST])
 # A static library tvk_NAME with the alias tvk::NAME. What it links is what its code may include: that is the layering.
@@ -68,6 +74,7 @@ function(tvk_test NAME)
   endif()
   cmake_parse_arguments(A "PROCESS" "TIMEOUT" "SOURCES;DEPS" ${ARGN})
   add_executable(${NAME} ${A_SOURCES})
+  set_target_properties(${NAME} PROPERTIES TVK_TEST ON)
   target_link_libraries(${NAME} PRIVATE tvk_build_flags ${A_DEPS} GTest::gmock GTest::gtest_main)
   if(NOT A_TIMEOUT)
     set(A_TIMEOUT 180)

@@ -4,24 +4,33 @@
 #include <utility>
 
 #include "client/policy/policy_text.h"
+#include "client/policy/report_readers.h"
+#include "client/text/string.h"
+#include "component/service_report.h"
 #include "framework/dataset_monitor.h"
+#include "framework/dataset_row.h"
 
 namespace TVK {
 namespace {
 
 using platform::CallerKind;
 
+// A client waits no longer: nobody would read it.
+constexpr std::chrono::seconds kLongestReport(30);
+
 ChannelAnswer Refused(std::string reason) {
   return {SessionRecorder::kChannelFailed, std::move(reason), {}};
 }
 
 bool IsObservation(ChannelWish wish) {
-  return wish == ChannelWish::kContext || wish == ChannelWish::kInit || wish == ChannelWish::kItem;
+  return wish == ChannelWish::kContext || wish == ChannelWish::kInit || wish == ChannelWish::kItem ||
+         wish == ChannelWish::kEvent;
 }
 
 bool May(CallerKind kind, ChannelWish wish) {
   if (IsPrivileged(kind)) return true;
-  return kind == CallerKind::kInteractiveUser && (IsObservation(wish) || wish == ChannelWish::kPolicy);
+  return kind == CallerKind::kInteractiveUser &&
+         (IsObservation(wish) || wish == ChannelWish::kPolicy || wish == ChannelWish::kReport);
 }
 
 /// The result of an operation of SessionRecorder, with the reason where it is none of the store's.
@@ -75,13 +84,42 @@ ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& calle
   if (IsObservation(request->wish) && !privileged && !observations_.Take(caller.user, count)) {
     return Refuse(Refusal::kTooMany, caller, "too many observations in too short a time");
   }
-  const ChannelAnswer answer = CarryOut(*request);
-  if (answer.result == SessionRecorder::kRefused) refusals_.Count(Refusal::kNotAllowed, &caller, answer.reason);
+  if (request->wish == ChannelWish::kReport && !privileged) {
+    if (const std::string reason = ReportRefusal(); !reason.empty()) {
+      return Refuse(Refusal::kNotAllowed, caller, reason);
+    }
+    if (!reports_.Take(caller.user, 1)) {
+      return Refuse(Refusal::kTooMany, caller, "too many reports in too short a time");
+    }
+  }
+  Refusal refusal = Refusal::kNotAllowed;
+  const ChannelAnswer answer = CarryOut(*request, privileged, refusal);
+  // A mistake of an administrator is told, and is nothing that anybody else has to know of.
+  if (answer.result == SessionRecorder::kRefused && !privileged) refusals_.Count(refusal, &caller, answer.reason);
   std::string whole = ToJson(answer);
   return {whole.size() <= kLongestAnswer ? std::move(whole) : ToJson(Refused("the answer is too long to be told"))};
 }
 
-ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
+std::string ChannelRequests::ReportRefusal() {
+  TelemetryPolicy policy;
+  if (config_.GetTelemetryPolicy(policy) && UsersMayReadReport(policy)) return {};
+  return "the policy lets administrators alone have the report (its setting \"ReportReaders\")";
+}
+
+ChannelAnswer ChannelRequests::MakeReport(const ChannelRequest& request) {
+  // Without a queue: whoever waits in it holds a place that others need.
+  const std::unique_lock lock(report_mutex_, std::try_to_lock);
+  if (!lock.owns_lock()) return Refused("a report is being made, try again in a while");
+  const std::string status = status_.ToJson(manager_, refusals_);
+  const platform::SteadyTime end = status_.clock().Steady() + kLongestReport;
+  const auto goes_on = [&] { return !reports_end_ && status_.clock().Steady() < end; };
+  std::string problem;
+  std::optional<std::string> report =
+      ServiceReport(status_.store_file(), request.since_seconds, status, goes_on, status_.clock(), problem);
+  return report ? ChannelAnswer{0, {}, std::move(*report)} : Refused(std::move(problem));
+}
+
+ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request, bool privileged, Refusal& refusal) {
   SessionRecorder& recorder = manager_.session_recorder();
   switch (request.wish) {
     case ChannelWish::kPolicy: {
@@ -102,6 +140,25 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request) {
       return ResultOf(recorder.WriteItem(request.dataset_id, request.item_name, request.data, request.device_key));
     case ChannelWish::kStatus:
       return {0, {}, status_.ToJson(manager_, refusals_)};
+    case ChannelWish::kReport:
+      return MakeReport(request);
+    case ChannelWish::kEvent: {
+      TakenEvent taken = manager_.TakeApplicationEvent(request.item_name, request.data,
+                                                       privileged ? EventSender::kPrivileged : EventSender::kUser);
+      if (taken.too_many) refusal = Refusal::kTooMany;
+      return {taken.result, std::move(taken.reason), {}};
+    }
+    case ChannelWish::kErase: {
+      Erasure erasure{.before_seconds = request.before_seconds};
+      if (!request.all && !request.dataset_id.empty()) {
+        if (std::ranges::find(kDatasetRows, request.dataset_id, &DatasetRow::id) == kDatasetRows.end()) {
+          return Refused("there is no such dataset");
+        }
+        erasure.dataset_id = String::UTF16ToUTF8(request.dataset_id);
+      }
+      const ErasureReceipt receipt = eraser_.Erase(erasure);
+      return {receipt.problem.empty() ? 0 : SessionRecorder::kChannelFailed, receipt.problem, ToJson(receipt)};
+    }
   }
   return Refused("there is no such wish");
 }

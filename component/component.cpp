@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "client/log/guarded_thread.h"
-#include "client/records/record_text.h"
+#include "client/log/service_logs.h"
 #include "component/process_composition.h"
 #include "platform/service_control_event.h"
 #include "platform/this_program.h"
@@ -56,7 +56,7 @@ ProcessSlot& Slot() {
 // Silent where it cannot be opened.
 TVK::Log ManagerLog() {
   TVK::Log log;
-  TVK::CallLogged(log, L"InitLog", [&] { TVK::utility::InitLog(log, L"EventManager.log", 4); });
+  TVK::CallLogged(log, L"InitLog", [&] { TVK::utility::InitLog(log, TVK::ServiceLog(L"EventManager.log"), 4); });
   return log;
 }
 
@@ -126,12 +126,6 @@ bool TVK::Component::TellPolicyChange(PolicyNews news, const std::wstring& paylo
   return CallIfOpen(L"Component::TellPolicyChange", [&](Composition& composition) {
     composition.bus().Publish(TVKNotificationData(kPolicyTopic, state, payload));
   });
-}
-
-std::string TVK::Component::RecordHeader() {
-  std::string header;
-  CallLogged(ManagerLog(), L"Component::RecordHeader", [&] { header = RecordTableHeader(); });
-  return header;
 }
 
 void TVK::Component::Close() {

@@ -21,6 +21,7 @@
 #include "monitors/system/memory_settings.h"
 #include "monitors/system/system_bios_event_monitor.h"
 #include "monitors/tvk_event_monitor.h"
+#include "monitors/tvk_event_settings.h"
 #include "monitors/uncollected_monitor.h"
 
 namespace TVK {
@@ -66,7 +67,8 @@ const std::map<std::wstring_view, Collector>& Collectors() {
         [](const SettingTexts& settings) { return ReadWindowsLogsSettings(settings).readings; }}},
       {L"CrashEvent", {Make<CrashEventMonitor>}},
       {L"EventViewerLogDBEvent", {Make<EventViewerLogDBEventMonitor>}},
-      {L"TVKEvent", {.factory = Make<TVKEventMonitor>, .collects = false}},
+      {L"TVKEvent",
+       {Make<TVKEventMonitor>, [](const SettingTexts& settings) { return ReadTvkEventSettings(settings).readings; }}},
   };
   return collectors;
 }
@@ -93,8 +95,13 @@ Dataset Join(const DatasetRow& row) {
 
 DatasetTable MakeComponentDatasets() {
   std::vector<Dataset> datasets;
-  for (const DatasetRow& row : kDatasetRows)
-    datasets.push_back(row.id == kDisplayRow.id ? FromSession(kDisplayRow, DisplayItems(), DisplayKeys()) : Join(row));
+  for (const DatasetRow& row : kDatasetRows) {
+    if (row.id == kDisplayRow.id) {
+      datasets.push_back(FromSession(kDisplayRow, DisplayItems(), DisplayKeys()));
+    } else {
+      datasets.push_back(Join(row.id == kTvkEventRow.id ? kTvkEventRow : row));
+    }
+  }
   datasets.push_back(FromSession(kPenRow, PenItems(), PenKeys()));
   return DatasetTable(std::move(datasets));
 }

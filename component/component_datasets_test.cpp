@@ -15,6 +15,7 @@
 #include "platform/simulated/simulated_volumes.h"
 #include "platform/system_event.h"
 #include "testing/manager_world.h"
+#include "testing/source_tree.h"
 
 namespace TVK {
 namespace {
@@ -44,7 +45,7 @@ TEST(ComponentDatasetsTest, EveryRowIsWellFormed) {
 }
 
 TEST(ServiceDayTest, DefaultPolicyGivesOneReportAMinute) {
-  std::ifstream file(std::string(TVK_CONFIG_FOLDER) + "/policy.default.json", std::ios::binary);
+  std::ifstream file(FromSourceTree("config/policy.default.json"), std::ios::binary);
   const PolicyDocument document =
       ParseTelemetryPolicy(std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
   ASSERT_TRUE(document.policy.has_value());

@@ -11,7 +11,7 @@ Composition::PolicyFiles::PolicyFiles(platform::Runtime& runtime, TVKPublisherSu
                                       std::function<void(const std::string& line)> remarks)
     : agent({.telemetry_policy = places.policy_file,
              .tvk_policy = places.tvk_policy_file(),
-             .last_good = places.data_folder / "policy.last-good.json",
+             .last_good = places.data_folder / kLastGoodPolicyFileName,
              .tvk_last_good = places.data_folder / "client-policy.last-good.json"}),
       watch(runtime, agent, bus, {places.policy_file, places.tvk_policy_file()}, std::move(remarks)) {}
 
@@ -19,7 +19,8 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
                          const Parts& parts, std::function<void(const std::string& line)> remarks)
     : runtime_(runtime),
       machine_(machine),
-      store_({.file = places.data_folder / kStoreFileName, .limits = {}}, runtime.clock()),
+      store_({.file = places.data_folder / kStoreFileName, .limits = {}, .remarks = remarks}, runtime.clock()),
+      eraser_(runtime, &store_, {places.data_folder, places.log_folder}, Eraser::Rest::kTriedAgain),
       bus_(runtime),
       machine_services_(machine, runtime),
       own_datasets_(parts.datasets == nullptr ? std::optional(MakeComponentDatasets()) : std::nullopt),
@@ -45,7 +46,11 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
                .store = store_,
                .store_file = places.data_folder / kStoreFileName,
                .policy_file = parts.config == nullptr ? places.policy_file : std::filesystem::path(),
-               .errors = parts.errors}) {
+               .errors = parts.errors,
+               .policy_standing = policy_files_
+                                      ? std::function([this] { return policy_files_->agent.telemetry_standing(); })
+                                      : std::function<PolicyStanding()>()}) {
+  eraser_.Finish();
   if (parts.region_change == nullptr) {
     device_context_monitor_.emplace(runtime, machine, machine_services_.machine_information);
   }
@@ -85,8 +90,9 @@ void Composition::ServeChannel(ManagerAccess* manager, const std::filesystem::pa
   if (manager == nullptr) return;
   std::string problem;
   try {
-    channel_.emplace(runtime_, manager_services_.config, status_, *manager);
-    problem = channel_->Start(place);
+    channel_.emplace(runtime_, manager_services_.config, status_, *manager, eraser_);
+    problem = channel_->Start(
+        place, [this](std::uint32_t session) { return own_user_process_ && own_user_process_->RunsIn(session); });
   } catch (const std::exception& failure) {
     channel_.reset();
     problem = FailureText(failure);

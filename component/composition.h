@@ -30,6 +30,7 @@ class Composition {
     std::filesystem::path policy_file;  ///< The client policy lies beside it.
     /// Where other processes reach the service; see platform::ListenLocally.
     std::filesystem::path channel = {};
+    std::filesystem::path log_folder = {};  ///< Whose files are erased; empty: none are.
 
     std::filesystem::path tvk_policy_file() const { return policy_file.parent_path() / "client-policy.json"; }
   };
@@ -51,8 +52,8 @@ class Composition {
     std::string watch_problem;     ///< Why changes of the policy files will not be seen; empty: they will.
   };
 
-  /// Opens the store. `remarks` is told what becomes of policy files that change, and what the manager lacks; may be
-  /// empty. `runtime` and `machine` must outlive the object.
+  /// Opens the store, and ends an erasure that a kill interrupted. `remarks` is told what becomes of policy files that
+  /// change, and what the manager lacks; may be empty. `runtime` and `machine` must outlive the object.
   Composition(platform::Runtime& runtime, platform::Machine& machine, const Places& places, const Parts& parts,
               std::function<void(const std::string& line)> remarks = {});
   ~Composition();
@@ -90,6 +91,7 @@ class Composition {
   platform::Runtime& runtime_;
   platform::Machine& machine_;
   EventDataLogging store_;
+  Eraser eraser_;
   TVKPublisherSubscriber bus_;
   MachineServices machine_services_;
   std::optional<DatasetTable> own_datasets_;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
 #include "platform/files.h"
 
 namespace TVK {
@@ -59,7 +60,7 @@ PolicyWatch::PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, T
       remarks_(std::move(remarks)),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
       told_(runtime.MakeEvent(platform::EventReset::kAuto)) {
-  utility::InitLog(log_, L"PolicyWatch.log", 4);
+  utility::InitLog(log_, ServiceLog(L"PolicyWatch.log"), 4);
 }
 
 PolicyWatch::~PolicyWatch() {

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
+#include <utility>
 
-#include "client/records/record_text.h"
+#include "client/records/record_json.h"
+#include "client/store/record_reader.h"
 #include "platform/files.h"
 #include "platform/local_channel.h"
 
@@ -30,16 +33,48 @@ void ReportStore(TVK::ComponentResult& result, const std::filesystem::path& fold
                  const TVK::EventDataLogging& store) {
   // In a folder that cannot be used it cannot be opened either, and the log of its reasons may be missing.
   if (store.opening_problem().empty() || result.outcome != ComponentOutcome::kReady) return;
-  Report(result, store.is_open() ? ComponentOutcome::kReady : ComponentOutcome::kFailed,
-         "the event store in " + platform::PathToUtf8(folder) + (store.is_open() ? ": " : " cannot be opened: ") +
-             store.opening_problem());
+  const std::string place = "the event store in " + platform::PathToUtf8(folder);
+  if (store.is_open()) return Report(result, ComponentOutcome::kReady, place + ": " + store.opening_problem());
+  const std::filesystem::path file = folder / TVK::kStoreFileName;
+  TVK::StoreAccess access = TVK::StoreAccess::kFailed;
+  std::string problem;
+  TVK::RecordReader::Open(file, problem, &access);
+  if (access == TVK::StoreAccess::kForeign) {
+    return Report(result, ComponentOutcome::kWrongConfiguration,
+                  platform::PathToUtf8(file) + " is not this client's, and is left as it is: " +
+                      store.opening_problem() + "; move it away, or name another data folder");
+  }
+  if (access == TVK::StoreAccess::kNewer) {
+    return Report(result, ComponentOutcome::kWrongConfiguration,
+                  platform::PathToUtf8(file) + " is of a newer version of this client, and is left as it is: " +
+                      store.opening_problem() + "; install that version, or name another data folder");
+  }
+  Report(result, ComponentOutcome::kFailed, place + " cannot be opened: " + store.opening_problem());
 }
 
 // Whether the component makes files of that name in its folders.
 bool IsOurs(const std::string& name) {
   constexpr std::string_view kFolders[] = {"log", "run"};
   return std::ranges::find(kFolders, name) != std::end(kFolders) || name.ends_with(".log") ||
-         name.starts_with("records.") || name.find("policy.last-good.json") != name.npos;
+         name.starts_with("records.") || name.find("policy.last-good.json") != name.npos ||
+         name.find("erasure.json") != name.npos;
+}
+
+// Every record is readable that the store has just written.
+template <typename Record>
+void Tell(const TVK::RecordObserver& observer, std::optional<Record> record, const std::string& json) {
+  if (record) observer({std::move(*record), json});
+}
+
+void Tell(const TVK::RecordObserver& observer, TVK::RecordKind kind, const std::string& json) {
+  switch (kind) {
+    case TVK::RecordKind::kItem:
+      return Tell(observer, TVK::ItemEventFromJson(json), json);
+    case TVK::RecordKind::kDataset:
+      return Tell(observer, TVK::DatasetContextFromJson(json), json);
+    case TVK::RecordKind::kDevice:
+      return Tell(observer, TVK::DeviceContextFromJson(json), json);
+  }
 }
 
 std::filesystem::path OrDefault(const std::filesystem::path& given, const std::filesystem::path& standard) {
@@ -61,6 +96,7 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   places.channel = platform::ChannelPlace(own ? places.data_folder : std::filesystem::path());
   const std::filesystem::path log_folder =
       OrDefault(options.log_folder, own ? places.data_folder / "log" : defaults.log_folder);
+  places.log_folder = log_folder;
   const std::filesystem::path sysroot = OrDefault(options.sysroot, "/");
   if (std::error_code failure; !options.sysroot.empty() && !std::filesystem::is_directory(sysroot, failure)) {
     // A machine of which nothing can be read would be described all the same.
@@ -69,8 +105,10 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
     return nullptr;
   }
   for (const std::filesystem::path& folder : {places.data_folder, log_folder}) {
-    const std::string problem = platform::MakePrivateFolder(folder);
-    if (!problem.empty()) Report(result, ComponentOutcome::kWrongConfiguration, problem);
+    if (const std::string problem = platform::MakePrivateFolder(folder); !problem.empty()) {
+      Report(result, ComponentOutcome::kWrongConfiguration, problem);
+      continue;
+    }
     const std::string open = platform::CloseFolder(folder, IsOurs);
     if (!open.empty()) Report(result, ComponentOutcome::kReady, open);
   }
@@ -93,9 +131,8 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
   }
   if (!opening.watch_problem.empty()) Report(result, ComponentOutcome::kReady, opening.watch_problem);
   if (observer) {
-    composition.store().SetRecordListener([observer = std::move(observer)](RecordKind kind, const std::string& json) {
-      observer(RecordTableLine(kind, json));
-    });
+    composition.store().SetRecordListener(
+        [observer = std::move(observer)](RecordKind kind, const std::string& json) { Tell(observer, kind, json); });
   }
   return process;
 }

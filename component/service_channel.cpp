@@ -1,5 +1,8 @@
 #include "component/service_channel.h"
 
+#include <utility>
+
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -7,17 +10,18 @@ namespace {
 
 Log OpenLog() {
   Log log;
-  utility::InitLog(log, L"LocalChannel.log", 4);
+  utility::InitLog(log, ServiceLog(L"LocalChannel.log"), 4);
   return log;
 }
 
 }  // namespace
 
 ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, const ServiceStatus& status,
-                               ManagerAccess& manager, ChannelLimits limits, const ChannelQuotas& quotas)
+                               ManagerAccess& manager, Eraser& eraser, ChannelLimits limits,
+                               const ChannelQuotas& quotas)
     : log_(OpenLog()),
       refusals_(log_),
-      requests_(runtime.clock(), config, status, manager, refusals_, quotas),
+      requests_(runtime.clock(), config, status, manager, eraser, refusals_, quotas),
       server_(
           runtime, log_, refusals_,
           [this](const platform::LocalCaller& caller, std::string_view request) {
@@ -25,8 +29,8 @@ ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config,
           },
           limits) {}
 
-std::string ServiceChannel::Start(const std::filesystem::path& place) {
-  std::string problem = server_.Start(place);
+std::string ServiceChannel::Start(const std::filesystem::path& place, ChannelServer::OwnSession own_session) {
+  std::string problem = server_.Start(place, std::move(own_session));
   if (!problem.empty()) {
     log_.e(L"nobody can reach the service: %s", String::UTF8ToUTF16(problem));
   }

@@ -13,12 +13,14 @@ class ServiceChannel {
  public:
   /// Everything must outlive the object. Opens "LocalChannel.log".
   ServiceChannel(platform::Runtime& runtime, IConfigAgent& config, const ServiceStatus& status, ManagerAccess& manager,
-                 ChannelLimits limits = {}, const ChannelQuotas& quotas = {});
+                 Eraser& eraser, ChannelLimits limits = {}, const ChannelQuotas& quotas = {});
+  /// Ends a report that is being made, so that the server's end waits for none.
+  ~ServiceChannel() { requests_.EndReports(); }
   ServiceChannel(const ServiceChannel&) = delete;
   ServiceChannel& operator=(const ServiceChannel&) = delete;
 
   /// See ChannelServer::Start; what it gives is logged, too.
-  std::string Start(const std::filesystem::path& place);
+  std::string Start(const std::filesystem::path& place, ChannelServer::OwnSession own_session = {});
 
  private:
   Log log_;

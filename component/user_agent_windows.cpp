@@ -7,6 +7,7 @@
 #include "client/identity/machine_information.h"
 #include "client/identity/tvk_info.h"
 #include "client/log/guarded_thread.h"
+#include "framework/one_shot_timer.h"
 #include "host/event_window.h"
 #include "platform/local.h"
 #include "platform/local_desktop.h"
@@ -24,6 +25,9 @@ TVK::Log OpenLog(const wchar_t* name) {
   return log;
 }
 
+/// How long the last observations wait for a service that does not answer, which gives us three seconds for our end.
+constexpr std::chrono::milliseconds kFarewell(2000);
+
 /// The services of the process's event window, joined. Made in the order in which its members depend on each other.
 class Agent {
  public:
@@ -38,17 +42,26 @@ class Agent {
                  .version = TvkInfo({}).GetVersion(),
                  .data_folder = data_folder}) {}
 
-  void Run() { window_.Create(); }
+  void Run() {
+    window_.Create();
+    farewell_.Arm(kFarewell);
+  }
 
  private:
   const std::unique_ptr<platform::Runtime> runtime_ = platform::MakeRealRuntime({});
   const std::unique_ptr<platform::Desktop> desktop_ = platform::OpenLocalDesktop();
+  // What ends all waits for a service that hangs: for the policy with the window, which does not come to be without
+  // this event; for the records somewhat later, since the last ones are written behind it.
+  const std::unique_ptr<platform::Event> stop_ =
+      desktop_->OpenSessionEvent(EventWindow::kStopEvent, platform::EventRights::kWait).event;
+  const std::unique_ptr<platform::Event> farewell_over_ = runtime_->MakeEvent(platform::EventReset::kManual);
+  TVK::OneShotTimer farewell_{*runtime_, "tvk-farewell", [this] { farewell_over_->Set(); }};
   const std::unique_ptr<platform::Machine> machine_ = platform::OpenLocalMachine({}, runtime_->clock());
   const MachineInformation machine_information_{*machine_, runtime_->clock()};
   const TVK::Log log_ = OpenLog(L"LocalChannel.log");
   // One for the policy, which must not wait for records.
-  TVK::ChannelClient policy_channel_{*runtime_, ServicePlace()};
-  TVK::ChannelClient record_channel_{*runtime_, ServicePlace()};
+  TVK::ChannelClient policy_channel_{*runtime_, ServicePlace(), stop_.get()};
+  TVK::ChannelClient record_channel_{*runtime_, ServicePlace(), farewell_over_.get()};
   TVK::ChannelConfigAgent policies_{policy_channel_, log_};
   TVK::ChannelRecorder recorder_{record_channel_, log_};
   TVK::SessionWriter writer_{*runtime_};

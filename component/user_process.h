@@ -2,13 +2,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <thread>
 
-#include "client/log/log.h"
 #include "core/user_process_agent.h"
 #include "platform/runtime.h"
 #include "platform/session_process.h"
@@ -17,73 +14,66 @@
 namespace TVK {
 
 /// Starts "TVKUserAgent.exe", which lies beside the service's program, and ends it through the event
-/// "Global\TvkUserAgentStopEvent". One that waits for users is started again when it ended by itself, somewhat later,
-/// and at each logon, until it is stopped. When its user logs off it is not, before the next logon: a session that ends
-/// takes its processes along before or after it is told.
+/// "Global\TvkUserAgentStopEvent". There is one, in the session of the user; see platform::UserSessions. One that waits
+/// for users is, until it is stopped,
+/// - started again when it ended by itself, or could not be started, somewhat later;
+/// - looked for a session for at each logon and each switch of the console, and for a while after: who logs on may not
+///   be ready yet. One that runs in another session ends, and is started anew there;
+/// - not started in a session whose user logged off, which takes its processes along before or after it is told.
+/// What a service before this one left behind is told to end first. While another service that runs has user agents
+/// none is started: both would go by the same event.
 ///
-/// From the first start on a thread waits for the end of the process; at rest nothing wakes it.
+/// From the first start on a thread asks the system for users and processes, and waits for the end of the process; at
+/// rest nothing wakes it. Nobody else waits for what the system takes long for.
 class UserProcess final : public UserProcessAgent {
  public:
-  /// How long the user agent may take to end before it is ended.
+  /// How long the user agent may take to end before it is ended, and the system to begin it before nobody waits for it.
   static constexpr std::chrono::milliseconds kPatience{3000};
   /// How long after its end it is started again. One that lived shorter than kSoundLife waits twice as long the next
   /// time, up to the last of these: its libraries may be missing.
   static constexpr std::chrono::seconds kFirstPause{2};
   static constexpr std::chrono::seconds kSoundLife{60};
   static constexpr std::chrono::seconds kLongestPause{3600};
-  /// The least pause where it ended in order, as it does when its session is asked to end: that may take a while.
+  /// The pause where it was told to end, but not by us. Its session may be asked to end, which takes a while; and each
+  /// user for whom one ran may still hold the event, and shall keep nobody else's away for longer.
   static constexpr std::chrono::seconds kSessionEnd{30};
+  /// How often a user who is not to be found is looked for again, with growing pauses (two minutes in all), before the
+  /// next logon is waited for.
+  static constexpr int kLooksForUser = 6;
+  /// How long what a former service left may take to end, from the first start on, before it is left alone.
+  static constexpr std::chrono::seconds kFormerPatience{6};
+  /// Of how many sessions it is known that their users logged off: the one before so many others has long ended.
+  static constexpr std::size_t kMostLeft = 64;
 
   /// `runtime` must outlive the object. `folder`: where the program lies. `service`: the place of the local channel,
-  /// which the program is told; empty: the one that it knows. `starter`: empty where this system has no user agent.
+  /// which the program is told; empty: the one that it knows. `sessions`: null where this system has no user agent.
   UserProcess(platform::Runtime& runtime, const std::filesystem::path& folder, const std::filesystem::path& service,
-              platform::SessionProgramStarter starter = platform::LocalSessionProgramStarter());
-  /// As StopUserProcess.
+              std::unique_ptr<platform::UserSessions> sessions = platform::OpenLocalUserSessions());
+  /// As StopUserProcess. A system that does not come back from a call of the thread is waited for for kPatience; what
+  /// it starts behind that is ended at once.
   ~UserProcess() override;
   UserProcess(const UserProcess&) = delete;
   UserProcess& operator=(const UserProcess&) = delete;
 
-  bool Exists() const override { return starter_ != nullptr; }
+  bool Exists() const override;
   void SetDataSetEnable(bool enable) override;
-  bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) override;
+  bool StartUserProcess(platform::Event& stop_event) override;
   bool UserProcessRuns() override;
   void StopUserProcess(int reason) override;
 
-  /// A user logged on: starts what waits for one, unless it runs.
+  /// A user logged on: what waits for one starts, or moves there.
   void OnUserLogon();
-  /// The same for a logon. After the logoff of its user the process is not started again; other changes mean nothing:
-  /// one that the console is switched to may be one that just ends.
+  /// The same for a logon and for a session that came to the console or is in use again from elsewhere; a session whose
+  /// user logged off is none for us.
   void OnSessionChange(const platform::SessionChange& change);
+  /// Whether it runs in the session of this number.
+  bool RunsIn(std::uint32_t session);
 
  private:
-  using Process = std::shared_ptr<platform::SessionProcess>;
+  class Watcher;
 
-  // With mutex_ held.
-  bool Runs() const;
-  bool Start(bool wait_for_user);
-  void OnEnd();
-  void Forget();
-
-  /// The body of the watching thread.
-  void Watch();
-
-  platform::Runtime& runtime_;
-  const platform::SessionProgram program_;
-  const platform::SessionProgramStarter starter_;
-  Log log_;
-  const std::unique_ptr<platform::Event> news_;  ///< For the watching thread: something below changed.
-  std::mutex mutex_;                             ///< Guards what follows; not held while an end is waited for.
-  bool enabled_ = false;
-  bool follows_logons_ = false;  ///< To be started again, and at each logon, when it does not run.
-  bool closing_ = false;
-  std::unique_ptr<platform::Event> stop_event_;  ///< Held while a process runs: the process opens it by its name.
-  Process process_;
-  std::uint32_t session_ = 0;     ///< Of the process that was started last.
-  bool user_left_ = false;        ///< That session ended.
-  platform::SteadyTime started_;  ///< Of that process.
-  std::chrono::seconds pause_ = kFirstPause;
-  std::optional<platform::SteadyTime> due_;  ///< When it is started again.
-  std::thread watch_;
+  /// Shared with its thread, which may outlive this object inside a call of the system that does not come back.
+  const std::shared_ptr<Watcher> watcher_;
 };
 
 }  // namespace TVK

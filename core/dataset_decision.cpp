@@ -8,6 +8,7 @@ namespace {
 
 // Not a substring search with the text as it came: an empty one would be found everywhere.
 bool Supports(const DatasetRow& row, const std::wstring& scope) {
+  if (row.scopes.empty()) return NormalisedScope(scope) != L"none";
   return String::CaseInsesitiveFind(std::wstring(row.scopes), NormalisedScope(scope));
 }
 
@@ -43,9 +44,9 @@ DatasetDecision Decide(const DatasetRow& row, const DataSet* entry, const Normal
                        const std::wstring& scope, const EligibilityFilter& device, DecisionMoment moment) {
   switch (row.rule) {
     case DatasetRule::kAlways:
-    case DatasetRule::kApplication:
     case DatasetRule::kDeviceContext:
       return {};
+    case DatasetRule::kApplication:
     case DatasetRule::kByScope:
     case DatasetRule::kStartsAtAnyScope:
     case DatasetRule::kUserProcess:
@@ -56,6 +57,18 @@ DatasetDecision Decide(const DatasetRow& row, const DataSet* entry, const Normal
   if (row.rule == DatasetRule::kStartsAtAnyScope && moment == DecisionMoment::kServiceStart) return {};
   if (!Supports(row, scope) || !Supports(row, policy.scope)) return {DecisionReason::kScope};
   return {};
+}
+
+std::wstring Explain(const DatasetDecision& decision, const DatasetRow& row, const std::wstring& scope) {
+  if (decision.reason == DecisionReason::kScope) {
+    return L"\"" + scope + L"\" is not among " +
+           (row.scopes.empty() ? L"basic, enhance, full" : std::wstring(row.scopes));
+  }
+  if (!decision.unmet) return L"";
+  std::wstring text = decision.reason == DecisionReason::kPolicyNotApplicable ? L"the policy's" : L"the dataset's";
+  text.append(L" filter: ").append(decision.unmet->trait);
+  text += decision.unmet->fact.empty() ? L" is not known" : L" is " + decision.unmet->fact;
+  return text + L", wanted " + decision.unmet->wanted;
 }
 
 }  // namespace TVK

@@ -41,9 +41,14 @@ enum class DecisionMoment {
 
 /// Whether the dataset of `row` runs. `entry`: of the policy, null when it is not listed. `scope`: the one in force,
 /// any case; `policy` may be newer than it, and a consent that either of them withdraws is withdrawn. Datasets that run
-/// always, and those that no policy switches, run. Pure; any thread.
+/// always, and the device context, which no policy switches, run; one whose row names no scopes runs in all but "none".
+/// Pure; any thread.
 DatasetDecision Decide(const DatasetRow& row, const DataSet* entry, const NormalisedPolicy& policy,
                        const std::wstring& scope, const EligibilityFilter& device, DecisionMoment moment);
+
+/// Where a filter or the scope keeps the dataset of `row` from running: which condition, and which fact it met, for
+/// people; else empty. `scope`: the one that was decided by.
+std::wstring Explain(const DatasetDecision& decision, const DatasetRow& row, const std::wstring& scope);
 
 /// The part of the decision that lies in the entry, whichever dataset it is for: kRuns, kDisabled or one of the
 /// filters.

@@ -21,7 +21,8 @@ constexpr std::array kScopes = {L"none", L"basic", L"enhance", L"full"};
 /// The first of kScopes at which the dataset may write (none of the rows leaves one out above it; the test of the
 /// records page compares them), or nothing for those that no policy and no scope keeps from running.
 std::optional<std::size_t> LeastScope(const DatasetRow& row) {
-  if (row.rule == DatasetRule::kAlways || row.scopes.empty()) return std::nullopt;
+  if (row.rule == DatasetRule::kAlways || row.rule == DatasetRule::kDeviceContext) return std::nullopt;
+  if (row.scopes.empty()) return 1;  // the application events': any but "none"
   const auto* const least = std::ranges::find_if(
       kScopes, [&](const wchar_t* scope) { return row.scopes.find(scope) != std::wstring_view::npos; });
   return static_cast<std::size_t>(least - kScopes.begin());

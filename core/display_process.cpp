@@ -22,7 +22,7 @@ void DisplayProcess::Start(const wchar_t* caller, bool device_path_changed) {
     });
   }
   agent_.SetDataSetEnable(true);
-  if (agent_.StartUserProcess(*stop, true)) started_ = true;
+  if (agent_.StartUserProcess(*stop)) started_ = true;
 }
 
 bool DisplayProcess::ValidateDisplayEventWithNewPolicy() const {

@@ -5,6 +5,10 @@
 #include <mutex>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
+#include "core/application_events.h"
+#include "core/dataset_log.h"
+#include "core/dataset_status.h"
 #include "core/manager_access.h"
 #include "core/notifications.h"
 #include "core/reconciler.h"
@@ -36,7 +40,10 @@ struct EventManager::Parts final : TVK::ManagerAccess {
   }
   TVK::SessionRecorder& session_recorder() override { return session_datasets; }
   TVK::ManagerStatus Status() override;
-  std::unique_ptr<EventMonitorBase> MakeApplicationEvents() const;
+  TVK::TakenEvent TakeApplicationEvent(const std::wstring& item_name, const ItemData& data,
+                                       TVK::EventSender sender) override {
+    return application_events.Take(item_name, data, sender);
+  }
   /// Asks the agent for the two ids; one that throws has none.
   void ReadDeviceIds(TVK::DeviceIdAgent& agent);
 
@@ -51,9 +58,9 @@ struct EventManager::Parts final : TVK::ManagerAccess {
   TVK::DisplayProcess display;
   TVK::DeviceContextRecord device_context;
   TVK::MonitorList monitors;
-  /// Lives as long as the manager and is not in the list.
-  const std::unique_ptr<EventMonitorBase> application_events;
+  TVK::ApplicationEvents application_events;
   TVK::SessionDatasets session_datasets;
+  TVK::DatasetLog dataset_log;
   TVK::Reconciler reconciler;
   TVK::Notifications notifications;
 
@@ -65,7 +72,7 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
     : services(given),
       log([] {
         TVK::Log opened;
-        TVK::utility::InitLog(opened, L"EventManager.log", 4);
+        TVK::utility::InitLog(opened, TVK::ServiceLog(L"EventManager.log"), 4);
         return opened;
       }()),
       identity(given.store, given.tvk_info, given.datasets, handle),
@@ -83,11 +90,12 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
                        identity,
                        second_tick,
                        policy},
-      notifier(given.runtime, log),
+      notifier(given.runtime, log, given.user_process_agent.Exists()),
       display(given.user_process_agent, policy, notifier, log, given.datasets),
       device_context(services, log, identity, notifier, display),
-      application_events(MakeApplicationEvents()),
-      session_datasets(monitor_services, given.datasets, policy, log, initialized),
+      application_events(monitor_services, given.datasets, policy, log, initialized),
+      session_datasets(monitor_services, given.datasets, policy, log),
+      dataset_log(View(), session_datasets),
       reconciler(
           View(), [&manager](const std::wstring& id) { manager.RunAndAddToList(id); },
           [&manager](const std::wstring& id) { manager.StopAndRemoveFromList(id); }),
@@ -97,45 +105,11 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
             DeviceContext context;
             manager.LogDeviceContextData(true, context, true);
           },
-          application_events.get()) {}
-
-std::unique_ptr<EventMonitorBase> EventManager::Parts::MakeApplicationEvents() const {
-  std::unique_ptr<EventMonitorBase> made;
-  const TVK::Dataset* const application = services.datasets.FindByRule(TVK::DatasetRule::kApplication);
-  if (application != nullptr) {
-    TVK::CallLogged(log, {L"EventManager", application->row.name},
-                    [&] { made = application->factory(monitor_services); });
-  }
-  return made;
-}
+          application_events, dataset_log) {}
 
 TVK::ManagerStatus EventManager::Parts::Status() {
-  TVK::ManagerStatus status{.runs = initialized, .scope = policy.scope(), .datasets = {}};
-  for (const TVK::Dataset& dataset : services.datasets.datasets()) {
-    TVK::DatasetStatus& each = status.datasets.emplace_back(TVK::DatasetStatus{.dataset = &dataset});
-    const TVK::MonitorList::Entry entry = monitors.Find(dataset.row.id);
-    using TVK::DecisionMoment;
-    switch (dataset.row.rule) {
-      case TVK::DatasetRule::kApplication:
-      case TVK::DatasetRule::kDeviceContext:
-        each.runs = initialized;
-        break;
-      case TVK::DatasetRule::kUserProcess:
-        // What its filters exclude is not written, whether or not it started.
-        each.decision = policy.Decide(dataset.row, DecisionMoment::kStart);
-        each.runs = display.Runs() && each.decision.runs();
-        if (each.decision.runs() && !each.runs) each.obstacle = "no user agent";
-        continue;
-      default:
-        each.runs = entry != nullptr && entry->IsListed() && entry->IsStarted() && !entry->HasFailed();
-        if (entry != nullptr && entry->HasFailed()) each.obstacle = "failed";
-    }
-    // What a filter excludes does not start, and what runs goes on.
-    each.decision = policy.Decide(dataset.row, each.runs ? DecisionMoment::kRunning : DecisionMoment::kStart);
-    if (entry == nullptr) continue;
-    each.since = entry->started_at();
-    entry->Call(L"EventManager::Status", [&](EventMonitorBase& monitor) { each.next_due = monitor.NextReport(); });
-  }
+  TVK::ManagerStatus status{initialized, policy.scope(), TVK::StatusOfDatasets(View(), session_datasets)};
+  TVK::AskNextReports(monitors, status.datasets);
   return status;
 }
 
@@ -199,7 +173,9 @@ void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
 
   if (!parts.initialized) {
     parts.initialized = true;
+    parts.session_datasets.SetOpen(true);
     parts.monitors.Open();
+    parts.dataset_log.Forget();
     parts.log.d(L"EventManager Initialize");
     parts.notifier.CreateGlobalEvents();
     // Before the policies are read: news of a change that comes meanwhile then waits for the notification thread.
@@ -242,6 +218,7 @@ void EventManager::InitAndStartEventMonitors() {
                             std::to_string(listed.size()) + " monitors");
     }
     parts_->log.d(L"%s: Exit", kThis);
+    parts_->dataset_log.Tell();
   });
 }
 
@@ -293,6 +270,7 @@ void EventManager::StopLocked() {
   step([&] {
     if (parts.display.Stop()) parts.notifier.DropStopEvent();
   });
+  parts.session_datasets.SetOpen(false);
   for (const TVK::MonitorList::Entry& entry : ended) {
     step([&] { entry->JoinAndDelete(); });
     parts.monitors.Remove(entry);

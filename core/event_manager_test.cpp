@@ -128,10 +128,45 @@ TEST_F(EventManagerTest, StopMayComeAtAnyTimeAndAnyNumberOfTimes) {
   EXPECT_EQ(Threads(), 1u);
 }
 
+TEST_F(EventManagerTest, SaysWhatRunsAndWhyNotWhenItChanges) {
+  TelemetryPolicy policy = PolicyOf(L"enhance", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent", L"DisplayEvent"});
+  std::next(policy.datasets.begin())->name = L"MemoryEvents";
+  std::next(policy.datasets.begin(), 2)->applicability.models = {L"Other"};
+  Start(policy);
+  for (const wchar_t* line :
+       {L"CPUEvent: runs, and collects nothing yet",
+        L"MemoryEvent: does not run: name mismatch (its id stands beside the name \"MemoryEvents\")",
+        L"DisplayEvent: runs", L"NetworkEvent: runs",
+        L"BatteryEvent: does not run: not applicable (the dataset's filter: model is", L"TVKEvent: does not run",
+        L"datasets[1].name: the dataset of this id is named"})
+    EXPECT_EQ(world_.logs.Count(line), 1u) << String::UTF16ToUTF8(line);
+  Change(policy);
+  life_->composition.bus().Publish(TVKNotificationData(4, 18, L"{}"));
+  world_.runtime.Settle();
+  EXPECT_EQ(world_.logs.Count(L"CPUEvent: runs"), 1u) << "nothing changed";
+  policy.telemetry_scope = L"none";
+  Change(policy);
+  EXPECT_EQ(world_.logs.Count(L"CPUEvent: does not run: scope (\"none\" is not among basic,enhance,full)"), 1u);
+  life_->manager.Stop();
+  life_->manager.Initialize(&life_->device_ids);
+  life_->manager.InitAndStartEventMonitors();
+  EXPECT_EQ(world_.logs.Count(L"CPUEvent: does not run"), 2u) << "a start tells everything";
+}
+
 TEST_F(EventManagerTest, AMonitorThatIsToBeStoppedIsOutOfReach) {
   const ServiceLife service(world_);
   const Log log;
-  MonitorEntry entry(world_.runtime, log, *table_.FindByName(L"CPUEvent"), service.services());
+  std::string failures;
+  const auto on_failure = [&](const std::string& reason) { failures += reason; };
+  const Dataset& cpu = *table_.FindByName(L"CPUEvent");
+  script_.failure = {L"CPUEvent", Place::kStart};
+  MonitorEntry failing(world_.runtime, log, cpu, service.services(), on_failure);
+  EXPECT_TRUE(failing.Start(L"caller"));
+  world_.runtime.Settle();
+  EXPECT_TRUE(failing.HasFailed());
+  EXPECT_EQ(failures, "told to fail");
+  failing.JoinAndDelete();
+  MonitorEntry entry(world_.runtime, log, cpu, service.services(), on_failure);
   entry.MarkLeaving();
   EXPECT_FALSE(entry.Start(L"caller"));
   entry.Call(L"caller", [](EventMonitorBase&) { FAIL(); });
@@ -157,6 +192,8 @@ TEST_F(EventManagerTest, AMonitorThatFailsHarmsNoOther) {
     script_.failure = {L"CPUEvent", place};
     Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
     EXPECT_EQ(script_.running, running);
+    const auto why = WhyOf(L"CPUEvent");
+    EXPECT_EQ(why, place == Place::kMake ? "not started" : running == 4 ? "failed" : "runs");
     life_->manager.OnServiceControlHandle(13, 4, nullptr, nullptr);
     Change(PolicyOf(L"enhance", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent"}));
     life_->manager.OnDeviceContextChanges();

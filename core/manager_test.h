@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <string_view>
 
+#include "core/manager_access.h"
 #include "testing/manager_world.h"
 
 class ManagerTest : public testing::Test {
@@ -20,6 +22,13 @@ class ManagerTest : public testing::Test {
   void Change(const TelemetryPolicy& policy) {
     life_->Change(policy);
     world_.runtime.Settle();
+  }
+  /// Why the dataset runs or does not, as the status tells it.
+  std::string_view WhyOf(std::wstring_view dataset) {
+    for (const TVK::DatasetStatus& status : life_->manager.access().Status().datasets) {
+      if (status.dataset->row.name == dataset) return status.why();
+    }
+    return {};
   }
   std::size_t Threads() const { return world_.runtime.Threads().size(); }
 

@@ -8,10 +8,11 @@
 namespace TVK {
 
 MonitorEntry::MonitorEntry(platform::Runtime& runtime, const Log& log, const Dataset& dataset,
-                           const MonitorServices& services)
+                           const MonitorServices& services, std::function<void(const std::string& reason)> on_failure)
     : runtime_(runtime),
       log_(log),
       row_(dataset.row),
+      on_failure_(std::move(on_failure)),
       monitor_(dataset.factory(services)),
       idle_(runtime.MakeEvent(platform::EventReset::kAuto)) {}
 
@@ -30,6 +31,11 @@ bool MonitorEntry::HasFailed() const {
   return failed_;
 }
 
+bool MonitorEntry::HasNoThread() const {
+  const std::lock_guard lock(mutex_);
+  return refused_;
+}
+
 std::optional<platform::WallTime> MonitorEntry::started_at() const {
   const std::lock_guard lock(mutex_);
   return started_at_;
@@ -42,24 +48,34 @@ bool MonitorEntry::Start(const wchar_t* caller) {
   started_ = TVK::CallLogged(log_, {caller, row_.name}, [&] {
     thread_ = StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
   });
+  refused_ = !started_;
   if (started_) started_at_ = runtime_.clock().Now();
   return started_;
 }
 
 void MonitorEntry::RunMonitor() {
-  bool failed = true;
+  const auto end = [this](bool failed) {
+    const std::lock_guard lock(mutex_);
+    returned_ = true;
+    failed_ = failed;
+  };
   try {
     monitor_->Initialize();
     monitor_->StartMonitor(L"test");
-    failed = false;
+    end(false);
+    return;
   } catch (const std::exception& failure) {
-    log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", String::UTF8ToUTF16(failure.what()));
+    end(true);
+    OnFailure(FailureText(failure));
   } catch (...) {
-    log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", L"unknown exception");
+    end(true);
+    OnFailure("unknown exception");
   }
-  const std::lock_guard lock(mutex_);
-  returned_ = true;
-  failed_ = failed;
+}
+
+void MonitorEntry::OnFailure(const std::string& reason) {
+  log_.e(L"EventManager EventMonitor Initalize or startMonitor error! %s", String::UTF8ToUTF16(reason));
+  on_failure_(reason);
 }
 
 bool MonitorEntry::JoinIfReturned() {

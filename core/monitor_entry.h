@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "client/log/log.h"
@@ -17,14 +18,18 @@ namespace TVK {
 /// nothing of it any more. Any thread, but each of StopMonitor and JoinAndDelete once, by whoever has claimed the stop.
 class MonitorEntry {
  public:
-  /// Makes the monitor; throws what its factory throws. Everything must outlive the entry.
-  MonitorEntry(platform::Runtime& runtime, const Log& log, const Dataset& dataset, const MonitorServices& services);
+  /// Makes the monitor; throws what its factory throws. Everything must outlive the entry. `on_failure` is told, on the
+  /// monitor's thread, when its main routine ends with an exception; must not throw.
+  MonitorEntry(platform::Runtime& runtime, const Log& log, const Dataset& dataset, const MonitorServices& services,
+               std::function<void(const std::string& reason)> on_failure);
   MonitorEntry(const MonitorEntry&) = delete;
   MonitorEntry& operator=(const MonitorEntry&) = delete;
 
   const DatasetRow& row() const { return row_; }
   bool IsListed() const;
   bool IsStarted() const;
+  /// Whether the system gave it no thread when it was last to start.
+  bool HasNoThread() const;
   /// Whether its main routine ended with an exception: it collects nothing any more.
   bool HasFailed() const;
   /// When its thread was started; nothing before.
@@ -51,18 +56,21 @@ class MonitorEntry {
  private:
   enum class State { kListed, kLeaving, kStopping };
   void RunMonitor();
+  void OnFailure(const std::string& reason);
   void CallLogged(const wchar_t* caller, const std::function<void(EventMonitorBase&)>& call);
   bool Join(std::thread thread);
 
   platform::Runtime& runtime_;
   const Log& log_;
   const DatasetRow& row_;
+  const std::function<void(const std::string& reason)> on_failure_;
   std::unique_ptr<EventMonitorBase> monitor_;    ///< Null once it was deleted, when no call can reach it.
   const std::unique_ptr<platform::Event> idle_;  ///< Auto-reset; the last call of a stopping monitor has ended.
   mutable std::mutex mutex_;                     ///< Guards what follows. Never held while the monitor is called.
   State state_ = State::kListed;
   int calls_ = 0;  ///< That are running.
   bool started_ = false;
+  bool refused_ = false;  ///< A thread, by the system.
   std::optional<platform::WallTime> started_at_;
   bool returned_ = false;  ///< The main routine has.
   bool failed_ = false;    ///< With an exception.

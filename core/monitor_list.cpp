@@ -22,12 +22,23 @@ bool MonitorList::Add(const Entry& entry) {
   if (!open_) return false;
   claimed_.reserve(entries_.size() + 1);
   entries_.push_back(entry);
+  missing_.erase(entry->row().id);
   return true;
 }
 
 void MonitorList::Remove(const Entry& entry) {
   const std::lock_guard lock(mutex_);
   std::erase(entries_, entry);
+}
+
+void MonitorList::NoteMissing(std::wstring_view dataset_id) {
+  const std::lock_guard lock(mutex_);
+  missing_.insert(dataset_id);
+}
+
+bool MonitorList::IsMissing(std::wstring_view dataset_id) const {
+  const std::lock_guard lock(mutex_);
+  return missing_.contains(dataset_id);
 }
 
 std::vector<MonitorList::Entry> MonitorList::Listed() const {

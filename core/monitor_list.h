@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -27,6 +28,11 @@ class MonitorList {
   bool Add(const Entry& entry);
   void Remove(const Entry& entry);
 
+  /// Notes that the dataset's monitor is to run and could not be made or started, until one is added. `dataset_id` is
+  /// a row's.
+  void NoteMissing(std::wstring_view dataset_id);
+  bool IsMissing(std::wstring_view dataset_id) const;
+
   /// The monitors that are neither stopped nor about to be.
   std::vector<Entry> Listed() const;
   /// The entry of the dataset with this id, also when its monitor is on its way out; null when there is none.
@@ -39,7 +45,8 @@ class MonitorList {
   mutable std::mutex mutex_;  ///< Guards what follows; taken before an entry's own lock.
   bool open_ = false;
   std::vector<Entry> entries_;
-  std::vector<Entry> claimed_;  ///< Empty; has room for all entries.
+  std::set<std::wstring_view> missing_;  ///< See NoteMissing.
+  std::vector<Entry> claimed_;           ///< Empty; has room for all entries.
 };
 
 }  // namespace TVK

@@ -4,27 +4,29 @@
 #include <set>
 
 #include "client/policy/policy_document.h"
+#include "client/policy/report_readers.h"
+#include "client/text/nearest_text.h"
 #include "client/text/string.h"
 
 using TVK::String;
 
 namespace {
 
-bool HoldsId(const DataSet& entry, const TVK::DatasetRow& row) {
-  return String::ToUpper(entry.id).find(row.id) != std::wstring::npos;
+bool HoldsId(const DataSet& entry, std::wstring_view id) {
+  return String::ToUpper(entry.id).find(id) != std::wstring::npos;
 }
 
 bool IsSwitched(const TVK::DatasetRow& row) {
-  return row.rule != TVK::DatasetRule::kApplication && row.rule != TVK::DatasetRule::kDeviceContext;
+  return row.rule != TVK::DatasetRule::kDeviceContext;
 }
 
 TVK::PolicyEntry Interpret(const DataSet& entry, const TVK::DatasetTable& table) {
   const TVK::Dataset* const named = table.FindByName(entry.name);
-  if (named != nullptr && IsSwitched(named->row) && HoldsId(entry, named->row)) {
+  if (named != nullptr && IsSwitched(named->row) && HoldsId(entry, named->row.id)) {
     return {TVK::EntryMeaning::kCounts, named, {}, entry};
   }
   const auto holder =
-      std::ranges::find_if(table.datasets(), [&](const TVK::Dataset& known) { return HoldsId(entry, known.row); });
+      std::ranges::find_if(table.datasets(), [&](const TVK::Dataset& known) { return HoldsId(entry, known.row.id); });
   if (holder == table.datasets().end()) return {TVK::EntryMeaning::kUnknownId, nullptr, {}, entry};
   return {
       IsSwitched(holder->row) ? TVK::EntryMeaning::kNameMismatch : TVK::EntryMeaning::kNotSwitched, nullptr, {}, entry};
@@ -46,6 +48,11 @@ class Normaliser {
     if (policy_.settings.contains(TVK::kNoHashNetworkDataSetting) && no_hash != L"true" && no_hash != L"false") {
       AddFinding("settings." + String::UTF16ToUTF8(TVK::kNoHashNetworkDataSetting),
                  L"only true and false are known; it counts as false");
+    }
+    const std::wstring readers = policy_.Setting(TVK::kReportReadersSetting);
+    if (policy_.settings.contains(TVK::kReportReadersSetting) && readers != L"administrators" && readers != L"users") {
+      AddFinding("settings." + String::UTF16ToUTF8(TVK::kReportReadersSetting),
+                 L"only administrators and users are known; it counts as administrators");
     }
     for (const DataSet& entry : policy_.datasets)
       Take(entry);
@@ -69,15 +76,28 @@ class Normaliser {
 
   void ReportUnmatched(const TVK::PolicyEntry& entry) {
     if (entry.meaning == TVK::EntryMeaning::kUnknownId) {
-      AddFinding(entry.path + ".id", L"no dataset has the id \"" + entry.values.id + L"\"");
+      AddFinding(entry.path + ".id", L"no dataset has the id \"" + entry.values.id + L"\"" + HintOf(entry.values));
     } else if (entry.meaning == TVK::EntryMeaning::kNotSwitched) {
       AddFinding(entry.path + ".id", L"policies do not switch this dataset; the entry has no effect");
     } else {
       const auto holder = std::ranges::find_if(
-          table_.datasets(), [&](const TVK::Dataset& known) { return HoldsId(entry.values, known.row); });
+          table_.datasets(), [&](const TVK::Dataset& known) { return HoldsId(entry.values, known.row.id); });
       AddFinding(entry.path + ".name", L"the dataset of this id is named \"" + std::wstring(holder->row.name) +
                                            L"\", not \"" + entry.values.name + L"\"; it does not run");
     }
+  }
+
+  // Which id was meant, by the name or by what is near.
+  std::wstring HintOf(const DataSet& entry) const {
+    if (const TVK::Dataset* const named = table_.FindByName(entry.name)) {
+      return L"; that of " + entry.name + L" is \"" + std::wstring(named->row.id) + L"\"";
+    }
+    constexpr std::size_t kMostHints = 100;  // a document may be full of unknown entries
+    if (result_.findings.size() >= kMostHints) return {};
+    std::vector<std::wstring> names;
+    for (const TVK::Dataset& known : table_.datasets())
+      names.emplace_back(known.row.name);
+    return TVK::DidYouMean(entry.name, names);
   }
 
   // A monitor finds its settings by the exact id, while the dataset is started by a looser comparison.
@@ -135,9 +155,25 @@ const DataSet* NormalisedPolicy::SearchUpdatedConfig(std::wstring_view id) const
   return found == entries.end() ? nullptr : &found->values;
 }
 
+const PolicyEntry* NormalisedPolicy::FindMismatch(std::wstring_view id) const {
+  const auto found = std::ranges::find_if(entries, [&](const PolicyEntry& entry) {
+    return entry.meaning == EntryMeaning::kNameMismatch && HoldsId(entry.values, id);
+  });
+  return found == entries.end() ? nullptr : &*found;
+}
+
+std::wstring ExplainMismatch(const PolicyEntry& entry) {
+  return L"its id stands beside the name \"" + entry.values.name + L"\"";
+}
+
 std::wstring NormalisedScope(const std::wstring& text) {
   const std::wstring scope = String::ToLower(text);
   return IsTelemetryScope(scope) ? scope : L"none";
+}
+
+bool IsNarrowerScope(const std::wstring& scope, const std::wstring& than) {
+  constexpr std::wstring_view kFromNarrow = L"none,basic,enhance,full";
+  return !scope.empty() && kFromNarrow.find(scope) < kFromNarrow.find(than);
 }
 
 NormalisedPolicy Normalise(const TelemetryPolicy& policy, const DatasetTable& table) {

@@ -15,7 +15,7 @@ namespace TVK {
 enum class EntryMeaning {
   kCounts,        ///< It is the entry of its dataset.
   kUnknownId,     ///< No dataset has the id.
-  kNotSwitched,   ///< Of the application events or the device context, which no policy switches.
+  kNotSwitched,   ///< Of the device context, which no policy switches.
   kNameMismatch,  ///< Another dataset's name stands beside the id: it means nothing.
   kDuplicate,     ///< An earlier entry counts.
 };
@@ -46,10 +46,19 @@ struct NormalisedPolicy {
 
   /// The entry that counts for the dataset of this id (in the table's spelling); null: it is not listed.
   const DataSet* SearchUpdatedConfig(std::wstring_view id) const;
+  /// The first entry that has the id of this dataset (in the table's spelling) beside another name; null: there is
+  /// none.
+  const PolicyEntry* FindMismatch(std::wstring_view id) const;
 };
 
 /// The scope that `text` means: one of the four in small letters. Consent that nobody understands is "none".
 std::wstring NormalisedScope(const std::wstring& text);
+/// Whether the one of two telemetry scopes, as NormalisedScope gives them, consents to less than the other. Not for one
+/// that is empty.
+bool IsNarrowerScope(const std::wstring& scope, const std::wstring& than);
+
+/// Of an entry of kNameMismatch, for people: under which name its id stands.
+std::wstring ExplainMismatch(const PolicyEntry& entry);
 
 /// Pure. An entry means the dataset whose id occurs in the entry's id, case aside, and whose name it has exactly; the
 /// first such entry counts. `table` must outlive the result.

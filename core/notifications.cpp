@@ -8,11 +8,13 @@
 namespace TVK {
 
 Notifications::Notifications(const ManagerParts& parts, Reconciler& reconciler,
-                             std::function<void()> log_device_context, EventMonitorBase* application_events)
+                             std::function<void()> log_device_context, ApplicationEvents& application_events,
+                             DatasetLog& dataset_log)
     : parts_(parts),
       reconciler_(reconciler),
       log_device_context_(std::move(log_device_context)),
-      application_events_(application_events) {}
+      application_events_(application_events),
+      dataset_log_(dataset_log) {}
 
 void Notifications::Start() {
   try {
@@ -170,6 +172,7 @@ void Notifications::OnTvkPolicyChanges() {
   parts_.log.d(L"%s Stop the datasets which are not present in updated Config!", kThis);
   reconciler_.StopDisabledDatasets();
   log_device_context_();
+  dataset_log_.Tell();
   parts_.log.d(L"%s Exit:", kThis);
 }
 
@@ -190,6 +193,7 @@ void Notifications::OnTelemetryScopeChanges() {
   } catch (...) {
     parts_.log.e(L"%s : encount exceptions", kThis);
   }
+  dataset_log_.Tell();
   parts_.log.d(L"%s : End", kThis);
 }
 
@@ -199,8 +203,9 @@ void Notifications::OnDeviceContextChanges() {
   parts_.log.d(L"%s Entry", kThis);
   const bool new_device = parts_.device_context.TakeDevicePathChange();
   const auto tell = [&](EventMonitorBase& monitor) { monitor.OnDeviceContextChanges(new_device); };
-  if (application_events_ != nullptr) CallLogged(parts_.log, kThis, [&] { tell(*application_events_); });
-  if (parts_.policy.Read() == nullptr) {
+  const bool read = parts_.policy.Read() != nullptr;
+  CallLogged(parts_.log, kThis, [&] { application_events_.OnDeviceContextChanges(new_device); });
+  if (!read) {
     parts_.log.e(L"%s : GetTelemetryPolicy() return fail!", kThis);
   } else {
     for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {

@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "client/bus/notification_data.h"
+#include "core/application_events.h"
+#include "core/dataset_log.h"
 #include "core/reconciler.h"
 
 namespace TVK {
@@ -14,9 +16,9 @@ namespace TVK {
 class Notifications {
  public:
   /// `log_device_context`: writes the device context anew when it changed, through the manager's virtual operation.
-  /// `application_events`: the application-event monitor, or null.
+  /// `application_events` is in no list of monitors. `dataset_log` is told behind each change.
   Notifications(const ManagerParts& parts, Reconciler& reconciler, std::function<void()> log_device_context,
-                EventMonitorBase* application_events);
+                ApplicationEvents& application_events, DatasetLog& dataset_log);
 
   /// Control thread. Start logs what keeps the thread from starting; End wakes and joins it, if there is one.
   void Start();
@@ -44,7 +46,8 @@ class Notifications {
   const ManagerParts parts_;
   Reconciler& reconciler_;
   const std::function<void()> log_device_context_;
-  EventMonitorBase* const application_events_;
+  ApplicationEvents& application_events_;
+  DatasetLog& dataset_log_;
   std::mutex
       handler_mutex_;   ///< Held by a handler for its whole run, and by JoinStoppers; guards reconciler_'s stoppers.
   std::thread thread_;  ///< The control thread's.

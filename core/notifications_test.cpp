@@ -111,6 +111,7 @@ TEST_F(NotificationsTest, AMonitorForWhichThereWasNoThreadIsStartedWithTheNextNe
     world_.runtime.RefuseThreads(refused);
     Change(PolicyOf(L"full", {L"MemoryEvent", L"CPUEvent"}));
     EXPECT_EQ(script_.running, refused ? 4 : 5);
+    EXPECT_EQ(WhyOf(L"CPUEvent"), refused ? "not started" : "runs");
   }
 }
 
@@ -120,12 +121,19 @@ TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {
   // The policy is there, its notification is not yet.
   world_.config.SetPolicy(PolicyOf(L"full", {L"MemoryEvent"}));
   life_->manager.OnDeviceContextChanges();
-  EXPECT_THAT(script_.TakeNotes(),
-              ElementsAre(L"context anew TVKEvent", L"context anew DeviceStatus", L"context anew SystemPowerEvent",
-                          L"context anew NetworkEvent", L"context anew MemoryEvent"));
+  EXPECT_THAT(script_.TakeNotes(), ElementsAre(L"context anew DeviceStatus", L"context anew SystemPowerEvent",
+                                               L"context anew NetworkEvent", L"context anew MemoryEvent"));
   life_->composition.bus().Publish(TVKNotificationData(4, 18, L"{}"));
   world_.runtime.Settle();
   EXPECT_EQ(script_.Count(L"stop CPUEvent"), 1u) << "nor do others run on when any news comes";
+  TelemetryPolicy policy = PolicyOf(L"full", {L"TVKEvent"});
+  for (const bool applies : {true, false}) {
+    if (!applies) policy.datasets.front().applicability.models = {L"Other"};
+    world_.config.SetPolicy(policy);
+    script_.TakeNotes();
+    life_->manager.OnDeviceContextChanges();
+    EXPECT_EQ(script_.Count(L"context anew TVKEvent"), applies ? 1u : 0u) << "it starts with each event anew";
+  }
 }
 
 TEST_F(NotificationsTest, TheUserAgentFollowsTheDisplayDataset) {

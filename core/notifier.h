@@ -18,8 +18,9 @@ inline constexpr wchar_t kDevicePathChangeEvent[] = L"Global\\TvkDevicePathChang
 /// Any thread.
 class Notifier {
  public:
-  /// Both must outlive the object.
-  Notifier(platform::Runtime& runtime, const Log& log) : runtime_(runtime), log_(log) {}
+  /// Both must outlive the object. `has_user_agent`: whether this system has one that could be told.
+  Notifier(platform::Runtime& runtime, const Log& log, bool has_user_agent)
+      : runtime_(runtime), log_(log), has_user_agent_(has_user_agent) {}
 
   /// What wakes the notification thread. Null: there is none now. Shared, so that news that meets Stop signals an
   /// object that exists.
@@ -42,18 +43,20 @@ class Notifier {
   void CreateGlobalEvents();
   void CloseGlobalEvents();
 
-  /// Logs with `log_it` and signals a named event; nothing when nobody holds the event.
+  /// Signals a named event, for which others than a user agent may wait, too; nothing when nobody holds it. Where there
+  /// is a user agent that is logged before, with `log_it`.
   template <typename LogIt>
   void SignalUserAgent(const wchar_t* name, const LogIt& log_it) {
     const platform::NamedEventResult opened = runtime_.OpenNamedEvent(name);
     if (opened.event == nullptr) return;
-    log_it();
+    if (has_user_agent_) log_it();
     opened.event->Set();
   }
 
  private:
   platform::Runtime& runtime_;
   const Log& log_;
+  const bool has_user_agent_;
   mutable std::mutex mutex_;  ///< Guards what follows.
   WakeUps wake_ups_;
   std::array<std::unique_ptr<platform::Event>, 3> global_events_;

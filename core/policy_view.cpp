@@ -42,9 +42,19 @@ PolicyView::Policy PolicyView::Take(std::wstring* old_scope) {
   return policy;
 }
 
+PolicyView::Policy PolicyView::in_force() const {
+  const std::lock_guard lock(mutex_);
+  return policy_;
+}
+
 std::wstring PolicyView::scope() const {
   const std::lock_guard lock(mutex_);
   return scope_;
+}
+
+std::wstring PolicyView::DecidingScope() const {
+  const std::lock_guard lock(mutex_);
+  return IsNarrowerScope(policy_->scope, scope_) ? policy_->scope : scope_;
 }
 
 void PolicyView::set_scope(const std::wstring& scope) {

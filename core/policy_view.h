@@ -32,7 +32,11 @@ class PolicyView final : public Consent {
   /// begins after that. It does not wait for those that began before: a disk may hold them up for long.
   Policy ReadWithScope(std::wstring& old_scope);
 
+  /// The policy that was read last; one of nothing before.
+  Policy in_force() const;
   std::wstring scope() const;
+  /// The one of the two that keeps a dataset from running: that of the policy where it is the narrower one.
+  std::wstring DecidingScope() const;
   /// Puts a scope in force until the next one is told; a text that is none of the four counts as "none". It can narrow
   /// the policy's consent, not widen it.
   void set_scope(const std::wstring& scope);

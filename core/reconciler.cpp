@@ -4,8 +4,18 @@
 #include <system_error>
 
 #include "client/log/guarded_thread.h"
+#include "client/text/string.h"
 
 namespace TVK {
+
+namespace {
+
+// The monitor of the application events stays for the manager's whole life and is asked for its consent at each event.
+bool HasListedMonitor(const DatasetRow& row) {
+  return row.rule != DatasetRule::kApplication;
+}
+
+}  // namespace
 
 void ManagerParts::Remark(const std::string& line) const {
   if (services.remarks) CallLogged(log, L"EventManager: a listener of remarks", [&] { services.remarks(line); });
@@ -15,8 +25,16 @@ Reconciler::Reconciler(const ManagerParts& parts, ById run, ById stop)
     : parts_(parts), run_(std::move(run)), stop_(std::move(stop)), stoppers_(parts.services.runtime, parts.log) {}
 
 bool Reconciler::AddMonitor(const Dataset& dataset, MonitorList::Entry& entry) {
-  entry = std::make_shared<MonitorEntry>(parts_.services.runtime, parts_.log, dataset, parts_.monitor_services);
+  const auto tell = [this, name = String::UTF16ToUTF8(dataset.row.name)](const std::string& reason) {
+    parts_.Remark("the monitor of " + name + " ended with an error, and collects nothing any more: " + reason);
+  };
+  entry = std::make_shared<MonitorEntry>(parts_.services.runtime, parts_.log, dataset, parts_.monitor_services, tell);
   return parts_.monitors.Add(entry);
+}
+
+void Reconciler::NoteMissing(const Dataset& dataset) {
+  CallLogged(parts_.log, {L"Reconciler::NoteMissing", dataset.row.name},
+             [&] { parts_.monitors.NoteMissing(dataset.row.id); });
 }
 
 void Reconciler::AddNullAndNoneDatasets() {
@@ -31,6 +49,7 @@ void Reconciler::AddNullAndNoneDatasets() {
       parts_.log.d(L"%s : %s add to event monitor list", L"EventManager::AddNullAndNoneDatasets", dataset->row.name);
     } catch (...) {
       parts_.log.e(L"%s Initialize dataset failed with exception", dataset->row.name);
+      NoteMissing(*dataset);
     }
   }
 }
@@ -51,7 +70,7 @@ void Reconciler::AddPolicyDatasets(const NormalisedPolicy& policy) {
       } else if (!by_entry.runs()) {
         parts_.log.d(L"EventManager Initialize dataset : %s is not applicable", name);
       } else if (entry->meaning == EntryMeaning::kCounts && entry->dataset->row.rule != DatasetRule::kAlways &&
-                 parts_.policy.Decide(entry->dataset->row, kMoment).runs()) {
+                 HasListedMonitor(entry->dataset->row) && parts_.policy.Decide(entry->dataset->row, kMoment).runs()) {
         MonitorList::Entry monitor;
         if (entry->dataset->row.rule == DatasetRule::kUserProcess) {
           parts_.display.Start(L"EventManager::Initialize", false);
@@ -61,6 +80,7 @@ void Reconciler::AddPolicyDatasets(const NormalisedPolicy& policy) {
       }
     } catch (...) {
       parts_.log.e(L"%s Initialize dataset failed with exception", name);
+      if (entry->dataset != nullptr) NoteMissing(*entry->dataset);
     }
   }
 }
@@ -75,7 +95,7 @@ void Reconciler::RunAndAddToList(const std::wstring& dataset_id) {
       parts_.display.Start(kThis, parts_.device_context.IsDevicePathChange());
       return true;
     }
-    if (!dataset->factory) return false;
+    if (!dataset->factory || !HasListedMonitor(dataset->row)) return false;
     // The monitors of the start have had their chance to see the first run; one that comes later decides by its own
     // last device-initialisation event.
     parts_.identity.Set(&IdentityValues::Values::first_invocation, false);
@@ -94,7 +114,9 @@ void Reconciler::RunAndAddToList(const std::wstring& dataset_id) {
   bool runs = false;
   CallLogged(parts_.log, {kThis, dataset == nullptr ? std::wstring_view(dataset_id) : dataset->row.name},
              [&] { runs = run(); });
-  if (!runs) parts_.log.e(L"EventManager RunAndAddToList %s failed!", dataset_id);
+  if (runs) return;
+  parts_.log.e(L"EventManager RunAndAddToList %s failed!", dataset_id);
+  if (dataset != nullptr) NoteMissing(*dataset);
 }
 
 void Reconciler::StopAndRemoveFromList(const std::wstring& dataset_id) {
@@ -135,8 +157,10 @@ void Reconciler::StartMissingDatasets(const NormalisedPolicy& policy) {
     if (!parts_.initialized) return;
     const Dataset* const dataset = entry->dataset;
     // One that is still being stopped comes back when its stopper asks for it.
-    if (entry->meaning != EntryMeaning::kCounts || !parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs())
+    if (entry->meaning != EntryMeaning::kCounts || !HasListedMonitor(dataset->row) ||
+        !parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs()) {
       continue;
+    }
     const bool runs = dataset->row.rule == DatasetRule::kUserProcess ? parts_.display.Runs()
                                                                      : parts_.monitors.Find(dataset->row.id) != nullptr;
     if (!runs) run_(std::wstring(dataset->row.id));

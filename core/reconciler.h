@@ -69,6 +69,8 @@ class Reconciler {
 
  private:
   bool AddMonitor(const Dataset& dataset, MonitorList::Entry& entry);
+  /// See MonitorList; throws nothing.
+  void NoteMissing(const Dataset& dataset);
 
   const ManagerParts parts_;
   const ById run_;

@@ -22,7 +22,7 @@ int SessionDatasets::Call(const std::wstring& dataset_id, const std::function<in
   const Dataset* const dataset = datasets_.FindById(dataset_id);
   if (dataset == nullptr || dataset->row.rule != DatasetRule::kUserProcess || !dataset->factory) return kRefused;
   // Before that there is no device context that a record could name.
-  if (!running_ || services_.manager.get_device_context_id().empty()) return kChannelFailed;
+  if (!open_ || services_.manager.get_device_context_id().empty()) return kChannelFailed;
   if (!policy_.Decide(dataset->row, DecisionMoment::kStart).runs()) return DatasetMonitor::kWithheld;
   SessionDataset* const monitor = Find(*dataset);
   return monitor == nullptr ? kChannelFailed : operation(*monitor);
@@ -30,14 +30,22 @@ int SessionDatasets::Call(const std::wstring& dataset_id, const std::function<in
 
 SessionDataset* SessionDatasets::Find(const Dataset& dataset) {
   const std::lock_guard lock(mutex_);
-  std::unique_ptr<EventMonitorBase>& monitor = monitors_[dataset.row.id];
-  if (monitor == nullptr) {
+  Told& told = told_[dataset.row.id];
+  if (told.monitor == nullptr) {
     CallLogged(log_, {L"SessionDatasets", dataset.row.name}, [&] {
-      monitor = dataset.factory(services_);
-      monitor->Initialize();
+      told.monitor = dataset.factory(services_);
+      told.monitor->Initialize();
+      told.since = services_.runtime.clock().Now();
     });
   }
-  return dynamic_cast<SessionDataset*>(monitor.get());
+  return dynamic_cast<SessionDataset*>(told.monitor.get());
+}
+
+std::optional<platform::WallTime> SessionDatasets::Since(std::wstring_view dataset_id) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = told_.find(dataset_id);
+  if (found == told_.end() || found->second.monitor == nullptr) return std::nullopt;
+  return found->second.since;
 }
 
 }  // namespace TVK

@@ -6,7 +6,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "client/channel/session_recorder.h"
 #include "core/dataset_table.h"
@@ -16,20 +18,27 @@
 namespace TVK {
 
 /// SessionRecorder for the datasets of the rule kUserProcess. Each is made when the first is told of it. Any other
-/// dataset is answered with kRefused, every one while the manager does not run with kChannelFailed, and one that could
+/// dataset is answered with kRefused, every one while the manager takes none with kChannelFailed, and one that could
 /// not start by the policy in force with DatasetMonitor::kWithheld: its filters count for each observation.
 class SessionDatasets final : public SessionRecorder {
  public:
-  /// Everything must outlive the object. `running`: whether the manager runs.
+  /// Everything must outlive the object, which takes nothing yet.
   SessionDatasets(const MonitorServices& services, const DatasetTable& datasets, const PolicyView& policy,
-                  const Log& log, const std::atomic<bool>& running)
-      : services_(services), datasets_(datasets), policy_(policy), log_(log), running_(running) {}
+                  const Log& log)
+      : services_(services), datasets_(datasets), policy_(policy), log_(log) {}
+
+  /// Takes observations from now on, or none any more. At a stop they are taken until the user agent has ended, which
+  /// hands over its last ones then.
+  void SetOpen(bool open) { open_ = open; }
 
   int LogDatasetContext(const std::wstring& dataset_id, const std::vector<ObservedDevice>& devices,
                         bool new_context_needed) override;
   int LogDevInitEvent(const std::wstring& dataset_id) override;
   int WriteItem(const std::wstring& dataset_id, const std::wstring& item_name, const ItemData& data,
                 const std::wstring& device_key) override;
+
+  /// When the first was told of the dataset; nothing before.
+  std::optional<platform::WallTime> Since(std::wstring_view dataset_id) const;
 
  private:
   /// What `operation` gives for the dataset, or why there is none.
@@ -41,9 +50,13 @@ class SessionDatasets final : public SessionRecorder {
   const DatasetTable& datasets_;
   const PolicyView& policy_;
   const Log& log_;
-  const std::atomic<bool>& running_;
-  std::mutex mutex_;  ///< Guards monitors_; held while one is made, never while one is called.
-  std::map<std::wstring_view, std::unique_ptr<EventMonitorBase>> monitors_;  ///< By dataset id.
+  std::atomic<bool> open_ = false;
+  struct Told {
+    std::unique_ptr<EventMonitorBase> monitor;
+    platform::WallTime since;
+  };
+  mutable std::mutex mutex_;                ///< Guards told_; held while a monitor is made, never while one is called.
+  std::map<std::wstring_view, Told> told_;  ///< By dataset id.
 };
 
 }  // namespace TVK

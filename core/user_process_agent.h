@@ -5,8 +5,9 @@
 
 namespace TVK {
 
-/// The user agent's program.
+/// The user agent's program, and that of the service which starts it.
 inline constexpr wchar_t kUserAgentProgram[] = L"TVKUserAgent.exe";
+inline constexpr wchar_t kServiceProgram[] = L"TVKClientService.exe";
 
 }  // namespace TVK
 
@@ -21,14 +22,15 @@ class UserProcessAgent {
   /// Whether the display dataset is collected in the user's session.
   virtual void SetDataSetEnable(bool enable) = 0;
 
-  /// Starts the process, or sees to it that it runs. `stop_event`: the manager's; no start is tried once it is set.
-  /// `wait_for_user`: start it again when it ends by itself, and at each logon that finds it ended, so also when nobody
-  /// is logged on yet. False, with the reason logged, when it cannot be started.
-  virtual bool StartUserProcess(platform::Event& stop_event, bool wait_for_user) = 0;
+  /// Sees to it, until StopUserProcess, that the process runs where the user is: also when nobody is logged on yet, and
+  /// again when it ended by itself or could not be started. Does not wait for it. `stop_event`: the manager's. False
+  /// when that is set, and, with the reason logged, when nothing can be started.
+  virtual bool StartUserProcess(platform::Event& stop_event) = 0;
 
   /// Whether the process is there now: false also when it ended by itself or waits for a logon.
   virtual bool UserProcessRuns() = 0;
 
-  /// Ends the process and returns when it is gone. `reason` is its exit code when it must be forced.
+  /// Ends the process and returns when it is gone, or, logged, when the system neither ends nor begins it in time.
+  /// `reason` is its exit code when it must be forced.
   virtual void StopUserProcess(int reason) = 0;
 };

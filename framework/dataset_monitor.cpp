@@ -140,6 +140,10 @@ std::wstring DatasetMonitor::InitStateKey(const std::wstring& device_key) {
   return L"DeviceInit " + device_key;
 }
 
+int DatasetMonitor::ForgetDeviceInit(const std::wstring& device_key) {
+  return services().store.KeepState(std::wstring(identity_.row.id), {InitStateKey(device_key), {}});
+}
+
 std::vector<std::wstring> DatasetMonitor::WithoutInit(std::vector<std::wstring> keys) {
   std::erase_if(keys, [&](const std::wstring& key) { return !TakesDeviceInit(key); });
   const std::size_t all = keys.size();
@@ -203,16 +207,21 @@ int DatasetMonitor::WriteItemOfUse(const std::wstring& item_name, ItemData data,
   return WriteNamed(item_name, {{std::move(data)}}, device_key, true);
 }
 
+std::optional<std::wstring> DatasetMonitor::FindItemId(const std::wstring& item_name) const {
+  const auto item = identity_.items.find(item_name);
+  return item == identity_.items.end() ? std::nullopt : std::optional(item->second);
+}
+
 int DatasetMonitor::WriteNamed(const std::wstring& item_name, std::vector<NewItem> items,
                                const std::wstring& device_key, bool of_use) {
   const MonitorLines& lines = identity_.lines;
-  const auto item = identity_.items.find(item_name);
-  if (item == identity_.items.end()) {
+  const std::optional<std::wstring> item_id = FindItemId(item_name);
+  if (!item_id) {
     log_.e(L"%s", lines.unknown_item.With({item_name}));
     return kDropped;
   }
   if (init_owed_) InitialiseDevice();
-  const int error = Write(item->first, item->second, std::move(items), device_key, of_use);
+  const int error = Write(item_name, *item_id, std::move(items), device_key, of_use);
   if (error > 0 && !lines.item_failure.empty()) {
     log_.e(L"%s", lines.item_failure.With({lines.item_writer == nullptr ? item_name : lines.item_writer}, error));
   }

@@ -80,6 +80,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// Whether the stored context still describes a device of these facts. Every difference counts unless a dataset
   /// describes its devices once for all.
   virtual bool IsSameDescription(const ItemData& stored, const ItemData& facts) const { return stored == facts; }
+  /// The id of an item; nothing for a name that the dataset does not have.
+  virtual std::optional<std::wstring> FindItemId(const std::wstring& item_name) const;
   /// Whether the device gets a "DeviceInit".
   virtual bool TakesDeviceInit(const std::wstring& /*device_key*/) { return true; }
   /// Told of each context that was to be written: the store's result, or kWithheld. Must not call the monitor.
@@ -118,6 +120,8 @@ class DatasetMonitor : public EventMonitorBase {
   /// it. Else the devices that have no "DeviceInit" of this client while another one of the dataset has get theirs: a
   /// kill, or a full disk, came between the two, or the device came later.
   void InitialiseDevice();
+  /// The next LogDevInitEvent writes one of this device again, which is another one by now. 0, or the store's result.
+  int ForgetDeviceInit(const std::wstring& device_key);
   void ResetContextEvent() const;
 
  private:

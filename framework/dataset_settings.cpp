@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "client/text/interval.h"
+#include "client/text/nearest_text.h"
 
 namespace TVK {
 
@@ -105,10 +106,15 @@ int IntegerSetting::Read(const SettingTexts& settings, SettingReading& reading) 
 
 void AddUnknownSettings(const SettingTexts& settings, std::vector<SettingReading>& readings) {
   const std::size_t known = readings.size();
+  std::vector<std::wstring> keys;
+  for (const SettingReading& reading : readings)
+    keys.push_back(reading.key);
   for (const auto& [key, text] : settings) {
     const auto end = readings.begin() + static_cast<std::ptrdiff_t>(known);
     if (std::ranges::find(readings.begin(), end, key, &SettingReading::key) != end) continue;
-    readings.push_back({key, L"none", false, L"the dataset has no such setting", true, {}});
+    constexpr std::size_t kMostHints = 100;  // of settings that may be as many as fit into a document
+    const std::wstring hint = readings.size() < kMostHints ? DidYouMean(key, keys) : std::wstring();
+    readings.push_back({key, L"none", false, L"the dataset has no such setting" + hint, true, {}});
   }
 }
 

@@ -3,6 +3,7 @@
 #include <system_error>
 #include <utility>
 
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -10,7 +11,7 @@ namespace TVK {
 IntervalReport::IntervalReport(platform::Runtime& runtime, std::wstring name, std::function<void()> report,
                                std::uint32_t least_interval)
     : runtime_(runtime), name_(std::move(name)), report_(std::move(report)), least_interval_(least_interval) {
-  utility::InitLog(log_, L"TimerThread.log", 4);
+  utility::InitLog(log_, ServiceLog(L"TimerThread.log"), 4);
 }
 
 IntervalReport::~IntervalReport() {

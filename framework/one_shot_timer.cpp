@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 #include "platform/deadline.h"
 
@@ -14,7 +15,7 @@ OneShotTimer::OneShotTimer(platform::Runtime& runtime, std::string thread_name, 
       name_(std::move(thread_name)),
       callback_(std::move(callback)),
       moved_(runtime.MakeEvent(platform::EventReset::kAuto)) {
-  utility::InitLog(log_, L"TimerThread.log", 4);
+  utility::InitLog(log_, ServiceLog(L"TimerThread.log"), 4);
 }
 
 OneShotTimer::~OneShotTimer() {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -22,7 +23,7 @@ struct SecondTick::Watcher {
 };
 
 SecondTick::SecondTick(platform::Runtime& runtime) : runtime_(runtime) {
-  utility::InitLog(log_, L"SecondTick.log", 4);
+  utility::InitLog(log_, ServiceLog(L"SecondTick.log"), 4);
 }
 
 void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const Look& look) {

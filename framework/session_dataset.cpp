@@ -6,6 +6,11 @@
 namespace TVK {
 namespace {
 
+constexpr wchar_t kStateKey[] = L"Devices";
+// Neither stands in a key that comes from outside.
+constexpr wchar_t kPlaceEnd = L'\n';
+constexpr wchar_t kNameEnd = L'\t';
+
 constexpr MonitorLines kLines = {
     .context_decision = L"a dataset context is needed: %s; the manager logs on change: %s",
     .context_failure = L"the store took no dataset context: %d",
@@ -25,25 +30,34 @@ int SessionDataset::TakeDevices(const std::vector<ObservedDevice>& devices, bool
     Forget();
     return kWithheld;
   }
-  if (!std::ranges::all_of(devices, [&](const ObservedDevice& device) { return HasAll(device.facts); })) {
+  if (devices.size() > kMostDevices ||
+      !std::ranges::all_of(devices, [&](const ObservedDevice& device) { return HasAll(device.facts); })) {
     return SessionRecorder::kRefused;
   }
   std::vector<DescribedDevice> taken;
   for (const ObservedDevice& device : devices)
     taken.push_back({.key = device.key, .facts = device.facts});
-  const int surplus = DropSurplus(taken);
-  if (surplus > 0) return surplus;
+  bool another = false;
+  Places places;
+  if (const int error = FindPlaces(taken, places, another); error != 0) return error;
   bool failed_before = false;
   {
     const std::lock_guard lock(devices_mutex_);
+    place_of_.clear();
+    for (std::size_t i = 0; i < devices.size(); ++i)
+      place_of_[devices[i].key] = taken[i].key;
     devices_ = std::move(taken);
     failed_before = std::exchange(context_result_, 0) != 0;
   }
-  // A context that the store refused holds all the same, and would not be written for being told again.
-  LogDatasetContext(new_context_needed || failed_before);
-  const std::lock_guard lock(devices_mutex_);
-  if (context_result_ == kWithheld) devices_.reset();
-  return context_result_ != 0 ? context_result_ : surplus;
+  // A context that the store refused holds all the same, and would not be written for being told again; the one of the
+  // device that had the place before may say the same.
+  LogDatasetContext(new_context_needed || failed_before || another);
+  {
+    const std::lock_guard lock(devices_mutex_);
+    if (context_result_ == kWithheld) devices_.reset();
+    if (context_result_ != 0) return context_result_;
+  }
+  return KeepPlaces(std::move(places));
 }
 
 int SessionDataset::TakeDeviceInit() {
@@ -57,43 +71,76 @@ int SessionDataset::TakeDeviceInit() {
 int SessionDataset::TakeItem(const std::wstring& item_name, const ItemData& data, const std::wstring& device_key) {
   if (!Admits()) return kWithheld;
   if (!HasAll(data)) return SessionRecorder::kRefused;
-  if (!Describe()) return SessionRecorder::kNotDescribed;
-  return WriteItem(item_name, data, device_key);
+  std::wstring place;
+  {
+    const std::lock_guard lock(devices_mutex_);
+    const auto known = place_of_.find(device_key);
+    if (!devices_ || known == place_of_.end()) return SessionRecorder::kNotDescribed;
+    place = known->second;
+  }
+  return WriteItem(item_name, data, place);
 }
 
 bool SessionDataset::HasAll(const ItemData& data) const {
   return std::ranges::all_of(data, [&](const auto& entry) { return keys_.contains(entry.first); });
 }
 
-int SessionDataset::DropSurplus(std::vector<DescribedDevice>& devices) {
-  constexpr wchar_t kStateKey[] = L"Devices";
-  constexpr wchar_t kEnd = L'\n';  // stands in no key that comes from outside
+SessionDataset::Places SessionDataset::PlacesFromText(std::wstring text) {
+  Places places;
+  for (std::size_t end = 0; (end = text.find(kPlaceEnd)) != text.npos; text.erase(0, end + 1)) {
+    const std::wstring line = text.substr(0, end);
+    const std::size_t name_end = line.find(kNameEnd);
+    places.push_back({line.substr(0, name_end), name_end == line.npos ? line : line.substr(name_end + 1)});
+  }
+  return places;
+}
+
+std::wstring SessionDataset::ToText(const Places& places) {
+  std::wstring text;
+  for (const Place& place : places)
+    text += (place.name == place.device ? place.name : place.name + kNameEnd + place.device) + kPlaceEnd;
+  return text;
+}
+
+int SessionDataset::FindPlaces(std::vector<DescribedDevice>& devices, Places& places, bool& another) {
   const std::wstring dataset(identity().row.id);
-  if (!known_devices_) {
+  if (!places_) {
     std::wstring stored;
     const int error = services().store.GetState(dataset, kStateKey, stored);
     if (error != 0 && error != kStoreNotFound) return error;
-    known_devices_.emplace();
-    for (std::size_t end = 0; (end = stored.find(kEnd)) != stored.npos; stored.erase(0, end + 1))
-      known_devices_->insert(stored.substr(0, end));
+    places_ = PlacesFromText(std::move(stored));
   }
-  const std::size_t known_before = known_devices_->size();
-  const std::size_t surplus = std::erase_if(devices, [&](const DescribedDevice& device) {
-    if (known_devices_->contains(device.key)) return false;
-    if (known_devices_->size() >= kMostDevices) return true;
-    known_devices_->insert(device.key);
-    return false;
-  });
-  if (known_devices_->size() > known_before) {
-    std::wstring all;
-    for (const std::wstring& key : *known_devices_)
-      all += key + kEnd;
-    if (const int error = services().store.KeepState(dataset, {kStateKey, all}); error != 0) {
-      known_devices_.reset();  // to be read, and kept, again
-      return error;
+  places = *places_;
+  // Those that are known go to the end first: a new one takes the place of none that is there.
+  for (const DescribedDevice& device : devices) {
+    const auto place = std::ranges::find(places, device.key, &Place::device);
+    if (place != places.end()) std::rotate(place, place + 1, places.end());
+  }
+  for (DescribedDevice& device : devices) {
+    auto place = std::ranges::find(places, device.key, &Place::device);
+    if (place == places.end() && places.size() < kMostDevices) {
+      place = places.insert(places.end(), {device.key, device.key});
+    } else if (place == places.end()) {
+      place = places.begin();
+      place->device = device.key;
+      another = true;
+      if (const int error = ForgetDeviceInit(place->name); error != 0) return error;
     }
+    device.key = place->name;
+    std::rotate(place, place + 1, places.end());
   }
-  return surplus > 0 ? SessionRecorder::kRefused : 0;
+  return 0;
+}
+
+int SessionDataset::KeepPlaces(Places places) {
+  if (places == *places_) return 0;
+  const int error = services().store.KeepState(std::wstring(identity().row.id), {kStateKey, ToText(places)});
+  if (error == 0) {
+    places_ = std::move(places);
+  } else {
+    places_.reset();  // to be read, and kept, again
+  }
+  return error;
 }
 
 void SessionDataset::Forget() {

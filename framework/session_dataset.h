@@ -17,7 +17,8 @@ namespace TVK {
 /// with its results. Any thread.
 class SessionDataset final : public DatasetMonitor {
  public:
-  /// How many devices the dataset may describe over the life of its store, which keeps the last context of each.
+  /// How many devices the store keeps apart: as many last contexts it keeps for good. One more takes the place of the
+  /// one that was described longest ago, which is a new device when it comes back.
   static constexpr std::size_t kMostDevices = 64;
 
   /// `row`, `items` (item name to item id) and `keys` must outlive the monitor. `keys`: all that its contexts and items
@@ -29,7 +30,7 @@ class SessionDataset final : public DatasetMonitor {
   void StopMonitor() override {}
 
   /// The devices as they are now; without consent they are not kept. kRefused, and nothing is taken, for a fact that
-  /// the dataset does not have; the same without the devices beyond kMostDevices, the others being taken.
+  /// the dataset does not have, and for more than kMostDevices at once.
   int TakeDevices(const std::vector<ObservedDevice>& devices, bool new_context_needed);
   int TakeDeviceInit();
   /// kRefused for a key that the dataset does not have; kNotDescribed also when no devices were told since the last
@@ -41,16 +42,31 @@ class SessionDataset final : public DatasetMonitor {
   void OnContextLogged(int result) override;
 
  private:
+  /// Where the store keeps the contexts of a device: under the key of the first device that had the place.
+  struct Place {
+    std::wstring name;
+    std::wstring device;  ///< The key of the one that has it now.
+    bool operator==(const Place&) const = default;
+  };
+  using Places = std::vector<Place>;  ///< Of different names and devices, the one described longest ago first.
+
   bool HasAll(const ItemData& data) const;
-  /// Takes away the devices that are too many; 0, kRefused when there were any, or the store's result.
-  int DropSurplus(std::vector<DescribedDevice>& devices);
+  static Places PlacesFromText(std::wstring text);
+  static std::wstring ToText(const Places& places);
+  /// Puts the places of the devices into their keys. `places`: all, as they are with these devices. `another`: one of
+  /// them has the place of another device now. 0, or the store's result.
+  int FindPlaces(std::vector<DescribedDevice>& devices, Places& places, bool& another);
+  /// Has the store know the places: behind the contexts, so that after a kill between the two a device is new once more
+  /// instead of being taken for the one that had its place. 0, or the store's result.
+  int KeepPlaces(Places places);
   void Forget();
 
   const std::set<std::wstring>& keys_;
-  std::mutex take_mutex_;  ///< Held while devices are taken over; taken before the base's locks.
-  std::optional<std::set<std::wstring>> known_devices_;  ///< All that were ever described. Guarded by take_mutex_.
+  std::mutex take_mutex_;  ///< Held while devices are taken over; taken before the base's locks. Guards the next.
+  std::optional<Places> places_;                         ///< As the store has them; nothing: to be read.
   std::mutex devices_mutex_;                             ///< Guards what follows; held for a copy only.
-  std::optional<std::vector<DescribedDevice>> devices_;  ///< Nothing until they were told.
+  std::optional<std::vector<DescribedDevice>> devices_;  ///< By place; nothing until they were told.
+  std::map<std::wstring, std::wstring> place_of_;        ///< Of each of them, by the key that it was told with.
   int context_result_ = 0;                               ///< The first of the last run that is not 0.
 };
 

@@ -37,26 +37,65 @@ class EndingConsent final : public Consent {
 
 class SessionDatasetTest : public testing::Test {
  protected:
+  void NextLife() {
+    dataset_.reset();
+    life_.reset();
+    life_.emplace(world_);
+    dataset_.emplace(life_->services(), kRow, kItems, kKeys);
+  }
+
   FailingDisk disk_;
   MonitorWorld world_;
   std::optional<ServiceLife> life_{std::in_place, world_};
   std::optional<SessionDataset> dataset_{std::in_place, life_->services(), kRow, kItems, kKeys};
 };
 
-TEST_F(SessionDatasetTest, HasNoMoreDevicesThanTheStoreIsToKeep) {
+TEST_F(SessionDatasetTest, OneDeviceTooManyTakesThePlaceOfTheOneThatWasDescribedLongestAgo) {
   constexpr int kMost = SessionDataset::kMostDevices;
-  EXPECT_EQ(dataset_->TakeDevices(Devices(0, kMost - 1), false), 0);
-  for (const bool next_life : {false, true}) {
-    if (next_life) {
-      dataset_.reset();
-      life_.reset();
-      life_.emplace(world_);
-      dataset_.emplace(life_->services(), kRow, kItems, kKeys);
-    }
-    EXPECT_EQ(dataset_->TakeDevices(Devices(kMost - 2, 3), false), SessionRecorder::kRefused);
-    EXPECT_EQ(dataset_->TakeItem(kItem, {}, std::to_wstring(kMost - 1)), 0) << "the last that there is room for";
-    EXPECT_EQ(dataset_->TakeItem(kItem, {}, std::to_wstring(kMost)), SessionRecorder::kNotDescribed);
-    EXPECT_EQ(dataset_->TakeDevices(Devices(0, kMost), false), 0) << "those that are known already";
+  // What was not known before it gets a context and a "DeviceInit" of its own, though it looks like all others.
+  const auto take = [&](int first, int count, std::size_t fresh) {
+    SCOPED_TRACE(first);
+    const std::size_t contexts = life_->DatasetContexts().size();
+    const std::size_t inits = life_->Items(L"DeviceInit").size();
+    EXPECT_EQ(dataset_->TakeDevices(Devices(first, count), false), 0);
+    EXPECT_EQ(dataset_->TakeDeviceInit(), 0);
+    EXPECT_EQ(life_->DatasetContexts().size(), contexts + fresh);
+    EXPECT_EQ(life_->Items(L"DeviceInit").size(), inits + fresh);
+    EXPECT_EQ(dataset_->TakeItem(kItem, {}, std::to_wstring(first)), 0);
+  };
+  EXPECT_EQ(dataset_->TakeDevices(Devices(0, kMost + 1), false), SessionRecorder::kRefused) << "at once";
+  take(0, kMost, kMost);
+  take(0, 1, 0);
+  NextLife();
+  take(kMost, 1, 1);
+  EXPECT_EQ(dataset_->TakeItem(kItem, {}, L"1"), SessionRecorder::kNotDescribed) << "whose place was taken";
+  take(0, 1, 0);
+  NextLife();
+  take(1, 1, 1);
+  for (int i = 3; i < kMost; ++i)
+    take(i, 1, 0);
+  take(kMost, 1, 0);
+  DatasetContext last;
+  EXPECT_EQ(life_->store.GetLastDatasetContextOfDevice(std::wstring(kRow.id), std::to_wstring(kMost), last),
+            kStoreNotFound)
+      << "the store keeps no more";
+}
+
+TEST_F(SessionDatasetTest, AServiceThatEndsInTheMiddleTakesNoDeviceForTheOneThatHadItsPlace) {
+  constexpr int kMost = SessionDataset::kMostDevices;
+  ASSERT_EQ(dataset_->TakeDevices(Devices(0, kMost), false), 0);
+  bool failed = true;
+  for (int write = 1; failed; ++write) {
+    SCOPED_TRACE(write);
+    const auto device = Devices(kMost + write, 1);
+    const std::size_t before = life_->DatasetContexts().size();
+    disk_.FailAt(write, SQLITE_FULL, true);
+    failed = dataset_->TakeDevices(device, false) != 0;
+    disk_.FailAt(0, 0, false);
+    const std::size_t written = life_->DatasetContexts().size() - before;
+    NextLife();
+    EXPECT_EQ(dataset_->TakeDevices(device, false), 0);
+    EXPECT_GE(written + life_->DatasetContexts().size(), 1u) << "it has one of its own";
   }
 }
 

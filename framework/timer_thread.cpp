@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
 
 using std::chrono::seconds;
 
@@ -14,7 +15,7 @@ PeriodicThread::PeriodicThread(platform::Runtime& runtime, Time time, seconds pe
       name_(std::move(thread_name)),
       callback_(std::move(callback)),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)) {
-  utility::InitLog(log_, L"TimerThread.log", 4);
+  utility::InitLog(log_, ServiceLog(L"TimerThread.log"), 4);
   period = std::max(period, seconds(1));
   first_delay = std::max(first_delay, seconds(0));
   const std::lock_guard lock(join_mutex_);

@@ -1,8 +1,10 @@
 #include "host/event_window.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/log/guarded_thread.h"
+#include "core/user_process_agent.h"
 
 namespace {
 
@@ -134,9 +136,10 @@ void EventWindow::WaitParentProcessExitThread(EventWindow* pEventWindow) {
   if (runtime.Wait(*stop, std::chrono::milliseconds(0)) == 0) return;
   runtime.Wait(*stop, kWatchDelay);
   while (runtime.Wait(*stop, kWatchPeriod) != 0) {
-    if (pEventWindow->parts_.desktop.IsRunning(kServiceProgram)) continue;
+    // One that was started again since tells this agent itself to end.
+    if (!pEventWindow->parts_.desktop.ProcessesOf(TVK::kServiceProgram).empty()) continue;
     stop->Set();
-    log.d(L"EventWindow WaitParentProcessExitThread: Found that the %s process had exited", kServiceProgram);
+    log.d(L"EventWindow WaitParentProcessExitThread: Found that the %s process had exited", TVK::kServiceProgram);
     return;
   }
   log.d(L"EventWindow WaitParentProcessExitThread: stop event is found, WaitParentProcessExitThread exit");

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "client/log/log.h"
 #include "client/policy/config_agent.h"
@@ -21,7 +22,8 @@
 #include "platform/runtime.h"
 
 /// One in a process. It lives from Create's begin to its end, and ends when the service's stop event is set: by the
-/// service, at the end of the session, when the service's process is gone, or when the window was closed.
+/// service, by the next one where the service was killed and started again, at the end of the session, when no process
+/// runs the service's program any more, or when the window was closed.
 ///
 /// Threads: Create's own; the window's, which answers its messages; the one that watches the service; the one that
 /// follows the policy. Thread bodies and handlers are static, and log and return where they are given no window.
@@ -29,7 +31,6 @@ class EventWindow {
  public:
   static constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
   static constexpr wchar_t kWindowName[] = L"TvkUserEventWindow";  ///< Class and title.
-  static constexpr wchar_t kServiceProgram[] = L"TVKClientService.exe";
   static constexpr wchar_t kVersionFile[] = L"TVKUserAgentConfigFile.ini";
   static constexpr wchar_t kVersionSection[] = L"TVK User Agent";
   static constexpr wchar_t kVersionKey[] = L"TvkVersion";
@@ -66,7 +67,7 @@ class EventWindow {
 
   /// Follows the events of the policy until the stop event is set or WaitExit began.
   static void ConfigPolicyMonitorThread(EventWindow* pEventWindow);
-  /// Waits for the stop event, and sets it when no process runs the service's program any more.
+  /// Waits for the stop event, and sets it when no process runs the service's program.
   static void WaitParentProcessExitThread(EventWindow* pEventWindow);
 
   /// The client's policy changed: the displays are described anew.

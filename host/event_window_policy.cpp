@@ -188,20 +188,27 @@ bool EventWindow::OnTelemetryPolicyChange(EventWindow* pEventWindow) {
 
 bool EventWindow::SwitchDisplay(bool enabled) {
   std::unique_ptr<DisplayUserAgent> ended;
-  const std::lock_guard lock(mutex_);
-  if (!enabled) {
-    ended = std::move(_displayUserAgent);
-    return true;
+  DisplayUserAgent* made = nullptr;
+  void* window = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!enabled) {
+      ended = std::move(_displayUserAgent);
+      return true;
+    }
+    if (_displayUserAgent != nullptr) return true;
+    _displayUserAgent = parts_.make_display();
+    if (_displayUserAgent == nullptr) return false;
+    made = _displayUserAgent.get();
+    window = window_;
   }
-  if (_displayUserAgent != nullptr) return true;
-  _displayUserAgent = parts_.make_display();
-  if (_displayUserAgent == nullptr) return false;
   // One that comes later finds the window there, and nobody else will describe its displays.
-  if (window_ != nullptr) {
-    _displayUserAgent->LogDatasetContext(true);
-    _displayUserAgent->LogDevInitEvent();
-    _displayUserAgent->RegisterNotifications(window_);
-  }
+  if (window == nullptr) return true;
+  made->LogDatasetContext(true);
+  made->LogDevInitEvent();
+  // Without the lock: the system may tell the window the present values before this returns, and the window's thread
+  // takes it for them. Only this thread ends what it made.
+  made->RegisterNotifications(window);
   return true;
 }
 

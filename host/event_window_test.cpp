@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "core/notifier.h"
+#include "core/user_process_agent.h"
+#include "framework/dataset_monitor.h"
 #include "platform/simulated/simulated_desktop.h"
 #include "platform/simulated/virtual_runtime.h"
 #include "testing/log_capture.h"
@@ -37,8 +39,9 @@ class RecordingRecorder final : public SessionRecorder {
     return Note(Name(dataset_id) + L' ' + item_name + L' ' + Text(data));
   }
 
-  /// How many of the next calls the service does not take.
+  /// How many of the next calls the service does not take, and with which result.
   std::atomic<int> refusals = 0;
+  std::atomic<int> refusal = kChannelFailed;
 
   /// The lines since the last call.
   std::vector<std::wstring> Take() {
@@ -55,7 +58,7 @@ class RecordingRecorder final : public SessionRecorder {
     return text;
   }
   int Note(const std::wstring& line) {
-    if (refusals > 0 && refusals-- > 0) return kChannelFailed;
+    if (refusals > 0 && refusals-- > 0) return refusal;
     const std::lock_guard lock(mutex_);
     lines_.push_back(line);
     return 0;
@@ -99,7 +102,7 @@ class EventWindowTest : public testing::Test {
     tvk_ = Make(kTvkPolicyChangeEvent, platform::EventReset::kAuto);
     path_ = Make(kDevicePathChangeEvent, platform::EventReset::kAuto);
     desktop_.Change([](auto& session) {
-      session.programs = {EventWindow::kServiceProgram};
+      session.programs = {{1, kServiceProgram}};
       session.has_profile = true;
       session.profile = {{EventWindow::kVersionKey, L"1.0"}};
     });
@@ -178,15 +181,17 @@ TEST_F(EventWindowTest, EveryEndingEndsEveryThreadAndTakesEveryWishBack) {
            {"closed", [&] { send(platform::kMessageClose); }}}) {
     SCOPED_TRACE(what);
     stop_->Reset();
-    desktop_.Change([](auto& session) { session.programs = {EventWindow::kServiceProgram}; });
+    desktop_.Change([](auto& session) { session.programs = {{1, kServiceProgram}}; });
     Start();
     EXPECT_EQ(desktop_.display_notices, 1);
     EXPECT_EQ(desktop_.digitizer_notices, 1);
+    // A service that was started again ends the agent of the former one itself.
+    desktop_.Change([](auto& session) { session.programs = {{2, kServiceProgram}}; });
     runtime_.AdvanceBy(1h);
     EXPECT_TRUE(desktop_.has_window());
     end();
-    runtime_.AdvanceBy(5s);
-    EXPECT_TRUE(Ended());
+    runtime_.AdvanceBy(2s);
+    EXPECT_TRUE(Ended()) << "the watch looks every two seconds";
     runtime_.Join(agent_);
     EXPECT_EQ(desktop_.display_notices, 0);
     EXPECT_EQ(desktop_.digitizer_notices, 0);
@@ -338,11 +343,33 @@ TEST_F(EventWindowTest, ThePolicySwitchesWhoHears) {
 }
 
 TEST_F(EventWindowTest, AServiceThatIsNotReadyIsToldOfTheDisplaysLaterAndOfNoItemTwice) {
-  recorder_.refusals = 3;
+  for (const auto& [refusal, refusals, described] :
+       {std::tuple(DatasetMonitor::kWithheld, SessionWriter::kWithheldTries, false),
+        {DatasetMonitor::kWithheld, SessionWriter::kWithheldTries - 1, true},
+        {SessionRecorder::kChannelFailed, SessionWriter::kWithheldTries, true}}) {
+    SCOPED_TRACE(refusal);
+    stop_->Reset();
+    recorder_.refusal = refusal;
+    recorder_.refusals = refusals;
+    Start();
+    EXPECT_THAT(recorder_.Take(), IsEmpty());
+    runtime_.AdvanceBy(SessionWriter::kWithheldTries * SessionWriter::kRetry);
+    EXPECT_THAT(recorder_.Take(), testing::SizeIs(described));
+    End();
+  }
+  stop_->Reset();
+  recorder_.refusal = DatasetMonitor::kWithheld;
+  recorder_.refusals = 1;
   Start();
-  EXPECT_THAT(recorder_.Take(), IsEmpty());
-  runtime_.AdvanceBy(3 * SessionWriter::kRetry);
-  EXPECT_THAT(recorder_.Take(), ElementsAre(L"display described anew: " + std::wstring(kFullHd)));
+  Told(StateSetting(1));
+  EXPECT_THAT(Told(StateSetting(2)), ElementsAre(L"display DisplayStateChange DisplayState=dimmed"))
+      << "what is seen waits for no description";
+  runtime_.AdvanceBy(SessionWriter::kRetry);
+  EXPECT_THAT(recorder_.Take(), testing::SizeIs(1));
+  End();
+  stop_->Reset();
+  recorder_.refusal = SessionRecorder::kChannelFailed;
+  Start();
   Told(StateSetting(1));
   recorder_.refusals = 1;
   EXPECT_THAT(Told(StateSetting(2)), IsEmpty());

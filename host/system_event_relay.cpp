@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 
 using TVK::String;
@@ -11,7 +12,7 @@ namespace TVK {
 SystemEventRelay::SystemEventRelay(platform::SystemEvents& events, platform::Runtime& runtime, void* service,
                                    platform::SystemEventCallback receiver)
     : receiver_(std::move(receiver)) {
-  utility::InitLog(log_, L"SystemEvents.log", 4);
+  utility::InitLog(log_, ServiceLog(L"SystemEvents.log"), 4);
   const auto relay = [this](const platform::SystemEvent& event) {
     try {
       receiver_(event);

@@ -22,6 +22,10 @@ class AppendFile {
   /// a device) is neither followed nor waited for. Null when it cannot be opened; `problem` then says why and names it.
   static std::unique_ptr<AppendFile> Open(const std::filesystem::path& file, std::string& problem);
 
+  /// Takes everything out of `file`, which whoever has it open goes on with. What stands there and is no file of its
+  /// own is left alone, as by Open. An empty text, also when nothing stands there, or what went wrong, naming the file.
+  static std::string Empty(const std::filesystem::path& file);
+
   /// In bytes; 0 when it cannot be told.
   virtual std::uint64_t Size() const = 0;
 

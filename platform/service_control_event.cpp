@@ -20,6 +20,7 @@ constexpr unsigned long kPowerSettingChange = 0x8013;  // PBT_POWERSETTINGCHANGE
 
 constexpr unsigned long kConsoleConnect = 1;     // WTS_CONSOLE_CONNECT
 constexpr unsigned long kConsoleDisconnect = 2;  // WTS_CONSOLE_DISCONNECT
+constexpr unsigned long kRemoteConnect = 3;      // WTS_REMOTE_CONNECT
 constexpr unsigned long kSessionLogon = 5;       // WTS_SESSION_LOGON
 constexpr unsigned long kSessionLogoff = 6;      // WTS_SESSION_LOGOFF
 
@@ -97,6 +98,8 @@ std::optional<SessionChange> DecodeSessionChange(unsigned long event_type, unsig
   switch (event_type) {
     case kConsoleConnect:
       return SessionChange{SessionChangeKind::kConsoleConnect, number};
+    case kRemoteConnect:
+      return SessionChange{SessionChangeKind::kRemoteConnect, number};
     case kConsoleDisconnect:
       return SessionChange{SessionChangeKind::kConsoleDisconnect, number};
     case kSessionLogon:

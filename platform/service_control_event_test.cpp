@@ -58,8 +58,9 @@ TEST(ServiceControlEventTest, EachControlMeansItsEventOrNone) {
            Row{13, 0x07, {}, {}},  // the second code of one resume
            Row{13, 0x0A, {}, {}},
            Row{14, 1, of_session, session(SessionChangeKind::kConsoleConnect)},
+           Row{14, 3, of_session, session(SessionChangeKind::kRemoteConnect)},
            Row{14, 2, of_session, session(SessionChangeKind::kConsoleDisconnect)},
-           Row{14, 3, of_session, {}},
+           Row{14, 4, of_session, {}},
            Row{14, 5, of_session, session(SessionChangeKind::kLogon)},
            Row{14, 6, of_session, session(SessionChangeKind::kLogoff)},
            Row{14, 5, {8, 0, 0, 0, 4, 3, 2}, {}},

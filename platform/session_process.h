@@ -1,11 +1,13 @@
-// A program of ours in the session of the user who is logged on.
+// The session of the user who is logged on, and a program of ours in it.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/waitable.h"
@@ -44,12 +46,26 @@ struct SessionProgram {
   std::wstring event = {};
 };
 
-/// Starts a program on behalf of the user at the console, or of the first active remote session. A process that may not
-/// start programs for others (a console program, a service of an ordinary account) starts it for itself, as a plain
-/// child; the system account never does. Any thread.
-using SessionProgramStarter = std::function<SessionProcessStart(const SessionProgram& program)>;
+/// The sessions of a machine, by the system's numbers. The user's is that of the console when somebody is logged on
+/// there, else the first active remote one; never one of `ended`, whose users logged off. A process that may not act
+/// for others (a console program, a service of an ordinary account) counts its own session as the user's; the system
+/// account never does. Any thread.
+class UserSessions {
+ public:
+  UserSessions() = default;
+  UserSessions(const UserSessions&) = delete;
+  UserSessions& operator=(const UserSessions&) = delete;
+  virtual ~UserSessions() = default;
 
-/// This system's; empty on systems whose user agent is not built.
-SessionProgramStarter LocalSessionProgramStarter();
+  /// Nothing while nobody is logged on, or while the system cannot say it yet.
+  virtual std::optional<std::uint32_t> Find(const std::set<std::uint32_t>& ended) = 0;
+  /// Whether another process than this one runs a program of this name.
+  virtual bool RunsElsewhere(std::wstring_view program) = 0;
+  /// Starts a program there, on behalf of its user; where the session is our own as a plain child.
+  virtual SessionProcessStart Start(const SessionProgram& program, const std::set<std::uint32_t>& ended) = 0;
+};
+
+/// This machine's; null on systems whose user agent is not built.
+std::unique_ptr<UserSessions> OpenLocalUserSessions();
 
 }  // namespace platform

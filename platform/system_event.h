@@ -27,6 +27,7 @@ enum class SessionChangeKind {
   kLogon,
   kLogoff,
   kConsoleConnect,     ///< The session is at the console now.
+  kRemoteConnect,      ///< A user is back at the session from elsewhere.
   kConsoleDisconnect,  ///< It no longer is, for another one or for none.
 };
 

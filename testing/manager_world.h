@@ -73,13 +73,14 @@ class TestManager final : public EventManager {
 class RecordingUserProcess final : public UserProcessAgent {
  public:
   void SetDataSetEnable(bool enable) override { enabled = enable; }
-  bool StartUserProcess(platform::Event& /*stop_event*/, bool /*wait_for_user*/) override {
+  bool StartUserProcess(platform::Event& /*stop_event*/) override {
     ++starts;
     runs = true;
     return true;
   }
   bool UserProcessRuns() override { return runs; }
   void StopUserProcess(int reason) override {
+    if (on_stop) on_stop();
     ++stops;
     runs = false;
     last_reason = reason;
@@ -90,6 +91,7 @@ class RecordingUserProcess final : public UserProcessAgent {
   std::atomic<int> starts = 0;
   std::atomic<int> stops = 0;
   std::atomic<int> last_reason = -1;
+  std::function<void()> on_stop;  ///< What the process does when it is told to end.
 };
 
 class FixedDeviceIds final : public TVK::DeviceIdAgent {

@@ -7,9 +7,11 @@
 #include <mutex>
 #include <sstream>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "apps/service/console_output.h"
+#include "client/records/record_text.h"
 #include "platform/local.h"
 #include "platform/process_host.h"
 #include "platform/runtime.h"
@@ -163,20 +165,28 @@ void TellAdministrator(const std::string& text) {
   ForEachLine(text, [](const std::string& line) { platform::WriteToSystemLog(line); });
 }
 
+std::string ConsoleLine(const TVK::WrittenRecord& record) {
+  TVK::RecordKind kind = TVK::RecordKind::kItem;
+  if (std::holds_alternative<DatasetContext>(record.content)) kind = TVK::RecordKind::kDataset;
+  if (std::holds_alternative<DeviceContext>(record.content)) kind = TVK::RecordKind::kDevice;
+  return TVK::RecordTableLine(kind, record.json);
+}
+
 // From the opened component to its end; the exit code.
 int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOptions& options, ConsoleOutput& output) {
   TVK::RecordObserver show;
-  if (options.console) show = [&](const std::string& line) { output.Show(line); };
+  if (options.console) show = [&](const TVK::WrittenRecord& record) { output.Show(ConsoleLine(record)); };
   const auto complain = [&](const std::string& text) {
-    if (options.console) return output.Complain(text);
-    ForEachLine(text,
-                [&](const std::string& line) { output.Complain(std::string(platform::SystemLogErrorMark()) + line); });
-    TellAdministrator(text);
+    // The journal names the program by itself.
+    const std::string_view mark = platform::SystemLogErrorMark();
+    const std::string begin(mark.empty() ? "TVKClientService: " : mark);
+    ForEachLine(text, [&](const std::string& line) { output.Complain(begin + line); });
+    if (!options.console) TellAdministrator(text);
   };
   OpenComponent component(options, show, complain);
   if (!component.message().empty()) complain(component.message());
   if (component.exit_code() != kExitOk) return component.exit_code();
-  if (options.console) output.Show(TVK::Component::RecordHeader());
+  if (options.console) output.Show(TVK::RecordTableHeader());
   EventManager* const manager = StartManager(nullptr);
   if (manager == nullptr) {
     complain(kNoManager);
@@ -201,7 +211,8 @@ int RunInProcess(const ServiceOptions& options) {
                                                              .ends_with_terminal = options.console},
                                                             &problem);
   if (interrupts == nullptr) {
-    std::cerr << "the service could not be stopped properly, so it does not start: " << problem << '\n';
+    std::cerr << "TVKClientService: the service could not be stopped properly, so it does not start: " << problem
+              << '\n';
     return kExitFailed;
   }
   ConsoleOutput output;
@@ -236,7 +247,7 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
     session.ReportRunning();
     TVK::Component::OnUserLogon();  // whoever logged on before that was told to nobody
     Serve(*runtime, *stop, sessions, options.run_for);
-    session.ReportStopping(std::chrono::seconds(5));
+    session.ReportStopping(platform::kServiceStopLimit);
     let_run(nullptr);
     manager->Stop();
     return static_cast<int>(kExitOk);
@@ -271,7 +282,9 @@ int ControlService(const ServiceOptions& options) {
       break;
     case ServiceCommand::kStart:
       problem = platform::LaunchService({}, kPatience);
-      if (!problem.empty()) problem += "; --help lists the exit codes, the system's log of applications says why";
+      if (!problem.empty() && platform::ReadServiceReport().problem.empty()) {
+        problem += "; --help lists the exit codes, the system's log of applications says why";
+      }
       break;
     case ServiceCommand::kStop:
       problem = platform::HaltService(kPatience);
@@ -286,6 +299,6 @@ int ControlService(const ServiceOptions& options) {
       break;
   }
   if (problem.empty()) return kExitOk;
-  std::cerr << problem << '\n';
+  std::cerr << "TVKClientService: " << problem << '\n';
   return kExitFailed;
 }

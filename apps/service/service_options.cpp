@@ -1,8 +1,12 @@
 #include "apps/service/service_options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
 
 #include "apps/empty_values.h"
+#include "apps/manual_page.h"
+#include "apps/program_help.h"
 #include "client/text/interval.h"
 #include "client/text/string.h"
 #include "platform/files.h"
@@ -11,14 +15,16 @@ namespace {
 
 constexpr char kDescription[] =
     "Runs the dataset monitors that the telemetry policy asks for and writes what they observe.";
-constexpr char kFooter[] =
-    "Exit codes: 0 done, 1 wrong command line, 2 wrong configuration (policy, folders), 3 failure while running.\n"
-    "Default places: policy /etc/tvk/policy.json, store /var/lib/tvk, logs /var/log/tvk; on Windows policy.json, data "
-    "and\n"
-    "log in %ProgramData%\\TVK.\n"
-    "SIGTERM and Ctrl-C stop the service; SIGHUP makes it read the policy again, but with --console, once its "
-    "terminal\n"
-    "is gone, stops it.";
+constexpr HelpSection kSections[] = {
+    {"Exit codes", "0 done, 1 wrong command line, 2 wrong configuration (policy, folders), 3 failure while running."},
+    {"Default places",
+     "policy /etc/tvk/policy.json, store /var/lib/tvk, logs /var/log/tvk; on Windows policy.json, data and log "
+     "in %ProgramData%\\TVK."},
+    {"Signals",
+     "SIGTERM and Ctrl-C stop the service; SIGHUP makes it read the policy again, but with --console, once its "
+     "terminal "
+     "is gone, stops it."},
+};
 
 struct Texts {
   std::string policy, data_folder, log_folder, sysroot, run_for;
@@ -35,16 +41,23 @@ void AddRunOptions(CLI::App& app, ServiceOptions& options, Texts& texts) {
   app.add_option("--for", texts.run_for, "End after this time: 90s, 5m, 2h")->type_name("DURATION");
 }
 
-}  // namespace
+/// The parser's description, and what a parse leaves.
+class CommandLine {
+ public:
+  CommandLine();
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
 
-std::optional<ServiceOptions> ParseServiceOptions(std::vector<std::string> arguments, int& exit_code) {
+  CLI::App app{kDescription, "TVKClientService"};
   ServiceOptions options;
   Texts texts;
-  CLI::App app(kDescription, "TVKClientService");
-  app.footer(kFooter);
+};
+
+CommandLine::CommandLine() {
+  SetUpHelp(app, kSections);
   AddRunOptions(app, options, texts);
   const auto add_command = [&](const char* name, const char* help, ServiceCommand command) {
-    app.add_subcommand(name, help)->callback([&options, command] { options.command = command; });
+    app.add_subcommand(name, help)->callback([this, command] { options.command = command; });
   };
   add_command("install", "Enter the service into Windows' list of services, with the options given before it",
               ServiceCommand::kInstall);
@@ -53,17 +66,32 @@ std::optional<ServiceOptions> ParseServiceOptions(std::vector<std::string> argum
   add_command("stop", "Stop the running service", ServiceCommand::kStop);
   add_command("status", "Say how the installed service stands", ServiceCommand::kStatus);
   app.require_subcommand(0, 1);
+  app.set_version_flag("--version", "TVKClientService " TVK_VERSION);
   RefuseEmptyValues(app);
+  ExplainFailures(app);
+}
 
+}  // namespace
+
+std::string ServiceManualPage(const std::string& date) {
+  return ManualPage(
+      CommandLine().app,
+      {.section = 8, .date = date, .version = TVK_VERSION, .see_also = "tvkctl(1)", .sections = kSections});
+}
+
+std::optional<ServiceOptions> ParseServiceOptions(std::vector<std::string> arguments, int& exit_code) {
+  CommandLine line;
   std::ranges::reverse(arguments);  // as CLI11 takes them
   try {
-    app.parse(std::move(arguments));
+    line.app.parse(std::move(arguments));
   } catch (const CLI::ParseError& failure) {
-    exit_code = app.exit(failure) == 0 ? kExitOk : kExitWrongCommandLine;
+    exit_code = line.app.exit(failure) == 0 ? kExitOk : kExitWrongCommandLine;
     return std::nullopt;
   }
+  ServiceOptions& options = line.options;
+  const Texts& texts = line.texts;
   if (options.console && options.command == ServiceCommand::kInstall) {
-    std::cerr << "--console: an installed service has no terminal\n";
+    std::cerr << "TVKClientService: --console: an installed service has no terminal\n";
     exit_code = kExitWrongCommandLine;
     return std::nullopt;
   }
@@ -76,7 +104,7 @@ std::optional<ServiceOptions> ParseServiceOptions(std::vector<std::string> argum
         TVK::String::UTF8ToUTF16(texts.run_for), L"^\\d+(ms|s|m|h|d)$");
     constexpr std::uint64_t kYear = 366ull * 24 * 3600 * 1000;
     if (milliseconds == 0 || milliseconds > kYear) {
-      std::cerr << "--for: \"" << texts.run_for << "\" is no duration such as 90s, 5m or 2h\n";
+      std::cerr << "TVKClientService: --for: \"" << texts.run_for << "\" is no duration such as 90s, 5m or 2h\n";
       exit_code = kExitWrongCommandLine;
       return std::nullopt;
     }

@@ -22,3 +22,6 @@ struct ServiceOptions {
 /// Reads the command line (UTF-8, without the program's name). Empty: the process ends now with `exit_code`; what there
 /// was to say has been printed.
 std::optional<ServiceOptions> ParseServiceOptions(std::vector<std::string> arguments, int& exit_code);
+
+/// The manual page TVKClientService(8), dated `date` ("2026-01-31").
+std::string ServiceManualPage(const std::string& date);

@@ -10,173 +10,27 @@
 
 #include "apps/empty_values.h"
 #include "apps/exit_code.h"
-#include "apps/tvkctl/eventlog_query.h"
-#include "apps/tvkctl/inspect_battery.h"
-#include "apps/tvkctl/inspect_commands.h"
-#include "apps/tvkctl/inspect_drives.h"
-#include "apps/tvkctl/inspect_smart.h"
-#include "apps/tvkctl/policy_commands.h"
-#include "apps/tvkctl/records_command.h"
-#include "apps/tvkctl/status_command.h"
+#include "apps/manual_page.h"
+#include "apps/program_help.h"
+#include "apps/tvkctl/command_run.h"
+#include "apps/tvkctl/completion.h"
 #include "client/identity/tvk_info.h"
-#include "client/machine/machine_services.h"
 #include "client/text/string.h"
-#include "component/component_datasets.h"
-#include "platform/files.h"
-#include "platform/local.h"
-#include "platform/local_channel.h"
-#include "platform/process_host.h"
 
 namespace tvkctl {
 namespace {
 
 constexpr char kDescription[] =
     "Shows the event records and the service's status, checks and applies telemetry policies, inspects the machine.";
-constexpr char kFooter[] =
-    "Exit codes: 0 done, 1 wrong command line, 2 wrong configuration or input (no store, a policy with mistakes, a "
-    "file\n"
-    "that is no SMBIOS table or no sector of a drive), 3 failure while running.\n"
-    "tvkctl COMMAND --help tells the options of a command.";
-
-/// Options as they stand on the command line, in UTF-8.
-struct Texts {
-  std::string data_folder;
-  std::string kind, dataset, since, format = "table";
-  std::optional<std::uint64_t> limit;
-  bool follow = false;
-  std::string policy_file, scope, target;
-  std::string smbios_file, sysroot, record_folder;
-  EventLogOptions event_log;
-  std::string ata_values, ata_thresholds, ata_identify, nvme_health, smart_table;
-  bool json = false;
-};
-
-/// What one run works with. The machine is opened by the commands that ask it.
-class Run {
- public:
-  Run(const Texts& texts, std::ostream& out, std::ostream& errors)
-      : texts_(texts), out_(out), errors_(errors), runtime_(platform::MakeRealRuntime({})) {}
-
-  int Records() const {
-    RecordsOptions options;
-    options.data_dir = texts_.data_folder.empty() ? platform::GetDefaultPlaces().data_folder
-                                                  : platform::PathFromUtf8(texts_.data_folder);
-    if (texts_.kind == "item") options.kind = TVK::RecordKind::kItem;
-    if (texts_.kind == "dataset") options.kind = TVK::RecordKind::kDataset;
-    if (texts_.kind == "device") options.kind = TVK::RecordKind::kDevice;
-    if (texts_.format == "json") options.format = RecordFormat::kJson;
-    if (texts_.format == "csv") options.format = RecordFormat::kCsv;
-    options.dataset = texts_.dataset;
-    options.since = texts_.since;
-    options.limit = texts_.limit;
-    options.follow = texts_.follow;
-    if (!options.follow) return RunRecords(options, *runtime_, out_, errors_, nullptr);
-    const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
-    const auto interrupts = platform::InterruptWatcher::Start({.stop = [&] { stop->Set(); }, .reload = {}});
-    return RunRecords(options, *runtime_, out_, errors_, stop.get());
-  }
-
-  int Status() const { return RunStatus({ChannelPlace(), texts_.json}, *runtime_, out_, errors_); }
-
-  int PolicyCheck() const {
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    PolicyCheckOptions options;
-    options.file = platform::PathFromUtf8(texts_.policy_file);
-    if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
-    options.json = texts_.json;
-    options.device = TVK::MachineServices(*machine, *runtime_).machine_information.traits();
-    return RunPolicyCheck(options, TVK::MakeComponentDatasets(), out_, errors_);
-  }
-
-  int PolicySchema() const { return RunPolicySchema(out_); }
-
-  int PolicyApply() const {
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    PolicyApplyOptions options;
-    options.file = platform::PathFromUtf8(texts_.policy_file);
-    options.target =
-        texts_.target.empty() ? platform::GetDefaultPlaces().policy_file : platform::PathFromUtf8(texts_.target);
-    options.device = TVK::MachineServices(*machine, *runtime_).machine_information.traits();
-    return RunPolicyApply(options, TVK::MakeComponentDatasets(), out_, errors_);
-  }
-
-  using Inspection = int (*)(const InspectOptions&, platform::Machine&, std::ostream&, std::ostream&);
-  int Inspect(Inspection inspection) const {
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    return inspection({platform::PathFromUtf8(texts_.smbios_file), texts_.json, MachineName()}, *machine, out_,
-                      errors_);
-  }
-
-  int InspectDrives() const {
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    return RunInspectDrives({platform::PathFromUtf8(texts_.record_folder), texts_.json, MachineName()}, *machine, out_,
-                            errors_);
-  }
-
-  int InspectBattery() const {
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    TVK::MachineServices services(*machine, *runtime_);
-    return RunInspectBattery(texts_.json, services.batteries, out_, errors_);
-  }
-
-  int InspectPower() const {
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    TVK::MachineServices services(*machine, *runtime_);
-    return RunInspectPower(texts_.json, machine->power(), services.batteries, out_, errors_);
-  }
-
-  int EventLogQuery() const { return RunEventLogQuery(texts_.event_log, out_, errors_); }
-
-  int InspectSmart() const {
-    SmartOptions options{.ata_values = platform::PathFromUtf8(texts_.ata_values),
-                         .ata_thresholds = platform::PathFromUtf8(texts_.ata_thresholds),
-                         .ata_identify = platform::PathFromUtf8(texts_.ata_identify),
-                         .nvme_health = platform::PathFromUtf8(texts_.nvme_health),
-                         .json = texts_.json,
-                         .machine_name = MachineName()};
-    if (texts_.smart_table == "sata") options.table = SmartTable::kSata;
-    if (texts_.smart_table == "generic") options.table = SmartTable::kGeneric;
-    if (options.has_files()) return RunInspectSmartFiles(options, out_, errors_);
-    const auto machine = OpenMachine();
-    if (machine == nullptr) return kExitWrongConfiguration;
-    return RunInspectSmartDrives(options, *machine, *runtime_, out_, errors_);
-  }
-
- private:
-  std::filesystem::path ChannelPlace() const {
-    if (texts_.data_folder.empty()) return platform::ChannelPlace({});
-    return platform::ChannelPlace(std::filesystem::absolute(platform::PathFromUtf8(texts_.data_folder)));
-  }
-
-  std::string MachineName() const { return texts_.sysroot.empty() ? "this machine" : texts_.sysroot; }
-
-  /// This machine or the recorded one; null, and a line, when there is no such folder or no way to read one.
-  std::unique_ptr<platform::Machine> OpenMachine() const {
-    platform::LocalMachineOptions options;
-    if (!texts_.sysroot.empty()) options.sysroot = platform::PathFromUtf8(texts_.sysroot);
-    std::error_code failure;
-    if (!std::filesystem::is_directory(options.sysroot, failure)) {
-      errors_ << "tvkctl: " << texts_.sysroot << ": there is no such folder\n";
-      return nullptr;
-    }
-    try {
-      return platform::OpenLocalMachine(options, runtime_->clock());
-    } catch (const std::invalid_argument& problem) {
-      errors_ << "tvkctl: " << problem.what() << '\n';
-      return nullptr;
-    }
-  }
-
-  const Texts& texts_;
-  std::ostream& out_;
-  std::ostream& errors_;
-  const std::unique_ptr<platform::Runtime> runtime_;
+constexpr HelpSection kSections[] = {
+    {"Where to begin",
+     "tvkctl report says what is known of this machine, and how to stop and delete it; tvkctl doctor why records are "
+     "missing; tvkctl policy check FILE what a policy would do. tvkctl COMMAND --help tells the options of a command."},
+    {"Exit codes",
+     "0 done, 1 wrong command line, 2 wrong configuration or input (no store, a policy with mistakes, a file that is "
+     "no "
+     "SMBIOS table or no sector of a drive), 3 failure while running, 4 up, but something needs attention, 5 a dataset "
+     "would start that does not run."},
 };
 
 // Decimal whatever its zeros in front say to other readers; nothing when it is no number from 0 to 2^64-1.
@@ -190,13 +44,19 @@ std::optional<std::uint64_t> ParseCount(std::string_view text) {
 using Work = std::function<int(const Run&)>;
 
 void AddRecords(CLI::App& app, Texts& texts, Work& work) {
-  CLI::App* const records = app.add_subcommand("records", "Show the records of the event store, oldest first");
+  CLI::App* const records = app.add_subcommand("records", "Show the records of the event store");
   records->add_option("--kind", texts.kind, "Only records of this kind: item, dataset or device")
       ->type_name("KIND")
       ->check(CLI::IsMember({"item", "dataset", "device"}).description(""));
   records->add_option("--dataset", texts.dataset, "Only records of this dataset, such as CPUEvent")->type_name("NAME");
-  records->add_option("--since", texts.since, "Only records from then on: 30m, 2h, 1d, or 2026-01-31T09:05:00")
+  records->add_option("--item", texts.item, "Only events of this item, such as ReadUsagePerInterval")
+      ->type_name("NAME");
+  records
+      ->add_option("--since", texts.since,
+                   "Only records from then on: 30m, 2h, 1w, yesterday, 22:00, \"2026-01-31 09:05\", "
+                   "2026-01-31T09:05:00Z")
       ->type_name("TIME");
+  records->add_option("--until", texts.until, "Only records up to then")->type_name("TIME");
   records
       ->add_option_function<std::string>(
           "--limit",
@@ -206,27 +66,103 @@ void AddRecords(CLI::App& app, Texts& texts, Work& work) {
           },
           "Only the newest so many")
       ->type_name("COUNT");
-  records->add_flag("--follow", texts.follow, "Go on with the records that come, until Ctrl-C");
+  CLI::Option* const reverse = records->add_flag("--reverse", texts.reverse, "Newest first");
+  records->add_flag("--follow", texts.follow, "Go on with the records that come, until Ctrl-C")
+      ->excludes(reverse)
+      ->excludes("--until");
+  records->add_flag("--utc", texts.utc, "Times in UTC, not in the zone of this machine; json stays as it is stored");
   records->add_option("--format", texts.format, "table (the default), json (one object a line) or csv")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"table", "json", "csv"}).description(""));
   records->callback([&work] { work = &Run::Records; });
 }
 
+void AddErase(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const erase = app.add_subcommand("erase", "Delete for good what is kept of this machine");
+  erase->add_flag("--all", texts.all, "Every record, the logs, stores that were set aside, copies of policies");
+  erase->add_option("--dataset", texts.dataset, "The records of this dataset, its log, stores that were set aside")
+      ->type_name("NAME");
+  erase->add_option("--before", texts.before, "What is older: 90d, 2026-01-31; also with --dataset")->type_name("TIME");
+  erase->add_flag("--stop", texts.stop, "Put the scope \"none\" in force first");
+  erase->add_option("--policy", texts.target, "The policy file that --stop changes; the service's by default")
+      ->type_name("FILE");
+  erase->add_option("--log-dir", texts.log_folder, "Folder of the logs where no service runs; its own by default")
+      ->type_name("DIR");
+  erase->add_flag("--dry-run", texts.dry_run, "Only say what would be deleted");
+  erase->add_flag("--yes", texts.yes, "Delete it; without this nothing is deleted");
+  erase->callback([&work] { work = &Run::Erase; });
+}
+
+void AddServicePolicy(CLI::App& command, Texts& texts, const std::string& what) {
+  command
+      .add_option("--policy", texts.target,
+                  what + "; by default /etc/tvk/policy.json, on Windows %ProgramData%\\TVK\\policy.json")
+      ->type_name("TARGET");
+}
+
+void AddReport(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const report =
+      app.add_subcommand("report", "Say in few lines, or on a page, what is known of this machine");
+  report->add_option("--since", texts.since, "Of records from then on: 1w, yesterday, 2026-01-31")->type_name("TIME");
+  report->add_option("--html", texts.html_file, "Write all of it as a page for a browser; - is standard output")
+      ->type_name("FILE");
+  AddServicePolicy(*report, texts, "The service's policy file, for what it tells where the service does not answer");
+  report->callback([&work] { work = &Run::Report; });
+}
+
 void AddStatus(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const status = app.add_subcommand("status", "Say how the running service stands");
+  AddServicePolicy(*status, texts, "The service's policy file, for what it tells where the service does not answer");
   status->add_flag("--json", texts.json, "One JSON object");
   status->callback([&work] { work = &Run::Status; });
+}
+
+void AddDoctor(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const doctor =
+      app.add_subcommand("doctor", "Say what is wrong first, from the service to the record, and what mends it");
+  doctor->add_option("--dataset", texts.dataset, "The dataset whose records are missed; else all that run")
+      ->type_name("NAME");
+  AddServicePolicy(*doctor, texts, "The service's policy file, for a service that does not answer");
+  doctor->add_flag("--json", texts.json, "One JSON object");
+  doctor->callback([&work] { work = &Run::Doctor; });
+}
+
+void AddEvent(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const event =
+      app.add_subcommand("event", "Hand a fact of your own to the service, which makes a record of it");
+  event->add_option("--dataset", texts.event_dataset, "TVKEvent, which takes such facts")
+      ->type_name("NAME")
+      ->required();
+  event->add_option("--item", texts.event_item, "What happened, a name such as DockUsed")
+      ->type_name("NAME")
+      ->required();
+  event->add_option("DATA", texts.event_data, "What there is to say of it: texts, each under its key")
+      ->type_name("KEY=VALUE ...");
+  event->callback([&work] { work = &Run::Event; });
 }
 
 void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const policy = app.add_subcommand("policy", "Check and apply telemetry policies");
   policy->require_subcommand(0, 1);
-  const auto add_file = [&texts](CLI::App* command) {
-    command->add_option("FILE", texts.policy_file, "The policy, a JSON document")->required()->type_name("");
+  const auto add_file = [&texts](CLI::App* command, const char* what) {
+    return command->add_option("FILE", texts.policy_file, what)->type_name("");
   };
   CLI::App* const check = policy->add_subcommand("check", "Say what a policy means on this machine, and its mistakes");
-  add_file(check);
+  add_file(check, "The policy, a JSON document; - reads standard input; without it the policy in force");
+  CLI::Option* const facts = check
+                                 ->add_option("--facts", texts.facts_files,
+                                              "For the machine of this file, as inspect facts --json writes it; "
+                                              "may be given again for others")
+                                 ->allow_extra_args(false)  // what follows is the policy
+                                 ->type_name("FILE");
+  check->add_option("--sysroot", texts.sysroot, "For the recorded machine below this folder (Linux)")
+      ->type_name("DIR")
+      ->excludes(facts);
+  check
+      ->add_option(
+          "--against", texts.against_file,
+          "Say what would start, stop and change where this policy is in force; exit code 5 when a dataset starts")
+      ->type_name("FILE");
   check->add_option("--scope", texts.scope, "Check for this scope, not the policy's: none, basic, enhance or full")
       ->type_name("SCOPE");
   check->add_flag("--json", texts.json, "One JSON object");
@@ -235,35 +171,9 @@ void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
     work = &Run::PolicySchema;
   });
   CLI::App* const apply = policy->add_subcommand("apply", "Check a policy and put it in force");
-  add_file(apply);
-  apply
-      ->add_option("--policy", texts.target,
-                   "The service's policy file, which is replaced; by default /etc/tvk/policy.json, on Windows "
-                   "%ProgramData%\\TVK\\policy.json")
-      ->type_name("TARGET");
+  add_file(apply, "The policy, a JSON document")->required();
+  AddServicePolicy(*apply, texts, "The service's policy file, which is replaced");
   apply->callback([&work] { work = &Run::PolicyApply; });
-}
-
-void AddSmartOptions(CLI::App& smart, Texts& texts) {
-  const auto add_file = [&smart](const char* name, std::string& text, const char* what) {
-    return smart.add_option(name, text, std::string("Decode this file of 512 bytes: ") + what)
-        ->type_name("FILE")
-        ->excludes("--sysroot");
-  };
-  CLI::Option* const values = add_file("--ata-values", texts.ata_values, "SMART READ DATA of an ATA drive");
-  CLI::Option* const thresholds =
-      add_file("--ata-thresholds", texts.ata_thresholds, "its SMART READ THRESHOLDS")->needs(values);
-  CLI::Option* const identify = add_file("--ata-identify", texts.ata_identify, "its IDENTIFY DEVICE");
-  CLI::Option* const health =
-      add_file("--nvme-health", texts.nvme_health, "SMART / Health Information of an NVMe drive");
-  CLI::Option* const table =
-      smart
-          .add_option("--table", texts.smart_table,
-                      "Names of the attributes: sata (the default where the drive does not turn) or generic")
-          ->type_name("TABLE")
-          ->check(CLI::IsMember({"sata", "generic"}).description(""));
-  for (CLI::Option* const ata : {values, thresholds, identify, table})
-    health->excludes(ata);
 }
 
 void AddInspect(CLI::App& app, Texts& texts, Work& work) {
@@ -287,6 +197,7 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
   const auto by = [](Run::Inspection inspection) {
     return [inspection](const Run& run) { return run.Inspect(inspection); };
   };
+  add("facts", "What the filters of policies look at; no ids", &Run::InspectFacts);
   add("cpu", "The processors' facts; cache sizes in bytes", by(RunInspectCpu));
   add_smbios(add("memory", "The memory modules and the machine's totals", by(RunInspectMemory)));
   add_smbios(add("firmware", "BIOS, system and baseboard; serial numbers hashed", by(RunInspectFirmware)));
@@ -297,65 +208,88 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
   add("battery", "The batteries, as the records have them; serial numbers hashed", &Run::InspectBattery);
   add("power", "What the machine runs on, and what its batteries hold together", &Run::InspectPower);
   AddSmartOptions(*add("smart", "The health of the drives, or of one whose answers are in files", &Run::InspectSmart),
-                  texts);
+                  texts.smart);
 }
 
 void AddEventLog(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const event_log = app.add_subcommand("eventlog", "Queries of the Windows event log");
   event_log->require_subcommand(0, 1);
   CLI::App* const query = event_log->add_subcommand("query", "Print the structured query of a log dataset's settings");
-  query
-      ->add_option("--channels", texts.event_log.channels,
-                   "Four bits, from the right: Application, Security, Setup, System")
-      ->type_name("BITS")
-      ->required();
-  query->add_option("--ids", texts.event_log.ids, "Event ids, ranges, and either behind a - to leave it out: 1,5-9,-7")
-      ->type_name("LIST");
-  query
-      ->add_option("--levels", texts.event_log.levels,
-                   "Eight bits, from the right: Critical, Error, Warning, Information, Verbose; none: all")
-      ->type_name("BITS")
-      ->required();
-  query->add_option("--window", texts.event_log.window, "How far back: milliseconds, or 90s, 10m, 24h, 7d")
-      ->type_name("TIME")
-      ->required();
-  query->add_flag("--explain", texts.event_log.explain, "Say it in words");
+  AddEventLogOptions(*query, texts.event_log);
   query->callback([&work] { work = &Run::EventLogQuery; });
 }
 
-}  // namespace
+void AddCompletion(CLI::App& app, Texts& texts, Work& work) {
+  CLI::App* const completion = app.add_subcommand("completion", "Print the script by which a shell completes commands");
+  completion->add_option("SHELL", texts.shell, "bash, zsh or powershell")
+      ->required()
+      ->type_name("")
+      ->check(CLI::IsMember({"bash", "zsh", "powershell"}).description(""));
+  completion->callback([&] { work = [&](const Run& run) { return run.Print(CompletionScript(app, texts.shell)); }; });
+}
 
-int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& errors) {
+std::string Version() {
+  return TVK::String::UTF16ToUTF8(TvkInfo({}).GetVersion());
+}
+
+/// The parser's description, and what a parse leaves.
+class CommandLine {
+ public:
+  CommandLine();
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
+
+  CLI::App app{kDescription, "tvkctl"};
   Texts texts;
-  Work work;
-  CLI::App app(kDescription, "tvkctl");
-  app.footer(kFooter);
+  Work work;  ///< Of the command that was given; empty: none was.
+};
+
+CommandLine::CommandLine() {
+  SetUpHelp(app, kSections);
   app.fallthrough();  // --data-dir may stand behind the command, too
   app.require_subcommand(0, 1);
-  app.set_version_flag("--version", "tvkctl " + TVK::String::UTF16ToUTF8(TvkInfo({}).GetVersion()));
+  app.set_version_flag("--version", "tvkctl " + Version());
   app.add_option("--data-dir", texts.data_folder,
-                 "Folder of the event store, which records reads, and of the service, which status asks; by default "
+                 "Folder of the event store, which records and erase work on, and of the service, which status asks; "
+                 "by default "
                  "/var/lib/tvk, on Windows "
                  "%ProgramData%\\TVK\\data")
       ->type_name("DIR");
   AddRecords(app, texts, work);
+  AddReport(app, texts, work);
+  AddErase(app, texts, work);
   AddStatus(app, texts, work);
+  AddDoctor(app, texts, work);
+  AddEvent(app, texts, work);
   AddPolicy(app, texts, work);
   AddInspect(app, texts, work);
   AddEventLog(app, texts, work);
+  AddCompletion(app, texts, work);
   RefuseEmptyValues(app);
+  ExplainFailures(app);
+}
 
+}  // namespace
+
+std::string TvkctlManualPage(const std::string& date) {
+  return ManualPage(
+      CommandLine().app,
+      {.section = 1, .date = date, .version = Version(), .see_also = "TVKClientService(8)", .sections = kSections});
+}
+
+int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& errors) {
+  CommandLine line;
   std::ranges::reverse(arguments);  // as CLI11 takes them
   try {
-    app.parse(std::move(arguments));
+    line.app.parse(std::move(arguments));
   } catch (const CLI::ParseError& failure) {
-    return app.exit(failure, out, errors) == 0 ? kExitOk : kExitWrongCommandLine;
+    return line.app.exit(failure, out, errors) == 0 ? kExitOk : kExitWrongCommandLine;
   }
-  if (!work) {
-    errors << "tvkctl: a command is missing; --help lists the commands\n";
+  if (!line.work) {
+    errors << CommandIsMissing(line.app);
     return kExitWrongCommandLine;
   }
-  const int exit_code = work(Run(texts, out, errors));
+  const int exit_code = line.work(Run(line.texts, out, errors));
   return out.flush() || exit_code != kExitOk ? exit_code : kExitFailed;
 }
 

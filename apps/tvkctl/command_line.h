@@ -11,4 +11,7 @@ namespace tvkctl {
 /// called on the main thread before any other thread starts: `records --follow` listens for Ctrl-C from here on.
 int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& errors);
 
+/// The manual page tvkctl(1), dated `date` ("2026-01-31").
+std::string TvkctlManualPage(const std::string& date);
+
 }  // namespace tvkctl

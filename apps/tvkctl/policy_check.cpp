@@ -10,18 +10,6 @@ namespace {
 
 using TVK::String;
 
-// Where the device or the scope keeps a dataset from running.
-std::wstring Detail(const TVK::DatasetDecision& decision, const TVK::DatasetRow& row, const std::wstring& scope) {
-  if (decision.reason == TVK::DecisionReason::kScope)
-    return L"\"" + scope + L"\" is not among " + std::wstring(row.scopes);
-  if (!decision.unmet) return L"";
-  const std::wstring whose =
-      decision.reason == TVK::DecisionReason::kPolicyNotApplicable ? L"the policy's " : L"the dataset's ";
-  const std::wstring fact =
-      decision.unmet->fact.empty() ? L"a fact that the device does not know" : L"\"" + decision.unmet->fact + L"\"";
-  return whose + String::UTF8ToUTF16(decision.unmet->condition) + L": does not admit " + fact;
-}
-
 // One run over the policy's datasets; fills the report.
 class Checker {
  public:
@@ -53,11 +41,11 @@ class Checker {
     }
     const TVK::DatasetRow& row = entry.dataset->row;
     const TVK::DatasetDecision decision =
-        TVK::Decide(row, &entry.values, policy_, policy_.scope, device_, TVK::DecisionMoment::kServiceStart);
+        TVK::Decide(row, &entry.values, policy_, policy_.scope, device_, TVK::DecisionMoment::kStart);
     check.id = row.id;
     check.name = row.name;
     check.why = TVK::ReasonName(decision.reason);
-    check.detail = Detail(decision, row, policy_.scope);
+    check.detail = TVK::Explain(decision, row, policy_.scope);
     check.collects = entry.dataset->collects;
     ReadSettings(*entry.dataset, check);
     return check;

@@ -29,13 +29,14 @@ struct PolicyReport {
   std::vector<TVK::PolicyProblem> problems;  ///< At most 100, and one that counts the rest.
   std::size_t problem_count = 0;             ///< Of all.
   std::vector<DatasetCheck> datasets;        ///< In the order of the policy, then those that run unlisted.
+  std::vector<std::string> remarks;          ///< What its service says of it; CheckPolicy makes none.
 
   /// No mistake of any kind.
   bool valid() const { return problems.empty(); }
 };
 
 /// Checks the document for a device with the given traits, as the component with these datasets reads it: what starts
-/// with the service. `scope`, one of the telemetry scopes, takes the place of the policy's. A dataset that is disabled,
+/// while it runs. `scope`, one of the telemetry scopes, takes the place of the policy's. A dataset that is disabled,
 /// not applicable or outside of the scope is no mistake.
 PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring>& scope,
                          const TVK::DatasetTable& table, const EligibilityFilter& device);

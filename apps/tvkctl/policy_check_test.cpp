@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iostream>
 #include <sstream>
+#include <tuple>
 
+#include "apps/tvkctl/device_facts.h"
 #include "apps/tvkctl/policy_commands.h"
 #include "client/text/string.h"
 #include "monitors/system/cpu_settings.h"
@@ -17,7 +20,8 @@ constexpr DatasetRow kCpu{1, L"AAAA-1", L"CPUEvent", L"basic, enhance,full", Dat
 constexpr DatasetRow kLate{2, L"BBBB-2", L"LateEvent", L"full", DatasetRule::kByScope, L"Late"};
 constexpr DatasetRow kPlain{3, L"CCCC-3", L"PlainEvent", L"full", DatasetRule::kStartsAtAnyScope, L"Plain"};
 constexpr DatasetRow kPowerRow{4, L"DDDD-4", L"PowerEvent", L"none,full", DatasetRule::kAlways, L"Power"};
-constexpr DatasetRow kApp{5, L"EEEE-5", L"AppEvent", L"", DatasetRule::kApplication, L"App"};
+constexpr DatasetRow kContext{5, L"EEEE-5", L"ContextEvent", L"", DatasetRule::kDeviceContext, L"Context"};
+constexpr DatasetRow kApp{6, L"FFFF-6", L"AppEvent", L"", DatasetRule::kApplication, L"App"};
 
 const DatasetTable& Known() {
   static const DatasetTable table(
@@ -25,6 +29,7 @@ const DatasetTable& Known() {
        {kLate},
        {kPlain, {}, {}, true},
        {kPowerRow},
+       {kContext},
        {kApp}});
   return table;
 }
@@ -60,25 +65,29 @@ TEST(PolicyCheckTest, SaysWhatRunsAndWhyNot) {
   };
   for (const Row& row : {
            Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent"},{"id":"BBBB-2","name":"LateEvent"},)"
-                      R"({"id":"CCCC-3","name":"PlainEvent"},{"id":"DDDD-4","name":"PowerEvent","enabled":false})"),
+                      R"({"id":"CCCC-3","name":"PlainEvent"},{"id":"DDDD-4","name":"PowerEvent","enabled":false},)"
+                      R"({"id":"FFFF-6","name":"AppEvent"})"),
                L"none",
                "datasets[0] CPUEvent scope (\"none\" is not among basic, enhance,full)\n"
-               "datasets[1] LateEvent scope (\"none\" is not among full)\ndatasets[2] PlainEvent runs\n"
-               "datasets[3] PowerEvent runs\n"},
+               "datasets[1] LateEvent scope (\"none\" is not among full)\ndatasets[2] PlainEvent scope (\"none\" is "
+               "not among full)\n"
+               "datasets[3] PowerEvent runs\n"
+               "datasets[4] AppEvent scope (\"none\" is not among basic, enhance, full)\n"},
            Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent","enabled":false},)"
                       R"({"id":"BBBB-2","name":"LateEvent","applicability":{"models":["Other"]}})"),
                nullptr,
-               std::string("datasets[0] CPUEvent disabled\n"
-                           "datasets[1] LateEvent not applicable (the dataset's models: does not admit \"Book\")\n") +
+               std::string(
+                   "datasets[0] CPUEvent disabled\n"
+                   "datasets[1] LateEvent not applicable (the dataset's filter: model is Book, wanted Other)\n") +
                    kPower},
            Row{Policy(R"({"id":"AAAA-1","name":"CPUEvent"})", R"(,"applicability":{"osVersionMin":"10"})"), nullptr,
                std::string(
-                   "datasets[0] CPUEvent not applicable (the policy's osVersionMin: does not admit a fact that the "
-                   "device does not know)\n") +
+                   "datasets[0] CPUEvent not applicable (the policy's filter: osVersion is not known, wanted at least "
+                   "10)\n") +
                    kPower},
            Row{Policy(R"({"id":"ZZZZ","name":"CPUEvent"},{"id":"AAAA-1","name":"CpuEvent"})"), nullptr,
                std::string("datasets[0] CPUEvent unknown id\ndatasets[1] CpuEvent name mismatch\n") + kPower +
-                   "datasets[0].id: no dataset has the id \"ZZZZ\"\n"
+                   "datasets[0].id: no dataset has the id \"ZZZZ\"; that of CPUEvent is \"AAAA-1\"\n"
                    "datasets[1].name: the dataset of this id is named \"CPUEvent\", not \"CpuEvent\"; it does not "
                    "run\n"},
            Row{Policy(R"({"id":"CCCC-3","name":"PlainEvent"},{"id":"xcccc-3","name":"PlainEvent"})"), nullptr,
@@ -99,10 +108,10 @@ TEST(PolicyCheckTest, SaysWhatRunsAndWhyNot) {
                    "datasets[0].name: the dataset of this id is named \"CPUEvent\", not \"Wrong\"; it does not run\n"
                    "datasets[1].id: the settings in force are those of datasets[0], the first entry with the id as it "
                    "is written: \"AAAA-1\"\n"},
-           Row{Policy(R"({"id":"AAAA-1BBBB-2","name":"LateEvent"},{"id":"EEEE-5","name":"AppEvent"},)"
+           Row{Policy(R"({"id":"AAAA-1BBBB-2","name":"LateEvent"},{"id":"EEEE-5","name":"ContextEvent"},)"
                       R"({"id":"{dddd-4}","name":"PowerEvent"})"),
                nullptr,
-               "datasets[0] LateEvent runs\ndatasets[1] AppEvent not switched\ndatasets[2] PowerEvent runs\n"
+               "datasets[0] LateEvent runs\ndatasets[1] ContextEvent not switched\ndatasets[2] PowerEvent runs\n"
                "datasets[0].id: the settings are found only under the id as it is written: \"BBBB-2\"\n"
                "datasets[1].id: policies do not switch this dataset; the entry has no effect\n"
                "datasets[2].id: the settings are found only under the id as it is written: \"DDDD-4\"\n"},
@@ -113,9 +122,10 @@ TEST(PolicyCheckTest, SaysWhatRunsAndWhyNot) {
                    "datasets[0].settings.CPUPeakThreshold: \"x\" is no whole number; in force: 90\n"
                    "datasets[0].settings.Z: the dataset has no such setting; in force: none\n"
                    "datasets[1].settings.A: the dataset has no such setting; in force: none\n"},
-           Row{Policy("", R"(,"settings":{"No_hash_network_data":"yes"},"other":1)"), nullptr,
+           Row{Policy("", R"(,"settings":{"No_hash_network_data":"yes","ReportReaders":"all"},"other":1)"), nullptr,
                std::string(kPower) + "other: the key is unknown and has no effect\n" +
-                   "settings.No_hash_network_data: only true and false are known; it counts as false\n"},
+                   "settings.No_hash_network_data: only true and false are known; it counts as false\n"
+                   "settings.ReportReaders: only administrators and users are known; it counts as administrators\n"},
            Row{R"({"telemetryScope":"full"})", nullptr, "datasets: the key is missing\n"},
        }) {
     SCOPED_TRACE(row.json);
@@ -129,13 +139,39 @@ class PolicyCommandsTest : public testing::Test {
  protected:
   int Check(const std::filesystem::path& file, bool json) {
     out_.str("");
-    return RunPolicyCheck({file, {}, json, {}}, Known(), out_, err_);
+    return RunPolicyCheck({.policy = PolicyFile(file, std::cin), .json = json}, Known(), out_, err_);
   }
 
   TempFolder folder_;
   std::ostringstream out_;
   std::ostringstream err_;
 };
+
+TEST_F(PolicyCommandsTest, ThePolicyInForceIsCheckedAsItsServiceHasIt) {
+  const std::string elsewhere = R"({"id":"AAAA-1","name":"CPUEvent","applicability":{"models":["Other"]}})";
+  PolicyContent content{.text = Policy(elsewhere), .scope = L"basic", .remarks = {"a remark"}, .running = {L"AAAA-1"}};
+  PolicyCheckOptions options{.policy = {"in force", [&] { return content; }}, .json = true};
+  const auto check = [&] {
+    out_.str("");
+    RunPolicyCheck(options, Known(), out_, err_);
+    return out_.str();
+  };
+  const auto holds = [](const std::string& text, const char* what) { return text.find(what) != std::string::npos; };
+  std::string told = check();
+  EXPECT_TRUE(holds(told, R"("scope":"basic")")) << told;
+  EXPECT_TRUE(holds(told, R"("remarks":["a remark","the service narrows the policy's scope)")) << told;
+  EXPECT_TRUE(holds(told, R"("why":"not applicable")") && holds(told, "; it runs until the service starts anew"))
+      << told;
+  options.scope = L"enhance";
+  EXPECT_TRUE(holds(told = check(), R"("scope":"enhance")") && !holds(told, "narrows")) << told;
+  options.scope.reset();
+  options.json = false;
+  options.devices = {{"book", {}}};
+  EXPECT_TRUE(holds(told = check(), "\na remark\n") && !holds(told, "starts anew")) << "another machine's" << told;
+  content.scope = L"full";
+  content.remarks.clear();
+  EXPECT_TRUE(holds(told = check(), "in force for book: scope full\nnot applicable")) << told;
+}
 
 TEST_F(PolicyCommandsTest, CheckCountsWhatIsTooMuchToRead) {
   std::string datasets = R"({"id":"X","name":"N"})";
@@ -161,6 +197,58 @@ TEST_F(PolicyCommandsTest, CheckNamesWhatCannotBeRead) {
     EXPECT_EQ(Check(odd, true), 2);
     EXPECT_EQ(FindInvalidUtf8(out_.str()), std::string::npos) << out_.str();
   }
+}
+
+TEST_F(PolicyCommandsTest, ComparesWithAnotherPolicyForEachMachine) {
+  const std::string cpu = R"({"id":"AAAA-1","name":"CPUEvent","settings":{"ReadUsageInterval":"5m"}})";
+  const std::string new_cpu = R"({"id":"AAAA-1","name":"CPUEvent","settings":{"ReadUsageInterval":"1h"}})";
+  const std::string late = R"({"id":"BBBB-2","name":"LateEvent","applicability":{"models":["Book"]}})";
+  const auto run = [&](const std::string& policy, const std::string& before, bool json = false) {
+    out_.str("");
+    std::istringstream input(before);
+    std::ofstream(folder_.path() / "new.json") << policy;
+    PolicyCheckOptions options{
+        .policy = PolicyFile(folder_.path() / "new.json", input),
+        .against = PolicyFile("-", input),
+        .json = json,
+        .devices = {{"book", {L"Book", L"", L"", L"", L""}}, {"tower", {L"Tower", L"", L"", L"", L""}}}};
+    options.policy.name = "new";
+    return RunPolicyCheck(options, Known(), out_, err_);
+  };
+  EXPECT_EQ(run(Policy(new_cpu + "," + late), Policy(cpu)), 5);
+  EXPECT_EQ(out_.str(),
+            "new for book\nstarts   LateEvent\nchanges  CPUEvent: ReadUsageInterval 5m -> 1h\n"
+            "new for tower\nchanges  CPUEvent: ReadUsageInterval 5m -> 1h\n");
+  EXPECT_EQ(run(Policy(cpu), Policy(cpu + "," + late)), 0);
+  EXPECT_EQ(out_.str(), "new for book\nstops    LateEvent\nnew for tower: nothing changes\n");
+  EXPECT_EQ(run(Policy(late), Policy(late), true), 0);
+  EXPECT_EQ(out_.str(), R"({"devices":[{"changes":[],"facts":"book","starts":[],"stops":[]},)"
+                        R"({"changes":[],"facts":"tower","starts":[],"stops":[]}],"file":"new"})"
+                        "\n");
+  EXPECT_EQ(run(Policy(late), R"({"telemetryScope":"none","datasets":[]})"), 5);
+  EXPECT_NE(out_.str().find("changes  scope none -> full"), std::string::npos);
+  EXPECT_EQ(run(Policy(R"({"id":"X","name":"N"})"), Policy("")), 2) << "a mistake goes first";
+  EXPECT_EQ(err_.str(), "");
+  EXPECT_EQ(run(Policy(""), "{"), 2);
+  EXPECT_NE(err_.str().find("tvkctl: standard input: "), std::string::npos);
+}
+
+TEST_F(PolicyCommandsTest, AMachinesFactsGoThroughAFile) {
+  const TVK::DeviceTraits traits{L"Book \"14\"", L"Contoso", L"", L"Linux", L"6.1"};
+  tvkctl::RunInspectFacts(traits, true, out_);
+  const std::filesystem::path file = folder_.path() / "facts.json";
+  std::ofstream(file) << out_.str();
+  std::string problem;
+  const auto read = tvkctl::ReadFactsFile(file, problem);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(std::tie(read->model, read->manufacturer, read->brand, read->os_name, read->os_version),
+            std::tie(traits.model, traits.manufacturer, traits.brand, traits.os_name, traits.os_version));
+  for (const char* wrong : {"", "[]", R"({"modell":"x"})", R"({"model":1})"}) {
+    std::ofstream(file) << wrong;
+    EXPECT_FALSE(tvkctl::ReadFactsFile(file, problem)) << wrong;
+    EXPECT_NE(problem.find("facts.json: "), std::string::npos);
+  }
+  EXPECT_FALSE(tvkctl::ReadFactsFile(folder_.path() / "absent", problem));
 }
 
 }  // namespace

@@ -1,13 +1,19 @@
 #include "apps/tvkctl/policy_commands.h"
 
+#include <algorithm>
+#include <array>
 #include <iomanip>
+#include <istream>
 #include <ostream>
 #include <system_error>
+#include <utility>
 
 #include "apps/exit_code.h"
 #include "apps/tvkctl/output.h"
+#include "apps/tvkctl/policy_difference.h"
 #include "client/policy/policy_apply.h"
 #include "client/text/string.h"
+#include "core/dataset_decision.h"
 #include "platform/files.h"
 
 namespace {
@@ -19,21 +25,12 @@ std::string WellFormed(const std::string& text) {
   return String::UTF16ToUTF8(String::UTF8ToUTF16(text));
 }
 
-std::string Shown(const std::filesystem::path& file) {
-  return WellFormed(platform::PathToUtf8(file));
+std::string Shown(const std::string& name) {
+  return WellFormed(name);
 }
 
-// The content of a policy file, or nothing and a problem that names the file.
-std::optional<std::string> ReadPolicyFile(const std::filesystem::path& file, std::string& problem) {
-  std::error_code ignored;
-  if (std::filesystem::is_directory(file, ignored)) {
-    problem = Shown(file) + ": this is a folder, not a policy file";
-    return std::nullopt;
-  }
-  platform::FileProblem why;
-  std::optional<std::string> text = platform::ReadWholeFile(file, TVK::kPolicySizeLimit, &why);
-  problem = WellFormed(why.text);
-  return text;
+std::string Shown(const std::filesystem::path& file) {
+  return WellFormed(platform::PathToUtf8(file));
 }
 
 void WriteProblem(const TVK::PolicyProblem& problem, std::ostream& out) {
@@ -50,10 +47,16 @@ void WriteSetting(const TVK::SettingReading& setting, std::ostream& out) {
   out << '\n';
 }
 
-void WriteText(const std::string& file, const PolicyReport& report, std::ostream& out) {
-  out << file;
+std::string Heading(const std::string& file, const CheckedDevice& device) {
+  return device.name.empty() ? file : file + " for " + device.name;
+}
+
+void WriteText(const std::string& heading, const PolicyReport& report, std::ostream& out) {
+  out << heading;
   if (!report.scope.empty()) out << ": scope " << String::UTF16ToUTF8(report.scope);
   out << '\n';
+  for (const std::string& remark : report.remarks)
+    out << TVK::HarmlessText(remark) << '\n';
   for (const DatasetCheck& dataset : report.datasets) {
     out << std::left << std::setw(15) << dataset.why << ' ' << std::setw(25) << String::UTF16ToUTF8(dataset.name) << ' '
         << String::UTF16ToUTF8(dataset.id);
@@ -97,11 +100,12 @@ Json::Value ToJson(const DatasetCheck& dataset) {
   return value;
 }
 
-void WriteJson(const std::string& file, const PolicyReport& report, std::ostream& out) {
+Json::Value ToJson(const PolicyReport& report) {
   Json::Value value;
-  value["file"] = file;
   value["scope"] = String::UTF16ToUTF8(report.scope);
   value["valid"] = report.valid();
+  for (const std::string& remark : report.remarks)
+    value["remarks"].append(TVK::HarmlessText(remark));
   value["problems"] = Json::arrayValue;
   for (const TVK::PolicyProblem& problem : report.problems) {
     Json::Value& entry = value["problems"].append(Json::Value());
@@ -112,10 +116,140 @@ void WriteJson(const std::string& file, const PolicyReport& report, std::ostream
   value["datasets"] = Json::arrayValue;
   for (const DatasetCheck& dataset : report.datasets)
     value["datasets"].append(ToJson(dataset));
+  return value;
+}
+
+constexpr std::array<std::pair<const char*, std::vector<std::wstring> PolicyDifference::*>, 3> kDifferences = {{
+    {"starts", &PolicyDifference::starts},
+    {"stops", &PolicyDifference::stops},
+    {"changes", &PolicyDifference::changes},
+}};
+
+void WriteText(const std::string& heading, const PolicyDifference& difference, std::ostream& out) {
+  out << heading << (difference.empty() ? ": nothing changes\n" : "\n");
+  for (const auto& [kind, names] : kDifferences) {
+    for (const std::wstring& name : difference.*names)
+      out << std::left << std::setw(8) << kind << ' ' << TVK::HarmlessText(String::UTF16ToUTF8(name)) << '\n';
+  }
+}
+
+Json::Value ToJson(const PolicyDifference& difference) {
+  Json::Value value;
+  for (const auto& [kind, names] : kDifferences) {
+    value[kind] = Json::arrayValue;
+    for (const std::wstring& name : difference.*names)
+      value[kind].append(String::UTF16ToUTF8(name));
+  }
+  return value;
+}
+
+// What was found for each device; one without a name is the object itself.
+template <typename Found>
+void WriteFound(const PolicyCheckOptions& options, const std::vector<Found>& found, std::ostream& out) {
+  const std::string file = Shown(options.policy.name);
+  if (!options.json) {
+    for (std::size_t i = 0; i < found.size(); ++i)
+      WriteText(Heading(file, options.devices[i]), found[i], out);
+    return;
+  }
+  Json::Value value;
+  if (options.devices.front().name.empty()) {
+    value = ToJson(found.front());
+  } else {
+    for (std::size_t i = 0; i < found.size(); ++i) {
+      Json::Value& device = value["devices"].append(ToJson(found[i]));
+      device["facts"] = Shown(options.devices[i].name);
+    }
+  }
+  value["file"] = file;
   tvkctl::WriteJsonLine(value, out);
 }
 
+// As the service has it that the content is of: narrowed, and with what a filter does not stop.
+PolicyReport CheckFor(const CheckedDevice& device, const PolicyCheckOptions& options, const PolicyContent& content,
+                      const TVK::DatasetTable& table) {
+  const EligibilityFilter filter(device.traits);
+  PolicyReport report = CheckPolicy(*content.text, options.scope, table, filter);
+  report.remarks = content.remarks;
+  if (!options.scope && TVK::IsNarrowerScope(content.scope, report.scope)) {
+    report.remarks.push_back("the service narrows the policy's scope \"" + String::UTF16ToUTF8(report.scope) +
+                             "\" to \"" + String::UTF16ToUTF8(content.scope) + '"');
+    std::vector<std::string> remarks = std::move(report.remarks);
+    report = CheckPolicy(*content.text, content.scope, table, filter);
+    report.remarks = std::move(remarks);
+  }
+  if (!device.name.empty()) return report;  // another machine's
+  for (DatasetCheck& dataset : report.datasets) {
+    const bool filtered = dataset.why == TVK::ReasonName(TVK::DecisionReason::kNotApplicable);
+    if (filtered && content.running.contains(dataset.id)) dataset.detail += L"; it runs until the service starts anew";
+  }
+  return report;
+}
+
+std::vector<PolicyReport> CheckAll(const PolicyCheckOptions& options, const PolicyCheckOptions::Document& document,
+                                   const TVK::DatasetTable& table) {
+  const PolicyContent content = document.read();
+  std::vector<PolicyReport> reports;
+  for (const CheckedDevice& device : options.devices) {
+    if (content.text) {
+      reports.push_back(CheckFor(device, options, content, table));
+    } else {
+      PolicyReport& report = reports.emplace_back();
+      report.problems.push_back({{}, content.problem, true});
+      report.problem_count = 1;
+    }
+  }
+  return reports;
+}
+
+// The exit code.
+int WriteDifferences(const PolicyCheckOptions& options, const std::vector<PolicyReport>& reports,
+                     const TVK::DatasetTable& table, std::ostream& out, std::ostream& err) {
+  PolicyCheckOptions as_it_is = options;
+  as_it_is.scope.reset();
+  const std::vector<PolicyReport> before = CheckAll(as_it_is, *options.against, table);
+  for (const auto& [document, report] :
+       {std::pair(&options.policy, &reports.front()), {&*options.against, &before.front()}}) {
+    for (const TVK::PolicyProblem& problem : report->problems) {
+      if (!problem.fatal) continue;
+      err << "tvkctl: " << Shown(document->name) << ": ";
+      WriteProblem(problem, err);
+      return kExitWrongConfiguration;
+    }
+  }
+  std::vector<PolicyDifference> differences;
+  for (std::size_t i = 0; i < reports.size(); ++i)
+    differences.push_back(Compare(before[i], reports[i]));
+  WriteFound(options, differences, out);
+  if (!reports.front().valid()) return kExitWrongConfiguration;
+  const bool starts =
+      std::ranges::any_of(differences, [](const PolicyDifference& each) { return !each.starts.empty(); });
+  return starts ? kExitStarts : kExitOk;
+}
+
 }  // namespace
+
+PolicyContent ReadPolicyFile(const std::filesystem::path& file) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(file, ignored)) {
+    return {.problem = Shown(file) + ": this is a folder, not a policy file"};
+  }
+  platform::FileProblem why;
+  std::optional<std::string> text = platform::ReadWholeFile(file, TVK::kPolicySizeLimit, &why);
+  return {.text = std::move(text), .problem = WellFormed(why.text)};
+}
+
+PolicyCheckOptions::Document PolicyFile(const std::filesystem::path& file, std::istream& input) {
+  if (file == "-") {
+    return {"standard input", [&input] {
+              std::string text(TVK::kPolicySizeLimit + 1, '\0');
+              input.read(text.data(), static_cast<std::streamsize>(text.size()));
+              text.resize(static_cast<std::size_t>(input.gcount()));
+              return PolicyContent{.text = std::move(text)};
+            }};
+  }
+  return {platform::PathToUtf8(file), [file] { return ReadPolicyFile(file); }};
+}
 
 int RunPolicyCheck(const PolicyCheckOptions& options, const TVK::DatasetTable& table, std::ostream& out,
                    std::ostream& err) {
@@ -124,17 +258,10 @@ int RunPolicyCheck(const PolicyCheckOptions& options, const TVK::DatasetTable& t
         << "\" is no scope: none, basic, enhance and full are\n";
     return kExitWrongCommandLine;
   }
-  std::string problem;
-  PolicyReport report;
-  if (const std::optional<std::string> text = ReadPolicyFile(options.file, problem)) {
-    report = CheckPolicy(*text, options.scope, table, EligibilityFilter(options.device));
-  } else {
-    report.problems.push_back({{}, problem, true});
-    report.problem_count = 1;
-  }
-  const std::string file = Shown(options.file);
-  options.json ? WriteJson(file, report, out) : WriteText(file, report, out);
-  return report.valid() ? kExitOk : kExitWrongConfiguration;
+  const std::vector<PolicyReport> reports = CheckAll(options, options.policy, table);
+  if (options.against) return WriteDifferences(options, reports, table, out, err);
+  WriteFound(options, reports, out);
+  return reports.front().valid() ? kExitOk : kExitWrongConfiguration;
 }
 
 int RunPolicySchema(std::ostream& out) {
@@ -144,17 +271,16 @@ int RunPolicySchema(std::ostream& out) {
 
 int RunPolicyApply(const PolicyApplyOptions& options, const TVK::DatasetTable& table, std::ostream& out,
                    std::ostream& err) {
-  std::string problem;
-  const std::optional<std::string> text = ReadPolicyFile(options.file, problem);
-  if (!text) {
-    err << "tvkctl: " << problem << '\n';
+  const PolicyContent content = ReadPolicyFile(options.file);
+  if (!content.text) {
+    err << "tvkctl: " << content.problem << '\n';
     return kExitWrongConfiguration;
   }
-  const PolicyReport report = CheckPolicy(*text, std::nullopt, table, EligibilityFilter(options.device));
+  const PolicyReport report = CheckPolicy(*content.text, std::nullopt, table, EligibilityFilter(options.device));
   if (!report.valid()) err << Shown(options.file) << '\n';
   for (const TVK::PolicyProblem& each : report.problems)
     WriteProblem(each, err);
-  const TVK::PolicyApplied result = TVK::ApplyTelemetryPolicy(*text, options.target);
+  const TVK::PolicyApplied result = TVK::ApplyTelemetryPolicy(*content.text, options.target);
   if (result.applied) {
     out << Shown(options.target) << " holds the policy now\n";
     return kExitOk;

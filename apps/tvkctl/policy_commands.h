@@ -2,21 +2,59 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <iosfwd>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "apps/tvkctl/policy_check.h"
+#include "platform/runtime.h"
 
-struct PolicyCheckOptions {
-  std::filesystem::path file;
-  std::optional<std::wstring> scope;  ///< Takes the place of the policy's.
-  bool json = false;                  ///< One JSON object in one line instead of the report for people.
-  TVK::DeviceTraits device;           ///< What the policy's filters look at.
+/// A machine for which a policy is looked at.
+struct CheckedDevice {
+  std::string name;  ///< Of its facts file, as it was given; empty for this machine.
+  TVK::DeviceTraits traits;
 };
 
-/// Reports on the policy in the file. 0: no mistake; 1: `scope` is none of the scopes (said on `err`); 2: the file
-/// cannot be read or its policy has a mistake. Everything but 1 is reported on `out`, in UTF-8.
+/// What a policy says, and what its service says of it.
+struct PolicyContent {
+  std::optional<std::string> text = {};   ///< Nothing: it cannot be read.
+  std::string problem = {};               ///< Why not.
+  std::wstring scope = {};                ///< In force; empty: that of the text, or not known.
+  std::vector<std::string> remarks = {};  ///< For people, each a text without an end.
+  std::set<std::wstring> running = {};    ///< The ids of datasets that run now, where that is known.
+};
+
+struct PolicyCheckOptions {
+  /// The policy, and the name by which it is told.
+  struct Document {
+    std::string name;
+    std::function<PolicyContent()> read;
+  };
+
+  Document policy;
+  std::optional<Document> against = {};       ///< What it is compared with; only the difference is written then.
+  std::optional<std::wstring> scope = {};     ///< Takes the place of the policy's.
+  bool json = false;                          ///< One JSON object in one line instead of the report for people.
+  std::vector<CheckedDevice> devices = {{}};  ///< At least one.
+};
+
+/// What a file says.
+PolicyContent ReadPolicyFile(const std::filesystem::path& file);
+
+/// A policy file as a document; "-" is `input`.
+PolicyCheckOptions::Document PolicyFile(const std::filesystem::path& file, std::istream& input);
+
+/// The policy in force of the service at `place` (see platform::ChannelPlace), as a document: its file where the
+/// service tells this account of it, and the account may read it. `runtime` must outlive it.
+PolicyCheckOptions::Document PolicyInForce(std::filesystem::path place, platform::Runtime& runtime);
+
+/// Reports on the policy, for each device; by the scope of its service where a host narrows it. 0: no mistake; 1:
+/// `scope` is none of the scopes (said on `err`); 2: the policy cannot be read or has a mistake, or that which it is
+/// compared with cannot be used (said on `err`); 5: a dataset starts that does not run by the policy which it is
+/// compared with. Else all is reported on `out`, in UTF-8.
 int RunPolicyCheck(const PolicyCheckOptions& options, const TVK::DatasetTable& table, std::ostream& out,
                    std::ostream& err);
 

@@ -64,7 +64,16 @@ TEST_F(RecordsCommandTest, ShowsWhatTheOptionsNarrow) {
                           TVK::ToJson(MakeItem(L"MemoryEvent", L"second")) + "\n");
   options_.since = "5m";
   EXPECT_EQ(Output(), TVK::ToJson(MakeItem(L"MemoryEvent", L"second")) + "\n");
+  options_.until = "-5m";
+  EXPECT_EQ(Output(), "");
   options_.since.clear();
+  options_.reverse = true;
+  EXPECT_EQ(Output(), TVK::ToJson(MakeItem(L"CPUEvent", L"first")) + "\n{}\n");
+  options_.until.clear();
+  options_.item = "FIRST";
+  EXPECT_EQ(Output(), TVK::ToJson(MakeItem(L"CPUEvent", L"first")) + "\n");
+  options_.item.clear();
+  options_.reverse = false;
   options_.dataset = "cpuevent";
   options_.format = RecordFormat::kCsv;
   EXPECT_EQ(Output(), "time,kind,dataset,item,context,data\r\n,item,CPUEvent,first,,{}\r\n");
@@ -110,6 +119,9 @@ TEST_F(RecordsCommandTest, ADamagedStoreShowsWhatCanBeReadAndIsFoundByTheWriter)
   const std::string shown = Output(3);
   EXPECT_NE(shown.find("item299."), std::string::npos);
   EXPECT_EQ(shown.find("item0."), std::string::npos);
+  options_.reverse = true;
+  EXPECT_NE(Output(3).find("item299."), std::string::npos);
+  options_.reverse = false;
   EXPECT_TRUE(Complains("malformed")) << errors_.str();
 
   spoil(100, 200);  // the list of tables
@@ -117,7 +129,8 @@ TEST_F(RecordsCommandTest, ADamagedStoreShowsWhatCanBeReadAndIsFoundByTheWriter)
   EXPECT_TRUE(Complains("cannot read the store"));
 
   const TVK::EventDataLogging store(store_options(), world_.clock());
-  EXPECT_EQ(Output(), TVK::RecordTableHeader()) << "the store went on with the damaged file";
+  EXPECT_EQ(Output(), TVK::RecordTableHeader({.times = {TVK::RecordZone::kLocal}}))
+      << "the store went on with the damaged file";
 }
 
 TEST_F(RecordsCommandTest, FollowsFromTheLimitUntilItIsStopped) {
@@ -141,6 +154,20 @@ TEST_F(RecordsCommandTest, FollowsFromTheLimitUntilItIsStopped) {
   }
 }
 
+TEST_F(RecordsCommandTest, FollowsAStoreThatIsNotThereYet) {
+  const auto stop = world_.MakeEvent(platform::EventReset::kManual);
+  std::ostringstream out;
+  std::thread follower = Follow(out, *stop);
+  world_.AdvanceBy(std::chrono::seconds(1));
+  TVK::EventDataLogging store(store_options(), world_.clock());
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"new")), 0);
+  world_.AdvanceBy(std::chrono::milliseconds(500));
+  EXPECT_EQ(out.str(), TVK::ToJson(MakeItem(L"CPUEvent", L"new")) + "\n") << errors_.str();
+  EXPECT_TRUE(Complains("waiting for it"));
+  stop->Set();
+  world_.Join(follower);
+}
+
 TEST_F(RecordsCommandTest, FollowsIntoAStoreThatIsBegunAnew) {
   TVK::EventDataLogging store(store_options(), world_.clock());
   EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"old")), 0);
@@ -158,27 +185,27 @@ TEST_F(RecordsCommandTest, FollowsIntoAStoreThatIsBegunAnew) {
   world_.Join(follower);
 }
 
-TEST_F(RecordsCommandTest, TimesOfSince) {
-  const std::int64_t now = world_.clock().NowSeconds();  // 2026-01-01T00:00:00
-  struct {
-    const char* text;
-    std::optional<std::int64_t> expected;
-  } const cases[] = {{"90s", now - 90},
-                     {"2h", now - 7200},
-                     {"999999999d", 0},
-                     {"2025-12-31", now - 86400},
-                     {"2026-01-01T00:00:05", now + 5},
-                     {"2026-01-01T02:00:05+0200", now + 5},
-                     {"2025-12-31T19:30:05-0430", now + 5},
-                     {"2026-01-01T00:00:05+0260", std::nullopt},
-                     {"2026-02-31", std::nullopt},
-                     {"2x", std::nullopt},
-                     {"-1h", std::nullopt},
-                     {"2026-13-01", std::nullopt},
-                     {"2026-01-01T25:00:00", std::nullopt},
-                     {"2026-01-01 00:00:00", std::nullopt}};
-  for (const auto& [text, expected] : cases)
-    EXPECT_EQ(ParseSince(text, world_.clock()), expected) << text;
+TEST_F(RecordsCommandTest, SaysWhyItShowsNothing) {
+  options_.dataset = "cpu";
+  options_.datasets = {"MemoryEvent"};
+  Output(2);
+  EXPECT_TRUE(Complains("no store at")) << errors_.str();
+  TVK::EventDataLogging store(store_options(), world_.clock());
+  options_.dataset.clear();
+  EXPECT_EQ(Output(), TVK::RecordTableHeader({.times = {TVK::RecordZone::kLocal}}));
+  EXPECT_TRUE(Complains("the store holds no record yet")) << errors_.str();
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"first")), 0);
+  world_.AdvanceBy(std::chrono::minutes(10));
+  EXPECT_EQ(store.LogItemEvent(MakeItem(L"CPUEvent", L"second")), 0);
+  options_.dataset = "cpu";
+  Output(1);
+  EXPECT_TRUE(Complains("no dataset cpu; names: CPUEvent, MemoryEvent\n")) << errors_.str();
+  options_.dataset = "memoryevent";
+  Output();
+  EXPECT_TRUE(Complains("they are from 2026-01-01T00:00:00+0000 to 2026-01-01T00:10:00+0000")) << errors_.str();
+  options_.until = "elevenses";
+  Output(1);
+  EXPECT_TRUE(Complains("\"elevenses\" is no time")) << errors_.str();
 }
 
 }  // namespace

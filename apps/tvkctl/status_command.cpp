@@ -2,7 +2,6 @@
 
 #include <json/reader.h>
 
-#include <iomanip>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -10,7 +9,10 @@
 
 #include "apps/exit_code.h"
 #include "apps/tvkctl/output.h"
+#include "apps/tvkctl/service_files.h"
+#include "apps/tvkctl/time_text.h"
 #include "client/channel/channel_client.h"
+#include "client/text/record_time.h"
 #include "client/text/string.h"
 
 namespace tvkctl {
@@ -28,65 +30,154 @@ std::wstring Time(const Json::Value& object, const char* key) {
   return time;
 }
 
-// What runs and what policy and scope say are not the same for a moment: something starts or ends.
-std::wstring State(const Json::Value& dataset) {
-  const bool runs = dataset.get("runs", false).asBool();
-  const std::wstring why = Text(dataset, "why");
-  if (runs != (why == L"runs")) return runs ? L"ends: " + why : L"does not run";
-  return runs && !dataset.get("collects", false).asBool() ? L"runs, collects nothing" : why;
-}
+/// Writes a status for people.
+class Screen {
+ public:
+  Screen(const Json::Value& status, const platform::Clock& clock, std::ostream& out)
+      : status_(status), clock_(clock), out_(out), now_(Seconds(status, "now")) {}
 
-void WriteForPeople(const Json::Value& status, std::ostream& out) {
-  const Json::Value& store = status["store"];
-  const Json::Value& process = status["process"];
-  std::vector<std::vector<std::wstring>> rows = {
-      {L"up since", Time(status, "up_since")},
-      {L"version", Text(status, "version")},
-      {L"policy", Text(status, "policy")},
-      {L"scope", Text(status, "scope")},
-      {L"store",
-       store.isMember("problem") ? Text(store, "problem") : std::to_wstring(store["bytes"].asUInt64()) + L" bytes"},
-      {L"oldest record", Time(store, "oldest_record")},
-      {L"records refused", std::to_wstring(store["refused"].asUInt64())},
-      {L"processor time", std::to_wstring(process["processor_ms"].asInt64()) + L" ms"},
-      {L"memory", std::to_wstring(process["memory_bytes"].asUInt64() / 1024) + L" KiB"},
-  };
-  const Json::Value& refused = status["channel_refused"];
-  for (const std::string& kind : refused.getMemberNames()) {
-    const std::uint64_t count = refused[kind].asUInt64();
-    if (count > 0)
-      rows.push_back({L"callers refused", TVK::String::UTF8ToUTF16(kind) + L": " + std::to_wstring(count)});
+  void Write() {
+    for (const Json::Value& concern : status_["attention"])
+      rows_.push_back({L"ATTENTION", TVK::String::UTF8ToUTF16(concern.asString())});
+    const bool up = status_.get("up", false).asBool();
+    const std::wstring state = up ? L"up since " + Time(status_, "up_since") + L" (" + Ago(status_, "up_since") + L")"
+                                  : L"there, but it does not run";
+    rows_.push_back({L"service", state + L", version " + Text(status_, "version")});
+    AddFiles();
+    const Json::Value& process = status_["process"];
+    rows_.push_back({L"processor time", std::to_wstring(process["processor_ms"].asInt64()) + L" ms"});
+    rows_.push_back({L"memory", std::to_wstring(process["memory_bytes"].asUInt64() / 1024) + L" KiB"});
+    AddRefusedCallers();
+    Flush();
+    out_ << '\n';
+    rows_ = {{L"DATASET", L"STATE", L"LAST RECORD", L"NEXT DUE", L"WHY"}};
+    for (const Json::Value& dataset : status_["datasets"]) {
+      rows_.push_back({Text(dataset, "name"), DatasetState(dataset), Ago(dataset, "last_record"),
+                       Ago(dataset, "next_due"), DatasetWhy(dataset)});
+    }
+    Flush();
   }
-  WriteColumns(rows, out);
-  out << '\n';
-  rows = {{L"DATASET", L"STATE", L"SINCE", L"LAST RECORD", L"NEXT DUE", L"LAST ERROR"}};
-  for (const Json::Value& dataset : status["datasets"]) {
-    rows.push_back({Text(dataset, "name"), State(dataset), Time(dataset, "since"), Time(dataset, "last_record"),
-                    Time(dataset, "next_due"), Text(dataset, "last_error")});
+
+  /// What files tell of a service that does not answer.
+  void WriteFiles() {
+    AddFiles();
+    Flush();
   }
-  WriteColumns(rows, out);
+
+ private:
+  std::int64_t Seconds(const Json::Value& object, const char* key) const {
+    const Json::Value value = object.get(key, "");
+    return value.isString() ? TVK::ParseRecordTime(value.asString(), clock_) : 0;
+  }
+  std::wstring Ago(const Json::Value& object, const char* key) const {
+    return object.isMember(key) ? FromNow(Seconds(object, key) - now_) : std::wstring();
+  }
+
+  void AddFiles() {
+    std::wstring policy = Text(status_, "policy");
+    const std::wstring state = Text(status_, "policy_state");
+    if (state == L"none") {
+      policy += L" (not in force: there is no policy)";
+    } else if (!state.empty() && state != L"file") {
+      policy += L" (not in force: the " + state + L" is)";
+    }
+    rows_.push_back({L"policy", policy});
+    if (status_.isMember("policy_problem")) rows_.push_back({L"", Text(status_, "policy_problem")});
+    rows_.push_back({L"scope", Text(status_, "scope")});
+    const Json::Value& store = status_["store"];
+    if (store.isMember("problem")) {
+      rows_.push_back({L"store", Text(store, "problem")});
+      return;
+    }
+    rows_.push_back({L"store", std::to_wstring(store["bytes"].asUInt64() / 1024) + L" KiB"});
+    for (const auto& [title, key] : {std::pair(L"oldest record", "oldest_record"), {L"last record", "last_record"}}) {
+      if (store.isMember(key)) rows_.push_back({title, Time(store, key) + L" (" + Ago(store, key) + L")"});
+    }
+  }
+
+  void AddRefusedCallers() {
+    const Json::Value& refused = status_["channel_refused"];
+    for (const std::string& kind : refused.getMemberNames()) {
+      const std::uint64_t count = refused[kind].asUInt64();
+      if (count > 0)
+        rows_.push_back({L"callers refused", TVK::String::UTF8ToUTF16(kind) + L": " + std::to_wstring(count)});
+    }
+  }
+
+  void Flush() {
+    WriteColumns(rows_, out_);
+    rows_.clear();
+  }
+
+  const Json::Value& status_;
+  const platform::Clock& clock_;
+  std::ostream& out_;
+  const std::int64_t now_;
+  std::vector<std::vector<std::wstring>> rows_;
+};
+
+// What the files tell, for both kinds of readers.
+void WriteFiles(const StatusOptions& options, const platform::Clock& clock, const std::string& reason,
+                std::ostream& out) {
+  Json::Value files = ReadServiceFiles(options.policy_file, options.data_folder, clock);
+  files["up"] = false;
+  files["now"] = TVK::String::UTF16ToUTF8(TVK::System::GetTime(clock));
+  files["problem"] = TVK::HarmlessText(reason);
+  if (options.json) return WriteJsonLine(files, out);
+  Screen(files, clock, out).WriteFiles();
 }
 
 }  // namespace
 
-int RunStatus(const StatusOptions& options, platform::Runtime& runtime, std::ostream& out, std::ostream& errors) {
-  TVK::ChannelClient client(runtime, options.place);
-  const TVK::ChannelAnswer answer = client.Ask({.wish = TVK::ChannelWish::kStatus});
-  if (answer.result != 0) {
-    errors << "tvkctl: " << TVK::HarmlessText(answer.reason) << '\n';
-    return kExitFailed;
+// What runs and what policy and scope say are not the same for a moment: something starts or ends.
+std::wstring DatasetState(const Json::Value& dataset) {
+  const auto is = [&](const char* key) { return dataset[key].isBool() && dataset[key].asBool(); };
+  const bool runs = is("runs");
+  if (runs != (Text(dataset, "why") == L"runs")) return runs ? L"ends" : L"starts";
+  if (!runs) return L"-";
+  return is("collects") ? L"runs" : L"collects nothing yet";
+}
+
+std::wstring DatasetWhy(const Json::Value& dataset) {
+  const std::wstring error = Text(dataset, "last_error");
+  std::wstring why = Text(dataset, "why");
+  if (why == L"runs") return error.empty() ? Text(dataset, "detail") : L"last error: " + error;
+  for (const std::wstring& more : {Text(dataset, "detail"), why == L"failed" ? error : std::wstring()}) {
+    if (!more.empty()) why += L": " + more;
   }
+  return why;
+}
+
+std::optional<Json::Value> AskStatus(const std::filesystem::path& place, platform::Runtime& runtime,
+                                     std::string& problem, bool* refused) {
+  const TVK::ChannelAnswer answer = TVK::ChannelClient(runtime, place).Ask({.wish = TVK::ChannelWish::kStatus});
+  problem = TVK::HarmlessText(answer.reason);
+  if (refused != nullptr) *refused = answer.result != 0 && answer.delivery == TVK::ChannelAnswer::Delivery::kAnswered;
+  if (answer.result != 0) return std::nullopt;
   Json::Value status;
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  if (!reader->parse(answer.body.data(), answer.body.data() + answer.body.size(), &status, nullptr) ||
-      !status.isObject()) {
-    errors << "tvkctl: the service answers something that is no status\n";
+  if (reader->parse(answer.body.data(), answer.body.data() + answer.body.size(), &status, nullptr) &&
+      status.isObject()) {
+    return status;
+  }
+  problem = "the service answers something that is no status";
+  return std::nullopt;
+}
+
+int RunStatus(const StatusOptions& options, platform::Runtime& runtime, std::ostream& out, std::ostream& errors) {
+  std::string problem;
+  const std::optional<Json::Value> status = AskStatus(options.place, runtime, problem);
+  if (!status) {
+    errors << "tvkctl: " << problem << '\n';
+    WriteFiles(options, runtime.clock(), problem, out);
     return kExitFailed;
   }
-  options.json ? WriteJsonLine(status, out) : WriteForPeople(status, out);
-  if (status.get("up", false).asBool()) return kExitOk;
-  errors << "tvkctl: the service is there, but it does not run\n";
-  return kExitFailed;
+  options.json ? WriteJsonLine(*status, out) : Screen(*status, runtime.clock(), out).Write();
+  if (!status->get("up", false).asBool()) {
+    errors << "tvkctl: the service is there, but it does not run\n";
+    return kExitFailed;
+  }
+  return status->get("attention", Json::arrayValue).empty() ? kExitOk : kExitNeedsAttention;
 }
 
 }  // namespace tvkctl

@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "client/log/log.h"
+#include "client/log/service_logs.h"
 #include "client/text/hash_utility.h"
 
 std::wstring BatteryInfo::GetHashedString(std::wstring value) {
@@ -11,7 +12,7 @@ std::wstring BatteryInfo::GetHashedString(std::wstring value) {
     return TVK::HashUtility::HashSerialNumber(value);
   } catch (const std::system_error& refusal) {
     TVK::Log log;
-    TVK::utility::InitLog(log, L"BatteryInfo.log", 4);
+    TVK::utility::InitLog(log, TVK::ServiceLog(L"BatteryInfo.log"), 4);
     log.e(L"BatteryInfo::GetHashedString return error: %d", refusal.code().value());
     return {};
   }

@@ -7,6 +7,7 @@
 
 #include "client/battery/battery_source.h"
 #include "client/identity/machine_information.h"
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 #include "platform/batteries.h"
 #include "platform/power_manager.h"
@@ -15,7 +16,7 @@ namespace {
 
 TVK::Log OpenLog() {
   TVK::Log log;
-  TVK::utility::InitLog(log, L"BatteryInfo.log", 4);
+  TVK::utility::InitLog(log, TVK::ServiceLog(L"BatteryInfo.log"), 4);
   return log;
 }
 

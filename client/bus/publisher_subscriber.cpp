@@ -8,6 +8,7 @@
 
 #include "client/log/guarded_thread.h"
 #include "client/log/log.h"
+#include "client/log/service_logs.h"
 #include "client/text/guid.h"
 
 namespace {
@@ -27,7 +28,7 @@ class TVKPublisherSubscriber::Impl {
       : runtime_(runtime),
         work_(runtime.MakeEvent(platform::EventReset::kAuto)),
         delivered_(runtime.MakeEvent(platform::EventReset::kManual, true)) {
-    TVK::utility::InitLog(log_, L"PublisherSubscriber.log", 4);
+    TVK::utility::InitLog(log_, TVK::ServiceLog(L"PublisherSubscriber.log"), 4);
     thread_ = runtime_.StartThread("tvk-bus", [this] { Deliver(); });
   }
 

@@ -27,26 +27,31 @@ const char* Reason(ChannelWait wait) {
   }
 }
 
-ChannelAnswer Failure(std::string reason) {
-  return {SessionRecorder::kChannelFailed, std::move(reason), {}};
+using Delivery = ChannelAnswer::Delivery;
+
+ChannelAnswer Failure(std::string reason, Delivery delivery = Delivery::kUnanswered) {
+  return {SessionRecorder::kChannelFailed, std::move(reason), {}, delivery};
 }
 
 }  // namespace
 
-ChannelAnswer ChannelClient::Ask(const ChannelRequest& request) {
+ChannelAnswer ChannelClient::Ask(const ChannelRequest& request, std::chrono::seconds patience) {
   const std::string text = ToJson(request);
-  if (text.size() > kLongestRequest) return Failure("the request is too long");
+  if (text.size() > kLongestRequest) return Failure("the request is too long", Delivery::kUnsent);
   const std::lock_guard lock(mutex_);
   const platform::SteadyTime now = runtime_.clock().Steady();
   if (now - last_use_ > kKeptFor || now - begin_ > kLongestConversation) stream_ = nullptr;
   constexpr std::chrono::milliseconds kPause(100);
-  const platform::SteadyTime deadline = now + kPatience;
+  const platform::SteadyTime deadline = now + patience;
   ChannelAnswer answer = Converse(text, deadline);
   while (answer.result == kChannelFull && runtime_.clock().Steady() + kPause < deadline) {
     if (runtime_.Wait(stop_ == nullptr ? *never_ : *stop_, kPause) == 0) return Failure(Reason(ChannelWait::kStopped));
     answer = Converse(text, deadline);
   }
-  if (answer.result == kChannelFull) answer.result = SessionRecorder::kChannelFailed;
+  if (answer.result == kChannelFull) {
+    answer.result = SessionRecorder::kChannelFailed;
+    answer.delivery = Delivery::kUnsent;
+  }
   last_use_ = runtime_.clock().Steady();
   return answer;
 }
@@ -55,7 +60,8 @@ ChannelAnswer ChannelClient::Converse(const std::string& request, platform::Stea
   const bool fresh = stream_ == nullptr;
   if (fresh) {
     platform::LocalConnecting connecting = platform::ConnectLocally(runtime_, place_, stop_, deadline);
-    if (connecting.connection == nullptr) return Failure("the service is not there: " + connecting.problem);
+    if (connecting.connection == nullptr)
+      return Failure("the service is not there: " + connecting.problem, Delivery::kUnsent);
     stream_ = std::make_unique<MessageStream>(std::move(connecting.connection), kLongestAnswer);
     begin_ = runtime_.clock().Steady();
   }
@@ -68,7 +74,7 @@ ChannelAnswer ChannelClient::Converse(const std::string& request, platform::Stea
   std::string text;
   if (fresh) {
     wait = stream->Receive(text, deadline);
-    if (wait == ChannelWait::kClosed) return {kChannelFull, Reason(wait), {}};
+    if (wait == ChannelWait::kClosed) return {kChannelFull, Reason(wait), {}, Delivery::kUnanswered};
     if (wait != ChannelWait::kDone) return Failure(Reason(wait));
     if (!GreetingFromJson(text)) {
       const std::optional<ChannelAnswer> refusal = AnswerFromJson(text);

@@ -34,8 +34,9 @@ class ChannelClient {
   ChannelClient& operator=(const ChannelClient&) = delete;
 
   /// The service's answer; kChannelFailed with a reason when there is none. A request is sent once: where its answer
-  /// did not come it may have been carried out. While the service has no room for a conversation it is asked again.
-  ChannelAnswer Ask(const ChannelRequest& request);
+  /// did not come it may have been carried out, see ChannelAnswer::Delivery. While the service has no room for a
+  /// conversation it is asked again.
+  ChannelAnswer Ask(const ChannelRequest& request, std::chrono::seconds patience = kPatience);
 
  private:
   /// kChannelFull where the service closed the connection before a conversation began: nothing was carried out.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <memory>
 
 #include "client/channel/frame.h"
@@ -15,7 +16,8 @@
 namespace TVK {
 namespace {
 
-constexpr std::array<std::string_view, 6> kWishes = {"policy", "client policy", "context", "init", "item", "status"};
+constexpr std::array<std::string_view, 9> kWishes = {"policy", "client policy", "context", "init",  "item",
+                                                     "status", "event",         "erase",   "report"};
 
 // Kept: making one takes as long as writing a message. Never destroyed: callers are answered until the process ends.
 std::string Write(const Json::Value& value) {
@@ -37,6 +39,29 @@ Json::Value ToValue(const ItemData& data) {
 
 void AddText(Json::Value& value, const char* key, const std::wstring& text) {
   if (!text.empty()) value[key] = String::UTF16ToUTF8(text);
+}
+
+// A number, as a text: jsoncpp reads numbers of other forms, too.
+void ReadSeconds(ObjectReader& reader, const char* key, std::optional<std::int64_t>& seconds) {
+  std::wstring text;
+  reader.Text(key, Presence::kOptional, text);
+  if (text.empty()) return;
+  const std::string digits = String::UTF16ToUTF8(text);
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (error != std::errc() || end != digits.data() + digits.size() || number < 0) {
+    reader.Refuse(key, "the text is no count of seconds");
+  } else {
+    seconds = number;
+  }
+}
+
+// Everything goes only where the request says so: an empty text is no "every dataset".
+void CheckErasure(ObjectReader& reader, const Json::Value& root, const ChannelRequest& request) {
+  const bool named = root.isMember("dataset") || root.isMember("before");
+  if (root.isMember("dataset") && request.dataset_id.empty()) reader.Refuse("dataset", "the text is empty");
+  if (root.isMember("before") && !request.before_seconds) reader.Refuse("before", "the text is no count of seconds");
+  if (request.all == named) reader.Refuse("all", "an erasure is of all, or has conditions");
 }
 
 void ReadName(ObjectReader& reader, const char* key, std::wstring& name) {
@@ -104,6 +129,9 @@ std::string ToJson(const ChannelRequest& request) {
     entry["facts"] = ToValue(device.facts);
   }
   if (request.new_context_needed) value["anew"] = true;
+  if (request.all) value["all"] = true;
+  if (request.before_seconds) value["before"] = std::to_string(*request.before_seconds);
+  if (request.since_seconds) value["since"] = std::to_string(*request.since_seconds);
   return Write(value);
 }
 
@@ -126,6 +154,10 @@ std::optional<ChannelRequest> RequestFromJson(std::string_view json, std::string
     ReadData(reader, "data", request.data);
     request.devices = ReadDevices(reader, problems);
     reader.Flag("anew", request.new_context_needed);
+    ReadSeconds(reader, "before", request.before_seconds);
+    ReadSeconds(reader, "since", request.since_seconds);
+    reader.Flag("all", request.all);
+    if (request.wish == ChannelWish::kErase) CheckErasure(reader, *root, request);
     reader.ReportUnknownKeys();
   }
   if (problems.count() == 0) return request;
@@ -160,7 +192,7 @@ std::optional<ChannelAnswer> AnswerFromJson(std::string_view json) {
   const Json::Value reason = root.get("reason", "");
   const Json::Value body = root.get("body", "");
   if (!result.isInt() || !reason.isString() || !body.isString()) return std::nullopt;
-  return ChannelAnswer{result.asInt(), reason.asString(), body.asString()};
+  return ChannelAnswer{.result = result.asInt(), .reason = reason.asString(), .body = body.asString()};
 }
 
 }  // namespace TVK

@@ -1,6 +1,7 @@
 // What is asked of the service through the local channel, and what it answers: JSON objects in UTF-8. Pure; any thread.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,9 @@ enum class ChannelWish {
   kInit,          ///< SessionRecorder::LogDevInitEvent
   kItem,          ///< SessionRecorder::WriteItem
   kStatus,        ///< How the service stands.
+  kEvent,         ///< An event that is written for its sender, into the dataset of such events.
+  kErase,         ///< Records are to be deleted; the answer's body is the receipt, its result 0 when all went.
+  kReport,        ///< What the store holds and how the datasets stand, as their owner reads it.
 };
 
 /// What of it a wish does not need is empty.
@@ -32,6 +36,9 @@ struct ChannelRequest {
   ItemData data = {};
   std::vector<ObservedDevice> devices = {};
   bool new_context_needed = false;
+  bool all = false;                                           ///< Of an erasure that has no other condition.
+  std::optional<std::int64_t> before_seconds = std::nullopt;  ///< Seconds since 1970; of an erasure.
+  std::optional<std::int64_t> since_seconds = std::nullopt;   ///< The same; of a report.
 
   bool operator==(const ChannelRequest&) const = default;
 };
@@ -49,6 +56,13 @@ struct ChannelAnswer {
   int result = 0;      ///< As SessionRecorder's operations give it.
   std::string reason;  ///< Why a request was refused; empty otherwise.
   std::string body;    ///< What was asked for: a JSON document.
+  /// Of a client: what is known of the request. Answers that come are kAnswered.
+  enum class Delivery {
+    kAnswered,
+    kUnanswered,  ///< It may have been carried out, or may still be.
+    kUnsent,      ///< It was not carried out: no conversation began.
+  };
+  Delivery delivery = Delivery::kAnswered;
 
   bool operator==(const ChannelAnswer&) const = default;
 };
@@ -59,7 +73,7 @@ std::optional<int> GreetingFromJson(std::string_view json);
 
 std::string ToJson(const ChannelRequest& request);
 /// Nothing, and one line in `problem`, for what is no request: other keys, types or wishes, control characters, a
-/// bound that is passed.
+/// bound that is passed; an erasure that does not say that it is of all, or of what.
 std::optional<ChannelRequest> RequestFromJson(std::string_view json, std::string& problem);
 
 std::string ToJson(const ChannelAnswer& answer);

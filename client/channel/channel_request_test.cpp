@@ -46,6 +46,9 @@ TEST(Requests, AreReadAsTheyWereWritten) {
        .devices = {{L"one", {{L"Width", L"1920"}, {L"Näme", L"\"\\ \U0001F600"}}}, {L"", {}}},
        .new_context_needed = true},
       {.wish = ChannelWish::kItem, .item_name = L"Item", .device_key = L"key", .data = {{L"k", L""}}},
+      {.wish = ChannelWish::kErase, .dataset_id = L"ID", .before_seconds = 1769850300},
+      {.wish = ChannelWish::kErase, .all = true},
+      {.wish = ChannelWish::kReport, .since_seconds = 1769850300},
   };
   for (const ChannelRequest& request : requests) {
     std::string problem;
@@ -72,6 +75,12 @@ TEST(Requests, BeyondTheirBoundsAreRefused) {
                                     R"({"wish": 3})",
                                     R"({"wish": "item", "wish": "status"})",
                                     R"({"wish": "item", "more": 1})",
+                                    R"({"wish": "erase", "before": "soon"})",
+                                    R"({"wish": "erase", "before": "-1"})",
+                                    R"({"wish": "erase"})",
+                                    R"({"wish": "erase", "dataset": ""})",
+                                    R"({"wish": "erase", "dataset": "ID", "before": ""})",
+                                    R"({"wish": "erase", "dataset": "ID", "all": true})",
                                     R"({"wish": "item", "data": {"a": 1}})",
                                     R"({"wish": "item", "data": {"": "v"}})",
                                     R"({"wish": "item", "data": {"a": "\u0000"}})",

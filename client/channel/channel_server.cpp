@@ -35,8 +35,9 @@ ChannelServer::~ChannelServer() {
   if (finished_.joinable()) runtime_.Join(finished_);
 }
 
-std::string ChannelServer::Start(const std::filesystem::path& place) {
+std::string ChannelServer::Start(const std::filesystem::path& place, OwnSession own_session) {
   place_ = place;
+  own_session_ = std::move(own_session);
   std::string problem = Open();
   thread_ = StartGuardedThread(runtime_, log_, "tvk-channel", [this] { Listen(); });
   return problem;
@@ -73,9 +74,17 @@ void ChannelServer::Listen() {
   }
 }
 
+std::optional<LocalCaller> ChannelServer::Identify(MessageStream& stream) const {
+  std::optional<LocalCaller> caller = stream.Identify();
+  if (caller && caller->kind == platform::CallerKind::kOther && own_session_ && own_session_(caller->session)) {
+    caller->kind = platform::CallerKind::kInteractiveUser;
+  }
+  return caller;
+}
+
 void ChannelServer::Admit(std::unique_ptr<platform::LocalConnection> connection) {
   auto stream = std::make_shared<MessageStream>(std::move(connection), kLongestGreeting);
-  std::optional<LocalCaller> caller = stream->Identify();
+  std::optional<LocalCaller> caller = Identify(*stream);
   Place place = Enter(*stream, caller ? &*caller : nullptr);
   if (place == nullptr) return;
   const std::lock_guard lock(mutex_);
@@ -132,7 +141,7 @@ void ChannelServer::CountBroken(const MessageStream& stream, ChannelWait wait, c
 std::optional<LocalCaller> ChannelServer::Greet(MessageStream& stream, std::optional<LocalCaller> caller) {
   std::string greeting;
   const ChannelWait wait = stream.Receive(greeting, In(caller ? limits_.patience : limits_.stranger_patience));
-  if (!caller) caller = stream.Identify();
+  if (!caller) caller = Identify(stream);
   const LocalCaller* const known = caller ? &*caller : nullptr;
   if (wait != ChannelWait::kDone) {
     CountBroken(stream, wait, known);

@@ -50,9 +50,14 @@ class ChannelServer {
   static constexpr std::chrono::milliseconds kFirstPause{1000};
   static constexpr std::chrono::milliseconds kLongestPause{60'000};
 
+  /// Whether a program of ours was started in the session of this number for its user. Any thread.
+  using OwnSession = std::function<bool(std::uint32_t session)>;
+
   /// Begins to listen at `place`. Empty, or why nobody can connect yet: what stands in the way may go, so it is tried
-  /// again until the end. Once.
-  std::string Start(const std::filesystem::path& place);
+  /// again until the end. `own_session`: a caller of such a session counts as logged on in a session that is in use,
+  /// though another one may be at the console by now: our program there has things to say until its end. Empty: none
+  /// is. Once.
+  std::string Start(const std::filesystem::path& place, OwnSession own_session = {});
 
  private:
   using Conversation = std::uint64_t;
@@ -62,6 +67,8 @@ class ChannelServer {
   /// Makes the listener. Empty, or why there is none.
   std::string Open();
   void Admit(std::unique_ptr<platform::LocalConnection> connection);
+  /// Who calls; nothing where the system does not say it (yet).
+  std::optional<platform::LocalCaller> Identify(MessageStream& stream) const;
   /// A conversation with who holds `place`, until its end. `caller`: nothing where the system has yet to name it.
   void Converse(MessageStream& stream, std::optional<platform::LocalCaller> caller, Place place);
   /// Receives the greeting, and names the caller; nothing when it was refused.
@@ -84,6 +91,7 @@ class ChannelServer {
   const std::unique_ptr<platform::Event> ended_;  ///< Auto-reset; a conversation ended.
   CallerPlaces places_;
   std::filesystem::path place_;
+  OwnSession own_session_;
   std::unique_ptr<platform::LocalListener> listener_;  ///< Of the listening thread, once it runs.
   std::thread thread_;
   std::mutex mutex_;  ///< Guards what follows; held for a look, and while a thread is started.

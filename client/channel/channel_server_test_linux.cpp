@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <thread>
 
 #include "client/channel/channel_client.h"
@@ -24,10 +25,10 @@ TEST(ChannelServerAccounts, OneThatIsNotLoggedOnIsKnownAndPutOutAtOnce) {
   const Log log;
   Refusals refusals(log);
   ChannelServer server(*runtime, log, refusals, [](const platform::LocalCaller& caller, std::string_view) {
-    EXPECT_EQ(caller.kind, platform::CallerKind::kOwnAccount);
-    return ChannelServer::Answer{ToJson(ChannelAnswer())};
+    return ChannelServer::Answer{ToJson(ChannelAnswer{static_cast<int>(caller.kind), {}, {}})};
   });
-  ASSERT_EQ(server.Start(place), "");
+  std::atomic<bool> agent_runs = false;
+  ASSERT_EQ(server.Start(place, [&](std::uint32_t session) { return agent_runs && session != 0; }), "");
   bool reachable = false;  // for others: the temporary folder may lie where nobody else comes
   std::jthread nobody([&] {
     // The kernel's call, since the C library's changes every thread.
@@ -36,12 +37,15 @@ TEST(ChannelServerAccounts, OneThatIsNotLoggedOnIsKnownAndPutOutAtOnce) {
     if (!reachable) return;
     ChannelClient client(*runtime, place);
     EXPECT_EQ(client.Ask({}).reason, "refused: this account is not logged on");
+    agent_runs = true;
+    EXPECT_EQ(client.Ask({}).result, static_cast<int>(platform::CallerKind::kInteractiveUser))
+        << "of a session in which a program of ours was started";
   });
   nobody.join();
   if (!reachable) return;
   EXPECT_EQ(refusals.counts()[static_cast<std::size_t>(Refusal::kNotAllowed)], 1u);
   ChannelClient own(*runtime, place);
-  EXPECT_EQ(own.Ask({}).result, 0);
+  EXPECT_EQ(own.Ask({}).result, static_cast<int>(platform::CallerKind::kOwnAccount));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "client/channel/refusals.h"
 
+#include <utility>
+
 #include "client/text/string.h"
 
 namespace TVK {
@@ -12,8 +14,10 @@ std::string_view RefusalName(Refusal refusal) {
 
 void Refusals::Count(Refusal refusal, const platform::LocalCaller* caller, std::string_view what) {
   {
+    const auto kind = static_cast<std::size_t>(refusal);
     const std::lock_guard lock(mutex_);
-    if (++counts_[static_cast<std::size_t>(refusal)] > 1) return;
+    const bool names_first = caller != nullptr && !std::exchange(named_[kind], true);
+    if (++counts_[kind] > 1 && !names_first) return;
   }
   log_.e(L"refused, %s: %s (user %s, process %u); further ones of this kind are counted alone",
          String::UTF8ToUTF16(RefusalName(refusal)), String::UTF8ToUTF16(HarmlessText(what)),

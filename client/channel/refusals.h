@@ -30,14 +30,16 @@ class Refusals {
   /// `log` must outlive the object.
   explicit Refusals(const Log& log) : log_(log) {}
 
-  /// Counts one; the first of its kind is logged, with what is known of the caller (null: nothing) and `what`.
+  /// Counts one; the first of its kind is logged, with what is known of the caller (null: nothing) and `what`. Where
+  /// nothing was known then, so is the first of which something is.
   void Count(Refusal refusal, const platform::LocalCaller* caller, std::string_view what);
   std::array<std::uint64_t, kRefusalKinds> counts() const;
 
  private:
   const Log& log_;
-  mutable std::mutex mutex_;  ///< Guards counts_.
+  mutable std::mutex mutex_;  ///< Guards what follows.
   std::array<std::uint64_t, kRefusalKinds> counts_{};
+  std::array<bool, kRefusalKinds> named_{};  ///< One was logged of whose caller something was known.
 };
 
 }  // namespace TVK

@@ -8,8 +8,11 @@
 
 namespace TVK {
 
+/// That another account holds the name of an event of ours, for a log: it tells of an attack, or of a second client.
+std::wstring ForeignEventProblem(const std::wstring& name);
+
 /// Runtime::MakeNamedEvent, not signalled from the start. That another account holds the name is an error line in `log`
-/// of its own: it tells of an attack, or of a second client.
+/// of its own.
 platform::NamedEventResult MakeNamedEvent(platform::Runtime& runtime, const Log& log, const std::wstring& name,
                                           platform::EventReset reset, platform::EventAccess access);
 

@@ -1,5 +1,6 @@
 #include "client/policy/config_agent.h"
 
+#include "client/log/service_logs.h"
 #include "client/policy/policy_apply.h"
 #include "platform/files.h"
 
@@ -21,7 +22,7 @@ ConfigPolicyAgent::ConfigPolicyAgent(const Files& files)
                    .parse = TVK::ParseTvkPolicy,
                    .absent_text = "{}",
                    .absent_until_read = false}) {
-  TVK::utility::InitLog(log_, L"ConfigPolicyAgent.log", 4);
+  TVK::utility::InitLog(log_, TVK::ServiceLog(L"ConfigPolicyAgent.log"), 4);
   for (const std::filesystem::path& file :
        {files.telemetry_policy, files.tvk_policy, files.last_good, files.tvk_last_good}) {
     if (!file.empty()) platform::RemoveLeftovers(TVK::PolicyFileBehind(file));

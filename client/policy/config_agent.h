@@ -7,6 +7,9 @@
 #include "client/policy/policy_source.h"
 #include "client/policy/telemetry_policy.h"
 
+/// The copy of the last good telemetry policy in a data folder.
+inline constexpr char kLastGoodPolicyFileName[] = "policy.last-good.json";
+
 /// Gives the policies in force. Any thread may call it.
 class IConfigAgent {
  public:
@@ -41,6 +44,9 @@ class ConfigPolicyAgent final : public IConfigAgent {
 
   bool GetTelemetryPolicy(TelemetryPolicy& policy) override;
   bool GetTvkPolicy(TVK::TvkPolicy& policy) override;
+
+  /// Of the telemetry policy; see PolicySource::standing.
+  TVK::PolicyStanding telemetry_standing() const { return telemetry_policy_.standing(); }
 
  private:
   TVK::Log log_;

@@ -41,6 +41,8 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   Write(files_.telemetry_policy, kBroken);
   EXPECT_EQ(agent.LoadTelemetryPolicy(true).in_force, PolicyInForce::kNone);
   EXPECT_EQ(Scope(agent), L"no policy");
+  EXPECT_EQ(agent.telemetry_standing().origin, PolicyOrigin::kNone);
+  EXPECT_NE(agent.telemetry_standing().problem.find("telemetryScope: \"loud\""), std::string::npos);
 
   Write(files_.telemetry_policy, kBasic);
   PolicyLoad load = agent.LoadTelemetryPolicy(false);
@@ -61,6 +63,7 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   }
   EXPECT_EQ(log_.Count(L"policy.json: telemetryScope: \"loud\" is no scope"), 1u);
   EXPECT_EQ(Scope(agent), L"basic");
+  EXPECT_EQ(agent.telemetry_standing().origin, PolicyOrigin::kLastGood);
   agent.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kBasic);
 
@@ -69,12 +72,15 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   load = next.LoadTelemetryPolicy(true);
   EXPECT_TRUE(load.in_force == PolicyInForce::kLastGood && load.changed);
   EXPECT_EQ(Scope(next), L"basic");
+  EXPECT_EQ(next.telemetry_standing().origin, PolicyOrigin::kLastGood);
   Write(files_.telemetry_policy, kBasic);
   load = next.LoadTelemetryPolicy(false);
   EXPECT_TRUE(load.state == PolicyFileState::kGood && !load.changed && load.news);
   Write(files_.telemetry_policy, kFull);
   EXPECT_TRUE(next.LoadTelemetryPolicy(false).changed);
   EXPECT_EQ(Scope(next), L"full");
+  EXPECT_EQ(next.telemetry_standing().origin, PolicyOrigin::kFile);
+  EXPECT_EQ(next.telemetry_standing().problem, "");
   next.KeepLastGood();
   EXPECT_EQ(Read(files_.last_good), kFull);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <compare>
 #include <string_view>
+#include <tuple>
 
 #include "client/text/string.h"
 
@@ -52,6 +53,18 @@ bool MatchesAny(const std::wstring& fact, const std::vector<std::wstring>& patte
   });
 }
 
+// Of a text that stands in a policy or in the machine, what is told.
+constexpr std::size_t kLongestTold = 64;
+
+// Of a list that may be as long as the document, the first few.
+std::wstring Joined(const std::vector<std::wstring>& patterns) {
+  constexpr std::size_t kMost = 4;
+  std::wstring text;
+  for (std::size_t i = 0; i < patterns.size() && i < kMost; ++i)
+    text += (i == 0 ? L"" : L", ") + patterns[i].substr(0, kLongestTold);
+  return patterns.size() <= kMost ? text : text + L" or " + std::to_wstring(patterns.size() - kMost) + L" more";
+}
+
 // The digits at the start of `version` without leading zeros, taken off it with the dot after them.
 std::wstring_view TakePart(std::wstring_view& version) {
   const std::size_t end = std::min(version.find_first_not_of(L"0123456789"), version.size());
@@ -80,21 +93,23 @@ bool StartsWithDigit(const std::wstring& version) {
 }  // namespace
 
 std::optional<TVK::UnmetCondition> EligibilityFilter::FindUnmet(const ApplicabilityFilter& filter) const {
-  if (!MatchesAny(traits_.model, filter.models)) return TVK::UnmetCondition{"models", traits_.model};
-  if (!MatchesAny(traits_.manufacturer, filter.manufacturers)) {
-    return TVK::UnmetCondition{"manufacturers", traits_.manufacturer};
+  for (const auto& [trait, fact, patterns] : {std::tuple(L"model", &traits_.model, &filter.models),
+                                              {L"manufacturer", &traits_.manufacturer, &filter.manufacturers},
+                                              {L"brand", &traits_.brand, &filter.brands},
+                                              {L"osName", &traits_.os_name, &filter.os_names}}) {
+    if (!MatchesAny(*fact, *patterns))
+      return TVK::UnmetCondition{trait, fact->substr(0, kLongestTold), Joined(*patterns)};
   }
-  if (!MatchesAny(traits_.brand, filter.brands)) return TVK::UnmetCondition{"brands", traits_.brand};
-  if (!MatchesAny(traits_.os_name, filter.os_names)) return TVK::UnmetCondition{"osNames", traits_.os_name};
+  constexpr std::wstring_view kVersion = L"osVersion";
   const std::wstring& version = traits_.os_version;
   const bool known = StartsWithDigit(version);
   const std::wstring& least = filter.os_version_min;
   if (!least.empty() && !(known && std::is_gteq(CompareVersions(version, least)))) {
-    return TVK::UnmetCondition{"osVersionMin", version};
+    return TVK::UnmetCondition{kVersion, version.substr(0, kLongestTold), L"at least " + least.substr(0, kLongestTold)};
   }
   const std::wstring& most = filter.os_version_max;
   if (!most.empty() && !(known && std::is_lteq(CompareVersions(version, most)))) {
-    return TVK::UnmetCondition{"osVersionMax", version};
+    return TVK::UnmetCondition{kVersion, version.substr(0, kLongestTold), L"at most " + most.substr(0, kLongestTold)};
   }
   return std::nullopt;
 }

@@ -18,10 +18,12 @@ struct DeviceTraits {
   std::wstring os_version;
 };
 
-/// A condition of a filter that a device does not meet.
+/// A condition of a filter that a device does not meet. Of each text that stands in the policy or the device the first
+/// 64 characters, so that it can be told.
 struct UnmetCondition {
-  std::string_view condition;  ///< Its key in the policy, "models"; static.
-  std::wstring fact;           ///< What the device has there; empty: it is not known.
+  std::wstring_view trait;  ///< What it is about, "manufacturer"; static.
+  std::wstring fact;        ///< What the device has there; empty: it is not known.
+  std::wstring wanted;      ///< "Fabrikam*, Litware", "at least 10".
 };
 
 }  // namespace TVK

@@ -1,5 +1,6 @@
 #include "client/policy/object_reader.h"
 
+#include "client/text/nearest_text.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -125,11 +126,19 @@ const Json::Value* ObjectReader::List(const char* key, Presence presence) {
   return Member(key, Json::arrayValue, presence);
 }
 
+std::string ObjectReader::HintOf(const std::string& unknown_key) const {
+  constexpr std::size_t kMost = 100;  // hints; a document may be full of unknown keys, and each hint takes its time
+  if (problems_.count() >= kMost) return {};
+  std::vector<std::wstring> known;
+  for (const std::string& key : known_)
+    known.push_back(String::UTF8ToUTF16(key));
+  return String::UTF16ToUTF8(DidYouMean(String::UTF8ToUTF16(unknown_key), known));
+}
+
 void ObjectReader::ReportUnknownKeys() {
   for (const std::string& name : object_.getMemberNames()) {
-    if (!known_.contains(name)) {
-      problems_.Add(object_[name].getOffsetStart(), PathOf(name), kUnknownKey, false);
-    }
+    if (known_.contains(name)) continue;
+    problems_.Add(object_[name].getOffsetStart(), PathOf(name), std::string(kUnknownKey) + HintOf(name), false);
   }
 }
 

@@ -43,6 +43,8 @@ class ObjectReader {
   void Refuse(std::string_view key, std::string_view message);
 
  private:
+  /// What may have been meant, for people; empty: nothing that is known.
+  std::string HintOf(const std::string& unknown_key) const;
   const Json::Value* Member(const char* key, Json::ValueType type, Presence presence);
 
   const Json::Value& object_;

@@ -6,6 +6,7 @@
 
 #include "client/policy/object_reader.h"
 #include "client/policy/problem_list.h"
+#include "client/policy/report_readers.h"
 #include "client/policy/strict_json.h"
 #include "client/text/string.h"
 
@@ -68,7 +69,8 @@ TelemetryPolicy ReadPolicy(const Json::Value& root, ProblemList& problems) {
                                         "\" is no scope: none, basic, enhance and full are");
   }
   ReadFilter(reader, problems, policy.applicability);
-  const std::set<std::string> settings = {String::UTF16ToUTF8(kNoHashNetworkDataSetting)};
+  const std::set<std::string> settings = {String::UTF16ToUTF8(kNoHashNetworkDataSetting),
+                                          String::UTF16ToUTF8(kReportReadersSetting)};
   reader.Texts("settings", policy.settings, &settings);
   if (const Json::Value* list = reader.List("datasets", Presence::kRequired)) {
     for (Json::ArrayIndex i = 0; i < list->size(); ++i) {

@@ -9,6 +9,8 @@
 #include <iterator>
 #include <sstream>
 
+#include "testing/source_tree.h"
+
 namespace TVK {
 namespace {
 
@@ -16,7 +18,7 @@ constexpr char kFull[] = R"({
   "$schema": "policy.schema.json", "telemetryScope": "basic",
   "applicability": {"models": ["M*"], "manufacturers": ["F"], "brands": ["B"], "osNames": ["Linux"],
                     "osVersionMin": "6.1", "osVersionMax": ""},
-  "settings": {"No_hash_network_data": "true"},
+  "settings": {"No_hash_network_data": "true", "ReportReaders": "users"},
   "datasets": [{"id": "ID", "name": "N\u00e4", "enabled": false, "applicability": {"models": ["X"]},
                 "settings": {"A": "1", "B": ""}},
                {"id": "ID2", "name": "Two"}]
@@ -31,7 +33,7 @@ std::string Describe(const std::vector<PolicyProblem>& problems) {
 }
 
 std::string FileText(const std::string& name) {
-  std::ifstream file(TVK_CONFIG_FOLDER "/" + name, std::ios::binary);
+  std::ifstream file(FromSourceTree("config/" + name), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -120,7 +122,7 @@ TEST(PolicyDocumentTest, DefaultFilesHaveNoProblems) {
   const PolicyDocument policy = ParseTelemetryPolicy(FileText("policy.default.json"));
   EXPECT_EQ(Describe(policy.problems), "");
   ASSERT_TRUE(policy.policy);
-  EXPECT_EQ(policy.policy->datasets.size(), 24u);
+  EXPECT_EQ(policy.policy->datasets.size(), 25u);
   const TvkPolicyDocument client = ParseTvkPolicy(FileText("client-policy.default.json"));
   ASSERT_TRUE(client.policy);
   EXPECT_EQ(*client.policy, TvkPolicy());

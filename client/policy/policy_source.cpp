@@ -66,6 +66,7 @@ PolicyLoad PolicySource<Document>::Load(const Log& log, const wchar_t* operation
   }
   load.news = IsNews(found, load.changed);
   load.problems = std::move(found.document.problems);
+  if (load.state != PolicyFileState::kMissing) Remember(load);
   if (load.news) LogProblems(log, operation, options_.file, load.problems);
   if (load.news || found.state == PolicyFileState::kGood) {
     log.i(L"%s: accepted = %d, changed = %d", operation, load.in_force == PolicyInForce::kOfFile, load.changed);
@@ -81,6 +82,30 @@ bool PolicySource<Document>::IsNews(const Found& found, bool changed) {
   state_ = found.state;
   // A good policy that was only written differently is nothing that anybody has to know of.
   return another_state || (found.state == PolicyFileState::kGood ? changed : fingerprint_ != before);
+}
+
+template <typename Document>
+void PolicySource<Document>::Remember(const PolicyLoad& load) {
+  const std::lock_guard lock(mutex_);
+  standing_.problem.clear();
+  if (load.in_force == PolicyInForce::kOfFile) {
+    standing_.origin = load.state == PolicyFileState::kGone ? PolicyOrigin::kNone : PolicyOrigin::kFile;
+    return;
+  }
+  if (!load.problems.empty()) {
+    const PolicyProblem& first = load.problems.front();
+    standing_.problem = first.path.empty() ? first.message : first.path + ": " + first.message;
+  }
+  // What was in force before was the file's, or the absence of one: the second goes on.
+  const bool of_file = load.in_force == PolicyInForce::kLastGood ||
+                       (load.in_force == PolicyInForce::kBefore && standing_.origin != PolicyOrigin::kNone);
+  standing_.origin = of_file ? PolicyOrigin::kLastGood : PolicyOrigin::kNone;
+}
+
+template <typename Document>
+PolicyStanding PolicySource<Document>::standing() const {
+  const std::lock_guard lock(mutex_);
+  return standing_;
 }
 
 template <typename Document>

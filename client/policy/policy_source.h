@@ -41,6 +41,19 @@ struct PolicyLoad {
   std::vector<PolicyProblem> problems;
 };
 
+/// Where the policy in force comes from.
+enum class PolicyOrigin {
+  kNone,      ///< There is none, or the file is gone: nobody consents to anything.
+  kFile,      ///< It is what the file says.
+  kLastGood,  ///< The file says something else, or nothing that can be used: it is the last good one.
+};
+
+/// How the policy file and the policy in force stand to each other.
+struct PolicyStanding {
+  PolicyOrigin origin = PolicyOrigin::kNone;
+  std::string problem;  ///< The first thing that is wrong with the file as it was read last; empty where nothing is.
+};
+
 /// A policy file whose last good document stays in force while the file is broken or cannot be read. A copy of that
 /// document lets a start with such a file run with it. A file that is gone is a document of its own.
 /// `Document` is what a parser gives: PolicyDocument or TvkPolicyDocument. Any thread.
@@ -72,6 +85,9 @@ class PolicySource {
   /// True when there is a policy; else false and `policy` stays untouched.
   bool Get(Policy& policy) const;
 
+  /// As the last load found it; an absence that may be a replacement changes nothing.
+  PolicyStanding standing() const;
+
  private:
   struct Found {
     PolicyFileState state = PolicyFileState::kBroken;
@@ -86,14 +102,16 @@ class PolicySource {
   /// What holds when the file, in this state, says nothing.
   PolicyInForce FallBack(const Log& log, PolicyFileState state);
   bool IsNews(const Found& found, bool changed);
+  void Remember(const PolicyLoad& load);
 
   const Options options_;
   std::mutex load_mutex_;  ///< Held for a whole load or copy; taken before mutex_. Guards the next three.
   std::optional<std::string> good_text_;    ///< Accepted, and not known to be in the copy.
   std::optional<PolicyFileState> state_;    ///< Of the last load that did not miss the file.
   std::size_t fingerprint_ = 0;             ///< Of what that load found.
-  mutable std::mutex mutex_;                ///< Guards the next line.
+  mutable std::mutex mutex_;                ///< Guards what follows.
   std::shared_ptr<const Policy> in_force_;  ///< Null until one was accepted.
+  PolicyStanding standing_;
 };
 
 extern template class PolicySource<PolicyDocument>;

@@ -5,18 +5,26 @@
 #include <utility>
 #include <vector>
 
+#include "client/records/flowing_text.h"
+#include "client/records/list_lines.h"
 #include "client/records/record_fields.h"
 #include "client/records/record_json.h"
+#include "client/text/moment.h"
+#include "client/text/record_time.h"
 #include "client/text/string.h"
+#include "platform/civil_time.h"
 
 namespace TVK {
 namespace {
 
-constexpr std::size_t kTerminalWidth = 120;
 constexpr std::size_t kTimeWidth = 19;  // "2026-01-31 09:05:00"
 constexpr std::size_t kDatasetWidth = 18;
 constexpr std::size_t kItemWidth = 22;
 constexpr std::size_t kDataColumn = kTimeWidth + kDatasetWidth + kItemWidth + 6;
+// A table that is not as wide has its data in lines of their own, below the other columns.
+constexpr std::size_t kNarrowest = 100;
+constexpr std::size_t kNarrowIndent = 4;
+constexpr std::size_t kListIndent = 2;
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
@@ -88,19 +96,21 @@ std::optional<Summary> Summarise(RecordKind kind, std::string_view json) {
   return std::nullopt;
 }
 
-// Characters, as a terminal counts them: every byte that does not continue a UTF-8 sequence.
-std::size_t Width(std::string_view text) {
-  std::size_t width = 0;
-  for (const char c : text)
-    width += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  return width;
+// The record's time as `times` wants it; one that is none stays as it is.
+std::string ShownTime(const std::string& time, const RecordTimes& times) {
+  constexpr std::size_t kRecordTimeSize = 24;
+  if (times.zone == RecordZone::kAsWritten || time.size() != kRecordTimeSize) return time;
+  const std::optional<std::int64_t> moment = ParseMoment(time, *times.clock);
+  if (!moment) return time;
+  return String::UTF16ToUTF8(times.zone == RecordZone::kUtc ? FormatRecordTime(platform::ToCivil(*moment, 0))
+                                                            : FormatRecordTime(*moment, *times.clock));
 }
 
-void AppendColumn(std::string& line, const std::string& text, std::size_t width) {
-  const std::string shown = HarmlessText(text);
-  line += shown;
-  const std::size_t used = Width(shown);
-  line.append(used < width ? width - used + 2 : 2, ' ');
+// "2026-01-31 09:05:00", without the zone.
+std::string TableTime(const std::string& time, const RecordTimes& times) {
+  std::string shown = ShownTime(time, times).substr(0, kTimeWidth);
+  if (shown.size() > 10 && shown[10] == 'T') shown[10] = ' ';
+  return shown;
 }
 
 std::string CsvField(std::string_view text) {
@@ -127,50 +137,51 @@ std::string_view RecordKindName(RecordKind kind) {
   return "";
 }
 
-std::string RecordTableHeader() {
-  std::string line;
-  AppendColumn(line, "TIME", kTimeWidth);
-  AppendColumn(line, "DATASET", kDatasetWidth);
-  AppendColumn(line, "ITEM", kItemWidth);
-  return line + "DATA\n";
+std::string RecordTableHeader(const RecordTableStyle& style) {
+  FlowingText text(style.width);
+  constexpr const char* kTime[] = {"TIME", "TIME (local time)", "TIME (UTC)"};
+  text.AddColumn(kTime[static_cast<std::size_t>(style.times.zone)], kTimeWidth);
+  text.AddColumn("DATASET", kDatasetWidth);
+  text.AddColumn("ITEM", kItemWidth);
+  if (style.width < kNarrowest) text.NewLine(kNarrowIndent);
+  text.AddWord("DATA");
+  return text.Finish();
 }
 
-std::string RecordTableLine(RecordKind kind, std::string_view json) {
+std::string RecordTableLine(RecordKind kind, std::string_view json, const RecordTableStyle& style) {
   const std::optional<Summary> summary = Summarise(kind, json);
   if (!summary) return HarmlessText(json) + '\n';
-  std::string line;
-  std::string time = summary->time.substr(0, kTimeWidth);
-  if (time.size() > 10 && time[10] == 'T') time[10] = ' ';
-  AppendColumn(line, time, kTimeWidth);
-  AppendColumn(line, summary->dataset, kDatasetWidth);
-  AppendColumn(line, summary->item, kItemWidth);
-  std::size_t column = Width(line);
-  bool first = true;
+  FlowingText text(style.width);
+  text.AddColumn(TableTime(summary->time, style.times), kTimeWidth);
+  text.AddColumn(summary->dataset, kDatasetWidth);
+  text.AddColumn(summary->item, kItemWidth);
+  const std::size_t indent = style.width < kNarrowest ? kNarrowIndent : kDataColumn;
+  text.SetIndent(indent);
+  if (style.width < kNarrowest) text.NewLine(indent);
   for (const auto& [key, value] : summary->data) {
-    const std::string pair = HarmlessText(std::string(key).append(1, '=').append(value));
-    if (!first && column + 1 + Width(pair) > kTerminalWidth) {
-      line += '\n';
-      line.append(kDataColumn, ' ');
-      column = kDataColumn;
-    } else if (!first) {
-      line += ' ';
-      ++column;
+    const std::optional<std::vector<std::string>> lines = ListLines(value);
+    if (!lines) {
+      text.AddWord(std::string(key).append(1, '=').append(value));
+      continue;
     }
-    line += pair;
-    column += Width(pair);
-    first = false;
+    text.NewLine(indent);
+    text.AddWord(key + ':');
+    for (const std::string& line : *lines) {
+      text.NewLine(indent + kListIndent);
+      text.AddWord(line);
+    }
+    text.NewLine(indent);
   }
-  line.erase(line.find_last_not_of(' ') + 1);
-  return line + '\n';
+  return text.Finish();
 }
 
 std::string RecordCsvHeader() {
   return "time,kind,dataset,item,context,data\r\n";
 }
 
-std::string RecordCsvLine(RecordKind kind, std::string_view json) {
+std::string RecordCsvLine(RecordKind kind, std::string_view json, const RecordTimes& times) {
   const std::optional<Summary> summary = Summarise(kind, json);
-  std::string line = summary ? CsvField(summary->time) : "";
+  std::string line = summary ? CsvField(ShownTime(summary->time, times)) : "";
   line += ',';
   line += RecordKindName(kind);
   const std::string_view fields[] = {

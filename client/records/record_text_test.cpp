@@ -5,7 +5,11 @@
 #include <algorithm>
 #include <sstream>
 
+#include "client/records/json_line.h"
 #include "client/records/record_json.h"
+#include "client/text/cells.h"
+#include "client/text/string.h"
+#include "platform/simulated/virtual_runtime.h"
 
 namespace TVK {
 namespace {
@@ -41,9 +45,68 @@ TEST(RecordText, LongDataGoesOnBelowItsColumn) {
   EXPECT_EQ(count, 3);
 }
 
+TEST(RecordText, FitsTheWidthInCells) {
+  const std::string wide = "\u65E5\u672C";  // two cells each
+  const std::string json = CpuEvent({{L"a", String::UTF8ToUTF16(wide + wide + wide + wide + wide + wide + wide)},
+                                     {L"b", std::wstring(30, L'x') + L" " + std::wstring(70, L'y')},
+                                     {L"e\u0301", L"1"},
+                                     {L"list", LR"([{"size":"8 GB","slot":1},"\u202E",[2]])"},
+                                     {L"none", L"[]"}});
+  EXPECT_EQ(RecordTableLine(RecordKind::kItem, json, {.times = {}, .width = 60}),
+            "2026-01-31 09:05:00  CPUEvent\n"
+            "    ReadUsagePerInterval\n"
+            "    a=" +
+                wide + wide + wide + wide + wide + wide + wide +
+                "\n"
+                "    b=xxxxxxxxxxxxxxxxxxxxxxxxxxxxxx\n"
+                "      yyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyyy\n"
+                "      yyyyyyyyyyyyyyyy e\u0301=1\n"
+                "    list:\n"
+                "      size=8 GB, slot=1\n"
+                "      ?\n"
+                "      [2]\n"
+                "    none=[]\n");
+  for (const std::size_t width : {1u, 20u, 60u, 80u, 100u, 200u}) {
+    std::istringstream lines(RecordTableHeader({.times = {}, .width = width}) +
+                             RecordTableLine(RecordKind::kItem, json, {.times = {}, .width = width}));
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_LE(CellsOf(line), std::max<std::size_t>(width, 20)) << line;
+      EXPECT_FALSE(line.ends_with(' ')) << line;
+    }
+  }
+}
+
+TEST(RecordText, TimesAreInTheZoneThatTheHeaderNames) {
+  platform::VirtualRuntime world;
+  const std::string json = CpuEvent({});
+  const auto time = [&](const RecordTimes& times) {
+    return RecordTableHeader({.times = times, .width = 120}).substr(0, 19) +
+           RecordTableLine(RecordKind::kItem, json, {.times = times, .width = 120}).substr(0, 19);
+  };
+  EXPECT_EQ(time({}), "TIME               2026-01-31 09:05:00");
+  EXPECT_EQ(time({RecordZone::kUtc, &world.clock()}), "TIME (UTC)         2026-01-31 08:05:00");
+  EXPECT_EQ(time({RecordZone::kLocal, &world.clock()}), "TIME (local time)  2026-01-31 08:05:00");
+  EXPECT_TRUE(RecordCsvLine(RecordKind::kItem, json, {RecordZone::kUtc, &world.clock()})
+                  .starts_with("2026-01-31T08:05:00+0000,"));
+}
+
+TEST(JsonLine, TakesObjectsOnOneLineAlone) {
+  for (const char* const yes :
+       {"{}", R"( {"a":"b","c":[1,-0.5e+3,{}],"d":null} )", R"({"\u00e9\\":"\"long enough to be skipped\/"})"})
+    EXPECT_TRUE(IsJsonObjectLine(yes)) << yes;
+  for (const char* const no : {"", "[]", "{", "{}x", "{\n}", "{\"a\"}", "{\"a\":}", "{\"a\":1,}", "{\"a\":01}",
+                               "{\"a\":1.}", "{\"a\":tru}", "{\"a\":[1}", "{\"a\":\"\\x\"}", "{\"a\":\"\\u12g4\"}",
+                               "{\"a\":\"tab\there, and more\"}", "{\"a\":\"never ends"})
+    EXPECT_FALSE(IsJsonObjectLine(no)) << no;
+}
+
 TEST(RecordText, ValuesCannotSteerTheTerminal) {
-  const std::string line = RecordTableLine(RecordKind::kItem, CpuEvent({{L"x", L"\x1B[2J\n\u009Bm\u00E9"}}));
-  EXPECT_NE(line.find("x=?[2J??m\u00E9\n"), std::string::npos) << line;
+  const std::string json = CpuEvent({{L"x", L"\x1B[2J\n\u009Bm\u00E9\u202E"}});
+  const std::string line = RecordTableLine(RecordKind::kItem, json);
+  EXPECT_NE(line.find("x=?[2J??m\u00E9?\n"), std::string::npos) << line;
+  const std::string harmless = HarmlessJson(json);
+  EXPECT_NE(harmless.find("\\u009bm\u00E9\\u202e"), std::string::npos) << harmless;
+  EXPECT_EQ(ItemEventFromJson(harmless)->item_data(), ItemEventFromJson(json)->item_data());
   EXPECT_EQ(RecordTableLine(RecordKind::kItem, "broken \x1B[2J"), "broken ?[2J\n");
 }
 

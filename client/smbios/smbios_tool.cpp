@@ -6,6 +6,7 @@
 #include <new>
 #include <system_error>
 
+#include "client/log/service_logs.h"
 #include "client/log/wide_format.h"
 #include "client/text/string.h"
 #include "platform/firmware.h"
@@ -56,7 +57,7 @@ int SMBiosTool::GetSMBiosBuffer() {
 
 int SMBiosTool::Initialize() {
   if (error_ == 0) return 0;
-  if (!log_.is_open()) TVK::utility::InitLog(log_, L"SMBiosTool.log", 4);
+  if (!log_.is_open()) TVK::utility::InitLog(log_, TVK::ServiceLog(L"SMBiosTool.log"), 4);
   error_ = GetSMBiosBuffer();
   end_ = 0;
   if (buffer_.size() >= kRsmbHeaderSize) {

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "client/log/service_logs.h"
 #include "client/text/string.h"
 
 namespace StorageCollector {
@@ -13,7 +14,7 @@ namespace {
 
 TVK::Log OpenLog() {
   TVK::Log log;
-  TVK::utility::InitLog(log, L"StorageCollector.log", 4);
+  TVK::utility::InitLog(log, TVK::ServiceLog(L"StorageCollector.log"), 4);
   return log;
 }
 

@@ -1,5 +1,6 @@
 #include "client/store/commit_queue.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace TVK {
@@ -9,6 +10,22 @@ namespace {
 constexpr int kPatience = 32;
 
 }  // namespace
+
+std::set<std::string> ContextsNamedBy(std::span<QueuedRecord* const> records) {
+  std::set<std::string> ids;
+  for (const QueuedRecord* record : records) {
+    ids.insert({record->row.dataset_context_id, record->row.device_context_id});
+    for (const RecordRow& row : record->more)
+      ids.insert({row.dataset_context_id, row.device_context_id});
+  }
+  return ids;
+}
+
+void CommitQueue::Do(const std::function<void()>& work) {
+  QueuedRecord place(RecordRow{}, {});
+  place.work_ = &work;
+  Write(place);
+}
 
 int CommitQueue::Write(QueuedRecord& record) {
   std::unique_lock lock(mutex_);
@@ -30,7 +47,10 @@ int CommitQueue::Write(QueuedRecord& record) {
   last_batch_ = batch.size();
   lock.unlock();
 
-  commit_(batch);
+  const auto first_work = std::stable_partition(batch.begin(), batch.end(),
+                                                [](const QueuedRecord* each) { return each->work_ == nullptr; });
+  if (batch.begin() != first_work) commit_({batch.begin(), first_work});
+  std::for_each(first_work, batch.end(), [](const QueuedRecord* each) { (*each->work_)(); });
 
   lock.lock();
   // Under the lock, since a record may be gone as soon as its writer sees that it is done.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,9 +34,13 @@ struct QueuedRecord {
 
  private:
   friend class CommitQueue;
+  const std::function<void()>* work_ = nullptr;  ///< In the place of a record.
   bool done_ = false;
   bool leads_ = false;
 };
+
+/// The ids of the contexts that they name.
+std::set<std::string> ContextsNamedBy(std::span<QueuedRecord* const> records);
 
 class CommitQueue {
  public:
@@ -46,6 +51,9 @@ class CommitQueue {
 
   /// Returns the record's result. Any thread.
   int Write(QueuedRecord& record);
+
+  /// Does `work`, which must not throw, while nobody writes; on the thread that leads. Any thread.
+  void Do(const std::function<void()>& work);
 
  private:
   const Commit commit_;

@@ -5,6 +5,13 @@
 
 namespace TVK {
 
+/// Keys of states that say how far a source was read which keeps what was recorded of it: an event log, what of it was
+/// told to be lost, the system's counters of memory errors (followed by the controller's name). An erasure leaves them,
+/// else what it deleted would be read, and recorded, again.
+inline constexpr wchar_t kBookmarkState[] = L"bookmark";
+inline constexpr wchar_t kInterruptionState[] = L"interruption";
+inline constexpr wchar_t kMemoryErrorsState[] = L"memory ";
+
 /// Stands in no record: how far a log was read, which boot has its item. What is about an item event is written with
 /// it, in one transaction, so that neither is ever there without the other.
 struct DatasetState {

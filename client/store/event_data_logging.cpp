@@ -7,8 +7,10 @@
 #include <new>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
 #include "client/records/record_json.h"
 #include "client/store/commit_queue.h"
+#include "client/store/erasure.h"
 #include "client/store/known_contexts.h"
 #include "client/store/loss_log.h"
 #include "client/store/record_row.h"
@@ -47,7 +49,7 @@ std::optional<RecordRow> Parse(std::string_view json, std::string_view /*device_
 class EventDataLogging::Impl {
  public:
   Impl(StoreOptions options, const platform::Clock& clock) : options_(std::move(options)), clock_(clock) {
-    utility::InitLog(log_, L"EventDataLogging.log", 4);
+    utility::InitLog(log_, ServiceLog(L"EventDataLogging.log"), 4);
     opening_problem_ = connections_.Open();
     KeepWithinLimits(0);
   }
@@ -58,6 +60,11 @@ class EventDataLogging::Impl {
   void Remember(const RecordRow& context) { contexts_.NoteWritten(context, 0); }
 
   std::uint64_t refused() const { return refused_; }
+  bool failing() const {
+    if (refused_ == 0) return false;
+    const std::chrono::nanoseconds since = clock_.Elapsed().time_since_epoch() - std::chrono::nanoseconds(refused_at_);
+    return newest_refused_ || since <= std::chrono::hours(1);
+  }
 
   int Write(RecordRow row, std::wstring_view dataset_name) {
     QueuedRecord record(std::move(row), dataset_name);
@@ -72,8 +79,30 @@ class EventDataLogging::Impl {
       record.result = SQLITE_TOOBIG;
       losses_.LogOne(record);
     }
-    if (record.result != 0) refused_ += 1 + record.more.size();
+    newest_refused_ = record.result != 0;
+    if (record.result != 0) {
+      refused_at_ = std::chrono::nanoseconds(clock_.Elapsed().time_since_epoch()).count();
+      refused_ += 1 + record.more.size();
+    }
     return record.result;
+  }
+
+  int Erase(const Erasure& erasure, std::uint64_t& count) {
+    int code = SQLITE_NOMEM;
+    queue_.Do([&] { CallLogged(log_, L"EventDataLogging::Erase", [&] { code = EraseNow(erasure, count); }); });
+    return code;
+  }
+
+  int GetLastSequence(std::int64_t& sequence) {
+    int code = SQLITE_NOMEM;
+    queue_.Do([&] {
+      CallLogged(log_, L"EventDataLogging::GetLastSequence", [&] {
+        RestoreConnections();
+        code = connections_.writing() == nullptr ? int{kStoreClosed}
+                                                 : ReadLastSequence(connections_.writing()->database, sequence);
+      });
+    });
+    return code;
   }
 
   // Runs `query` on the reading side and turns the text that it gives into a record.
@@ -247,10 +276,27 @@ class EventDataLogging::Impl {
 
   void RestoreConnections() {
     if (!connections_.Restore()) return;
-    contexts_.Locate([this](RecordKind kind, const std::string& context_id) {
-      return connections_.writing()->writer.FindContext(kind, context_id);
-    });
+    contexts_.Locate(Finder());
     KeepWithinLimits(0);
+  }
+
+  KnownContexts::Find Finder() {
+    return [this](RecordKind kind, const std::string& context_id) {
+      return connections_.writing()->writer.FindContext(kind, context_id);
+    };
+  }
+
+  // Runs where a commit does.
+  int EraseNow(const Erasure& erasure, std::uint64_t& count) {
+    RestoreConnections();
+    if (connections_.writing() == nullptr) return kStoreClosed;
+    const std::lock_guard no_new_use(use_mutex_);
+    const int code = EraseRecords(connections_.writing()->database, erasure, count);
+    contexts_.NoteErased(Finder(), erasure);
+    if (code != SQLITE_OK) {
+      log_.e(L"%s: not complete, error %d (%s)", L"EventDataLogging::Erase", code, StoreErrorText(code));
+    }
+    return code;
   }
 
   // Once more what something passing may have stopped, in the file as a fresh opening finds it when it seems damaged.
@@ -284,7 +330,7 @@ class EventDataLogging::Impl {
       return;
     }
     std::vector<QueuedRecord> waiting;
-    for (RecordRow& row : contexts_.Unwritten())
+    for (RecordRow& row : contexts_.Unwritten(ContextsNamedBy(records)))
       waiting.emplace_back(std::move(row), L"context");
     std::vector<QueuedRecord*> contexts;
     for (QueuedRecord& context : waiting)
@@ -306,15 +352,18 @@ class EventDataLogging::Impl {
     }
     const std::lock_guard lock(listener_mutex_);
     if (!listener_) return;
-    // What the listener throws is its own affair: the records are on the disk, and their writers wait.
-    CallLogged(log_, L"a listener of records", [&] {
-      for (const QueuedRecord* record : records) {
-        if (record->result != 0 || !record->row.is_record()) continue;
-        listener_(record->row.kind, record->row.json);
-        for (const RecordRow& row : record->more)
-          listener_(row.kind, row.json);
-      }
-    });
+    for (const QueuedRecord* record : records) {
+      if (record->result != 0 || !record->row.is_record()) continue;
+      Tell(record->row);
+      for (const RecordRow& row : record->more)
+        Tell(row);
+    }
+  }
+
+  // What the listener throws is its own affair: the record is on the disk, its writer waits, and the next record is
+  // told all the same. listener_mutex_ is held.
+  void Tell(const RecordRow& row) {
+    CallLogged(log_, L"a listener of records", [&] { listener_(row.kind, row.json); });
   }
 
   static void FailUnwritten(std::span<QueuedRecord* const> records, int code) {
@@ -354,6 +403,8 @@ class EventDataLogging::Impl {
   RecordListener listener_;
 
   std::atomic<std::uint64_t> refused_ = 0;
+  std::atomic<std::int64_t> refused_at_ = 0;  ///< The last one; nanoseconds of the clock's Elapsed.
+  std::atomic<bool> newest_refused_ = false;
 
   CommitQueue queue_{[this](std::span<QueuedRecord* const> records) { Commit(records); }};
 };
@@ -364,6 +415,10 @@ EventDataLogging::~EventDataLogging() = default;
 
 std::uint64_t EventDataLogging::refused() const {
   return impl_->refused();
+}
+
+bool EventDataLogging::failing() const {
+  return impl_->failing();
 }
 
 bool EventDataLogging::is_open() const {
@@ -452,6 +507,14 @@ int EventDataLogging::GetLastItemEventOfAnyDataset(const std::wstring& item_id, 
 int EventDataLogging::ReadItemEvents(const std::wstring& dataset_id, std::int64_t first_id, std::int64_t end_id,
                                      std::vector<ItemEvent>& events) const {
   return impl_->ReadItems(String::UTF16ToUTF8(dataset_id), first_id, end_id, events);
+}
+
+int EventDataLogging::GetLastSequence(std::int64_t& sequence) {
+  return impl_->GetLastSequence(sequence);
+}
+
+int EventDataLogging::Erase(const Erasure& erasure, std::uint64_t& count) {
+  return impl_->Erase(erasure, count);
 }
 
 void EventDataLogging::SetRecordListener(RecordListener listener) {

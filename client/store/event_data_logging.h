@@ -21,6 +21,8 @@
 
 namespace TVK {
 
+struct Erasure;
+
 namespace utility {
 /// How the database's path is found. There is one way: the path that the store was opened with.
 enum class EGetDBPathMethod { kDefault = 0 };
@@ -53,6 +55,9 @@ struct StoreOptions {
   StoreLimits limits;
   /// How long a writer waits for another process that holds the database, before it returns SQLITE_BUSY (5).
   std::chrono::milliseconds busy_timeout{2000};
+  /// Is told, a line each, on the thread that writes, of a damaged file that was set aside while the store was in use.
+  /// May be empty.
+  std::function<void(const std::string& line)> remarks = {};
 };
 
 /// An item event and what the dataset keeps with it; see LogItemEvent.
@@ -62,7 +67,7 @@ struct ItemEventWithState {
 };
 
 /// Is told of each record after it was committed, in commit order, on the thread that committed it. Must not block and
-/// must not call the store. What it throws is logged, and it is not told of the rest of that commit. `json` is the
+/// must not call the store. What it throws is logged, and it is told of the next record all the same. `json` is the
 /// record as client/records/record_json.h writes it.
 using RecordListener = std::function<void(RecordKind kind, const std::string& json)>;
 
@@ -101,6 +106,8 @@ class EventDataLogging {
 
   /// How many records the object could not take.
   std::uint64_t refused() const;
+  /// Whether it could not take the newest one, or another one in the last hour (time asleep counts).
+  bool failing() const;
 
   /// 0 when the record is durable, else the reason; an error is then logged and nothing was written. A passing failure
   /// was tried twice.
@@ -143,6 +150,15 @@ class EventDataLogging {
   /// ids count all item events of the store from 1 in the order of writing and are never used twice.
   int ReadItemEvents(const std::wstring& dataset_id, std::int64_t first_id, std::int64_t end_id,
                      std::vector<ItemEvent>& events) const;
+
+  /// Where the last record stands, see ReadLastSequence (client/store/erasure.h); what is written after the call
+  /// stands behind it. Returns as that does, or kStoreClosed.
+  int GetLastSequence(std::int64_t& sequence);
+
+  /// Deletes records for good, see EraseRecords (client/store/erasure.h), while nobody writes; `count` receives how
+  /// many. A context that the process uses is written again ahead of the next record that names it. Returns as that
+  /// does, or kStoreClosed; a failure is logged.
+  int Erase(const Erasure& erasure, std::uint64_t& count);
 
   /// Null: nobody is told. When it returns, the former listener is not being called and will not be.
   void SetRecordListener(RecordListener listener);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "client/store/sqlite_database.h"
@@ -81,6 +82,8 @@ TEST_F(EventDataLoggingTest, QueriesOfAReaderNarrowAndKeepTheOrder) {
   EXPECT_EQ(sequences({.limit = 2}), (Numbers{4, 5}));
   EXPECT_EQ(sequences({.kind = RecordKind::kItem, .dataset_name = L"CPUEvent", .limit = 1}), Numbers{5});
   EXPECT_EQ(sequences({.limit = ~0ull}).size(), 5u);
+  EXPECT_EQ(sequences({.dataset_name = L"CPUEvent", .until_seconds = start + 9}), (Numbers{2, 3}));
+  EXPECT_EQ(sequences({.after_sequence = 1, .last_sequence = 4, .limit = 2, .newest_first = true}), (Numbers{4, 3}));
   for (const char* suffix : {"-wal", "-shm"})
     EXPECT_FALSE(std::filesystem::exists(file().string() + suffix)) << suffix << " left by a reader";
 }
@@ -141,14 +144,33 @@ TEST_F(EventDataLoggingTest, ARecordThatNobodyCouldReadIsRefused) {
 }
 
 TEST_F(EventDataLoggingTest, ForeignAndNewerFilesAreLeftAlone) {
-  for (const char* sql : {"CREATE TABLE other(x); INSERT INTO other VALUES(1)",
-                          "PRAGMA application_id = 1414941509; PRAGMA user_version = 9999; CREATE TABLE record(x)"}) {
-    SCOPED_TRACE(sql);
-    std::filesystem::remove(file());
-    ExecuteOutside(sql);
+  for (const char* content :
+       {"CREATE TABLE other(x); INSERT INTO other VALUES(1)",
+        "PRAGMA application_id = 1414941509; PRAGMA user_version = 9999; CREATE TABLE record(x)",
+        "PRAGMA journal_mode = WAL; CREATE TABLE other(x); PRAGMA wal_checkpoint; INSERT INTO other VALUES(1)", ""}) {
+    SCOPED_TRACE(content);
+    EmptyFolder();
+    Database theirs;  // open meanwhile, as the other program has it
+    if (*content == 0) {
+      std::ofstream(file()) << "no database, but a list of records: {\"device_context_id\":\"D1\"}";
+    } else {
+      ASSERT_EQ(theirs.Open(file(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE), 0);
+      ASSERT_EQ(theirs.Execute(content), 0);
+    }
+    using std::filesystem::perms;
+    std::filesystem::permissions(file(), perms::owner_read | perms::owner_write | perms::others_read);
     const auto read_all = [&] {
-      std::ifstream in(file(), std::ios::binary);
-      return std::string(std::istreambuf_iterator<char>(in), {});
+      std::string all;
+      std::set<std::filesystem::path> names;
+      for (const auto& entry : std::filesystem::directory_iterator(folder_))
+        if (entry.path().extension() != ".lock") names.insert(entry.path());
+      for (const std::filesystem::path& name : names) {
+        std::ifstream in(name, std::ios::binary);
+        all += name.filename().string() + std::to_string(static_cast<int>(std::filesystem::status(name).permissions()));
+        // What connections share is theirs to write in.
+        if (!name.string().ends_with("-shm")) all.append(std::istreambuf_iterator<char>(in), {});
+      }
+      return all;
     };
     const std::string before = read_all();
     {
@@ -157,8 +179,11 @@ TEST_F(EventDataLoggingTest, ForeignAndNewerFilesAreLeftAlone) {
       EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"one")), kStoreClosed);
       DeviceContext device;
       EXPECT_EQ(store.GetLastDeviceContext(device), kStoreClosed);
+      std::string problem;
+      EXPECT_EQ(RecordReader::Open(file(), problem), nullptr);
     }
     EXPECT_EQ(read_all(), before);
+    EXPECT_EQ(FilesSetAside(), 0u);
     EXPECT_TRUE(log_.Has(L"cannot be used"));
     log_.Clear();
   }
@@ -250,12 +275,18 @@ TEST_F(EventDataLoggingTest, SizeStaysBoundedAndContextsLiveAsLongAsTheirEvents)
   EXPECT_LT(Stored().size() - items, 550u) << "contexts that nothing refers to go, too";
 }
 
-TEST_F(EventDataLoggingTest, AListenerThatThrowsHoldsUpNoWriter) {
+TEST_F(EventDataLoggingTest, AListenerThatThrowsHoldsUpNoWriterAndHearsTheNextRecord) {
   EventDataLogging store(options(), clock());
-  store.SetRecordListener([](RecordKind, const std::string&) { throw 7; });  // NOLINT(hicpp-exception-baseclass)
+  std::vector<std::string> heard;
+  store.SetRecordListener([&](RecordKind, const std::string& json) {
+    heard.push_back(json);
+    throw 7;  // NOLINT(hicpp-exception-baseclass)
+  });
   EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
-  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after", {}, L"D1")), 0);
-  EXPECT_EQ(Stored().size(), 2u);
+  EXPECT_EQ(store.LogItemEvents({{MakeItem(kCpu, L"I1", L"one", {}, L"D1"), {}}, {MakeItem(kCpu, L"I1", L"two"), {}}}),
+            0);
+  EXPECT_EQ(heard.size(), 3u);
+  EXPECT_EQ(StoredTexts(), heard);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <iterator>
 #include <limits>
 
+#include "client/store/erasure.h"
+
 namespace TVK {
 namespace {
 
@@ -87,12 +89,19 @@ std::optional<RecordRow> KnownContexts::Newest(RecordKind kind, const std::strin
   return newest == nullptr ? std::nullopt : std::optional(newest->row);
 }
 
-std::vector<RecordRow> KnownContexts::Unwritten() const {
+std::vector<RecordRow> KnownContexts::Unwritten(std::set<std::string> named) const {
   std::vector<Entry> unwritten;
   {
     const std::lock_guard lock(mutex_);
-    std::ranges::copy_if(entries_, std::back_inserter(unwritten),
-                         [](const Entry& entry) { return entry.sequence == 0; });
+    // Dataset contexts ahead: they may name device contexts.
+    for (const RecordKind kind : {RecordKind::kDataset, RecordKind::kDevice}) {
+      for (const Entry& entry : entries_) {
+        if (entry.row.kind != kind || entry.sequence != 0) continue;
+        if (entry.erased && !named.contains(entry.row.context_id)) continue;
+        named.insert(entry.row.device_context_id);
+        unwritten.push_back(entry);
+      }
+    }
   }
   std::ranges::sort(unwritten, [](const Entry& one, const Entry& other) {
     return one.row.kind != other.row.kind ? one.row.kind > other.row.kind : one.age < other.age;
@@ -114,7 +123,19 @@ std::vector<std::int64_t> KnownContexts::Sequences() const {
   return sequences;
 }
 
-void KnownContexts::Locate(const std::function<std::int64_t(RecordKind, const std::string&)>& find) {
+void KnownContexts::NoteErased(const Find& find, const Erasure& erasure) {
+  const auto is_meant = [&](const RecordRow& row) {
+    return !erasure.before_seconds && (!erasure.dataset_id || row.dataset_id == *erasure.dataset_id);
+  };
+  const std::lock_guard lock(mutex_);
+  for (Entry& entry : entries_) {
+    const bool waited = entry.sequence == 0;
+    entry.sequence = find(entry.row.kind, entry.row.context_id);
+    entry.erased = entry.sequence == 0 && (entry.erased || !waited || is_meant(entry.row));
+  }
+}
+
+void KnownContexts::Locate(const Find& find) {
   const std::lock_guard lock(mutex_);
   for (Entry& entry : entries_)
     entry.sequence = find(entry.row.kind, entry.row.context_id);

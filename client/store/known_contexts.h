@@ -7,12 +7,15 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "client/store/record_row.h"
 
 namespace TVK {
+
+struct Erasure;
 
 /// What the store owes to them: retention leaves them alone, one that is not in the file yet is written ahead of the
 /// next record, and a file that is begun anew is given them all. Contexts without an id cannot be referred to and are
@@ -41,18 +44,24 @@ class KnownContexts {
 
   /// Those that are not in the file, in the order in which they are to be written: device contexts first, since the
   /// others refer to them, older ones ahead of newer ones.
-  std::vector<RecordRow> Unwritten() const;
+  /// One that was erased is among them only when it is in `named`, the ids that records to be written name.
+  std::vector<RecordRow> Unwritten(std::set<std::string> named = {}) const;
   /// The places of the others.
   std::vector<std::int64_t> Sequences() const;
 
   /// After the file was opened again, perhaps another one: asks of each context where it stands in it (0: nowhere).
-  void Locate(const std::function<std::int64_t(RecordKind kind, const std::string& context_id)>& find);
+  using Find = std::function<std::int64_t(RecordKind kind, const std::string& context_id)>;
+  void Locate(const Find& find);
+  /// The same after an erasure: those that are gone are to stay away until a record names them, and so are those that
+  /// wait to be written and would have gone.
+  void NoteErased(const Find& find, const Erasure& erasure);
 
  private:
   struct Entry {
     RecordRow row;
     std::int64_t age = 0;       ///< The larger, the newer. Below 0: given, from before this run.
     std::int64_t sequence = 0;  ///< Where it stands in the file; 0: it does not.
+    bool erased = false;        ///< It went with an erasure.
   };
   std::size_t IndexOf(RecordKind kind, const std::string& context_id) const;  ///< The number of entries: unknown.
   void DropSuperseded(const RecordRow& newest);

@@ -21,11 +21,15 @@ int RecordWriter::Prepare() {
   } const statements[] = {
       {begin_, "BEGIN IMMEDIATE"},
       {commit_, "COMMIT"},
-      {last_sequence_, "SELECT max(sequence) FROM record"},
+      // Where records were erased, the state of no dataset knows how far the numbers went.
+      {last_sequence_,
+       "SELECT max(ifnull((SELECT max(sequence) FROM record), 0), ifnull((SELECT CAST(value AS INTEGER) FROM state"
+       " WHERE dataset_id = '' AND key = 'sequence'), 0))"},
       // Read backwards from the newest record: there is an item event at once or after a few contexts.
       {last_item_number_,
-       "SELECT r.number FROM record r CROSS JOIN series s ON s.id = r.series WHERE s.kind = 0"
-       " ORDER BY r.sequence DESC LIMIT 1"},
+       "SELECT max(ifnull((SELECT r.number FROM record r CROSS JOIN series s ON s.id = r.series WHERE s.kind = 0"
+       " ORDER BY r.sequence DESC LIMIT 1), 0), ifnull((SELECT CAST(value AS INTEGER) FROM state"
+       " WHERE dataset_id = '' AND key = 'number'), 0))"},
       {find_series_, "SELECT id FROM series WHERE kind = ?1 AND dataset_id = ?2 AND key = ?3"},
       {add_series_, "INSERT INTO series(kind, dataset_id, key) VALUES(?1, ?2, ?3)"},
       {find_context_,
@@ -83,9 +87,8 @@ int RecordWriter::Begin() {
   if (const int code = sequence.Step(); code != SQLITE_ROW) return code;
   next_sequence_ = sequence.Number(0) + 1;
   Run number(last_item_number_);
-  const int code = number.Step();
-  if (code != SQLITE_ROW && code != SQLITE_DONE) return code;
-  next_item_number_ = code == SQLITE_ROW ? number.Number(0) + 1 : 1;
+  if (const int code = number.Step(); code != SQLITE_ROW) return code;
+  next_item_number_ = number.Number(0) + 1;
   return SQLITE_OK;
 }
 

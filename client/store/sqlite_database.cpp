@@ -94,14 +94,33 @@ bool Database::CanBeReadWhole() {
   return true;
 }
 
-std::optional<unsigned char> Database::ByteAt(std::int64_t offset) {
+std::string Database::FirstBytes(int count) {
   sqlite3_file* file = nullptr;
-  unsigned char byte = 0;
+  sqlite3_int64 size = 0;
   if (sqlite3_file_control(handle_, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !IsOpen(file) ||
-      file->pMethods->xRead(file, &byte, 1, offset) != SQLITE_OK) {
-    return std::nullopt;
+      file->pMethods->xFileSize(file, &size) != SQLITE_OK) {
+    return {};
   }
-  return byte;
+  std::string bytes(static_cast<std::size_t>(std::min<sqlite3_int64>(size, count)), '\0');
+  if (file->pMethods->xRead(file, bytes.data(), static_cast<int>(bytes.size()), 0) != SQLITE_OK) return {};
+  return bytes;
+}
+
+bool Database::Contains(std::string_view text) {
+  sqlite3_file* file = nullptr;
+  sqlite3_int64 size = 0;
+  if (sqlite3_file_control(handle_, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !IsOpen(file) ||
+      file->pMethods->xFileSize(file, &size) != SQLITE_OK) {
+    return false;
+  }
+  constexpr sqlite3_int64 kBlock = 1 << 16;
+  const auto beyond = static_cast<sqlite3_int64>(text.size()) - 1;  // it may begin at a block's end
+  for (sqlite3_int64 at = 0; at < size; at += kBlock) {
+    std::string bytes(static_cast<std::size_t>(std::min(size - at, kBlock + beyond)), '\0');
+    if (file->pMethods->xRead(file, bytes.data(), static_cast<int>(bytes.size()), at) != SQLITE_OK) return false;
+    if (bytes.find(text) != bytes.npos) return true;
+  }
+  return false;
 }
 
 std::string Database::Message(int code) const {

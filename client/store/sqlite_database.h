@@ -50,8 +50,10 @@ class Database {
   /// Whether every byte of the file and of its log of changes can be read. False after damage was found means that the
   /// disk, and perhaps not the file, is at fault: SQLite reports a read that failed as damage.
   bool CanBeReadWhole();
-  /// The byte at this place of the file; nothing when it cannot be read.
-  std::optional<unsigned char> ByteAt(std::int64_t offset);
+  /// The first bytes of the file, `count` at most; fewer where the file has no more or cannot be read.
+  std::string FirstBytes(int count);
+  /// Whether `text` stands anywhere in the file, as far as it can be read.
+  bool Contains(std::string_view text);
 
   /// What SQLite says about the error `code`, its last one, and the system where it was the system's refusal: that a
   /// file may not be longer, say.

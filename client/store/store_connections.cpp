@@ -1,5 +1,6 @@
 #include "client/store/store_connections.h"
 
+#include "client/log/guarded_thread.h"
 #include "client/text/path_text.h"
 #include "client/text/string.h"
 
@@ -41,7 +42,10 @@ StoreFileOpening StoreConnections::OpenWithPatience() {
   for (int tries = kTries; tries > 0; --tries) {
     const bool was_damaged = opening.state == StoreFileState::kDamaged;
     opening = OpenOnce();
-    if (opening.state == StoreFileState::kReady || opening.state == StoreFileState::kForeign) return opening;
+    if (opening.state == StoreFileState::kReady || opening.state == StoreFileState::kForeign ||
+        opening.state == StoreFileState::kNewer) {
+      return opening;
+    }
     if (opening.state == StoreFileState::kDamaged && was_damaged) return opening;
     if (opening.code == SQLITE_BUSY) return opening;  // that was waited for
   }
@@ -91,8 +95,12 @@ bool StoreConnections::Restore() {
   }
   suspected_ = false;
   if (writing_) return false;
-  Open();
-  return writing_ != nullptr;
+  const std::string remark = Open();
+  if (writing_ == nullptr) return false;
+  if (!remark.empty() && options_.remarks) {
+    CallLogged(log_, L"EventDataLogging: a listener of remarks", [&] { options_.remarks(remark); });
+  }
+  return true;
 }
 
 // Moves the damaged file out of the way. No connection is open. Empty when it could not be moved, else what happened.

@@ -6,6 +6,7 @@
 
 #include "client/store/failing_disk.h"
 #include "client/store/store_test_records.h"
+#include "testing/source_tree.h"
 
 namespace TVK {
 namespace {
@@ -180,7 +181,7 @@ class OldStoreTest : public StoreContextTest {
   OldStoreTest() { TakeFixture(); }
   void TakeFixture() {
     EmptyFolder();
-    std::filesystem::copy_file(TVK_STORE_TEST_DATA "/records-v1.db", file());
+    std::filesystem::copy_file(FromSourceTree("client/store/testdata/records-v1.db"), file());
     std::filesystem::permissions(file(), std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
   }
   static StoreOptions Unlimited(StoreOptions options) {

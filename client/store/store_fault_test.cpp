@@ -207,7 +207,10 @@ TEST_F(StoreFaultTest, AStoreThatIsBegunAnewHasTheContextsInForce) {
     EXPECT_EQ(store.LogDatasetContext(MakeDatasetContext(kCpu, L"C2", L"D0"), L"second"), 0);
     EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D1")), 0);
   }
-  EventDataLogging store(options(), clock());
+  std::vector<std::string> remarks;
+  StoreOptions with_remarks = options();
+  with_remarks.remarks = [&](const std::string& line) { remarks.push_back(line); };
+  EventDataLogging store(with_remarks, clock());
   DeviceContext device;
   EXPECT_EQ(store.GetLastDeviceContext(device), 0);
   DatasetContext dataset;
@@ -220,6 +223,8 @@ TEST_F(StoreFaultTest, AStoreThatIsBegunAnewHasTheContextsInForce) {
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after", L"C2", L"D1")), 0);
   EXPECT_TRUE(log_.Has(L"the store was damaged"));
   EXPECT_EQ(FilesSetAside(), 1u);
+  ASSERT_EQ(remarks.size(), 1u);
+  EXPECT_NE(remarks[0].find("the store was damaged"), std::string::npos);
   const std::vector in_force{ToJson(MakeDeviceContext(L"D0")),
                              ToJson(MakeDeviceContext(L"D1")),
                              ToJson(MakeDatasetContext(kCpu, L"C1", L"D0")),
@@ -252,6 +257,31 @@ TEST_F(StoreFaultTest, ADamagedHeaderIsJudgedAndSaysSo) {
            Row{"a format to write", [&] { overwrite(18, "\x7F"); }, "no version that can be written", true},
            Row{"a format of the tables", [&] { overwrite(47, "\x7F"); }, "unsupported file format", true},
            Row{"the magic text", [&] { overwrite(0, "\x7F"); }, "not a database", true},
+           Row{"a header of zeros", [&] { overwrite(0, std::string(100, '\0')); }, "not a database", true},
+           Row{"all of the first page but the magic text", [&] { overwrite(16, std::string(4080, 'x')); },
+               "not a database", true},
+           Row{"all of the first page but our mark",
+               [&] {
+                 overwrite(0, std::string(68, 'x'));
+                 overwrite(72, std::string(4024, 'x'));
+               },
+               "not a database", true},
+           Row{"all of the first page", [&] { overwrite(0, std::string(4096, 'x')); }, "not a database", true},
+           Row{"all of it, with changes of ours beside it",
+               [&] {
+                 const std::filesystem::path kept = folder_ / "kept";
+                 const std::filesystem::path changes = file().string() + "-wal";
+                 {
+                   EventDataLogging store(options(), clock());
+                   EXPECT_EQ(store.LogDeviceContext(MakeDeviceContext(L"D2")), 0);
+                   std::filesystem::copy_file(changes, kept);
+                 }
+                 std::ofstream(file(), std::ios::binary) << std::string(8192, 'x');
+                 std::filesystem::rename(kept, changes);
+               },
+               "", true},
+           Row{"nothing but zeros", [&] { std::ofstream(file()) << std::string(8192, '\0'); }, "not a database", true},
+           Row{"cut in its header", [&] { std::filesystem::resize_file(file(), 50); }, "malformed", true},
            Row{"a lost table", [&] { ExecuteOutside("DROP TABLE record"); }, "no such table: record", true},
            Row{"a page", [&] { overwrite(4096, "\x7F"); }, "Page 2", true},
            Row{"cut short", [&] { std::filesystem::resize_file(file(), 5000); }, "malformed", true},
@@ -265,7 +295,7 @@ TEST_F(StoreFaultTest, ADamagedHeaderIsJudgedAndSaysSo) {
        }) {
     SCOPED_TRACE(row.what);
     EmptyFolder();
-    { EXPECT_EQ(EventDataLogging(options(), clock()).LogItemEvent(MakeItem(kCpu, L"I1", L"before")), 0); }
+    { EXPECT_EQ(EventDataLogging(options(), clock()).LogDeviceContext(MakeDeviceContext(L"D1")), 0); }
     row.damage();
     EventDataLogging store(options(), clock());
     EXPECT_TRUE(store.is_open());

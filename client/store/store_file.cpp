@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <iterator>
 #include <system_error>
 
@@ -14,9 +15,15 @@ namespace {
 // A version above this one was never given to a newer program; the number is damage.
 constexpr std::int64_t kLargestVersion = 9999;
 
-// Where a database's header says which version of the file format may be written (sqlite.org/fileformat.html, 1.3).
-constexpr std::int64_t kWriteVersionOffset = 18;
+// The header of a database (sqlite.org/fileformat.html, 1.3): what it begins with, which version of the file format may
+// be written, whose it is.
+constexpr std::string_view kMagicText("SQLite format 3\0", 16);
+constexpr std::size_t kWriteVersionOffset = 18;
 constexpr unsigned char kNewestWriteVersion = 2;
+constexpr std::size_t kApplicationIdOffset = 68;
+constexpr int kFirstPage = 4096;
+
+constexpr std::size_t kMostOfChanges = 4 << 20;  // the log of changes is begun anew after 1000 pages, SQLite's default
 
 constexpr std::chrono::milliseconds kReaderBusyTimeout{2000};
 
@@ -54,10 +61,39 @@ StoreFileOpening Judge(const Header& header) {
     return {StoreFileState::kDamaged, "the header of the file is damaged: it says version " + version};
   }
   if (header.version > kNewestSchemaVersion) {
-    return {StoreFileState::kForeign, "the file has version " + version + ", this program knows versions up to " +
-                                          std::to_string(kNewestSchemaVersion)};
+    return {StoreFileState::kNewer, "the file has version " + version + ", this program knows versions up to " +
+                                        std::to_string(kNewestSchemaVersion)};
   }
   return {StoreFileState::kReady, {}};
+}
+
+// Records in a file that is no text: a page of ours, and no list of records that somebody keeps.
+constexpr std::string_view kMarksOfPages[] = {"\"device_context_id\":\"", std::string_view("\0", 1)};
+
+// Changes of ours that stand beside a file, which need not hold a record yet. SQLite keeps no lock of them.
+bool HasOurChangesBeside(const Database& database) {
+  const char* const name = sqlite3_db_filename(database.handle(), "main");
+  if (name == nullptr || *name == 0) return false;
+  std::ifstream in(platform::PathFromUtf8(std::string(name) + "-wal"), std::ios::binary);
+  std::string bytes(kMostOfChanges, '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  return std::ranges::all_of(kMarksOfPages, [&](std::string_view mark) { return bytes.find(mark) != bytes.npos; });
+}
+
+// Of a file that is no database as it stands: whether it was one, or ours. What a person put there by mistake has none
+// of the marks; what a disk overwrote keeps some in its first page, in another one or in the changes beside it, or is
+// nothing but zeros.
+bool HasBeenDatabase(Database& database) {
+  const std::string page = database.FirstBytes(kFirstPage);
+  constexpr char kOurMark[] = {
+      static_cast<char>(kStoreApplicationId >> 24), static_cast<char>(kStoreApplicationId >> 16 & 255),
+      static_cast<char>(kStoreApplicationId >> 8 & 255), static_cast<char>(kStoreApplicationId & 255)};
+  return page.starts_with(kMagicText.substr(0, page.size())) ||
+         page.find(std::string_view(kOurMark, sizeof kOurMark), kApplicationIdOffset) == kApplicationIdOffset ||
+         page.find("CREATE TABLE series") != page.npos || page.find_first_not_of('\0') == page.npos ||
+         std::ranges::all_of(kMarksOfPages, [&](std::string_view mark) { return database.Contains(mark); }) ||
+         HasOurChangesBeside(database);
 }
 
 // Reads the header and judges it.
@@ -138,14 +174,40 @@ StoreFileOpening FailedOpening(int code, Database& database) {
     return {StoreFileState::kUnavailable, std::move(problem), code};
   }
   if (!database.CanBeReadWhole()) return {StoreFileState::kUnavailable, sqlite3_errstr(SQLITE_IOERR), SQLITE_IOERR};
-  return {StoreFileState::kDamaged, std::move(problem), code};
+  const bool foreign = code == SQLITE_NOTADB && !HasBeenDatabase(database);
+  return {foreign ? StoreFileState::kForeign : StoreFileState::kDamaged, std::move(problem), code};
 }
+
+namespace {
+
+// What the file by itself says, read without a lock and without the files that connections share, so that one that is
+// not ours stays as it was, with its permissions and what lies beside it. kUnavailable when it cannot be opened so.
+StoreFileOpening JudgeUntouched(const std::filesystem::path& file) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) return {};  // a pipe would be waited for
+  Database database;
+  const int code = database.OpenName(ImmutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  if (code != SQLITE_OK) {
+    const std::error_code refusal(sqlite3_system_errno(database.handle()), std::system_category());
+    const bool denied = code == SQLITE_CANTOPEN && refusal == std::errc::permission_denied;
+    return {denied ? StoreFileState::kDenied : StoreFileState::kUnavailable, refusal.message(), code};
+  }
+  Header header;
+  return JudgeFile(database, header);
+}
+
+bool IsNotForUs(const StoreFileOpening& judged) {
+  return judged.state == StoreFileState::kForeign || judged.state == StoreFileState::kNewer;
+}
+
+}  // namespace
 
 StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout,
                                      Database& database) {
   const bool cut = IsCutToNothing(file);
   // A log of changes is begun after the file has its first page. SQLite would throw it away.
   if (cut && HasContent(file, "-wal")) return {StoreFileState::kDamaged, "the file was cut to nothing"};
+  if (StoreFileOpening judged = JudgeUntouched(file); IsNotForUs(judged)) return judged;
   // What SQLite makes beside it has its permissions, where it is made anew.
   platform::MakePrivateFile(file);
   for (const char* const suffix : {"-wal", "-shm"}) {
@@ -161,7 +223,9 @@ StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chr
     return judged;
   }
   if (sqlite3_db_readonly(database.handle(), "main") == 1) {
-    if (database.ByteAt(kWriteVersionOffset).value_or(0) > kNewestWriteVersion) {
+    const std::string page = database.FirstBytes(kFirstPage);
+    if (page.size() > kWriteVersionOffset &&
+        static_cast<unsigned char>(page[kWriteVersionOffset]) > kNewestWriteVersion) {
       return {StoreFileState::kDamaged, "the header of the file is damaged: it is of no version that can be written"};
     }
     // SQLite opens what it may not write for reading only, and says nothing before the first change.
@@ -197,8 +261,12 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
   if (status.type() == std::filesystem::file_type::not_found) {
     return {StoreFileState::kMissing, "there is no such file"};
   }
+  const std::error_code denied = std::make_error_code(std::errc::permission_denied);
+  if (error == denied) return {StoreFileState::kDenied, error.message()};
   if (!std::filesystem::status_known(status)) return {StoreFileState::kUnavailable, error.message()};
   if (!std::filesystem::is_regular_file(status)) return {StoreFileState::kForeign, "it is no file"};
+  StoreFileOpening untouched = JudgeUntouched(file);
+  if (untouched.state == StoreFileState::kDenied || IsNotForUs(untouched)) return untouched;
   // A connection that may only read makes the files that connections share and cannot remove them. Where nobody writes,
   // one that may write and never does takes them away again.
   const bool quiet = !HasChangesBeside(file);
@@ -214,11 +282,10 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
     code = database.OpenName(ImmutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
     if (code == SQLITE_OK) code = ReadHeader(database, header);
   }
-  if (code == SQLITE_NOTADB) return {StoreFileState::kForeign, database.Message(code), code};
   if (code != SQLITE_OK) return FailedOpening(code, database);
   StoreFileOpening judged = Judge(header);
   if (judged.state == StoreFileState::kReady && header.version == 0) {
-    return {StoreFileState::kForeign, "the file is empty"};
+    return {StoreFileState::kMissing, "the file is empty"};
   }
   return judged;
 }

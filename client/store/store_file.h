@@ -12,9 +12,11 @@ namespace TVK {
 
 enum class StoreFileState {
   kReady,
-  kDamaged,      ///< No database, or a damaged one; every byte of it could be read.
-  kForeign,      ///< Somebody else's database, or of a newer version of ours: not to be touched.
-  kMissing,      ///< There is no such file; only for readers, a writer makes it.
+  kDamaged,      ///< Ours, and damaged; every byte of it could be read.
+  kForeign,      ///< Somebody else's file: not to be touched.
+  kNewer,        ///< Of a newer version of ours: not to be touched.
+  kMissing,      ///< There is no such file, or an empty one; only for readers, a writer makes the store.
+  kDenied,       ///< This account may not read it; only for readers.
   kUnavailable,  ///< Cannot be opened, read or written now.
 };
 
@@ -32,6 +34,7 @@ StoreFileOpening FailedOpening(int code, Database& database);
 /// nothing. The whole file is checked first: some milliseconds for each 5 MiB. A file without a byte was
 /// cut to nothing, or its making was: where changes beside it are still to be brought into it, it is damaged, else it
 /// is begun anew and `problem` says so.
+/// One that is not ours keeps its permissions, too, and nothing is made beside it.
 StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chrono::milliseconds busy_timeout,
                                      Database& database);
 

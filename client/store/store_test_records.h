@@ -73,12 +73,19 @@ class StoreTest : public testing::Test {
   }
   const platform::Clock& clock() const { return world_.clock(); }
 
+  // What takes each record that is read.
+  static RecordReader::Take Into(std::vector<StoredRecord>& records) {
+    return [&records](std::span<const StoredRecord> some) {
+      records.insert(records.end(), some.begin(), some.end());
+      return true;
+    };
+  }
   // What a reader finds, in the order of writing.
   std::vector<StoredRecord> Stored(const RecordQuery& query = {}) const {
     std::string problem;
     std::vector<StoredRecord> records;
     const auto reader = RecordReader::Open(file(), problem);
-    EXPECT_TRUE(reader != nullptr && reader->Read(query, records, problem)) << problem;
+    EXPECT_TRUE(reader != nullptr && reader->Read(query, Into(records), problem)) << problem;
     return records;
   }
   std::vector<std::string> StoredTexts() const {

@@ -29,7 +29,10 @@ void AppendPadded(std::wstring& out, int number, std::size_t width) {
 }  // namespace
 
 std::wstring FormatRecordTime(std::int64_t unix_seconds, const platform::Clock& clock) {
-  const platform::LocalTime local = clock.ToLocal(unix_seconds);
+  return FormatRecordTime(clock.ToLocal(unix_seconds));
+}
+
+std::wstring FormatRecordTime(const platform::LocalTime& local) {
   std::wstring text;
   AppendPadded(text, local.year, 4);
   text += L'-';

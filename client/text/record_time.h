@@ -15,8 +15,9 @@ class System {
   static std::wstring GetTime(const platform::Clock& clock);
 };
 
-/// `unix_seconds` in the same form.
+/// `unix_seconds`, and a time of the calendar, in the same form.
 std::wstring FormatRecordTime(std::int64_t unix_seconds, const platform::Clock& clock);
+std::wstring FormatRecordTime(const platform::LocalTime& local);
 
 /// Seconds since 1970 of a record time (UTF-8), taken as local time: the offset is read but does not move the result.
 /// A text that does not parse gives what the fields read so far make, and -1 when that lies before 1970. Any thread.

@@ -93,14 +93,8 @@ std::string String::UTF16ToUTF8(std::wstring_view text) {
 std::wstring String::UTF8ToUTF16(std::string_view text) {
   std::wstring out;
   out.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
-    char32_t c = kReplacement;
-    if (!NextUtf8(text, at, c)) {
-      c = kReplacement;
-      ++at;
-    }
-    AppendWide(out, c);
-  }
+  for (std::size_t at = 0; at < text.size();)
+    AppendWide(out, NextCharacter(text, at));
   return out;
 }
 
@@ -130,6 +124,13 @@ std::size_t FindInvalidUtf8(std::string_view text) {
   return std::string_view::npos;
 }
 
+char32_t NextCharacter(std::string_view text, std::size_t& at) {
+  char32_t c = kReplacement;
+  if (NextUtf8(text, at, c)) return c;
+  ++at;
+  return kReplacement;
+}
+
 bool HoldsControlCharacter(std::string_view text) {
   return std::ranges::any_of(String::UTF8ToUTF16(text), IsControlCharacter);
 }
@@ -143,7 +144,7 @@ std::string HarmlessText(std::string_view text, char instead) {
     if (!NextUtf8(text, at, c)) {
       out += instead;
       ++at;
-    } else if (IsControlCharacter(c)) {
+    } else if (IsControlCharacter(c) || IsDirectionOrLineCharacter(c)) {
       out += instead;
     } else {
       out += text.substr(start, at - start);

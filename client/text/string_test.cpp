@@ -35,7 +35,8 @@ TEST(StringTest, HarmlessTextHoldsNothingThatATerminalObeys) {
     std::string harmless;
   };
   for (const Row& row : {Row{"Größe ~\u00A0日本", "Größe ~\u00A0日本"}, Row{std::string("\0\x1F\x7F", 3), "???"},
-                         Row{"\u0080\u009B[2J\u009F", "??[2J?"}, Row{"\x9B[2J \xC2", "?[2J ?"}}) {
+                         Row{"\u0080\u009B[2J\u009F", "??[2J?"}, Row{"\x9B[2J \xC2", "?[2J ?"},
+                         Row{"\u202Egpj.exe\u2066\u2028\u200Fa\u2030", "?gpj.exe???a\u2030"}}) {
     SCOPED_TRACE(row.harmless);
     EXPECT_EQ(TVK::HarmlessText(row.text), row.harmless);
     EXPECT_FALSE(TVK::HoldsControlCharacter(row.harmless));

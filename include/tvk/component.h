@@ -12,9 +12,11 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <variant>
 
 #include "tvk/device_id_agent.h"
 #include "tvk/export.h"
+#include "tvk/records.h"
 
 namespace TVK {
 
@@ -37,13 +39,22 @@ struct ComponentResult {
   std::string message;  ///< UTF-8, one line a problem; empty when ready without a remark.
 };
 
-/// Is told of each record after it was committed, as a line for a terminal (UTF-8, with its line feed). Called on the
-/// thread that wrote the record; must not block for long. What it throws is logged.
-using RecordObserver = std::function<void(const std::string& line)>;
+/// A record that the store has taken. Which of the three it is, its ids, dataset, item, time and values stand in
+/// `content`; docs/records.md tells of each.
+struct WrittenRecord {
+  std::variant<ItemEvent, DatasetContext, DeviceContext> content;
+  std::string json;  ///< The same as the store keeps it: one object of UTF-8 in one line, without a line feed.
+};
+
+/// Is told of each record after it was committed, in the order of the commits: it is durable by then, and a context is
+/// told ahead of what names it. Called on the thread that wrote the record; must not block for long, nor call the
+/// component. `record` is valid during the call alone. What it throws is logged, and ends that call alone.
+using RecordObserver = std::function<void(const WrittenRecord& record)>;
 
 /// Is told what became of a policy file that changed while the component runs: a line a problem, with the file and the
-/// path in the document, and a line that says what is in force now; and what the system did not give to the manager.
-/// UTF-8, without a line feed. Any thread; must not block for long, nor call the component. What it throws is logged.
+/// path in the document, and a line that says what is in force now; what the system did not give to the manager; that
+/// a monitor ended with an error, or that a damaged store was set aside. UTF-8, without a line feed. Any thread; must
+/// not block for long, nor call the component. What it throws is logged.
 using RemarkObserver = std::function<void(const std::string& line)>;
 
 /// Which policy a piece of news is about.
@@ -54,7 +65,7 @@ enum class PolicyNews {
 
 /// The services of the process's event manager. All operations belong to the host's control thread, but RereadPolicy,
 /// OnUserLogon, OnSessionChange and TellPolicyChange, which any thread may call. No exception leaves any of them: what
-/// fails is logged in "EventManager.log"; a text that they give is empty where there is no memory for it.
+/// fails is logged in "EventManager.log"; a message is empty where there is no memory for it.
 class TVK_EXPORT Component {
  public:
   /// Opens folders, logs, policy and store, and starts to watch the policy files. One at a time in a process: kFailed
@@ -86,9 +97,6 @@ class TVK_EXPORT Component {
   /// optional; of any other text none of them counts. The manager looks at the policy in force, and follows it, on its
   /// own thread; a policy file that changed is followed without being told of. False while nothing is open. Any thread.
   static bool TellPolicyChange(PolicyNews news, const std::wstring& payload);
-
-  /// The names of the columns of the observer's lines.
-  static std::string RecordHeader();
 
   /// Stops the manager, if it was not, and ends every thread of the component; what device_id_agent and GetInstance
   /// gave is no longer valid. Nothing happens when nothing is open. Not beside another call into the component or its

@@ -63,9 +63,10 @@ class BatteryEventMonitorTest : public testing::Test {
     if (monitor_) (*monitor_)->ReadAndUpdateDatasetSettings();
   }
   /// Another run of the service on the same records; the look at what the batteries hold at its start is over.
-  void Start() {
+  void Start(bool with_consent = true) {
     monitor_.reset();
     life_.emplace(world_);
+    life_->consent.given = with_consent;
     life_->manager.first_invocation = first_invocation_;
     monitor_.emplace(world_.runtime, std::make_unique<BatteryEventMonitor>(life_->services()));
     world_.runtime.AdvanceBy(2s);
@@ -255,6 +256,27 @@ TEST_F(BatteryEventMonitorTest, ALimitThatIsKeptIsToldOnceUntilThePlugChanges) {
   EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty", L"BatteryNearEmpty"));
 }
 
+TEST_F(BatteryEventMonitorTest, ALimitIsToldAnewOfAnotherBatteryInTheSamePlace) {
+  struct Row {
+    const char* serial_number;
+    std::uint32_t design_mwh;
+    std::size_t told;
+    const char* why;
+  };
+  Start();
+  for (const Row& row :
+       {Row{"SECRET-1", 50'000, 1, "the first"}, Row{"SECRET-1", 49'000, 1, "another fact of it"},
+        Row{"", 49'000, 1, "what is not told is no other battery"},
+        Row{"SECRET-1", 49'000, 1, "nor is what is told again"}, Row{"SECRET-2", 49'000, 2, "another one"}}) {
+    world_.machine.batteries().Change([&](auto& batteries) {
+      batteries[0].serial_number = row.serial_number;
+      batteries[0].design_mwh = row.design_mwh;
+    });
+    SetCharge(5, ChargeState::kDischarging);
+    EXPECT_EQ(life_->Items(L"BatteryNearEmpty").size(), row.told) << row.why;
+  }
+}
+
 TEST_F(BatteryEventMonitorTest, AutomaticLimitsAreTheSystems) {
   SetSettings({{L"ReadUsageInterval", L"1h"}, {L"BatteryLowThreshold", L"auto"}, {L"BatteryFullThreshold", L"auto"}});
   struct Case {
@@ -391,6 +413,16 @@ TEST_F(BatteryEventMonitorTest, WhatFailsAtTheStartIsMadeUpForByTheNextLook) {
   EXPECT_THAT(Items(), ElementsAre(L"DeviceInit", L"BatteryNearEmpty"));
 }
 
+TEST_F(BatteryEventMonitorTest, WhatIsWithheldAtTheStartIsMadeUpForWithConsent) {
+  first_invocation_ = true;
+  Start(false);
+  EXPECT_EQ(life_->DatasetContexts().size() + Items().size(), 0u);
+  life_->consent.given = true;
+  SetCharge(5, ChargeState::kDischarging);
+  EXPECT_EQ(life_->DatasetContexts().size(), 1u);
+  EXPECT_THAT(Items(), ElementsAre(L"DeviceInit", L"BatteryNearEmpty"));
+}
+
 TEST_F(BatteryEventMonitorTest, WhatTheSystemRefusesKeepsNothingElse) {
   world_.machine.power().refused = platform::PowerSetting::kPowerSource;
   std::atomic<bool> withdraws = false;
@@ -400,6 +432,7 @@ TEST_F(BatteryEventMonitorTest, WhatTheSystemRefusesKeepsNothingElse) {
   Start();
   EXPECT_TRUE(world_.logs.Has(L"StartMonitor Register GUID_ACDC_POWER_SOURCE fail!"));
   EXPECT_FALSE(world_.logs.Has(L"Register GUID_BATTERY_PERCENTAGE_REMAINING fail!"));
+  EXPECT_EQ(world_.machine.power().registered(), 1u) << "what the system grants is kept while the monitor runs";
   withdraws = true;
   SetCharge(5, ChargeState::kDischarging);
   EXPECT_THAT(Items(), IsEmpty()) << "consent was withdrawn while the batteries were read";

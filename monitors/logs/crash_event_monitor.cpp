@@ -103,7 +103,7 @@ bool CrashEventMonitor::TellMemory(bool tell) {
 }
 
 bool CrashEventMonitor::TellMemoryErrors(const platform::MemoryErrors& counted, const std::wstring& boot, bool tell) {
-  const std::wstring key = L"memory " + TVK::String::UTF8ToUTF16(counted.controller);
+  const std::wstring key = TVK::kMemoryErrorsState + TVK::String::UTF8ToUTF16(counted.controller);
   std::wstring kept;
   const int result = services().store.GetState(dataset_id, key, kept);
   if (result != 0 && result != TVK::kStoreNotFound) return false;

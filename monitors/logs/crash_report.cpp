@@ -48,7 +48,7 @@ std::string FirstWord(const std::string& text) {
 CrashReport Report(const wchar_t* item, std::initializer_list<std::pair<const wchar_t*, std::string>> values) {
   CrashReport report{item, {}};
   for (const auto& [key, value] : values) {
-    if (!value.empty()) report.data[key] = String::UTF8ToUTF16(value);
+    if (!value.empty()) report.data[key] = BoundedEventValue(String::UTF8ToUTF16(value));
   }
   return report;
 }

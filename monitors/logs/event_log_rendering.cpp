@@ -95,13 +95,21 @@ std::vector<std::string> EventLogPaths() {
   return paths;
 }
 
+std::wstring BoundedEventValue(std::wstring text) {
+  if (text.size() <= kLongestEventValue) return text;
+  constexpr std::uint32_t kHighSurrogate = 0xD800;
+  const bool splits = (static_cast<std::uint32_t>(text[kLongestEventValue - 1]) & ~0x3FFU) == kHighSurrogate;
+  text.resize(kLongestEventValue - (splits ? 1 : 0));
+  return text;
+}
+
 RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform::Clock& clock) {
   RenderedEvent event;
   constexpr std::size_t kFields = std::size(kEventLogFields);
   for (std::size_t i = 0; i < std::min(kFields, record.values.size()); ++i) {
     const platform::EventLogValue& value = record.values[i];
     const std::wstring name = kEventLogFields[i].name;
-    std::wstring text = ValueText(value, clock);
+    std::wstring text = BoundedEventValue(ValueText(value, clock));
     if (!text.empty()) event.fields[name] = std::move(text);
     if (const auto* const time = std::get_if<platform::WallTime>(&value)) {
       event.time_created = std::chrono::floor<std::chrono::seconds>(*time).time_since_epoch().count();
@@ -113,7 +121,7 @@ RenderedEvent RenderEvent(const platform::EventLogRecord& record, const platform
       if (!level_name.empty()) event.fields[L"LevelName"] = std::move(level_name);
     }
   }
-  if (record.values.size() > kFields) event.provider_name = ValueText(record.values[kFields], clock);
+  if (record.values.size() > kFields) event.provider_name = BoundedEventValue(ValueText(record.values[kFields], clock));
   event.fields[L"EventData"] = EventDataText(record.xml);
   return event;
 }

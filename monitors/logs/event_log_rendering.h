@@ -42,6 +42,13 @@ inline constexpr std::size_t kLongestEventData = 2048;
 inline constexpr wchar_t kEventDataTooLarge[] =
     L"<EventData> <Data>TVK Error 400 - EventData larger than 2048 size</Data> </EventData>";
 
+/// A source's name, or another value beside "EventData", of more characters than this is cut: whoever may log chooses
+/// its length, and a record has a largest size.
+inline constexpr std::size_t kLongestEventValue = 256;
+
+/// The first kLongestEventValue characters of `text` as std::wstring counts them, without half a character at the end.
+std::wstring BoundedEventValue(std::wstring text);
+
 struct RenderedEvent {
   std::wstring provider_name;                ///< Empty when the event does not tell.
   std::optional<std::int64_t> time_created;  ///< Seconds since 1970.

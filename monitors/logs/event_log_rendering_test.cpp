@@ -66,6 +66,10 @@ TEST(EventLogRenderingTest, AbsentValuesGiveNoField) {
                                                                 {L"LevelName", L"Error"},
                                                                 {L"TimeCreated", L"2025-12-31T23:00:00+00:00"},
                                                                 {L"EventData", L"<EventData />"}}));
+  record.values[2] = record.values.back() = std::string(900'000, 's');
+  event = RenderEvent(record, runtime.clock());
+  EXPECT_EQ(event.provider_name, std::wstring(kLongestEventValue, L's'));
+  EXPECT_EQ(event.fields.at(L"EventSourceName"), std::wstring(kLongestEventValue, L's'));
   record.values = {platform::EventLogValue("System")};
   EXPECT_EQ(RenderEvent(record, runtime.clock()).fields.size(), 2u) << "an answer shorter than the question";
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <tuple>
 
 #include "client/text/string.h"
@@ -44,7 +45,9 @@ std::uint64_t NumberOf(const platform::EventLogValue& value) {
 
 std::string TextOf(const platform::EventLogValue& value) {
   const auto* const text = std::get_if<std::string>(&value);
-  return text == nullptr ? std::string() : *text;
+  if (text == nullptr) return {};
+  if (text->size() <= TVK::kLongestEventValue) return *text;
+  return String::UTF16ToUTF8(TVK::BoundedEventValue(String::UTF8ToUTF16(*text)));
 }
 
 /// The largest first, with what the others come to.
@@ -129,9 +132,16 @@ void EventViewerLogDBEventMonitor::ReadLogDBPerDay() {
                                           .value_paths = {"Event/System/Channel", "Event/System/Provider/@Name",
                                                           "Event/System/EventID", "Event/System/Level"},
                                           .xml = false});
+  bool reads = opening.reader != nullptr;
+  if (!reads) log_.e(L"%s: nothing can be counted, error %d", Operation(L"ReadLogDBPerDay"), opening.error);
+  std::set<std::string> partly_read;
   std::map<std::string, Counts> counts;
   for (bool more = opening.reader != nullptr; more && !stopping();) {
     const platform::EventLogBatch batch = opening.reader->Take(kBatch);
+    for (const platform::EventLogNotice& notice : batch.notices) {
+      partly_read.insert(notice.channel);
+      if (notice.channel.empty()) reads = false;
+    }
     for (const platform::EventLogEvent& event : batch.events) {
       const auto& values = event.record.values;
       if (values.size() == 4)
@@ -149,7 +159,7 @@ void EventViewerLogDBEventMonitor::ReadLogDBPerDay() {
     }
     ItemData data = {{L"Channel", String::UTF8ToUTF16(channel)}};
     AddStatus(status, services().runtime.clock(), data);
-    AddCounts(counts[channel], data);
+    if (reads && !partly_read.contains(channel)) AddCounts(counts[channel], data);
     WriteItem(kPerDay, std::move(data));
   }
 }

@@ -59,6 +59,12 @@ TEST(EventViewerLogDBTest, ADaysEventsAreCountedAndTheLogsMeasured) {
   auto second = items();
   EXPECT_EQ(second[L"Application"][L"Events"], L"5");
   EXPECT_EQ(second[L"Application"][L"EventsOfTheDay"], L"1");
+  log.RefuseReaders();
+  world.runtime.AdvanceBy(24h);
+  auto third = items();
+  EXPECT_EQ(third[L"Application"][L"Events"], L"5");
+  EXPECT_FALSE(third[L"Application"].contains(L"EventsOfTheDay")) << "nobody knows";
+  EXPECT_FALSE(third[L"Application"].contains(L"Counts"));
 }
 
 }  // namespace

@@ -12,9 +12,9 @@ namespace {
 
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 
-constexpr wchar_t kPlaceKey[] = L"bookmark";
+constexpr auto& kPlaceKey = kBookmarkState;
 constexpr wchar_t kProbeKey[] = L"probe";
-constexpr wchar_t kInterruptionKey[] = L"interruption";
+constexpr auto& kInterruptionKey = kInterruptionState;
 // In the place of a bookmark.
 constexpr std::wstring_view kWithdrawn = L"withdrawn";
 constexpr std::wstring_view kSince = L"since ";  // and the seconds since 1970
@@ -101,8 +101,12 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
   if (!WriteTaken()) return false;
   const platform::EventLogBatch batch = reader.Take(kBatch);
   bool done = true;
-  for (const platform::EventLogNotice& notice : batch.notices)
-    done = Tell(notice) && done;
+  for (const platform::EventLogNotice& notice : batch.notices) {
+    const bool told = Tell(notice);
+    // Behind the events that follow it nobody would find the interruption again.
+    if (!told && notice.trouble != platform::EventLogTrouble::kFailed) return false;
+    done = told && done;
+  }
   for (const platform::EventLogEvent& event : batch.events) {
     if (stopping()) return true;
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
@@ -128,8 +132,7 @@ bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
                           what + String::UTF8ToUTF16(notice.channel) + L' ' + KeptPlace().value_or(std::wstring())};
   std::wstring before;
   const bool known = services().store.GetState(std::wstring(identity().row.id), told.key, before) == 0;
-  if (!known || before != told.value) TakeInterruption(notice, told);
-  return true;
+  return (known && before == told.value) || TakeInterruption(notice, told);
 }
 
 void LogMonitor::LogOnce(const platform::EventLogNotice& notice) {

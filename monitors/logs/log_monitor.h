@@ -46,7 +46,10 @@ class LogMonitor : public ScheduledMonitor {
   /// or with that of a later one for both. False: it could not be written, and is to be read again.
   virtual bool TakeEvent(const RenderedEvent& event, const std::string& xml, const DatasetState& behind) = 0;
   /// That a log was emptied, or that events may have gone unread. `told` is to be written with the item.
-  virtual void TakeInterruption(const platform::EventLogNotice& /*notice*/, const DatasetState& /*told*/) {}
+  /// False: it could not be written, and is to be told again.
+  virtual bool TakeInterruption(const platform::EventLogNotice& /*notice*/, const DatasetState& /*told*/) {
+    return true;
+  }
   /// Writes what TakeEvent gathered of a batch: after it, and before the next one when it failed. False: it could not
   /// be written and is still there.
   virtual bool WriteTaken() { return true; }

@@ -164,10 +164,10 @@ bool WindowsLogsEventMonitor::WriteSkipped() {
   return true;
 }
 
-void WindowsLogsEventMonitor::TakeInterruption(const platform::EventLogNotice& notice, const TVK::DatasetState& told) {
+bool WindowsLogsEventMonitor::TakeInterruption(const platform::EventLogNotice& notice, const TVK::DatasetState& told) {
   const bool cleared = notice.trouble == platform::EventLogTrouble::kCleared;
   ItemData data = {{L"Channel", TVK::String::UTF8ToUTF16(notice.channel)}, {L"Reason", cleared ? L"cleared" : L"gap"}};
   if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
   SanitizeItemData(data, L"UnKnown");
-  WriteItem(kInterrupted, std::move(data), {}, told);
+  return WriteItem(kInterrupted, std::move(data), {}, told) <= 0;
 }

@@ -178,6 +178,30 @@ TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
             (ItemData{{L"Channel", L"Application"}, {L"Reason", L"cleared"}}));
 }
 
+TEST_F(WindowsLogsTest, AnInterruptionThatTheStoreDidNotTakeIsToldAgain) {
+  Start();
+  Log(1);
+  world_.runtime.Settle();
+  monitor_.reset();
+  Log(2);
+  Log(3);
+  world_.machine.event_log().DropOldest("Application", 2);
+  {
+    FailingDisk disk;
+    life_.emplace(world_);
+    disk.FailAt(1, SQLITE_FULL, true);
+    monitor_.emplace(world_.runtime, std::make_unique<WindowsLogsEventMonitor>(life_->services()));
+    world_.runtime.Settle();
+    EXPECT_TRUE(life_->Items(kInterrupted).empty());
+    disk.FailAt(0, 0, false);
+    world_.runtime.AdvanceBy(2min);
+    EXPECT_EQ(Only(kInterrupted).at(L"Reason"), L"gap");
+    EXPECT_EQ(Recorded(), L"3");
+    monitor_.reset();
+    life_.reset();
+  }
+}
+
 TEST_F(WindowsLogsTest, ALogThatCannotBeReadIsSaidAndTriedAgain) {
   Log(1);
   world_.machine.event_log().Fail("System", platform::EventLogTrouble::kChannelNotFound);

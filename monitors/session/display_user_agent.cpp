@@ -93,11 +93,14 @@ void DisplayUserAgent::RegisterNotifications(void* window) {
   if (!result.problem.empty()) {
     log_.e(L"DisplayUserAgent: not everything is told: %s", String::UTF8ToUTF16(result.problem));
   }
-  notices_ = std::move(result.notices);
+  const std::lock_guard lock(notices_mutex_);
+  notices_.swap(result.notices);
 }
 
 void DisplayUserAgent::UnregisterNotifications() {
-  notices_ = nullptr;
+  std::unique_ptr<platform::WindowNotices> ended;
+  const std::lock_guard lock(notices_mutex_);
+  ended = std::move(notices_);
 }
 
 void DisplayUserAgent::PowerEventCallBack(std::uint32_t type, std::intptr_t setting) {

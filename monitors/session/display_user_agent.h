@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "client/channel/session_recorder.h"
@@ -14,7 +15,7 @@
 #include "platform/runtime.h"
 
 /// What a window tells an observer of displays. The order of the operations is promised to those who call them by it.
-/// All are called on the window's thread, or before another one's use of them began.
+/// All are called on the window's thread; RegisterNotifications may be on another one, beside them.
 class DisplayEventCallBack {
  public:
   /// Has `window` (its HWND) told of display state, brightness and displays. The present values come as news.
@@ -34,7 +35,7 @@ class DisplayEventCallBack {
 /// One dataset context for each display. What the displays do together (the console's display state, brightness,
 /// resolution) is recorded of the primary one. The first state and the first brightness that are told are what the
 /// later ones are compared with; a brightness is recorded once it has rested. Everything is read and written on the
-/// writer's thread; the operations do not wait. One thread at a time.
+/// writer's thread; the operations do not wait. One thread at a time, but for RegisterNotifications.
 class DisplayUserAgent final : public DisplayEventCallBack {
  public:
   /// How long a brightness must stay: a slider passes through many.
@@ -66,8 +67,9 @@ class DisplayUserAgent final : public DisplayEventCallBack {
   platform::Desktop& desktop_;
   TVK::SessionWriter& writer_;
   TVK::Log log_;
-  const std::shared_ptr<Displays> displays_;  ///< Used on the writer's thread alone.
-  std::unique_ptr<platform::WindowNotices> notices_;
+  const std::shared_ptr<Displays> displays_;          ///< Used on the writer's thread alone.
+  std::mutex notices_mutex_;                          ///< Guards the next; not held while the system is asked.
+  std::unique_ptr<platform::WindowNotices> notices_;  ///< What is registered.
   std::optional<platform::DisplayState> state_;
   std::mutex brightness_mutex_;                    ///< Guards what follows: the timer has a thread of its own.
   std::optional<std::uint32_t> brightness_;        ///< As last recorded, or first told.

@@ -1,8 +1,11 @@
 #include "monitors/session/session_writer.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/log/guarded_thread.h"
+#include "client/log/service_logs.h"
+#include "framework/dataset_monitor.h"
 
 namespace TVK {
 
@@ -10,7 +13,7 @@ SessionWriter::SessionWriter(platform::Runtime& runtime)
     : runtime_(runtime),
       news_(runtime.MakeEvent(platform::EventReset::kAuto)),
       closing_(runtime.MakeEvent(platform::EventReset::kManual)) {
-  utility::InitLog(log_, L"SessionWriter.log", 4);
+  utility::InitLog(log_, ServiceLog(L"SessionWriter.log"), 4);
   thread_ = StartGuardedThread(runtime, log_, "tvk-session", [this] { Run(); });
 }
 
@@ -38,32 +41,49 @@ bool SessionWriter::IsClosing() {
   return runtime_.Wait(*closing_, std::chrono::milliseconds(0)) == 0;
 }
 
-int SessionWriter::Try(const Entry& entry) {
-  int result = SessionRecorder::kChannelFailed;
-  for (int i = 0; i < (entry.repeatable ? kTries : 1) && result == SessionRecorder::kChannelFailed; ++i) {
-    if (i != 0 && runtime_.Wait(*closing_, kRetry) == 0) break;
-    CallLogged(log_, L"SessionWriter::Run", [&] { result = entry.task(); });
+std::optional<SessionWriter::Entry> SessionWriter::Take(std::chrono::milliseconds& pause) {
+  const std::lock_guard lock(mutex_);
+  pause = platform::kForever;
+  auto next = tasks_.begin();
+  if (retry_) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(retry_->due - runtime_.clock().Steady());
+    if (left.count() > 0) {
+      pause = left;
+      next = retry_->holds_up_others ? tasks_.end() : std::ranges::find(tasks_, false, &Entry::repeatable);
+    } else {
+      retry_.reset();
+    }
   }
-  return result;
+  if (next == tasks_.end()) return std::nullopt;
+  Entry entry = std::move(*next);
+  tasks_.erase(next);
+  return entry;
+}
+
+void SessionWriter::PutBack(Entry entry, int result) {
+  const bool withheld = result == DatasetMonitor::kWithheld;
+  if (!entry.repeatable || (!withheld && result != SessionRecorder::kChannelFailed)) return;
+  entry.withheld += withheld ? 1 : 0;
+  if (++entry.tries == kTries || entry.withheld == kWithheldTries) return;
+  const std::lock_guard lock(mutex_);
+  tasks_.push_front(std::move(entry));
+  retry_ = {runtime_.clock().Steady() + kRetry, !withheld};
 }
 
 void SessionWriter::Run() {
   for (;;) {
-    Entry entry;
-    {
-      const std::lock_guard lock(mutex_);
-      if (!tasks_.empty()) {
-        entry = std::move(tasks_.front());
-        tasks_.pop_front();
-      }
+    const bool closing = IsClosing();  // before the look: nothing is handed over behind it
+    std::chrono::milliseconds pause{};
+    std::optional<Entry> entry = Take(pause);
+    if (!entry) {
+      if (closing) return;
+      runtime_.Wait(*news_, pause);
+      continue;
     }
-    if (entry.task) {
-      if (Try(entry) == SessionRecorder::kChannelFailed && IsClosing()) return;
-    } else if (IsClosing()) {
-      return;
-    } else {
-      runtime_.Wait(*news_, platform::kForever);
-    }
+    int result = SessionRecorder::kChannelFailed;
+    CallLogged(log_, L"SessionWriter::Run", [&] { result = entry->task(); });
+    if (result == SessionRecorder::kChannelFailed && IsClosing()) return;
+    PutBack(std::move(*entry), result);
   }
 }
 

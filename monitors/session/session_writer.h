@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "client/channel/session_recorder.h"
@@ -35,19 +36,32 @@ class SessionWriter {
   /// callers, takes it somewhat later.
   static constexpr int kTries = 30;
   static constexpr std::chrono::seconds kRetry{2};
+  /// How often where it was withheld: the agent reads a policy as soon as there is one, which may be a moment before it
+  /// is in force in the service.
+  static constexpr int kWithheldTries = 5;
 
-  /// Any thread; does not wait. `repeatable`: tried again where the channel failed; an item, of which nobody knows
-  /// whether it was taken, must not be.
+  /// Any thread; does not wait. `repeatable`: tried again where the channel failed or the service withheld it; an item,
+  /// of which nobody knows whether it was taken, and which belongs to its moment, must not be. What is not repeatable
+  /// is done meanwhile where the other was withheld, and waits where the channel failed: it would fail, too.
   void Post(Task task, bool repeatable = false);
 
  private:
   struct Entry {
     Task task;
     bool repeatable = false;
+    int tries = 0;
+    int withheld = 0;  ///< Of them.
+  };
+  /// What is to be tried again: the first of tasks_.
+  struct Retry {
+    platform::SteadyTime due;
+    bool holds_up_others = false;
   };
   void Run();
-  /// The last result of the task.
-  int Try(const Entry& entry);
+  /// Takes what is to be done now; nothing: `pause` is to be waited for news.
+  std::optional<Entry> Take(std::chrono::milliseconds& pause);
+  /// Has it tried again, or not. The result of the task was `result`.
+  void PutBack(Entry entry, int result);
   bool IsClosing();
 
   platform::Runtime& runtime_;
@@ -56,6 +70,7 @@ class SessionWriter {
   const std::unique_ptr<platform::Event> closing_;  ///< Manual; stays set.
   std::mutex mutex_;                                ///< Guards what follows.
   std::deque<Entry> tasks_;
+  std::optional<Retry> retry_;
   bool overflows_ = false;  ///< The last task was lost.
   std::thread thread_;
 };

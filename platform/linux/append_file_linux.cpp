@@ -52,28 +52,47 @@ class AppendFileLinux final : public AppendFile {
   const UniqueFd fd_;
 };
 
-}  // namespace
+constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
 
-std::unique_ptr<AppendFile> AppendFile::Open(const std::filesystem::path& file, std::string& problem) {
-  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-  constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
-  UniqueFd fd(::open(file.c_str(), kFlags, kPrivate));
-  struct stat status = {};
+/// Open for writing at its end, with `flags` besides, and a file of its own; `status` is the file's. Else `problem`
+/// says why not.
+UniqueFd OpenOwn(const std::filesystem::path& file, int flags, struct stat& status, std::string& problem) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  UniqueFd fd(::open(file.c_str(), kFlags | flags, kPrivate));
   if (!fd || ::fstat(fd.get(), &status) != 0) {
     problem = PathToUtf8(file) + ": " + (errno == ELOOP ? "it is a symbolic link" : ErrorText(errno));
-    return nullptr;
+    return {};
   }
   if (!S_ISREG(status.st_mode)) {
     problem = PathToUtf8(file) + ": it is a pipe or a device, no file";
-    return nullptr;
+    return {};
   }
   if (status.st_nlink > 1) {
     problem = PathToUtf8(file) + ": the file has another name elsewhere";
-    return nullptr;
+    return {};
   }
+  return fd;
+}
+
+}  // namespace
+
+std::unique_ptr<AppendFile> AppendFile::Open(const std::filesystem::path& file, std::string& problem) {
+  struct stat status = {};
+  UniqueFd fd = OpenOwn(file, O_CREAT, status, problem);
+  if (!fd) return nullptr;
   // One that belongs to another account stays as that one made it; the folder is what keeps others out.
   if ((status.st_mode & 07777) != kPrivate) static_cast<void>(::fchmod(fd.get(), kPrivate));
   return std::make_unique<AppendFileLinux>(std::move(fd));
+}
+
+std::string AppendFile::Empty(const std::filesystem::path& file) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) return {};
+  std::string problem;
+  struct stat status = {};
+  const UniqueFd fd = OpenOwn(file, 0, status, problem);
+  if (!fd) return problem;
+  return ::ftruncate(fd.get(), 0) == 0 ? std::string() : PathToUtf8(file) + ": " + ErrorText(errno);
 }
 
 }  // namespace platform

@@ -25,6 +25,8 @@ struct Fields {
   std::string_view message_id;
   std::string_view process;
   std::string_view thread;
+  std::string_view user;
+  std::string_view unit;
   std::string_view user_unit;
   std::string_view file;
 };
@@ -33,7 +35,7 @@ struct Place {
   std::string_view name;
   std::string_view Fields::*value;
 };
-constexpr std::array<Place, 10> kPlaces = {{{"PRIORITY", &Fields::priority},
+constexpr std::array<Place, 12> kPlaces = {{{"PRIORITY", &Fields::priority},
                                             {"SYSLOG_FACILITY", &Fields::facility},
                                             {"SYSLOG_IDENTIFIER", &Fields::identifier},
                                             {"_COMM", &Fields::command},
@@ -41,16 +43,14 @@ constexpr std::array<Place, 10> kPlaces = {{{"PRIORITY", &Fields::priority},
                                             {"MESSAGE_ID", &Fields::message_id},
                                             {"_PID", &Fields::process},
                                             {"TID", &Fields::thread},
+                                            {"_UID", &Fields::user},
+                                            {"_SYSTEMD_UNIT", &Fields::unit},
                                             {"_SYSTEMD_USER_UNIT", &Fields::user_unit},
                                             {"FILE", &Fields::file}}};
 
-constexpr std::array<std::string_view, 7> kDataNames = {"MESSAGE",
-                                                        "MESSAGE_ID",
-                                                        "COREDUMP_EXE",
-                                                        "COREDUMP_SIGNAL",
-                                                        "COREDUMP_SIGNAL_NAME",
-                                                        "COREDUMP_PACKAGE_NAME",
-                                                        "COREDUMP_PACKAGE_VERSION"};
+constexpr std::array<std::string_view, 8> kDataNames = {
+    "MESSAGE",         "MESSAGE_ID",           "SYSLOG_IDENTIFIER",     "COREDUMP_EXE",
+    "COREDUMP_SIGNAL", "COREDUMP_SIGNAL_NAME", "COREDUMP_PACKAGE_NAME", "COREDUMP_PACKAGE_VERSION"};
 
 /// What installs and updates software, by the name under which it logs.
 constexpr std::array<std::string_view, 12> kInstallers = {
@@ -62,15 +62,33 @@ bool IsOneOf(std::string_view text, const std::array<std::string_view, N>& texts
   return std::ranges::find(texts, text) != texts.end();
 }
 
-std::string ChannelOf(const Fields& fields, std::string_view provider) {
+/// The name of a unit of the system: without what it is an instance of ("systemd-coredump@3-812-0.service"). Empty for
+/// the scopes of sessions, and for user@1000.service, in which users run what they like.
+std::string_view ServiceOf(std::string_view unit) {
+  constexpr std::string_view kService = ".service";
+  if (!unit.ends_with(kService)) return {};
+  unit.remove_suffix(kService.size());
+  unit = unit.substr(0, unit.find('@'));
+  return unit == "user" ? std::string_view() : unit;
+}
+
+/// Who logged it, out of what journald itself found out: the identifier is free text, by which anybody could pass for
+/// the kernel.
+std::string_view ProviderOf(const Fields& fields) {
+  if (fields.transport == "kernel") return "kernel";
+  if (const std::string_view service = ServiceOf(fields.unit); !service.empty()) return service;
+  return fields.user == "0" && !fields.command.empty() ? fields.command : "other";
+}
+
+std::string ChannelOf(const Fields& fields) {
   static constexpr std::array<std::string_view, 3> kSecurity = {"4", "10", "13"};
   static constexpr std::array<std::string_view, 4> kServices = {"0", "3", "5", "9"};
+  const std::string_view name = fields.identifier.empty() ? fields.command : fields.identifier;
   if (fields.transport == "audit" || IsOneOf(fields.facility, kSecurity)) return "Security";
-  if (IsOneOf(provider, kInstallers)) return "Setup";
+  if (IsOneOf(name, kInstallers)) return "Setup";
   if (fields.transport == "kernel") return "System";
   if (fields.message_id == kCoredump || !fields.user_unit.empty()) return "Application";
-  return IsOneOf(fields.facility, kServices) || provider == "systemd" || provider == kDumpKeeper ? "System"
-                                                                                                 : "Application";
+  return IsOneOf(fields.facility, kServices) || name == "systemd" || name == kDumpKeeper ? "System" : "Application";
 }
 
 std::uint32_t LevelOf(std::string_view priority) {
@@ -111,17 +129,14 @@ LoggedEvent EventOfJournal(std::span<const std::string_view> fields, WallTime ti
   for (std::size_t i = 0; i < data.size(); ++i) {
     if (data[i]) event.data.push_back({std::string(kDataNames[i]), std::string(*data[i])});
   }
-  event.provider = !known.identifier.empty()     ? known.identifier
-                   : !known.command.empty()      ? known.command
-                   : known.transport == "kernel" ? "kernel"
-                                                 : "unknown";
+  event.provider = ProviderOf(known);
   if (event.provider == kDumpKeeper && !known.file.empty()) {
     // "Panic#1 Part1": why, which one and which part of it. Behind that comes what the kernel logged.
     constexpr std::size_t kLongest = 64;
     const std::string_view header = known.file.substr(0, kLongest);
     event.data.push_back({"DUMP", std::string(header.substr(0, header.find('\n')))});
   }
-  event.channel = ChannelOf(known, event.provider);
+  event.channel = ChannelOf(known);
   event.id = IdOf(known.message_id);
   event.level = LevelOf(known.priority);
   event.time = time;

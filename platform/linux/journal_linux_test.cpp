@@ -30,19 +30,35 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
   };
   const std::string_view coredump = "MESSAGE_ID=fc2e22bc6ee647b6b90729ab34a250b1";
   for (const Row& row : {
-           Row{{}, "Application", 4, 0, "unknown"},
-           Row{{"PRIORITY=0", "SYSLOG_FACILITY=1", "_COMM=logger"}, "Application", 1, 0, "logger"},
-           Row{{"PRIORITY=2", "_COMM=a", "SYSLOG_IDENTIFIER=b"}, "Application", 1, 0, "b"},
+           Row{{}, "Application", 4, 0, "other"},
+           Row{{"PRIORITY=0", "SYSLOG_FACILITY=1", "_COMM=logger", "_UID=0"}, "Application", 1, 0, "logger"},
+           Row{{"PRIORITY=2", "_COMM=a", "SYSLOG_IDENTIFIER=Jane Doe", "_UID=0"}, "Application", 1, 0, "a"},
+           Row{{"_COMM=a", "SYSLOG_IDENTIFIER=kernel", "_UID=1000"}, "Application", 4, 0, "other"},
+           Row{{"SYSLOG_IDENTIFIER=systemd-pstore", "_UID=1000", "_SYSTEMD_UNIT=user@1000.service"},
+               "System",
+               4,
+               0,
+               "other"},
+           Row{{coredump, "_UID=1000", "_SYSTEMD_UNIT=session-3.scope"}, "Application", 4, 0xfc2e, "other"},
+           Row{{coredump, "_UID=1000", "_SYSTEMD_UNIT=systemd-coredump@3-812-0.service"},
+               "Application",
+               4,
+               0xfc2e,
+               "systemd-coredump"},
            Row{{"PRIORITY=3", "_TRANSPORT=kernel"}, "System", 2, 0, "kernel"},
-           Row{{"PRIORITY=4", "SYSLOG_FACILITY=3", "MESSAGE_ID=00ff"}, "System", 3, 255, "unknown"},
-           Row{{"PRIORITY=5", "SYSLOG_FACILITY=3", "_SYSTEMD_USER_UNIT=x"}, "Application", 4, 0, "unknown"},
-           Row{{"PRIORITY=6", "SYSLOG_FACILITY=10", "SYSLOG_IDENTIFIER=apt"}, "Security", 4, 0, "apt"},
-           Row{{"PRIORITY=7", "SYSLOG_IDENTIFIER=fwupd", "SYSLOG_FACILITY=3"}, "Setup", 5, 0, "fwupd"},
-           Row{{"PRIORITY=8", "_TRANSPORT=audit", "MESSAGE_ID=12x4"}, "Security", 4, 0, "unknown"},
-           Row{{"SYSLOG_IDENTIFIER=systemd", "MESSAGE_ID=abc"}, "System", 4, 0, "systemd"},
-           Row{{"SYSLOG_IDENTIFIER=systemd-pstore", "FILE=x"}, "System", 4, 0, "systemd-pstore"},
-           Row{{coredump, "SYSLOG_FACILITY=3", "PRIORITY="}, "Application", 4, 0xfc2e, "unknown"},
-           Row{{"PRIORITY=1", "PRIORITY=7", "nonsense", "=", ""}, "Application", 1, 0, "unknown"},
+           Row{{"PRIORITY=4", "SYSLOG_FACILITY=3", "MESSAGE_ID=00ff"}, "System", 3, 255, "other"},
+           Row{{"PRIORITY=5", "SYSLOG_FACILITY=3", "_SYSTEMD_USER_UNIT=x"}, "Application", 4, 0, "other"},
+           Row{{"PRIORITY=6", "SYSLOG_FACILITY=10", "SYSLOG_IDENTIFIER=apt"}, "Security", 4, 0, "other"},
+           Row{{"PRIORITY=7", "SYSLOG_IDENTIFIER=fwupd", "_SYSTEMD_UNIT=fwupd.service"}, "Setup", 5, 0, "fwupd"},
+           Row{{"PRIORITY=8", "_TRANSPORT=audit", "MESSAGE_ID=12x4"}, "Security", 4, 0, "other"},
+           Row{{"SYSLOG_IDENTIFIER=systemd", "_COMM=systemd", "_UID=0", "MESSAGE_ID=abc"}, "System", 4, 0, "systemd"},
+           Row{{"SYSLOG_IDENTIFIER=systemd-pstore", "_SYSTEMD_UNIT=systemd-pstore.service", "FILE=x"},
+               "System",
+               4,
+               0,
+               "systemd-pstore"},
+           Row{{coredump, "SYSLOG_FACILITY=3", "PRIORITY="}, "Application", 4, 0xfc2e, "other"},
+           Row{{"PRIORITY=1", "PRIORITY=7", "nonsense", "=", ""}, "Application", 1, 0, "other"},
        }) {
     const LoggedEvent event = EventOfJournal(row.fields, {});
     EXPECT_EQ(event.channel, row.channel);
@@ -53,14 +69,14 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
   const std::vector<std::string_view> crash = {
       "COREDUMP_CMDLINE=secret", "COREDUMP_SIGNAL=11", "MESSAGE=a=b", "_PID=7", "TID=8", "_UID=1000", "MESSAGE=c"};
   EXPECT_EQ(XmlOf(EventOfJournal(crash, WallTime(milliseconds(1)))),
-            "<Event><System><Provider Name=\"unknown\"/><EventID>0</EventID><Level>4</Level>"
+            "<Event><System><Provider Name=\"other\"/><EventID>0</EventID><Level>4</Level>"
             "<TimeCreated SystemTime=\"1970-01-01T00:00:00.001Z\"/><Execution ProcessID=\"7\" ThreadID=\"8\"/>"
             "<Channel>Application</Channel></System><EventData><Data Name=\"MESSAGE\">a=b</Data>"
             "<Data Name=\"COREDUMP_SIGNAL\">11</Data></EventData></Event>");
   const std::vector<std::string_view> dump = {"FILE=Panic#1 Part1\nsecret", "MESSAGE=PStore dmesg-efi-1 moved",
-                                              "SYSLOG_IDENTIFIER=systemd-pstore"};
+                                              "_SYSTEMD_UNIT=systemd-pstore.service"};
   EXPECT_EQ(EventOfJournal(dump, {}).data.back().value, "Panic#1 Part1");
-  const std::vector<std::string_view> other = {"FILE=Panic#1 Part1\nsecret", "SYSLOG_IDENTIFIER=editor"};
+  const std::vector<std::string_view> other = {"FILE=Panic#1 Part1\nsecret", "_SYSTEMD_UNIT=editor.service"};
   EXPECT_TRUE(EventOfJournal(other, {}).data.empty());
 }
 
@@ -94,7 +110,7 @@ class JournalTest : public testing::Test {
   }
 
   static std::string Entry(const std::string& source, int priority = 3) {
-    return "SYSLOG_IDENTIFIER=" + source + "\nPRIORITY=" + std::to_string(priority);
+    return "_SYSTEMD_UNIT=" + source + ".service\nPRIORITY=" + std::to_string(priority);
   }
 
   const TempFolder root_;

@@ -49,8 +49,12 @@ NamedEventResult SimulatedDesktop::OpenSessionEvent(std::wstring_view name, Even
   return runtime_.OpenNamedEvent(name);
 }
 
-bool SimulatedDesktop::IsRunning(std::wstring_view program) {
-  return Get().programs.contains(std::wstring(program));
+std::vector<std::uint32_t> SimulatedDesktop::ProcessesOf(std::wstring_view program) {
+  std::vector<std::uint32_t> processes;
+  for (const auto& [process, name] : Get().programs) {
+    if (name == program) processes.push_back(process);
+  }
+  return processes;
 }
 
 SimulatedDesktop::Answer SimulatedDesktop::Handle(const WindowProcedure& procedure, WindowMessage message) {
@@ -65,6 +69,7 @@ std::optional<int> SimulatedDesktop::RunWindow(const std::wstring& name, const W
   {
     const std::lock_guard lock(mutex_);
     procedure_ = &procedure;
+    thread_ = std::this_thread::get_id();
   }
   procedure({this, kMessageCreate, 0, 0});
   {
@@ -118,10 +123,14 @@ WindowNoticesResult SimulatedDesktop::RegisterForDisplays(void* window) {
   const WindowProcedure* procedure = nullptr;
   {
     const std::lock_guard lock(mutex_);
-    procedure = procedure_;
+    if (thread_ == std::this_thread::get_id()) procedure = procedure_;
   }
-  // The present values, before the wish is in force.
-  if (procedure != nullptr) (*procedure)({window, kMessagePowerBroadcast, kPowerSettingChange, 1});
+  // The present values, before the wish is in force; a window's messages are answered by its own thread.
+  if (procedure != nullptr) {
+    (*procedure)({window, kMessagePowerBroadcast, kPowerSettingChange, 1});
+  } else {
+    Send(kMessagePowerBroadcast, kPowerSettingChange, 1);
+  }
   return {std::make_unique<Counted>(display_notices), {}};
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include "platform/desktop.h"
 #include "platform/simulated/scripted.h"
@@ -13,7 +14,7 @@
 namespace platform {
 
 struct SimulatedSession {
-  std::set<std::wstring> programs = {};  ///< That run.
+  std::map<std::uint32_t, std::wstring> programs = {};  ///< That run, by process.
   std::vector<AttachedDisplay> displays = {{.id = "1", .mode = {1920, 1080, 32, 60}, .primary = true}};
   Digitizers digitizers = {};
   std::optional<DigitizerKind> input = {};      ///< Where every input message comes from.
@@ -47,7 +48,7 @@ class SimulatedDesktop final : public Desktop, public Scripted<SimulatedSession>
   std::atomic<int> opened_for_all = 0;     ///< Events that were opened with every right.
 
   NamedEventResult OpenSessionEvent(std::wstring_view name, EventRights rights) override;
-  bool IsRunning(std::wstring_view program) override;
+  std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) override;
   std::optional<int> RunWindow(const std::wstring& name, const WindowProcedure& procedure) override;
   void QuitWindow() override { quits_ = true; }
   bool CloseWindow(const std::wstring& title) override;
@@ -79,6 +80,7 @@ class SimulatedDesktop final : public Desktop, public Scripted<SimulatedSession>
   std::deque<Sent> sent_;
   bool quits_ = false;                          ///< Of the window's thread.
   const WindowProcedure* procedure_ = nullptr;  ///< Of the window that runs.
+  std::thread::id thread_;                      ///< Of the window that runs last.
 };
 
 }  // namespace platform

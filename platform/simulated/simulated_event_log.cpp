@@ -135,6 +135,7 @@ EventLogReading SimulatedEventLog::Query(const EventLogQuery& query) {
 }
 
 EventLogReaderOpening SimulatedEventLog::OpenReader(Runtime& runtime, const EventLogReaderSettings& settings) {
+  if (refuses_readers_) return {.failure = EventLogFailure::kQuery};
   auto filter = EventLogFilter::Parse(settings.query);
   if (!filter) return {.failure = EventLogFailure::kInvalidQuery};
   return {.reader = std::make_unique<Reader>(*this, runtime, settings, std::move(*filter))};

@@ -38,6 +38,8 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   /// What readers that are opened from now on find in the place of the channel: kChannelNotFound, kAccessRefused or
   /// kFailed; nothing: the channel again.
   void Fail(const std::string& channel, std::optional<EventLogTrouble> trouble);
+  /// Readers cannot be opened from now on; the rest answers.
+  void RefuseReaders() { refuses_readers_ = true; }
   /// The next batch that is taken throws std::bad_alloc.
   void ThrowNext() { throws_next_ = true; }
 
@@ -50,6 +52,7 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   };
 
   std::atomic<bool> throws_next_ = false;
+  std::atomic<bool> refuses_readers_ = false;
   std::mutex channels_mutex_;                ///< Guards the two below.
   std::map<std::string, Channel> channels_;  ///< By name; the keys never change.
   std::set<Reader*> readers_;

@@ -1,9 +1,13 @@
 // Power and the system's events, as a test scripts them.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <vector>
 
 #include "platform/power.h"
 #include "platform/simulated/scripted.h"
@@ -20,11 +24,24 @@ class SimulatedPower final : public Power, public Scripted<PowerStatus> {
 
   std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting setting, void* /*service*/) override {
     if (refused == setting) return nullptr;
-    return std::make_shared<CHPowerNotifyHandle>();
+    const auto handle = std::make_shared<CHPowerNotifyHandle>();
+    const std::lock_guard lock(mutex_);
+    registrations_.push_back(handle);
+    return handle;
+  }
+  /// Registrations that are held.
+  std::size_t registered() const {
+    const std::lock_guard lock(mutex_);
+    return registrations_.size() - static_cast<std::size_t>(std::ranges::count_if(
+                                       registrations_, [](const auto& each) { return each.expired(); }));
   }
 
   /// Register fails for it. Before others use the object.
   std::optional<PowerSetting> refused = {};
+
+ private:
+  mutable std::mutex mutex_;  ///< Guards what follows.
+  std::vector<std::weak_ptr<CHPowerNotifyHandle>> registrations_;
 };
 
 /// Its sources call back on the threads that call Raise. Any thread.

@@ -34,22 +34,43 @@ class AppendFileWindows final : public AppendFile {
   const windows::UniqueFile file_;
 };
 
-}  // namespace
-
-std::unique_ptr<AppendFile> AppendFile::Open(const std::filesystem::path& file, std::string& problem) {
+/// Open for writing, and a file of its own. Null else, and `problem` says why.
+windows::UniqueFile OpenOwn(const std::filesystem::path& file, DWORD disposition, std::string& problem) {
   constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   windows::UniqueFile opened(CreateFileW(file.c_str(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, kShare, nullptr,
-                                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+                                         disposition, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
   BY_HANDLE_FILE_INFORMATION facts{};
   if (!opened || !GetFileInformationByHandle(opened.get(), &facts)) {
     problem = PathToUtf8(file) + ": " + windows::ErrorText(GetLastError());
-    return nullptr;
+    return {};
   }
   if (GetFileType(opened.get()) != FILE_TYPE_DISK || (facts.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     problem = PathToUtf8(file) + ": it is a link, a pipe or a device, no file";
-    return nullptr;
+    return {};
   }
-  return std::make_unique<AppendFileWindows>(std::move(opened));
+  return opened;
+}
+
+}  // namespace
+
+std::unique_ptr<AppendFile> AppendFile::Open(const std::filesystem::path& file, std::string& problem) {
+  windows::UniqueFile opened = OpenOwn(file, OPEN_ALWAYS, problem);
+  return opened ? std::make_unique<AppendFileWindows>(std::move(opened)) : nullptr;
+}
+
+std::string AppendFile::Empty(const std::filesystem::path& file) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) return {};
+  std::string problem;
+  const windows::UniqueFile opened = OpenOwn(file, OPEN_EXISTING, problem);
+  if (!opened) return problem;
+  // A second name would be emptied, too.
+  BY_HANDLE_FILE_INFORMATION facts{};
+  if (!GetFileInformationByHandle(opened.get(), &facts) || facts.nNumberOfLinks > 1) {
+    return PathToUtf8(file) + ": the file has another name elsewhere";
+  }
+  if (SetEndOfFile(opened.get())) return {};
+  return PathToUtf8(file) + ": " + windows::ErrorText(GetLastError());
 }
 
 }  // namespace platform

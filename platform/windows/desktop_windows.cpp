@@ -5,17 +5,12 @@
 #include "platform/local_desktop.h"
 #include "platform/windows/displays.h"
 #include "platform/windows/kernel_object.h"
+#include "platform/windows/process_list.h"
 #include "platform/windows/session_window.h"
-
-#include <tlhelp32.h>
 
 namespace platform {
 namespace windows {
 namespace {
-
-bool SameName(std::wstring_view name, const wchar_t* other) {
-  return CompareStringOrdinal(name.data(), static_cast<int>(name.size()), other, -1, TRUE) == CSTR_EQUAL;
-}
 
 class LocalDesktop final : public Desktop {
  public:
@@ -26,16 +21,7 @@ class LocalDesktop final : public Desktop {
     return {std::make_unique<KernelEvent>(std::move(event)), 0};
   }
 
-  bool IsRunning(std::wstring_view program) override {
-    const UniqueFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    if (!snapshot) return false;
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(snapshot.get(), &entry); more; more = Process32NextW(snapshot.get(), &entry)) {
-      if (SameName(program, entry.szExeFile)) return true;
-    }
-    return false;
-  }
+  std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) override { return windows::ProcessesOf(program); }
 
   std::optional<int> RunWindow(const std::wstring& name, const WindowProcedure& procedure) override {
     return RunHiddenWindow(name, procedure);

@@ -59,12 +59,14 @@ bool WaitWhile(const UniqueService& service, DWORD state, milliseconds timeout, 
   }
 }
 
-// Restarted after 5 s, 30 s and then each minute; a day without a failure starts over. Also when it ends with an error,
-// not only when its process dies, where the system knows that distinction.
+// Restarted after 5 s, 60 s, and then every 10 minutes, the last action being the one for every further failure: what
+// comes in the way for a time (a full disk, a late volume) must not end the recording for good. An hour without a
+// failure starts over. Also when it ends with an error, not only when its process dies, where the system knows that
+// distinction.
 bool SetFailureActions(const UniqueService& service) {
-  SC_ACTION actions[] = {{SC_ACTION_RESTART, 5'000}, {SC_ACTION_RESTART, 30'000}, {SC_ACTION_RESTART, 60'000}};
+  SC_ACTION actions[] = {{SC_ACTION_RESTART, 5'000}, {SC_ACTION_RESTART, 60'000}, {SC_ACTION_RESTART, 600'000}};
   SERVICE_FAILURE_ACTIONSW failure{};
-  failure.dwResetPeriod = 24 * 60 * 60;
+  failure.dwResetPeriod = 60 * 60;
   failure.cActions = static_cast<DWORD>(std::size(actions));
   failure.lpsaActions = actions;
   SERVICE_FAILURE_ACTIONS_FLAG flag{TRUE};

@@ -1,8 +1,11 @@
 #include "platform/windows/session_process_windows.h"
 
+#include <algorithm>
+
 #include "platform/files.h"
 #include "platform/windows/command_line.h"
 #include "platform/windows/kernel_object.h"
+#include "platform/windows/process_list.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
 #include "platform/windows/user_session.h"
@@ -32,10 +35,8 @@ SessionProcessStart Failure(const std::filesystem::path& program, std::string_vi
   return {nullptr, false, PathToUtf8(program) + ": " + LastErrorText(call)};
 }
 
-SessionProcessStart Success(const PROCESS_INFORMATION& started) {
+SessionProcessStart Success(const PROCESS_INFORMATION& started, DWORD session) {
   CloseHandle(started.hThread);
-  DWORD session = kNoSession;
-  ProcessIdToSessionId(started.dwProcessId, &session);
   return {std::make_unique<WindowsSessionProcess>(started.hProcess), false, {}, session};
 }
 
@@ -46,17 +47,37 @@ SessionProcessStart StartAsChild(const SessionProgram& program) {
   PROCESS_INFORMATION started{};
   return CreateProcessW(program.program.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                         &started)
-             ? Success(started)
+             ? Success(started, LocalSessions().Own())
              : Failure(program.program, "CreateProcess");
 }
 
-SessionProcessStart StartForUser(const SessionProgram& program) {
-  UniqueKernelHandle user;
-  if (OpenUserToken(LocalSessions(), user) == ERROR_SUCCESS) return StartAsUser(user, program);
-  // Why there is none does not matter: a program for users must not run as the system, in a session without a desktop.
-  if (RunsAsSystem()) return {nullptr, true, PathToUtf8(program.program.filename()) + ": nobody is logged on"};
-  return StartAsChild(program);
-}
+class LocalUserSessions final : public UserSessions {
+ public:
+  std::optional<std::uint32_t> Find(const std::set<std::uint32_t>& ended) override {
+    UniqueKernelHandle user;
+    DWORD session = kNoSession;
+    if (OpenUserToken(LocalSessions(), user, &session, {ended.begin(), ended.end()}) == ERROR_SUCCESS) return session;
+    if (RunsAsSystem()) return std::nullopt;
+    return LocalSessions().Own();
+  }
+
+  bool RunsElsewhere(std::wstring_view program) override {
+    return std::ranges::any_of(ProcessesOf(program),
+                               [](std::uint32_t process) { return process != GetCurrentProcessId(); });
+  }
+
+  SessionProcessStart Start(const SessionProgram& program, const std::set<std::uint32_t>& ended) override {
+    UniqueKernelHandle user;
+    DWORD session = kNoSession;
+    if (OpenUserToken(LocalSessions(), user, &session, {ended.begin(), ended.end()}) == ERROR_SUCCESS) {
+      return StartAsUser(user, session, program);
+    }
+    // Why there is none does not matter: a program for users must not run as the system, in a session without a
+    // desktop.
+    if (RunsAsSystem()) return {nullptr, true, PathToUtf8(program.program.filename()) + ": nobody is logged on"};
+    return StartAsChild(program);
+  }
+};
 
 }  // namespace
 
@@ -74,7 +95,7 @@ DWORD GiveEventTo(const std::string& sid, const std::wstring& event) {
              : GetLastError();
 }
 
-SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const SessionProgram& program,
+SessionProcessStart StartAsUser(const UniqueKernelHandle& token, DWORD session, const SessionProgram& program,
                                 const UserProcessCalls& calls) {
   if (!program.event.empty()) {
     if (const DWORD error = GiveEventTo(UserSid(token.get()), program.event); error != ERROR_SUCCESS) {
@@ -94,14 +115,14 @@ SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const SessionPr
   // No handles: they do not go from one session to another.
   return calls.create_process(token.get(), program.program.c_str(), line.data(), nullptr, nullptr, FALSE,
                               CREATE_UNICODE_ENVIRONMENT, block, nullptr, &startup, &started)
-             ? Success(started)
+             ? Success(started, session)
              : Failure(program.program, "CreateProcessAsUser");
 }
 
 }  // namespace windows
 
-SessionProgramStarter LocalSessionProgramStarter() {
-  return windows::StartForUser;
+std::unique_ptr<UserSessions> OpenLocalUserSessions() {
+  return std::make_unique<windows::LocalUserSessions>();
 }
 
 }  // namespace platform

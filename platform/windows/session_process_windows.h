@@ -17,9 +17,9 @@ struct UserProcessCalls {
   decltype(&CreateProcessAsUserW) create_process = CreateProcessAsUserW;
 };
 
-/// Starts a program as the user of `token`, on that one's desktop and in that one's environment. Without that
-/// environment nothing is started: the process would have the service's, with the system's folders in it.
-SessionProcessStart StartAsUser(const UniqueKernelHandle& token, const SessionProgram& program,
+/// Starts a program as the user of `token`, who has this session, on that one's desktop and in that one's environment.
+/// Without that environment nothing is started: the process would have the service's, with the system's folders in it.
+SessionProcessStart StartAsUser(const UniqueKernelHandle& token, DWORD session, const SessionProgram& program,
                                 const UserProcessCalls& calls = {});
 
 /// Gives the account with this security identifier every right to an event that this account made and holds, beside the

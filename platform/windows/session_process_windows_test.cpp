@@ -55,14 +55,15 @@ TEST(StartAsUser, GivesTheUsersDesktopAndEnvironmentOrStartsNothing) {
   const UniqueKernelHandle token(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   const std::filesystem::path program = L"C:\\Program Files\\Tvk\\Agent.exe";
   const SessionProcessStart refused =
-      StartAsUser(token, {.program = program}, {.create_environment = Refuse, .create_process = Start});
+      StartAsUser(token, 7, {.program = program}, {.create_environment = Refuse, .create_process = Start});
   EXPECT_EQ(refused.process, nullptr);
   EXPECT_NE(refused.problem.find("CreateEnvironmentBlock"), std::string::npos) << refused.problem;
   EXPECT_EQ(asked.processes, 0);
 
   const SessionProcessStart started =
-      StartAsUser(token, {.program = program, .arguments = {L"a b"}}, {Give, TakeBack, Start});
+      StartAsUser(token, 7, {.program = program, .arguments = {L"a b"}}, {Give, TakeBack, Start});
   ASSERT_NE(started.process, nullptr) << started.problem;
+  EXPECT_EQ(started.session, 7u) << "the process may have ended, and be in no session any more";
   EXPECT_EQ(MakeRealRuntime({})->Wait(started.process->end(), std::chrono::milliseconds(0)), 0u);
   EXPECT_EQ(asked.open_environments, 0);
   EXPECT_EQ(asked.program, program.native()) << "without it the first blank would end the program's name";

@@ -13,11 +13,12 @@ struct SessionListTraits : NullHandle<WTS_SESSION_INFOW*, WTSFreeMemory> {};
 using UniqueSessionList = Owner<SessionListTraits>;
 
 // The sessions in which to look for a user, the console's first.
-std::vector<DWORD> InOrder(Sessions& sessions) {
+std::vector<DWORD> InOrder(Sessions& sessions, const std::set<DWORD>& ended) {
   std::vector<DWORD> order;
   if (const DWORD console = sessions.Console(); console != kNoSession) order.push_back(console);
   const std::vector<DWORD> active = sessions.Active();
   order.insert(order.end(), active.begin(), active.end());
+  std::erase_if(order, [&](DWORD session) { return ended.contains(session); });
   return order;
 }
 
@@ -58,8 +59,7 @@ Sessions& LocalSessions() {
 }
 
 std::optional<SessionUser> FindLoggedInUser(Sessions& sessions, const std::set<DWORD>& ended) {
-  for (const DWORD session : InOrder(sessions)) {
-    if (ended.contains(session)) continue;
+  for (const DWORD session : InOrder(sessions, ended)) {
     UniqueKernelHandle token;
     const DWORD error = sessions.UserToken(session, token);
     std::string sid;
@@ -77,11 +77,13 @@ std::string ReadLoggedInUserSid() {
   return FindLoggedInUser(LocalSessions()).value_or(SessionUser()).sid;
 }
 
-DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token) {
+DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token, DWORD* session, const std::set<DWORD>& ended) {
   DWORD error = ERROR_NO_TOKEN;
-  for (const DWORD session : InOrder(sessions)) {
-    error = sessions.UserToken(session, token);
-    if (error == ERROR_SUCCESS) break;
+  for (const DWORD number : InOrder(sessions, ended)) {
+    error = sessions.UserToken(number, token);
+    if (error != ERROR_SUCCESS) continue;
+    if (session != nullptr) *session = number;
+    break;
   }
   return error;
 }

@@ -48,9 +48,11 @@ std::optional<SessionUser> FindLoggedInUser(Sessions& sessions, const std::set<D
 /// The security identifier of that user of this machine; empty: nobody.
 std::string ReadLoggedInUserSid();
 
-/// Puts the primary token of the user at the console, or of the first active remote session, into `token`. Returns 0 or
-/// the system's error: ERROR_NO_TOKEN when nobody is logged on, ERROR_PRIVILEGE_NOT_HELD when the running account may
-/// not ask (the system account may).
-DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token);
+/// Puts the primary token of the user at the console, or of the first active remote session, but of none of `ended`,
+/// into `token`, and the session's number into `session`, which may be null. Returns 0 or the system's error:
+/// ERROR_NO_TOKEN when nobody is logged on, ERROR_PRIVILEGE_NOT_HELD when the running account may not ask (the system
+/// account may).
+DWORD OpenUserToken(Sessions& sessions, UniqueKernelHandle& token, DWORD* session = nullptr,
+                    const std::set<DWORD>& ended = {});
 
 }  // namespace platform::windows

@@ -96,17 +96,10 @@ void Target::TakeOver(const Target& other) {
 }
 
 int Target::Live(int milliseconds, const Variables& environment) {
-  std::vector<std::string> words;
-  for (const auto& [name, value] : environment)
-    words.push_back(name + '=' + value);
-  words.push_back(ProgramBeside("TVKClientService"));
-  for (const std::string& argument : Life(milliseconds))
-    words.push_back(argument);
-  ChildProcess service("/usr/bin/env", words);
-  const std::optional<int> code = service.WaitForEnd(kPatience);
-  EXPECT_TRUE(code.has_value()) << "the service does not end";
-  NoteShown(service.Lines());
-  return code.value_or(-1);
+  std::vector<std::string> lines;
+  const int code = RunToEnd("TVKClientService", Life(milliseconds), environment, lines);
+  NoteShown(lines);
+  return code;
 }
 
 Findings Target::Look() const {
@@ -114,8 +107,12 @@ Findings Target::Look() const {
   findings.set_aside = StoresSetAside(folder_.data());
   std::string problem;
   std::vector<TVK::StoredRecord> records;
+  const auto take = [&](std::span<const TVK::StoredRecord> some) {
+    records.insert(records.end(), some.begin(), some.end());
+    return true;
+  };
   const auto reader = TVK::RecordReader::Open(folder_.data() / TVK::kStoreFileName, problem);
-  if (reader == nullptr || !reader->Read({}, records, problem)) {
+  if (reader == nullptr || !reader->Read({}, take, problem)) {
     ++findings.unreadable;
     return findings;
   }
@@ -146,6 +143,20 @@ Findings Target::Look() const {
     }
   }
   return findings;
+}
+
+int RunToEnd(const std::string& program, const std::vector<std::string>& arguments, const Variables& environment,
+             std::vector<std::string>& lines) {
+  std::vector<std::string> words;
+  for (const auto& [name, value] : environment)
+    words.push_back(name + '=' + value);
+  words.push_back(ProgramBeside(program));
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  ChildProcess process("/usr/bin/env", words);
+  const std::optional<int> code = process.WaitForEnd(kPatience);
+  EXPECT_TRUE(code.has_value()) << program << " does not end";
+  lines = process.Lines();
+  return code.value_or(-1);
 }
 
 Variables ShimFor(const Target& target, const std::string& fault, const std::string& names) {

@@ -64,6 +64,11 @@ class Target {
   std::vector<std::string> shown_;
 };
 
+/// Runs a program of ours to its end, with these in its environment; its exit code, 128 + signal when it was killed.
+/// `lines` receives what it said.
+int RunToEnd(const std::string& program, const std::vector<std::string>& arguments, const Variables& environment,
+             std::vector<std::string>& lines);
+
 /// The variables that load the shim for the files of the data folder whose names begin so. `fault` as the shim takes
 /// it.
 Variables ShimFor(const Target& target, const std::string& fault, const std::string& names = "records.db");

@@ -2,10 +2,9 @@
 // process at them. Told by the environment:
 //
 //   TVK_FAULT_ROOT=FOLDER        only calls on files below it count
-//   TVK_FAULT=CALL:ACTION:N      the N-th such call (from 1): CALL is open, read, write, sync or rename; ACTION an
-//   errno
-//                                (EIO, ENOSPC, EMFILE, EINTR) or kill, which writes half of what a write was given
-//                                first
+//   TVK_FAULT=CALL:ACTION:N      the N-th such call (from 1): CALL is open, read, write, sync, rename, truncate or
+//                                remove; ACTION an errno (EIO, ENOSPC, EMFILE, EINTR) or kill, which writes half of
+//                                what a write was given first
 //   TVK_FAULT_MARK=FILE          made when the N-th call was reached
 //   TVK_FAULT_SWITCH=FILE        while it exists every write below the folder fails with ENOSPC
 #include <dlfcn.h>
@@ -23,7 +22,7 @@
 
 namespace {
 
-enum class Call { kOpen, kRead, kWrite, kSync, kRename, kNone };
+enum class Call { kOpen, kRead, kWrite, kSync, kRename, kTruncate, kRemove, kNone };
 
 struct Fault {
   Call call = Call::kNone;
@@ -37,11 +36,9 @@ std::string_view Variable(const char* name) {
 }
 
 Fault ReadFault() {
-  constexpr std::pair<std::string_view, Call> kCalls[] = {{"open:", Call::kOpen},
-                                                          {"read:", Call::kRead},
-                                                          {"write:", Call::kWrite},
-                                                          {"sync:", Call::kSync},
-                                                          {"rename:", Call::kRename}};
+  constexpr std::pair<std::string_view, Call> kCalls[] = {
+      {"open:", Call::kOpen},     {"read:", Call::kRead},         {"write:", Call::kWrite},  {"sync:", Call::kSync},
+      {"rename:", Call::kRename}, {"truncate:", Call::kTruncate}, {"remove:", Call::kRemove}};
   constexpr std::pair<std::string_view, int> kActions[] = {
       {"kill:", 0}, {"EIO:", EIO}, {"ENOSPC:", ENOSPC}, {"EMFILE:", EMFILE}, {"EINTR:", EINTR}};
   std::string_view text = Variable("TVK_FAULT");
@@ -192,6 +189,22 @@ __attribute__((visibility("default"))) int rename(const char* from, const char* 
   if (IsBelowRoot(to) && IsDue(Call::kRename)) return Fail();
   static auto* const next = Next<int(const char*, const char*)>("rename");
   return next(from, to);
+}
+__attribute__((visibility("default"))) int ftruncate64(int fd, off64_t size) {
+  if (IsBelowRoot(fd) && IsDue(Call::kTruncate)) return Fail();
+  return static_cast<int>(::syscall(SYS_ftruncate, fd, size));
+}
+__attribute__((visibility("default"))) int ftruncate(int fd, off_t size) {
+  return ftruncate64(fd, size);
+}
+__attribute__((visibility("default"))) int unlink(const char* path) {
+  if (IsBelowRoot(path) && IsDue(Call::kRemove)) return Fail();
+  return static_cast<int>(::syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+__attribute__((visibility("default"))) int remove(const char* path) {
+  if (IsBelowRoot(path) && IsDue(Call::kRemove)) return Fail();
+  static auto* const next = Next<int(const char*)>("remove");
+  return next(path);
 }
 
 }  // extern "C"

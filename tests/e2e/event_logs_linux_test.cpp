@@ -84,10 +84,10 @@ TEST_F(EventLogs, WhatIsLoggedWhileItRunsIsShown) {
   journal_.Add(Entry(1));
   journal_.Write();
   ConsoleService service(folder_, Arguments());
-  ASSERT_TRUE(service.WaitForLine("EventID=1 ", kPatience));
+  ASSERT_TRUE(service.WaitForLine("EventID=1", kPatience));
   journal_.Add(Entry(2));
   journal_.Write();
-  EXPECT_TRUE(service.WaitForLine("EventID=2 ", kPatience));
+  EXPECT_TRUE(service.WaitForLine("EventID=2", kPatience));
 }
 
 }  // namespace

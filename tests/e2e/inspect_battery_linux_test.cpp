@@ -7,12 +7,13 @@
 #include <sstream>
 
 #include "testing/child_process.h"
+#include "testing/source_tree.h"
 
 namespace {
 
 /// What `tvkctl inspect WHAT --json` prints on the machine of a record.
 Json::Value Inspect(const char* record, const char* what) {
-  const std::filesystem::path file = std::filesystem::path(TVK_RECORDED_BATTERIES) / record;
+  const std::filesystem::path file = FromSourceTree("tests/e2e/batteries") / record;
   ChildProcess program("/usr/bin/umockdev-run", {"-d", file.string() + ".umockdev", "--",
                                                  ProgramBeside("tvkctl").string(), "inspect", what, "--json"});
   EXPECT_EQ(program.WaitForEnd(std::chrono::seconds(30)), 0);

@@ -97,6 +97,7 @@ TEST(Service, FollowsThePolicyAndEndsInTimeWhenNobodyTakesItsOutput) {
   ASSERT_TRUE(logged("EventManager::NotificationProcessorThread Entry"));
   folder.WritePolicy(CpuPolicy("none"));
   EXPECT_TRUE(logged("StopAndRemoveFromList"));
+  EXPECT_EQ(folder.CountInLog("EventManager.log", "SetEvent"), 0u) << "no user agent is there to be told";
   service.Ask(ChildRequest::kTerminate);
   EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
 }

@@ -50,23 +50,38 @@ TEST(Service, FirstStartDescribesTheMachineAndTheSecondAddsNothing) {
 TEST(Service, TellsItsStatusAndOneThatIsGoneTellsNone) {
   const ServiceFolder folder;
   folder.WritePolicy(CpuPolicy("full"));
-  const auto status = [&](std::vector<std::string>& lines) {
-    ChildProcess tvkctl(ProgramBeside("tvkctl"), {"status", "--data-dir", platform::PathToUtf8(folder.data())});
+  std::vector<std::string> lines;
+  const auto run = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--data-dir", platform::PathToUtf8(folder.data())});
+    ChildProcess tvkctl(ProgramBeside("tvkctl"), arguments);
     const std::optional<int> exit_code = tvkctl.WaitForEnd(kPatience);
     lines = tvkctl.Lines();
     return exit_code;
   };
-  std::vector<std::string> lines;
-  EXPECT_EQ(status(lines), 3) << "not started";
+  const auto status = [&] { return run({"status"}); };
+  EXPECT_EQ(status(), 3) << "not started";
   for (int life = 0; life < 2; ++life) {
     // The second one finds what the killed one left.
     ConsoleService service(folder);
-    ASSERT_TRUE(service.WaitFor([&] { return status(lines) == 0; }, kPatience));
+    ASSERT_TRUE(service.WaitFor([&] { return status() == 0; }, kPatience));
     EXPECT_EQ(CountLines(lines, "CPUEvent"), 1u);
     EXPECT_EQ(CountLines(lines, "full"), 1u);
+    // It answers before its manager has read the policy and described the device.
+    EXPECT_TRUE(service.WaitFor(
+        [&] {
+          return run({"doctor", "--dataset", "CPUEvent"}) == 0;
+        },
+        kPatience))
+        << testing::PrintToString(lines);
+    EXPECT_TRUE(service.WaitFor(
+        [&] {
+          return run({"event", "--dataset", "TVKEvent", "--item", "DockUsed"}) == 2;
+        },
+        kPatience));
+    EXPECT_EQ(CountLines(lines, "does not admit TVKEvent: not listed"), 1u);
     service.Ask(ChildRequest::kKill);
     service.WaitForEnd(kPatience);
-    EXPECT_EQ(status(lines), 3) << "killed";
+    EXPECT_EQ(status(), 3) << "killed";
   }
 }
 
@@ -109,6 +124,29 @@ TEST(Service, WhatItCannotStartWithEndsItWithACodeAndAMessage) {
     EXPECT_EQ(service.WaitForEnd(kPatience), row.exit_code);
     EXPECT_GE(CountLines(service.Lines(), row.named), 1u) << "the message names what is wrong";
     EXPECT_EQ(exists(folder.data()), row.begun);
+  }
+}
+
+TEST(Service, LeavesAFileThatIsNotItsOwnAlone) {
+  const ServiceFolder folder;
+  folder.WritePolicy(CpuPolicy("full"));
+  std::filesystem::create_directories(folder.data());
+  const std::filesystem::path file = folder.data() / TVK::kStoreFileName;
+  for (const bool database : {false, true}) {
+    SCOPED_TRACE(database);
+    std::filesystem::remove(file);
+    if (database) {
+      TVK::Database other;
+      ASSERT_EQ(other.Open(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE), 0);
+      ASSERT_EQ(other.Execute("CREATE TABLE song(title)"), 0);
+    } else {
+      ASSERT_EQ(platform::ReplaceFile(file, "a list of records that somebody keeps"), "");
+    }
+    const auto content = platform::ReadWholeFile(file, 1u << 20);
+    ConsoleService service(folder);
+    EXPECT_EQ(service.WaitForEnd(kPatience), 2);
+    EXPECT_EQ(CountLines(service.Lines(), "records.db is not this client's, and is left as it is"), 1u);
+    EXPECT_EQ(platform::ReadWholeFile(file, 1u << 20), content);
   }
 }
 

@@ -37,8 +37,12 @@ std::vector<std::string> ServiceFolder::Arguments(const std::vector<std::string>
 std::vector<TVK::StoredRecord> ServiceFolder::Records(const TVK::RecordQuery& query) const {
   std::string problem;
   std::vector<TVK::StoredRecord> records;
+  const auto take = [&](std::span<const TVK::StoredRecord> some) {
+    records.insert(records.end(), some.begin(), some.end());
+    return true;
+  };
   const auto reader = TVK::RecordReader::Open(data() / TVK::kStoreFileName, problem);
-  EXPECT_TRUE(reader != nullptr && reader->Read(query, records, problem)) << problem;
+  EXPECT_TRUE(reader != nullptr && reader->Read(query, take, problem)) << problem;
   return records;
 }
 

@@ -5,8 +5,10 @@
 #include <json/reader.h>
 #include <json/value.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -35,6 +37,7 @@
 #include "testing/drive_sectors.h"
 #include "testing/manager_world.h"
 #include "testing/smbios_builder.h"
+#include "testing/source_tree.h"
 
 namespace TVK {
 namespace {
@@ -55,7 +58,7 @@ std::string Utf8(std::wstring_view text) {
 
 /// The names in the first cell of each row; with the cells behind it where the row tells of one thing alone.
 Lists ReadPage() {
-  std::ifstream file(TVK_DOCS_FOLDER "/records.md", std::ios::binary);
+  std::ifstream file(FromSourceTree("docs/records.md"), std::ios::binary);
   Lists lists;
   std::string section;
   std::string table;
@@ -83,7 +86,7 @@ Lists ReadPage() {
 
 /// Each key with its default, which a colon ends that explains it; the dataset stands in the first of its rows.
 void ReadSettings(Lists& lists) {
-  std::ifstream file(TVK_DOCS_FOLDER "/policy.md", std::ios::binary);
+  std::ifstream file(FromSourceTree("docs/policy.md"), std::ios::binary);
   std::string dataset;
   for (std::string line; std::getline(file, line);) {
     std::smatch row;
@@ -365,6 +368,11 @@ TEST(Pages, ListWhatEveryDatasetWritesAndReads) {
   Live(world, datasets, lists, unwritten);
 
   UseSession(lists, unwritten);
+  for (const auto& [dataset, keys] : {std::pair("DisplayEvent/key", &DisplayKeys()), {"PenEvent/key", &PenKeys()}}) {
+    Names known;
+    std::ranges::transform(*keys, std::inserter(known, known.end()), Utf8);
+    EXPECT_EQ(lists[dataset], known) << "the service takes what is observed, and nothing else";
+  }
   // One machine has no drives with all of them.
   for (const auto& [dataset, names] :
        {std::pair("SATA_SSD_SMARTEvent/key", &kSataSmartNames), {"SMARTEvent/key", &kGenericSmartNames}}) {

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <variant>
 
 namespace {
 
@@ -35,9 +36,10 @@ bool Run(const TVK::ComponentOptions& options, bool stop) {
   // Shared, since records are told as long as the component is open.
   const auto seen = std::make_shared<std::promise<void>>();
   const auto once = std::make_shared<std::once_flag>();
-  const TVK::ComponentResult opened = Component::Open(options, [seen, once](const std::string& line) {
-    std::cout << line;
-    if (line.find("DeviceInit") != std::string::npos) std::call_once(*once, [&] { seen->set_value(); });
+  const TVK::ComponentResult opened = Component::Open(options, [seen, once](const TVK::WrittenRecord& record) {
+    std::cout << record.json << '\n';
+    const auto* const event = std::get_if<ItemEvent>(&record.content);
+    if (event != nullptr && event->item_name() == L"DeviceInit") std::call_once(*once, [&] { seen->set_value(); });
   });
   if (!Expect(opened.outcome == ComponentOutcome::kReady, opened.message)) return false;
   if (!Expect(Component::Open(options).outcome == ComponentOutcome::kFailed, "a second one is refused")) return false;

@@ -4,6 +4,7 @@
 #include "platform/local.h"
 #include "platform/this_program.h"
 #include "testing/child_process.h"
+#include "testing/log_capture.h"
 #include "testing/temp_folder.h"
 
 namespace TVK {
@@ -32,9 +33,9 @@ TEST_F(UserProcessTest, StartsTheUserAgentAndEndsItThroughItsStopEvent) {
     SCOPED_TRACE(round);
     std::filesystem::remove(folder_.path() / "running");
     std::filesystem::remove(folder_.path() / "told");
-    ASSERT_TRUE(process.StartUserProcess(*stop_, true));
-    ASSERT_TRUE(process.StartUserProcess(*stop_, true)) << "asked again while it runs";
+    ASSERT_TRUE(process.StartUserProcess(*stop_));
     ASSERT_TRUE(WaitForState([&] { return Left("running"); }, std::chrono::seconds(20)));
+    ASSERT_TRUE(process.StartUserProcess(*stop_)) << "asked again while it runs";
     process.StopUserProcess(1);
     EXPECT_TRUE(Left("told"));
   }
@@ -44,12 +45,12 @@ TEST_F(UserProcessTest, StartsTheUserAgentAndEndsItThroughItsStopEvent) {
 TEST_F(UserProcessTest, EachLogonStartsTheUserAgentThatEndedWithTheSessionBefore) {
   UserProcess process(*runtime_, folder_.path(), {});
   process.SetDataSetEnable(true);
-  ASSERT_TRUE(process.StartUserProcess(*stop_, true));
+  ASSERT_TRUE(process.StartUserProcess(*stop_));
   ASSERT_TRUE(WaitForState([&] { return Left("running"); }, std::chrono::seconds(20)));
   runtime_->OpenNamedEvent(L"Global\\TvkUserAgentStopEvent").event->Set();
   ASSERT_TRUE(WaitForState([&] { return !process.UserProcessRuns(); }, std::chrono::seconds(20)));
   process.OnUserLogon();
-  EXPECT_TRUE(process.UserProcessRuns());
+  ASSERT_TRUE(WaitForState([&] { return process.UserProcessRuns(); }, std::chrono::seconds(20)));
   process.StopUserProcess(1);
   process.OnUserLogon();
   EXPECT_FALSE(process.UserProcessRuns()) << "stopped for good";
@@ -57,13 +58,18 @@ TEST_F(UserProcessTest, EachLogonStartsTheUserAgentThatEndedWithTheSessionBefore
 
 TEST_F(UserProcessTest, NothingIsStartedOnceTheManagerStopsOrWithoutTheProgram) {
   UserProcess process(*runtime_, folder_.path(), {});
+  process.SetDataSetEnable(true);
   stop_->Set();
-  EXPECT_FALSE(process.StartUserProcess(*stop_, true));
-  EXPECT_FALSE(Left("running"));
+  EXPECT_FALSE(process.StartUserProcess(*stop_));
   stop_->Reset();
+  LogCapture logs;
   UserProcess without(*runtime_, folder_.path() / "missing", {});
-  EXPECT_FALSE(without.StartUserProcess(*stop_, false));
+  without.SetDataSetEnable(true);
+  EXPECT_TRUE(without.StartUserProcess(*stop_)) << "it is tried again";
+  EXPECT_TRUE(WaitForState([&] { return logs.Has(L"the user agent is not started: "); }, std::chrono::seconds(20)));
+  EXPECT_FALSE(without.UserProcessRuns());
   without.StopUserProcess(1);
+  EXPECT_FALSE(Left("running"));
 }
 
 }  // namespace TVK

@@ -1,5 +1,5 @@
-# Drives that come and go while the service runs: it hears of them, describes what is new once, and goes on for the
-# others.
+# Drives that come and go, and a machine that sleeps, while the service runs: it hears of them, describes what is new
+# once, and goes on for the others.
 # machine: --qmp
 source ./checks.sh
 
@@ -46,6 +46,17 @@ check "the unit starts again" systemctl restart tvk-client-service
 check "both NVMe drives tell of their health" \
   within 90 has 3 items PCIe_NVMe_SMARTEvent ReadSMARTPerSession "$nvme_model"
 check "so do the others" within 90 has 2 items SATA_SSD_SMARTEvent ReadSMARTPerSession "$ssd_model"
+
+before=$(systemctl show -p MainPID --value tvk-client-service)
+check "the machine sleeps and wakes" rtcwake -m mem -s 3
+check "it slept" grep -q '^success: 1' /sys/kernel/debug/suspend_stats
+same "the same service runs" "$before active" \
+  "$(systemctl show -p MainPID --value tvk-client-service) $(systemctl is-active tvk-client-service)"
+check "the unit starts once more" systemctl restart tvk-client-service
+check "the NVMe drives tell of their health" \
+  within 90 has 5 items PCIe_NVMe_SMARTEvent ReadSMARTPerSession "$nvme_model"
+check "so do the others" within 90 has 3 items SATA_SSD_SMARTEvent ReadSMARTPerSession "$ssd_model"
+check "nothing is described anew" has 2 contexts PCIe_NVMe_SMARTEvent "$nvme_model"
 check "the unit stops" systemctl stop tvk-client-service
 same "the service ended well" "success 0" \
   "$(systemctl show -p Result -p ExecMainStatus --value tvk-client-service | paste -sd ' ')"
