@@ -86,6 +86,13 @@ class JournalTest : public testing::Test {
  protected:
   std::filesystem::path File(const char* name) const { return root_.path() / "var/log/journal" / name; }
 
+  /// Everybody reaches the journal, whatever the umask of whoever runs the tests.
+  void OpenToEverybody() const {
+    std::filesystem::permissions(root_.path(), std::filesystem::perms::all);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root_.path()))
+      std::filesystem::permissions(entry, std::filesystem::perms::all);
+  }
+
   EventLogReaderOpening Open(const std::string& bookmark = {}, const char* query = kAll) {
     log_ = MakeEventLog(Sysroot(root_.path()), runtime_->clock());
     return log_->OpenReader(
@@ -195,8 +202,7 @@ TEST_F(JournalTest, WhereNothingCanBeWatchedWhatThereIsIsTakenAndTheRestIsForAno
   JournalWriter journal(File("a.journal"));
   journal.Add(Entry("a"));
   journal.Write();
-  std::filesystem::permissions(root_.path(), std::filesystem::perms::all);
-  std::filesystem::permissions(File("a.journal"), std::filesystem::perms::all);
+  OpenToEverybody();
   ASSERT_EQ(::seteuid(kNobody), 0);
   std::vector<UniqueFd> watches;
   do {
@@ -247,7 +253,7 @@ TEST_F(JournalTest, WithoutAJournalOrTheRightToItThatIsTold) {
   EXPECT_GT(status.bytes, 4096u);
   EXPECT_EQ(status.oldest, WallTime(std::chrono::seconds(1'767'222'000)));
   if (::geteuid() != 0) return;  // only root can become somebody without rights
-  std::filesystem::permissions(root_.path(), std::filesystem::perms::all);
+  OpenToEverybody();
   std::filesystem::permissions(File("a.journal"), std::filesystem::perms::owner_all);
   ASSERT_EQ(::seteuid(kNobody), 0);
   notices_.clear();
