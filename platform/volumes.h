@@ -1,6 +1,7 @@
 // The volumes of the machine: file systems of its own drives that are in use, as the system knows them. Nothing is read
-// from a drive, so none is woken, and no right to one is needed; where the file system of a stick's volume is not in
-// use yet, Windows may have to look at it. Any thread.
+// from a drive, so none is woken, and no right to one is needed. But where the file system of a stick's volume is not in
+// use yet, Windows may have to look at it, and Windows' log, which has the errors, lies on the system's drive. Any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +35,8 @@ struct Volume {
   std::optional<VolumeSpace> space = {};     ///< Of a recorded machine absent.
   bool read_only = false;                    ///< Nobody can write to it at present.
   std::optional<bool> encrypted = {};        ///< By the operating system, as a whole. Windows does not tell.
-  std::optional<std::uint64_t> errors = {};  ///< That the file system counted in itself. Windows does not tell.
+  /// That the file system found in itself: as many as it counted or, for NTFS, as the system's log has of them.
+  std::optional<std::uint64_t> errors = {};
 
   bool operator==(const Volume&) const = default;
 };

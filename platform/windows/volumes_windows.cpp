@@ -5,7 +5,9 @@
 #include <optional>
 #include <string>
 
+#include "platform/event_log.h"
 #include "platform/windows/doors_windows.h"
+#include "platform/windows/file_system_errors.h"
 #include "platform/windows/no_error_windows.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/sys.h"
@@ -70,8 +72,22 @@ bool IsBehindUsb(std::wstring name) {
          given == sizeof(descriptor) && descriptor.BusType == BusTypeUsb;
 }
 
+// What its errors are logged under.
+std::vector<std::string> NamesInLog(const std::wstring& name, const std::wstring& place) {
+  const auto without_end = [](const std::wstring& text) { return Utf8FromWide(text.substr(0, text.size() - 1)); };
+  std::vector<std::string> names = {without_end(name), without_end(place)};
+  constexpr std::size_t kPrefix = 4;  // of "\\?\"
+  std::array<wchar_t, MAX_PATH> device{};
+  if (QueryDosDeviceW(name.substr(kPrefix, name.size() - kPrefix - 1).c_str(), device.data(),
+                      static_cast<DWORD>(device.size())) != 0) {
+    names.push_back(Utf8FromWide(device.data()));
+  }
+  return names;
+}
+
 // Nothing for one that is no volume as Volumes means it, or cannot be read now: locked, without a medium.
-std::optional<Volume> Read(const std::wstring& name, const std::wstring& system_volume) {
+std::optional<Volume> Read(const std::wstring& name, const std::wstring& system_volume,
+                           const FileSystemErrors& errors) {
   const std::wstring place = FirstPlace(name);
   if (place.empty()) return std::nullopt;
   const UINT type = DriveType(name, place);
@@ -85,6 +101,7 @@ std::optional<Volume> Read(const std::wstring& name, const std::wstring& system_
   Volume volume{.id = Utf8FromWide(name),
                 .file_system = Utf8FromWide(file_system.data()),
                 .read_only = (flags & FILE_READ_ONLY_VOLUME) != 0};
+  if (volume.file_system == "NTFS") volume.errors = errors.Of(NamesInLog(name, place));
   if (name == system_volume) {
     volume.role = VolumeRole::kSystem;
   } else if (type == DRIVE_REMOVABLE || IsBehindUsb(name)) {
@@ -103,15 +120,19 @@ class WindowsVolumes final : public Volumes {
   std::vector<Volume> List() override {
     const NoErrorWindows no_error_windows;
     const std::wstring system_volume = SystemVolume();
+    const FileSystemErrors errors(*log_);
     std::vector<Volume> volumes;
     VolumeName name{};
     const UniqueVolumeSearch search(FindFirstVolumeW(name.data(), static_cast<DWORD>(name.size())));
     if (!search) return volumes;
     do {
-      if (auto volume = Read(name.data(), system_volume)) volumes.push_back(std::move(*volume));
+      if (auto volume = Read(name.data(), system_volume, errors)) volumes.push_back(std::move(*volume));
     } while (FindNextVolumeW(search.get(), name.data(), static_cast<DWORD>(name.size())));
     return volumes;
   }
+
+ private:
+  const std::unique_ptr<EventLog> log_ = MakeEventLog();
 };
 
 }  // namespace
