@@ -126,13 +126,20 @@ bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
   using enum platform::EventLogTrouble;
   LogOnce(notice);
   if (notice.trouble != kCleared && notice.trouble != kGap) return notice.trouble != kFailed;
+  // What was kept back came before; its item takes the kept place along, which the interruption is told apart by.
+  if (!Flush()) return false;
   // A reader that begins at the same place once more, after a kill, tells the same once more.
   const std::wstring what = notice.trouble == kCleared ? L"cleared " : L"gap ";
   const DatasetState told{kInterruptionKey,
                           what + String::UTF8ToUTF16(notice.channel) + L' ' + KeptPlace().value_or(std::wstring())};
   std::wstring before;
   const bool known = services().store.GetState(std::wstring(identity().row.id), told.key, before) == 0;
-  return (known && before == told.value) || TakeInterruption(notice, told);
+  if (known && before == told.value) return true;
+  ItemData data = {{L"Channel", String::UTF8ToUTF16(notice.channel)},
+                   {L"Reason", notice.trouble == kCleared ? L"cleared" : L"gap"}};
+  if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
+  SanitizeItemData(data, L"UnKnown");
+  return WriteItem(kInterruptedItem, std::move(data), {}, told) <= 0;
 }
 
 void LogMonitor::LogOnce(const platform::EventLogNotice& notice) {

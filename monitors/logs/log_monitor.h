@@ -19,7 +19,8 @@ namespace TVK {
 /// How far a dataset has read is kept in the store, in the same commit as the items that are made of what was read: a
 /// kill at any moment neither loses an event nor repeats one, and what the store could not take is read again. A
 /// dataset that never read begins with the oldest event that its query takes. One whose consent was withdrawn begins,
-/// at its next start, with what is logged from then on.
+/// at its next start, with what is logged from then on. That a log was emptied, or that events may have gone unread, is
+/// an item of its own, kInterruptedItem, which every such dataset has.
 ///
 /// One thread reads. What is virtual here runs on it, unless it says otherwise.
 class LogMonitor : public ScheduledMonitor {
@@ -28,6 +29,8 @@ class LogMonitor : public ScheduledMonitor {
   void ReadAndUpdateDatasetSettings() override;
 
  protected:
+  static constexpr wchar_t kInterruptedItem[] = L"LogInterrupted";
+
   /// As ScheduledMonitor.
   LogMonitor(const MonitorServices& services, const MonitorIdentity& identity,
              std::optional<ReportRule> report = std::nullopt);
@@ -45,17 +48,13 @@ class LogMonitor : public ScheduledMonitor {
   /// Makes of the event, and of its whole XML, what is to be made of it. `behind` is to be written with the item of it,
   /// or with that of a later one for both. False: it could not be written, and is to be read again.
   virtual bool TakeEvent(const RenderedEvent& event, const std::string& xml, const DatasetState& behind) = 0;
-  /// That a log was emptied, or that events may have gone unread. `told` is to be written with the item.
-  /// False: it could not be written, and is to be told again.
-  virtual bool TakeInterruption(const platform::EventLogNotice& /*notice*/, const DatasetState& /*told*/) {
-    return true;
-  }
   /// Writes what TakeEvent gathered of a batch: after it, and before the next one when it failed. False: it could not
   /// be written and is still there.
   virtual bool WriteTaken() { return true; }
   /// How long what TakeEvent keeps back may wait; kForever when that is nothing.
   virtual std::chrono::milliseconds Patience() { return platform::kForever; }
-  /// Writes what TakeEvent keeps back: after Patience, and before the end. False: it could not be written.
+  /// Writes what TakeEvent keeps back: after Patience, before an interruption, and before the end. False: it could not
+  /// be written.
   virtual bool Flush() { return true; }
 
  private:
@@ -69,6 +68,7 @@ class LogMonitor : public ScheduledMonitor {
   Outcome Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry);
   /// Takes what there is. False: something failed, and is to be tried again by another reader.
   bool Take(platform::EventLogReader& reader);
+  /// False: it could not be written, and is to be told again.
   bool Tell(const platform::EventLogNotice& notice);
   void LogOnce(const platform::EventLogNotice& notice);
   /// Empty: none is kept. Nothing when the store cannot be read.
