@@ -1,11 +1,11 @@
 #include "monitors/logs/log_monitor.h"
 
 #include <algorithm>
-#include <charconv>
 #include <system_error>
 
 #include "client/log/guarded_thread.h"
 #include "client/text/string.h"
+#include "monitors/logs/reading_begin.h"
 
 namespace TVK {
 namespace {
@@ -15,9 +15,6 @@ using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): 
 constexpr auto& kPlaceKey = kBookmarkState;
 constexpr wchar_t kProbeKey[] = L"probe";
 constexpr auto& kInterruptionKey = kInterruptionState;
-// In the place of a bookmark.
-constexpr std::wstring_view kWithdrawn = L"withdrawn";
-constexpr std::wstring_view kSince = L"since ";  // and the seconds since 1970
 
 constexpr std::size_t kBatch = 256;
 // What cannot be read or written is tried again after the first time, then after twice as long each, up to the last.
@@ -181,18 +178,13 @@ bool LogMonitor::RestorePlace() {
   if (!place) return false;
   const std::wstring& kept = *place;
   // Ahead of what takes the mark of a withdrawal away.
-  if (!BeginReading(kept == kWithdrawn)) return false;
+  if (!BeginReading(kept == kWithdrawnPlace)) return false;
   kept_at_ = services().runtime.clock().Elapsed();
-  if (kept == kWithdrawn) {
-    begin_ = services().runtime.clock().NowSeconds();
-    services().store.KeepState(std::wstring(identity().row.id),
-                               {kPlaceKey, std::wstring(kSince) + std::to_wstring(*begin_)});
-  } else if (kept.starts_with(kSince)) {
-    const std::string digits = String::UTF16ToUTF8(kept.substr(kSince.size()));
-    std::int64_t seconds = 0;
-    std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
-    begin_ = seconds;
-  } else {
+  begin_ = ReadSince(kept);
+  if (kept == kWithdrawnPlace) {
+    begin_ = FirstSecondOfConsent(services().runtime.clock());
+    services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, SinceText(*begin_)});
+  } else if (!begin_) {
     place_ = String::UTF16ToUTF8(kept);
   }
   restored_ = true;
@@ -203,7 +195,7 @@ void LogMonitor::KeepPlace() {
   const bool admitted = Admits();
   if (admitted && place_.empty()) return;
   services().store.KeepState(std::wstring(identity().row.id),
-                             {kPlaceKey, admitted ? String::UTF8ToUTF16(place_) : std::wstring(kWithdrawn)});
+                             {kPlaceKey, admitted ? String::UTF8ToUTF16(place_) : std::wstring(kWithdrawnPlace)});
   kept_at_ = services().runtime.clock().Elapsed();
 }
 

@@ -62,9 +62,7 @@ void WindowsLogsEventMonitor::StartMonitor(std::wstring /*name*/) {
 
 bool WindowsLogsEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
   TVK::WindowsLogsSettings fresh = TVK::ReadWindowsLogsSettings(settings);
-  for (const TVK::SettingReading& reading : fresh.readings) {
-    if (reading.mistake) log_.e(L"%s: %s", reading.key, reading.reason);
-  }
+  LogMistakes(fresh.readings);
   bool described_else = false;
   bool other_query = false;
   {

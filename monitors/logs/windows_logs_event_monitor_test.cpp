@@ -111,6 +111,17 @@ TEST_F(WindowsLogsTest, AnEventIsRecordedAsItComesAndItsTextAtTheScopeFullAlone)
   }
 }
 
+TEST_F(WindowsLogsTest, WithoutAnEventNothingWakes) {
+  Log(1);
+  Start();
+  Log(2);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"1 2");
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  world_.runtime.AdvanceBy(48h);
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups);
+}
+
 TEST_F(WindowsLogsTest, EachEventOnceWhateverEndsTheService) {
   Log(1);
   Start();
