@@ -244,8 +244,13 @@ TEST_F(CrashTest, ALogThatWasEmptiedOrOverwrittenIsToldOnceAndInItsPlace) {
   world_.machine.event_log().Clear("Application");
   crash("a");
   EXPECT_EQ(told(), L"a Application:cleared ");
+  crash("a");
+  world_.runtime.Settle();
+  world_.machine.event_log().Clear("Application");
+  crash("b");
+  EXPECT_EQ(told(), L"a Application:cleared a Application:cleared ") << "another time";
   monitor_.reset();
-  EXPECT_EQ(told(), L"a Application:cleared a ");
+  EXPECT_EQ(told(), L"a Application:cleared a Application:cleared b ");
   for (const char* const program : {"c", "d", "e"})
     crash(program);
   world_.machine.event_log().DropOldest("Application", 3);

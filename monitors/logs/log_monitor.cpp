@@ -110,10 +110,10 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
     if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)}))
       return false;
-    place_ = event.bookmark;
+    MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }
-  if (!batch.bookmark.empty()) place_ = batch.bookmark;
+  if (!batch.bookmark.empty()) MoveTo(batch.bookmark);
   if (!WriteTaken()) return false;
   if (services().runtime.clock().Elapsed() - kept_at_ > kQuiet && Patience() == platform::kForever) KeepPlace();
   return done;
@@ -125,18 +125,25 @@ bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
   if (notice.trouble != kCleared && notice.trouble != kGap) return notice.trouble != kFailed;
   // What was kept back came before; its item takes the kept place along, which the interruption is told apart by.
   if (!Flush()) return false;
-  // A reader that begins at the same place once more, after a kill, tells the same once more.
-  const std::wstring what = notice.trouble == kCleared ? L"cleared " : L"gap ";
-  const DatasetState told{kInterruptionKey,
-                          what + String::UTF8ToUTF16(notice.channel) + L' ' + KeptPlace().value_or(std::wstring())};
-  std::wstring before;
-  const bool known = services().store.GetState(std::wstring(identity().row.id), told.key, before) == 0;
-  if (known && before == told.value) return true;
-  ItemData data = {{L"Channel", String::UTF8ToUTF16(notice.channel)},
-                   {L"Reason", notice.trouble == kCleared ? L"cleared" : L"gap"}};
-  if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
-  SanitizeItemData(data, L"UnKnown");
-  return WriteItem(kInterruptedItem, std::move(data), {}, told) <= 0;
+  const std::wstring what =
+      (notice.trouble == kCleared ? L"cleared " : L"gap ") + String::UTF8ToUTF16(notice.channel) + L'\n';
+  // A reader that begins at the same place once more tells the same once more: in this life, or after a kill.
+  const std::wstring place = KeptPlace().value_or(std::wstring()) + L'\n';
+  std::wstring kept;
+  const bool known = services().store.GetState(std::wstring(identity().row.id), kInterruptionKey, kept) == 0;
+  if (!known || !kept.starts_with(place)) kept = place;
+  const bool listed = kept.find(what, place.size()) != kept.npos;
+  const auto told_at = interrupted_at_.find(what);
+  if (told_at == interrupted_at_.end() ? !listed : told_at->second != moves_) {
+    ItemData data = {{L"Channel", String::UTF8ToUTF16(notice.channel)},
+                     {L"Reason", notice.trouble == kCleared ? L"cleared" : L"gap"}};
+    if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
+    SanitizeItemData(data, L"UnKnown");
+    if (!listed) kept += what;
+    if (WriteItem(kInterruptedItem, std::move(data), {}, {kInterruptionKey, kept}) > 0) return false;
+  }
+  interrupted_at_[what] = moves_;
+  return true;
 }
 
 void LogMonitor::LogOnce(const platform::EventLogNotice& notice) {
@@ -189,6 +196,11 @@ bool LogMonitor::RestorePlace() {
   }
   restored_ = true;
   return true;
+}
+
+void LogMonitor::MoveTo(const std::string& place) {
+  if (place_ != place) ++moves_;
+  place_ = place;
 }
 
 void LogMonitor::KeepPlace() {

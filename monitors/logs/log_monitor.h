@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -75,6 +76,7 @@ class LogMonitor : public ScheduledMonitor {
   std::optional<std::wstring> KeptPlace();
   /// False when the store cannot be read.
   bool RestorePlace();
+  void MoveTo(const std::string& place);
   void KeepPlace();
 
   std::unique_ptr<platform::Event> query_changed_;  ///< Auto-reset; made before follows_ is set.
@@ -82,9 +84,11 @@ class LogMonitor : public ScheduledMonitor {
   // The thread's own.
   bool restored_ = false;              ///< Where reading begins is known.
   std::string place_;                  ///< Behind all that was dealt with.
+  std::uint64_t moves_ = 0;            ///< How often it became another one: numbers of a log may begin anew.
   platform::ElapsedTime kept_at_{};    ///< When the store was last given a place.
   std::optional<std::int64_t> begin_;  ///< Seconds since 1970: what was logged before is not read.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
+  std::map<std::wstring, std::uint64_t> interrupted_at_;              ///< moves_ as each was met last.
   bool store_failed_ = false;                                         ///< It was logged.
 };
 

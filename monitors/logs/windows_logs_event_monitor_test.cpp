@@ -189,6 +189,35 @@ TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
             (ItemData{{L"Channel", L"Application"}, {L"Reason", L"cleared"}}));
 }
 
+TEST_F(WindowsLogsTest, InterruptionsOfSeveralLogsAreToldOnceEachWhateverKillsTheService) {
+  Log(1);
+  Log(2, "System");
+  Start();
+  Kill();
+  for (const char* const channel : {"Application", "System"}) {
+    Log(3, channel);
+    world_.machine.event_log().DropOldest(channel, 2);
+  }
+  Start();
+  EXPECT_EQ(life_->Items(kInterrupted).size(), 2u);
+  Kill();
+  Start();
+  EXPECT_EQ(life_->Items(kInterrupted).size(), 0u);
+  Log(4);
+  world_.runtime.Settle();
+  Log(5);
+  world_.machine.event_log().DropOldest("Application", 2);
+  monitor_.reset();
+  Start();
+  EXPECT_EQ(Recorded(), L"");
+  Log(6);
+  Log(7);
+  monitor_.reset();
+  world_.machine.event_log().DropOldest("Application", 3);
+  Start();
+  EXPECT_EQ(life_->Items(kInterrupted).size(), 1u) << "another one, behind another place";
+}
+
 TEST_F(WindowsLogsTest, AnInterruptionThatTheStoreDidNotTakeIsToldAgain) {
   Start();
   Log(1);
