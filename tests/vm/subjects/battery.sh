@@ -39,7 +39,7 @@ same "the other by its registers" '["50000","2024-11-18",null]' \
 same "tvkctl shows both" "$smart test_battery" \
   "$(tvkctl inspect battery --json | jq -r '[.batteries[].Id] | sort | join(" ")')"
 # The Smart Battery's is "cafe", that of test_power the kernel's version, which other datasets tell, as they may.
-numbers() { grep -iwF -e cafe -e "$(uname -r)"; }
+numbers() { grep -wF -e cafe -e "$(uname -r)"; }
 for what in battery power; do
   none "tvkctl inspect $what shows no serial number in clear" \
     "$( (tvkctl inspect $what && tvkctl inspect $what --json) | numbers)"
