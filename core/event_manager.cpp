@@ -187,6 +187,7 @@ void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
       return;
     }
     parts.log.d(L"EventManager Initialize Get TelemetryPolicy successfully.");
+    parts.reconciler.NoteWithdrawals();
     parts.reconciler.AddNullAndNoneDatasets();
     parts.reconciler.AddPolicyDatasets(*policy);
     parts.ReadDeviceIds(*agent);

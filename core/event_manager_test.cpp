@@ -31,6 +31,21 @@ TEST_F(EventManagerTest, TheScopeDecidesWhichDatasetsRun) {
   }
 }
 
+TEST_F(EventManagerTest, AConsentThatWasWithdrawnWhileNoServiceRanIsNoted) {
+  Start(PolicyOf(L"full"));
+  const auto place = [&](const wchar_t* dataset) {
+    std::wstring kept = L"none";
+    life_->composition.store().GetState(IdOf(dataset), kBookmarkState, kept);
+    return kept;
+  };
+  for (const wchar_t* const dataset : {L"CrashEvent", L"EventViewerLogsEvent"})
+    life_->composition.store().KeepState(IdOf(dataset), {kBookmarkState, L"here"});
+  Start(PolicyOf(L"basic"));
+  EXPECT_EQ(place(L"CrashEvent"), kWithdrawnPlace);
+  EXPECT_EQ(place(L"EventViewerLogsEvent"), L"here");
+  EXPECT_EQ(place(L"BatteryEvent"), L"none") << "nothing to go on from";
+}
+
 TEST_F(EventManagerTest, AnEntryThatIsWrittenOtherwiseStartsAndStaysAlike) {
   TelemetryPolicy policy = PolicyOf(L"full", {L"CPUEvent", L"CPUEvent", L"MemoryEvent", L"BatteryEvent"});
   auto entry = policy.datasets.begin();

@@ -37,6 +37,18 @@ void Reconciler::NoteMissing(const Dataset& dataset) {
              [&] { parts_.monitors.NoteMissing(dataset.row.id); });
 }
 
+void Reconciler::NoteWithdrawals() {
+  EventDataLogging& store = parts_.services.store;
+  for (const Dataset& dataset : parts_.services.datasets.datasets()) {
+    if (parts_.policy.Decide(dataset.row, DecisionMoment::kRunning).runs()) continue;
+    const std::wstring id(dataset.row.id);
+    std::wstring place;
+    if (store.GetState(id, kBookmarkState, place) == 0 && place != kWithdrawnPlace) {
+      store.KeepState(id, {kBookmarkState, kWithdrawnPlace});
+    }
+  }
+}
+
 void Reconciler::AddNullAndNoneDatasets() {
   std::map<std::wstring_view, const Dataset*> always;
   for (const Dataset& dataset : parts_.services.datasets.datasets()) {

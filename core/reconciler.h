@@ -43,6 +43,9 @@ class Reconciler {
   Reconciler(const ManagerParts& parts, ById run, ById stop);
 
   // At the start of the service.
+  /// Marks, in the store, the datasets that may not run and whose sources keep what happens: their consent may have
+  /// been withdrawn while no service ran, and what happens until it is given again is not to be told.
+  void NoteWithdrawals();
   /// Lists the monitors that run always, in the order of their ids, so that the list is the same at every start.
   void AddNullAndNoneDatasets();
   /// Lists those that `policy` starts.

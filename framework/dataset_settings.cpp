@@ -86,6 +86,13 @@ std::uint64_t IntervalSetting::Read(const SettingTexts& settings, SettingReading
   return ms;
 }
 
+std::uint64_t IntervalSetting::ReadAlsoShorter(const SettingTexts& settings, SettingReading& reading) const {
+  const std::uint64_t value = Read(settings, reading);
+  if (!reading.mistake) return value;
+  const std::uint64_t given = utility::GetIntervalInMillisecondsGivenRegex(settings.at(key), pattern);
+  return given != 0 && given < least_ms ? given : value;
+}
+
 int IntegerSetting::Read(const SettingTexts& settings, SettingReading& reading) const {
   reading = {key, std::to_wstring(default_value), false, {}, false, meaning};
   const std::wstring* text = Find(settings, key, reading);

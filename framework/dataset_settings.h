@@ -34,6 +34,8 @@ struct IntervalSetting {
 
   /// The value in force, milliseconds.
   std::uint64_t Read(const SettingTexts& settings, SettingReading& reading) const;
+  /// As Read, but a value below least_ms, which cannot be used, is given as it is: who refuses it says so.
+  std::uint64_t ReadAlsoShorter(const SettingTexts& settings, SettingReading& reading) const;
   /// The reading of a default that is in force for a reason outside of this setting.
   SettingReading Default(const std::wstring& reason) const;
 };

@@ -78,7 +78,7 @@ void IntervalReport::Stop() {
 std::uint32_t ReadUsageInterval(const std::wstring& pattern, const SettingTexts& settings, SettingReading& reading) {
   const IntervalSetting setting{L"ReadUsageInterval",           pattern,    0,
                                 IntervalReport::kLeastInterval, UINT32_MAX, L"period of the usage report"};
-  return static_cast<std::uint32_t>(setting.Read(settings, reading));
+  return static_cast<std::uint32_t>(setting.ReadAlsoShorter(settings, reading));
 }
 
 }  // namespace TVK

@@ -72,7 +72,7 @@ class IntervalReport {
 };
 
 /// Reads the setting "ReadUsageInterval" that the datasets with such a report share; `pattern` is the dataset's own. In
-/// milliseconds, at least IntervalReport::kLeastInterval, or 0: it has no default.
+/// milliseconds; 0: it has no default. One below IntervalReport::kLeastInterval cannot be used, see ReadAlsoShorter.
 std::uint32_t ReadUsageInterval(const std::wstring& pattern, const SettingTexts& settings, SettingReading& reading);
 
 }  // namespace TVK

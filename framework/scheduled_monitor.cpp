@@ -133,10 +133,14 @@ void ScheduledMonitor::StartReports(std::uint32_t interval_ms) {
   report_.Start(delay);
 }
 
-bool ScheduledMonitor::TakeInterval(std::uint32_t interval_ms, const std::vector<SettingReading>& readings) {
+void ScheduledMonitor::LogMistakes(const std::vector<SettingReading>& readings) const {
   for (const SettingReading& reading : readings) {
-    if (reading.mistake) log_.e(L"%s: %s", reading.key, reading.reason);
+    if (reading.mistake) log_.e(L"%s: %s; in force: %s", reading.key, reading.reason, reading.value_in_force);
   }
+}
+
+bool ScheduledMonitor::TakeInterval(std::uint32_t interval_ms, const std::vector<SettingReading>& readings) {
+  LogMistakes(readings);
   return report_.SetInterval(interval_ms);
 }
 

@@ -64,7 +64,9 @@ class ScheduledMonitor : public DatasetMonitor {
   void FollowSettings();
   /// Begins the reports in an interval that no setting governs.
   void ReportEvery(std::uint32_t interval_ms);
-  /// For UpdateThrottleParameters: logs the mistakes, takes the interval over, and says whether it is another one.
+  /// For UpdateThrottleParameters: logs each setting that cannot be used, with what holds in its place.
+  void LogMistakes(const std::vector<SettingReading>& readings) const;
+  /// For UpdateThrottleParameters: LogMistakes, takes the interval over, and says whether it is another one.
   bool TakeInterval(std::uint32_t interval_ms, const std::vector<SettingReading>& readings);
 
  private:

@@ -12,6 +12,10 @@ inline constexpr wchar_t kBookmarkState[] = L"bookmark";
 inline constexpr wchar_t kInterruptionState[] = L"interruption";
 inline constexpr wchar_t kMemoryErrorsState[] = L"memory ";
 
+/// What stands in kBookmarkState while the consent to the dataset is withdrawn: what its source holds of that time is
+/// not to be told later.
+inline constexpr wchar_t kWithdrawnPlace[] = L"withdrawn";
+
 /// Stands in no record: how far a log was read, which boot has its item. What is about an item event is written with
 /// it, in one transaction, so that neither is ever there without the other.
 struct DatasetState {

@@ -419,7 +419,7 @@ bool BatteryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::w
   {
     const std::lock_guard lock(mutex_);
     settings_ = fresh;
-    if (changed && fresh.read_usage_interval_ms != 0) {
+    if (changed && fresh.read_usage_interval_ms >= TVK::IntervalReport::kLeastInterval) {
       bIsNeedReportNearFull.fill(true);
       bIsNeedReportNearEmpty.fill(true);
     }

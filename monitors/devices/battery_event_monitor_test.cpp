@@ -196,6 +196,37 @@ TEST_F(BatteryEventMonitorTest, APlugIsToldAtOnceAndRecordedWhenItHasSettled) {
   monitor_.reset();
 }
 
+TEST_F(BatteryEventMonitorTest, WhatIsToldWhileItRegistersIsThePresentStateAndNoChange) {
+  for (const bool on_another_thread : {false, true}) {
+    SCOPED_TRACE(on_another_thread);
+    monitor_.reset();
+    life_.emplace(world_);
+    world_.machine.batteries().Change([](auto& batteries) {
+      batteries.front().percent = 95;
+      batteries.front().state = ChargeState::kCharging;
+    });
+    auto made = std::make_unique<BatteryEventMonitor>(life_->services());
+    world_.machine.power().on_registration = [&, monitor = made.get()](platform::PowerSetting setting) {
+      const auto tell = [=] {
+        for (int times = 0; times < 2; ++times) {
+          if (setting == platform::PowerSetting::kPowerSource) monitor->OnSystemEvent(PowerSource::kAc);
+          if (setting == platform::PowerSetting::kBatteryPercent) monitor->OnSystemEvent(BatteryPercent{95});
+        }
+      };
+      if (!on_another_thread) return tell();
+      std::thread thread = world_.runtime.StartThread("teller", tell);
+      world_.runtime.Join(thread);
+    };
+    monitor_.emplace(world_.runtime, std::move(made));
+    world_.runtime.AdvanceBy(1min);
+    EXPECT_THAT(News(), ElementsAre(L"11 11", L"11 11"));
+    EXPECT_THAT(Items(), ElementsAre(L"BatteryNearFull")) << "once, and nothing of a plug";
+    Tell(PowerSource::kBattery);
+    world_.runtime.AdvanceBy(1min);
+    EXPECT_THAT(Items(), ElementsAre(L"BatteryNearFull", L"DisconnectFromAC"));
+  }
+}
+
 TEST_F(BatteryEventMonitorTest, ADayOfPluggingIsRecordedWhole) {
   Start();
   for (int i = 0; i < 12; ++i) {
@@ -330,7 +361,8 @@ TEST_F(BatteryEventMonitorTest, SettingsOutOfTheirRangeGiveWay) {
   SetSettings({{L"ReadUsageInterval", L"59999ms"}});
   world_.runtime.AdvanceBy(3min);
   EXPECT_EQ(Items().size(), 3u);
-  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 0"));
+  EXPECT_TRUE(world_.logs.Has(L"ReadUsageInterval: \"59999ms\" is below 60000ms; in force: none"));
+  EXPECT_TRUE(world_.logs.Has(L"Invalid DatasetSettings ReadUsageInterval = 59999"));
   SetCharge(5, ChargeState::kDischarging);
   EXPECT_EQ(Items().size(), 4u) << "and the rest goes on";
 }

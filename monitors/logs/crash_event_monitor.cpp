@@ -24,6 +24,7 @@ const std::map<std::wstring, std::wstring> CrashEventMonitor::ITEM_EVENT_CONTEXT
     {TVK::kApplicationCrash, L"A17B4F5F-019E-42DB-9642-21ACB006D0AD"},
     {TVK::kApplicationHang, L"F75B9D13-8405-49B1-961F-E4B871D71089"},
     {TVK::kHardwareError, L"EEC382A1-D7E6-4353-9ABA-28C9EFA87CF3"},
+    {kInterruptedItem, L"FA852CCF-CCB9-4223-99A7-AA25830607FF"},
 };
 
 CrashEventMonitor::CrashEventMonitor(const TVK::MonitorServices& monitor_services)

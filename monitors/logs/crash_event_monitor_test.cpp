@@ -217,8 +217,51 @@ TEST_F(CrashTest, ALoopOfCrashesIsCounted) {
   monitor_.reset();
   EXPECT_EQ(life_->Items(kApplicationHang).size(), 2u) << "a stop loses none";
   Start();
-  world_.runtime.AdvanceBy(1min);
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  world_.runtime.AdvanceBy(48h);
   EXPECT_TRUE(life_->Items(kApplicationHang).empty()) << "and none is read twice";
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups) << "nothing wakes without an event";
+}
+
+TEST_F(CrashTest, ALogThatWasEmptiedOrOverwrittenIsToldOnceAndInItsPlace) {
+  const auto crash = [&](const char* program) {
+    Log("Application", "Application Hang", 1002, {{"", program}, {"", "1"}});
+  };
+  const auto told = [&] {
+    world_.runtime.Settle();
+    std::wstring all;
+    for (const ItemEvent& item : life_->Items()) {
+      const ItemData& data = item.item_data();
+      all += data.contains(L"Program") ? data.at(L"Program") + L" "
+                                       : data.at(L"Channel") + L":" + data.at(L"Reason") + L" ";
+    }
+    return all;
+  };
+  Start();
+  crash("a");
+  crash("a");
+  EXPECT_EQ(told(), L"") << "there may be more of them";
+  world_.machine.event_log().Clear("Application");
+  crash("a");
+  EXPECT_EQ(told(), L"a Application:cleared ");
+  crash("a");
+  world_.runtime.Settle();
+  world_.machine.event_log().Clear("Application");
+  crash("b");
+  EXPECT_EQ(told(), L"a Application:cleared a Application:cleared ") << "another time";
+  monitor_.reset();
+  EXPECT_EQ(told(), L"a Application:cleared a Application:cleared b ");
+  for (const char* const program : {"c", "d", "e"})
+    crash(program);
+  world_.machine.event_log().DropOldest("Application", 3);
+  Start();
+  monitor_.reset();
+  EXPECT_EQ(told(), L"Application:gap e ");
+  EXPECT_EQ(life_->Items(L"LogInterrupted").at(0).item_data(),
+            (ItemData{{L"Channel", L"Application"}, {L"Reason", L"gap"}, {L"Lost", L"2"}}));
+  Start();
+  monitor_.reset();
+  EXPECT_EQ(told(), L"");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "client/text/string.h"
 #include "monitors/logs/event_log_rendering.h"
+#include "monitors/logs/reading_begin.h"
 #include "monitors/logs/windows_logs_helper.h"
 #include "platform/event_log_reader.h"
 
@@ -112,7 +113,30 @@ void EventViewerLogDBEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"", L"EventViewerLogDBEventMonitor StartMonitor CreateEvent() return error %d!")) return;
   LogDatasetContext(false);
   InitialiseDevice();
+  started_ = TVK::FirstSecondOfConsent(services().runtime.clock());
+  Window();  // notes that the consent is there again, were the first report to come after a kill
   if (!stopping()) ReportEvery(kDayMs);
+}
+
+void EventViewerLogDBEventMonitor::StopMonitor() {
+  ScheduledMonitor::StopMonitor();
+  if (!Admits()) services().store.KeepState(dataset_id, {TVK::kBookmarkState, TVK::kWithdrawnPlace});
+}
+
+std::optional<std::uint64_t> EventViewerLogDBEventMonitor::Window() {
+  if (!begin_) {
+    std::wstring kept;
+    const int result = services().store.GetState(dataset_id, TVK::kBookmarkState, kept);
+    if (result != 0 && result != TVK::kStoreNotFound) return std::nullopt;
+    begin_ = TVK::ReadSince(kept).value_or(kept == TVK::kWithdrawnPlace ? started_ : 0);
+    // Also where nothing was kept: a start without consent marks those that there are.
+    const std::wstring since = TVK::SinceText(*begin_);
+    if (kept != since) services().store.KeepState(dataset_id, {TVK::kBookmarkState, since});
+  }
+  const auto now = services().runtime.clock().Now().time_since_epoch();
+  const auto admitted = std::chrono::floor<std::chrono::milliseconds>(now - std::chrono::seconds(*begin_)).count();
+  constexpr std::int64_t kMost = kDayMs - 1;  // what is a day old was of the report before
+  return static_cast<std::uint64_t>(std::clamp<std::int64_t>(admitted, 0, kMost));
 }
 
 std::optional<std::vector<TVK::DescribedDevice>> EventViewerLogDBEventMonitor::Describe() {
@@ -124,14 +148,16 @@ std::optional<std::vector<TVK::DescribedDevice>> EventViewerLogDBEventMonitor::D
 
 void EventViewerLogDBEventMonitor::ReadLogDBPerDay() {
   if (!Admits()) return;
-  std::wstring query;  // what is a day old was of the report before
-  TVK::WindowsLogsHelper::generateQuery(L"1111", L"", L"00000000", kDayMs - 1, query);
   platform::EventLog& log = services().machine.event_log();
-  const platform::EventLogReaderOpening opening =
-      log.OpenReader(services().runtime, {.query = String::UTF16ToUTF8(query),
-                                          .value_paths = {"Event/System/Channel", "Event/System/Provider/@Name",
-                                                          "Event/System/EventID", "Event/System/Level"},
-                                          .xml = false});
+  platform::EventLogReaderOpening opening;
+  if (const std::optional<std::uint64_t> window = Window()) {
+    std::wstring query;
+    TVK::WindowsLogsHelper::generateQuery(L"1111", L"", L"00000000", *window, query);
+    opening = log.OpenReader(services().runtime, {.query = String::UTF16ToUTF8(query),
+                                                  .value_paths = {"Event/System/Channel", "Event/System/Provider/@Name",
+                                                                  "Event/System/EventID", "Event/System/Level"},
+                                                  .xml = false});
+  }
   bool reads = opening.reader != nullptr;
   if (!reads) log_.e(L"%s: nothing can be counted, error %d", Operation(L"ReadLogDBPerDay"), opening.error);
   std::set<std::string> partly_read;

@@ -67,5 +67,50 @@ TEST(EventViewerLogDBTest, ADaysEventsAreCountedAndTheLogsMeasured) {
   EXPECT_FALSE(third[L"Application"].contains(L"Counts"));
 }
 
+TEST(EventViewerLogDBTest, WhatWasLoggedWithoutConsentIsNeverCounted) {
+  MonitorWorld world;
+  std::optional<ServiceLife> life;
+  std::optional<RunningMonitor> monitor;
+  const auto log = [&](std::uint32_t id) {
+    world.machine.event_log().Append(
+        {.channel = "Application", .provider = "Contoso", .id = id, .level = 2, .time = world.runtime.clock().Now()});
+    world.runtime.AdvanceBy(1min);
+  };
+  const auto start = [&] {
+    monitor.reset();
+    life.emplace(world);
+    monitor.emplace(world.runtime, std::make_unique<EventViewerLogDBEventMonitor>(life->services()));
+    world.runtime.Settle();
+  };
+  const auto counted = [&] {
+    world.runtime.Settle();
+    std::wstring all;
+    for (const ItemEvent& item : life->Items(L"ReadLogDBPerDay")) {
+      if (item.item_data().at(L"Channel") == L"Application") all += item.item_data().at(L"EventsOfTheDay") + L" ";
+    }
+    return all;
+  };
+  log(1);
+  start();
+  EXPECT_EQ(counted(), L"1 ") << "a first start looks back";
+  log(2);
+  life->consent.given = false;
+  log(3);
+  monitor.reset();
+  log(4);
+  start();
+  log(5);
+  start();  // as after a kill
+  log(6);
+  log(7);
+  world.runtime.AdvanceBy(24h - 5min);
+  EXPECT_EQ(counted(), L"3 ");
+  log(8);
+  world.runtime.AdvanceBy(24h - 3min);
+  EXPECT_EQ(counted(), L"3 ") << "not yet";
+  world.runtime.AdvanceBy(3min);
+  EXPECT_EQ(counted(), L"3 1 ") << "the next is of a day again";
+}
+
 }  // namespace
 }  // namespace TVK

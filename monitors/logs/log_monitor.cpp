@@ -1,11 +1,11 @@
 #include "monitors/logs/log_monitor.h"
 
 #include <algorithm>
-#include <charconv>
 #include <system_error>
 
 #include "client/log/guarded_thread.h"
 #include "client/text/string.h"
+#include "monitors/logs/reading_begin.h"
 
 namespace TVK {
 namespace {
@@ -15,9 +15,6 @@ using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): 
 constexpr auto& kPlaceKey = kBookmarkState;
 constexpr wchar_t kProbeKey[] = L"probe";
 constexpr auto& kInterruptionKey = kInterruptionState;
-// In the place of a bookmark.
-constexpr std::wstring_view kWithdrawn = L"withdrawn";
-constexpr std::wstring_view kSince = L"since ";  // and the seconds since 1970
 
 constexpr std::size_t kBatch = 256;
 // What cannot be read or written is tried again after the first time, then after twice as long each, up to the last.
@@ -113,10 +110,10 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
     if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)}))
       return false;
-    place_ = event.bookmark;
+    MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }
-  if (!batch.bookmark.empty()) place_ = batch.bookmark;
+  if (!batch.bookmark.empty()) MoveTo(batch.bookmark);
   if (!WriteTaken()) return false;
   if (services().runtime.clock().Elapsed() - kept_at_ > kQuiet && Patience() == platform::kForever) KeepPlace();
   return done;
@@ -126,13 +123,27 @@ bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
   using enum platform::EventLogTrouble;
   LogOnce(notice);
   if (notice.trouble != kCleared && notice.trouble != kGap) return notice.trouble != kFailed;
-  // A reader that begins at the same place once more, after a kill, tells the same once more.
-  const std::wstring what = notice.trouble == kCleared ? L"cleared " : L"gap ";
-  const DatasetState told{kInterruptionKey,
-                          what + String::UTF8ToUTF16(notice.channel) + L' ' + KeptPlace().value_or(std::wstring())};
-  std::wstring before;
-  const bool known = services().store.GetState(std::wstring(identity().row.id), told.key, before) == 0;
-  return (known && before == told.value) || TakeInterruption(notice, told);
+  // What was kept back came before; its item takes the kept place along, which the interruption is told apart by.
+  if (!Flush()) return false;
+  const std::wstring what =
+      (notice.trouble == kCleared ? L"cleared " : L"gap ") + String::UTF8ToUTF16(notice.channel) + L'\n';
+  // A reader that begins at the same place once more tells the same once more: in this life, or after a kill.
+  const std::wstring place = KeptPlace().value_or(std::wstring()) + L'\n';
+  std::wstring kept;
+  const bool known = services().store.GetState(std::wstring(identity().row.id), kInterruptionKey, kept) == 0;
+  if (!known || !kept.starts_with(place)) kept = place;
+  const bool listed = kept.find(what, place.size()) != kept.npos;
+  const auto told_at = interrupted_at_.find(what);
+  if (told_at == interrupted_at_.end() ? !listed : told_at->second != moves_) {
+    ItemData data = {{L"Channel", String::UTF8ToUTF16(notice.channel)},
+                     {L"Reason", notice.trouble == kCleared ? L"cleared" : L"gap"}};
+    if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
+    SanitizeItemData(data, L"UnKnown");
+    if (!listed) kept += what;
+    if (WriteItem(kInterruptedItem, std::move(data), {}, {kInterruptionKey, kept}) > 0) return false;
+  }
+  interrupted_at_[what] = moves_;
+  return true;
 }
 
 void LogMonitor::LogOnce(const platform::EventLogNotice& notice) {
@@ -174,29 +185,29 @@ bool LogMonitor::RestorePlace() {
   if (!place) return false;
   const std::wstring& kept = *place;
   // Ahead of what takes the mark of a withdrawal away.
-  if (!BeginReading(kept == kWithdrawn)) return false;
+  if (!BeginReading(kept == kWithdrawnPlace)) return false;
   kept_at_ = services().runtime.clock().Elapsed();
-  if (kept == kWithdrawn) {
-    begin_ = services().runtime.clock().NowSeconds();
-    services().store.KeepState(std::wstring(identity().row.id),
-                               {kPlaceKey, std::wstring(kSince) + std::to_wstring(*begin_)});
-  } else if (kept.starts_with(kSince)) {
-    const std::string digits = String::UTF16ToUTF8(kept.substr(kSince.size()));
-    std::int64_t seconds = 0;
-    std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
-    begin_ = seconds;
-  } else {
+  begin_ = ReadSince(kept);
+  if (kept == kWithdrawnPlace) {
+    begin_ = FirstSecondOfConsent(services().runtime.clock());
+    services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, SinceText(*begin_)});
+  } else if (!begin_) {
     place_ = String::UTF16ToUTF8(kept);
   }
   restored_ = true;
   return true;
 }
 
+void LogMonitor::MoveTo(const std::string& place) {
+  if (place_ != place) ++moves_;
+  place_ = place;
+}
+
 void LogMonitor::KeepPlace() {
   const bool admitted = Admits();
   if (admitted && place_.empty()) return;
   services().store.KeepState(std::wstring(identity().row.id),
-                             {kPlaceKey, admitted ? String::UTF8ToUTF16(place_) : std::wstring(kWithdrawn)});
+                             {kPlaceKey, admitted ? String::UTF8ToUTF16(place_) : std::wstring(kWithdrawnPlace)});
   kept_at_ = services().runtime.clock().Elapsed();
 }
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -19,7 +20,8 @@ namespace TVK {
 /// How far a dataset has read is kept in the store, in the same commit as the items that are made of what was read: a
 /// kill at any moment neither loses an event nor repeats one, and what the store could not take is read again. A
 /// dataset that never read begins with the oldest event that its query takes. One whose consent was withdrawn begins,
-/// at its next start, with what is logged from then on.
+/// at its next start, with what is logged from then on. That a log was emptied, or that events may have gone unread, is
+/// an item of its own, kInterruptedItem, which every such dataset has.
 ///
 /// One thread reads. What is virtual here runs on it, unless it says otherwise.
 class LogMonitor : public ScheduledMonitor {
@@ -28,6 +30,8 @@ class LogMonitor : public ScheduledMonitor {
   void ReadAndUpdateDatasetSettings() override;
 
  protected:
+  static constexpr wchar_t kInterruptedItem[] = L"LogInterrupted";
+
   /// As ScheduledMonitor.
   LogMonitor(const MonitorServices& services, const MonitorIdentity& identity,
              std::optional<ReportRule> report = std::nullopt);
@@ -45,17 +49,13 @@ class LogMonitor : public ScheduledMonitor {
   /// Makes of the event, and of its whole XML, what is to be made of it. `behind` is to be written with the item of it,
   /// or with that of a later one for both. False: it could not be written, and is to be read again.
   virtual bool TakeEvent(const RenderedEvent& event, const std::string& xml, const DatasetState& behind) = 0;
-  /// That a log was emptied, or that events may have gone unread. `told` is to be written with the item.
-  /// False: it could not be written, and is to be told again.
-  virtual bool TakeInterruption(const platform::EventLogNotice& /*notice*/, const DatasetState& /*told*/) {
-    return true;
-  }
   /// Writes what TakeEvent gathered of a batch: after it, and before the next one when it failed. False: it could not
   /// be written and is still there.
   virtual bool WriteTaken() { return true; }
   /// How long what TakeEvent keeps back may wait; kForever when that is nothing.
   virtual std::chrono::milliseconds Patience() { return platform::kForever; }
-  /// Writes what TakeEvent keeps back: after Patience, and before the end. False: it could not be written.
+  /// Writes what TakeEvent keeps back: after Patience, before an interruption, and before the end. False: it could not
+  /// be written.
   virtual bool Flush() { return true; }
 
  private:
@@ -69,12 +69,14 @@ class LogMonitor : public ScheduledMonitor {
   Outcome Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry);
   /// Takes what there is. False: something failed, and is to be tried again by another reader.
   bool Take(platform::EventLogReader& reader);
+  /// False: it could not be written, and is to be told again.
   bool Tell(const platform::EventLogNotice& notice);
   void LogOnce(const platform::EventLogNotice& notice);
   /// Empty: none is kept. Nothing when the store cannot be read.
   std::optional<std::wstring> KeptPlace();
   /// False when the store cannot be read.
   bool RestorePlace();
+  void MoveTo(const std::string& place);
   void KeepPlace();
 
   std::unique_ptr<platform::Event> query_changed_;  ///< Auto-reset; made before follows_ is set.
@@ -82,9 +84,11 @@ class LogMonitor : public ScheduledMonitor {
   // The thread's own.
   bool restored_ = false;              ///< Where reading begins is known.
   std::string place_;                  ///< Behind all that was dealt with.
+  std::uint64_t moves_ = 0;            ///< How often it became another one: numbers of a log may begin anew.
   platform::ElapsedTime kept_at_{};    ///< When the store was last given a place.
   std::optional<std::int64_t> begin_;  ///< Seconds since 1970: what was logged before is not read.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
+  std::map<std::wstring, std::uint64_t> interrupted_at_;              ///< moves_ as each was met last.
   bool store_failed_ = false;                                         ///< It was logged.
 };
 

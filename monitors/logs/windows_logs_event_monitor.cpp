@@ -11,7 +11,6 @@ using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): 
 
 constexpr wchar_t kLoggedEvent[] = L"LoggedEvent";
 constexpr wchar_t kSkipped[] = L"EventsSkipped";
-constexpr wchar_t kInterrupted[] = L"LogInterrupted";
 constexpr std::chrono::milliseconds kMinute = 1min;
 
 constexpr TVK::MonitorLines kLines = {
@@ -46,7 +45,7 @@ std::wstring Join(const Items& items, Text text) {
 const std::map<std::wstring, std::wstring> WindowsLogsEventMonitor::ITEM_EVENT_CONTEXT = {
     {kLoggedEvent, L"21CBB479-B6D9-4975-A7D9-6927615CC126"},
     {kSkipped, L"274B11FA-B34A-40C0-857F-50E8143D3AFD"},
-    {kInterrupted, L"E04213C2-BB83-42E8-93F0-E738DB79B24D"},
+    {kInterruptedItem, L"E04213C2-BB83-42E8-93F0-E738DB79B24D"},
 };
 
 WindowsLogsEventMonitor::WindowsLogsEventMonitor(const TVK::MonitorServices& monitor_services)
@@ -63,9 +62,7 @@ void WindowsLogsEventMonitor::StartMonitor(std::wstring /*name*/) {
 
 bool WindowsLogsEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
   TVK::WindowsLogsSettings fresh = TVK::ReadWindowsLogsSettings(settings);
-  for (const TVK::SettingReading& reading : fresh.readings) {
-    if (reading.mistake) log_.e(L"%s: %s", reading.key, reading.reason);
-  }
+  LogMistakes(fresh.readings);
   bool described_else = false;
   bool other_query = false;
   {
@@ -162,12 +159,4 @@ bool WindowsLogsEventMonitor::WriteSkipped() {
   if (WriteItem(kSkipped, std::move(data), {}, skipped_.behind) > 0) return false;
   skipped_ = {};
   return true;
-}
-
-bool WindowsLogsEventMonitor::TakeInterruption(const platform::EventLogNotice& notice, const TVK::DatasetState& told) {
-  const bool cleared = notice.trouble == platform::EventLogTrouble::kCleared;
-  ItemData data = {{L"Channel", TVK::String::UTF8ToUTF16(notice.channel)}, {L"Reason", cleared ? L"cleared" : L"gap"}};
-  if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
-  SanitizeItemData(data, L"UnKnown");
-  return WriteItem(kInterrupted, std::move(data), {}, told) <= 0;
 }

@@ -35,7 +35,6 @@ class WindowsLogsEventMonitor final : public TVK::LogMonitor {
 
   std::string Query() override;
   bool TakeEvent(const TVK::RenderedEvent& event, const std::string& /*xml*/, const TVK::DatasetState& behind) override;
-  bool TakeInterruption(const platform::EventLogNotice& notice, const TVK::DatasetState& told) override;
   bool WriteTaken() override;
   std::chrono::milliseconds Patience() override;
   bool Flush() override;

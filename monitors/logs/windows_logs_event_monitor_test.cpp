@@ -111,6 +111,17 @@ TEST_F(WindowsLogsTest, AnEventIsRecordedAsItComesAndItsTextAtTheScopeFullAlone)
   }
 }
 
+TEST_F(WindowsLogsTest, WithoutAnEventNothingWakes) {
+  Log(1);
+  Start();
+  Log(2);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"1 2");
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  world_.runtime.AdvanceBy(48h);
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups);
+}
+
 TEST_F(WindowsLogsTest, EachEventOnceWhateverEndsTheService) {
   Log(1);
   Start();
@@ -176,6 +187,35 @@ TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
   EXPECT_EQ(Recorded(), L"5 6 7 9");
   EXPECT_EQ(life_->Items(kInterrupted).back().item_data(),
             (ItemData{{L"Channel", L"Application"}, {L"Reason", L"cleared"}}));
+}
+
+TEST_F(WindowsLogsTest, InterruptionsOfSeveralLogsAreToldOnceEachWhateverKillsTheService) {
+  Log(1);
+  Log(2, "System");
+  Start();
+  Kill();
+  for (const char* const channel : {"Application", "System"}) {
+    Log(3, channel);
+    world_.machine.event_log().DropOldest(channel, 2);
+  }
+  Start();
+  EXPECT_EQ(life_->Items(kInterrupted).size(), 2u);
+  Kill();
+  Start();
+  EXPECT_EQ(life_->Items(kInterrupted).size(), 0u);
+  Log(4);
+  world_.runtime.Settle();
+  Log(5);
+  world_.machine.event_log().DropOldest("Application", 2);
+  monitor_.reset();
+  Start();
+  EXPECT_EQ(Recorded(), L"");
+  Log(6);
+  Log(7);
+  monitor_.reset();
+  world_.machine.event_log().DropOldest("Application", 3);
+  Start();
+  EXPECT_EQ(life_->Items(kInterrupted).size(), 1u) << "another one, behind another place";
 }
 
 TEST_F(WindowsLogsTest, AnInterruptionThatTheStoreDidNotTakeIsToldAgain) {
@@ -254,12 +294,13 @@ TEST_F(WindowsLogsTest, WhatHappenedWithoutConsentIsNeverRecorded) {
   Log(2);
   world_.runtime.Settle();
   monitor_.reset();
-  world_.runtime.AdvanceBy(1min);
+  world_.runtime.AdvanceBy(1min + 200ms);
   Log(3);
-  world_.runtime.AdvanceBy(1min);
+  world_.runtime.AdvanceBy(500ms);
   Start();
-  EXPECT_EQ(Recorded(), L"");
+  EXPECT_EQ(Recorded(), L"") << "of the second in which the consent came nobody knows";
   Kill();
+  world_.runtime.AdvanceBy(300ms);
   Log(4);
   Start();
   EXPECT_EQ(Recorded(), L"4");

@@ -15,10 +15,9 @@ std::wstring DaysOrLess() {
   return std::wstring(kRegexForDays) + L'|' + kRegexForLess;
 }
 
-SelfTestSettings Read(const IntervalSetting& setting, const SettingTexts& settings) {
+SelfTestSettings SettingsOf(std::uint64_t interval_ms, SettingReading reading, const SettingTexts& settings) {
   SelfTestSettings result;
-  SettingReading reading;
-  result.interval_ms = static_cast<std::uint32_t>(setting.Read(settings, reading));
+  result.interval_ms = static_cast<std::uint32_t>(interval_ms);
   result.readings = {std::move(reading)};
   AddUnknownSettings(settings, result.readings);
   return result;
@@ -27,16 +26,15 @@ SelfTestSettings Read(const IntervalSetting& setting, const SettingTexts& settin
 }  // namespace
 
 SelfTestSettings ReadNvmeSelfTestSettings(const SettingTexts& settings) {
-  SelfTestSettings result = Read(Interval(DaysOrLess()), settings);
-  const auto text = settings.find(kKey);
-  if (result.interval_ms != 0 || text == settings.end()) return result;
-  const std::uint64_t asked = utility::GetIntervalInMillisecondsGivenRegex(text->second, DaysOrLess());
-  if (asked < kLeastSelfTestIntervalMs) result.interval_ms = static_cast<std::uint32_t>(asked);
-  return result;
+  SettingReading reading;
+  const std::uint64_t interval = Interval(DaysOrLess()).ReadAlsoShorter(settings, reading);
+  return SettingsOf(interval, std::move(reading), settings);
 }
 
 SelfTestSettings ReadSataSelfTestSettings(const SettingTexts& settings) {
-  SelfTestSettings result = Read(Interval(kRegexForDays), settings);
+  SettingReading reading;
+  const std::uint64_t interval = Interval(kRegexForDays).Read(settings, reading);
+  SelfTestSettings result = SettingsOf(interval, std::move(reading), settings);
   const auto text = settings.find(kKey);
   if (result.interval_ms != 0 || text == settings.end()) return result;
   // One that is too long is no short one.

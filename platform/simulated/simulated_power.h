@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -23,6 +24,7 @@ class SimulatedPower final : public Power, public Scripted<PowerStatus> {
   PowerStatus ReadStatus() override { return Get(); }
 
   std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting setting, void* /*service*/) override {
+    if (on_registration) on_registration(setting);
     if (refused == setting) return nullptr;
     const auto handle = std::make_shared<CHPowerNotifyHandle>();
     const std::lock_guard lock(mutex_);
@@ -36,8 +38,9 @@ class SimulatedPower final : public Power, public Scripted<PowerStatus> {
                                        registrations_, [](const auto& each) { return each.expired(); }));
   }
 
-  /// Register fails for it. Before others use the object.
-  std::optional<PowerSetting> refused = {};
+  // Both before others use the object.
+  std::optional<PowerSetting> refused = {};                   ///< Register fails for it.
+  std::function<void(PowerSetting setting)> on_registration;  ///< Register calls it before it returns.
 
  private:
   mutable std::mutex mutex_;  ///< Guards what follows.

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 
 namespace platform::windows {
 namespace {
@@ -37,6 +40,7 @@ struct PlayedSystem {
   static inline std::string told;
   static inline bool refuses = false;
   static inline bool refuses_all = false;
+  static inline std::function<void()> on_registration;  ///< Called once, before a registration returns.
 
   static std::string What(const GUID& setting, DWORD flags, HANDLE service) {
     const bool source = IsEqualGUID(setting, GUID_ACDC_POWER_SOURCE);
@@ -48,7 +52,9 @@ struct PlayedSystem {
   static DWORD WINAPI Register(const GUID* setting, DWORD flags, HANDLE service, void** registration) {
     told += "+" + What(*setting, flags, service);
     *registration = &told;
-    return refuses ? ERROR_INVALID_HANDLE : ERROR_SUCCESS;
+    if (refuses) return ERROR_INVALID_HANDLE;
+    if (const auto tell = std::exchange(on_registration, nullptr)) tell();
+    return ERROR_SUCCESS;
   }
   static DWORD WINAPI Unregister(void* registration) {
     EXPECT_EQ(registration, &told);
@@ -57,7 +63,9 @@ struct PlayedSystem {
   }
   static HPOWERNOTIFY WINAPI RegisterOlder(HANDLE service, const GUID* setting, DWORD flags) {
     told += "+older " + What(*setting, flags, service);
-    return refuses_all ? nullptr : &refuses;
+    if (refuses_all) return nullptr;
+    if (const auto tell = std::exchange(on_registration, nullptr)) tell();
+    return &refuses;
   }
   static WINBOOL WINAPI UnregisterOlder(HPOWERNOTIFY registration) {
     EXPECT_EQ(registration, &refuses);
@@ -81,6 +89,15 @@ TEST(PowerWindows, NoticesAreAskedForWithTheServicesStatusHandle) {
   EXPECT_EQ(tell(PowerSetting::kPowerSource, nullptr), " refused");
   EXPECT_EQ(tell(PowerSetting::kPowerSource, System::Service()), "+source-");
   EXPECT_EQ(tell(PowerSetting::kBatteryPercent, System::Service()), "+percent-");
+  // Windows tells the present value meanwhile, in the call and on other threads; a service may then ask for the next.
+  const auto ask = [&] {
+    EXPECT_NE(RegisterPowerNotices(PowerSetting::kPowerSource, System::Service(), calls), nullptr);
+  };
+  System::on_registration = [&] {
+    ask();
+    std::thread(ask).join();
+  };
+  EXPECT_EQ(tell(PowerSetting::kBatteryPercent, System::Service()), "+percent+source-+source--");
   System::refuses = true;
   EXPECT_EQ(tell(PowerSetting::kBatteryPercent, System::Service()), "+percent+older percent-older");
   System::refuses_all = true;

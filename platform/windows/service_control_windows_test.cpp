@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "platform/local.h"
@@ -12,6 +13,7 @@
 #include "platform/service_control_event.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/owner.h"
+#include "platform/windows/power_windows.h"
 #include "platform/windows/sent_power_setting.h"
 
 namespace {
@@ -57,13 +59,30 @@ DWORD SendPowerSetting(const GUID& setting, BYTE value) {
   return windows::SendPowerSetting(registered_handler, registered_context, setting, value);
 }
 
+// As Windows: the present value is told before the registration returns, in the call and on another thread.
+DWORD WINAPI RegisterAndTell(const GUID* setting, DWORD /*flags*/, HANDLE /*service*/, void** registration) {
+  SendPowerSetting(*setting, 1);
+  std::thread([setting] { SendPowerSetting(*setting, 1); }).join();
+  *registration = nullptr;
+  return ERROR_SUCCESS;
+}
+DWORD WINAPI Unregister(void* /*registration*/) {
+  return ERROR_SUCCESS;
+}
+
 // Whether the service may register for power events and hears of them.
 bool HearsOfPower(ServiceSession& session, const std::vector<std::optional<SystemEvent>>& heard) {
   const auto power = windows::MakePower();
+  windows::PowerNoticeCalls calls;
+  calls.register_setting = RegisterAndTell;
+  calls.unregister_setting = Unregister;
   return power->Register(PowerSetting::kPowerSource, session.status_handle()) != nullptr &&
+         windows::RegisterPowerNotices(PowerSetting::kBatteryPercent,
+                                       static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()), calls) != nullptr &&
          SendPowerSetting(GUID_ACDC_POWER_SOURCE, 1) == NO_ERROR &&
          SendPowerSetting(GUID_BATTERY_PERCENTAGE_REMAINING, 37) == NO_ERROR &&
-         heard == std::vector<std::optional<SystemEvent>>{PowerSource::kBattery, BatteryPercent{37}};
+         heard == std::vector<std::optional<SystemEvent>>{BatteryPercent{1}, BatteryPercent{1}, PowerSource::kBattery,
+                                                          BatteryPercent{37}};
 }
 
 // Ends with 7 when it was started with the argument "fail", with 9 when it hears nothing of the power.
