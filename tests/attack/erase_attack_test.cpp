@@ -88,7 +88,7 @@ TEST(EraseAttack, TheServiceThatErasesIsKilledAtEveryStep) {
     const std::filesystem::path from = data.parent_path() / "asked";
     shim.emplace_back("TVK_FAULT_FROM", from.string());
     ChildProcess service("/usr/bin/env", WordsFor("TVKClientService", target.Life(60'000), shim));
-    EXPECT_TRUE(service.WaitForLine("DeviceInit", kPatience));
+    EXPECT_TRUE(service.WaitForLine("CPUEvent", kPatience));
     // What goes on being written would be written of the processor again.
     target.folder().WritePolicy(kNone);
     EXPECT_TRUE(service.WaitForLine("policy.json: is in force now", kPatience));
