@@ -63,7 +63,8 @@ ChannelServer::Answer ChannelRequests::Refuse(Refusal refusal, const platform::L
   return {ToJson(Refused(reason)), refusal == Refusal::kBroken};
 }
 
-ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& caller, std::string_view text) {
+ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& caller, std::string_view text,
+                                              const ChannelServer::IsAwaited& is_awaited) {
   const bool privileged = IsPrivileged(caller.kind);
   // Before anything is read: who has no rights shall cost nothing.
   if (!privileged && caller.kind != CallerKind::kInteractiveUser) {
@@ -93,7 +94,7 @@ ChannelServer::Answer ChannelRequests::Answer(const platform::LocalCaller& calle
     }
   }
   Refusal refusal = Refusal::kNotAllowed;
-  const ChannelAnswer answer = CarryOut(*request, privileged, refusal);
+  const ChannelAnswer answer = CarryOut(*request, privileged, is_awaited, refusal);
   // A mistake of an administrator is told, and is nothing that anybody else has to know of.
   if (answer.result == SessionRecorder::kRefused && !privileged) refusals_.Count(refusal, &caller, answer.reason);
   std::string whole = ToJson(answer);
@@ -106,20 +107,22 @@ std::string ChannelRequests::ReportRefusal() {
   return "the policy lets administrators alone have the report (its setting \"ReportReaders\")";
 }
 
-ChannelAnswer ChannelRequests::MakeReport(const ChannelRequest& request) {
+ChannelAnswer ChannelRequests::MakeReport(const ChannelRequest& request, const ChannelServer::IsAwaited& is_awaited) {
   // Without a queue: whoever waits in it holds a place that others need.
   const std::unique_lock lock(report_mutex_, std::try_to_lock);
   if (!lock.owns_lock()) return Refused("a report is being made, try again in a while");
   const std::string status = status_.ToJson(manager_, refusals_);
   const platform::SteadyTime end = status_.clock().Steady() + kLongestReport;
-  const auto goes_on = [&] { return !reports_end_ && status_.clock().Steady() < end; };
+  const auto goes_on = [&] { return !reports_end_ && status_.clock().Steady() < end && is_awaited(); };
   std::string problem;
+  const auto fits = [](const std::string& body) { return ToJson(ChannelAnswer{0, {}, body}).size() <= kLongestAnswer; };
   std::optional<std::string> report =
-      ServiceReport(status_.store_file(), request.since_seconds, status, goes_on, status_.clock(), problem);
+      ServiceReport(status_.store_file(), request.since_seconds, status, goes_on, fits, status_.clock(), problem);
   return report ? ChannelAnswer{0, {}, std::move(*report)} : Refused(std::move(problem));
 }
 
-ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request, bool privileged, Refusal& refusal) {
+ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request, bool privileged,
+                                        const ChannelServer::IsAwaited& is_awaited, Refusal& refusal) {
   SessionRecorder& recorder = manager_.session_recorder();
   switch (request.wish) {
     case ChannelWish::kPolicy: {
@@ -141,7 +144,7 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request, bool priv
     case ChannelWish::kStatus:
       return {0, {}, status_.ToJson(manager_, refusals_)};
     case ChannelWish::kReport:
-      return MakeReport(request);
+      return MakeReport(request, is_awaited);
     case ChannelWish::kEvent: {
       TakenEvent taken = manager_.TakeApplicationEvent(request.item_name, request.data,
                                                        privileged ? EventSender::kPrivileged : EventSender::kUser);

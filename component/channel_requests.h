@@ -47,7 +47,9 @@ class ChannelRequests {
         reports_(clock, quotas.reports) {}
 
   /// The answer to a request, both JSON; see ChannelServer::Answerer. The last one for who sends what is no request.
-  ChannelServer::Answer Answer(const platform::LocalCaller& caller, std::string_view request);
+  /// A report that is no longer awaited is not made to its end.
+  ChannelServer::Answer Answer(const platform::LocalCaller& caller, std::string_view request,
+                               const ChannelServer::IsAwaited& is_awaited);
 
   /// Ends a report that is being made, and refuses later ones: the service stops.
   void EndReports() { reports_end_ = true; }
@@ -56,9 +58,10 @@ class ChannelRequests {
   ChannelServer::Answer Refuse(Refusal refusal, const platform::LocalCaller& caller, const std::string& reason);
   /// Why a user who is logged on gets no report; empty: the policy lets them have it.
   std::string ReportRefusal();
-  ChannelAnswer MakeReport(const ChannelRequest& request);
+  ChannelAnswer MakeReport(const ChannelRequest& request, const ChannelServer::IsAwaited& is_awaited);
   /// `refusal`: as what a result of kRefused counts.
-  ChannelAnswer CarryOut(const ChannelRequest& request, bool privileged, Refusal& refusal);
+  ChannelAnswer CarryOut(const ChannelRequest& request, bool privileged, const ChannelServer::IsAwaited& is_awaited,
+                         Refusal& refusal);
 
   IConfigAgent& config_;
   const ServiceStatus& status_;

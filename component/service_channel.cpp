@@ -24,9 +24,8 @@ ServiceChannel::ServiceChannel(platform::Runtime& runtime, IConfigAgent& config,
       requests_(runtime.clock(), config, status, manager, eraser, refusals_, quotas),
       server_(
           runtime, log_, refusals_,
-          [this](const platform::LocalCaller& caller, std::string_view request) {
-            return requests_.Answer(caller, request);
-          },
+          [this](const platform::LocalCaller& caller, std::string_view request,
+                 const ChannelServer::IsAwaited& is_awaited) { return requests_.Answer(caller, request, is_awaited); },
           limits) {}
 
 std::string ServiceChannel::Start(const std::filesystem::path& place, ChannelServer::OwnSession own_session) {

@@ -238,9 +238,12 @@ class ChannelRights : public testing::Test, protected ManagerAccess {
     if (sender == EventSender::kPrivileged) return {};
     return {SessionRecorder::kRefused, "not yours", over_quota_};
   }
+  ChannelServer::Answer Answer(const platform::LocalCaller& caller, const std::string& text) {
+    return requests_.Answer(caller, text, [this] { return awaited_; });
+  }
   static ChannelRequest Request(ChannelWish wish) { return {.wish = wish, .all = wish == ChannelWish::kErase}; }
   int Ask(CallerKind kind, ChannelWish wish, const std::string& user = "1000") {
-    const auto answer = AnswerFromJson(requests_.Answer({.kind = kind, .user = user}, ToJson(Request(wish))).text);
+    const auto answer = AnswerFromJson(Answer({.kind = kind, .user = user}, ToJson(Request(wish))).text);
     if (!answer) return 1;
     EXPECT_EQ(answer->result == 0, answer->reason.empty());
     return answer->result;
@@ -249,6 +252,7 @@ class ChannelRights : public testing::Test, protected ManagerAccess {
 
   ManagerStatus manager_status_;
   bool over_quota_ = false;
+  bool awaited_ = true;
   platform::VirtualRuntime runtime_;
   AcceptingRecorder recorder_;
   SettableConfigAgent config_;
@@ -297,13 +301,13 @@ TEST_F(ChannelRights, FollowFromWhoAsks) {
   EXPECT_EQ(Ask(CallerKind::kOther, ChannelWish::kEvent), SessionRecorder::kChannelFailed);
   EXPECT_EQ(Ask(CallerKind::kAdministrator, ChannelWish::kErase), 0);
   const ChannelRequest nowhere{.wish = ChannelWish::kErase, .dataset_id = L"ID"};
-  const auto refused = AnswerFromJson(requests_.Answer({.kind = CallerKind::kAdministrator}, ToJson(nowhere)).text);
+  const auto refused = AnswerFromJson(Answer({.kind = CallerKind::kAdministrator}, ToJson(nowhere)).text);
   EXPECT_EQ(refused->reason, "there is no such dataset");
-  const ChannelServer::Answer broken = requests_.Answer({.kind = CallerKind::kAdministrator}, "{}");
+  const ChannelServer::Answer broken = Answer({.kind = CallerKind::kAdministrator}, "{}");
   EXPECT_NE(broken.text.find("missing"), std::string::npos);
   EXPECT_TRUE(broken.last);
   EXPECT_EQ(Refused(Refusal::kBroken), 1u);
-  EXPECT_FALSE(requests_.Answer({.kind = CallerKind::kOther}, "{}").last);
+  EXPECT_FALSE(Answer({.kind = CallerKind::kOther}, "{}").last);
   EXPECT_EQ(Refused(Refusal::kBroken), 1u) << "nothing is read for who may ask for nothing";
 }
 
@@ -311,7 +315,7 @@ TEST_F(ChannelRights, AnAnswerThatNoClientWouldTakeIsToldAsThat) {
   TelemetryPolicy policy;
   policy.settings[L"long"] = std::wstring(kLongestAnswer, L'x');
   config_.SetPolicy(policy);
-  const std::string text = requests_.Answer({.kind = CallerKind::kOwnAccount}, ToJson(Request({}))).text;
+  const std::string text = Answer({.kind = CallerKind::kOwnAccount}, ToJson(Request({}))).text;
   EXPECT_EQ(AnswerFromJson(text)->reason, "the answer is too long to be told");
 }
 
@@ -325,7 +329,7 @@ TEST_F(ChannelRights, TheReportIsForUsersWhereThePolicySaysSo) {
   manager_status_.datasets = {{.dataset = table.FindByName(L"CPUEvent")}};
   const ChannelRequest request{.wish = ChannelWish::kReport};
   const auto ask = [&](CallerKind kind) {
-    return *AnswerFromJson(requests_.Answer({.kind = kind, .user = "1000"}, ToJson(request)).text);
+    return *AnswerFromJson(Answer({.kind = kind, .user = "1000"}, ToJson(request)).text);
   };
   EXPECT_EQ(ask(CallerKind::kAdministrator).result, 0);
   TelemetryPolicy policy;
@@ -366,10 +370,35 @@ TEST_F(ChannelRights, TheReportIsForUsersWhereThePolicySaysSo) {
   EXPECT_EQ(ask(CallerKind::kInteractiveUser).result, 0);
   EXPECT_EQ(ask(CallerKind::kInteractiveUser).result, SessionRecorder::kChannelFailed) << "each reads the store";
   EXPECT_EQ(Refused(Refusal::kTooMany), 1u);
+  awaited_ = false;
+  EXPECT_NE(ask(CallerKind::kAdministrator).reason.find("was ended"), std::string::npos) << "nobody waits for it";
+  awaited_ = true;
   requests_.EndReports();
   const ChannelAnswer ended = ask(CallerKind::kAdministrator);
   EXPECT_EQ(ended.result, SessionRecorder::kChannelFailed) << "the end of the service waits for none";
   EXPECT_NE(ended.reason.find("was ended"), std::string::npos);
+}
+
+TEST_F(ChannelRights, AReportThatIsTooLongLeavesOutWhatItCountsThen) {
+  DatasetContext context;
+  context.set_dataset_name(L"SMARTEvent");
+  context.set_dataset_id(L"SMARTEvent");
+  constexpr int kDevices = 95;
+  for (int i = 0; i < kDevices; ++i) {
+    context.set_dataset_context_id(std::to_wstring(i));
+    context.set_item_data({{L"Model", std::wstring(4000, L'\x01')}});  // each takes seven bytes on the channel
+    EXPECT_EQ(store_.LogDatasetContext(context, std::to_wstring(i)), 0);
+  }
+  const ChannelRequest request{.wish = ChannelWish::kReport};
+  const std::string text = Answer({.kind = CallerKind::kAdministrator}, ToJson(request)).text;
+  EXPECT_LE(text.size(), kLongestAnswer);
+  Json::Value told;
+  std::istringstream(AnswerFromJson(text)->body) >> told;
+  const std::optional<Report> report = ReportFromJson(told["report"]);
+  ASSERT_TRUE(report.has_value());
+  EXPECT_GE(report->descriptions.size(), 40u);
+  EXPECT_LT(report->descriptions.size(), std::size_t{kDevices});
+  EXPECT_EQ(report->descriptions.size() + report->left_out, std::size_t{kDevices});
 }
 
 TEST_F(ChannelRights, TheStatusSaysWhatNeedsAttention) {
@@ -455,7 +484,7 @@ TEST_F(ChannelRights, AFloodOfObservationsIsAUsersOwnAffair) {
     text.data[std::to_wstring(i)] = std::wstring(210, L'x');
   for (const ChannelRequest& large : {devices, text}) {
     runtime_.AdvanceBy(std::chrono::hours(1));
-    EXPECT_EQ(AnswerFromJson(requests_.Answer({.kind = CallerKind::kInteractiveUser, .user = "a"}, ToJson(large)).text),
+    EXPECT_EQ(AnswerFromJson(Answer({.kind = CallerKind::kInteractiveUser, .user = "a"}, ToJson(large)).text),
               ChannelAnswer());
     EXPECT_EQ(write("a"), SessionRecorder::kChannelFailed);
   }

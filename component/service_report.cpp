@@ -4,10 +4,10 @@
 #include <json/writer.h>
 
 #include <memory>
-#include <system_error>
 
 #include "client/report/report_builder.h"
 #include "client/report/report_json.h"
+#include "client/store/store_summary.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -36,8 +36,9 @@ Json::Value OwnersStatus(const std::string& text) {
 
 std::optional<std::string> ServiceReport(const std::filesystem::path& store_file,
                                          std::optional<std::int64_t> since_seconds, const std::string& status,
-                                         const std::function<bool()>& goes_on, const platform::Clock& clock,
-                                         std::string& problem) {
+                                         const std::function<bool()>& goes_on,
+                                         const std::function<bool(const std::string&)>& fits,
+                                         const platform::Clock& clock, std::string& problem) {
   const std::unique_ptr<RecordReader> reader = RecordReader::Open(store_file, problem);
   Report report;
   const ReportQuery query{.since_seconds = since_seconds, .progress = [&](double /*part*/) { return goes_on(); }};
@@ -45,18 +46,19 @@ std::optional<std::string> ServiceReport(const std::filesystem::path& store_file
     problem = "the event store cannot be read: " + HarmlessText(problem);
     return std::nullopt;
   }
-  std::error_code unknown;
-  if (const std::uintmax_t bytes = std::filesystem::file_size(store_file, unknown); !unknown) {
-    report.store_bytes = bytes;
-  }
+  report.store_bytes = StoreBytes(store_file);
   Json::Value value;
-  value["report"] = ReportToJson(report);
   value["status"] = OwnersStatus(status);
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
   builder["precision"] = 9;
-  return Json::writeString(builder, value);
+  std::string text;
+  do {
+    value["report"] = ReportToJson(report);
+    text = Json::writeString(builder, value);
+  } while (!fits(text) && Shorten(report));
+  return text;
 }
 
 }  // namespace TVK

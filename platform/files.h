@@ -65,6 +65,10 @@ enum class FileAccess { kKept, kPrivate };
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content,
                         FileAccess access = FileAccess::kKept);
 
+/// Why ReplaceFile could not begin on `file`, for whoever wants to know before making the content; empty: it could.
+/// Nothing is left of the attempt.
+std::string ProbeReplaceFile(const std::filesystem::path& file);
+
 /// Removes the temporary files that calls of ReplaceFile for `file` left beside it when their process was killed; those
 /// that a process is still at stay. What may not be removed stays, too.
 void RemoveLeftovers(const std::filesystem::path& file);

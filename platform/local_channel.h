@@ -56,6 +56,10 @@ class LocalConnection {
   /// Who is at the other end of a connection that was accepted; on Windows once something was received of it. Nothing
   /// when the system does not say; such a caller has no rights.
   virtual std::optional<LocalCaller> Identify() = 0;
+
+  /// Whether the other end is known to have closed the connection, so that nobody waits for an answer any more. Waits
+  /// for nothing and takes nothing that came before.
+  virtual bool HasHungUp() = 0;
 };
 
 /// Where others connect. It belongs to the thread that calls Accept.

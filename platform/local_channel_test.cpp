@@ -78,8 +78,10 @@ TEST_F(LocalChannel, WaitsEndForTheirReasons) {
   EXPECT_EQ(server->Receive(buffer, runtime_->clock().Steady(), count), ChannelWait::kTimeout);
   EXPECT_EQ(count, 0u);
   EXPECT_EQ(client->Send("last", Soon()), ChannelWait::kDone);
+  EXPECT_FALSE(server->HasHungUp());
   client = nullptr;
   EXPECT_EQ(ReceiveAll(*server), "last");
+  EXPECT_TRUE(server->HasHungUp());
   EXPECT_EQ(server->Send("nobody is there", Soon()), ChannelWait::kClosed);
   const std::string more_than_fits(8 << 20, 'x');
   EXPECT_EQ(other_client->Send(more_than_fits, runtime_->clock().Steady()), ChannelWait::kTimeout);

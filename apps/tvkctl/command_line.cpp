@@ -14,8 +14,10 @@
 #include "apps/program_help.h"
 #include "apps/tvkctl/command_run.h"
 #include "apps/tvkctl/completion.h"
+#include "apps/tvkctl/offered_values.h"
 #include "client/identity/tvk_info.h"
 #include "client/text/string.h"
+#include "framework/dataset_row.h"
 
 namespace tvkctl {
 namespace {
@@ -41,14 +43,27 @@ std::optional<std::uint64_t> ParseCount(std::string_view text) {
   return count;
 }
 
-using Work = std::function<int(const Run&)>;
+/// Of a command.
+struct Work {
+  std::function<int(const Run&)> run;
+  const char* doing = nullptr;  ///< What takes long where it does, "the drives are asked"; null: it says so itself.
+};
+
+std::vector<std::string> DatasetNames() {
+  std::vector<std::string> names;
+  for (const TVK::DatasetRow& row : TVK::kDatasetRows)
+    names.push_back(TVK::String::UTF16ToUTF8(row.name));
+  return names;
+}
 
 void AddRecords(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const records = app.add_subcommand("records", "Show the records of the event store");
-  records->add_option("--kind", texts.kind, "Only records of this kind: item, dataset or device")
-      ->type_name("KIND")
-      ->check(CLI::IsMember({"item", "dataset", "device"}).description(""));
-  records->add_option("--dataset", texts.dataset, "Only records of this dataset, such as CPUEvent")->type_name("NAME");
+  TakeOneOf(records->add_option("--kind", texts.kind, "Only records of this kind: item, dataset or device"),
+            {"item", "dataset", "device"})
+      ->type_name("KIND");
+  Offer(records->add_option("--dataset", texts.dataset, "Only records of this dataset, such as CPUEvent"),
+        DatasetNames())
+      ->type_name("NAME");
   records->add_option("--item", texts.item, "Only events of this item, such as ReadUsagePerInterval")
       ->type_name("NAME");
   records
@@ -71,16 +86,18 @@ void AddRecords(CLI::App& app, Texts& texts, Work& work) {
       ->excludes(reverse)
       ->excludes("--until");
   records->add_flag("--utc", texts.utc, "Times in UTC, not in the zone of this machine; json stays as it is stored");
-  records->add_option("--format", texts.format, "table (the default), json (one object a line) or csv")
-      ->type_name("FORMAT")
-      ->check(CLI::IsMember({"table", "json", "csv"}).description(""));
-  records->callback([&work] { work = &Run::Records; });
+  TakeOneOf(records->add_option("--format", texts.format, "table (the default), json (one object a line) or csv"),
+            {"table", "json", "csv"})
+      ->type_name("FORMAT");
+  records->callback([&work] { work = {&Run::Records}; });
 }
 
 void AddErase(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const erase = app.add_subcommand("erase", "Delete for good what is kept of this machine");
   erase->add_flag("--all", texts.all, "Every record, the logs, stores that were set aside, copies of policies");
-  erase->add_option("--dataset", texts.dataset, "The records of this dataset, its log, stores that were set aside")
+  Offer(
+      erase->add_option("--dataset", texts.dataset, "The records of this dataset, its log, stores that were set aside"),
+      DatasetNames())
       ->type_name("NAME");
   erase->add_option("--before", texts.before, "What is older: 90d, 2026-01-31; also with --dataset")->type_name("TIME");
   erase->add_flag("--stop", texts.stop, "Put the scope \"none\" in force first");
@@ -90,7 +107,7 @@ void AddErase(CLI::App& app, Texts& texts, Work& work) {
       ->type_name("DIR");
   erase->add_flag("--dry-run", texts.dry_run, "Only say what would be deleted");
   erase->add_flag("--yes", texts.yes, "Delete it; without this nothing is deleted");
-  erase->callback([&work] { work = &Run::Erase; });
+  erase->callback([&work] { work = {&Run::Erase, "it is deleted"}; });
 }
 
 void AddServicePolicy(CLI::App& command, Texts& texts, const std::string& what) {
@@ -107,30 +124,31 @@ void AddReport(CLI::App& app, Texts& texts, Work& work) {
   report->add_option("--html", texts.html_file, "Write all of it as a page for a browser; - is standard output")
       ->type_name("FILE");
   AddServicePolicy(*report, texts, "The service's policy file, for what it tells where the service does not answer");
-  report->callback([&work] { work = &Run::Report; });
+  report->callback([&work] { work = {&Run::Report}; });
 }
 
 void AddStatus(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const status = app.add_subcommand("status", "Say how the running service stands");
   AddServicePolicy(*status, texts, "The service's policy file, for what it tells where the service does not answer");
   status->add_flag("--json", texts.json, "One JSON object");
-  status->callback([&work] { work = &Run::Status; });
+  status->callback([&work] { work = {&Run::Status, "the service is asked"}; });
 }
 
 void AddDoctor(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const doctor =
       app.add_subcommand("doctor", "Say what is wrong first, from the service to the record, and what mends it");
-  doctor->add_option("--dataset", texts.dataset, "The dataset whose records are missed; else all that run")
+  Offer(doctor->add_option("--dataset", texts.dataset, "The dataset whose records are missed; else all that run"),
+        DatasetNames())
       ->type_name("NAME");
   AddServicePolicy(*doctor, texts, "The service's policy file, for a service that does not answer");
   doctor->add_flag("--json", texts.json, "One JSON object");
-  doctor->callback([&work] { work = &Run::Doctor; });
+  doctor->callback([&work] { work = {&Run::Doctor, "it is looked for what is wrong"}; });
 }
 
 void AddEvent(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const event =
       app.add_subcommand("event", "Hand a fact of your own to the service, which makes a record of it");
-  event->add_option("--dataset", texts.event_dataset, "TVKEvent, which takes such facts")
+  Offer(event->add_option("--dataset", texts.event_dataset, "TVKEvent, which takes such facts"), {"TVKEvent"})
       ->type_name("NAME")
       ->required();
   event->add_option("--item", texts.event_item, "What happened, a name such as DockUsed")
@@ -138,7 +156,7 @@ void AddEvent(CLI::App& app, Texts& texts, Work& work) {
       ->required();
   event->add_option("DATA", texts.event_data, "What there is to say of it: texts, each under its key")
       ->type_name("KEY=VALUE ...");
-  event->callback([&work] { work = &Run::Event; });
+  event->callback([&work] { work = {&Run::Event, "the service is asked"}; });
 }
 
 void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
@@ -163,20 +181,23 @@ void AddPolicy(CLI::App& app, Texts& texts, Work& work) {
           "--against", texts.against_file,
           "Say what would start, stop and change where this policy is in force; exit code 5 when a dataset starts")
       ->type_name("FILE");
-  check->add_option("--scope", texts.scope, "Check for this scope, not the policy's: none, basic, enhance or full")
+  Offer(
+      check->add_option("--scope", texts.scope, "Check for this scope, not the policy's: none, basic, enhance or full"),
+      {"none", "basic", "enhance", "full"})
       ->type_name("SCOPE");
   check->add_flag("--json", texts.json, "One JSON object");
-  check->callback([&work] { work = &Run::PolicyCheck; });
+  check->callback([&work] { work = {&Run::PolicyCheck, "the policy is checked"}; });
   policy->add_subcommand("schema", "Print the JSON Schema of policies")->callback([&work] {
-    work = &Run::PolicySchema;
+    work = {&Run::PolicySchema};
   });
   CLI::App* const apply = policy->add_subcommand("apply", "Check a policy and put it in force");
   add_file(apply, "The policy, a JSON document")->required();
   AddServicePolicy(*apply, texts, "The service's policy file, which is replaced");
-  apply->callback([&work] { work = &Run::PolicyApply; });
+  apply->callback([&work] { work = {&Run::PolicyApply, "the policy is put in force"}; });
 }
 
 void AddInspect(CLI::App& app, Texts& texts, Work& work) {
+  static constexpr char kAsking[] = "the machine is asked";
   CLI::App* const inspect = app.add_subcommand("inspect", "Show what the collectors read from the machine");
   inspect->require_subcommand(0, 1);
   const auto add = [&](const char* name, const char* help, const Work& inspection) {
@@ -195,20 +216,21 @@ void AddInspect(CLI::App& app, Texts& texts, Work& work) {
         ->excludes("--sysroot");
   };
   const auto by = [](Run::Inspection inspection) {
-    return [inspection](const Run& run) { return run.Inspect(inspection); };
+    return Work{[inspection](const Run& run) { return run.Inspect(inspection); }, kAsking};
   };
-  add("facts", "What the filters of policies look at; no ids", &Run::InspectFacts);
+  add("facts", "What the filters of policies look at; no ids", {&Run::InspectFacts, kAsking});
   add("cpu", "The processors' facts; cache sizes in bytes", by(RunInspectCpu));
   add_smbios(add("memory", "The memory modules and the machine's totals", by(RunInspectMemory)));
   add_smbios(add("firmware", "BIOS, system and baseboard; serial numbers hashed", by(RunInspectFirmware)));
-  add("drives", "The drives, as the system knows them; serial numbers hashed", &Run::InspectDrives)
+  add("drives", "The drives, as the system knows them; serial numbers hashed", {&Run::InspectDrives, kAsking})
       ->add_option("--record", texts.record_folder,
                    "Ask the drives, too, and write what they answer below this folder, serial numbers blanked")
       ->type_name("DIR");
-  add("battery", "The batteries, as the records have them; serial numbers hashed", &Run::InspectBattery);
-  add("power", "What the machine runs on, and what its batteries hold together", &Run::InspectPower);
-  AddSmartOptions(*add("smart", "The health of the drives, or of one whose answers are in files", &Run::InspectSmart),
-                  texts.smart);
+  add("battery", "The batteries, as the records have them; serial numbers hashed", {&Run::InspectBattery, kAsking});
+  add("power", "What the machine runs on, and what its batteries hold together", {&Run::InspectPower, kAsking});
+  AddSmartOptions(
+      *add("smart", "The health of the drives, or of one whose answers are in files", {&Run::InspectSmart, kAsking}),
+      texts.smart);
 }
 
 void AddEventLog(CLI::App& app, Texts& texts, Work& work) {
@@ -216,16 +238,15 @@ void AddEventLog(CLI::App& app, Texts& texts, Work& work) {
   event_log->require_subcommand(0, 1);
   CLI::App* const query = event_log->add_subcommand("query", "Print the structured query of a log dataset's settings");
   AddEventLogOptions(*query, texts.event_log);
-  query->callback([&work] { work = &Run::EventLogQuery; });
+  query->callback([&work] { work = {&Run::EventLogQuery}; });
 }
 
 void AddCompletion(CLI::App& app, Texts& texts, Work& work) {
   CLI::App* const completion = app.add_subcommand("completion", "Print the script by which a shell completes commands");
-  completion->add_option("SHELL", texts.shell, "bash, zsh or powershell")
+  TakeOneOf(completion->add_option("SHELL", texts.shell, "bash, zsh or powershell"), {"bash", "zsh", "powershell"})
       ->required()
-      ->type_name("")
-      ->check(CLI::IsMember({"bash", "zsh", "powershell"}).description(""));
-  completion->callback([&] { work = [&](const Run& run) { return run.Print(CompletionScript(app, texts.shell)); }; });
+      ->type_name("");
+  completion->callback([&] { work = {[&](const Run& run) { return run.Print(CompletionScript(app, texts.shell)); }}; });
 }
 
 std::string Version() {
@@ -241,7 +262,7 @@ class CommandLine {
 
   CLI::App app{kDescription, "tvkctl"};
   Texts texts;
-  Work work;  ///< Of the command that was given; empty: none was.
+  Work work;  ///< Of the command that was given; of none it has no `run`.
 };
 
 CommandLine::CommandLine() {
@@ -285,11 +306,12 @@ int RunTvkctl(std::vector<std::string> arguments, std::ostream& out, std::ostrea
   } catch (const CLI::ParseError& failure) {
     return line.app.exit(failure, out, errors) == 0 ? kExitOk : kExitWrongCommandLine;
   }
-  if (!line.work) {
+  if (!line.work.run) {
     errors << CommandIsMissing(line.app);
     return kExitWrongCommandLine;
   }
-  const int exit_code = line.work(Run(line.texts, out, errors));
+  const Run run(line.texts, out, errors);
+  const int exit_code = run.Patiently(line.work.doing, line.work.run);
   return out.flush() || exit_code != kExitOk ? exit_code : kExitFailed;
 }
 

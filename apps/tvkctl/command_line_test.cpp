@@ -125,7 +125,11 @@ TEST_F(CommandLineTest, GivesTheExitCodesThatHelpLists) {
            {{"event", "--data-dir", folder, "--dataset", "TVKEvent", "--item", "X"}, 3, "the service is not there"},
            {{"completion", "bash"},
             0,
-            "\" policy check\") words=\"--help --facts --sysroot --against --scope --json --data-dir\""},
+            "\" policy check\") [[ $word == -* ]] || return; words=\"--help --facts --sysroot --against --scope --json "
+            "--data-dir\""},
+           {{"completion", "bash"}, 0, "\" records --kind\") words=\"item dataset device\" ;;"},
+           {{"completion", "zsh"}, 0, "\" report --data-dir\") return ;;"},
+           {{"completion", "powershell"}, 0, "' inspect smart --table' = 'sata generic'"},
            {{"completion", "powershell"}, 0, "' policy' = 'check schema apply --help --data-dir'"},
            {{"completion", "fish"}, 1, "tvkctl: SHELL"},
            {{"policy", "schema"}, 0, "telemetryScope"},

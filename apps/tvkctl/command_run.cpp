@@ -11,6 +11,7 @@
 #include "apps/tvkctl/inspect_battery.h"
 #include "apps/tvkctl/inspect_drives.h"
 #include "apps/tvkctl/inspect_smart.h"
+#include "apps/tvkctl/patience.h"
 #include "apps/tvkctl/records_command.h"
 #include "apps/tvkctl/report/asked_report.h"
 #include "apps/tvkctl/report/report_command.h"
@@ -71,6 +72,7 @@ int Run::Report() const {
   options.since = texts_.since;
   if (!texts_.html_file.empty()) options.html_file = platform::PathFromUtf8(texts_.html_file);
   options.width = platform::TerminalWidth().value_or(options.width);
+  options.tells_progress = platform::StandardErrorIsTerminal();
   return RunReport(options, *runtime_, out_, errors_);
 }
 
@@ -133,6 +135,16 @@ int Run::InspectFacts() const {
   const auto machine = OpenMachine();
   if (machine == nullptr) return kExitWrongConfiguration;
   return RunInspectFacts(TVK::MachineServices(*machine, *runtime_).machine_information.traits(), texts_.json, out_);
+}
+
+int Run::Patiently(const char* doing, const std::function<int(const Run&)>& work) const {
+  std::optional<Patience> patience;
+  // A policy may be typed.
+  const bool waits_for_person = texts_.policy_file == "-" || texts_.against_file == "-";
+  if (doing != nullptr && !waits_for_person && platform::StandardErrorIsTerminal()) {
+    patience.emplace(*runtime_, doing, errors_);
+  }
+  return work(*this);
 }
 
 int Run::Print(const std::string& text) const {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <optional>
@@ -63,6 +64,9 @@ class Run {
   int InspectPower() const;
   int InspectSmart() const;
   int EventLogQuery() const;
+  /// Runs `work`, a command. Where standard error is a terminal, and what is being done is told, it says there that it
+  /// takes long; see Patience.
+  int Patiently(const char* doing, const std::function<int(const Run&)>& work) const;
   /// Prints `text` as it is.
   int Print(const std::string& text) const;
 

@@ -1,5 +1,7 @@
 #include "apps/tvkctl/inspect_options.h"
 
+#include "apps/tvkctl/offered_values.h"
+
 namespace tvkctl {
 
 void AddSmartOptions(CLI::App& smart, SmartTexts& texts) {
@@ -15,11 +17,11 @@ void AddSmartOptions(CLI::App& smart, SmartTexts& texts) {
   CLI::Option* const health =
       add_file("--nvme-health", texts.nvme_health, "SMART / Health Information of an NVMe drive");
   CLI::Option* const table =
-      smart
-          .add_option("--table", texts.table,
-                      "Names of the attributes: sata (the default where the drive does not turn) or generic")
-          ->type_name("TABLE")
-          ->check(CLI::IsMember({"sata", "generic"}).description(""));
+      TakeOneOf(
+          smart.add_option("--table", texts.table,
+                           "Names of the attributes: sata (the default where the drive does not turn) or generic"),
+          {"sata", "generic"})
+          ->type_name("TABLE");
   for (CLI::Option* const ata : {values, thresholds, identify, table})
     health->excludes(ata);
 }

@@ -171,7 +171,7 @@ void ChannelServer::Converse(MessageStream& stream, std::optional<LocalCaller> c
   while (wait == ChannelWait::kDone && !last && !IsStopping() && runtime_.clock().Steady() < end) {
     wait = stream.Receive(request, In(limits_.patience));
     if (wait != ChannelWait::kDone) break;
-    const Answer answer = answerer_(*caller, request);
+    const Answer answer = answerer_(*caller, request, [&stream] { return !stream.HasHungUp(); });
     last = answer.last;
     wait = stream.Send(answer.text, In(limits_.patience));
   }

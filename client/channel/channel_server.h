@@ -36,7 +36,10 @@ class ChannelServer {
     std::string text;
     bool last = false;  ///< The conversation ends with it.
   };
-  using Answerer = std::function<Answer(const platform::LocalCaller& caller, std::string_view request)>;
+  /// Whether the caller is still there; for the caller's thread, while its answer is made.
+  using IsAwaited = std::function<bool()>;
+  using Answerer =
+      std::function<Answer(const platform::LocalCaller& caller, std::string_view request, const IsAwaited& is_awaited)>;
 
   /// Everything must outlive the object. `refusals` also counts what is refused here.
   ChannelServer(platform::Runtime& runtime, const Log& log, Refusals& refusals, Answerer answerer,

@@ -49,7 +49,7 @@ class ChannelServerTest : public testing::Test {
   void MakeServer(ChannelLimits limits) {
     server_.emplace(
         *runtime_, log_, refusals_,
-        [this](const platform::LocalCaller& caller, std::string_view request) {
+        [this](const platform::LocalCaller& caller, std::string_view request, const ChannelServer::IsAwaited&) {
           EXPECT_EQ(caller.kind, platform::CallerKind::kOwnAccount);
           std::string problem;
           const auto read = RequestFromJson(request, problem);
@@ -217,6 +217,28 @@ TEST_F(ChannelServerTest, WhatStandsInTheWayIsWaitedFor) {
   const platform::SteadyTime deadline = Soon();
   while (client.Ask({}).result != 0)
     ASSERT_LT(runtime_->clock().Steady(), deadline);
+}
+
+TEST_F(ChannelServerTest, WhoGoesBeforeTheAnswerIsNoticed) {
+  std::binary_semaphore asked(0);
+  std::binary_semaphore noticed(0);
+  server_.emplace(*runtime_, log_, refusals_,
+                  [&](const platform::LocalCaller&, std::string_view, const ChannelServer::IsAwaited& is_awaited) {
+                    EXPECT_TRUE(is_awaited());
+                    asked.release();
+                    const platform::SteadyTime deadline = Soon();
+                    while (is_awaited() && runtime_->clock().Steady() < deadline)
+                      std::this_thread::yield();
+                    EXPECT_FALSE(is_awaited());
+                    noticed.release();
+                    return ChannelServer::Answer{ToJson(ChannelAnswer())};
+                  });
+  ASSERT_EQ(server_->Start(place_), "");
+  auto hasty = Connect();
+  ASSERT_EQ(hasty->Send(FrameOf(GreetingToJson()) + FrameOf(ToJson(ChannelRequest{})), Soon()), ChannelWait::kDone);
+  asked.acquire();
+  hasty = nullptr;
+  noticed.acquire();
 }
 
 TEST_F(ChannelServerTest, TheEndWaitsForNobody) {

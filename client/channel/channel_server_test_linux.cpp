@@ -24,7 +24,7 @@ TEST(ChannelServerAccounts, OneThatIsNotLoggedOnIsKnownAndPutOutAtOnce) {
   const auto runtime = platform::MakeRealRuntime({});
   const Log log;
   Refusals refusals(log);
-  ChannelServer server(*runtime, log, refusals, [](const platform::LocalCaller& caller, std::string_view) {
+  ChannelServer server(*runtime, log, refusals, [](const platform::LocalCaller& caller, std::string_view, const auto&) {
     return ChannelServer::Answer{ToJson(ChannelAnswer{static_cast<int>(caller.kind), {}, {}})};
   });
   std::atomic<bool> agent_runs = false;

@@ -30,6 +30,7 @@ class MessageStream {
   /// Whether a message has begun to come and is not whole.
   bool HoldsPart() const { return reader_.HoldsPart(); }
   std::optional<platform::LocalCaller> Identify() { return connection_->Identify(); }
+  bool HasHungUp() { return connection_->HasHungUp(); }
 
  private:
   const std::unique_ptr<platform::LocalConnection> connection_;

@@ -37,6 +37,7 @@ void FlowingText::Flow(std::string_view rest, std::size_t cells) {
     if (line.size() == rest.size()) break;
     Put(line, CellsOf(line));
     rest.remove_prefix(line.size());
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));  // the end of a line stands for them
     cells = CellsOf(rest);
     NewLine(deeper);
   }

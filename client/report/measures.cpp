@@ -14,6 +14,7 @@ namespace TVK {
 namespace {
 
 constexpr std::size_t kMostCurves = 6;  // as many colours as can be told apart
+constexpr std::size_t kMostContexts = 20000;
 constexpr std::size_t kMostDevices = 20000;
 
 std::string Fact(const ItemData& data, std::wstring_view key) {
@@ -105,7 +106,11 @@ void Measures::AddContext(const DatasetContext& context) {
   } else if (const std::string battery = Fact(facts, L"Id"); !battery.empty()) {
     device = {battery + Fact(facts, L"SerialNumber"), battery, Number(facts, L"DesignChargeCapacity").value_or(0)};
   }
-  if (device.key.empty() || devices_.size() >= kMostDevices) return;
+  if (device.key.empty()) return;
+  if (devices_.size() >= kMostContexts && !devices_.contains(context.dataset_context_id())) {
+    if (unknown_devices_.size() < kMostContexts) unknown_devices_.insert(std::move(device.key));
+    return;
+  }
   devices_[context.dataset_context_id()] = std::move(device);
 }
 
@@ -123,6 +128,8 @@ void Measures::AddItem(const ItemEvent& item, std::int64_t seconds) {
     if (item.item_name() == L"ReadUsagePerInterval") add(Measure::kProcessorUse, Number(data, L"CPUUtilization"));
   } else if (dataset == L"MemoryEvent") {
     add(Measure::kMemoryUse, Rest(Share(Number(data, L"FreePhysicalMemory"), Number(data, L"VisibleMemory"))));
+  } else if (found == devices_.end() && !unknown_devices_.empty()) {
+    return;  // of one of them, maybe: several in one curve would be none's
   } else if (dataset == L"BatteryEvent") {
     add(Measure::kBatteryCharge, Number(data, L"BatteryChargeRemaining"));
     add(Measure::kBatteryHealth, Share(Number(data, L"FullChargeCapacity"), device.capacity_when_new));
@@ -161,6 +168,7 @@ std::vector<Timeline> Measures::Take(std::size_t& left_out) {
     timelines.push_back(std::move(timeline));
     left_out += without_room_[measure].size();
   }
+  left_out += unknown_devices_.size();
   lines_.clear();
   return timelines;
 }

@@ -38,13 +38,14 @@ class Measures {
   void Add(Measure measure, const Device& device, std::int64_t seconds, double value);
 
   const TimeAxis axis_;
-  std::map<std::wstring, Device> devices_;  ///< By the id of the context.
+  std::map<std::wstring, Device> devices_;  ///< By the id of the context; a bounded number.
   struct Line {
     std::string name;
     std::vector<Extremes> buckets;
   };
   std::map<Measure, std::map<std::string, Line>> lines_;   ///< By the device's key.
   std::map<Measure, std::set<std::string>> without_room_;  ///< Keys of devices.
+  std::set<std::string> unknown_devices_;                  ///< Keys of those with a context for which was no room.
 };
 
 }  // namespace TVK

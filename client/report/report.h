@@ -21,6 +21,7 @@ enum class GapEnd {
   kServiceStart,  ///< Monitors were started: there was no service, or no consent.
   kMachineStart,  ///< So was the machine: it was off.
   kOpen,          ///< None came since.
+  kDeleted,       ///< Records of that time are deleted: nobody knows whether there was a gap.
 };
 
 /// A time without a record.

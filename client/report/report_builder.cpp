@@ -31,6 +31,9 @@ class Builder {
 
   void Take(const StoredRecord& record) {
     Series& series = SeriesOf(record);
+    // The store numbers its records without a hole, and uses no number twice.
+    deleted_ = deleted_ || (last_sequence_ > 0 && record.sequence > last_sequence_ + 1);
+    last_sequence_ = record.sequence;
     const bool counts = record.written_seconds >= since_;
     bool started = false;
     if (record.kind == RecordKind::kDataset) started = TakeContext(record);
@@ -132,12 +135,15 @@ class Builder {
   void Follow(std::int64_t seconds, bool started, bool starts_machine) {
     if (report_.records++ == 0) report_.oldest_seconds = seconds;
     const std::int64_t before = std::max(report_.newest_seconds, report_.axis.begin);
-    if (seconds - before >= kShortestGap) report_.gaps.push_back({before, seconds, GapEnd::kServiceRan});
+    if (seconds - before >= kShortestGap) {
+      report_.gaps.push_back({before, seconds, deleted_ ? GapEnd::kDeleted : GapEnd::kServiceRan});
+    }
+    if (seconds >= report_.newest_seconds) deleted_ = false;
     report_.newest_seconds = std::max(report_.newest_seconds, seconds);
     if (report_.gaps.empty() || report_.newest_seconds - report_.gaps.back().end > kStartTime) return;
     GapEnd& ended = report_.gaps.back().ended;
     if (started && ended == GapEnd::kServiceRan) ended = GapEnd::kServiceStart;
-    if (starts_machine) ended = GapEnd::kMachineStart;
+    if (starts_machine && ended != GapEnd::kDeleted) ended = GapEnd::kMachineStart;
   }
 
   Report& report_;
@@ -146,6 +152,8 @@ class Builder {
   std::map<std::int64_t, Series> series_;
   std::map<std::size_t, bool> gaps_told_;  ///< By dataset of the report.
   std::size_t items_ = 0;
+  std::int64_t last_sequence_ = 0;
+  bool deleted_ = false;  ///< Some since the newest record.
   Measures measures_;
   Descriptions descriptions_;
 };

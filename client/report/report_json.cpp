@@ -118,7 +118,7 @@ Value GapsToJson(const std::vector<Gap>& gaps) {
 std::vector<Gap> GapsFromJson(const Value& list) {
   std::vector<Gap> gaps;
   for (const Value& row : list) {
-    const Gap gap{Seconds(Row(row, 3)[0]), Seconds(row[1]), OneOf(row[2], GapEnd::kOpen)};
+    const Gap gap{Seconds(Row(row, 3)[0]), Seconds(row[1]), OneOf(row[2], GapEnd::kDeleted)};
     if (gap.length() < 0) throw NoReport();
     gaps.push_back(gap);
   }
@@ -280,6 +280,21 @@ Json::Value ReportToJson(const Report& report) {
       ListFrom(report.descriptions, [](const Description& description) { return ToJson(description); });
   value["left_out"] = Count(report.left_out);
   return value;
+}
+
+bool Shorten(Report& report) {
+  std::vector<Description>& descriptions = report.descriptions;
+  bool shorter = false;
+  for (Description& description : descriptions) {
+    description.changes_left_out += description.changes.size();
+    shorter = shorter || !description.changes.empty();
+    description.changes.clear();
+  }
+  if (shorter || descriptions.empty()) return shorter;
+  const std::size_t kept = descriptions.size() / 2;
+  report.left_out += descriptions.size() - kept;
+  descriptions.resize(kept);
+  return true;
 }
 
 std::optional<Report> ReportFromJson(const Json::Value& value) {

@@ -15,36 +15,10 @@
 #include "client/store/loss_log.h"
 #include "client/store/record_row.h"
 #include "client/store/store_connections.h"
+#include "client/store/store_reading.h"
 #include "client/text/string.h"
 
 namespace TVK {
-namespace {
-
-constexpr wchar_t kRead[] = L"EventDataLogging::Read";
-
-// A context that was read.
-template <typename Context>
-struct ReadContext {
-  Context context;
-  std::optional<RecordRow> row;  ///< Nothing when it is not readable.
-  std::int64_t sequence = 0;
-};
-
-std::optional<RecordRow> Parse(std::string_view json, std::string_view device_key, DatasetContext& context) {
-  std::optional<DatasetContext> read = DatasetContextFromJson(json);
-  if (!read) return std::nullopt;
-  context = std::move(*read);
-  return RowOf(context, String::UTF8ToUTF16(device_key));
-}
-
-std::optional<RecordRow> Parse(std::string_view json, std::string_view /*device_key*/, DeviceContext& context) {
-  std::optional<DeviceContext> read = DeviceContextFromJson(json);
-  if (!read) return std::nullopt;
-  context = std::move(*read);
-  return RowOf(context);
-}
-
-}  // namespace
 
 class EventDataLogging::Impl {
  public:
@@ -105,92 +79,7 @@ class EventDataLogging::Impl {
     return code;
   }
 
-  // Runs `query` on the reading side and turns the text that it gives into a record.
-  template <typename Record, typename Query>
-  int Read(Record& record, std::optional<Record> (*from_json)(std::string_view), const Query& query) {
-    std::optional<Record> read;
-    const int code = Ask([&](StoreQueries& queries) {
-      return query(queries, [&](const FoundRecord& found) { read = from_json(found.json); });
-    });
-    if (code != 0) return code;
-    if (!read) return Unreadable();
-    record = std::move(*read);
-    return 0;
-  }
-
-  // The last context of a dataset's device, of any of them without `key`. What waits to be written is newer than all
-  // that is in the file; when that cannot be read, what was written or given before is the best answer.
-  template <typename Context>
-  int ReadLastContext(RecordKind kind, const std::string& dataset_id, const std::optional<std::string>& key,
-                      Context& context) {
-    if (const auto waiting = contexts_.Newest(kind, dataset_id, key, /*only_unwritten=*/true)) {
-      return Give(*waiting, context);
-    }
-    std::vector<ReadContext<Context>> last;
-    if (const int code = ReadContexts(kind, dataset_id, key, 1, last); code != 0) {
-      const auto known = contexts_.Newest(kind, dataset_id, key, /*only_unwritten=*/false);
-      return known ? Give(*known, context) : code;
-    }
-    if (last.empty()) return kStoreNotFound;
-    if (!last.front().row) return Unreadable();
-    context = std::move(last.front().context);
-    return 0;
-  }
-
-  int ReadDeviceContext(const std::string& id, DeviceContext& context) {
-    if (const auto known = contexts_.Get(RecordKind::kDevice, id)) return Give(*known, context);
-    return Read(context, DeviceContextFromJson, [&](StoreQueries& queries, const StoreQueries::Take& take) {
-      return queries.DeviceContextById(id, take);
-    });
-  }
-
-  int ReadEarlierContexts(const std::string& dataset_id, const std::optional<std::string>& key,
-                          std::vector<DatasetContext>& contexts) {
-    std::vector<DatasetContext> earlier;
-    const std::vector<RecordRow> waiting = contexts_.Unwritten();
-    for (auto row = waiting.rbegin(); row != waiting.rend(); ++row) {
-      if (row->kind != RecordKind::kDataset || row->dataset_id != dataset_id || (key && row->key != *key)) continue;
-      earlier.emplace_back();
-      static_cast<void>(Give(*row, earlier.back()));
-    }
-    std::vector<ReadContext<DatasetContext>> read;
-    if (const int code = ReadContexts(RecordKind::kDataset, dataset_id, key, kMostEarlierContexts, read); code != 0) {
-      return code;
-    }
-    for (ReadContext<DatasetContext>& each : read) {
-      if (each.row) {
-        earlier.push_back(std::move(each.context));
-      } else {
-        log_.e(L"%s: context %d is not readable and is passed over", kRead, each.sequence);
-      }
-    }
-    if (earlier.size() > kMostEarlierContexts) earlier.resize(kMostEarlierContexts);
-    contexts = std::move(earlier);
-    return 0;
-  }
-
-  int ReadState(const std::string& dataset_id, const std::string& key, std::wstring& value) {
-    std::string read;
-    const int code = Ask([&](StoreQueries& queries) { return queries.State(dataset_id, key, read); });
-    if (code == 0) value = String::UTF8ToUTF16(read);
-    return code;
-  }
-
-  int ReadItems(const std::string& dataset_id, std::int64_t first, std::int64_t end, std::vector<ItemEvent>& events) {
-    std::vector<ItemEvent> read;
-    const int code = Ask([&](StoreQueries& queries) {
-      read.clear();
-      return queries.Items(dataset_id, first, end, [&](std::int64_t id, std::string_view json) {
-        if (std::optional<ItemEvent> event = ItemEventFromJson(json)) {
-          read.push_back(std::move(*event));
-        } else {
-          log_.e(L"%s: item event %d is not readable and is passed over", L"EventDataLogging::ReadItemEvents", id);
-        }
-      });
-    });
-    if (code == 0) events = std::move(read);
-    return code;
-  }
+  StoreReading& reading() { return reading_; }
 
   void SetRecordListener(RecordListener listener) {
     const std::lock_guard lock(listener_mutex_);
@@ -198,60 +87,6 @@ class EventDataLogging::Impl {
   }
 
  private:
-  template <typename Question>
-  int Ask(const Question& question) {
-    const int code = connections_.Ask(question);
-    if (code != 0 && code != kStoreNotFound) {
-      log_.e(L"%s: reading failed, error %d (%s)", kRead, code, StoreErrorText(code));
-    }
-    return code;
-  }
-
-  int Unreadable() {
-    log_.e(L"%s: a stored record is not readable", kRead);
-    return SQLITE_CORRUPT;
-  }
-
-  // What is known was readable when it came to be.
-  template <typename Context>
-  int Give(const RecordRow& known, Context& context) {
-    return Parse(known.json, known.key, context) ? 0 : Unreadable();
-  }
-
-  // Newest first, those that are not readable among them; the others are known from now on.
-  template <typename Context>
-  int ReadContexts(RecordKind kind, const std::string& dataset_id, const std::optional<std::string>& key,
-                   std::size_t at_most, std::vector<ReadContext<Context>>& contexts) {
-    const std::lock_guard no_retention(use_mutex_);
-    const int code = Ask([&](StoreQueries& queries) {
-      contexts.clear();
-      return queries.LastContexts(kind, dataset_id, key, at_most, [&](const FoundRecord& found) {
-        ReadContext<Context>& read = contexts.emplace_back();
-        read.row = Parse(found.json, found.key, read.context);
-        read.sequence = found.sequence;
-      });
-    });
-    if (code != 0) return code;
-    for (const ReadContext<Context>& read : contexts) {
-      if (!read.row) continue;
-      if (const int failed = KnowDeviceContextOf(*read.row); failed != 0) return failed;
-      contexts_.NoteGiven(*read.row, read.sequence);
-    }
-    return 0;
-  }
-
-  // Whoever is given a context may write it into a file that is begun anew, and there needs what it names.
-  int KnowDeviceContextOf(const RecordRow& row) {
-    const std::string& id = row.device_context_id;
-    if (id.empty() || contexts_.Get(RecordKind::kDevice, id)) return 0;
-    return Ask([&](StoreQueries& queries) {
-      return queries.DeviceContextById(id, [&](const FoundRecord& found) {
-        DeviceContext context;
-        if (auto device = Parse(found.json, found.key, context)) contexts_.NoteGiven(*device, found.sequence);
-      });
-    });
-  }
-
   // Runs on the thread that leads the commit.
   void Commit(std::span<QueuedRecord* const> records) {
     try {
@@ -290,7 +125,7 @@ class EventDataLogging::Impl {
   int EraseNow(const Erasure& erasure, std::uint64_t& count) {
     RestoreConnections();
     if (connections_.writing() == nullptr) return kStoreClosed;
-    const std::lock_guard no_new_use(use_mutex_);
+    const auto no_new_use = reading_.HoldBack();
     const int code = EraseRecords(connections_.writing()->database, erasure, count);
     contexts_.NoteErased(Finder(), erasure);
     if (code != SQLITE_OK) {
@@ -348,7 +183,7 @@ class EventDataLogging::Impl {
     for (const QueuedRecord* record : records) {
       if (record->result != 0 || record->row.kind == RecordKind::kItem) continue;
       contexts_.NoteWritten(record->row, record->sequence);
-      static_cast<void>(KnowDeviceContextOf(record->row));
+      static_cast<void>(reading_.KnowDeviceContextOf(record->row));
     }
     const std::lock_guard lock(listener_mutex_);
     if (!listener_) return;
@@ -376,7 +211,7 @@ class EventDataLogging::Impl {
     if (connections_.writing() == nullptr) return;
     Retention& retention = connections_.writing()->retention;
     const bool knew = retention.stays_too_large();
-    const std::lock_guard no_new_use(use_mutex_);
+    const auto no_new_use = reading_.HoldBack();
     if (const int code = retention.AfterCommit(written, clock_.NowSeconds(), contexts_); code != SQLITE_OK) {
       log_.e(L"%s: old records could not be removed, error %d (%s)", L"EventDataLogging::Retention", code,
              StoreErrorText(code));
@@ -393,11 +228,8 @@ class EventDataLogging::Impl {
   std::string opening_problem_;  ///< Constant once constructed.
   KnownContexts contexts_;
   StoreConnections connections_{options_, clock_, log_};
+  StoreReading reading_{connections_, contexts_, log_};
   LossLog losses_{log_};
-
-  /// Guards that what is in use stays in the file: held while a context is read and noted as in use, and while
-  /// retention removes what is not in use.
-  std::mutex use_mutex_;
 
   std::mutex listener_mutex_;  ///< Guards listener_ and is held while it is called.
   RecordListener listener_;
@@ -460,53 +292,43 @@ void EventDataLogging::RememberDeviceContext(const DeviceContext& context) {
 
 int EventDataLogging::GetLastItemEventWithItemId(const std::wstring& dataset_id, const std::wstring& item_id,
                                                  ItemEvent& event, utility::EGetDBPathMethod /*method*/) const {
-  const std::string dataset = String::UTF16ToUTF8(dataset_id);
-  const std::string item = String::UTF16ToUTF8(item_id);
-  return impl_->Read(event, ItemEventFromJson, [&](StoreQueries& queries, const StoreQueries::Take& take) {
-    return queries.LastItem(dataset, item, take);
-  });
+  return impl_->reading().LastItem(dataset_id, item_id, event);
 }
 
 int EventDataLogging::GetLastDatasetContext(const std::wstring& dataset_id, DatasetContext& context,
                                             utility::EGetDBPathMethod /*method*/) const {
-  return impl_->ReadLastContext(RecordKind::kDataset, String::UTF16ToUTF8(dataset_id), std::nullopt, context);
+  return impl_->reading().LastContext(dataset_id, std::nullopt, context);
 }
 
 int EventDataLogging::GetLastDatasetContextOfDevice(const std::wstring& dataset_id, const std::wstring& device_key,
                                                     DatasetContext& context) const {
-  return impl_->ReadLastContext(RecordKind::kDataset, String::UTF16ToUTF8(dataset_id), String::UTF16ToUTF8(device_key),
-                                context);
+  return impl_->reading().LastContext(dataset_id, device_key, context);
 }
 
 int EventDataLogging::GetLastDeviceContext(DeviceContext& context, utility::EGetDBPathMethod /*method*/) const {
-  return impl_->ReadLastContext(RecordKind::kDevice, {}, std::string(), context);
+  return impl_->reading().LastContext(context);
 }
 
 int EventDataLogging::GetDeviceContext(const std::wstring& device_context_id, DeviceContext& context) const {
-  return impl_->ReadDeviceContext(String::UTF16ToUTF8(device_context_id), context);
+  return impl_->reading().ContextById(device_context_id, context);
 }
 
 int EventDataLogging::GetEarlierDatasetContexts(const std::wstring& dataset_id, std::vector<DatasetContext>& contexts,
                                                 const std::optional<std::wstring>& device_key) const {
-  std::optional<std::string> key;
-  if (device_key) key = String::UTF16ToUTF8(*device_key);
-  return impl_->ReadEarlierContexts(String::UTF16ToUTF8(dataset_id), key, contexts);
+  return impl_->reading().EarlierContexts(dataset_id, device_key, contexts);
 }
 
 int EventDataLogging::GetState(const std::wstring& dataset_id, const std::wstring& key, std::wstring& value) const {
-  return impl_->ReadState(String::UTF16ToUTF8(dataset_id), String::UTF16ToUTF8(key), value);
+  return impl_->reading().State(dataset_id, key, value);
 }
 
 int EventDataLogging::GetLastItemEventOfAnyDataset(const std::wstring& item_id, ItemEvent& event) const {
-  const std::string item = String::UTF16ToUTF8(item_id);
-  return impl_->Read(event, ItemEventFromJson, [&](StoreQueries& queries, const StoreQueries::Take& take) {
-    return queries.LastItemOfAnyDataset(item, take);
-  });
+  return impl_->reading().LastItemOfAnyDataset(item_id, event);
 }
 
 int EventDataLogging::ReadItemEvents(const std::wstring& dataset_id, std::int64_t first_id, std::int64_t end_id,
                                      std::vector<ItemEvent>& events) const {
-  return impl_->ReadItems(String::UTF16ToUTF8(dataset_id), first_id, end_id, events);
+  return impl_->reading().Items(dataset_id, first_id, end_id, events);
 }
 
 int EventDataLogging::GetLastSequence(std::int64_t& sequence) {

@@ -28,14 +28,24 @@ int ForEachRow(Database& database, const char* sql, const Take& take) {
 
 }  // namespace
 
+std::uint64_t StoreBytes(const std::filesystem::path& file) {
+  std::uint64_t all = 0;
+  for (const char* const suffix : {"", "-wal"}) {
+    std::filesystem::path part = file;
+    std::error_code unknown;
+    const std::uintmax_t bytes = std::filesystem::file_size(part += suffix, unknown);
+    if (!unknown) all += bytes;
+  }
+  return all;
+}
+
 std::optional<StoreSummary> ReadStoreSummary(const std::filesystem::path& file, std::string& problem) {
   Database database;
   const StoreFileOpening opening = OpenStoreReadOnly(file, database);
   problem = opening.problem;
   if (opening.state != StoreFileState::kReady) return std::nullopt;
   StoreSummary summary;
-  std::error_code ignored;
-  if (const std::uintmax_t bytes = std::filesystem::file_size(file, ignored); !ignored) summary.bytes = bytes;
+  summary.bytes = StoreBytes(file);
   int code = ForEachRow(database, kLast, [&](const std::string& dataset, std::int64_t seconds) {
     summary.last_seconds_by_dataset[dataset] = seconds;
   });

@@ -198,6 +198,13 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   return {};
 }
 
+std::string ProbeReplaceFile(const std::filesystem::path& file) {
+  std::string temporary;
+  if (!MakeTemporary(file, temporary)) return Describe("cannot write beside", file, errno);
+  ::unlink(temporary.c_str());
+  return {};
+}
+
 void RemoveLeftovers(const std::filesystem::path& file) {
   const std::string begin = TemporaryBegin(file);
   std::error_code error;

@@ -114,6 +114,11 @@ class SocketConnection final : public LocalConnection {
     return caller;
   }
 
+  bool HasHungUp() override {
+    pollfd state{.fd = fd_.get(), .events = POLLRDHUP, .revents = 0};
+    return ::poll(&state, 1, 0) > 0;
+  }
+
  private:
   /// The runtime waits for what is readable: an epoll descriptor is that once the socket takes more.
   ChannelWait WaitForRoom(SteadyTime deadline) {

@@ -13,4 +13,8 @@ std::optional<std::size_t> TerminalWidth() {
   return size.ws_col;
 }
 
+bool StandardErrorIsTerminal() {
+  return ::isatty(STDERR_FILENO) != 0;
+}
+
 }  // namespace platform

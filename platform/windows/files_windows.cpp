@@ -215,6 +215,13 @@ std::string ReplaceFile(const std::filesystem::path& file, std::string_view cont
   return problem;
 }
 
+std::string ProbeReplaceFile(const std::filesystem::path& file) {
+  const std::filesystem::path temporary = TemporaryName(file);
+  std::string problem = WriteAndFlush(temporary, {});
+  DeleteFileW(temporary.c_str());
+  return problem;
+}
+
 void RemoveLeftovers(const std::filesystem::path& file) {
   std::error_code error;
   std::filesystem::directory_iterator entry(file.has_parent_path() ? file.parent_path() : L".", error);

@@ -164,6 +164,10 @@ class PipeConnection final : public LocalConnection {
     return caller;
   }
 
+  bool HasHungUp() override {
+    return !PeekNamedPipe(pipe_.get(), nullptr, 0, nullptr, nullptr, nullptr) && GetLastError() == ERROR_BROKEN_PIPE;
+  }
+
  private:
   Runtime& runtime_;
   Waitable* const end_;

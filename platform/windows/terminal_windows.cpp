@@ -9,4 +9,9 @@ std::optional<std::size_t> TerminalWidth() {
   return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
 }
 
+bool StandardErrorIsTerminal() {
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
+}
+
 }  // namespace platform

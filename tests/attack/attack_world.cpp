@@ -145,14 +145,19 @@ Findings Target::Look() const {
   return findings;
 }
 
-int RunToEnd(const std::string& program, const std::vector<std::string>& arguments, const Variables& environment,
-             std::vector<std::string>& lines) {
+std::vector<std::string> WordsFor(const std::string& program, const std::vector<std::string>& arguments,
+                                  const Variables& environment) {
   std::vector<std::string> words;
   for (const auto& [name, value] : environment)
     words.push_back(name + '=' + value);
   words.push_back(ProgramBeside(program));
   words.insert(words.end(), arguments.begin(), arguments.end());
-  ChildProcess process("/usr/bin/env", words);
+  return words;
+}
+
+int RunToEnd(const std::string& program, const std::vector<std::string>& arguments, const Variables& environment,
+             std::vector<std::string>& lines) {
+  ChildProcess process("/usr/bin/env", WordsFor(program, arguments, environment));
   const std::optional<int> code = process.WaitForEnd(kPatience);
   EXPECT_TRUE(code.has_value()) << program << " does not end";
   lines = process.Lines();

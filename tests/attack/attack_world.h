@@ -64,6 +64,10 @@ class Target {
   std::vector<std::string> shown_;
 };
 
+/// The words by which env(1) starts a program of ours with these in its environment.
+std::vector<std::string> WordsFor(const std::string& program, const std::vector<std::string>& arguments,
+                                  const Variables& environment);
+
 /// Runs a program of ours to its end, with these in its environment; its exit code, 128 + signal when it was killed.
 /// `lines` receives what it said.
 int RunToEnd(const std::string& program, const std::vector<std::string>& arguments, const Variables& environment,

@@ -5,6 +5,7 @@
 //   TVK_FAULT=CALL:ACTION:N      the N-th such call (from 1): CALL is open, read, write, sync, rename, truncate or
 //                                remove; ACTION an errno (EIO, ENOSPC, EMFILE, EINTR) or kill, which writes half of
 //                                what a write was given first
+//   TVK_FAULT_FROM=FILE          calls count from when it exists; without it from the begin
 //   TVK_FAULT_MARK=FILE          made when the N-th call was reached
 //   TVK_FAULT_SWITCH=FILE        while it exists every write below the folder fails with ENOSPC
 #include <dlfcn.h>
@@ -79,15 +80,24 @@ bool IsBelowRoot(int fd) {
   return size > 0 && IsBelowRoot(std::string_view(path, static_cast<std::size_t>(size)));
 }
 
+bool Exists(const char* file) {
+  return ::syscall(SYS_faccessat, AT_FDCWD, file, F_OK) == 0;
+}
+
 bool DiskIsFull() {
   static const char* const file = ::getenv("TVK_FAULT_SWITCH");
-  return file != nullptr && ::syscall(SYS_faccessat, AT_FDCWD, file, F_OK) == 0;
+  return file != nullptr && Exists(file);
+}
+
+bool HaveBegun() {
+  static const char* const file = ::getenv("TVK_FAULT_FROM");
+  return file == nullptr || Exists(file);
 }
 
 // Whether the call that is about to be made is the one that was named.
 bool IsDue(Call call) {
   static std::atomic<long> made = 0;
-  if (call != TheFault().call || ++made != TheFault().nth) return false;
+  if (call != TheFault().call || !HaveBegun() || ++made != TheFault().nth) return false;
   if (const char* const mark = ::getenv("TVK_FAULT_MARK")) {
     const long fd = ::syscall(SYS_openat, AT_FDCWD, mark, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
     if (fd >= 0) ::syscall(SYS_close, fd);

@@ -35,13 +35,16 @@ bool AskReport(const std::filesystem::path& place, std::optional<std::int64_t> s
       TVK::ChannelClient(runtime, place).Ask({.wish = TVK::ChannelWish::kReport, .since_seconds = since});
   problem = TVK::HarmlessText(answer.reason);
   if (answer.result != 0) return false;
-  const Json::Value value = Parsed(answer.body);
+  if (ReadToldReport(answer.body, report, standing)) return true;
+  problem = "the service answers something that is no report";
+  return false;
+}
+
+bool ReadToldReport(const std::string& text, TVK::Report& report, Standing& standing) {
+  const Json::Value value = Parsed(text);
   std::optional<TVK::Report> told;
   if (value.isObject() && value["status"].isObject()) told = TVK::ReportFromJson(value["report"]);
-  if (!told) {
-    problem = "the service answers something that is no report";
-    return false;
-  }
+  if (!told) return false;
   report = *std::move(told);
   standing = StandingFromStatus(value["status"]);
   return true;

@@ -17,4 +17,7 @@ namespace tvkctl {
 bool AskReport(const std::filesystem::path& place, std::optional<std::int64_t> since, platform::Runtime& runtime,
                TVK::Report& report, Standing& standing, std::string& problem);
 
+/// What the service tells, as JSON. False, with nothing changed, for what is none. Pure; any thread.
+bool ReadToldReport(const std::string& text, TVK::Report& report, Standing& standing);
+
 }  // namespace tvkctl

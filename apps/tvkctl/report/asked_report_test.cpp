@@ -19,7 +19,7 @@ class AskedReportTest : public testing::Test {
  protected:
   bool Ask(const std::string& body) {
     TVK::Refusals refusals(log_);
-    TVK::ChannelServer server(*runtime_, log_, refusals, [&](const platform::LocalCaller&, std::string_view request) {
+    TVK::ChannelServer server(*runtime_, log_, refusals, [&](const auto&, std::string_view request, const auto&) {
       std::string ignored;
       const auto asked = TVK::RequestFromJson(request, ignored);
       const bool right = asked && asked->wish == TVK::ChannelWish::kReport && asked->since_seconds == 7;

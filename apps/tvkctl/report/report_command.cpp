@@ -11,6 +11,7 @@
 #include "apps/tvkctl/report/report_text.h"
 #include "apps/tvkctl/store_access.h"
 #include "client/report/report_builder.h"
+#include "client/store/store_summary.h"
 #include "client/text/moment.h"
 #include "client/text/string.h"
 #include "platform/files.h"
@@ -39,17 +40,25 @@ class Progress {
   platform::SteadyTime next_;
 };
 
+// Whether the page can be put there: making it takes a while.
+bool HasRoomForPage(const std::filesystem::path& file, std::ostream& errors) {
+  if (file.empty() || file == "-") return true;
+  std::error_code unknown;
+  const auto type = std::filesystem::symlink_status(file, unknown).type();
+  std::string problem;
+  if (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::not_found) {
+    problem = platform::PathToUtf8(file) + " is no regular file; nothing is put in its place";
+  } else {
+    problem = platform::ProbeReplaceFile(file);
+  }
+  if (!problem.empty()) errors << "tvkctl: " << TVK::HarmlessText(problem) << '\n';
+  return problem.empty();
+}
+
 int WritePage(const std::string& page, const std::filesystem::path& file, std::ostream& out, std::ostream& errors) {
   if (file == "-") {
     out << page << std::flush;
     return out.good() ? kExitOk : kExitFailed;
-  }
-  std::error_code unknown;
-  const auto type = std::filesystem::symlink_status(file, unknown).type();
-  if (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::not_found) {
-    errors << "tvkctl: " << TVK::HarmlessText(platform::PathToUtf8(file))
-           << " is no regular file; nothing is put in its place\n";
-    return kExitFailed;
   }
   const std::string failure = platform::ReplaceFile(file, page, platform::FileAccess::kPrivate);
   if (failure.empty()) {
@@ -92,7 +101,7 @@ Found Look(const ReportOptions& options, std::optional<std::int64_t> since, cons
                                          {.since_seconds = since,
                                           .progress =
                                               [&](double part) {
-                                                progress.Tell(part);
+                                                if (options.tells_progress) progress.Tell(part);
                                                 return true;
                                               }},
                                          clock, found.report, problem);
@@ -100,10 +109,7 @@ Found Look(const ReportOptions& options, std::optional<std::int64_t> since, cons
     errors << "tvkctl: the records cannot be read to the end: " << TVK::HarmlessText(problem) << '\n';
     found.code = kExitFailed;
   }
-  std::error_code unknown;
-  if (const std::uintmax_t bytes = std::filesystem::file_size(file, unknown); !unknown) {
-    found.report.store_bytes = bytes;
-  }
+  found.report.store_bytes = TVK::StoreBytes(file);
   found.standing = options.standing();
   return found;
 }
@@ -121,6 +127,7 @@ int RunReport(const ReportOptions& options, platform::Runtime& runtime, std::ost
       return kExitWrongCommandLine;
     }
   }
+  if (!HasRoomForPage(options.html_file, errors)) return kExitFailed;
   const Found found = Look(options, since, clock, errors);
   if (!found.standing) return found.code;
   const ReportSentences sentences(found.report, *found.standing, options.data_dir, clock);

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <vector>
 
+#include "client/store/erasure.h"
 #include "client/store/event_data_logging.h"
 #include "platform/files.h"
 #include "platform/simulated/virtual_runtime.h"
@@ -162,6 +163,38 @@ TEST_F(ReportTest, WhatIsDeletedForItsAgeIsNoGap) {
                "nothing recorded    89 days from 2026-01-31 20:00"});
 }
 
+TEST_F(ReportTest, ATimeOfWhichRecordsAreDeletedIsNoGap) {
+  OpenStore();
+  const auto usual = [&] {
+    for (int i = 0; i < 4; ++i) {
+      world_.AdvanceBy(minutes(30));
+      Item(L"CPUEvent", L"ReadUsagePerInterval");
+    }
+  };
+  Item(L"MemoryEvent", L"Memory change");
+  usual();
+  world_.AdvanceBy(hours(3));
+  Item(L"MemoryEvent", L"Memory change");
+  const std::int64_t then = world_.clock().NowSeconds();
+  usual();
+  Context(L"CPUEvent", L"1", {{L"cpu_name", L"P"}});
+  world_.AdvanceBy(hours(4));
+  Context(L"CPUEvent", L"2", {{L"cpu_name", L"P"}});  // started
+  Item(L"SystemBIOSEvent", L"ReadInfoPerBoot");
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({"nothing recorded    4 hours from 2026-01-01 07:00: the PC was off\n",
+               "nothing recorded    3 hours from 2026-01-01 02:00: asleep, or nothing was due\n"});
+  std::uint64_t count = 0;
+  ASSERT_EQ(store_->Erase({.dataset_id = "CPUEvent", .before_seconds = then}, count), 0);
+  EXPECT_EQ(count, 4u);
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({"nothing recorded    5 hours from 2026-01-01 00:00: older records are deleted\n",
+               "nothing recorded    4 hours from 2026-01-01 07:00: the PC was off\n"});
+  ASSERT_EQ(store_->Erase({.dataset_id = "CPUEvent"}, count), 0);
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({"nothing recorded    6 hours from 2026-01-01 05:00: older records are deleted\n"});
+}
+
 TEST_F(ReportTest, MakesAPageOfWhichNoTextOfARecordIsAPart) {
   OpenStore();
   const std::wstring hostile = L"</style><script>x</script>\"'><img src=x onerror=y>\u202E&";
@@ -212,7 +245,8 @@ TEST_F(ReportTest, MakesAPageOfWhichNoTextOfARecordIsAPart) {
   std::filesystem::create_directory(link);
   EXPECT_EQ(Run({}, link), 3);
   EXPECT_NE(errors_.str().find("no regular file"), std::string::npos);
-  EXPECT_EQ(Run({}, folder_.path() / "absent" / "report.html"), 3);
+  std::filesystem::remove(folder_.path() / TVK::kStoreFileName);
+  EXPECT_EQ(Run({}, folder_.path() / "absent" / "report.html"), 3) << "told before the store is looked for";
   EXPECT_NE(errors_.str().find("absent"), std::string::npos);
 }
 

@@ -108,6 +108,8 @@ std::string ReportSentences::GapText(const TVK::Gap& gap) const {
       return when + ": the PC or the service was off, or there was no consent";
     case GapEnd::kMachineStart:
       return when + ": the PC was off";
+    case GapEnd::kDeleted:
+      return when + ": older records are deleted";
     case GapEnd::kOpen:
       break;
   }

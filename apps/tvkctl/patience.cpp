@@ -1,0 +1,29 @@
+#include "apps/tvkctl/patience.h"
+
+#include <chrono>
+#include <ostream>
+
+namespace tvkctl {
+
+Patience::Patience(platform::Runtime& runtime, std::string doing, std::ostream& errors)
+    : runtime_(runtime),
+      doing_(std::move(doing)),
+      errors_(errors),
+      done_(runtime.MakeEvent(platform::EventReset::kManual)),
+      thread_(runtime.StartThread("tvk-patience", [this] { Tell(); })) {}
+
+Patience::~Patience() {
+  done_->Set();
+  runtime_.Join(thread_);
+}
+
+void Patience::Tell() {
+  std::chrono::seconds passed(0);
+  for (std::chrono::seconds next(2);; next *= 2) {
+    if (runtime_.Wait(*done_, next - passed) == 0) return;
+    passed = next;
+    errors_ << "tvkctl: " + doing_ + ", for " + std::to_string(passed.count()) + " seconds now\n" << std::flush;
+  }
+}
+
+}  // namespace tvkctl
