@@ -142,7 +142,7 @@ Findings Target::Look() const {
     const Json::Value value = Parse(record.json);
     if (record.kind == TVK::RecordKind::kDevice) {
       contexts.insert(value["device_context_id"].asString());
-      if (value["device_path"].asString() == device_path_)
+      if (value["device_info"]["device_path"].asString() == device_path_)
         contexts_of_path.insert(value["device_context_id"].asString());
     }
     if (record.kind == TVK::RecordKind::kDataset) contexts.insert(value["dataset_context_id"].asString());
