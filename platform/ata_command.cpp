@@ -3,11 +3,13 @@
 namespace platform {
 namespace {
 
+// ACS-3 and ACS-4, the command codes of IDENTIFY DEVICE, CHECK POWER MODE and SMART.
 constexpr std::uint8_t kIdentifyDevice = 0xEC;
 constexpr std::uint8_t kCheckPowerMode = 0xE5;
 constexpr std::uint8_t kSmart = 0xB0;
 
-// SMART, which tells its commands apart by the features register and wants a signature in two of the others.
+// The same, "SMART": it tells its commands apart by the features register and wants a signature in two of the others.
+// The thresholds are of ATA-3, log address and self-tests of "SMART READ LOG" and "SMART EXECUTE OFF-LINE IMMEDIATE".
 constexpr std::uint8_t kReadData = 0xD0;
 constexpr std::uint8_t kReadThresholds = 0xD1;
 constexpr std::uint8_t kExecuteOffLineImmediate = 0xD4;

@@ -6,7 +6,8 @@
 namespace platform {
 namespace {
 
-// Byte 1: the protocol. Byte 2: whether registers are wanted back, which way data go, and what counts them.
+// SAT-4, "ATA PASS-THROUGH (12) command" and "(16)". Byte 1: the protocol. Byte 2: whether registers are wanted back,
+// which way data go, and what counts them.
 struct Flags {
   std::uint8_t protocol;
   std::uint8_t transfer;

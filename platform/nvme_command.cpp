@@ -3,6 +3,7 @@
 namespace platform {
 namespace {
 
+// NVM Express Base Specification, "Opcodes for Admin Commands".
 constexpr std::uint8_t kGetLogPage = 0x02;
 constexpr std::uint8_t kIdentify = 0x06;
 constexpr std::uint8_t kDeviceSelfTest = 0x14;
@@ -45,7 +46,8 @@ std::optional<NvmeCommand> NvmeCommandOf(DriveAction action) {
 }
 
 DriveAnswer NvmeOutcome(std::uint32_t status) {
-  // Status code type and status code; the bits above say only whether trying again may help and where more is told.
+  // NVM Express Base Specification, "Status Field Definition": status code type and status code; the bits above say
+  // only whether trying again may help and where more is told.
   const std::uint32_t code = status & 0x7FF;
   constexpr std::uint32_t kInvalidOpcode = 0x001;
   constexpr std::uint32_t kInvalidField = 0x002;

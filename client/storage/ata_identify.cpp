@@ -11,18 +11,19 @@
 namespace TVK {
 namespace {
 
-// ACS-4, IDENTIFY DEVICE, "Input From the Device to the Host Data Structure"; the numbers are those of its words.
-constexpr std::size_t kConfiguration = 0;
-constexpr std::size_t kSerialNumber = 10;      // 10 words
-constexpr std::size_t kFirmwareRevision = 23;  // 4 words
-constexpr std::size_t kModelNumber = 27;       // 20 words
-constexpr std::size_t kFeaturesSupported = 82;
+// ACS-3 and ACS-4, "IDENTIFY DEVICE data". The numbers are those of its words, which are described one by one there,
+// under the titles beside them.
+constexpr std::size_t kConfiguration = 0;       // "General configuration"
+constexpr std::size_t kSerialNumber = 10;       // "Serial number", 10 words
+constexpr std::size_t kFirmwareRevision = 23;   // "Firmware revision", 4 words
+constexpr std::size_t kModelNumber = 27;        // "Model number", 20 words
+constexpr std::size_t kFeaturesSupported = 82;  // 82 to 84: "Commands and feature sets supported"
 constexpr std::size_t kFeaturesSupportedMark = 83;
 constexpr std::size_t kMoreFeaturesSupported = 84;  // and its mark
-constexpr std::size_t kFeaturesEnabled = 85;
+constexpr std::size_t kFeaturesEnabled = 85;        // 85 to 87: "... supported or enabled"
 constexpr std::size_t kFeaturesEnabledMark = 87;
-constexpr std::size_t kRotationRate = 217;
-constexpr std::size_t kIntegrity = 255;
+constexpr std::size_t kRotationRate = 217;  // "Nominal media rotation rate"
+constexpr std::size_t kIntegrity = 255;     // "Integrity word"
 
 constexpr std::uint16_t kSmart = 0x0001;          // of words 82 and 85
 constexpr std::uint16_t kSmartSelfTest = 0x0002;  // of word 84

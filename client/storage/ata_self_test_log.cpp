@@ -8,17 +8,18 @@
 namespace TVK {
 namespace {
 
-// ACS-4, "SMART Self-Test log": a revision number, a ring of 21 descriptors, and which of them is the newest.
+// ACS-3 and ACS-4, log address 06h, "SMART Self-Test log": a revision number, a ring of 21 descriptors, and which of
+// them is the newest.
 constexpr std::size_t kDescriptors = 21;
 constexpr std::size_t kFirstDescriptor = 2;
 constexpr std::size_t kDescriptorSize = 24;
-constexpr std::size_t kIndex = 508;  // counted from 1; 0: no test was run
+constexpr std::size_t kIndex = 508;  // "Self-test descriptor index", counted from 1; 0: no test was run
 
-// "Self-test log descriptor"
-constexpr std::size_t kSubcommand = 0;
-constexpr std::size_t kStatus = 1;
-constexpr std::size_t kLifeTimestamp = 2;
-constexpr std::size_t kFailingLba = 5;  // 4 bytes
+// The same, "Self-test log descriptor".
+constexpr std::size_t kSubcommand = 0;     // low byte of the LBA that SMART EXECUTE OFF-LINE IMMEDIATE was given
+constexpr std::size_t kStatus = 1;         // "Self-test execution status byte"
+constexpr std::size_t kLifeTimestamp = 2;  // "Life timestamp", 2 bytes
+constexpr std::size_t kFailingLba = 5;     // "Failing LBA", 4 bytes
 constexpr std::uint8_t kReadFailed = 7;
 constexpr std::uint32_t kLbaDoesNotFit = 0xFFFFFFFF;
 

@@ -11,6 +11,8 @@ namespace TVK {
 namespace {
 
 // SFF-8035i: 30 entries of 12 bytes behind a revision number, in both sectors. An entry without an id is not used.
+// Later standards call these bytes of the values (2 to 361) "Vendor specific", and have no command for the thresholds:
+// SMART READ ATTRIBUTE THRESHOLDS of ATA-3 is obsolete since ATA-4. Drives still answer as SFF-8035i has it.
 constexpr std::size_t kEntries = 30;
 constexpr std::size_t kFirstEntry = 2;
 constexpr std::size_t kEntrySize = 12;
@@ -23,10 +25,10 @@ constexpr std::size_t kRawSize = 6;
 // "Individual Threshold Data Structure"
 constexpr std::size_t kEntryThreshold = 1;
 
-// ACS-4, "Device SMART data structure".
-constexpr std::size_t kSelfTestStatus = 363;
-constexpr std::size_t kOffLineCapability = 367;
-constexpr std::size_t kShortTestMinutes = 372;
+// ACS-3 and ACS-4, SMART READ DATA, "Device SMART data structure".
+constexpr std::size_t kSelfTestStatus = 363;     // "Self-test execution status byte"
+constexpr std::size_t kOffLineCapability = 367;  // "Off-line data collection capability"
+constexpr std::size_t kShortTestMinutes = 372;   // "Short self-test routine recommended polling time"
 constexpr std::uint8_t kExecuteOffLineImmediate = 0x01;
 constexpr std::uint8_t kSelfTests = 0x10;
 
@@ -46,6 +48,7 @@ AtaSelfTestStatus DecodeAtaSelfTestStatus(std::uint8_t status) {
   return {code, static_cast<std::uint8_t>(code == kAtaSelfTestRuns ? status & 0x0F : 0)};
 }
 
+// "Data structure checksum": byte 511 of each such sector makes the sum of all its bytes zero.
 bool HasAtaChecksum(std::span<const std::uint8_t> sector) {
   if (sector.size() != platform::kAtaSectorSize) return false;
   return static_cast<std::uint8_t>(std::accumulate(sector.begin(), sector.end(), 0u)) == 0;

@@ -10,6 +10,7 @@
 #include <set>
 
 #include "client/records/record_text.h"
+#include "platform/files.h"
 
 namespace {
 
@@ -18,6 +19,8 @@ constexpr char kPolicy[] = R"({"telemetryScope": "full", "datasets": [
    "settings": {"ReadUsageInterval": "1m", "CPUPeakThreshold": "1"}},
   {"id": "A65D4288-B384-45EC-8EE5-2DC5E81A7C8C", "name": "SystemBIOSEvent"},
   {"id": "3267A6D2-D6FD-4C29-87E7-9BF83E459C29", "name": "MemoryEvent", "settings": {"ReadUsageInterval": "1m"}}]})";
+
+constexpr std::size_t kDatasets = 3;  // of the policy
 
 Json::Value Parse(const std::string& json) {
   Json::Value value;
@@ -60,6 +63,7 @@ Findings& Findings::operator+=(const Findings& other) {
   dangling += other.dangling;
   set_aside += other.set_aside;
   unreadable += other.unreadable;
+  no_init += other.no_init;
   return *this;
 }
 
@@ -76,6 +80,18 @@ Target::Target()
 
 void Target::SetRegion(const std::string& country) const {
   tree_.Write("/etc/default/locale", "LANG=de_" + country + ".UTF-8\n");
+}
+
+void Target::SetDevicePath(const std::string& path) {
+  device_path_ = path;
+  const std::filesystem::path file = folder_.policy().parent_path() / "client-policy.json";
+  EXPECT_EQ(platform::ReplaceFile(file, R"({"devicePath": ")" + path + R"("})"), "");
+}
+
+void Target::ChangePolicy() const {
+  std::string policy = kPolicy;
+  policy.replace(policy.find(R"("1m")"), 4, R"("2m")");
+  folder_.WritePolicy(policy);
 }
 
 std::vector<std::string> Target::Life(int milliseconds) const {
@@ -118,11 +134,17 @@ Findings Target::Look() const {
   }
   std::multiset<std::string> lines;
   std::set<std::string> contexts = {""};
+  std::set<std::string> contexts_of_path;
+  std::set<std::string> begun;  // datasets that have their DeviceInit
   for (const TVK::StoredRecord& record : records) {
     const std::string text = TVK::RecordTableLine(record.kind, record.json);
     lines.insert(text.substr(0, text.find('\n')));
     const Json::Value value = Parse(record.json);
-    if (record.kind == TVK::RecordKind::kDevice) contexts.insert(value["device_context_id"].asString());
+    if (record.kind == TVK::RecordKind::kDevice) {
+      contexts.insert(value["device_context_id"].asString());
+      if (value["device_info"]["device_path"].asString() == device_path_)
+        contexts_of_path.insert(value["device_context_id"].asString());
+    }
     if (record.kind == TVK::RecordKind::kDataset) contexts.insert(value["dataset_context_id"].asString());
   }
   for (const TVK::StoredRecord& record : records) {
@@ -131,7 +153,11 @@ Findings Target::Look() const {
     const bool whole = contexts.contains(value["device_context_id"].asString()) &&
                        contexts.contains(value["dataset_context_id"].asString());
     if (!whole) ++findings.dangling;
+    if (value["item_name"] == "DeviceInit" && contexts_of_path.contains(value["device_context_id"].asString())) {
+      begun.insert(value["dataset_id"].asString());
+    }
   }
+  if (!device_path_.empty()) findings.no_init = kDatasets - begun.size();
   if (findings.set_aside != 0) return findings;
   for (const std::string& line : shown_) {
     const auto found = lines.find(line);
@@ -168,20 +194,29 @@ Variables ShimFor(const Target& target, const std::string& fault, const std::str
   const std::filesystem::path data = target.folder().data();
   const std::filesystem::path beside = data.parent_path();
   return {{"LD_PRELOAD", (ProgramBeside("fault_shim").parent_path() / "libtvk_fault_shim.so").string()},
-          {"TVK_FAULT_ROOT", data.string() + "/" + names},
+          {"TVK_FAULT_ROOT", (data / names).string()},
           {"TVK_FAULT", fault},
           {"TVK_FAULT_MARK", (beside / "reached").string()},
-          {"TVK_FAULT_SWITCH", (beside / "full").string()}};
+          {"TVK_FAULT_SWITCH", SwitchOf(target).string()}};
+}
+
+std::filesystem::path SwitchOf(const Target& target) {
+  return target.folder().policy().parent_path() / "switch";
+}
+
+bool Reached(const Target& target) {
+  return std::filesystem::exists(target.folder().policy().parent_path() / "reached");
 }
 
 void Report(const std::string& campaign, std::size_t rounds, const Findings& findings) {
   std::cout << "attack  " << campaign << ": " << rounds << " rounds, lost " << findings.lost << " (0), dangling "
             << findings.dangling << " (0), intact stores set aside " << findings.set_aside << " (0), unreadable "
-            << findings.unreadable << " (0)" << std::endl;
+            << findings.unreadable << " (0), missing DeviceInit " << findings.no_init << " (0)" << std::endl;
   EXPECT_EQ(findings.lost, 0u);
   EXPECT_EQ(findings.dangling, 0u);
   EXPECT_EQ(findings.set_aside, 0u);
   EXPECT_EQ(findings.unreadable, 0u);
+  EXPECT_EQ(findings.no_init, 0u);
 }
 
 std::uint64_t Asked(const char* name, std::uint64_t standard) {

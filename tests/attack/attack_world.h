@@ -33,6 +33,7 @@ struct Findings {
   std::size_t dangling = 0;    ///< Records with the id of a context that the store lacks.
   std::size_t set_aside = 0;   ///< Stores that were renamed.
   std::size_t unreadable = 0;  ///< Stores that cannot be read.
+  std::size_t no_init = 0;     ///< Datasets without a DeviceInit under the device path in force.
 
   Findings& operator+=(const Findings& other);
 };
@@ -45,6 +46,10 @@ class Target {
   const ServiceFolder& folder() const { return folder_; }
   /// The region that the next device context describes: "DE", "AT".
   void SetRegion(const std::string& country) const;
+  /// From now on each dataset is to have a DeviceInit under it.
+  void SetDevicePath(const std::string& path);
+  /// Another policy of the same datasets.
+  void ChangePolicy() const;
   /// Arguments for one short life: ends by itself after `milliseconds`.
   std::vector<std::string> Life(int milliseconds) const;
   /// Takes over what a service showed: the lines of records.
@@ -61,6 +66,7 @@ class Target {
  private:
   ServiceFolder folder_;
   platform::RecordedTree tree_;
+  std::string device_path_;
   std::vector<std::string> shown_;
 };
 
@@ -73,9 +79,14 @@ std::vector<std::string> WordsFor(const std::string& program, const std::vector<
 int RunToEnd(const std::string& program, const std::vector<std::string>& arguments, const Variables& environment,
              std::vector<std::string>& lines);
 
-/// The variables that load the shim for the files of the data folder whose names begin so. `fault` as the shim takes
-/// it.
+/// The variables that load the shim for the files of the data folder whose names begin so, or for what an absolute path
+/// names. `fault` as the shim takes it.
 Variables ShimFor(const Target& target, const std::string& fault, const std::string& names = "records.db");
+
+/// The file whose presence switches on a fault that was asked for every call.
+std::filesystem::path SwitchOf(const Target& target);
+/// Whether a call of the fault's kind was made to fail.
+bool Reached(const Target& target);
 
 /// Writes the campaign's line: what, how many rounds, and figures with what they must be.
 void Report(const std::string& campaign, std::size_t rounds, const Findings& findings);

@@ -4,10 +4,10 @@
 //   TVK_FAULT_ROOT=FOLDER        only calls on files below it count
 //   TVK_FAULT=CALL:ACTION:N      the N-th such call (from 1): CALL is open, read, write, sync, rename, truncate or
 //                                remove; ACTION an errno (EIO, ENOSPC, EMFILE, EINTR) or kill, which writes half of
-//                                what a write was given first
+//                                what a write was given first. N is 0: every such call while TVK_FAULT_SWITCH is there
 //   TVK_FAULT_FROM=FILE          calls count from when it exists; without it from the begin
-//   TVK_FAULT_MARK=FILE          made when the N-th call was reached
-//   TVK_FAULT_SWITCH=FILE        while it exists every write below the folder fails with ENOSPC
+//   TVK_FAULT_MARK=FILE          made when such a call was reached
+//   TVK_FAULT_SWITCH=FILE        a file that exists or does not
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -84,7 +84,7 @@ bool Exists(const char* file) {
   return ::syscall(SYS_faccessat, AT_FDCWD, file, F_OK) == 0;
 }
 
-bool DiskIsFull() {
+bool IsSwitchedOn() {
   static const char* const file = ::getenv("TVK_FAULT_SWITCH");
   return file != nullptr && Exists(file);
 }
@@ -97,7 +97,8 @@ bool HaveBegun() {
 // Whether the call that is about to be made is the one that was named.
 bool IsDue(Call call) {
   static std::atomic<long> made = 0;
-  if (call != TheFault().call || !HaveBegun() || ++made != TheFault().nth) return false;
+  if (call != TheFault().call || !HaveBegun()) return false;
+  if (TheFault().nth == 0 ? !IsSwitchedOn() : ++made != TheFault().nth) return false;
   if (const char* const mark = ::getenv("TVK_FAULT_MARK")) {
     const long fd = ::syscall(SYS_openat, AT_FDCWD, mark, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
     if (fd >= 0) ::syscall(SYS_close, fd);
@@ -127,15 +128,9 @@ ssize_t Write(int fd, const void* data, std::size_t size, off64_t offset) {
   const auto write = [&](std::size_t count) {
     return offset < 0 ? ::syscall(SYS_write, fd, data, count) : ::syscall(SYS_pwrite64, fd, data, count, offset);
   };
-  if (IsBelowRoot(fd)) {
-    if (DiskIsFull()) {
-      errno = ENOSPC;
-      return -1;
-    }
-    if (IsDue(Call::kWrite)) {
-      if (TheFault().error == 0) write(size / 2);
-      return Fail();
-    }
+  if (IsBelowRoot(fd) && IsDue(Call::kWrite)) {
+    if (TheFault().error == 0) write(size / 2);
+    return Fail();
   }
   return write(size);
 }
