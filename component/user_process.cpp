@@ -176,7 +176,7 @@ bool UserProcess::Watcher::IsOccupied(Lock& lock) {
   bool other_service = false;
   const bool asked = AskSystem(lock, L"UserProcess::IsOccupied", [&] {
     held = runtime_.OpenNamedEvent(kStopEvent).event;
-    other_service = held != nullptr && sessions_->RunsElsewhere(kServiceProgram);
+    other_service = held != nullptr && sessions_->ServiceRunsElsewhere(kServiceProgram);
   });
   if (!IsWanted()) return true;
   if (!asked || other_service) {

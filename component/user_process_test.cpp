@@ -64,7 +64,7 @@ class UserProcessRules : public testing::Test {
       const auto session = test_.played_.session;
       return session && ended.contains(*session) ? std::nullopt : session;
     }
-    bool RunsElsewhere(std::wstring_view program) override {
+    bool ServiceRunsElsewhere(std::wstring_view program) override {
       return program == kServiceProgram && test_.played_.another_service;
     }
     platform::SessionProcessStart Start(const platform::SessionProgram& /*program*/,

@@ -137,7 +137,7 @@ void EventWindow::WaitParentProcessExitThread(EventWindow* pEventWindow) {
   runtime.Wait(*stop, kWatchDelay);
   while (runtime.Wait(*stop, kWatchPeriod) != 0) {
     // One that was started again since tells this agent itself to end.
-    if (!pEventWindow->parts_.desktop.ProcessesOf(TVK::kServiceProgram).empty()) continue;
+    if (pEventWindow->parts_.desktop.ServiceRuns(TVK::kServiceProgram, kStopEvent)) continue;
     stop->Set();
     log.d(L"EventWindow WaitParentProcessExitThread: Found that the %s process had exited", TVK::kServiceProgram);
     return;

@@ -78,9 +78,11 @@ class Desktop {
   /// Opens an event that some process made and still holds. It is waited for with the runtime of this process.
   virtual NamedEventResult OpenSessionEvent(std::wstring_view name, EventRights rights) = 0;
 
-  /// The processes of this machine that run the program (its file's name, case aside), by the system's numbers. None
-  /// also when the system does not list its processes.
-  virtual std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) = 0;
+  /// Whether a process of this machine runs the service's program (its file's name, case aside) on behalf of an account
+  /// that may be the service: the system, the administrators, or whoever made the event of this name, which the service
+  /// did. A process that this user may not look at counts: it is another account's, as the system's is for everybody.
+  /// False also when the system does not list its processes.
+  virtual bool ServiceRuns(std::wstring_view program, std::wstring_view event) = 0;
 
   /// Makes a hidden top-level window whose class and title are `name`, answers its messages by `procedure` on this
   /// thread until QuitWindow, and returns what the loop ended with; nothing when there is no such window. The first

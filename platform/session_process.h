@@ -59,8 +59,10 @@ class UserSessions {
 
   /// Nothing while nobody is logged on, or while the system cannot say it yet.
   virtual std::optional<std::uint32_t> Find(const std::set<std::uint32_t>& ended) = 0;
-  /// Whether another process than this one runs a program of this name.
-  virtual bool RunsElsewhere(std::wstring_view program) = 0;
+  /// Whether another process than this one runs the service's program (its file's name, case aside) on behalf of the
+  /// system, the administrators or this account. A process of anybody else is no service, whatever its name. One that
+  /// may not be asked counts for an ordinary account, and not for the system.
+  virtual bool ServiceRunsElsewhere(std::wstring_view program) = 0;
   /// Starts a program there, on behalf of its user; where the session is our own as a plain child.
   virtual SessionProcessStart Start(const SessionProgram& program, const std::set<std::uint32_t>& ended) = 0;
 };

@@ -49,12 +49,11 @@ NamedEventResult SimulatedDesktop::OpenSessionEvent(std::wstring_view name, Even
   return runtime_.OpenNamedEvent(name);
 }
 
-std::vector<std::uint32_t> SimulatedDesktop::ProcessesOf(std::wstring_view program) {
-  std::vector<std::uint32_t> processes;
-  for (const auto& [process, name] : Get().programs) {
-    if (name == program) processes.push_back(process);
-  }
-  return processes;
+bool SimulatedDesktop::ServiceRuns(std::wstring_view program, std::wstring_view) {
+  const SimulatedSession session = Get();
+  return std::any_of(session.programs.begin(), session.programs.end(), [&](const auto& running) {
+    return running.second == program && !session.strangers.contains(running.first);
+  });
 }
 
 SimulatedDesktop::Answer SimulatedDesktop::Handle(const WindowProcedure& procedure, WindowMessage message) {

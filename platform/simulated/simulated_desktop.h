@@ -15,6 +15,7 @@ namespace platform {
 
 struct SimulatedSession {
   std::map<std::uint32_t, std::wstring> programs = {};  ///< That run, by process.
+  std::set<std::uint32_t> strangers = {};               ///< Processes of accounts that cannot be the service's.
   std::vector<AttachedDisplay> displays = {{.id = "1", .mode = {1920, 1080, 32, 60}, .primary = true}};
   Digitizers digitizers = {};
   std::optional<DigitizerKind> input = {};      ///< Where every input message comes from.
@@ -48,7 +49,7 @@ class SimulatedDesktop final : public Desktop, public Scripted<SimulatedSession>
   std::atomic<int> opened_for_all = 0;     ///< Events that were opened with every right.
 
   NamedEventResult OpenSessionEvent(std::wstring_view name, EventRights rights) override;
-  std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) override;
+  bool ServiceRuns(std::wstring_view program, std::wstring_view event) override;
   std::optional<int> RunWindow(const std::wstring& name, const WindowProcedure& procedure) override;
   void QuitWindow() override { quits_ = true; }
   bool CloseWindow(const std::wstring& title) override;

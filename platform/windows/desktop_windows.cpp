@@ -6,6 +6,7 @@
 #include "platform/windows/displays.h"
 #include "platform/windows/kernel_object.h"
 #include "platform/windows/process_list.h"
+#include "platform/windows/security.h"
 #include "platform/windows/session_window.h"
 
 namespace platform {
@@ -21,7 +22,12 @@ class LocalDesktop final : public Desktop {
     return {std::make_unique<KernelEvent>(std::move(event)), 0};
   }
 
-  std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) override { return windows::ProcessesOf(program); }
+  bool ServiceRuns(std::wstring_view program, std::wstring_view event) override {
+    const UniqueKernelHandle opened(OpenEventW(READ_CONTROL, FALSE, std::wstring(event).c_str()));
+    const std::string account = opened ? OwnerSid(opened.get()) : std::string();
+    return std::ranges::any_of(ProcessesOf(program),
+                               [&](std::uint32_t id) { return MayBeService(OwnerOfProcess(id), account, true); });
+  }
 
   std::optional<int> RunWindow(const std::wstring& name, const WindowProcedure& procedure) override {
     return RunHiddenWindow(name, procedure);

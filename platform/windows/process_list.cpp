@@ -1,6 +1,7 @@
 #include "platform/windows/process_list.h"
 
 #include "platform/windows/owner.h"
+#include "platform/windows/security.h"
 
 #include <tlhelp32.h>
 
@@ -23,6 +24,17 @@ std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) {
     if (SameName(program, entry.szExeFile)) processes.push_back(entry.th32ProcessID);
   }
   return processes;
+}
+
+ProcessOwner OwnerOfProcess(std::uint32_t process) {
+  const UniqueKernelHandle opened(OpenProcess(READ_CONTROL, FALSE, process));
+  if (!opened) return {.denied = GetLastError() == ERROR_ACCESS_DENIED};
+  return {.sid = OwnerSid(opened.get())};
+}
+
+bool MayBeService(const ProcessOwner& owner, const std::string& account, bool denied_may_be) {
+  if (owner.denied) return denied_may_be;
+  return IsPrivilegedAccount(owner.sid) || (!owner.sid.empty() && owner.sid == account);
 }
 
 }  // namespace platform::windows

@@ -59,9 +59,12 @@ std::string OwnerSid(HANDLE object) {
   return SidText(owner);
 }
 
+bool IsPrivilegedAccount(const std::string& sid) {
+  return sid == kSystem || sid == kAdministrators || sid == kTrustedInstaller;
+}
+
 bool IsTrustedAccount(const std::string& sid) {
-  return sid == kSystem || sid == kAdministrators || sid == kTrustedInstaller ||
-         (!sid.empty() && sid == ProcessUserSid());
+  return IsPrivilegedAccount(sid) || (!sid.empty() && sid == ProcessUserSid());
 }
 
 SecurityAttributes::SecurityAttributes(const std::string& definition) {

@@ -23,6 +23,9 @@ bool RunsAsSystem();
 /// does not say.
 std::string OwnerSid(HANDLE object);
 
+/// The system with its installer, or the administrators: those who may do everything on this machine.
+bool IsPrivilegedAccount(const std::string& sid);
+
 /// Whether what this account owns or may write may be relied on: the system with its installer, the administrators and
 /// the running account. The administrators, because what the system account makes belongs to them unless it says
 /// otherwise, and because an administrator's process can name them as the owner only while it acts with that one's full

@@ -61,9 +61,14 @@ class LocalUserSessions final : public UserSessions {
     return LocalSessions().Own();
   }
 
-  bool RunsElsewhere(std::wstring_view program) override {
-    return std::ranges::any_of(ProcessesOf(program),
-                               [](std::uint32_t process) { return process != GetCurrentProcessId(); });
+  bool ServiceRunsElsewhere(std::wstring_view program) override {
+    const std::string account = ProcessUserSid();
+    // The system may ask everybody but who took that right from it, which no service does. An ordinary account may not
+    // ask the system, whose service goes before its own.
+    const bool denied_may_be = !RunsAsSystem();
+    return std::ranges::any_of(ProcessesOf(program), [&](std::uint32_t process) {
+      return process != GetCurrentProcessId() && MayBeService(OwnerOfProcess(process), account, denied_may_be);
+    });
   }
 
   SessionProcessStart Start(const SessionProgram& program, const std::set<std::uint32_t>& ended) override {

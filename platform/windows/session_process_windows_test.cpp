@@ -5,6 +5,8 @@
 #include <sddl.h>
 
 #include "platform/local.h"
+#include "platform/windows/process_list.h"
+#include "platform/windows/security.h"
 #include "platform/windows/text.h"
 
 namespace platform::windows {
@@ -94,6 +96,35 @@ TEST(GiveEventTo, LetsOneAccountHaveEveryRight) {
                                                                    &text, nullptr));
   const UniqueLocalMemory text_owner(text);
   EXPECT_NE(std::wstring(text).find(L"(A;;0x1f0003;;;S-1-5-21-1-2-3-1001)"), std::wstring::npos) << Utf8FromWide(text);
+}
+
+TEST(MayBeService, AUsersProgramOfTheServicesNameIsNone) {
+  constexpr char kUser[] = "S-1-5-21-1-2-3-1001";
+  constexpr char kOther[] = "S-1-5-21-1-2-3-1002";
+  struct Row {
+    const char* what;
+    ProcessOwner owner;
+    std::string account;
+    bool denied_may_be;
+    bool expected;
+  };
+  for (const auto& [what, owner, account, denied_may_be, expected] :
+       {Row{"the system's", {"S-1-5-18"}, {}, false, true},
+        {"an administrator's with full rights", {"S-1-5-32-544"}, kUser, false, true},
+        {"the own account's, of a service in a console", {kUser}, kUser, false, true},
+        {"a user's beside the system's service", {kUser}, "S-1-5-32-544", true, false},
+        {"another user's", {kOther}, kUser, true, false},
+        {"one that is gone", {}, {}, true, false},
+        {"one that an ordinary account may not ask", {.denied = true}, kUser, true, true},
+        {"one that keeps even the system away", {.denied = true}, "S-1-5-18", false, false}})
+    EXPECT_EQ(MayBeService(owner, account, denied_may_be), expected) << what;
+}
+
+TEST(OwnerOfProcess, IsAskedOfTheSystem) {
+  EXPECT_TRUE(IsTrustedAccount(OwnerOfProcess(GetCurrentProcessId()).sid));
+  const ProcessOwner none = OwnerOfProcess(0xfffffff0);
+  EXPECT_TRUE(none.sid.empty());
+  EXPECT_FALSE(none.denied) << "it is gone, and kept from nobody";
 }
 
 }  // namespace
