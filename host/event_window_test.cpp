@@ -168,6 +168,7 @@ class EventWindowTest : public testing::Test {
   std::thread agent_;
 };
 
+constexpr std::uint32_t kStranger = 3;
 constexpr wchar_t kFullHd[] = L"BitsPerPixel=32,Height=1080,Primary=true,RefreshRate=60,Width=1920";
 
 TEST_F(EventWindowTest, EveryEndingEndsEveryThreadAndTakesEveryWishBack) {
@@ -176,6 +177,13 @@ TEST_F(EventWindowTest, EveryEndingEndsEveryThreadAndTakesEveryWishBack) {
   for (const auto& [what, end] : std::vector<std::pair<const char*, std::function<void()>>>{
            {"stop event", [this] { stop_->Set(); }},
            {"service gone", [this] { desktop_.Change([](auto& session) { session.programs.clear(); }); }},
+           {"a user's program of its name",
+            [this] {
+              desktop_.Change([](auto& session) {
+                session.programs = {{kStranger, kServiceProgram}};
+                session.strangers = {kStranger};
+              });
+            }},
            {"session is asked to end", [&] { send(platform::kMessageQueryEndSession); }},
            {"session ends", [&] { send(platform::kMessageEndSession); }},
            {"closed", [&] { send(platform::kMessageClose); }}}) {
@@ -188,7 +196,7 @@ TEST_F(EventWindowTest, EveryEndingEndsEveryThreadAndTakesEveryWishBack) {
     // A service that was started again ends the agent of the former one itself.
     desktop_.Change([](auto& session) { session.programs = {{2, kServiceProgram}}; });
     runtime_.AdvanceBy(1h);
-    EXPECT_TRUE(desktop_.has_window());
+    ASSERT_TRUE(desktop_.has_window());
     end();
     runtime_.AdvanceBy(2s);
     EXPECT_TRUE(Ended()) << "the watch looks every two seconds";
@@ -197,7 +205,7 @@ TEST_F(EventWindowTest, EveryEndingEndsEveryThreadAndTakesEveryWishBack) {
     EXPECT_EQ(desktop_.digitizer_notices, 0);
     EXPECT_TRUE(runtime_.OpenNamedEvent(kTvkPolicyChangeEvent).event) << "it is the service's";
   }
-  EXPECT_EQ(logs_.Count(L"Found that the TVKClientService.exe process had exited"), 1u);
+  EXPECT_EQ(logs_.Count(L"Found that the TVKClientService.exe process had exited"), 2u);
   EXPECT_EQ(logs_.Count(L"return fail!"), 0u);
 }
 
@@ -366,6 +374,15 @@ TEST_F(EventWindowTest, AServiceThatIsNotReadyIsToldOfTheDisplaysLaterAndOfNoIte
       << "what is seen waits for no description";
   runtime_.AdvanceBy(SessionWriter::kRetry);
   EXPECT_THAT(recorder_.Take(), testing::SizeIs(1));
+  End();
+  stop_->Reset();
+  config_.SetPolicy(Policy(L"full", true, true));
+  recorder_.refusals = 1;
+  Start();
+  EXPECT_THAT(recorder_.Take(), ElementsAre(L"pen {}", L"pen initialised")) << "it waits for none but its own";
+  runtime_.AdvanceBy(SessionWriter::kRetry);
+  EXPECT_THAT(recorder_.Take(), testing::SizeIs(1));
+  config_.SetPolicy(Policy(L"full"));
   End();
   stop_->Reset();
   recorder_.refusal = SessionRecorder::kChannelFailed;

@@ -119,7 +119,7 @@ void DisplayUserAgent::PowerEventCallBack(std::uint32_t type, std::intptr_t sett
 void DisplayUserAgent::OnState(platform::DisplayState state) {
   const auto before = std::exchange(state_, state);
   if (!before || before == state) return;
-  writer_.Post([displays = displays_, state] {
+  writer_.Post(kDatasetId, [displays = displays_, state] {
     return displays->Write(TVK::kDisplayStateItem, {{L"DisplayState", StateName(state)}});
   });
 }
@@ -142,7 +142,7 @@ void DisplayUserAgent::WriteBrightness() {
     brightness_ = brightness_to_be_;
     percent = *brightness_;
   }
-  writer_.Post([displays = displays_, percent] {
+  writer_.Post(kDatasetId, [displays = displays_, percent] {
     return displays->Write(TVK::kBrightnessItem, {{L"Brightness", std::to_wstring(percent)}});
   });
 }
@@ -151,13 +151,15 @@ void DisplayUserAgent::ResolutionChange(std::uint32_t bits_per_pixel, std::intpt
   const platform::DisplayMode mode{.width = static_cast<std::uint32_t>(size & 0xFFFF),
                                    .height = static_cast<std::uint32_t>(size >> 16 & 0xFFFF),
                                    .bits_per_pixel = bits_per_pixel};
-  writer_.Post([displays = displays_, mode] { return displays->ChangeResolution(mode); });
+  writer_.Post(kDatasetId, [displays = displays_, mode] { return displays->ChangeResolution(mode); });
 }
 
 void DisplayUserAgent::LogDatasetContext(bool new_context_needed) {
-  writer_.Post([displays = displays_, new_context_needed] { return displays->Describe(new_context_needed); }, true);
+  writer_.Post(
+      kDatasetId, [displays = displays_, new_context_needed] { return displays->Describe(new_context_needed); }, true);
 }
 
 void DisplayUserAgent::LogDevInitEvent() {
-  writer_.Post([displays = displays_] { return displays->Initialise(); }, true);
+  writer_.Post(
+      kDatasetId, [displays = displays_] { return displays->Initialise(); }, true);
 }

@@ -38,6 +38,7 @@ PenEventMonitor::PenEventMonitor(platform::Runtime& runtime, platform::Desktop& 
 
 void PenEventMonitor::Register(void* window) {
   writer_.Post(
+      kDatasetId,
       [&recorder = recorder_, &desktop = desktop_] {
         const int result = Describe(recorder, desktop);
         return result != 0 ? result : recorder.LogDevInitEvent(kDatasetId);
@@ -84,7 +85,7 @@ void PenEventMonitor::WriteUse() {
     if (pen + touch == 0) return;
     data = {{L"PenSessions", std::to_wstring(pen)}, {L"TouchSessions", std::to_wstring(touch)}};
   }
-  writer_.Post([&recorder = recorder_, &desktop = desktop_, data] {
+  writer_.Post(kDatasetId, [&recorder = recorder_, &desktop = desktop_, data] {
     const int result = recorder.WriteItem(kDatasetId, TVK::kPenUseItem, data, {});
     if (result != TVK::SessionRecorder::kNotDescribed) return result;
     // The service could not take the description before.

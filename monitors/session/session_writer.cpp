@@ -23,7 +23,7 @@ SessionWriter::~SessionWriter() {
   runtime_.Join(thread_);
 }
 
-void SessionWriter::Post(Task task, bool repeatable) {
+void SessionWriter::Post(const std::wstring& dataset, Task task, bool repeatable) {
   {
     const std::lock_guard lock(mutex_);
     const bool full = tasks_.size() >= kMost;
@@ -32,7 +32,7 @@ void SessionWriter::Post(Task task, bool repeatable) {
     }
     if (full) return;
     overflows_ = false;
-    tasks_.push_back({std::move(task), repeatable});
+    tasks_.push_back({dataset, std::move(task), repeatable});
   }
   news_->Set();
 }
@@ -43,18 +43,21 @@ bool SessionWriter::IsClosing() {
 
 std::optional<SessionWriter::Entry> SessionWriter::Take(std::chrono::milliseconds& pause) {
   const std::lock_guard lock(mutex_);
-  pause = platform::kForever;
-  auto next = tasks_.begin();
-  if (retry_) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(retry_->due - runtime_.clock().Steady());
-    if (left.count() > 0) {
-      pause = left;
-      next = retry_->holds_up_others ? tasks_.end() : std::ranges::find(tasks_, false, &Entry::repeatable);
-    } else {
-      retry_.reset();
-    }
+  const platform::SteadyTime now = runtime_.clock().Steady();
+  std::optional<platform::SteadyTime> due;  // of the first that is held up
+  const auto waits = [&](const Entry& entry) {
+    const auto held = entry.repeatable ? withheld_.find(entry.dataset) : withheld_.end();
+    if (held == withheld_.end() || held->second <= now) return false;
+    due = std::min(due.value_or(held->second), held->second);
+    return true;
+  };
+  if (channel_due_ && *channel_due_ <= now) channel_due_.reset();
+  due = channel_due_;
+  const auto next = channel_due_ ? tasks_.end() : std::find_if_not(tasks_.begin(), tasks_.end(), waits);
+  if (next == tasks_.end()) {
+    pause = due ? std::chrono::ceil<std::chrono::milliseconds>(*due - now) : platform::kForever;
+    return std::nullopt;
   }
-  if (next == tasks_.end()) return std::nullopt;
   Entry entry = std::move(*next);
   tasks_.erase(next);
   return entry;
@@ -65,9 +68,14 @@ void SessionWriter::PutBack(Entry entry, int result) {
   if (!entry.repeatable || (!withheld && result != SessionRecorder::kChannelFailed)) return;
   entry.withheld += withheld ? 1 : 0;
   if (++entry.tries == kTries || entry.withheld == kWithheldTries) return;
+  const platform::SteadyTime due = runtime_.clock().Steady() + kRetry;
   const std::lock_guard lock(mutex_);
+  if (withheld) {
+    withheld_[entry.dataset] = due;
+  } else {
+    channel_due_ = due;
+  }
   tasks_.push_front(std::move(entry));
-  retry_ = {runtime_.clock().Steady() + kRetry, !withheld};
 }
 
 void SessionWriter::Run() {

@@ -5,9 +5,11 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "client/channel/session_recorder.h"
@@ -41,21 +43,18 @@ class SessionWriter {
   static constexpr int kWithheldTries = 5;
 
   /// Any thread; does not wait. `repeatable`: tried again where the channel failed or the service withheld it; an item,
-  /// of which nobody knows whether it was taken, and which belongs to its moment, must not be. What is not repeatable
-  /// is done meanwhile where the other was withheld, and waits where the channel failed: it would fail, too.
-  void Post(Task task, bool repeatable = false);
+  /// of which nobody knows whether it was taken, and which belongs to its moment, must not be. What was withheld holds
+  /// up what is repeatable of its own dataset (an id), and nothing else. Where the channel failed everything waits: it
+  /// would fail, too.
+  void Post(const std::wstring& dataset, Task task, bool repeatable = false);
 
  private:
   struct Entry {
+    std::wstring dataset;
     Task task;
     bool repeatable = false;
     int tries = 0;
     int withheld = 0;  ///< Of them.
-  };
-  /// What is to be tried again: the first of tasks_.
-  struct Retry {
-    platform::SteadyTime due;
-    bool holds_up_others = false;
   };
   void Run();
   /// Takes what is to be done now; nothing: `pause` is to be waited for news.
@@ -70,8 +69,9 @@ class SessionWriter {
   const std::unique_ptr<platform::Event> closing_;  ///< Manual; stays set.
   std::mutex mutex_;                                ///< Guards what follows.
   std::deque<Entry> tasks_;
-  std::optional<Retry> retry_;
-  bool overflows_ = false;  ///< The last task was lost.
+  std::optional<platform::SteadyTime> channel_due_;        ///< The channel failed; until then nothing is done.
+  std::map<std::wstring, platform::SteadyTime> withheld_;  ///< The same of a dataset's repeatable tasks.
+  bool overflows_ = false;                                 ///< The last task was lost.
   std::thread thread_;
 };
 
