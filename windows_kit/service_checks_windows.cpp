@@ -2,14 +2,17 @@
 // check, looks as that service, and is removed again.
 #include <optional>
 
+#include "core/user_process_agent.h"
 #include "platform/files.h"
 #include "platform/local.h"
 #include "platform/power.h"
 #include "platform/service_control.h"
 #include "platform/service_control_event.h"
+#include "platform/session_process.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/folder_owners.h"
 #include "platform/windows/owner.h"
+#include "platform/windows/process_list.h"
 #include "platform/windows/security.h"
 #include "platform/windows/text.h"
 #include "platform/windows/user_session.h"
@@ -40,6 +43,7 @@ class Looks {
     if (what == L"session") return Session();
     if (what == L"user") return User();
     if (what == L"owner") return Owner();
+    if (what == L"agent") return Agent();
     return Power();
   }
 
@@ -67,6 +71,40 @@ class Looks {
     if (const std::string problem = platform::MakePrivateFolder(made); !problem.empty()) return CannotTell(problem);
     const std::string owner = platform::windows::OwnerOfFolder(made);
     return Judge(owner == "S-1-5-18" || owner == "S-1-5-32-544", "owner " + owner);
+  }
+
+  /// Starts a program under the user agent's name as the service starts the agent. It ends with the stop event, and at
+  /// once where it may not open that.
+  Finding Agent() {
+    constexpr wchar_t kStopEvent[] = L"Global\\TvkUserAgentStopEvent";
+    const std::filesystem::path program = folder_ / TVK::kUserAgentProgram;
+    if (!CopyFileW(ProgramBeside("user_agent_stand_in").c_str(), program.c_str(), TRUE)) {
+      return CannotTell(platform::windows::LastErrorText("CopyFile"));
+    }
+    const auto stop =
+        runtime_.MakeNamedEvent(kStopEvent, platform::EventReset::kManual, false, platform::EventAccess::kServiceOnly);
+    if (stop.event == nullptr) return CannotTell("making the stop event: " + ErrorText(stop.error));
+    const auto user = platform::windows::FindLoggedInUser(platform::windows::LocalSessions());
+    if (!user) return CannotTell("nobody is logged on");
+    const auto start = platform::OpenLocalUserSessions()->Start({program, {}, kStopEvent}, {});
+    if (start.process == nullptr) return Judge(false, start.problem);
+    const auto processes = platform::windows::ProcessesOf(TVK::kUserAgentProgram);
+    DWORD session = platform::windows::kNoSession;
+    std::string sid;
+    if (processes.size() == 1) {
+      ProcessIdToSessionId(processes.front(), &session);
+      const UniqueKernelHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processes.front()));
+      UniqueKernelHandle token;
+      if (OpenProcessToken(process.get(), TOKEN_QUERY, token.Receive())) sid = platform::windows::UserSid(token.get());
+    }
+    const bool stayed = runtime_.Wait(start.process->end(), kAtOnce) != 0;
+    stop.event->Set();
+    const bool ended = runtime_.Wait(start.process->end(), kAtOnce) == 0;
+    if (!ended) start.process->Kill(1);
+    return Judge(session == user->session && sid == user->sid && stayed && ended,
+                 "session " + std::to_string(session) + " of " + std::to_string(user->session) +
+                     (sid == user->sid ? ", as the user" : ", as another account") +
+                     (stayed ? "" : "; it ended at once") + (ended ? "" : "; the stop event did not end it"));
   }
 
   Finding Power() {
@@ -140,6 +178,9 @@ Finding LoggedInUser() {
 Finding SystemOwner() {
   return AskTheService(L"owner");
 }
+Finding AgentInSession() {
+  return AskTheService(L"agent");
+}
 Finding PowerIsTold() {
   return AskTheService(L"power");
 }
@@ -168,6 +209,9 @@ constexpr Check kChecks[] = {
      Needs::kAdministrator},
     {"system-owner", "What the system account makes belongs to it or to the administrators.", SystemOwner,
      Needs::kAdministrator},
+    {"agent-in-session",
+     "The service starts the user agent in the session and as the user who is logged on, and its stop event ends it.",
+     AgentInSession, Needs::kAdministrator},
     {"power-setting", "A service that registers for the power source is told the present one at once.", PowerIsTold,
      Needs::kAdministrator},
 };

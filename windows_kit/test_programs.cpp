@@ -1,9 +1,12 @@
 #include "windows_kit/test_programs.h"
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "platform/files.h"
 #include "testing/child_process.h"
@@ -11,14 +14,32 @@
 namespace windows_kit {
 namespace {
 
+constexpr std::pair<std::string_view, LeftOut::Unless> kUnless[] = {
+    {"never", LeftOut::Unless::kNever},
+    {"administrator", LeftOut::Unless::kAdministrator},
+    {"alone", LeftOut::Unless::kAlone},
+};
+
 constexpr std::chrono::minutes kLimit(15);  // the store's tests write a great deal, and disks are slow
 
+bool IsLeftOut(LeftOut::Unless unless, const Circumstances& circumstances) {
+  switch (unless) {
+    case LeftOut::Unless::kNever:
+      return true;
+    case LeftOut::Unless::kAdministrator:
+      return !circumstances.administrator;
+    case LeftOut::Unless::kAlone:
+      return circumstances.client_runs;
+  }
+  return true;
+}
+
 TestProgram WithoutWhatIsLeftOut(const std::filesystem::path& file, const std::vector<LeftOut>& left_out,
-                                 bool administrator) {
+                                 const Circumstances& circumstances) {
   TestProgram program{.file = file, .name = platform::PathToUtf8(file.stem())};
   std::string excluded;
   for (const LeftOut& row : left_out) {
-    if (row.program != program.name || (row.for_administrators && administrator)) continue;
+    if (row.program != program.name || !IsLeftOut(row.unless, circumstances)) continue;
     program.out.push_back({.program = program.name, .left_out = row.filter + ": " + row.reason});
     if (row.filter == "*") program.filter.clear();
     excluded += (excluded.empty() ? "-" : ":") + row.filter;
@@ -40,8 +61,10 @@ std::vector<LeftOut> ReadLeftOut(const std::string& text) {
     std::string needs;
     fields >> row.program >> row.filter >> needs >> std::ws;
     std::getline(fields, row.reason);
-    row.for_administrators = needs == "administrator";
-    if (row.reason.empty() || (!row.for_administrators && needs != "never")) {
+    const auto* const unless =
+        std::find_if(std::begin(kUnless), std::end(kUnless), [&](const auto& entry) { return entry.first == needs; });
+    if (unless != std::end(kUnless)) row.unless = unless->second;
+    if (row.reason.empty() || unless == std::end(kUnless)) {
       throw std::runtime_error("the list of what is left out has a line that is none: " + line);
     }
     rows.push_back(std::move(row));
@@ -50,13 +73,13 @@ std::vector<LeftOut> ReadLeftOut(const std::string& text) {
 }
 
 std::vector<TestProgram> FindTestPrograms(const std::filesystem::path& folder, const std::vector<LeftOut>& left_out,
-                                          bool administrator) {
+                                          const Circumstances& circumstances) {
   constexpr int kDeepest = 1;  // a stand-in for one of the system's libraries lies in a folder with its test
   std::vector<TestProgram> programs;
   for (auto at = std::filesystem::recursive_directory_iterator(folder); at != std::filesystem::end(at); ++at) {
     if (at.depth() == kDeepest) at.disable_recursion_pending();
     if (!platform::PathToUtf8(at->path().filename()).ends_with("_test.exe")) continue;
-    programs.push_back(WithoutWhatIsLeftOut(at->path(), left_out, administrator));
+    programs.push_back(WithoutWhatIsLeftOut(at->path(), left_out, circumstances));
   }
   std::ranges::sort(programs, {}, &TestProgram::name);
   return programs;

@@ -12,12 +12,23 @@
 namespace windows_kit {
 
 /// Tests that are not run everywhere. One line of the list: PROGRAM FILTER NEEDS REASON, where FILTER is GoogleTest's
-/// and NEEDS is "never" or "administrator".
+/// and NEEDS is "never", "administrator" or "alone".
 struct LeftOut {
+  enum class Unless {
+    kNever,          ///< Always left out.
+    kAdministrator,  ///< Runs where the kit was started as one.
+    kAlone,          ///< Runs where no client runs.
+  };
   std::string program;
   std::string filter;
-  bool for_administrators = false;
+  Unless unless = Unless::kNever;
   std::string reason;
+};
+
+/// Where tests run.
+struct Circumstances {
+  bool administrator = false;  ///< The kit was started as one.
+  bool client_runs = false;    ///< A service of the client does, in a console perhaps; it must not be disturbed.
 };
 
 /// Reads the list; '#' begins a comment. Throws std::runtime_error at a line that is none, since a test that slips
@@ -34,7 +45,7 @@ struct TestProgram {
 /// The programs "*_test.exe" in `folder` and in the folders right below it, in the order of their names, without what
 /// `left_out` says of them.
 std::vector<TestProgram> FindTestPrograms(const std::filesystem::path& folder, const std::vector<LeftOut>& left_out,
-                                          bool administrator);
+                                          const Circumstances& circumstances);
 
 struct Outcome {
   std::optional<int> exit_code = {};  ///< Nothing: it did not end in time, and was ended; or it did not start.

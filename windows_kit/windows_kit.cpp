@@ -7,10 +7,12 @@
 #include <set>
 #include <utility>
 
+#include "core/user_process_agent.h"
 #include "platform/files.h"
 #include "platform/program_entry.h"
 #include "platform/service_control.h"
 #include "platform/this_program.h"
+#include "platform/windows/process_list.h"
 #include "windows_kit/checks.h"
 #include "windows_kit/machine_windows.h"
 #include "windows_kit/surroundings_windows.h"
@@ -131,7 +133,9 @@ class Kit {
 
   void RunTests(Selection& selection) {
     const auto left_out = ReadLeftOut(FileText("left-out.txt"));
-    for (const TestProgram& program : FindTestPrograms(folder_ / "bin", left_out, administrator_)) {
+    const Circumstances circumstances{.administrator = administrator_,
+                                      .client_runs = !platform::windows::ProcessesOf(TVK::kServiceProgram).empty()};
+    for (const TestProgram& program : FindTestPrograms(folder_ / "bin", left_out, circumstances)) {
       if (!selection.Wants("tests", program.name)) continue;
       report_.tests.insert(report_.tests.end(), program.out.begin(), program.out.end());
       if (program.filter.empty()) continue;
