@@ -173,6 +173,25 @@ TEST_F(PolicyCommandsTest, ThePolicyInForceIsCheckedAsItsServiceHasIt) {
   EXPECT_TRUE(holds(told = check(), "in force for book: scope full\nnot applicable")) << told;
 }
 
+TEST(WithPolicyInForce, AFileThatWasEditedSinceIsNotTakenForIt) {
+  const std::string in_force = R"({"telemetryScope":"basic","datasets":[]})";
+  struct Row {
+    std::optional<std::string> of_file;
+    bool is_shown;
+    std::size_t remarks;
+  };
+  for (const auto& [of_file, is_shown, remarks] :
+       {Row{R"({ "telemetryScope": "basic", "datasets": [], "unknown": 1 })", true, 0},
+        {R"({"telemetryScope":"full","datasets":[]})", false, 1},
+        {"{", false, 1},
+        {std::nullopt, false, 0}}) {
+    const PolicyContent content = WithPolicyInForce({.text = of_file, .scope = L"basic"}, in_force);
+    EXPECT_EQ(content.text, is_shown ? of_file : in_force) << of_file.value_or("none");
+    EXPECT_EQ(content.remarks.size(), remarks) << of_file.value_or("none");
+    EXPECT_EQ(content.scope, L"basic");
+  }
+}
+
 TEST_F(PolicyCommandsTest, CheckCountsWhatIsTooMuchToRead) {
   std::string datasets = R"({"id":"X","name":"N"})";
   for (int i = 1; i < 500; ++i)

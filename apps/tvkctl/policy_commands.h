@@ -47,6 +47,10 @@ PolicyContent ReadPolicyFile(const std::filesystem::path& file);
 /// A policy file as a document; "-" is `input`.
 PolicyCheckOptions::Document PolicyFile(const std::filesystem::path& file, std::istream& input);
 
+/// What a service says of its policy, with the text of the file where it goes by that, and the document in force: the
+/// file's text, with what is wrong with it, as long as it says the same; else the document, with a remark.
+PolicyContent WithPolicyInForce(PolicyContent of_file, std::string in_force);
+
 /// The policy in force of the service at `place` (see platform::ChannelPlace), as a document: its file where the
 /// service tells this account of it, and the account may read it. `runtime` must outlive it.
 PolicyCheckOptions::Document PolicyInForce(std::filesystem::path place, platform::Runtime& runtime);

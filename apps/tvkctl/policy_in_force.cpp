@@ -2,6 +2,7 @@
 #include "apps/tvkctl/policy_commands.h"
 #include "apps/tvkctl/status_command.h"
 #include "client/channel/channel_client.h"
+#include "client/policy/policy_document.h"
 #include "client/text/string.h"
 #include "platform/files.h"
 
@@ -31,15 +32,28 @@ PolicyContent ContentOf(const Json::Value& status) {
 
 }  // namespace
 
+PolicyContent WithPolicyInForce(PolicyContent of_file, std::string in_force) {
+  if (of_file.text && TVK::ParseTelemetryPolicy(*of_file.text).policy == TVK::ParseTelemetryPolicy(in_force).policy) {
+    return of_file;
+  }
+  if (of_file.text) {
+    of_file.remarks.emplace_back(
+        "the policy's file says something else than what is in force, which is shown: it was edited since then");
+  }
+  of_file.text = std::move(in_force);
+  return of_file;
+}
+
 PolicyCheckOptions::Document PolicyInForce(std::filesystem::path place, platform::Runtime& runtime) {
   return {"the policy in force", [place = std::move(place), &runtime] {
             std::string ignored;  // not for every account; the policy is for more
             const auto status = tvkctl::AskStatus(place, runtime, ignored);
             PolicyContent content = status ? ContentOf(*status) : PolicyContent();
-            if (content.text) return content;
             TVK::ChannelAnswer answer = TVK::ChannelClient(runtime, place).Ask({.wish = TVK::ChannelWish::kPolicy});
-            content.problem = answer.reason;
-            if (answer.result == 0) content.text = std::move(answer.body);
-            return content;
+            if (answer.result != 0) {
+              content.problem = answer.reason;
+              return content;
+            }
+            return WithPolicyInForce(std::move(content), std::move(answer.body));
           }};
 }
