@@ -173,6 +173,15 @@ TEST_F(ChannelServerTest, HalfAMessageIsNotWaitedForLong) {
   EXPECT_EQ(Refused(Refusal::kBroken), 1u) << "who says nothing breaks nothing";
 }
 
+TEST_F(ChannelServerTest, AHundredThatSayNothingKeepNobodyAway) {
+  Start({.patience = std::chrono::seconds(1)});
+  std::vector<std::unique_ptr<platform::LocalConnection>> silent;
+  for (int i = 0; i < 100; ++i)
+    silent.push_back(Connect());
+  ChannelClient client(*runtime_, place_);
+  EXPECT_EQ(client.Ask({}).result, 0);
+}
+
 TEST_F(ChannelServerTest, WhoFindsNoRoomIsLetInWhenOthersWent) {
   Start({.places = {.all = 4}, .patience = std::chrono::seconds(2)});
   std::vector<std::unique_ptr<platform::LocalConnection>> quiet;
