@@ -1,6 +1,7 @@
 // The service and the user agent as whole processes, with the session of the real system.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <optional>
@@ -10,8 +11,8 @@
 #include "core/user_process_agent.h"
 #include "host/event_window.h"
 #include "platform/local.h"
-#include "platform/local_desktop.h"
 #include "platform/windows/owner.h"
+#include "platform/windows/process_list.h"
 #include "tests/e2e/service_under_test.h"
 
 #include <dbt.h>
@@ -36,12 +37,12 @@ std::string DisplayPolicy(const std::string& scope, bool display = true) {
 
 /// On a person's machine another one may run.
 std::set<std::uint32_t> Services() {
-  const auto services = platform::OpenLocalDesktop()->ProcessesOf(kServiceProgram);
+  const auto services = platform::windows::ProcessesOf(kServiceProgram);
   return {services.begin(), services.end()};
 }
 
 std::vector<std::uint32_t> Agents() {
-  return platform::OpenLocalDesktop()->ProcessesOf(kUserAgentProgram);
+  return platform::windows::ProcessesOf(kUserAgentProgram);
 }
 
 bool AgentRuns() {
@@ -209,10 +210,7 @@ TEST_F(UserAgentTest, EveryEndingEndsTheProcess) {
     } else {
       service.Ask(ChildRequest::kKill);
     }
-    const ULONGLONG begin = GetTickCount64();
     EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
-    // Five seconds are promised where the machine is not busy; the watch looks every two.
-    RecordProperty(std::string("milliseconds to the end by the ") + what, std::to_string(GetTickCount64() - begin));
     DWORD code = 1;
     EXPECT_TRUE(GetExitCodeProcess(process.get(), &code));
     EXPECT_EQ(code, 0u);
@@ -220,6 +218,26 @@ TEST_F(UserAgentTest, EveryEndingEndsTheProcess) {
     EXPECT_EQ(CountInLog("WaitExit MessageWindow thread exit"), 1u);
     EXPECT_EQ(CountInLog("return fail!"), 0u);
   }
+}
+
+TEST_F(UserAgentTest, TheKillOfTheServiceEndsItWithinFiveSeconds) {
+  folder_.WritePolicy(DisplayPolicy("full"));
+  constexpr ULONGLONG kPromised = 5000;
+  // What a busy machine adds to the watch's two seconds differs from one round to the next.
+  constexpr int kRounds = 3;
+  ULONGLONG shortest = kPromised + 1;
+  for (int round = 0; round < kRounds && shortest > kPromised; ++round) {
+    std::filesystem::remove_all(AgentFolder());
+    ConsoleService service(folder_);
+    ASSERT_TRUE(WaitForWindow(service));
+    const UniqueKernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, AgentProcess()));
+    const ULONGLONG begin = GetTickCount64();
+    service.Ask(ChildRequest::kKill);
+    ASSERT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
+    shortest = std::min(shortest, GetTickCount64() - begin);
+    RecordProperty("milliseconds of round " + std::to_string(round), std::to_string(GetTickCount64() - begin));
+  }
+  EXPECT_LE(shortest, kPromised);
 }
 
 TEST_F(UserAgentTest, AServiceThatIsKilledAndStartedAgainAtOnceHasOneAgent) {
