@@ -379,7 +379,8 @@ TEST_F(EventWindowTest, AServiceThatIsNotReadyIsToldOfTheDisplaysLaterAndOfNoIte
   config_.SetPolicy(Policy(L"full", true, true));
   recorder_.refusals = 1;
   Start();
-  EXPECT_THAT(recorder_.Take(), ElementsAre(L"pen {}", L"pen initialised")) << "it waits for none but its own";
+  EXPECT_THAT(recorder_.Take(), ElementsAre(L"pen described: Pen=false,Touch=false", L"pen initialised"))
+      << "it waits for none but its own";
   runtime_.AdvanceBy(SessionWriter::kRetry);
   EXPECT_THAT(recorder_.Take(), testing::SizeIs(1));
   config_.SetPolicy(Policy(L"full"));
