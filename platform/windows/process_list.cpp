@@ -1,5 +1,7 @@
 #include "platform/windows/process_list.h"
 
+#include <utility>
+
 #include "platform/windows/owner.h"
 #include "platform/windows/security.h"
 
@@ -28,8 +30,10 @@ std::vector<std::uint32_t> ProcessesOf(std::wstring_view program) {
 
 ProcessOwner OwnerOfProcess(std::uint32_t process) {
   const UniqueKernelHandle opened(OpenProcess(READ_CONTROL, FALSE, process));
-  if (!opened) return {.denied = GetLastError() == ERROR_ACCESS_DENIED};
-  return {.sid = OwnerSid(opened.get())};
+  if (!opened) return {.denied = GetLastError() != ERROR_INVALID_PARAMETER};  // which is that of one that is gone
+  std::string sid = OwnerSid(opened.get());
+  const bool denied = sid.empty();
+  return {.sid = std::move(sid), .denied = denied};
 }
 
 bool MayBeService(const ProcessOwner& owner, const std::string& account, bool denied_may_be) {

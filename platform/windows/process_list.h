@@ -15,7 +15,7 @@ std::vector<std::uint32_t> ProcessesOf(std::wstring_view program);
 /// Whose a process is.
 struct ProcessOwner {
   std::string sid = {};  ///< The security identifier of the owner; empty: not known.
-  bool denied = false;   ///< This account may not ask.
+  bool denied = false;   ///< The system does not tell it, mostly since this account may not ask.
 };
 
 /// The owner of a process: the administrators for one that acts with an administrator's full rights and for those of
