@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -72,17 +73,17 @@ bool IsBehindUsb(std::wstring name) {
          given == sizeof(descriptor) && descriptor.BusType == BusTypeUsb;
 }
 
-// What its errors are logged under.
-std::vector<std::string> NamesInLog(const std::wstring& name, const std::wstring& place) {
-  const auto without_end = [](const std::wstring& text) { return Utf8FromWide(text.substr(0, text.size() - 1)); };
-  std::vector<std::string> names = {without_end(name), without_end(place)};
-  constexpr std::size_t kPrefix = 4;  // of "\\?\"
+std::optional<std::uint64_t> CountErrors(const FileSystemErrors& errors, const std::wstring& name,
+                                         const std::wstring& place) {
+  const auto without_end = [](const std::wstring& text) { return text.substr(0, text.size() - 1); };
+  constexpr std::size_t kPrefix = 4;  // of the name, which QueryDosDeviceW takes without its backslashes
   std::array<wchar_t, MAX_PATH> device{};
-  if (QueryDosDeviceW(name.substr(kPrefix, name.size() - kPrefix - 1).c_str(), device.data(),
-                      static_cast<DWORD>(device.size())) != 0) {
-    names.push_back(Utf8FromWide(device.data()));
+  if (QueryDosDeviceW(without_end(name).substr(kPrefix).c_str(), device.data(), static_cast<DWORD>(device.size())) ==
+      0) {
+    device[0] = L'\0';
   }
-  return names;
+  return errors.Of(Utf8FromWide(device.data()),
+                   std::array{Utf8FromWide(without_end(name)), Utf8FromWide(without_end(place))});
 }
 
 // Nothing for one that is no volume as Volumes means it, or cannot be read now: locked, without a medium.
@@ -101,7 +102,7 @@ std::optional<Volume> Read(const std::wstring& name, const std::wstring& system_
   Volume volume{.id = Utf8FromWide(name),
                 .file_system = Utf8FromWide(file_system.data()),
                 .read_only = (flags & FILE_READ_ONLY_VOLUME) != 0};
-  if (volume.file_system == "NTFS") volume.errors = errors.Of(NamesInLog(name, place));
+  if (volume.file_system == "NTFS") volume.errors = CountErrors(errors, name, place);
   if (name == system_volume) {
     volume.role = VolumeRole::kSystem;
   } else if (type == DRIVE_REMOVABLE || IsBehindUsb(name)) {
@@ -120,7 +121,7 @@ class WindowsVolumes final : public Volumes {
   std::vector<Volume> List() override {
     const NoErrorWindows no_error_windows;
     const std::wstring system_volume = SystemVolume();
-    const FileSystemErrors errors(*log_);
+    const FileSystemErrors errors(*log_, std::chrono::milliseconds(GetTickCount64()));
     std::vector<Volume> volumes;
     VolumeName name{};
     const UniqueVolumeSearch search(FindFirstVolumeW(name.data(), static_cast<DWORD>(name.size())));

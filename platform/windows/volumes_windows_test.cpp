@@ -29,7 +29,8 @@ class LogOfErrors final : public EventLog {
   explicit LogOfErrors(EventLogReading reading) : reading_(std::move(reading)) {}
   EventLogReading Query(const EventLogQuery& query) override {
     EXPECT_EQ(query.channel, "System");
-    EXPECT_GE(query.limit, 100u);
+    EXPECT_NE(query.xpath.find("@Name='Ntfs'"), query.xpath.npos);
+    EXPECT_NE(query.xpath.find("<= 3600000]"), query.xpath.npos) << "of this run of the system";
     return reading_;
   }
   EventLogReaderOpening OpenReader(Runtime&, const EventLogReaderSettings&) override { return {}; }
@@ -39,18 +40,23 @@ class LogOfErrors final : public EventLog {
   const EventLogReading reading_;
 };
 
-TEST(FileSystemErrorsTest, CountsTheEventsThatNameTheVolume) {
+TEST(FileSystemErrorsTest, CountsTheEventsOfTheVolume) {
   const auto event = [](const std::string& values) { return EventLogRecord{{}, "<Event>" + values + "</Event>"}; };
-  LogOfErrors log({{event("<Data Name='DriveName'>C:</Data><Data Name='DeviceName'>\\Device\\HarddiskVolume3</Data>"),
-                    event("<Data></Data><Data>\\Device\\HarddiskVolume3</Data>"), event("<Data>C:\\mnt</Data>"),
-                    event("<Data>\\Device\\HarddiskVolume31</Data>"), event("")}});
-  const FileSystemErrors errors(log);
-  const auto count = [&](const std::vector<std::string>& names) { return errors.Of(names); };
-  EXPECT_EQ(count({R"(\\?\Volume{1})", "C:", R"(\Device\HarddiskVolume3)"}), 2u);
-  EXPECT_EQ(count({"C:\\mnt"}), 1u);
-  EXPECT_EQ(count({"E:"}), 0u);
+  const std::string third = R"(<Data Name='DeviceName'>\Device\HarddiskVolume3</Data>)";
+  LogOfErrors log({{event("<Data Name='DriveName'>C:</Data>" + third), event("<Data></Data>" + third),
+                    event(R"(<Data>C:\mnt</Data>)"), event("<Data>C:</Data>"),
+                    event(R"(<Data>C:</Data><Data>\Device\HarddiskVolume31</Data>)"), event("")}});
+  const FileSystemErrors errors(log, std::chrono::hours(1));
+  const auto count = [&](const std::string& device, const std::vector<std::string>& names) {
+    return errors.Of(device, names);
+  };
+  EXPECT_EQ(count(R"(\Device\HarddiskVolume3)", {R"(\\?\Volume{1})", "C:"}), 3u);
+  EXPECT_EQ(count(R"(\Device\HarddiskVolume4)", {"C:"}), 1u) << "what was C: before is another volume";
+  EXPECT_EQ(count("", {R"(C:\mnt)"}), 1u);
+  EXPECT_EQ(count("", {"E:"}), 0u);
   LogOfErrors none({{event("<Data>C:</Data>")}, EventLogFailure::kQuery, 5});
-  EXPECT_EQ(FileSystemErrors(none).Of(std::vector<std::string>{"C:"}), std::nullopt) << "not known is not none";
+  EXPECT_EQ(FileSystemErrors(none, std::chrono::hours(1)).Of("", std::vector<std::string>{"C:"}), std::nullopt)
+      << "not known is not none";
 }
 
 }  // namespace

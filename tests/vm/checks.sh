@@ -37,7 +37,10 @@ same() {  # WHAT EXPECTED ACTUAL
 within() {
   local last=$((SECONDS + $1)) next store=${TVK_DATA:-/var/lib/tvk}/records.db
   shift
-  while : >/run/tried && ! "$@" >/dev/null 2>&1; do
+  while
+    : >/run/tried || return 1
+    ! "$@" >/dev/null 2>&1
+  do
     [[ $SECONDS -lt $last ]] || return 1
     next=$((SECONDS + 3))
     while

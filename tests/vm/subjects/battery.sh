@@ -96,5 +96,5 @@ report $? "the console ends"
 none "and has shown no serial number" "$(grep -F BatteryEvent /run/console.txt | numbers)"
 none "nor kept one" "$(grep -rlawF cafe /run/console)"
 # For the others in this machine it is one without batteries again.
-modprobe -r test_power sbs-battery
+check "the batteries go" modprobe -r test_power sbs-battery
 finish

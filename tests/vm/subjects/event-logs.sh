@@ -35,6 +35,7 @@ some() { [[ $(of_item LoggedEvent | wc -l) -gt 300 ]]; }
 check "the flood is read" within 60 some
 first=$(systemctl show -p MainPID --value tvk-client-service)
 check "the service is killed in it" kill -KILL "$first"
+check "while there is more to read" test "$(accounted)" -lt "$(in_journal)"
 wait
 another() { [[ $(systemctl show -p MainPID --value tvk-client-service) != @(0|"$first") ]]; }
 check "it is started again" within 60 another
