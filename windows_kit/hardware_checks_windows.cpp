@@ -109,8 +109,12 @@ Finding SystemVolume() {
   const bool spaces = std::ranges::all_of(volumes, [](const platform::Volume& volume) {
     return volume.role == platform::VolumeRole::kRemovable || volume.space.has_value();
   });
-  return Judge(system >= 1 && spaces, std::to_string(volumes.size()) + " volumes, " + std::to_string(system) +
-                                          " of the system" + (spaces ? "" : "; some without their size"));
+  const bool errors = std::ranges::all_of(volumes, [](const platform::Volume& volume) {
+    return volume.file_system != "NTFS" || volume.errors.has_value();
+  });
+  return Judge(system >= 1 && spaces && errors, std::to_string(volumes.size()) + " volumes, " + std::to_string(system) +
+                                                    " of the system" + (spaces ? "" : "; some without their size") +
+                                                    (errors ? "" : "; the log did not tell of errors"));
 }
 
 Finding Batteries() {
@@ -152,7 +156,8 @@ constexpr Check kChecks[] = {
     {"nvme-without-right", "An NVMe drive's health needs no right to the drive.", NvmeHealth},
     {"ata-right", "An ATA drive's identity is told, or refused for want of a right, and nothing else.", AtaIdentity},
     {"ata-attributes", "An administrator reads the attributes of an ATA drive.", AtaAttributes, Needs::kAdministrator},
-    {"volumes", "The system's volume is listed, and every fixed one with its size.", SystemVolume},
+    {"volumes", "The system's volume is listed, every fixed one with its size, NTFS' with the errors that the log has.",
+     SystemVolume},
     {"batteries", "The batteries hold what the system says they hold.", Batteries},
     {"displays", "Every display of the desktop is listed, with what it says of itself.", Displays},
 };
