@@ -271,6 +271,7 @@ int ControlService(const ServiceOptions& options) {
     case ServiceCommand::kInstall: {
       platform::ServiceInstallation installation;
       installation.program = platform::ThisProgram();
+      problem = platform::WhyNoServiceReaches(installation.program);
       installation.arguments = InstalledArguments(options, problem);
       installation.display_name = L"TVK client service";
       installation.description = L"Collects the device telemetry that the telemetry policy asks for.";
