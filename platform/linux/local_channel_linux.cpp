@@ -115,7 +115,8 @@ class SocketConnection final : public LocalConnection {
   }
 
   bool HasHungUp() override {
-    pollfd state{.fd = fd_.get(), .events = POLLRDHUP, .revents = 0};
+    // POLLHUP and POLLERR are told unasked. Who only closed its sending side still waits for the answer.
+    pollfd state{.fd = fd_.get(), .events = 0, .revents = 0};
     return ::poll(&state, 1, 0) > 0;
   }
 

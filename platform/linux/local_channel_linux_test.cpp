@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "platform/linux/unique_fd.h"
 #include "platform/local.h"
@@ -16,12 +17,17 @@
 namespace platform {
 namespace {
 
-// What a service leaves that was killed.
-void LeaveSocket(const std::filesystem::path& file) {
-  const UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM, 0));
+sockaddr_un AddressOf(const std::filesystem::path& file) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, file.c_str(), sizeof address.sun_path - 1);
+  return address;
+}
+
+// What a service leaves that was killed.
+void LeaveSocket(const std::filesystem::path& file) {
+  const UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM, 0));
+  const sockaddr_un address = AddressOf(file);
   ASSERT_EQ(::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
 }
 
@@ -59,6 +65,23 @@ TEST(LocalChannelFiles, EverybodyFindsTheSocketWhateverTheUmask) {
   EXPECT_EQ(mode("run"), std::filesystem::perms{0755});
   EXPECT_EQ(mode("run/channel"), std::filesystem::perms{0666});
   EXPECT_EQ(mode("run/channel.lock"), std::filesystem::perms{0600});
+}
+
+TEST(LocalChannelClients, OneThatClosedItsSendingSideStillWaits) {
+  const TempFolder temp;
+  const auto runtime = MakeRealRuntime({});
+  const auto stop = runtime->MakeEvent(EventReset::kManual);
+  const LocalListening listening = ListenLocally(*runtime, temp.path(), *stop);
+  ASSERT_NE(listening.listener, nullptr) << listening.problem;
+  UniqueFd client(::socket(AF_UNIX, SOCK_STREAM, 0));
+  const sockaddr_un address = AddressOf(temp.path() / "channel");
+  ASSERT_EQ(::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const std::unique_ptr<LocalConnection> server = listening.listener->Accept();
+  ASSERT_NE(server, nullptr);
+  ASSERT_EQ(::shutdown(client.get(), SHUT_WR), 0);
+  EXPECT_FALSE(server->HasHungUp());
+  client = UniqueFd();
+  EXPECT_TRUE(server->HasHungUp());
 }
 
 }  // namespace
