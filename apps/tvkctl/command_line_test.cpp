@@ -130,6 +130,7 @@ TEST_F(CommandLineTest, GivesTheExitCodesThatHelpLists) {
            {{"completion", "bash"}, 0, "\" records --kind\") words=\"item dataset device\" ;;"},
            {{"completion", "zsh"}, 0, "\" report --data-dir\") return ;;"},
            {{"completion", "powershell"}, 0, "' inspect smart --table' = 'sata generic'"},
+           {{"completion", "powershell"}, 0, "$files = @(' policy apply', ' policy check')"},
            {{"completion", "powershell"}, 0, "' policy' = 'check schema apply --help --data-dir'"},
            {{"completion", "fish"}, 1, "tvkctl: SHELL"},
            {{"policy", "schema"}, 0, "telemetryScope"},

@@ -97,24 +97,35 @@ std::string PowerShell(const std::string& program, const Words& words) {
       rows += "    '" + place + "' = '" + own + "'\n";
     return rows;
   };
+  std::string files;
+  for (const auto& [path, own] : words.files)
+    files += (files.empty() ? "'" : ", '") + path + "'";
   return "Register-ArgumentCompleter -Native -CommandName " + program + R"( -ScriptBlock {
   param($word, $line, $position)
   $commands = @{
 )" + table(words.commands) +
          table(words.files) + R"(  }
+  $files = @()" + files +
+         R"()
   $values = @{
 )" + table(words.values) +
          R"(  }
   $path = ''
   $before = ''
+  $ahead = ''
   foreach ($each in $line.CommandElements | Select-Object -Skip 1) {
     if ($each.Extent.EndOffset -ge $position) { break }
     $before = "$each"
     if ($commands.ContainsKey("$path $each")) { $path = "$path $each" }
   }
-  $offered = $commands[$path]
+  if ($word -like '--*=*') {
+    $before, $word = $word -split '=', 2
+    $ahead = "$before="
+  }
   if ($values.ContainsKey("$path $before")) { $offered = $values["$path $before"] }
-  $offered -split ' ' | Where-Object { $_ -and $_ -like "$word*" }
+  elseif ($files -contains $path -and $word -notlike '-*') { return }
+  else { $offered = $commands[$path] }
+  $offered -split ' ' | Where-Object { $_ -and $_ -like "$word*" } | ForEach-Object { "$ahead$_" }
 }
 )";
 }
