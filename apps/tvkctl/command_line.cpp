@@ -107,7 +107,8 @@ void AddErase(CLI::App& app, Texts& texts, Work& work) {
       ->type_name("DIR");
   erase->add_flag("--dry-run", texts.dry_run, "Only say what would be deleted");
   erase->add_flag("--yes", texts.yes, "Delete it; without this nothing is deleted");
-  erase->callback([&work] { work = {&Run::Erase, "it is deleted"}; });
+  // Only looking is quick, and with --stop it is waited for the service first.
+  erase->callback([&] { work = {&Run::Erase, texts.yes ? "the erasure is under way" : nullptr}; });
 }
 
 void AddServicePolicy(CLI::App& command, Texts& texts, const std::string& what) {

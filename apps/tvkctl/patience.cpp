@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <ostream>
+#include <system_error>
 
 namespace tvkctl {
 
@@ -9,12 +10,17 @@ Patience::Patience(platform::Runtime& runtime, std::string doing, std::ostream& 
     : runtime_(runtime),
       doing_(std::move(doing)),
       errors_(errors),
-      done_(runtime.MakeEvent(platform::EventReset::kManual)),
-      thread_(runtime.StartThread("tvk-patience", [this] { Tell(); })) {}
+      done_(runtime.MakeEvent(platform::EventReset::kManual)) {
+  try {
+    thread_ = runtime.StartThread("tvk-patience", [this] { Tell(); });
+  } catch (const std::system_error&) {
+    // The work itself needs none of what is told of it.
+  }
+}
 
 Patience::~Patience() {
   done_->Set();
-  runtime_.Join(thread_);
+  if (thread_.joinable()) runtime_.Join(thread_);
 }
 
 void Patience::Tell() {

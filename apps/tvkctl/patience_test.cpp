@@ -25,5 +25,16 @@ TEST(PatienceTest, IsLostAfterTwoSecondsAndLaterAndLater) {
             "tvkctl: the drives are asked, for 2 seconds now\ntvkctl: the drives are asked, for 4 seconds now\n");
 }
 
+TEST(PatienceTest, IsSilentWhereThereIsNoThread) {
+  platform::VirtualRuntime world;
+  world.RefuseThreads(true);
+  std::ostringstream errors;
+  {
+    const Patience patience(world, "the drives are asked", errors);
+    world.AdvanceBy(std::chrono::seconds(7));
+  }
+  EXPECT_EQ(errors.str(), "");
+}
+
 }  // namespace
 }  // namespace tvkctl
