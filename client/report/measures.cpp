@@ -168,6 +168,9 @@ std::vector<Timeline> Measures::Take(std::size_t& left_out) {
     timelines.push_back(std::move(timeline));
     left_out += without_room_[measure].size();
   }
+  // A device that has a context of its own among the known ones is not left out for a later one.
+  for (const auto& [id, device] : devices_)
+    unknown_devices_.erase(device.key);
   left_out += unknown_devices_.size();
   lines_.clear();
   return timelines;

@@ -32,6 +32,9 @@ TEST(ReportBounds, DevicesBeyondThoseThatAreKnownAreCountedAndInNoCurve) {
   for (const wchar_t* const beyond : {L"A", L"B", L"A"})
     measures.AddContext(Drive(beyond));
   measures.AddContext(Drive(L"7"));
+  DatasetContext again = Drive(L"8");
+  again.set_dataset_context_id(L"8 again");
+  measures.AddContext(again);
   measures.AddItem(Temperature(L"SMARTEvent", L"A", L"99"), 2);
   measures.AddItem(Temperature(L"SMARTEvent", L"B", L"98"), 2);
   measures.AddItem(Temperature(L"SMARTEvent", L"7", L"40"), 3);

@@ -40,15 +40,21 @@ class Builder {
     if (record.kind == RecordKind::kDevice) TakeDevice(record);
     if (record.kind == RecordKind::kItem && counts && (series.records == 0 || series.measured))
       TakeItem(record, series);
-    if (!counts) return;
+    if (!counts) {
+      deleted_ = false;  // from before the time that is asked for
+      return;
+    }
     ++series.records;
     Count(record, series);
     Follow(record.written_seconds, started, series.starts_machine);
   }
 
-  void Finish(std::int64_t now) {
+  // `deleted`: records behind the last one that was taken are.
+  void Finish(std::int64_t now, bool deleted) {
     const std::int64_t last = std::max(report_.newest_seconds, report_.axis.begin);
-    if (now - last >= kShortestGap) report_.gaps.push_back({last, now, GapEnd::kOpen});
+    if (now - last >= kShortestGap) {
+      report_.gaps.push_back({last, now, deleted ? GapEnd::kDeleted : GapEnd::kOpen});
+    }
     for (const auto& [id, series] : series_) {
       if (!series.regular) continue;
       std::vector<Gap> gaps = series.rhythm.Gaps(report_.gaps, now);
@@ -185,6 +191,8 @@ bool BuildReport(const RecordReader& reader, const ReportQuery& query, const pla
   const std::int64_t kept_since = now - StoreLimits().max_age_seconds;
   report.axis.begin = std::min(std::max({since, oldest.value_or(now), kept_since}), now);
   report.axis.end = now;
+  // In this order: what is written meanwhile is no deletion.
+  const std::int64_t last_written = reader.LastWrittenSequence();
   const std::int64_t newest = reader.NewestSequence();
   Builder builder(report, since, reader.DatasetNames());
   // Contexts from before the time that is asked for describe what was recorded in it.
@@ -203,7 +211,7 @@ bool BuildReport(const RecordReader& reader, const ReportQuery& query, const pla
         return !ended;
       },
       problem);
-  builder.Finish(now);
+  builder.Finish(now, last_written > newest);
   if (ended) problem = "the reading was ended";
   return complete && !ended;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "client/store/erasure.h"
 #include "client/store/sqlite_database.h"
 #include "client/store/store_file.h"
 #include "client/text/string.h"
@@ -243,6 +244,11 @@ std::int64_t RecordReader::NewestSequence() const {
   std::int64_t newest = std::numeric_limits<std::int64_t>::max();
   static_cast<void>(impl_->database.ReadNumber("SELECT max(sequence) FROM record", newest));
   return newest;
+}
+
+std::int64_t RecordReader::LastWrittenSequence() const {
+  std::int64_t last = 0;
+  return ReadLastSequence(impl_->database, last) == SQLITE_OK ? last : 0;
 }
 
 std::map<std::int64_t, std::string> RecordReader::DatasetNames() const {

@@ -74,6 +74,9 @@ class RecordReader {
   /// The largest sequence number; 0 in an empty store, the largest number there is where it cannot be read.
   std::int64_t NewestSequence() const;
 
+  /// The largest sequence number that any record had, those that were deleted, too; 0 where it cannot be read.
+  std::int64_t LastWrittenSequence() const;
+
   /// The names of the datasets of which there are records, by series; device contexts have none.
   std::map<std::int64_t, std::string> DatasetNames() const;
 

@@ -190,9 +190,19 @@ TEST_F(ReportTest, ATimeOfWhichRecordsAreDeletedIsNoGap) {
   EXPECT_EQ(Run(), 0);
   ExpectLines({"nothing recorded    5 hours from 2026-01-01 00:00: older records are deleted\n",
                "nothing recorded    4 hours from 2026-01-01 07:00: the PC was off\n"});
+  EXPECT_EQ(Run("210m"), 0);
+  ExpectLines({"nothing recorded    3 hours from 2026-01-01 07:30: the PC was off\n"});
   ASSERT_EQ(store_->Erase({.dataset_id = "CPUEvent"}, count), 0);
   EXPECT_EQ(Run(), 0);
   ExpectLines({"nothing recorded    6 hours from 2026-01-01 05:00: older records are deleted\n"});
+  ASSERT_EQ(store_->Erase({.dataset_id = "SystemBIOSEvent"}, count), 0);
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({"nothing recorded    6 hours from 2026-01-01 05:00: older records are deleted\n"});
+  world_.AdvanceBy(hours(1));
+  Item(L"MemoryEvent", L"Memory change");
+  world_.AdvanceBy(hours(2));
+  EXPECT_EQ(Run("150m"), 0);
+  ExpectLines({"nothing recorded    2 hours from 2026-01-01 12:00 until now"});
 }
 
 TEST_F(ReportTest, MakesAPageOfWhichNoTextOfARecordIsAPart) {
