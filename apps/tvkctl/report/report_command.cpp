@@ -43,10 +43,12 @@ class Progress {
 // Whether the page can be put there: making it takes a while.
 bool HasRoomForPage(const std::filesystem::path& file, std::ostream& errors) {
   if (file.empty() || file == "-") return true;
-  std::error_code unknown;
-  const auto type = std::filesystem::symlink_status(file, unknown).type();
+  std::error_code failure;
+  const auto type = std::filesystem::symlink_status(file, failure).type();
   std::string problem;
-  if (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::not_found) {
+  if (type == std::filesystem::file_type::none) {
+    problem = platform::PathToUtf8(file) + ": " + failure.message();
+  } else if (type != std::filesystem::file_type::regular && type != std::filesystem::file_type::not_found) {
     problem = platform::PathToUtf8(file) + " is no regular file; nothing is put in its place";
   } else {
     problem = platform::ProbeReplaceFile(file);

@@ -55,5 +55,24 @@ TEST(DeniedReport, IsAskedOfTheService) {
   EXPECT_NE(out.str().find("scope \"full\""), std::string::npos);
 }
 
+TEST(DeniedReport, SaysWhyAPageCannotBePutIntoAClosedFolder) {
+  const TempFolder folder;
+  platform::VirtualRuntime world;
+  const std::filesystem::path closed = folder.path() / "closed";
+  std::filesystem::create_directory(closed);
+  std::filesystem::permissions(closed, std::filesystem::perms::none);
+  std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+  ReportOptions options;
+  options.data_dir = folder.path();
+  options.html_file = closed / "x.html";
+  std::ostringstream out;
+  std::ostringstream errors;
+  {
+    const Nobody nobody;
+    EXPECT_EQ(RunReport(options, world, out, errors), 3);
+  }
+  EXPECT_NE(errors.str().find("x.html: Permission denied"), std::string::npos) << errors.str();
+}
+
 }  // namespace
 }  // namespace tvkctl
