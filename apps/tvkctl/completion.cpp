@@ -105,7 +105,8 @@ std::string PowerShell(const std::string& program, const Words& words) {
   $commands = @{
 )" + table(words.commands) +
          table(words.files) + R"(  }
-  $files = @()" + files +
+  $files = @()" +
+         files +
          R"()
   $values = @{
 )" + table(words.values) +

@@ -28,7 +28,7 @@ class Patience {
   const std::string doing_;
   std::ostream& errors_;
   const std::unique_ptr<platform::Event> done_;  ///< Manual-reset.
-  std::thread thread_;  ///< None where the system gives none.
+  std::thread thread_;                           ///< None where the system gives none.
 };
 
 }  // namespace tvkctl
