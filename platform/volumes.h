@@ -1,6 +1,6 @@
 // The volumes of the machine: file systems of its own drives that are in use, as the system knows them. Nothing is read
-// from a drive, so none is woken, and no right to one is needed. But where the file system of a stick's volume is not in
-// use yet, Windows may have to look at it, and Windows' log, which has the errors, lies on the system's drive. Any
+// from a drive, so none is woken, and no right to one is needed. But where the file system of a stick's volume is not
+// in use yet, Windows may have to look at it, and Windows' log, which has the errors, lies on the system's drive. Any
 // thread.
 #pragma once
 
@@ -31,10 +31,10 @@ struct Volume {
   /// that is not known, its device. Not empty. In clear: it leaves the client hashed only.
   std::string id = {};
   VolumeRole role = VolumeRole::kData;
-  std::string file_system = {};              ///< In the system's words: "ext4", "NTFS". Empty: not told.
-  std::optional<VolumeSpace> space = {};     ///< Of a recorded machine absent.
-  bool read_only = false;                    ///< Nobody can write to it at present.
-  std::optional<bool> encrypted = {};        ///< By the operating system, as a whole. Windows does not tell.
+  std::string file_system = {};           ///< In the system's words: "ext4", "NTFS". Empty: not told.
+  std::optional<VolumeSpace> space = {};  ///< Of a recorded machine absent.
+  bool read_only = false;                 ///< Nobody can write to it at present.
+  std::optional<bool> encrypted = {};     ///< By the operating system, as a whole. Windows does not tell.
   /// That the file system found in itself: as many as it counted or, for NTFS, as the system's log has of them.
   std::optional<std::uint64_t> errors = {};
 
