@@ -217,7 +217,7 @@ TEST_F(PolicyCommandsTest, AFileIsNotTakenForThePolicyThatTheServiceDoesNotTell)
                                                : ChannelAnswer{0, {}, status.toStyledString()})};
   });
   ASSERT_EQ(server.Start(folder_.path() / "run"), "");
-  const PolicyCheckOptions options{.policy = PolicyInForce(folder_.path() / "run", *runtime)};
+  const PolicyCheckOptions options{.policy = ::PolicyInForce(folder_.path() / "run", *runtime)};
   EXPECT_EQ(RunPolicyCheck(options, Known(), out_, err_), 0) << out_.str();
   policy_result = 1;
   out_.str("");
