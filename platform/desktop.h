@@ -80,7 +80,7 @@ class Desktop {
 
   /// Whether a process of this machine runs the service's program (its file's name, case aside) on behalf of an account
   /// that may be the service: the system, the administrators, or whoever made the event of this name, which the service
-  /// did. A process that this user may not look at counts: it is another account's, as the system's is for everybody.
+  /// did. A process that this user may not look at counts in the session of the services, where the system's are.
   /// False also when the system does not list its processes.
   virtual bool ServiceRuns(std::wstring_view program, std::wstring_view event) = 0;
 

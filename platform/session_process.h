@@ -61,7 +61,7 @@ class UserSessions {
   virtual std::optional<std::uint32_t> Find(const std::set<std::uint32_t>& ended) = 0;
   /// Whether another process than this one runs the service's program (its file's name, case aside) on behalf of the
   /// system, the administrators or this account. A process of anybody else is no service, whatever its name. One that
-  /// may not be asked counts for an ordinary account, and not for the system.
+  /// may not be asked counts for an ordinary account when it is in the services' session, and never for the system.
   virtual bool ServiceRunsElsewhere(std::wstring_view program) = 0;
   /// Starts a program there, on behalf of its user; where the session is our own as a plain child.
   virtual SessionProcessStart Start(const SessionProgram& program, const std::set<std::uint32_t>& ended) = 0;

@@ -1,5 +1,6 @@
 // The service manager and the system account. This program is installed as the client's service for the time of a
 // check, looks as that service, and is removed again.
+#include <algorithm>
 #include <optional>
 
 #include "core/user_process_agent.h"
@@ -86,9 +87,11 @@ class Looks {
     if (stop.event == nullptr) return CannotTell("making the stop event: " + ErrorText(stop.error));
     const auto user = platform::windows::FindLoggedInUser(platform::windows::LocalSessions());
     if (!user) return CannotTell("nobody is logged on");
+    const auto others = platform::windows::ProcessesOf(TVK::kUserAgentProgram);  // of anybody who names one so
     const auto start = platform::OpenLocalUserSessions()->Start({program, {}, kStopEvent}, {});
     if (start.process == nullptr) return Judge(false, start.problem);
-    const auto processes = platform::windows::ProcessesOf(TVK::kUserAgentProgram);
+    auto processes = platform::windows::ProcessesOf(TVK::kUserAgentProgram);
+    std::erase_if(processes, [&](std::uint32_t id) { return std::ranges::find(others, id) != others.end(); });
     DWORD session = platform::windows::kNoSession;
     std::string sid;
     if (processes.size() == 1) {
@@ -210,7 +213,8 @@ constexpr Check kChecks[] = {
     {"system-owner", "What the system account makes belongs to it or to the administrators.", SystemOwner,
      Needs::kAdministrator},
     {"agent-in-session",
-     "The service starts the user agent in the session and as the user who is logged on, and its stop event ends it.",
+     "A service starts a program in the user agent's place in the session and as the user who is logged on, and its "
+     "stop event ends it.",
      AgentInSession, Needs::kAdministrator},
     {"power-setting", "A service that registers for the power source is told the present one at once.", PowerIsTold,
      Needs::kAdministrator},

@@ -1,6 +1,7 @@
 #include "apps/tvkctl/policy_check.h"
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 
 #include <fstream>
 #include <iostream>
@@ -9,8 +10,13 @@
 
 #include "apps/tvkctl/device_facts.h"
 #include "apps/tvkctl/policy_commands.h"
+#include "client/channel/channel_request.h"
+#include "client/channel/channel_server.h"
 #include "client/text/string.h"
 #include "monitors/system/cpu_settings.h"
+#include "platform/files.h"
+#include "platform/local.h"
+#include "platform/runtime.h"
 #include "testing/temp_folder.h"
 
 namespace TVK {
@@ -190,6 +196,33 @@ TEST(WithPolicyInForce, AFileThatWasEditedSinceIsNotTakenForIt) {
     EXPECT_EQ(content.remarks.size(), remarks) << of_file.value_or("none");
     EXPECT_EQ(content.scope, L"basic");
   }
+}
+
+TEST_F(PolicyCommandsTest, AFileIsNotTakenForThePolicyThatTheServiceDoesNotTell) {
+  const std::filesystem::path file = folder_.path() / "policy.json";
+  std::ofstream(file) << Policy("");
+  Json::Value status;
+  status["scope"] = "full";
+  status["policy_state"] = "file";
+  status["policy"] = platform::PathToUtf8(file);
+  const std::unique_ptr<platform::Runtime> runtime = platform::MakeRealRuntime({folder_.path() / "run"});
+  const Log log;
+  Refusals refusals(log);
+  int policy_result = 0;
+  ChannelServer server(*runtime, log, refusals, [&](const auto&, std::string_view request, const auto&) {
+    std::string ignored;
+    const auto asked = RequestFromJson(request, ignored);
+    const bool policy = asked && asked->wish == ChannelWish::kPolicy;
+    return ChannelServer::Answer{ToJson(policy ? ChannelAnswer{policy_result, "it is not told", Policy("")}
+                                               : ChannelAnswer{0, {}, status.toStyledString()})};
+  });
+  ASSERT_EQ(server.Start(folder_.path() / "run"), "");
+  const PolicyCheckOptions options{.policy = ::PolicyInForce(folder_.path() / "run", *runtime)};
+  EXPECT_EQ(RunPolicyCheck(options, Known(), out_, err_), 0) << out_.str();
+  policy_result = 1;
+  out_.str("");
+  EXPECT_EQ(RunPolicyCheck(options, Known(), out_, err_), 2);
+  EXPECT_NE((out_.str() + err_.str()).find("it is not told"), std::string::npos) << out_.str() << err_.str();
 }
 
 TEST_F(PolicyCommandsTest, CheckCountsWhatIsTooMuchToRead) {

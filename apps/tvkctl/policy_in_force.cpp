@@ -51,6 +51,7 @@ PolicyCheckOptions::Document PolicyInForce(std::filesystem::path place, platform
             PolicyContent content = status ? ContentOf(*status) : PolicyContent();
             TVK::ChannelAnswer answer = TVK::ChannelClient(runtime, place).Ask({.wish = TVK::ChannelWish::kPolicy});
             if (answer.result != 0) {
+              content.text.reset();  // the file's alone is not what is in force
               content.problem = answer.reason;
               return content;
             }

@@ -180,6 +180,7 @@ TEST_F(ChannelServerTest, AHundredThatSayNothingKeepNobodyAway) {
     silent.push_back(Connect());
   ChannelClient client(*runtime_, place_);
   EXPECT_EQ(client.Ask({}).result, 0);
+  EXPECT_GE(Refused(Refusal::kNoRoom), 1u);
 }
 
 TEST_F(ChannelServerTest, WhoFindsNoRoomIsLetInWhenOthersWent) {

@@ -113,10 +113,13 @@ TEST(MayBeService, AUsersProgramOfTheServicesNameIsNone) {
         {"an administrator's with full rights", {"S-1-5-32-544"}, kUser, false, true},
         {"the own account's, of a service in a console", {kUser}, kUser, false, true},
         {"a user's beside the system's service", {kUser}, "S-1-5-32-544", true, false},
-        {"another user's", {kOther}, kUser, true, false},
+        {"another user's, seen by the system", {kOther}, "S-1-5-18", false, false},
+        {"another user's, seen by an ordinary one", {.denied = true, .session = 2}, "S-1-5-18", true, false},
+        {"the user's, which keeps the user away", {.denied = true, .session = 1}, kUser, true, false},
         {"one that is gone", {}, {}, true, false},
-        {"one that an ordinary account may not ask", {.denied = true}, kUser, true, true},
-        {"one that keeps even the system away", {.denied = true}, "S-1-5-18", false, false}})
+        {"the system's, seen by an ordinary account", {.denied = true, .session = 0}, "S-1-5-18", true, true},
+        {"one that no list has", {.denied = true}, kUser, true, true},
+        {"one that keeps even the system away", {.denied = true, .session = 0}, "S-1-5-18", false, false}})
     EXPECT_EQ(MayBeService(owner, account, denied_may_be), expected) << what;
 }
 
@@ -125,6 +128,27 @@ TEST(OwnerOfProcess, IsAskedOfTheSystem) {
   const ProcessOwner none = OwnerOfProcess(0xfffffff0);
   EXPECT_TRUE(none.sid.empty());
   EXPECT_FALSE(none.denied) << "it is gone, and kept from nobody";
+}
+
+TEST(OwnerOfProcess, OfOneThatKeepsItsOwnUserAwayTheSessionIsKnown) {
+  DWORD own = 0;
+  ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &own));
+  EXPECT_EQ(SessionOf(GetCurrentProcessId()), own);
+  EXPECT_EQ(SessionOf(0xfffffff0), std::nullopt);
+  SecurityAttributes to_end_it_alone("D:P(A;;0x1;;;OW)");
+  ASSERT_TRUE(to_end_it_alone.ok());
+  std::wstring line = L"cmd.exe /c exit";
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION started{};
+  ASSERT_TRUE(CreateProcessW(nullptr, line.data(), to_end_it_alone.get(), nullptr, FALSE, CREATE_SUSPENDED, nullptr,
+                             nullptr, &startup, &started));
+  const UniqueKernelHandle process(started.hProcess);
+  const UniqueKernelHandle thread(started.hThread);
+  const ProcessOwner owner = OwnerOfProcess(started.dwProcessId);
+  TerminateProcess(process.get(), 0);
+  EXPECT_EQ(owner.denied, owner.sid.empty());
+  EXPECT_EQ(owner.session, owner.denied ? std::optional<std::uint32_t>(own) : std::nullopt);
 }
 
 }  // namespace

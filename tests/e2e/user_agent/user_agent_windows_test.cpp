@@ -220,10 +220,11 @@ TEST_F(UserAgentTest, EveryEndingEndsTheProcess) {
   }
 }
 
-TEST_F(UserAgentTest, TheKillOfTheServiceEndsItWithinFiveSeconds) {
+TEST_F(UserAgentTest, TheKillOfTheServiceEndsItWithinFiveSecondsInOneOfThreeRounds) {
   folder_.WritePolicy(DisplayPolicy("full"));
   constexpr ULONGLONG kPromised = 5000;
-  // What a busy machine adds to the watch's two seconds differs from one round to the next.
+  // The best of three: what a busy machine adds to the watch's two seconds differs from one round to the next, and a
+  // watch that is too slow is so in each.
   constexpr int kRounds = 3;
   ULONGLONG shortest = kPromised + 1;
   for (int round = 0; round < kRounds && shortest > kPromised; ++round) {
@@ -237,7 +238,7 @@ TEST_F(UserAgentTest, TheKillOfTheServiceEndsItWithinFiveSeconds) {
     shortest = std::min(shortest, GetTickCount64() - begin);
     RecordProperty("milliseconds of round " + std::to_string(round), std::to_string(GetTickCount64() - begin));
   }
-  EXPECT_LE(shortest, kPromised);
+  EXPECT_LE(shortest, kPromised) << "milliseconds, in the best of " << kRounds << " rounds";
 }
 
 TEST_F(UserAgentTest, AServiceThatIsKilledAndStartedAgainAtOnceHasOneAgent) {
