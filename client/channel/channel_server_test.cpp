@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <barrier>
-#include <semaphore>
+#include <future>
 #include <vector>
 
 #include "client/channel/channel_client.h"
@@ -221,25 +221,25 @@ TEST_F(ChannelServerTest, WhatStandsInTheWayIsWaitedFor) {
 }
 
 TEST_F(ChannelServerTest, WhoGoesBeforeTheAnswerIsNoticed) {
-  std::binary_semaphore asked(0);
-  std::binary_semaphore noticed(0);
+  std::promise<void> asked;  // C++20's semaphores of this compiler sleep for ever at times (GCC bug 104928)
+  std::promise<void> noticed;
   server_.emplace(*runtime_, log_, refusals_,
                   [&](const platform::LocalCaller&, std::string_view, const ChannelServer::IsAwaited& is_awaited) {
                     EXPECT_TRUE(is_awaited());
-                    asked.release();
+                    asked.set_value();
                     const platform::SteadyTime deadline = Soon();
                     while (is_awaited() && runtime_->clock().Steady() < deadline)
                       std::this_thread::yield();
                     EXPECT_FALSE(is_awaited());
-                    noticed.release();
+                    noticed.set_value();
                     return ChannelServer::Answer{ToJson(ChannelAnswer())};
                   });
   ASSERT_EQ(server_->Start(place_), "");
   auto hasty = Connect();
   ASSERT_EQ(hasty->Send(FrameOf(GreetingToJson()) + FrameOf(ToJson(ChannelRequest{})), Soon()), ChannelWait::kDone);
-  asked.acquire();
+  asked.get_future().wait();
   hasty = nullptr;
-  noticed.acquire();
+  noticed.get_future().wait();
 }
 
 TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
@@ -258,9 +258,9 @@ TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
 TEST_F(ChannelServerTest, TheEndComesBeforeWhatIsStillToBeAnswered) {
   Start({.patience = std::chrono::minutes(5)});
   std::atomic<int> asked = 0;
-  std::binary_semaphore go_on(0);
+  std::promise<void> go_on;
   answer_ = [&](const ChannelRequest&) {
-    if (++asked == 1) go_on.acquire();
+    if (++asked == 1) go_on.get_future().wait();
     return ChannelAnswer();
   };
   const auto quiet = Connect();
@@ -277,7 +277,7 @@ TEST_F(ChannelServerTest, TheEndComesBeforeWhatIsStillToBeAnswered) {
     std::this_thread::yield();
   std::thread end([&] { server_.reset(); });
   EXPECT_EQ(quiet->Receive(buffer, Soon(), count), ChannelWait::kClosed) << "the end has begun";
-  go_on.release();
+  go_on.set_value();
   end.join();
   EXPECT_EQ(asked, 1);
 }
