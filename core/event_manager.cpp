@@ -184,6 +184,7 @@ void EventManager::InitializeLocked(TVK::DeviceIdAgent* agent) {
     const TVK::PolicyView::Policy policy = parts.policy.ReadWithScope(old_scope);
     if (policy == nullptr) {
       parts.log.e(L"EventManager Initialize GetTelemetryPolicy() return fail!");
+      parts.reconciler.NoteWithdrawals();  // without a policy nobody has consented
       return;
     }
     parts.log.d(L"EventManager Initialize Get TelemetryPolicy successfully.");

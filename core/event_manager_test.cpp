@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "client/store/failing_disk.h"
 #include "client/text/string.h"
 #include "core/manager_test.h"
 #include "core/monitor_entry.h"
@@ -44,6 +45,69 @@ TEST_F(EventManagerTest, AConsentThatWasWithdrawnWhileNoServiceRanIsNoted) {
   EXPECT_EQ(place(L"CrashEvent"), kWithdrawnPlace);
   EXPECT_EQ(place(L"EventViewerLogsEvent"), L"here");
   EXPECT_EQ(place(L"BatteryEvent"), L"none") << "nothing to go on from";
+  life_->composition.store().KeepState(IdOf(L"CrashEvent"), {kBookmarkState, L"here"});
+  life_.reset();
+  world_.config.SetPolicy(std::nullopt);
+  life_.emplace(world_, table_);
+  life_->Start();
+  for (const wchar_t* const dataset : {L"CrashEvent", L"EventViewerLogsEvent"})
+    EXPECT_EQ(place(dataset), kWithdrawnPlace) << "without a policy";
+}
+
+TEST_F(EventManagerTest, AWithdrawnConsentIsNotedWhateverItsMonitorDoes) {
+  const auto place = [&] {
+    std::wstring kept = L"none";
+    life_->composition.store().GetState(IdOf(L"CrashEvent"), kBookmarkState, kept);
+    return kept;
+  };
+  const auto keep = [&] { life_->composition.store().KeepState(IdOf(L"CrashEvent"), {kBookmarkState, L"here"}); };
+  FailingDisk disk;
+  Start(PolicyOf(L"full"));
+  keep();
+  Change(PolicyOf(L"basic"));
+  EXPECT_EQ(place(), kWithdrawnPlace) << "one that never noted it";
+  keep();
+  Change(PolicyOf(L"full"));
+  EXPECT_EQ(place(), L"here");
+
+  const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  script_.gate = {L"CrashEvent", Place::kStop, gate.get()};
+  Change(PolicyOf(L"basic"));
+  world_.runtime.AdvanceBy(std::chrono::seconds(2));
+  EXPECT_EQ(place(), L"here") << "it may still write";
+  gate->Set();
+  world_.runtime.Settle();
+  EXPECT_EQ(place(), kWithdrawnPlace) << "once it has ended";
+
+  Change(PolicyOf(L"full"));
+  keep();
+  disk.FailAt(1, SQLITE_FULL, true);
+  Change(PolicyOf(L"basic"));
+  EXPECT_EQ(place(), L"here");
+  EXPECT_EQ(world_.logs.Count(L"cannot be noted"), 1u);
+  Change(PolicyOf(L"basic", {L"CPUEvent"}));
+  EXPECT_EQ(world_.logs.Count(L"cannot be noted"), 1u);
+  disk.FailAt(0, 0, false);
+  Change(PolicyOf(L"full"));
+  EXPECT_EQ(place(), kWithdrawnPlace) << "noted late, and ahead of the start";
+  life_.reset();
+}
+
+TEST_F(EventManagerTest, AConsentThatWasWithdrawnIsNotedInAStoreThatCannotBeOpenedAtFirst) {
+  FailingDisk disk;
+  Start(PolicyOf(L"full"));
+  life_->composition.store().KeepState(IdOf(L"CrashEvent"), {kBookmarkState, L"here"});
+  life_.reset();
+  world_.config.SetPolicy(PolicyOf(L"basic"));
+  disk.set_read_only(true);
+  life_.emplace(world_, table_);
+  ASSERT_FALSE(life_->composition.store().is_open());
+  disk.set_read_only(false);
+  life_->Start();
+  std::wstring kept;
+  EXPECT_EQ(life_->composition.store().GetState(IdOf(L"CrashEvent"), kBookmarkState, kept), 0);
+  EXPECT_EQ(kept, kWithdrawnPlace);
+  life_.reset();
 }
 
 TEST_F(EventManagerTest, AnEntryThatIsWrittenOtherwiseStartsAndStaysAlike) {

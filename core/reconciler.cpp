@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "client/log/guarded_thread.h"
+#include "client/store/kept_state.h"
 #include "client/text/string.h"
 
 namespace TVK {
@@ -38,15 +39,27 @@ void Reconciler::NoteMissing(const Dataset& dataset) {
 }
 
 void Reconciler::NoteWithdrawals() {
-  EventDataLogging& store = parts_.services.store;
   for (const Dataset& dataset : parts_.services.datasets.datasets()) {
-    if (parts_.policy.Decide(dataset.row, DecisionMoment::kRunning).runs()) continue;
-    const std::wstring id(dataset.row.id);
-    std::wstring place;
-    if (store.GetState(id, kBookmarkState, place) == 0 && place != kWithdrawnPlace) {
-      store.KeepState(id, {kBookmarkState, kWithdrawnPlace});
+    const DatasetRow& row = dataset.row;
+    if (parts_.policy.Decide(row, DecisionMoment::kRunning).runs() && !unmarked_.contains(row.id)) continue;
+    // One that is still being stopped may replace the mark; its stopper asks for another reconciliation.
+    if (parts_.monitors.Find(row.id) != nullptr) continue;
+    const int result = MarkWithdrawn(std::wstring(row.id));
+    if (result == 0) {
+      unmarked_.erase(row.id);
+    } else if (unmarked_.insert(row.id).second) {
+      parts_.log.e(L"%s: the withdrawn consent to %s cannot be noted, error %d; it is tried again",
+                   L"EventManager::NoteWithdrawals", row.name, result);
     }
   }
+}
+
+int Reconciler::MarkWithdrawn(const std::wstring& dataset_id) {
+  EventDataLogging& store = parts_.services.store;
+  std::wstring place;
+  const int result = ReadKeptState(store, dataset_id, kBookmarkState, place);
+  if (result == kStoreNotFound || (result == 0 && place == kWithdrawnPlace)) return 0;
+  return result != 0 ? result : store.KeepState(dataset_id, {kBookmarkState, kWithdrawnPlace});
 }
 
 void Reconciler::AddNullAndNoneDatasets() {
@@ -159,6 +172,8 @@ void Reconciler::StopDisabledDatasets() {
         });
   }
   stoppers_.Wait(stop_event.get());
+  // A monitor that was still starting, or never could, has not noted it or has overwritten that.
+  CallLogged(parts_.log, kThis, [&] { NoteWithdrawals(); });
   parts_.policy.WaitForExcludedWrites(kThis, stop_event.get());
   parts_.display.StopIfExcluded();
   parts_.log.d(L"%s Exit: ", kThis);

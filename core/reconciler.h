@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <functional>
+#include <set>
 #include <string>
+#include <string_view>
 
 #include "client/log/log.h"
 #include "core/device_context_record.h"
@@ -42,10 +44,13 @@ class Reconciler {
 
   Reconciler(const ManagerParts& parts, ById run, ById stop);
 
-  // At the start of the service.
-  /// Marks, in the store, the datasets that may not run and whose sources keep what happens: their consent may have
-  /// been withdrawn while no service ran, and what happens until it is given again is not to be told.
+  /// Marks, in the store, the datasets that may not run, are not listed and whose sources keep what happens: what
+  /// happens until their consent is given again is not to be told. At the start of the service, since it may have been
+  /// withdrawn while none ran, and behind each stop. What the store does not take is logged, and tried again at the
+  /// next call, even when the consent is given again by then.
   void NoteWithdrawals();
+
+  // At the start of the service.
   /// Lists the monitors that run always, in the order of their ids, so that the list is the same at every start.
   void AddNullAndNoneDatasets();
   /// Lists those that `policy` starts.
@@ -72,6 +77,8 @@ class Reconciler {
 
  private:
   bool AddMonitor(const Dataset& dataset, MonitorList::Entry& entry);
+  /// Returns 0, or the store's error.
+  int MarkWithdrawn(const std::wstring& dataset_id);
   /// See MonitorList; throws nothing.
   void NoteMissing(const Dataset& dataset);
 
@@ -79,6 +86,7 @@ class Reconciler {
   const ById run_;
   const ById stop_;
   MonitorStoppers stoppers_;
+  std::set<std::wstring_view> unmarked_;  ///< By id; withdrawn, and the store did not take the mark.
 };
 
 }  // namespace TVK

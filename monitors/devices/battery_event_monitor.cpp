@@ -408,9 +408,11 @@ bool BatteryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::w
   std::vector<TVK::SettingReading> others;
   for (const TVK::SettingReading& reading : fresh.readings) {
     if (reading.mistake && reading.key == L"BatteryLowThreshold") {
-      log_.e(L"%s: Exception while reading BatteryLowThreshold, %s", kCaller, reading.reason);
+      log_.e(L"%s: Exception while reading BatteryLowThreshold, %s; in force: %s", kCaller, reading.reason,
+             reading.value_in_force);
     } else if (reading.mistake && reading.key == L"BatteryFullThreshold") {
-      log_.e(L"%s: Exception while reading BatteryFullThreshold, %s", kCaller, reading.reason);
+      log_.e(L"%s: Exception while reading BatteryFullThreshold, %s; in force: %s", kCaller, reading.reason,
+             reading.value_in_force);
     } else {
       others.push_back(reading);
     }

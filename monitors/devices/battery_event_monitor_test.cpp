@@ -353,8 +353,9 @@ TEST_F(BatteryEventMonitorTest, SettingsOutOfTheirRangeGiveWay) {
     Start();
     EXPECT_TRUE(world_.logs.Has(one.line)) << one.line;
   }
-  EXPECT_TRUE(world_.logs.Has(L"Exception while reading BatteryLowThreshold, \"21\" is above 20"));
-  EXPECT_TRUE(world_.logs.Has(L"Exception while reading BatteryFullThreshold, \"AUTO\" is no whole number"));
+  EXPECT_TRUE(world_.logs.Has(L"Exception while reading BatteryLowThreshold, \"21\" is above 20; in force: 10"));
+  EXPECT_TRUE(
+      world_.logs.Has(L"Exception while reading BatteryFullThreshold, \"AUTO\" is no whole number; in force: 90"));
   Start();
   world_.runtime.AdvanceBy(3min);
   EXPECT_EQ(Items().size(), 3u) << "63 s, over the restart";

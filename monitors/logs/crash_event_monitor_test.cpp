@@ -200,6 +200,27 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   life_.reset();
 }
 
+TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
+  std::wstring kept;
+  const auto get = [&] { return life_->store.GetState(CrashEventMonitor::dataset_id, kBookmarkState, kept); };
+  world_.machine.event_log().RefuseReaders();
+  Start();
+  monitor_.reset();
+  world_.machine.event_log().RefuseReaders(false);
+  ASSERT_EQ(get(), 0) << "what a start without consent marks";
+  EXPECT_EQ(kept, L"since 0");
+  Log("Application", "Application Hang", 1002, {{"", "a"}, {"", "1"}});
+  Start();
+  monitor_.reset();
+  EXPECT_EQ(life_->Items(kApplicationHang).size(), 1u) << "and which takes nothing away";
+  life_->store.KeepState(CrashEventMonitor::dataset_id, {kBookmarkState, kWithdrawnPlace});
+  Log("Application", "Application Hang", 1002, {{"", "b"}, {"", "1"}});
+  world_.runtime.AdvanceBy(1min);
+  Start();
+  monitor_.reset();
+  EXPECT_TRUE(life_->Items(kApplicationHang).empty());
+}
+
 TEST_F(CrashTest, ALoopOfCrashesIsCounted) {
   const auto crash = [&](const char* program) {
     Log("Application", "Application Hang", 1002, {{"", program}, {"", "1"}});

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "client/log/guarded_thread.h"
+#include "client/store/kept_state.h"
 #include "client/text/string.h"
 #include "monitors/logs/reading_begin.h"
 
@@ -13,7 +14,6 @@ namespace {
 using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 
 constexpr auto& kPlaceKey = kBookmarkState;
-constexpr wchar_t kProbeKey[] = L"probe";
 constexpr auto& kInterruptionKey = kInterruptionState;
 
 constexpr std::size_t kBatch = 256;
@@ -168,16 +168,18 @@ std::optional<std::wstring> LogMonitor::KeptPlace() {
   EventDataLogging& store = services().store;
   const std::wstring dataset(identity().row.id);
   std::wstring kept;
-  int result = store.GetState(dataset, kPlaceKey, kept);
-  // A closed store is opened anew by what is written alone.
-  if (result == kStoreClosed && store.KeepState(dataset, {kProbeKey, {}}) == 0) {
-    result = store.GetState(dataset, kPlaceKey, kept);
-  }
+  const int result = ReadKeptState(store, dataset, kPlaceKey, kept);
   if (result == 0 || result == kStoreNotFound) return kept;
   if (!std::exchange(store_failed_, true)) {
     log_.e(L"%s: how far the logs were read cannot be told, error %d; it is tried again", Operation(L"Run"), result);
   }
   return std::nullopt;
+}
+
+std::optional<std::int64_t> LogMonitor::BeginBehind(const std::wstring& kept) const {
+  if (kept == kWithdrawnPlace) return FirstSecondOfConsent(services().runtime.clock());
+  if (kept.empty()) return 0;
+  return ReadSince(kept);
 }
 
 bool LogMonitor::RestorePlace() {
@@ -187,11 +189,15 @@ bool LogMonitor::RestorePlace() {
   // Ahead of what takes the mark of a withdrawal away.
   if (!BeginReading(kept == kWithdrawnPlace)) return false;
   kept_at_ = services().runtime.clock().Elapsed();
-  begin_ = ReadSince(kept);
-  if (kept == kWithdrawnPlace) {
-    begin_ = FirstSecondOfConsent(services().runtime.clock());
-    services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, SinceText(*begin_)});
-  } else if (!begin_) {
+  // Once: a further try begins no later.
+  if (!begin_) begin_ = BeginBehind(kept);
+  if (begin_) {
+    // Also where nothing was kept: without a place, a start without consent has nothing to mark.
+    const std::wstring since = SinceText(*begin_);
+    if (kept != since && services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, since}) != 0) {
+      return false;
+    }
+  } else {
     place_ = String::UTF16ToUTF8(kept);
   }
   restored_ = true;

@@ -74,7 +74,9 @@ class LogMonitor : public ScheduledMonitor {
   void LogOnce(const platform::EventLogNotice& notice);
   /// Empty: none is kept. Nothing when the store cannot be read.
   std::optional<std::wstring> KeptPlace();
-  /// False when the store cannot be read.
+  /// The second since 1970 from which on is read; nothing for a place of the log's own.
+  std::optional<std::int64_t> BeginBehind(const std::wstring& kept) const;
+  /// False when the store cannot be read or written.
   bool RestorePlace();
   void MoveTo(const std::string& place);
   void KeepPlace();

@@ -42,7 +42,6 @@ SelfTestSettings ReadSataSelfTestSettings(const SettingTexts& settings) {
   result.raised = true;
   result.interval_ms = kLeastSelfTestIntervalMs;
   result.readings.front().value_in_force = L"1d";
-  result.readings.front().reason += L"; the shortest is in force";
   return result;
 }
 

@@ -39,7 +39,7 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   /// kFailed; nothing: the channel again.
   void Fail(const std::string& channel, std::optional<EventLogTrouble> trouble);
   /// Readers cannot be opened from now on; the rest answers.
-  void RefuseReaders() { refuses_readers_ = true; }
+  void RefuseReaders(bool refuses = true) { refuses_readers_ = refuses; }
   /// The next batch that is taken throws std::bad_alloc.
   void ThrowNext() { throws_next_ = true; }
 

@@ -41,8 +41,10 @@ same "tvkctl shows both" "$smart test_battery" \
 # The Smart Battery's is "cafe", that of test_power the kernel's version, which other datasets tell, as they may.
 numbers() { grep -wF -e cafe -e "$(uname -r)"; }
 for what in battery power; do
-  none "tvkctl inspect $what shows no serial number in clear" \
-    "$( (tvkctl inspect $what && tvkctl inspect $what --json) | numbers)"
+  shown=$(tvkctl inspect $what && tvkctl inspect $what --json)
+  report $? "tvkctl inspect $what works, and as JSON"
+  check "tvkctl inspect $what shows something" test -n "$shown"
+  none "tvkctl inspect $what shows no serial number in clear" "$(numbers <<<"$shown")"
 done
 
 unplugged=$SECONDS
@@ -74,6 +76,7 @@ check "the silent one is near full" within 60 has 1 event BatteryNearFull $smart
 same "each once" "1 1" "$(event BatteryNearFull $smart | wc -l) $(event BatteryNearEmpty test_battery | wc -l)"
 check "and their usage is told" test "$(event BatteryUsagePerInterval $smart | wc -l)" -ge 1
 none "no serial number in clear in a record of the dataset" "$(records BatteryEvent | numbers)"
+check "its log is there" test -s /var/log/tvk/BatteryEventMonitor.log
 none "nor in its log" "$(numbers </var/log/tvk/BatteryEventMonitor.log)"
 none "nor anywhere else" "$(grep -rlawF cafe /var/lib/tvk /var/log/tvk)"
 none "no errors" "$(logged BatteryEventMonitor.log '[error]')"
