@@ -19,7 +19,9 @@ TEST(ChannelServerAccounts, OneThatIsNotLoggedOnIsKnownAndPutOutAtOnce) {
   if (::geteuid() != 0) return;  // only the superuser can be somebody else
   constexpr int kNobody = 65534;
   // Inside a container the session that it was started from has no number: then one of our own.
-  if (::getsid(0) == 0) ASSERT_NE(::setsid(), -1);
+  if (::getsid(0) == 0) {
+    ASSERT_NE(::setsid(), -1);
+  }
   const TempFolder folder;
   std::filesystem::permissions(folder.path(), std::filesystem::perms{0755});
   const std::filesystem::path place = folder.path() / "run";
