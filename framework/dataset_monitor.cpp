@@ -83,9 +83,9 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
                                   std::vector<Change>& changes) {
   const MonitorLines& lines = identity_.lines;
   DatasetContext last;
-  const bool described =
-      services().store.GetLastDatasetContextOfDevice(std::wstring(identity_.row.id), device.key, last) == 0;
-  const bool same = described && IsSameDescription(last.item_data(), device.facts);
+  const bool described = FindPresentContext(device.key, last);
+  const ItemData before = last.item_data();
+  const bool same = described && (IsSameDescription(before, device.facts) || FindEarlierContext(device, last));
   const bool in_force = last.device_context_id() == services().manager.get_device_context_id();
   const bool needed = !same || !in_force || new_context_needed;
   log_.d(L"%s",
@@ -108,7 +108,30 @@ void DatasetMonitor::LogContextOf(const DescribedDevice& device, bool new_contex
   ids[device.key] = {context.dataset_context_id(), context.device_context_id(), device.of_use};
   OnContextLogged(error);
   if (error != 0) log_.e(L"%s", lines.context_failure.With({}, error, Operation(L"LogDatasetContext")));
-  if (described && !same) changes.push_back({device, last.item_data()});
+  if (described && !same) changes.push_back({device, before});
+}
+
+bool DatasetMonitor::FindPresentContext(const std::wstring& key, DatasetContext& context) const {
+  const std::wstring dataset(identity_.row.id);
+  if (services().store.GetLastDatasetContextOfDevice(dataset, key, context) != 0) return false;
+  // It may be one of before the last.
+  const auto used = context_ids_.find(key);
+  if (used == context_ids_.end() || used->second.dataset_context == context.dataset_context_id()) return true;
+  std::vector<DatasetContext> earlier;
+  services().store.GetEarlierDatasetContexts(dataset, earlier, key);
+  const auto found = std::ranges::find(earlier, used->second.dataset_context, &DatasetContext::dataset_context_id);
+  if (found != earlier.end()) context = *found;
+  return true;
+}
+
+bool DatasetMonitor::FindEarlierContext(const DescribedDevice& device, DatasetContext& context) const {
+  std::vector<DatasetContext> earlier;
+  services().store.GetEarlierDatasetContexts(std::wstring(identity_.row.id), earlier, device.key);
+  const auto found = std::ranges::find_if(
+      earlier, [&](const DatasetContext& one) { return IsEarlierDescription(one.item_data(), device.facts); });
+  if (found == earlier.end()) return false;
+  context = *found;
+  return true;
 }
 
 DatasetContext DatasetMonitor::MakeContext(const ItemData& facts) const {

@@ -80,6 +80,9 @@ class DatasetMonitor : public EventMonitorBase {
   /// Whether the stored context still describes a device of these facts. Every difference counts unless a dataset
   /// describes its devices once for all.
   virtual bool IsSameDescription(const ItemData& stored, const ItemData& facts) const { return stored == facts; }
+  /// Whether a context of the device's key that is not the last one describes it, which is then used again: for
+  /// datasets whose devices take turns in a place. By default none is.
+  virtual bool IsEarlierDescription(const ItemData& /*stored*/, const ItemData& /*facts*/) const { return false; }
   /// The id of an item; nothing for a name that the dataset does not have.
   virtual std::optional<std::wstring> FindItemId(const std::wstring& item_name) const;
   /// Whether the device gets a "DeviceInit".
@@ -152,6 +155,11 @@ class DatasetMonitor : public EventMonitorBase {
 
   /// With context_mutex_ held. Enters the device's id, and what changed.
   void LogContextOf(const DescribedDevice& device, bool new_context_needed, Ids& ids, std::vector<Change>& changes);
+  /// The context by which the device of `key` is known: the one in use, else the last in the store. False, and
+  /// `context` untouched, when there is none.
+  bool FindPresentContext(const std::wstring& key, DatasetContext& context) const;
+  /// Another one of the device's key that describes it; see IsEarlierDescription.
+  bool FindEarlierContext(const DescribedDevice& device, DatasetContext& context) const;
   DatasetContext MakeContext(const ItemData& facts) const;
   /// Whether another device context than that of the device's dataset context is in force. With context_mutex_ held.
   bool IsOfAnotherDeviceContext(const std::wstring& device_key) const;

@@ -29,7 +29,7 @@ struct EventLogQuery {
 
 struct EventLogRecord {
   std::vector<EventLogValue> values;  ///< One for each of the query's value paths, in their order.
-  std::string xml;                    ///< The whole event.
+  std::string xml;                    ///< The whole event; empty where it could not be rendered.
 };
 
 /// The step at which a reading ended early.

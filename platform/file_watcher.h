@@ -35,8 +35,9 @@ class FileWatcher {
   /// have changed: at the end of each change (a writer that keeps the file open is seen when it closes it), several
   /// times for one change, or once for several. Changes after the return of `Watch` are never missed: watch first, then
   /// read. When `on_change` throws, or the memory ends, the files are looked up and `on_change` is called once more a
-  /// second later. `files` holds 1 to 31 paths; relative ones count from the present working
-  /// folder. Returns null when the system refuses; `problem`, when given, then says what went wrong.
+  /// second later. While the system refuses a watch (too many of them, a folder that may be entered but not listed),
+  /// that is tried again and `on_change` called each second. `files` holds 1 to 31 paths; relative ones count from the
+  /// present working folder. Returns null when there can be no thread; `problem`, when given, then says why.
   static std::unique_ptr<FileWatcher> Watch(Runtime& runtime, std::vector<std::filesystem::path> files,
                                             std::function<void()> on_change, std::string* problem = nullptr);
 };

@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "platform/file_watching.h"
 #include "platform/local.h"
 #include "testing/temp_folder.h"
 
@@ -94,6 +95,20 @@ TEST_F(FileWatcherTest, AfterAnExceptionItIsDoneOnceMore) {
   ASSERT_TRUE(watcher_);
   EXPECT_TRUE(ChangesOn([&] { std::filesystem::create_directory(file); }));
   EXPECT_TRUE(ChangesOn([&] { std::filesystem::remove(file); }));
+}
+
+TEST_F(FileWatcherTest, AFolderThatIsThereAndCannotBeWatchedIsKnown) {
+  const std::filesystem::path file = folder_ / "own" / "policy.json";
+  const auto blind = [&](const std::filesystem::path& refused) {
+    const auto place = FindWatchPlace(file, [&](const std::filesystem::path& folder) {
+      return folder != refused && std::filesystem::exists(folder);
+    });
+    return place ? (place->blind ? "blind" : place->direct ? "direct" : "above") : "nowhere";
+  };
+  EXPECT_STREQ(blind(folder_ / "own"), "above") << "it is not there yet";
+  std::filesystem::create_directory(folder_ / "own");
+  EXPECT_STREQ(blind(folder_ / "own"), "blind");
+  EXPECT_STREQ(blind({}), "direct");
 }
 
 TEST_F(FileWatcherTest, UnusableListsAreRefusedWithWords) {

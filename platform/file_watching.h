@@ -18,6 +18,7 @@ struct WatchPlace {
   std::filesystem::path folder;  ///< Exists and is watched.
   std::filesystem::path name;    ///< What to look for in it: the file, or the next folder on the way to it.
   bool direct = true;            ///< It is the file's own folder.
+  bool blind = false;            ///< The next folder is there and cannot be watched: a change in it is not told.
 };
 
 /// Finds the place for `file`, an absolute path: its folder, or the nearest one above that `attach` accepts.
@@ -35,7 +36,9 @@ std::optional<WatchPlace> FindWatchPlace(const std::filesystem::path& file, Atta
     // The next folder may have come between the try to watch it and the watch on its parent: then once more. When that
     // ends at the same place, the folder is there but cannot be watched.
     std::error_code ignored;
-    if (place.direct || place.folder == before || !std::filesystem::exists(place.folder / place.name, ignored)) {
+    if (place.direct || !std::filesystem::exists(place.folder / place.name, ignored)) return place;
+    if (place.folder == before) {
+      place.blind = true;
       return place;
     }
     before = place.folder;
@@ -45,8 +48,8 @@ std::optional<WatchPlace> FindWatchPlace(const std::filesystem::path& file, Atta
 /// How many files one watcher takes: Windows waits for 64 things at once, two for each file and the end.
 inline constexpr std::size_t kMostWatchedFiles = 31;
 
-/// After a round of the watcher's thread that an exception ended, which has no log to tell: what it did is done anew
-/// after this time, so that no change is missed.
+/// How often the files are looked at while the system does not tell of them: it refuses a watch, or an exception ended
+/// a round of the watcher's thread, which has no log to tell. So no change is missed.
 inline constexpr int kRetryMs = 1000;
 
 /// Makes `files` absolute. False when there are none or too many, or one names no file.

@@ -30,8 +30,10 @@ struct PowerManagerLog {
 
 struct PowerManagerLogs {
   std::vector<PowerManagerLog> logs = {};  ///< By name.
-  std::optional<std::uint32_t> refusal =
-      {};  ///< The system's error, when the logged-on user's rights could not be taken.
+  /// The system's error, when the logged-on user's rights could not be taken.
+  std::optional<std::uint32_t> refusal = {};
+  /// Why they could not be read with these rights: no answer in time, no thread or memory for it.
+  std::optional<std::uint32_t> failure = {};
 };
 
 /// Held by shared_ptr, as Batteries: each question takes as long as the software hangs.

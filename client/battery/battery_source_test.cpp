@@ -331,7 +331,7 @@ TEST_F(BatterySourceTest, LogFilesFillGapsTheNewestFirst) {
   for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{1} << 20, (std::uint64_t{1} << 20) + 1})
     logs.push_back(
         {.name = std::to_string(size) + ".PWM", .bytes = size, .text = "Battery=16\nFirstUseDate=2023-04-01"});
-  power_manager_.Set({.logs = {.logs = logs, .refusal = 1300}});
+  power_manager_.Set({.logs = {.logs = logs, .refusal = 1300, .failure = 1460}});
   std::list<BatteryInfo> list = InSlots(17);
   list.front().set_batteryTotalBatteryAwakeHrs(L"5");
   GetBatteryInfoFromPwmLogFile(power_manager_, list, faults_);
@@ -343,6 +343,7 @@ TEST_F(BatterySourceTest, LogFilesFillGapsTheNewestFirst) {
   EXPECT_EQ(lines_.Lines(), (std::vector<std::wstring>{
                                 L"PwmFileTool::GetPwmFileInfo ImperonateLogonUser failed,should run it with system "
                                 L"privilege,errorcode=1300\n",
+                                L"PwmFileTool::GetPwmFileInfoList the log files could not be read, error 1460",
                                 L"mFileTool::GetPwmFileInfo, line 33: too many batteries",
                                 L"PwmFileTool::GetPwmFileInfoList PWM log file size (0 bytes) is out of range",
                                 L"PwmFileTool::GetPwmFileInfoList PWM log file size (1048577 bytes) is out of range"}));

@@ -129,6 +129,11 @@ std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfoList(platform::PowerManager&
                                 L"privilege,errorcode=%d\n",
                                 *read.refusal));
   }
+  if (read.failure) {
+    faults_.Add(TVK::FormatWide(L"failure %d", *read.failure),
+                TVK::FormatWide(L"PwmFileTool::GetPwmFileInfoList the log files could not be read, error %d",
+                                *read.failure));
+  }
   std::vector<PwmFileInfo> list;
   for (const platform::PowerManagerLog& file : read.logs) {
     if (file.bytes < kLeastFileBytes || file.bytes > kMostFileBytes) {
@@ -140,7 +145,7 @@ std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfoList(platform::PowerManager&
     }
     std::ranges::move(GetPwmFileInfo(file), std::back_inserter(list));
   }
-  if (read.refusal || !read.logs.empty()) faults_.EndReading();
+  if (read.refusal || read.failure || !read.logs.empty()) faults_.EndReading();
   return list;
 }
 

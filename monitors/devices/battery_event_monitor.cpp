@@ -297,8 +297,9 @@ void BatteryEventMonitor::SetLatch(Latches& latches, std::size_t index, bool val
 
 void BatteryEventMonitor::LogRemainingTime(std::size_t index, const BatteryInfo& battery) const {
   const auto seconds = NumberOf(battery.batteryRemainingTime());
-  if (!seconds) return;
   const bool fills = battery.batteryChargeStatus() == kCharging;
+  // Of one that does neither it would be no time to anything.
+  if (!seconds || (!fills && battery.batteryChargeStatus() != kDischarging)) return;
   constexpr std::int64_t kHour = 3600;
   const std::int64_t hours = *seconds / kHour;
   const std::int64_t minutes = *seconds % kHour / 60;
@@ -386,6 +387,10 @@ bool BatteryEventMonitor::IsSameDescription(const ItemData& stored, const ItemDa
     const auto known = stored.find(fact.first);
     return known != stored.end() && known->second == fact.second;
   });
+}
+
+bool BatteryEventMonitor::IsEarlierDescription(const ItemData& stored, const ItemData& facts) const {
+  return facts.contains(L"SerialNumber") && IsSameDescription(stored, facts);
 }
 
 int BatteryEventMonitor::LogItemEvent(const std::wstring& event_name, const BatteryInfo& battery) {

@@ -61,6 +61,8 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   std::optional<std::vector<TVK::DescribedDevice>> Describe() override;
   /// Sources come and go (log files with the user who is logged on): a fact that is only not told now is no change.
   bool IsSameDescription(const ItemData& stored, const ItemData& facts) const override;
+  /// A battery that is put into its slot again, known by its serial number.
+  bool IsEarlierDescription(const ItemData& stored, const ItemData& facts) const override;
 
  private:
   enum Timer : std::size_t { kAcConnected, kAcDisconnected, kChargePercentage, kTimers };

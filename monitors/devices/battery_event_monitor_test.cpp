@@ -6,6 +6,8 @@
 #include <atomic>
 #include <stdexcept>
 
+#include "client/store/failing_disk.h"
+#include "client/text/string.h"
 #include "platform/simulated/simulated_batteries.h"
 #include "platform/simulated/simulated_firmware.h"
 #include "platform/simulated/simulated_power.h"
@@ -153,6 +155,16 @@ TEST_F(BatteryEventMonitorTest, ABatteryInThePlaceOfAnotherIsDescribedBeforeItsI
   world_.runtime.AdvanceBy(1h);
   EXPECT_EQ(life_->DatasetContexts().size(), 2u) << "it is back";
   EXPECT_EQ(life_->Items().size(), 2u);
+  world_.machine.batteries().Set({Battery("BAT0")});
+  world_.runtime.AdvanceBy(1h);
+  ASSERT_EQ(life_->Items().size(), 3u);
+  EXPECT_EQ(life_->DatasetContexts().size(), 2u) << "the first one was in there before";
+  EXPECT_EQ(life_->Items()[2].dataset_context_id(), life_->DatasetContexts()[0].dataset_context_id());
+  world_.machine.batteries().Set({Battery("BAT0", "")});
+  world_.runtime.AdvanceBy(1h);
+  ASSERT_EQ(life_->Items().size(), 4u);
+  EXPECT_EQ(life_->Items()[3].dataset_context_id(), life_->DatasetContexts()[0].dataset_context_id())
+      << "what is not told is no other battery";
   BatteryInfo unknown;
   unknown.set_batteryId(L"BAT7");
   auto& monitor = static_cast<BatteryEventMonitor&>(**monitor_);
@@ -477,6 +489,59 @@ TEST_F(BatteryEventMonitorTest, WhatTheSystemRefusesKeepsNothingElse) {
   Tell(PowerSource::kBattery);
   world_.runtime.AdvanceBy(1h);
   EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty")) << "nothing without consent";
+}
+
+TEST_F(BatteryEventMonitorTest, WhatTheStoreRefusesIsSaidAndALimitStaysDue) {
+  TVK::FailingDisk disk;
+  Start();
+  world_.machine.batteries().Set({Battery("BAT0", "SECRET-2")});
+  disk.FailAt(1, SQLITE_FULL, true);
+  SetCharge(5, ChargeState::kDischarging);
+  for (const wchar_t* line :
+       {L"BatteryEventMonitor LogDatasetContext LogDatasetContext() return error: 13",
+        L"BatteryEventMonitor LogItemEvent(BatteryNearEmpty) return error: 13",
+        L"BatteryEventMonitor DelayTimerCallback batteryChargeRemaining: 5%, isAcOn: true, bIsNeedReportNearFull[0]: 1, "
+        L"bIsNeedReportNearEmpty[0]: 1"}) {
+    EXPECT_TRUE(world_.logs.Has(line)) << TVK::String::UTF16ToUTF8(line);
+  }
+  disk.FailAt(0, 0, false);
+  EXPECT_THAT(Items(), IsEmpty());
+  SetCharge(4, ChargeState::kDischarging);
+  EXPECT_THAT(Items(), ElementsAre(L"BatteryNearEmpty"));
+  EXPECT_TRUE(world_.logs.Has(L"bIsNeedReportNearEmpty[0]: 0"));
+  world_.machine.batteries().Set({Battery("BAT0", "SECRET-2"), Battery("BAT1", "SECRET-3")});
+  first_invocation_ = true;
+  monitor_.reset();
+  disk.FailAt(1, SQLITE_FULL, true);
+  Start();
+  EXPECT_TRUE(world_.logs.Has(L"Battery LogDevInitEvent failed"));
+  disk.FailAt(0, 0, false);
+  monitor_.reset();
+  life_.reset();
+}
+
+TEST_F(BatteryEventMonitorTest, TheRemainingTimeIsThatOfWhatTheBatteryDoes) {
+  struct Row {
+    std::chrono::seconds time;
+    ChargeState state;
+    const wchar_t* line;  ///< Behind "battery(0) "; none when nothing is to be said.
+  };
+  for (const Row& row : {Row{3600s, ChargeState::kCharging, L"takes 01:00 to fill up"},
+                         Row{3599s, ChargeState::kCharging, L"takes 59 minutes to fill up"},
+                         Row{7320s, ChargeState::kDischarging, L"can be used for 02:02"},
+                         Row{540s, ChargeState::kDischarging, L"can be used for 09 minutes"},
+                         Row{540s, ChargeState::kIdle, nullptr}}) {
+    world_.logs.Clear();
+    world_.machine.batteries().Change([&](auto& batteries) {
+      batteries[0].remaining_time = row.time;
+      batteries[0].state = row.state;
+    });
+    Start();
+    EXPECT_EQ(world_.logs.Count(L"DelayTimerCallback battery(0) "), row.line == nullptr ? 0u : 1u);
+    if (row.line != nullptr) {
+      EXPECT_TRUE(world_.logs.Has(std::wstring(L"battery(0) ") + row.line)) << TVK::String::UTF16ToUTF8(row.line);
+    }
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "monitors/storage/drive_monitors_world.h"
+#include "client/store/failing_disk.h"
 #include "monitors/storage/pcie_nvme_smart_event_monitor.h"
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/smart_event_monitor.h"
@@ -278,6 +279,53 @@ TEST_F(DriveMonitorsTest, AFailingAttributeIsReportedOnce) {
     world_.runtime.AdvanceBy(1min);
   }
   EXPECT_EQ(life_->Items(L"ThresholdExceedsCondition").size(), 2u) << "with the day's record, once";
+}
+
+TEST_F(DriveMonitorsTest, WhatTheStoreRefusesIsSaidInEachOnesWords) {
+  FailingDisk disk;
+  SimulatedDrive hdd = Hdd();
+  hdd.pages[DrivePage::kAtaSmartValues] = AtaValues({{5, 1, 1, 7}});
+  SetDrive(2, hdd);
+  struct Row {
+    std::unique_ptr<EventMonitorBase> (*make)(const MonitorServices&);
+    std::vector<const wchar_t*> lines;
+  };
+  for (const Row& row :
+       {Row{Make<SmartEventMonitor>,
+            {L"SmartEventMonitor Log Intialize OK!",
+             L"SmartEventMonitor::LogDatasetContext: LogDatasetContext bIsNeedNewDatasetContext is true.",
+             L"SmartEventMonitor::LogDatasetContext: LogDatasetContext LogDatasetContext() return error: 13",
+             L"SmartEventMonitor::CheckThresholdEntry: SmartCheckEntry found ReallocatedSectorCount, existed =",
+             L"SmartEventMonitor::CheckThresholdEntry: Model :Ata, Return error: 13",
+             L"SmartEventMonitor LogDevInitEvent failed"}},
+        Row{Make<SATASmartEventMonitor>,
+            {L"SATASmartEventMonitor::Initialize: Log Intialize OK!",
+             L"SATASmartEventMonitor::LogDatasetContext: LogDatasetContext bIsNeedNewDatasetContext is true.",
+             L"SATASmartEventMonitor::LogDatasetContext: LogDatasetContext LogDatasetContext() return error: 13",
+             L"SATASmartEventMonitor::LogSnapshotEvent: Model: Ata, Return error: 13",
+             L"SATASmartEventMonitor::LogItemEvent: Model :Ata, Return error: 13",
+             L"SATASmartEventMonitor LogDevInitEvent failed"}},
+        Row{Make<PCIeNVMeSmartEventMonitor>,
+            {L"PCIeNVMeSmartEventMonitor::Initialize: Log Intialize OK!",
+             L"PCIeNVMeSmartEventMonitor::LogDatasetContext: bIsNeedNewDatasetContext is true.",
+             L"PCIeNVMeSmartEventMonitor::LogDatasetContext: Return error: 13",
+             L"PCIeNVMeSmartEventMonitor::LogSnapshotEvent: Model: Nvme, Return error: 13",
+             L"PCIeNVMeSmartEventMonitor::LogItemEvent: Model :Nvme, Return error: 13",
+             L"PCIeNVMeSmartEventMonitor LogDevInitEvent failed"}}}) {
+    Forget();
+    life_.emplace(world_);
+    life_->manager.first_invocation = true;
+    disk.FailAt(1, SQLITE_FULL, true);
+    monitor_.emplace(world_.runtime, row.make(life_->services()));
+    world_.runtime.Settle();
+    world_.runtime.Suspend(24h);
+    world_.runtime.AdvanceBy(1min);
+    disk.FailAt(0, 0, false);
+    for (const wchar_t* line : row.lines)
+      EXPECT_TRUE(world_.logs.Has(line)) << String::UTF16ToUTF8(line);
+    monitor_.reset();
+    life_.reset();
+  }
 }
 
 }  // namespace

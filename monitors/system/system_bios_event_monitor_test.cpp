@@ -138,13 +138,18 @@ TEST_F(SystemBiosEventMonitorTest, BootTimeComesFromTheLogOrElseFromTheMachine) 
            Row{"nothing", before, kNow, EventLogFailure::kNotSupported, 1},
            Row{"nothing", before, kNow, EventLogFailure::kQuery, 0},
            Row{"EventID=12", kNow, before, EventLogFailure::kNone, 1},
+           Row{"EventID=12", before, kNow, EventLogFailure::kRenderXml, 0},
        }) {
     SCOPED_TRACE(row.found);
     const auto resolve = [start = Now()](std::int64_t time) { return time == kNow ? start : time; };
     Log([&](const EventLogQuery& query) {
       EXPECT_EQ(query.channel, "System");
       EXPECT_EQ(query.limit, 1u);
-      if (query.xpath.find(row.found) != std::string::npos) return RecordAt(resolve(row.time), query);
+      if (query.xpath.find(row.found) != std::string::npos) {
+        EventLogReading reading = RecordAt(resolve(row.time), query);
+        reading.failure = row.failure;
+        return reading;
+      }
       return EventLogReading{.records = {}, .failure = row.failure, .error = 5};
     });
     BootAt(row.machine ? std::optional(resolve(*row.machine)) : std::nullopt);

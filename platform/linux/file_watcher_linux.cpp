@@ -37,11 +37,9 @@ class InotifyFileWatcher final : public FileWatcher {
 
   // Empty, or what went wrong.
   std::string Start() {
-    inotify_ = UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (!inotify_) return ErrnoText("inotify_init1");
     stop_ = UniqueFd(::eventfd(0, EFD_CLOEXEC));
     if (!stop_) return ErrnoText("eventfd");
-    if (!PlaceWatches()) return ErrnoText("inotify_add_watch");
+    PlaceWatches();
     thread_ = runtime_.StartThread("file-watch", [this] { Run(); });
     return {};
   }
@@ -60,18 +58,19 @@ class InotifyFileWatcher final : public FileWatcher {
   }
 
   // Watches what is to be watched now, and nothing else. A change between the look at a path and the watch on it would
-  // be missed, so this is done again until it gives what was there before; `settled_` says whether it came to that.
-  // False when the system refuses altogether.
-  bool PlaceWatches() {
+  // be missed, so this is done again until it gives what was there before; `settled_` says whether it came to that,
+  // `blind_` whether the system refused something.
+  void PlaceWatches() {
     constexpr int kTries = 3;
+    if (!inotify_) inotify_ = UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     settled_ = false;
     for (int i = 0; i < kTries && !settled_; ++i) {
-      std::optional<Names> names = PlaceOnce();
-      settled_ = !names || *names == names_;  // trying on is of no use when the system refuses
-      if (!names) return false;
-      names_ = std::move(*names);
+      blind_ = false;
+      std::optional<Names> names = inotify_ ? PlaceOnce() : std::nullopt;
+      blind_ = blind_ || !names;
+      settled_ = !names || *names == names_;  // trying on at once is of no use when the system refuses
+      if (names) names_ = std::move(*names);
     }
-    return true;
   }
 
   std::optional<Names> PlaceOnce() {
@@ -87,6 +86,7 @@ class InotifyFileWatcher final : public FileWatcher {
       for (const std::filesystem::path& station : LinkChain(file)) {
         const auto place = FindWatchPlace(station, attach);
         if (!place) return std::nullopt;
+        blind_ = blind_ || place->blind;
         names[attached[place->folder]].insert(place->name.native());
         for (auto way = place->folder; way.has_relative_path(); way = way.parent_path())
           ways.insert(way);
@@ -110,17 +110,18 @@ class InotifyFileWatcher final : public FileWatcher {
   }
 
   void Run() {
-    pollfd waited[] = {{inotify_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}};
     bool failed = false;
     for (;;) {
       constexpr int kNotAtAll = 0;
       constexpr int kForEver = -1;
-      const int patience = failed ? kRetryMs : settled_ ? kForEver : kNotAtAll;
+      // A descriptor that is none is passed over.
+      pollfd waited[] = {{inotify_.get(), POLLIN, 0}, {stop_.get(), POLLIN, 0}};
+      const int patience = failed || blind_ ? kRetryMs : settled_ ? kForEver : kNotAtAll;
       const int ready = ::poll(failed ? &waited[1] : waited, failed ? 1 : std::size(waited), patience);
       if (ready < 0) continue;  // only for a signal
       if (waited[1].revents != 0) return;
       try {
-        if (!ReadEvents() && settled_ && !failed) continue;
+        if (!ReadEvents() && settled_ && ready > 0) continue;
         PlaceWatches();  // before the callback reads the file
         on_change_();
         failed = false;
@@ -160,6 +161,7 @@ class InotifyFileWatcher final : public FileWatcher {
   // The thread's own once it runs.
   Names names_;           ///< By watch descriptor: the names that matter in that folder; none: only the folder itself.
   bool settled_ = false;  ///< `names_` is what the paths stood for while all of it was watched.
+  bool blind_ = false;    ///< A change may be told by nobody.
   std::thread thread_;
 };
 

@@ -1,6 +1,8 @@
 // What only Linux's watcher follows: folders that go while they are watched (on Windows a watched folder stays until
 // its watcher has let go of it), and symbolic links.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <fstream>
@@ -143,6 +145,25 @@ TEST_F(FileWatcherLinuxTest, WhatThePathStandsForIsFollowed) {
     }
     watcher_.reset();
   }
+}
+
+TEST_F(FileWatcherLinuxTest, AWatchThatTheSystemRefusedIsTriedAgainAndMissesNothing) {
+  Perform({{Do::kMakeFolder, "a"}});
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  {
+    // Room for one descriptor more, by which its thread is ended.
+    const int next = ::dup(STDERR_FILENO);
+    ::close(next);
+    const rlimit tight{static_cast<rlim_t>(next) + 1, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
+  }
+  Watch("a/policy.json");
+  const bool looked = Changed();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_TRUE(looked) << "while nobody tells of changes";
+  Perform({{Do::kWrite, "a/policy.json", "here"}});
+  EXPECT_TRUE(Changed());
 }
 
 }  // namespace

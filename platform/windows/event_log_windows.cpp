@@ -80,9 +80,11 @@ class Reader {
     }
     if (returned == 0) return false;
     EventLogRecord record;
-    if (!AddValues(event.get(), record) || !AddXml(event.get(), record)) return false;
+    if (!AddValues(event.get(), record)) return false;
+    // What its values say, its time above all, does not hang on its text.
+    const bool whole = AddXml(event.get(), record);
     reading_.records.push_back(std::move(record));
-    return true;
+    return whole;
   }
 
   bool AddValues(EVT_HANDLE event, EventLogRecord& record) {

@@ -76,7 +76,7 @@ TEST_F(EventLogWindowsTest, EachFailureIsToldAndWhatCameBeforeCounts) {
            Row{"System", "endless", kPath, 5, EventLogFailure::kNone, 0},
            Row{"System", "no values", kPath, 0, EventLogFailure::kRenderValues, ERROR_EVT_INVALID_EVENT_DATA},
            Row{"System", "never enough", kPath, 0, EventLogFailure::kRenderValues, ERROR_INSUFFICIENT_BUFFER},
-           Row{"System", "no xml", kPath, 0, EventLogFailure::kRenderXml, ERROR_EVT_INVALID_EVENT_DATA},
+           Row{"System", "no xml", kPath, 1, EventLogFailure::kRenderXml, ERROR_EVT_INVALID_EVENT_DATA},
        }) {
     const EventLogReading reading = Read({row.channel, row.query, {row.path}, 5});
     EXPECT_EQ(reading.failure, row.failure) << row.query;

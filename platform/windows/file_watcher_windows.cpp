@@ -121,7 +121,7 @@ class DirectoryFileWatcher final : public FileWatcher {
   std::string Start() {
     stop_.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!stop_) return windows::LastErrorText("CreateEvent");
-    if (!PlaceWatches()) return windows::LastErrorText("ReadDirectoryChanges");
+    PlaceWatches();
     thread_ = runtime_.StartThread("file-watch", [this] { Run(); });
     return {};
   }
@@ -140,10 +140,11 @@ class DirectoryFileWatcher final : public FileWatcher {
 
   static Key ParentOf(const std::filesystem::path& folder) { return {folder.parent_path(), kFolderNames}; }
 
-  // Watches what is to be watched now, and nothing else; folders that are watched already stay so. False when the
-  // system refuses altogether.
-  bool PlaceWatches() {
+  // Watches what is to be watched now, and nothing else; folders that are watched already stay so. `blind_` says
+  // whether the system refused something.
+  void PlaceWatches() {
     complete_ = true;
+    blind_ = false;
     for (const auto& [key, watch] : folders_)
       watch->names.clear();
     for (const std::filesystem::path& file : files_) {
@@ -154,14 +155,14 @@ class DirectoryFileWatcher final : public FileWatcher {
         return Attach({folder, kContent});
       };
       const auto place = FindWatchPlace(file, attach);
-      if (!place) return false;
+      blind_ = blind_ || !place || place->blind;
+      if (!place) continue;
       folders_.at({place->folder, kContent})->names.push_back(place->name.native());
       const auto parent = folders_.find(ParentOf(place->folder));
       if (parent != folders_.end()) parent->second->names.push_back(place->folder.filename().native());
       complete_ = complete_ && place->direct;
     }
     std::erase_if(folders_, [](const auto& entry) { return entry.second->names.empty(); });
-    return true;
   }
 
   void Run() {
@@ -182,7 +183,13 @@ class DirectoryFileWatcher final : public FileWatcher {
       waited.push_back(folder->second->event());
       order.push_back(folder);
     }
-    const DWORD code = WaitForMultipleObjects(static_cast<DWORD>(waited.size()), waited.data(), FALSE, INFINITE);
+    const DWORD code =
+        WaitForMultipleObjects(static_cast<DWORD>(waited.size()), waited.data(), FALSE, blind_ ? kRetryMs : INFINITE);
+    if (code == WAIT_TIMEOUT) {
+      PlaceWatches();
+      on_change_();
+      return true;
+    }
     if (code == WAIT_OBJECT_0 || code >= waited.size()) return false;
     const auto folder = order[code - 1];
     const FolderWatch::News news = folder->second->Take();
@@ -203,7 +210,7 @@ class DirectoryFileWatcher final : public FileWatcher {
     folders_.clear();
     while (WaitForSingleObject(stop_.get(), kRetryMs) == WAIT_TIMEOUT) {
       try {
-        if (!PlaceWatches()) continue;
+        PlaceWatches();
         on_change_();
         return true;
       } catch (...) {
@@ -220,6 +227,7 @@ class DirectoryFileWatcher final : public FileWatcher {
   // The thread's own once it runs.
   Folders folders_;       ///< At most two for each file: its folder, and the name of that.
   bool complete_ = true;  ///< Every file's own folder is watched.
+  bool blind_ = false;    ///< A change may be told by nobody.
   std::thread thread_;
 };
 

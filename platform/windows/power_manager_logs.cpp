@@ -115,7 +115,7 @@ DWORD WINAPI ReadOnThread(void* argument) {
   try {
     reading.answer = ReadAsUser(reading);
   } catch (const std::exception&) {
-    reading.answer = {.refusal = ERROR_NOT_ENOUGH_MEMORY};
+    reading.answer = {.failure = ERROR_NOT_ENOUGH_MEMORY};
   }
   return 0;
 }
@@ -126,7 +126,7 @@ PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, S
   const std::filesystem::path makers_folder = CommonFolder() / kMakersFolder;
   if (!IsFolder(makers_folder)) return {};
   // Otherwise one file that hangs would cost a thread with each look.
-  if (LeftBehind().load().lock() != nullptr) return {.refusal = ERROR_BUSY};
+  if (LeftBehind().load().lock() != nullptr) return {.failure = ERROR_TIMEOUT};
   const auto reading = std::make_shared<Reading>();
   reading->folder = makers_folder / kFolder;
   reading->least = least;
@@ -136,13 +136,13 @@ PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, S
   // Not this thread: were the rights not given back, everything after would be done with them; and whoever may make
   // files there can make one whose opening waits for him.
   const UniqueKernelHandle thread(CreateThread(nullptr, 0, ReadOnThread, owned.get(), 0, nullptr));
-  if (!thread) return {.refusal = GetLastError()};
+  if (!thread) return {.failure = GetLastError()};
   static_cast<void>(owned.release());  // the thread's now
   if (WaitForSingleObject(thread.get(), kPatience) == WAIT_OBJECT_0) return std::move(reading->answer);
   CancelSynchronousIo(thread.get());
   if (WaitForSingleObject(thread.get(), kPatience) == WAIT_OBJECT_0) return std::move(reading->answer);
   LeftBehind() = reading;
-  return {.refusal = ERROR_TIMEOUT};
+  return {.failure = ERROR_TIMEOUT};
 }
 
 }  // namespace platform::windows

@@ -13,7 +13,7 @@ namespace platform::windows {
 /// himself, and nothing else is ever done with these rights. Links are not followed, and of more than 16 files the rest
 /// is left out. Without the folder no rights are asked for.
 /// A reading that takes longer than three seconds is called off; one that cannot be is left behind with its thread, and
-/// is a refusal with ERROR_TIMEOUT; until it has come back every other one is a refusal with ERROR_BUSY.
+/// fails with ERROR_TIMEOUT; so does every other one until it has come back.
 PowerManagerLogs ReadPowerManagerLogs(std::uint64_t least, std::uint64_t most, Sessions& sessions = LocalSessions());
 
 }  // namespace platform::windows
