@@ -218,6 +218,59 @@ TEST_F(WindowsLogsTest, InterruptionsOfSeveralLogsAreToldOnceEachWhateverKillsTh
   EXPECT_EQ(life_->Items(kInterrupted).size(), 1u) << "another one, behind another place";
 }
 
+TEST_F(WindowsLogsTest, WhatNobodyWantedMayGoUnnoticedAndWakesNobody) {
+  world_.machine.event_log().MoveWithWanted();
+  const auto flood = [&](const char* channel, std::uint32_t level = 5) {
+    for (int i = 0; i < 5; ++i)
+      Log(9, channel, level);
+    world_.runtime.Settle();
+  };
+  const auto drop = [&](const char* channel, std::size_t events) {
+    world_.machine.event_log().DropOldest(channel, events);
+  };
+  const auto lost = [&] {
+    std::wstring all;
+    for (const ItemEvent& item : life_->Items(kInterrupted))
+      all += item.item_data().at(L"Channel") + L":" + item.item_data().at(L"Lost") + L" ";
+    return all;
+  };
+  Log(1);
+  Log(2, "System");
+  Start();
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  flood("Application");
+  world_.runtime.AdvanceBy(48h);
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups);
+  monitor_.reset();
+  drop("Application", 5);
+  Start();
+  EXPECT_EQ(lost(), L"") << "the stop went behind them";
+  flood("Application", 4);
+  Settings({{L"LogLevels", L"00001010"}});
+  EXPECT_EQ(Recorded(), L"") << "new settings hold from the next event on";
+  world_.runtime.AdvanceBy(2h);
+  flood("System");
+  Log(3);
+  world_.runtime.Settle();
+  Log(4);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"3 4");
+  Kill();
+  drop("System", 5);
+  Start();
+  EXPECT_EQ(lost(), L"") << "another channel's event went behind them";
+  Log(5);
+  world_.runtime.Settle();
+  drop("Application", 100);
+  flood("Application");
+  for (const auto& [more, told] : {std::pair(2u, L"Application:2 "), {0u, L""}, {3u, L"Application:3 "}, {0u, L""}}) {
+    Kill();
+    drop("Application", more);
+    Start();
+    EXPECT_EQ(lost(), told) << "of those that were told before none again";
+  }
+}
+
 TEST_F(WindowsLogsTest, AnInterruptionThatTheStoreDidNotTakeIsToldAgain) {
   Start();
   Log(1);
