@@ -196,6 +196,17 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   count(13, 0);
   line();
   EXPECT_EQ(told(), L"mc0:1+0=1 ") << "nor when the store could not note it at once";
+  const auto keep = [&] { return life_->store.KeepState(CrashEventMonitor::dataset_id, {L"another", L"1"}); };
+  std::wstring kept;
+  keep();  // so that what was read before is read again
+  disk.FailAt(1, SQLITE_IOERR_READ, true);
+  life_->store.GetState(CrashEventMonitor::dataset_id, L"another", kept);
+  keep();
+  EXPECT_FALSE(life_->store.is_open());
+  disk.FailAt(0, 0, false);
+  count(15, 0);
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(told(), L"mc0:1+0=1 mc0:2+0=2 ") << "a closed store is opened anew";
   monitor_.reset();
   life_.reset();
 }
