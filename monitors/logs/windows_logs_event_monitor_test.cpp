@@ -144,6 +144,7 @@ TEST_F(WindowsLogsTest, EachEventOnceWhateverEndsTheService) {
 }
 
 TEST_F(WindowsLogsTest, WhatIsBeyondTheMinutesNumberIsCounted) {
+  FailingDisk disk;
   Settings({{L"EventsPerMinute", L"2"}, {L"LogLevels", L"00000111"}});
   for (std::uint32_t id = 1; id <= 10'000; ++id)
     Log(id, "Application", id % 2 == 0 ? 2 : 3);
@@ -160,13 +161,33 @@ TEST_F(WindowsLogsTest, WhatIsBeyondTheMinutesNumberIsCounted) {
   EXPECT_EQ(skipped[L"Error"], L"4998");
   EXPECT_EQ(skipped[L"Warning"], L"4998");
   EXPECT_EQ(skipped[L"FirstTime"], skipped[L"LastTime"]);
+  disk.FailAt(1, SQLITE_FULL, true);
   Log(21);
   Log(22);
-  Log(23);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"3 4");
+  disk.FailAt(0, 0, false);
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(Recorded(), L"3 4 21 22");
+  for (std::uint32_t id = 23; id < 28; ++id) {
+    Log(id);
+    world_.runtime.AdvanceBy(1s);
+  }
+  disk.FailAt(1, SQLITE_FULL, true);
+  world_.runtime.AdvanceBy(1min);
+  disk.FailAt(0, 0, false);
+  world_.runtime.AdvanceBy(2min);
+  skipped = life_->Items(kSkipped).back().item_data();
+  EXPECT_EQ(skipped[L"Count"], L"3");
+  EXPECT_LT(skipped[L"FirstTime"], skipped[L"LastTime"]);
+  for (std::uint32_t id = 28; id < 31; ++id)
+    Log(id);
   world_.runtime.Settle();
   Start();
   EXPECT_EQ(Recorded(), L"") << "counted by the stop";
   EXPECT_TRUE(life_->Items(kSkipped).empty());
+  monitor_.reset();
+  life_.reset();
 }
 
 TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
