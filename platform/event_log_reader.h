@@ -53,8 +53,10 @@ struct EventLogNotice {
 struct EventLogBatch {
   std::vector<EventLogEvent> events = {};    ///< Oldest first within a channel; between channels in no order.
   std::vector<EventLogNotice> notices = {};  ///< What happened before these events of the channel.
-  std::string bookmark = {};  ///< Behind all that was looked at, events that the query does not want too. May be empty.
-  bool more = false;          ///< There may be more already.
+  /// Behind all that was looked at: on Linux events that the query does not want, too, on Windows those after
+  /// PassUnwanted alone. May be empty.
+  std::string bookmark = {};
+  bool more = false;  ///< There may be more already.
 };
 
 /// Open, it makes no thread. It belongs to the thread that opened it, which alone calls it, waits for its news and
@@ -75,6 +77,11 @@ class EventLogReader {
   /// The next events, `limit` (at least 1) at most. Waits for no event, but may wait some seconds for the system's log
   /// service. Ends early, with `more`, after looking at many that the query does not want, or before a notice.
   virtual EventLogBatch Take(std::size_t limit) = 0;
+
+  /// Has the next Take bring its batch's bookmark behind the newest event of each channel that it empties, also where
+  /// the query wants none of the last ones, so that the log may lose those unnoticed. It costs a question to the
+  /// system's log service for each channel. Nothing on Linux, where the bookmark is there with each Take.
+  virtual void PassUnwanted() {}
 };
 
 struct EventLogReaderOpening {

@@ -12,6 +12,7 @@ namespace {
 using platform::EventLogFailure;
 
 constexpr std::chrono::seconds kPatience(20);
+constexpr std::size_t kMostSince = 100;  // so many come in no second
 constexpr char kRecordNumber[] = "Event/System/EventRecordID";
 constexpr char kTime[] = "Event/System/TimeCreated/@SystemTime";
 
@@ -102,6 +103,28 @@ Finding SubscriptionGoesOn() {
                    std::string(number(behind[0]) == number(events[kEvents / 2 + 1]) ? "next" : "wrong") + " one");
 }
 
+Finding UnwantedEventsArePassed() {
+  const auto runtime = platform::MakeRealRuntime({});
+  const auto log = platform::windows::MakeEventLog();
+  const auto take = [&](const std::string& condition, const std::string& bookmark) {
+    const auto opening = log->OpenReader(*runtime, {.query = R"(<QueryList><Query Id="0"><Select Path="System">)" +
+                                                             condition + "</Select></Query></QueryList>",
+                                                    .value_paths = {kRecordNumber},
+                                                    .xml = false,
+                                                    .bookmark = bookmark});
+    if (opening.reader == nullptr) return platform::EventLogBatch{.notices = {{.error = opening.error}}};
+    opening.reader->PassUnwanted();
+    return opening.reader->Take(kMostSince);
+  };
+  const platform::EventLogBatch none = take("*[System[EventID=65535 and Level=1]]", {});
+  if (!none.events.empty()) return CannotTell("the log has an event that none should be");
+  if (!none.notices.empty() || none.bookmark.empty()) return Judge(false, "no place behind the newest event");
+  const platform::EventLogBatch behind = take("*", none.bookmark);
+  return Judge(behind.notices.empty() && behind.events.size() < kMostSince,
+               std::to_string(behind.events.size()) + " events behind the newest one, " +
+                   std::to_string(behind.notices.size()) + " interruptions");
+}
+
 Finding StatusOfAChannel() {
   const auto status = platform::windows::MakeEventLog()->ReadStatus("System");
   if (status.failure != EventLogFailure::kNone) return Judge(false, FailureText(status.failure, status.error));
@@ -122,6 +145,7 @@ constexpr Check kChecks[] = {
      StartOfTheMachine},
     {"event-log-subscription", "A reader begins with the oldest event, and the next one goes on behind its bookmark.",
      SubscriptionGoesOn},
+    {"event-log-pass", "A reader that finds nothing goes behind the newest event.", UnwantedEventsArePassed},
     {"event-log-status", "A channel tells how many events it holds, its size and its oldest event.", StatusOfAChannel},
     {"event-log-no-channel", "A channel that does not exist is told as such.", MissingChannel},
 };

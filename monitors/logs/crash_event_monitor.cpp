@@ -4,6 +4,7 @@
 #include <sstream>
 #include <utility>
 
+#include "client/store/kept_state.h"
 #include "client/text/string.h"
 #include "platform/system_facts.h"
 
@@ -106,7 +107,7 @@ bool CrashEventMonitor::TellMemory(bool tell) {
 bool CrashEventMonitor::TellMemoryErrors(const platform::MemoryErrors& counted, const std::wstring& boot, bool tell) {
   const std::wstring key = TVK::kMemoryErrorsState + TVK::String::UTF8ToUTF16(counted.controller);
   std::wstring kept;
-  const int result = services().store.GetState(dataset_id, key, kept);
+  const int result = TVK::ReadKeptState(services().store, dataset_id, key, kept);
   if (result != 0 && result != TVK::kStoreNotFound) return false;
   platform::MemoryErrors known;
   std::wstring known_boot;

@@ -101,6 +101,12 @@ TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
       {"System", "kernel", 0, {{"MESSAGE", "Oops: 0002 [#1] SMP s3cret"}}, kSystemCrash, {{L"Code", L"oops"}}},
       {"System", "kernel", 0, {{"MESSAGE", "Kernel panic - not syncing: s"}}, kSystemCrash, {{L"Code", L"panic"}}},
       {"System", "kernel", 0, {{"MESSAGE", "EDAC MC0: 1 CE on DIMM"}}, kHardwareError, {{L"Code", L"memory"}}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "mce: [Hardware Error]: Machine check events logged"}},
+       kHardwareError,
+       {{L"Code", L"machine check"}}},
       {"System", "kernel", 0, {{"MESSAGE", "pcieport 0000:00:1c.0: enabled"}}, nullptr, {}},
       {"System", "systemd-pstore", 0, {{"DUMP", "Panic#1 Part2"}}, nullptr, {}},
       {"System", "systemd-pstore", 0, {{"DUMP", "Oops#1 Part1"}}, nullptr, {}},
@@ -144,7 +150,7 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
       const ItemData& data = item.item_data();
       all += data.contains(L"Corrected") ? data.at(L"Controller") + L":" + data.at(L"Corrected") + L"+" +
                                                data.at(L"Uncorrected") + L"=" + data.at(L"Count") + L" "
-                                         : L"line ";
+                                         : L"line=" + data.at(L"Count") + L" ";
     }
     return all;
   };
@@ -157,15 +163,16 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   line();
   world_.runtime.AdvanceBy(1min);
   boot("a");
+  line();
   count(2, 1);
   Start();
-  EXPECT_EQ(told(), L"mc0:2+1=3 line ") << "of the boot before the log alone tells";
+  EXPECT_EQ(told(), L"mc0:2+1=3 line=1 ") << "of the boot before the log alone tells";
   count(5, 1);
   line();
-  EXPECT_EQ(told(), L"mc0:2+1=3 line mc0:3+0=3 ");
+  EXPECT_EQ(told(), L"mc0:2+1=3 line=1 mc0:3+0=3 ");
   count(6, 1);
   world_.runtime.Suspend(25h);
-  EXPECT_EQ(told(), L"mc0:2+1=3 line mc0:3+0=3 mc0:1+0=1 ") << "once a day what nobody logged";
+  EXPECT_EQ(told(), L"mc0:2+1=3 line=1 mc0:3+0=3 mc0:1+0=1 ") << "once a day what nobody logged";
   Start();
   EXPECT_EQ(told(), L"") << "told once";
   boot("b");
@@ -196,6 +203,17 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   count(13, 0);
   line();
   EXPECT_EQ(told(), L"mc0:1+0=1 ") << "nor when the store could not note it at once";
+  const auto keep = [&] { return life_->store.KeepState(CrashEventMonitor::dataset_id, {L"another", L"1"}); };
+  std::wstring kept;
+  keep();  // so that what was read before is read again
+  disk.FailAt(1, SQLITE_IOERR_READ, true);
+  life_->store.GetState(CrashEventMonitor::dataset_id, L"another", kept);
+  keep();
+  EXPECT_FALSE(life_->store.is_open());
+  disk.FailAt(0, 0, false);
+  count(15, 0);
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(told(), L"mc0:1+0=1 mc0:2+0=2 ") << "a closed store is opened anew";
   monitor_.reset();
   life_.reset();
 }
@@ -219,6 +237,42 @@ TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
   Start();
   monitor_.reset();
   EXPECT_TRUE(life_->Items(kApplicationHang).empty());
+}
+
+TEST_F(CrashTest, WhatTheStoreDidNotTakeIsReadAgain) {
+  const auto crash = [&](const char* program) {
+    Log("Application", "Application Hang", 1002, {{"", program}, {"", "1"}});
+    world_.runtime.Settle();
+  };
+  const auto told = [&] {
+    std::wstring all;
+    for (const ItemEvent& item : life_->Items(kApplicationHang))
+      all += item.item_data().at(L"Program") + L" ";
+    return all;
+  };
+  FailingDisk disk;
+  Start();
+  crash("a");
+  disk.FailAt(1, SQLITE_FULL, true);
+  crash("b");
+  disk.FailAt(0, 0, false);
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(told(), L"a b ") << "after another crash";
+  crash("c");
+  disk.FailAt(1, SQLITE_FULL, true);
+  world_.runtime.AdvanceBy(CrashEventMonitor::kSameWithin + 1s);
+  disk.FailAt(0, 0, false);
+  EXPECT_EQ(told(), L"a b ");
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(told(), L"a b c ") << "after a while";
+  crash("d");
+  disk.FailAt(1, SQLITE_FULL, true);
+  monitor_.reset();
+  disk.FailAt(0, 0, false);
+  Start();
+  monitor_.reset();
+  EXPECT_EQ(told(), L"d ") << "after a stop";
+  life_.reset();
 }
 
 TEST_F(CrashTest, ALoopOfCrashesIsCounted) {

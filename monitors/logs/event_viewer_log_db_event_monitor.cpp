@@ -7,6 +7,7 @@
 #include <set>
 #include <tuple>
 
+#include "client/store/kept_state.h"
 #include "client/text/string.h"
 #include "monitors/logs/event_log_rendering.h"
 #include "monitors/logs/reading_begin.h"
@@ -126,7 +127,7 @@ void EventViewerLogDBEventMonitor::StopMonitor() {
 std::optional<std::uint64_t> EventViewerLogDBEventMonitor::Window() {
   if (!begin_) {
     std::wstring kept;
-    const int result = services().store.GetState(dataset_id, TVK::kBookmarkState, kept);
+    const int result = TVK::ReadKeptState(services().store, dataset_id, TVK::kBookmarkState, kept);
     if (result != 0 && result != TVK::kStoreNotFound) return std::nullopt;
     begin_ = TVK::ReadSince(kept).value_or(kept == TVK::kWithdrawnPlace ? started_ : 0);
     // Also where nothing was kept: a start without consent marks those that there are.
@@ -139,6 +140,15 @@ std::optional<std::uint64_t> EventViewerLogDBEventMonitor::Window() {
   return static_cast<std::uint64_t>(std::clamp<std::int64_t>(admitted, 0, kMost));
 }
 
+std::optional<std::uint64_t> EventViewerLogDBEventMonitor::AwaitWindow() {
+  std::chrono::milliseconds retry = TVK::kFirstLogRetry;
+  std::optional<std::uint64_t> window = Window();
+  if (!window) log_.e(L"%s: since when is counted cannot be told; it is tried again", Operation(L"ReadLogDBPerDay"));
+  for (; !window && Pause(retry); retry = std::min(2 * retry, TVK::kLastLogRetry))
+    window = Window();
+  return window;
+}
+
 std::optional<std::vector<TVK::DescribedDevice>> EventViewerLogDBEventMonitor::Describe() {
   std::wstring channels;
   for (const char* const channel : kChannels)
@@ -148,16 +158,16 @@ std::optional<std::vector<TVK::DescribedDevice>> EventViewerLogDBEventMonitor::D
 
 void EventViewerLogDBEventMonitor::ReadLogDBPerDay() {
   if (!Admits()) return;
+  const std::optional<std::uint64_t> window = AwaitWindow();
+  if (!window || !Admits()) return;
   platform::EventLog& log = services().machine.event_log();
-  platform::EventLogReaderOpening opening;
-  if (const std::optional<std::uint64_t> window = Window()) {
-    std::wstring query;
-    TVK::WindowsLogsHelper::generateQuery(L"1111", L"", L"00000000", *window, query);
-    opening = log.OpenReader(services().runtime, {.query = String::UTF16ToUTF8(query),
-                                                  .value_paths = {"Event/System/Channel", "Event/System/Provider/@Name",
-                                                                  "Event/System/EventID", "Event/System/Level"},
-                                                  .xml = false});
-  }
+  std::wstring query;
+  TVK::WindowsLogsHelper::generateQuery(L"1111", L"", L"00000000", *window, query);
+  const platform::EventLogReaderOpening opening =
+      log.OpenReader(services().runtime, {.query = String::UTF16ToUTF8(query),
+                                          .value_paths = {"Event/System/Channel", "Event/System/Provider/@Name",
+                                                          "Event/System/EventID", "Event/System/Level"},
+                                          .xml = false});
   bool reads = opening.reader != nullptr;
   if (!reads) log_.e(L"%s: nothing can be counted, error %d", Operation(L"ReadLogDBPerDay"), opening.error);
   std::set<std::string> partly_read;

@@ -38,6 +38,8 @@ class EventViewerLogDBEventMonitor final : public TVK::ScheduledMonitor {
  private:
   /// The oldest event that may be counted, milliseconds ago, at most a day; nothing when the store cannot tell.
   std::optional<std::uint64_t> Window();
+  /// Tries again for as long as the store cannot tell; nothing when the stop came first.
+  std::optional<std::uint64_t> AwaitWindow();
 
   // Those of StartMonitor, then of the timer's thread, which it starts.
   std::int64_t started_ = 0;           ///< The first second, since 1970, that is told where the consent is new.

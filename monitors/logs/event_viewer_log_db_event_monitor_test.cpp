@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "client/store/failing_disk.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "testing/monitor_world.h"
 
@@ -110,6 +111,34 @@ TEST(EventViewerLogDBTest, WhatWasLoggedWithoutConsentIsNeverCounted) {
   EXPECT_EQ(counted(), L"3 ") << "not yet";
   world.runtime.AdvanceBy(3min);
   EXPECT_EQ(counted(), L"3 1 ") << "the next is of a day again";
+}
+
+TEST(EventViewerLogDBTest, AReportWaitsForTheStore) {
+  for (const bool closed : {false, true}) {
+    SCOPED_TRACE(closed ? "closed" : "not to be read");
+    MonitorWorld world;
+    const auto log = [&] {
+      world.machine.event_log().Append(
+          {.channel = "Application", .provider = "Contoso", .id = 1, .level = 2, .time = world.runtime.clock().Now()});
+    };
+    log();
+    world.runtime.AdvanceBy(1min);
+    { const ServiceLife made(world); }
+    FailingDisk disk;
+    if (closed) disk.FailAt(1, SQLITE_IOERR_READ, true);
+    ServiceLife life(world);
+    ASSERT_NE(life.store.is_open(), closed);
+    disk.FailAt(1, SQLITE_IOERR_READ, true);
+    RunningMonitor monitor(world.runtime, std::make_unique<EventViewerLogDBEventMonitor>(life.services()));
+    world.runtime.AdvanceBy(61s);
+    EXPECT_EQ(world.logs.Count(L"since when is counted cannot be told"), 1u);
+    disk.FailAt(0, 0, false);
+    log();
+    world.runtime.AdvanceBy(2min + 1s);
+    const auto items = life.Items(L"ReadLogDBPerDay");
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(items[0].item_data().at(L"EventsOfTheDay"), L"2");
+  }
 }
 
 }  // namespace

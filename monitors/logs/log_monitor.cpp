@@ -7,6 +7,7 @@
 #include "client/store/kept_state.h"
 #include "client/text/string.h"
 #include "monitors/logs/reading_begin.h"
+#include "monitors/logs/told_interruptions.h"
 
 namespace TVK {
 namespace {
@@ -17,11 +18,13 @@ constexpr auto& kPlaceKey = kBookmarkState;
 constexpr auto& kInterruptionKey = kInterruptionState;
 
 constexpr std::size_t kBatch = 256;
-// What cannot be read or written is tried again after the first time, then after twice as long each, up to the last.
-constexpr std::chrono::milliseconds kFirstRetry = 1min;
-constexpr std::chrono::milliseconds kLastRetry = 1h;
 // So often at most the place is kept without an item: the log may have forgotten that of weeks ago.
 constexpr auto kQuiet = 1h;
+
+/// Of a question to the store.
+bool Succeeds(int result) {
+  return result == 0 || result == kStoreNotFound;
+}
 
 std::wstring NameOf(const platform::EventLogNotice& notice) {
   return notice.channel.empty() ? L"the event log" : L"the channel " + String::UTF8ToUTF16(notice.channel);
@@ -54,12 +57,12 @@ void LogMonitor::OnQueryChanged() {
 }
 
 void LogMonitor::Run() {
-  std::chrono::milliseconds retry = kFirstRetry;
+  std::chrono::milliseconds retry = kFirstLogRetry;
   Outcome outcome = Outcome::kQueryChanged;
   while (outcome != Outcome::kStopped) {
     // What threw may have left its reader anywhere: another one goes on behind what was dealt with.
     if (!CallLogged(log_, Operation(L"Run"), [&] { outcome = Read(retry); })) outcome = AwaitRetry(retry);
-    retry = outcome == Outcome::kFailed ? std::min(2 * retry, kLastRetry) : kFirstRetry;
+    retry = outcome == Outcome::kFailed ? std::min(2 * retry, kLastLogRetry) : kFirstLogRetry;
   }
   if (Flush() || !Admits()) KeepPlace();
 }
@@ -87,8 +90,10 @@ LogMonitor::Outcome LogMonitor::Follow(platform::EventLogReader& reader, std::ch
     if (failed) return AwaitRetry(retry);  // behind what failed nothing is read
     platform::Waitable* const awaited[] = {stop_event(), query_changed_.get(), &reader.news()};
     const auto woken = services().runtime.WaitAny(awaited, Patience());
-    if (woken == 0) return Outcome::kStopped;
-    if (woken == 1) return Outcome::kQueryChanged;
+    if (woken == 0 || woken == 1) {
+      PassUnwanted(reader);
+      return woken == 0 ? Outcome::kStopped : Outcome::kQueryChanged;
+    }
     failed = (Patience() <= 0ms && !Flush()) || (woken == 2 && !Take(reader));
   }
 }
@@ -96,6 +101,8 @@ LogMonitor::Outcome LogMonitor::Follow(platform::EventLogReader& reader, std::ch
 bool LogMonitor::Take(platform::EventLogReader& reader) {
   if (!Admits()) return false;  // the stop is on its way
   if (!WriteTaken()) return false;
+  const bool passes = !passed_at_ || services().runtime.clock().Elapsed() - *passed_at_ >= kQuiet;
+  if (passes) reader.PassUnwanted();
   const platform::EventLogBatch batch = reader.Take(kBatch);
   bool done = true;
   for (const platform::EventLogNotice& notice : batch.notices) {
@@ -105,7 +112,7 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
     done = told && done;
   }
   for (const platform::EventLogEvent& event : batch.events) {
-    if (stopping()) return true;
+    if (stopping()) return false;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
     if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)}))
@@ -114,9 +121,18 @@ bool LogMonitor::Take(platform::EventLogReader& reader) {
     kept_at_ = services().runtime.clock().Elapsed();
   }
   if (!batch.bookmark.empty()) MoveTo(batch.bookmark);
+  if (passes && !batch.more) passed_at_ = services().runtime.clock().Elapsed();
   if (!WriteTaken()) return false;
   if (services().runtime.clock().Elapsed() - kept_at_ > kQuiet && Patience() == platform::kForever) KeepPlace();
   return done;
+}
+
+void LogMonitor::PassUnwanted(platform::EventLogReader& reader) {
+  if (!Admits()) return;  // nobody asks for the place
+  reader.PassUnwanted();
+  const platform::EventLogBatch batch = reader.Take(1);
+  const bool none = batch.events.empty() && batch.notices.empty() && !batch.more;
+  if (none && !batch.bookmark.empty()) MoveTo(batch.bookmark);
 }
 
 bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
@@ -125,24 +141,28 @@ bool LogMonitor::Tell(const platform::EventLogNotice& notice) {
   if (notice.trouble != kCleared && notice.trouble != kGap) return notice.trouble != kFailed;
   // What was kept back came before; its item takes the kept place along, which the interruption is told apart by.
   if (!Flush()) return false;
-  const std::wstring what =
-      (notice.trouble == kCleared ? L"cleared " : L"gap ") + String::UTF8ToUTF16(notice.channel) + L'\n';
-  // A reader that begins at the same place once more tells the same once more: in this life, or after a kill.
-  const std::wstring place = KeptPlace().value_or(std::wstring()) + L'\n';
+  const std::wstring what = (notice.trouble == kCleared ? L"cleared " : L"gap ") + String::UTF8ToUTF16(notice.channel);
+  // A reader that begins at the same place once more tells the same once more, or a larger gap, of which a part is
+  // told: in this life, or after a kill.
+  const std::optional<std::wstring> place = KeptPlace();
   std::wstring kept;
-  const bool known = services().store.GetState(std::wstring(identity().row.id), kInterruptionKey, kept) == 0;
-  if (!known || !kept.starts_with(place)) kept = place;
-  const bool listed = kept.find(what, place.size()) != kept.npos;
-  const auto told_at = interrupted_at_.find(what);
-  if (told_at == interrupted_at_.end() ? !listed : told_at->second != moves_) {
+  if (!place || !Succeeds(services().store.GetState(std::wstring(identity().row.id), kInterruptionKey, kept))) {
+    return false;
+  }
+  ToldInterruptions listed(kept, *place);
+  std::optional<std::uint64_t> told = listed.Lost(what);
+  const auto met = interrupted_.find(what);
+  if (met != interrupted_.end()) told = met->second.moves == moves_ ? std::optional(met->second.lost) : std::nullopt;
+  const std::uint64_t lost = std::max(notice.lost.value_or(0), told.value_or(0));
+  if (!told || lost > *told) {
     ItemData data = {{L"Channel", String::UTF8ToUTF16(notice.channel)},
                      {L"Reason", notice.trouble == kCleared ? L"cleared" : L"gap"}};
-    if (notice.lost) data[L"Lost"] = std::to_wstring(*notice.lost);
+    if (notice.lost) data[L"Lost"] = std::to_wstring(lost - told.value_or(0));
     SanitizeItemData(data, L"UnKnown");
-    if (!listed) kept += what;
-    if (WriteItem(kInterruptedItem, std::move(data), {}, {kInterruptionKey, kept}) > 0) return false;
+    listed.Add(what, lost);
+    if (WriteItem(kInterruptedItem, std::move(data), {}, {kInterruptionKey, listed.Text()}) > 0) return false;
   }
-  interrupted_at_[what] = moves_;
+  interrupted_[what] = {moves_, lost};
   return true;
 }
 
@@ -169,7 +189,7 @@ std::optional<std::wstring> LogMonitor::KeptPlace() {
   const std::wstring dataset(identity().row.id);
   std::wstring kept;
   const int result = ReadKeptState(store, dataset, kPlaceKey, kept);
-  if (result == 0 || result == kStoreNotFound) return kept;
+  if (Succeeds(result)) return kept;
   if (!std::exchange(store_failed_, true)) {
     log_.e(L"%s: how far the logs were read cannot be told, error %d; it is tried again", Operation(L"Run"), result);
   }

@@ -60,6 +60,10 @@ class LogMonitor : public ScheduledMonitor {
 
  private:
   enum class Outcome { kStopped, kQueryChanged, kFailed };
+  struct Interruption {
+    std::uint64_t moves = 0;  ///< moves_ then.
+    std::uint64_t lost = 0;   ///< Events; 0: unknown.
+  };
 
   void Run();
   /// Reads as long as that goes; waits for `retry` when something failed.
@@ -69,6 +73,8 @@ class LogMonitor : public ScheduledMonitor {
   Outcome Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry);
   /// Takes what there is. False: something failed, and is to be tried again by another reader.
   bool Take(platform::EventLogReader& reader);
+  /// Goes behind what the query does not want when the reader is left, unless something waits to be taken.
+  void PassUnwanted(platform::EventLogReader& reader);
   /// False: it could not be written, and is to be told again.
   bool Tell(const platform::EventLogNotice& notice);
   void LogOnce(const platform::EventLogNotice& notice);
@@ -84,13 +90,14 @@ class LogMonitor : public ScheduledMonitor {
   std::unique_ptr<platform::Event> query_changed_;  ///< Auto-reset; made before follows_ is set.
   std::atomic<bool> follows_ = false;
   // The thread's own.
-  bool restored_ = false;              ///< Where reading begins is known.
-  std::string place_;                  ///< Behind all that was dealt with.
-  std::uint64_t moves_ = 0;            ///< How often it became another one: numbers of a log may begin anew.
-  platform::ElapsedTime kept_at_{};    ///< When the store was last given a place.
-  std::optional<std::int64_t> begin_;  ///< Seconds since 1970: what was logged before is not read.
+  bool restored_ = false;            ///< Where reading begins is known.
+  std::string place_;                ///< Behind all that was dealt with.
+  std::uint64_t moves_ = 0;          ///< How often it became another one: numbers of a log may begin anew.
+  platform::ElapsedTime kept_at_{};  ///< When the store was last given a place.
+  std::optional<platform::ElapsedTime> passed_at_;  ///< When a reader last passed what the query does not want.
+  std::optional<std::int64_t> begin_;               ///< Seconds since 1970: what was logged before is not read.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
-  std::map<std::wstring, std::uint64_t> interrupted_at_;              ///< moves_ as each was met last.
+  std::map<std::wstring, Interruption> interrupted_;                  ///< As each was met last.
   bool store_failed_ = false;                                         ///< It was logged.
 };
 

@@ -1,6 +1,8 @@
-// Since when what the event logs hold may be told, as the store keeps it in the place of a bookmark. Pure; any thread.
+// Since when what the event logs hold may be told, as the store keeps it in the place of a bookmark, and when it is
+// asked again. Pure; any thread.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,6 +11,11 @@
 #include "platform/clock.h"
 
 namespace TVK {
+
+/// What could not be read or written is tried again after the first time, then after twice as long each, up to the
+/// last.
+inline constexpr std::chrono::milliseconds kFirstLogRetry = std::chrono::minutes(1);
+inline constexpr std::chrono::milliseconds kLastLogRetry = std::chrono::hours(1);
 
 /// "since 1767225600": nothing of before that second, since 1970, is told.
 std::wstring SinceText(std::int64_t seconds);

@@ -144,6 +144,7 @@ TEST_F(WindowsLogsTest, EachEventOnceWhateverEndsTheService) {
 }
 
 TEST_F(WindowsLogsTest, WhatIsBeyondTheMinutesNumberIsCounted) {
+  FailingDisk disk;
   Settings({{L"EventsPerMinute", L"2"}, {L"LogLevels", L"00000111"}});
   for (std::uint32_t id = 1; id <= 10'000; ++id)
     Log(id, "Application", id % 2 == 0 ? 2 : 3);
@@ -160,13 +161,33 @@ TEST_F(WindowsLogsTest, WhatIsBeyondTheMinutesNumberIsCounted) {
   EXPECT_EQ(skipped[L"Error"], L"4998");
   EXPECT_EQ(skipped[L"Warning"], L"4998");
   EXPECT_EQ(skipped[L"FirstTime"], skipped[L"LastTime"]);
+  disk.FailAt(1, SQLITE_FULL, true);
   Log(21);
   Log(22);
-  Log(23);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"3 4");
+  disk.FailAt(0, 0, false);
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(Recorded(), L"3 4 21 22");
+  for (std::uint32_t id = 23; id < 28; ++id) {
+    Log(id);
+    world_.runtime.AdvanceBy(1s);
+  }
+  disk.FailAt(1, SQLITE_FULL, true);
+  world_.runtime.AdvanceBy(1min);
+  disk.FailAt(0, 0, false);
+  world_.runtime.AdvanceBy(2min);
+  skipped = life_->Items(kSkipped).back().item_data();
+  EXPECT_EQ(skipped[L"Count"], L"3");
+  EXPECT_LT(skipped[L"FirstTime"], skipped[L"LastTime"]);
+  for (std::uint32_t id = 28; id < 31; ++id)
+    Log(id);
   world_.runtime.Settle();
   Start();
   EXPECT_EQ(Recorded(), L"") << "counted by the stop";
   EXPECT_TRUE(life_->Items(kSkipped).empty());
+  monitor_.reset();
+  life_.reset();
 }
 
 TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
@@ -216,6 +237,61 @@ TEST_F(WindowsLogsTest, InterruptionsOfSeveralLogsAreToldOnceEachWhateverKillsTh
   world_.machine.event_log().DropOldest("Application", 3);
   Start();
   EXPECT_EQ(life_->Items(kInterrupted).size(), 1u) << "another one, behind another place";
+}
+
+TEST_F(WindowsLogsTest, WhatNobodyWantedMayGoUnnoticedAndWakesNobody) {
+  world_.machine.event_log().MoveWithWanted();
+  const auto flood = [&](const char* channel, std::uint32_t level = 5) {
+    for (int i = 0; i < 5; ++i)
+      Log(9, channel, level);
+    world_.runtime.Settle();
+  };
+  const auto drop = [&](const char* channel, std::size_t events) {
+    world_.machine.event_log().DropOldest(channel, events);
+  };
+  const auto lost = [&] {
+    std::wstring all;
+    for (const ItemEvent& item : life_->Items(kInterrupted))
+      all += item.item_data().at(L"Channel") + L":" + item.item_data().at(L"Lost") + L" ";
+    return all;
+  };
+  Log(1);
+  Log(2, "System");
+  Start();
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  flood("Application");
+  world_.runtime.AdvanceBy(48h);
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups);
+  monitor_.reset();
+  drop("Application", 5);
+  Start();
+  EXPECT_EQ(lost(), L"") << "the stop went behind them";
+  flood("Application", 4);
+  Settings({{L"LogLevels", L"00001010"}});
+  EXPECT_EQ(Recorded(), L"") << "new settings hold from the next event on";
+  world_.runtime.AdvanceBy(40min);
+  Log(3);
+  world_.runtime.AdvanceBy(40min);
+  flood("System");
+  Log(4);
+  world_.runtime.Settle();
+  Log(6);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"3 4 6");
+  Kill();
+  drop("System", 5);
+  Start();
+  EXPECT_EQ(lost(), L"") << "another channel's event went behind them";
+  Log(5);
+  world_.runtime.Settle();
+  drop("Application", 100);
+  flood("Application");
+  for (const auto& [more, told] : {std::pair(2u, L"Application:2 "), {0u, L""}, {3u, L"Application:3 "}, {0u, L""}}) {
+    Kill();
+    drop("Application", more);
+    Start();
+    EXPECT_EQ(lost(), told) << "of those that were told before none again";
+  }
 }
 
 TEST_F(WindowsLogsTest, AnInterruptionThatTheStoreDidNotTakeIsToldAgain) {

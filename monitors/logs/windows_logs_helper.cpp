@@ -200,9 +200,7 @@ WindowsLogsHelper::Texts WindowsLogsHelper::getFinalSelectQueries(const EventLog
   Texts ids = getEventIdsQueries(selection, false, kMostConditions - ConditionCount(selection.levels) - 1);
   if (ids.empty()) ids.emplace_back();
   Texts selects;
-  Texts both = {levels, time};
-  std::erase(both, L"");
-  const std::wstring rest = joinStrings(both, kAnd);
+  const std::wstring rest = joinStrings({levels, time}, kAnd);
   for (std::wstring& some : ids) {
     if (!some.empty()) some += kAnd;
     selects.push_back(XPath(std::move(some.append(rest))));

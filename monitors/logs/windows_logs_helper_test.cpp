@@ -109,6 +109,11 @@ TEST(WindowsLogsHelperTest, ALongListIsSpreadOverSeveralElements) {
   EXPECT_EQ(Query(L"0001", L"1-2,3-4,5-6,7-8,9-10,11-12,13-14,15-16,17-18,19", L"00000000").find(L"</Select><Select"),
             query.npos)
       << "twenty with the time";
+  EXPECT_EQ(Query(L"0001", L"1-2,3-4,5-6,7-8,9-10,11-12,13-14,15-16,17", L"00001000").find(L"</Select><Select"),
+            query.npos)
+      << "twenty with the time and what stands for a level";
+  EXPECT_NE(Query(L"0001", L"1-2,3-4,5-6,7-8,9-10,11-12,13-14,15-16,17,18", L"00001000").find(L"</Select><Select"),
+            query.npos);
 }
 
 TEST(WindowsLogsHelperTest, ListsAreThoseOfTheExpression) {
@@ -124,6 +129,7 @@ TEST(WindowsLogsHelperTest, ListsAreThoseOfTheExpression) {
     ASSERT_EQ(WindowsLogsHelper::validateEventIds(text), is_list) << testing::PrintToString(text);
   }
   EXPECT_GT(lists, 1000);
+  EXPECT_TRUE(WindowsLogsHelper::validateEventIds(std::wstring(65536, L'0')));
 }
 
 TEST(WindowsLogsHelperTest, LevelsHaveNames) {

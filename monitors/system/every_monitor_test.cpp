@@ -7,10 +7,14 @@
 #include "client/text/record_time.h"
 #include "client/text/string.h"
 #include "monitors/devices/battery_event_monitor.h"
+#include "monitors/logs/crash_event_monitor.h"
+#include "monitors/logs/event_viewer_log_db_event_monitor.h"
+#include "monitors/logs/windows_logs_event_monitor.h"
 #include "monitors/storage/store_event_monitor.h"
 #include "monitors/system/cpu_event_monitor.h"
 #include "monitors/system/memory_event_monitor.h"
 #include "monitors/system/system_bios_event_monitor.h"
+#include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_processors.h"
 #include "platform/simulated/simulated_system.h"
 #include "testing/monitor_world.h"
@@ -95,6 +99,11 @@ TEST_P(EveryMonitorTest, NothingIsWrittenWithoutConsent) {
   world_.runtime.AdvanceBy(2min);
   EXPECT_EQ(life_->DatasetContexts().empty(), GetParam().report == nullptr) << "what goes on describes itself first";
   StartLife(true);
+  world_.machine.event_log().Append({.channel = "Application",
+                                     .provider = "Application Hang",
+                                     .id = 1002,
+                                     .level = 2,
+                                     .time = world_.runtime.clock().Now()});
   world_.runtime.AdvanceBy(2min);
   EXPECT_EQ(life_->DatasetContexts().size(),
             GetParam().described_anew || GetParam().report == nullptr ? GetParam().devices : 0u);
@@ -177,7 +186,10 @@ const Case kReporting[] = {
     {MemoryEventMonitor::kRow, Make<MemoryEventMonitor>, L"MemoryUsagePerInterval"},
     {StoreEventMonitor::kRow, Make<StoreEventMonitor>, L"ReadVolumePerInterval", 2},
     {BatteryEventMonitor::kRow, Make<BatteryEventMonitor>, L"BatteryUsagePerInterval", 1, false}};
-const Case kOthers[] = {{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>, nullptr, 1, false}};
+const Case kOthers[] = {{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>, nullptr, 1, false},
+                        {CrashEventMonitor::kRow, Make<CrashEventMonitor>, nullptr, 1, false},
+                        {EventViewerLogDBEventMonitor::kRow, Make<EventViewerLogDBEventMonitor>, nullptr, 1, false},
+                        {WindowsLogsEventMonitor::kRow, Make<WindowsLogsEventMonitor>, nullptr, 1, false}};
 
 const auto kNameOfCase = [](const auto& test) { return Name(test.param); };
 INSTANTIATE_TEST_SUITE_P(Reporting, EveryMonitorTest, testing::ValuesIn(kReporting), kNameOfCase);

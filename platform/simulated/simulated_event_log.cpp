@@ -50,7 +50,7 @@ class SimulatedEventLog::Reader final : public EventLogReader {
         news_(runtime.MakeEvent(EventReset::kManual, true)) {
     const auto places = PlacesOf(settings_.bookmark);
     if (places) {
-      places_ = *places;
+      places_ = looked_at_ = *places;
     } else {
       notices_.push_back({.trouble = EventLogTrouble::kGap});
     }
@@ -76,15 +76,23 @@ class SimulatedEventLog::Reader final : public EventLogReader {
   Reader& operator=(const Reader&) = delete;
 
   Waitable& news() override { return *news_; }
-  void Tell() { news_->Set(); }
+  void PassUnwanted() override { passes_ = true; }
+  /// `event` was logged; with channels_mutex_ held.
+  void Tell(const LoggedEvent& event) {
+    const bool followed = std::ranges::find(followed_, event.channel) != followed_.end();
+    if (!log_.moves_with_wanted_ || (followed && filter_.Takes(event, clock_.Now()))) news_->Set();
+  }
 
   EventLogBatch Take(std::size_t limit) override {
     if (log_.throws_next_.exchange(false)) throw std::bad_alloc();
     news_->Reset();
     EventLogBatch batch{.notices = std::exchange(notices_, {})};
     const std::lock_guard lock(log_.channels_mutex_);
-    for (const std::string& name : followed_)
+    const bool passes = std::exchange(passes_, false) || !log_.moves_with_wanted_;
+    for (const std::string& name : followed_) {
       TakeFrom(name, limit, batch);
+      if (passes) places_[name] = looked_at_[name];
+    }
     batch.bookmark = BookmarkOf(places_);
     if (batch.more) news_->Set();
     return batch;
@@ -93,10 +101,10 @@ class SimulatedEventLog::Reader final : public EventLogReader {
  private:
   void TakeFrom(const std::string& name, std::size_t limit, EventLogBatch& batch) {
     const Channel& channel = log_.channels_.at(name);
-    std::uint64_t& place = places_[name];
+    std::uint64_t& place = looked_at_[name];
     if (channel.last_id < place) {
       batch.notices.push_back({.trouble = EventLogTrouble::kCleared, .channel = name});
-      place = 0;
+      place = places_[name] = 0;
     }
     const std::uint64_t gone = channel.last_id - channel.events.size();
     if (place != 0 && place < gone) {
@@ -109,7 +117,9 @@ class SimulatedEventLog::Reader final : public EventLogReader {
         return;
       }
       const LoggedEvent& event = channel.events[place++ - gone];
-      if (filter_.Takes(event, clock_.Now())) batch.events.push_back({RecordOf(event, settings_), BookmarkOf(places_)});
+      if (!filter_.Takes(event, clock_.Now())) continue;
+      places_[name] = place;
+      batch.events.push_back({RecordOf(event, settings_), BookmarkOf(places_)});
     }
   }
 
@@ -120,7 +130,9 @@ class SimulatedEventLog::Reader final : public EventLogReader {
   const std::unique_ptr<Event> news_;
   std::vector<EventLogNotice> notices_;  ///< To be told with the next batch.
   std::vector<std::string> followed_;
-  Places places_;
+  Places places_;     ///< Of the bookmark.
+  Places looked_at_;  ///< At or beyond them.
+  bool passes_ = false;
 };
 
 SimulatedEventLog::SimulatedEventLog()
@@ -167,7 +179,7 @@ void SimulatedEventLog::Append(LoggedEvent event) {
   event.record_id = ++channel.last_id;
   channel.events.push_back(std::move(event));
   for (Reader* const reader : readers_)
-    reader->Tell();
+    reader->Tell(channel.events.back());
 }
 
 void SimulatedEventLog::Clear(const std::string& channel) {

@@ -40,6 +40,9 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   void Fail(const std::string& channel, std::optional<EventLogTrouble> trouble);
   /// Readers cannot be opened from now on; the rest answers.
   void RefuseReaders(bool refuses = true) { refuses_readers_ = refuses; }
+  /// From now on as on Windows: what the query does not want wakes nobody, and moves a bookmark where that was asked
+  /// for (EventLogReader::PassUnwanted) alone.
+  void MoveWithWanted() { moves_with_wanted_ = true; }
   /// The next batch that is taken throws std::bad_alloc.
   void ThrowNext() { throws_next_ = true; }
 
@@ -52,6 +55,7 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   };
 
   std::atomic<bool> throws_next_ = false;
+  std::atomic<bool> moves_with_wanted_ = false;
   std::atomic<bool> refuses_readers_ = false;
   std::mutex channels_mutex_;                ///< Guards the two below.
   std::map<std::string, Channel> channels_;  ///< By name; the keys never change.

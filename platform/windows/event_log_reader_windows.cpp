@@ -55,6 +55,16 @@ std::optional<std::uint64_t> RecordIdOf(std::string_view bookmark) {
   return error == std::errc() ? std::optional(id) : std::nullopt;
 }
 
+/// The newest event of the channel, wanted or not; nothing on failure and where it has none.
+UniqueEventLogHandle NewestEvent(const std::string& channel) {
+  const UniqueEventLogHandle results(
+      EvtQuery(nullptr, WideFromUtf8(channel).c_str(), L"*", EvtQueryChannelPath | EvtQueryReverseDirection));
+  UniqueEventLogHandle event;
+  DWORD returned = 0;
+  if (!results || !EvtNext(results.get(), 1, event.Receive(), kLongestLogWaitMs, 0, &returned)) return {};
+  return event;
+}
+
 /// Where nothing but a stub stands for the log's functions.
 bool IsUnsupported(DWORD error) {
   return error == ERROR_SUCCESS || error == ERROR_CALL_NOT_IMPLEMENTED;
@@ -105,12 +115,15 @@ class WindowsEventLogReader final : public EventLogReader {
     EventLogBatch batch{.notices = std::exchange(notices_, {})};
     // Another one first each time, so that a channel in a flood does not keep the others waiting.
     std::ranges::rotate(parts_, parts_.begin() + 1);
-    std::ranges::all_of(parts_, [&](Part& part) { return TakeFrom(part, limit, batch); });
+    const bool passes = std::exchange(passes_, false);
+    std::ranges::all_of(parts_, [&](Part& part) { return TakeAndPass(part, limit, passes, batch); });
     batch.bookmark = TextOf(places_);
     batch.more = batch.more || !notices_.empty();
     if (batch.more) news_.Set();
     return batch;
   }
+
+  void PassUnwanted() override { passes_ = true; }
 
  private:
   struct Part {
@@ -176,6 +189,27 @@ class WindowsEventLogReader final : public EventLogReader {
     Tell(part, EventLogTrouble::kGap);
     // Without the strict mode it begins with the event that is nearest.
     return SubscribeFrom(part, EvtSubscribeStartAfterBookmark) == 0 ? 0 : SubscribeFromOldest(part);
+  }
+
+  /// As TakeFrom; when `passes`, the place of a channel that is emptied then goes behind its newest event.
+  bool TakeAndPass(Part& part, std::size_t limit, bool passes, EventLogBatch& batch) {
+    // Asked for first: what the query wants of all up to this one then is among what is taken. What comes meanwhile
+    // stands behind it, so nothing between is skipped.
+    const std::string newest = passes && part.subscription ? NewestPlace(part.channel) : std::string();
+    if (!TakeFrom(part, limit, batch)) return false;
+    std::string& place = places_[part.channel];
+    // One that was emptied numbers anew: it is left to the next reader to tell that.
+    if (part.subscription && RecordIdOf(newest) > RecordIdOf(place)) place = newest;
+    return true;
+  }
+
+  /// The place behind the newest event; empty on failure and where there is none.
+  std::string NewestPlace(const std::string& channel) {
+    const UniqueEventLogHandle event = NewestEvent(channel);
+    const UniqueEventLogHandle bookmark(event ? EvtCreateBookmark(nullptr) : nullptr);
+    std::string place;
+    if (!bookmark || !EvtUpdateBookmark(bookmark.get(), event.get())) return {};
+    return renderer_.Bookmark(bookmark.get(), place) == 0 ? place : std::string();
   }
 
   /// Whether this batch may go on with another channel.
@@ -247,8 +281,9 @@ class WindowsEventLogReader final : public EventLogReader {
   KernelEvent news_;  ///< Of all subscriptions.
   EventRenderer renderer_;
   std::vector<Part> parts_;              ///< One a channel; never none.
-  Places places_;                        ///< Of the events that were taken last.
+  Places places_;                        ///< Of the events that were taken or passed last.
   std::vector<EventLogNotice> notices_;  ///< To be told with the next batch.
+  bool passes_ = false;                  ///< PassUnwanted was told since the last Take.
 };
 
 }  // namespace

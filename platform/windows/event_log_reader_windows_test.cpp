@@ -33,6 +33,7 @@ class EventLogReaderTest : public testing::Test {
   void TearDown() override {
     EXPECT_EQ(Get<int(WINAPI*)()>("OpenHandles")(), 0) << "every handle is closed";
     EXPECT_EQ(script_->reads_with_signal, 0) << "the signal is reset before the events are taken";
+    *script_ = {};
   }
 
   template <typename Function>
@@ -175,6 +176,52 @@ TEST_F(EventLogReaderTest, LossesAreToldAndReadingGoesOnWithTheOldest) {
   for (const char* const none : {"rubbish", "Application\trubbish"}) {
     EXPECT_EQ(Drain(*Open(none).reader), Numbers(1, 2));
     EXPECT_EQ(TakeNotices().at(0).trouble, EventLogTrouble::kGap);
+  }
+}
+
+TEST_F(EventLogReaderTest, EventsThatNobodyWantsMayGoWhenTheyWerePassed) {
+  struct Row {
+    const char* what;
+    bool passes;
+    Channel then;  ///< The channel as the pass finds it, behind the events 1 and 2, which were taken.
+    std::vector<std::uint64_t> taken;
+    Notices at_90;  ///< What the next reader tells of a log whose oldest event is 90.
+  };
+  const auto gap = [](std::uint64_t lost) { return Notices{{EventLogTrouble::kGap, "Application", 0, lost}}; };
+  for (const Row& row : {
+           Row{"not asked for", false, {.oldest = 50, .count = 50, .last_wanted = 2}, {}, gap(87)},
+           Row{"unwanted", true, {.oldest = 50, .count = 50, .last_wanted = 2}, {}, {}},
+           Row{"a wanted one among them", true, {.oldest = 50, .count = 50, .last_wanted = 60}, Numbers(50, 60), {}},
+           Row{"wanted and beyond the newest asked for",
+               true,
+               {.oldest = 50, .count = 10, .logged_behind_newest = 3},
+               Numbers(50, 62),
+               gap(27)},
+           Row{"logged behind the last one taken",
+               true,
+               {.oldest = 50, .count = 10, .last_wanted = 2, .logged_behind_last = 3},
+               {},
+               gap(30)},
+           Row{"emptied, numbers anew", true, {.oldest = 1, .count = 1, .last_wanted = 0}, {}, gap(87)},
+           Row{"empty", true, {.oldest = 50, .count = 0}, {}, gap(87)},
+           Row{"closed to questions",
+               true,
+               {.oldest = 50, .count = 50, .last_wanted = 2, .open_error = ERROR_ACCESS_DENIED},
+               {},
+               gap(87)},
+       }) {
+    SCOPED_TRACE(row.what);
+    application() = {.name = L"Application", .oldest = 1, .count = 2};
+    const auto reader = Open().reader;
+    Drain(*reader);
+    application() = row.then;
+    application().name = L"Application";
+    if (row.passes) reader->PassUnwanted();
+    EXPECT_EQ(Drain(*reader), row.taken);
+    EXPECT_EQ(TakeNotices(), Notices());
+    application() = {.name = L"Application", .oldest = 90, .count = 11};
+    EXPECT_EQ(Drain(*Open(bookmark_).reader), row.at_90.empty() ? Numbers(100, 100) : Numbers(90, 100));
+    EXPECT_EQ(TakeNotices(), row.at_90);
   }
 }
 

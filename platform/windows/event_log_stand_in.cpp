@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 using event_log_stand_in::Channel;
@@ -29,9 +30,11 @@ struct Handle {
   Handle& operator=(const Handle&) = delete;
 };
 struct Results : Handle {
-  explicit Results(const wchar_t* query) : mode(query) {}
+  explicit Results(const wchar_t* query, const wchar_t* of_channel = L"System") : mode(query), channel(of_channel) {}
   const std::wstring mode;
+  const std::wstring channel;
   int next = 0;
+  int end = kEvents;
 };
 struct EventHandle : Handle {
   EventHandle(std::wstring of_mode, int of_index, std::wstring of_channel = L"System")
@@ -174,16 +177,24 @@ std::vector<std::wstring> ChannelsOf(std::wstring_view query) {
   return channels;
 }
 
-void Signal(const Subscription& subscription) {
-  const Channel& channel = *subscription.channel;
-  if (std::max(subscription.next, channel.oldest) < channel.oldest + channel.count) SetEvent(subscription.signal);
+/// The number behind the last event that subscriptions are given.
+std::uint64_t EndOf(const Channel& channel) {
+  const std::uint64_t end = channel.oldest + channel.count;
+  return channel.last_wanted < end ? channel.last_wanted + 1 : end;
 }
 
-EVT_HANDLE QueryScript(LPCWSTR name) {
-  const Channel* const channel = FindChannel(name);
-  if (channel == nullptr || channel->count == 0) return Fail(ERROR_EVT_CHANNEL_NOT_FOUND, EVT_HANDLE());
-  auto* const results = new Results(L"*");
-  results->next = kNewestId - static_cast<int>(channel->oldest);
+void Signal(const Subscription& subscription) {
+  const Channel& channel = *subscription.channel;
+  if (std::max(subscription.next, channel.oldest) < EndOf(channel)) SetEvent(subscription.signal);
+}
+
+/// Finds the event at one end of the channel, when there is one.
+EVT_HANDLE QueryScript(Channel& channel, bool newest) {
+  if (channel.open_error != 0) return Fail(channel.open_error, EVT_HANDLE());
+  auto* const results = new Results(L"*", channel.name);
+  results->next = kNewestId - static_cast<int>(newest ? channel.oldest + channel.count - 1 : channel.oldest);
+  results->end = results->next + (channel.count > 0 ? 1 : 0);
+  if (newest) channel.count += std::exchange(channel.logged_behind_newest, 0);
   return static_cast<Handle*>(results);
 }
 
@@ -199,10 +210,12 @@ BOOL NextOf(Subscription& subscription, DWORD size, EVT_HANDLE* events, PDWORD r
   }
   if (subscription.stale) return Fail(ERROR_EVT_QUERY_RESULT_STALE, FALSE);
   subscription.next = std::max(subscription.next, channel.oldest);
-  while (*returned < size && subscription.next < channel.oldest + channel.count) {
+  const std::uint64_t end = EndOf(channel);
+  while (*returned < size && subscription.next < end) {
     events[(*returned)++] =
         static_cast<Handle*>(new EventHandle(L"*", kNewestId - static_cast<int>(subscription.next++), channel.name));
   }
+  if (*returned == 0) channel.count += std::exchange(channel.logged_behind_last, 0);
   return *returned > 0 ? TRUE : Fail(ERROR_NO_MORE_ITEMS, FALSE);
 }
 
@@ -337,10 +350,14 @@ int WINAPI OpenHandles() {
 }
 
 EVT_HANDLE WINAPI StandInQuery(EVT_HANDLE session, LPCWSTR channel, LPCWSTR query, DWORD flags) {
-  if (session == nullptr && flags == (EvtQueryChannelPath | EvtQueryForwardDirection)) return QueryScript(channel);
-  if (session != nullptr || flags != (EvtQueryChannelPath | EvtQueryReverseDirection)) {
+  const DWORD direction = flags & ~static_cast<DWORD>(EvtQueryChannelPath);
+  const bool newest_first = direction == EvtQueryReverseDirection;
+  if (session != nullptr || (flags & EvtQueryChannelPath) == 0 ||
+      (!newest_first && direction != EvtQueryForwardDirection)) {
     return Fail(ERROR_INVALID_PARAMETER, EVT_HANDLE());
   }
+  Channel* const scripted = FindChannel(channel);
+  if (scripted != nullptr && std::wstring_view(query) == L"*") return QueryScript(*scripted, newest_first);
   if (std::wstring_view(channel) != L"System") return Fail(ERROR_EVT_CHANNEL_NOT_FOUND, EVT_HANDLE());
   const std::wstring_view mode = query;
   if (mode == L"no query") return Fail(ERROR_EVT_INVALID_QUERY, EVT_HANDLE());
@@ -360,8 +377,8 @@ BOOL WINAPI StandInNext(EVT_HANDLE handle, DWORD size, EVT_HANDLE* events, DWORD
     return Fail(ERROR_EVT_QUERY_RESULT_STALE, FALSE);
   }
   if (results->mode == L"stale" && results->next == 1) return Fail(ERROR_EVT_QUERY_RESULT_STALE, FALSE);
-  if (results->next == kEvents && results->mode != L"endless") return Fail(ERROR_NO_MORE_ITEMS, FALSE);
-  events[0] = static_cast<Handle*>(new EventHandle(results->mode, results->next++));
+  if (results->next == results->end && results->mode != L"endless") return Fail(ERROR_NO_MORE_ITEMS, FALSE);
+  events[0] = static_cast<Handle*>(new EventHandle(results->mode, results->next++, results->channel));
   *returned = 1;
   return TRUE;
 }

@@ -9,8 +9,11 @@ struct Channel {
   const wchar_t* name = L"";
   std::uint64_t oldest = 1;  ///< The number of its oldest event; the others follow.
   std::uint64_t count = 0;
-  DWORD open_error = 0;  ///< What opening it comes to.
-  DWORD next_error = 0;  ///< What EvtNext comes to, as many times as `errors_left` says.
+  std::uint64_t last_wanted = UINT64_MAX;  ///< Events behind this number are of no subscription.
+  std::uint64_t logged_behind_newest = 0;  ///< So many more come once the newest was asked for.
+  std::uint64_t logged_behind_last = 0;    ///< So many more come once a subscription had nothing more.
+  DWORD open_error = 0;                    ///< What opening it comes to.
+  DWORD next_error = 0;                    ///< What EvtNext comes to, as many times as `errors_left` says.
   int errors_left = 0;
 };
 
