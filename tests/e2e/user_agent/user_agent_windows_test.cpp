@@ -86,9 +86,6 @@ bool Suspend(DWORD process) {
 
 class UserAgentTest : public testing::Test {
  protected:
-  /// Wine starts the desktop's own process with the first who asks for it, and with that one's handles: it would keep
-  /// the service's output open for good, and whoever waits for its end waiting.
-  static void SetUpTestSuite() { GetDesktopWindow(); }
   UserAgentTest() { std::filesystem::remove_all(AgentFolder()); }
   /// The next service must not find the agent of this one.
   ~UserAgentTest() override {
