@@ -92,6 +92,52 @@ TEST_F(LocalChannel, WaitsEndForTheirReasons) {
   EXPECT_EQ(other->Send(more_than_fits, SteadyTime::max()), ChannelWait::kStopped);
 }
 
+TEST_F(LocalChannel, WhoDiesInTheMiddleEndsTheWaitsOfTheOther) {
+  const LocalListening listening = Listen();
+  ASSERT_NE(listening.listener, nullptr) << listening.problem;
+  const std::string more_than_fits(8 << 20, 'x');
+  struct Row {
+    const char* what;
+    bool server_dies;
+    bool other_sends;
+  };
+  for (const auto& [what, server_dies, other_sends] : {Row{"the client, with half a request sent", false, false},
+                                                       {"the client, with half an answer taken", false, true},
+                                                       {"the server, with half an answer sent", true, false},
+                                                       {"the server, with half a request taken", true, true}}) {
+    SCOPED_TRACE(what);
+    std::unique_ptr<LocalConnection> dies = Connect();
+    std::unique_ptr<LocalConnection> stays = listening.listener->Accept();
+    ASSERT_TRUE(dies && stays);
+    if (server_dies) std::swap(dies, stays);
+    ChannelWait end = ChannelWait::kDone;
+    std::string came;
+    // Without a deadline: nothing else ends it.
+    std::thread waiting([&] {
+      if (other_sends) {
+        end = stays->Send(more_than_fits, SteadyTime::max());
+        return;
+      }
+      std::array<char, 8> buffer;
+      std::size_t count = 0;
+      while ((end = stays->Receive(buffer, SteadyTime::max(), count)) == ChannelWait::kDone)
+        came.append(buffer.data(), count);
+    });
+    if (other_sends) {
+      std::array<char, 8> buffer;
+      std::size_t count = 0;
+      EXPECT_EQ(dies->Receive(buffer, Soon(), count), ChannelWait::kDone) << "it has begun";
+    } else {
+      EXPECT_EQ(dies->Send("half", Soon()), ChannelWait::kDone);
+    }
+    dies = nullptr;
+    waiting.join();
+    EXPECT_EQ(end, ChannelWait::kClosed);
+    EXPECT_EQ(came, other_sends ? "" : "half");
+  }
+  EXPECT_NE(Connect(), nullptr);
+}
+
 TEST_F(LocalChannel, OneListensAndAfterItTheNext) {
   EXPECT_EQ(ConnectLocally(*runtime_, place_, nullptr, Soon()).connection, nullptr);
   for (int life = 0; life < 2; ++life) {

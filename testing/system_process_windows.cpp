@@ -59,6 +59,10 @@ UniqueKernelHandle MakeJob() {
 
 std::unique_ptr<SystemProcess> SystemProcess::Start(const std::filesystem::path& program,
                                                     const std::vector<std::string>& arguments) {
+  // Wine starts the desktop's own process with the first who asks for it, and with that one's handles: started by the
+  // child, or by a program that the child starts, it would keep the child's output open for good, and whoever waits for
+  // its end waiting.
+  GetDesktopWindow();
   UniqueKernelHandle job = MakeJob();
   SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
   HANDLE ends[2];

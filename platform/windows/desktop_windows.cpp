@@ -83,8 +83,12 @@ std::unique_ptr<Desktop> OpenLocalDesktop() {
 }
 
 std::filesystem::path LocalUserFolder() {
-  std::wstring folder(32767, L'\0');  // the longest value of a variable
-  folder.resize(GetEnvironmentVariableW(L"LOCALAPPDATA", folder.data(), static_cast<DWORD>(folder.size())));
+  constexpr wchar_t kName[] = L"LOCALAPPDATA";
+  // Asked for its length first: room for the longest value would stay in the heap of a program that needs little else.
+  const DWORD size = GetEnvironmentVariableW(kName, nullptr, 0);
+  std::wstring folder(size, L'\0');
+  const DWORD length = GetEnvironmentVariableW(kName, folder.data(), size);
+  folder.resize(length < size ? length : 0);
   return folder;
 }
 

@@ -44,5 +44,16 @@ TEST(LocalDesktop, KeepsAValueInAProfileFile) {
   EXPECT_NE(desktop->WriteProfile(folder.path() / "none" / "a.ini", L"TVK User Agent", L"TvkVersion", L"1"), 0u);
 }
 
+TEST(LocalUserFolder, IsTheVariableWhateverItsLength) {
+  constexpr wchar_t kName[] = L"LOCALAPPDATA";
+  const std::filesystem::path before = LocalUserFolder();
+  for (const std::wstring& value : {std::wstring(L"C:\\Local"), std::wstring(20000, L'x'), std::wstring()}) {
+    ASSERT_TRUE(SetEnvironmentVariableW(kName, value.empty() ? nullptr : value.c_str()));
+    EXPECT_EQ(LocalUserFolder().native(), value);
+  }
+  SetEnvironmentVariableW(kName, before.c_str());
+  EXPECT_EQ(LocalUserFolder(), before);
+}
+
 }  // namespace
 }  // namespace platform::windows

@@ -10,6 +10,7 @@
 #include "core/notifier.h"
 #include "core/user_process_agent.h"
 #include "host/event_window.h"
+#include "monitors/session/session_writer.h"
 #include "platform/local.h"
 #include "platform/windows/owner.h"
 #include "platform/windows/process_list.h"
@@ -85,9 +86,6 @@ bool Suspend(DWORD process) {
 
 class UserAgentTest : public testing::Test {
  protected:
-  /// Wine starts the desktop's own process with the first who asks for it, and with that one's handles: it would keep
-  /// the service's output open for good, and whoever waits for its end waiting.
-  static void SetUpTestSuite() { GetDesktopWindow(); }
   UserAgentTest() { std::filesystem::remove_all(AgentFolder()); }
   /// The next service must not find the agent of this one.
   ~UserAgentTest() override {
@@ -106,6 +104,20 @@ class UserAgentTest : public testing::Test {
     return service.WaitFor(
         [&] { return CountInLog("ConfigPolicyMonitorThread thread start...") == times && AgentWindow() != nullptr; },
         kPatience);
+  }
+
+  /// No display is that wide.
+  static constexpr int kFirstWidth = 20001;
+
+  /// The widths of the changes of resolution in the store, oldest first.
+  std::vector<int> Widths() const {
+    std::vector<int> widths;
+    for (const StoredRecord& record : folder_.Records({.kind = RecordKind::kItem, .dataset_name = L"DisplayEvent"})) {
+      constexpr std::string_view kKey = R"("Width":")";
+      const std::size_t at = record.json.find(kKey);
+      if (at != record.json.npos) widths.push_back(std::atoi(record.json.c_str() + at + kKey.size()));
+    }
+    return widths;
   }
 
   const ServiceFolder folder_;
@@ -174,16 +186,46 @@ TEST_F(UserAgentTest, MessagesOfOtherProcessesHaveTheirResults) {
   const auto items = [&] { return folder_.Records({.kind = RecordKind::kItem, .dataset_name = L"DisplayEvent"}); };
   ASSERT_TRUE(service.WaitFor([&] { return items().size() == 2; }, kPatience));
   EXPECT_NE(items().back().json.find(R"("Height":"601","Width":"801")"), std::string::npos) << items().back().json;
-  const auto before = folder_.Records();
+}
 
-  const UniqueKernelHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, AgentProcess()));
-  ASSERT_TRUE(TerminateProcess(process.get(), 1));
-  EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
-  ASSERT_TRUE(WaitForWindow(service, 2)) << "the service starts it again";
-  const auto after = folder_.Records();
-  ASSERT_GE(after.size(), before.size());
-  for (std::size_t i = 0; i < before.size(); ++i)
-    EXPECT_EQ(after[i].json, before[i].json) << "what was taken stays";
+TEST_F(UserAgentTest, WhatWasAcknowledgedOutlivesTheKillOfItAmongAFloodOfChanges) {
+  folder_.WritePolicy(DisplayPolicy("full"));
+  ConsoleService service(folder_);
+  std::vector<int> lasting;  // what was in the store when the next agent had its window
+  // The writer sends a record when the one before is acknowledged: what is written is all that was, and one at most
+  // that was on its way. Fewer than wait in it at once, so that it is the kill alone that loses any.
+  constexpr int kFlood = 250;
+  static_assert(kFlood < SessionWriter::kMost);
+  constexpr std::size_t kSomeWritten = 10;
+  constexpr std::size_t kKills = 2;
+  for (std::size_t kills = 0; kills < kKills; ++kills) {
+    SCOPED_TRACE(kills);
+    ASSERT_TRUE(WaitForWindow(service, kills + 1)) << "the service starts it again";
+    const UniqueKernelHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, AgentProcess()));
+    const int first = kFirstWidth + static_cast<int>(kills) * kFlood;
+    for (int width = first; width < first + kFlood; ++width)
+      ASSERT_TRUE(PostMessageW(AgentWindow(), WM_DISPLAYCHANGE, 32, MAKELPARAM(width, 601)));
+    std::vector<int> seen;
+    ASSERT_TRUE(service.WaitFor(
+        [&] {
+          seen = Widths();
+          return seen.size() >= lasting.size() + kSomeWritten;
+        },
+        kPatience));
+    ASSERT_TRUE(TerminateProcess(process.get(), 1));
+    EXPECT_EQ(WaitForSingleObject(process.get(), 20000), WAIT_OBJECT_0);
+    ASSERT_TRUE(WaitForWindow(service, kills + 2)) << "the service starts it again";
+    const std::vector<int> after = Widths();
+    ASSERT_GE(after.size(), seen.size()) << "what was written stays";
+    ASSERT_LT(after.size(), lasting.size() + kFlood) << "the kill came in the flood";
+    for (int width = first; lasting.size() < after.size(); ++width)
+      lasting.push_back(width);
+    EXPECT_EQ(after, lasting) << "each once, in their order, none missing";
+    RecordProperty("written before kill " + std::to_string(kills), std::to_string(after.size()));
+  }
+  lasting.push_back(kFirstWidth - 1);
+  EXPECT_EQ(Send(WM_DISPLAYCHANGE, 32, MAKELPARAM(lasting.back(), 601)), 0u);
+  EXPECT_TRUE(service.WaitFor([&] { return Widths() == lasting; }, kPatience)) << "the last agent writes";
 }
 
 TEST_F(UserAgentTest, EveryEndingEndsTheProcess) {
