@@ -1,8 +1,8 @@
 // The datasets of drives' health, against drives that are played at the door.
 #include <gtest/gtest.h>
 
-#include "monitors/storage/drive_monitors_world.h"
 #include "client/store/failing_disk.h"
+#include "monitors/storage/drive_monitors_world.h"
 #include "monitors/storage/pcie_nvme_smart_event_monitor.h"
 #include "monitors/storage/sata_smart_event_monitor.h"
 #include "monitors/storage/smart_event_monitor.h"
