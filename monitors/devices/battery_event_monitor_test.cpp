@@ -497,11 +497,11 @@ TEST_F(BatteryEventMonitorTest, WhatTheStoreRefusesIsSaidAndALimitStaysDue) {
   world_.machine.batteries().Set({Battery("BAT0", "SECRET-2")});
   disk.FailAt(1, SQLITE_FULL, true);
   SetCharge(5, ChargeState::kDischarging);
-  for (const wchar_t* line :
-       {L"BatteryEventMonitor LogDatasetContext LogDatasetContext() return error: 13",
-        L"BatteryEventMonitor LogItemEvent(BatteryNearEmpty) return error: 13",
-        L"BatteryEventMonitor DelayTimerCallback batteryChargeRemaining: 5%, isAcOn: true, bIsNeedReportNearFull[0]: 1, "
-        L"bIsNeedReportNearEmpty[0]: 1"}) {
+  for (const wchar_t* line : {L"BatteryEventMonitor LogDatasetContext LogDatasetContext() return error: 13",
+                              L"BatteryEventMonitor LogItemEvent(BatteryNearEmpty) return error: 13",
+                              L"BatteryEventMonitor DelayTimerCallback batteryChargeRemaining: 5%, isAcOn: true, "
+                              L"bIsNeedReportNearFull[0]: 1, "
+                              L"bIsNeedReportNearEmpty[0]: 1"}) {
     EXPECT_TRUE(world_.logs.Has(line)) << TVK::String::UTF16ToUTF8(line);
   }
   disk.FailAt(0, 0, false);
@@ -526,11 +526,11 @@ TEST_F(BatteryEventMonitorTest, TheRemainingTimeIsThatOfWhatTheBatteryDoes) {
     ChargeState state;
     const wchar_t* line;  ///< Behind "battery(0) "; none when nothing is to be said.
   };
-  for (const Row& row : {Row{3600s, ChargeState::kCharging, L"takes 01:00 to fill up"},
-                         Row{3599s, ChargeState::kCharging, L"takes 59 minutes to fill up"},
-                         Row{7320s, ChargeState::kDischarging, L"can be used for 02:02"},
-                         Row{540s, ChargeState::kDischarging, L"can be used for 09 minutes"},
-                         Row{540s, ChargeState::kIdle, nullptr}}) {
+  for (const Row& row :
+       {Row{3600s, ChargeState::kCharging, L"takes 01:00 to fill up"},
+        Row{3599s, ChargeState::kCharging, L"takes 59 minutes to fill up"},
+        Row{7320s, ChargeState::kDischarging, L"can be used for 02:02"},
+        Row{540s, ChargeState::kDischarging, L"can be used for 09 minutes"}, Row{540s, ChargeState::kIdle, nullptr}}) {
     world_.logs.Clear();
     world_.machine.batteries().Change([&](auto& batteries) {
       batteries[0].remaining_time = row.time;
