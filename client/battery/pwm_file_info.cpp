@@ -130,9 +130,9 @@ std::vector<PwmFileInfo> PwmFileTool::GetPwmFileInfoList(platform::PowerManager&
                                 *read.refusal));
   }
   if (read.failure) {
-    faults_.Add(TVK::FormatWide(L"failure %d", *read.failure),
-                TVK::FormatWide(L"PwmFileTool::GetPwmFileInfoList the log files could not be read, error %d",
-                                *read.failure));
+    faults_.Add(
+        TVK::FormatWide(L"failure %d", *read.failure),
+        TVK::FormatWide(L"PwmFileTool::GetPwmFileInfoList the log files could not be read, error %d", *read.failure));
   }
   std::vector<PwmFileInfo> list;
   for (const platform::PowerManagerLog& file : read.logs) {
