@@ -107,7 +107,7 @@ bool StoreConnections::Restore() {
 std::string StoreConnections::SetFileAside(std::string damage) {
   std::filesystem::path new_name;
   if (const std::string problem = SetAside(options_.file, clock_, new_name); !problem.empty()) {
-    log_.e(L"%s: %s is damaged and cannot be renamed: %s", L"EventDataLogging::SetFileAside", WidePath(options_.file),
+    log_.e(L"%s: %s is damaged and cannot be set aside: %s", L"EventDataLogging::SetFileAside", WidePath(options_.file),
            String::UTF8ToUTF16(problem));
     return {};
   }

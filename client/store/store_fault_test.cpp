@@ -9,6 +9,7 @@
 #include "client/store/failing_disk.h"
 #include "client/store/sqlite_database.h"
 #include "client/store/store_test_records.h"
+#include "platform/files.h"
 
 namespace TVK {
 namespace {
@@ -304,6 +305,28 @@ TEST_F(StoreFaultTest, ADamagedHeaderIsJudgedAndSaysSo) {
     EXPECT_EQ(FilesSetAside(), row.set_aside ? 1u : 0u);
     EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
     EXPECT_EQ(StoredTexts(), std::vector{ToJson(MakeItem(kCpu, L"I1", L"after"))});
+  }
+}
+
+TEST_F(StoreFaultTest, WhatAKillLeftOfASettingAsideFollowsUnderItsName) {
+  struct Row {
+    const char* aside;  ///< What there is of an earlier one.
+    bool with_changes;
+    const char* name;  ///< Of the changes now.
+  };
+  for (const Row& row : {Row{".corrupt-20240102T000000", false, ".corrupt-20240102T000000-wal"},
+                         Row{".corrupt-20240102T000000", true, ".corrupt-20260101T000000-wal"},
+                         Row{".other", false, ".corrupt-20260101T000000-wal"}}) {
+    SCOPED_TRACE(row.name);
+    EmptyFolder();
+    const std::string name = file().string();
+    std::ofstream(name + row.aside) << "records";
+    if (row.with_changes) std::ofstream(name + row.aside + "-wal") << "of its own";
+    std::ofstream(name + "-wal") << "changes";
+    EventDataLogging store(options(), clock());
+    EXPECT_NE(store.opening_problem().find("its last changes are there without it"), std::string::npos);
+    EXPECT_EQ(platform::ReadWholeFile(name + row.name, 100).value_or(""), "changes");
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
   }
 }
 

@@ -206,7 +206,13 @@ StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chr
                                      Database& database) {
   const bool cut = IsCutToNothing(file);
   // A log of changes is begun after the file has its first page. SQLite would throw it away.
-  if (cut && HasContent(file, "-wal")) return {StoreFileState::kDamaged, "the file was cut to nothing"};
+  if (HasContent(file, "-wal")) {
+    std::error_code error;
+    if (cut) return {StoreFileState::kDamaged, "the file was cut to nothing"};
+    if (!std::filesystem::exists(file, error) && !error) {
+      return {StoreFileState::kDamaged, "its last changes are there without it"};
+    }
+  }
   if (StoreFileOpening judged = JudgeUntouched(file); IsNotForUs(judged)) return judged;
   // What SQLite makes beside it has its permissions, where it is made anew.
   platform::MakePrivateFile(file);
@@ -290,20 +296,53 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
   return judged;
 }
 
-std::string SetAside(const std::filesystem::path& file, const platform::Clock& clock, std::filesystem::path& new_name) {
+namespace {
+
+constexpr std::string_view kAside = ".corrupt-";
+
+// The newest name by which the file was set aside without its changes: something came between the two. Empty when there
+// is none.
+std::filesystem::path FindHalfSetAside(const std::filesystem::path& file) {
+  const std::string begin = platform::PathToUtf8(file.filename()).append(kAside);
+  std::string newest;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(file.parent_path(), error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::string name = platform::PathToUtf8(entry->path().filename());
+    const bool file_itself = name.starts_with(begin) && !name.ends_with("-wal") && !name.ends_with("-shm");
+    if (file_itself && name > newest) newest = std::move(name);
+  }
+  if (newest.empty()) return {};
+  std::filesystem::path found = file.parent_path() / platform::PathFromUtf8(newest);
+  return HasContent(found, "-wal") ? std::filesystem::path() : found;
+}
+
+// A name that nothing has yet.
+std::filesystem::path FreeNameAside(const std::filesystem::path& file, const platform::Clock& clock) {
   const platform::LocalTime now = clock.ToLocal(clock.NowSeconds());
   char stamp[64];
-  static_cast<void>(std::snprintf(stamp, sizeof stamp, ".corrupt-%04d%02d%02dT%02d%02d%02d", now.year, now.month,
-                                  now.day, now.hour, now.minute, now.second));
-  std::filesystem::path target = file;
-  target += stamp;
+  static_cast<void>(std::snprintf(stamp, sizeof stamp, "%04d%02d%02dT%02d%02d%02d", now.year, now.month, now.day,
+                                  now.hour, now.minute, now.second));
+  std::filesystem::path plain = file;
+  plain += kAside;
+  plain += stamp;
+  std::filesystem::path target = plain;
   std::error_code error;
   for (int copy = 2; std::filesystem::exists(target, error); ++copy) {
-    target = file;
-    target += stamp;
+    target = plain;
     target += '-';
     target += std::to_string(copy);
   }
+  return target;
+}
+
+}  // namespace
+
+std::string SetAside(const std::filesystem::path& file, const platform::Clock& clock, std::filesystem::path& new_name) {
+  std::error_code error;
+  std::filesystem::path target;
+  if (!std::filesystem::exists(file, error)) target = FindHalfSetAside(file);
+  if (target.empty()) target = FreeNameAside(file, clock);
   for (const char* suffix : {"", "-wal", "-shm"}) {
     std::filesystem::path from = file;
     std::filesystem::path to = target;
@@ -311,7 +350,7 @@ std::string SetAside(const std::filesystem::path& file, const platform::Clock& c
     to += suffix;
     if (!std::filesystem::exists(from, error)) continue;
     std::filesystem::rename(from, to, error);
-    if (error) return error.message();
+    if (error) return platform::PathToUtf8(from.filename()) + ": " + error.message();
   }
   new_name = target;
   return {};

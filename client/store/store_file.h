@@ -46,8 +46,9 @@ int OpenStoreForQueries(const std::filesystem::path& file, std::chrono::millisec
 StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& database);
 
 /// Renames the file, and what belongs to it, to "NAME.corrupt-YYYYMMDDTHHMMSS" (local time; "-2" and so on behind it
-/// when that exists). No connection may be open. Returns an empty text, or what went wrong; `new_name` receives the
-/// name.
+/// when that exists). The file goes first; what was left of it by a kill, or a rename that failed, follows it under the
+/// same name at the next call. No connection may be open. Returns an empty text, or what went wrong; `new_name` receives
+/// the name.
 std::string SetAside(const std::filesystem::path& file, const platform::Clock& clock, std::filesystem::path& new_name);
 
 }  // namespace TVK

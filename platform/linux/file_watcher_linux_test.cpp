@@ -147,6 +147,8 @@ TEST_F(FileWatcherLinuxTest, WhatThePathStandsForIsFollowed) {
   }
 }
 
+#ifndef __SANITIZE_ADDRESS__
+// The sanitiser that comes with it looks a class up through a pipe, for which it has no descriptor then.
 TEST_F(FileWatcherLinuxTest, AWatchThatTheSystemRefusedIsTriedAgainAndMissesNothing) {
   Perform({{Do::kMakeFolder, "a"}});
   rlimit before{};
@@ -165,6 +167,7 @@ TEST_F(FileWatcherLinuxTest, AWatchThatTheSystemRefusedIsTriedAgainAndMissesNoth
   Perform({{Do::kWrite, "a/policy.json", "here"}});
   EXPECT_TRUE(Changed());
 }
+#endif
 
 }  // namespace
 }  // namespace platform
