@@ -47,8 +47,8 @@ StoreFileOpening OpenStoreReadOnly(const std::filesystem::path& file, Database& 
 
 /// Renames the file, and what belongs to it, to "NAME.corrupt-YYYYMMDDTHHMMSS" (local time; "-2" and so on behind it
 /// when that exists). The file goes first; what was left of it by a kill, or a rename that failed, follows it under the
-/// same name at the next call. No connection may be open. Returns an empty text, or what went wrong; `new_name` receives
-/// the name.
+/// same name at the next call. No connection may be open. Returns an empty text, or what went wrong; `new_name`
+/// receives the name.
 std::string SetAside(const std::filesystem::path& file, const platform::Clock& clock, std::filesystem::path& new_name);
 
 }  // namespace TVK
