@@ -1,5 +1,6 @@
 #include "testing/child_process.h"
 
+#include <cstdio>
 #include <stdexcept>
 #include <system_error>
 
@@ -81,9 +82,17 @@ std::unique_ptr<SystemProcess> SystemProcess::Start(const std::filesystem::path&
   startup.hStdOutput = input.get();
   startup.hStdError = input.get();
   PROCESS_INFORMATION started{};
-  Check(CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr,
-                       &startup, &started),
-        "CreateProcess");
+  const auto create = [&] {
+    return CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr, nullptr,
+                          &startup, &started);
+  };
+  BOOL created = create();
+  if (!created && GetLastError() == ERROR_INTERNAL_ERROR) {
+    // Wine ends one process of some ten thousand before its first instruction; see scripts/wine-run.
+    static_cast<void>(std::fputs("CreateProcess: Wine ended it before it began; it is started again\n", stderr));
+    created = create();
+  }
+  Check(created != FALSE, "CreateProcess");
   UniqueKernelHandle process(started.hProcess);
   const UniqueKernelHandle thread(started.hThread);
   Check(AssignProcessToJobObject(job.get(), process.get()), "AssignProcessToJobObject");
