@@ -1,5 +1,6 @@
 # Two batteries of the kernel's own drivers that come without firmware: test_power, which tells each change, and a
 # Smart Battery on a bus that is played, which tells none. Unplugged, emptied, asleep in between, plugged, filled.
+# waits for minutes
 source ./checks.sh
 export device_key=Id
 parameters=/sys/module/test_power/parameters
