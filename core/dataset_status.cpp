@@ -8,8 +8,8 @@ void ReadMonitor(const ManagerParts& parts, DatasetStatus& status) {
   if (entry == nullptr) {
     if (parts.monitors.IsMissing(status.dataset->row.id)) status.obstacle = "not started";
   } else {
-    status.runs = entry->IsListed() && entry->IsStarted() && !entry->HasFailed();
-    if (entry->HasNoThread()) status.obstacle = "not started";
+    status.runs = entry->IsListed() && entry->IsStarted() && !entry->LacksAtStart() && !entry->HasFailed();
+    if (entry->LacksAtStart()) status.obstacle = "not started";
     if (entry->HasFailed()) status.obstacle = "failed";
     status.since = entry->started_at();
   }

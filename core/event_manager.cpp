@@ -89,7 +89,13 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
                        given.bus,
                        identity,
                        second_tick,
-                       policy},
+                       policy,
+                       [this](std::wstring_view dataset_id, TVK::Shortage shortage) {
+                         const TVK::MonitorList::Entry entry = monitors.Find(dataset_id);
+                         if (entry == nullptr) return;
+                         entry->NoteShortage(shortage);
+                         notifier.TellShortage();
+                       }},
       notifier(given.runtime, log, given.user_process_agent.Exists()),
       display(given.user_process_agent, policy, notifier, log, given.datasets),
       device_context(services, log, identity, notifier, display),
@@ -213,11 +219,13 @@ void EventManager::InitAndStartEventMonitors() {
       // A notification may have come first and brought a monitor that runs already.
       if (entry->IsStarted()) continue;
       parts_->log.d(L"EventManager Initialize is starting %s", entry->row().name);
-      if (!entry->Start(kThis) && entry->IsListed()) ++without_thread;
+      if (entry->Start(kThis) || !entry->IsListed()) continue;
+      ++without_thread;
+      parts_->notifier.TellShortage();
     }
     if (without_thread > 0) {
       parts_->View().Remark("the system gave no thread to " + std::to_string(without_thread) + " of " +
-                            std::to_string(listed.size()) + " monitors");
+                            std::to_string(listed.size()) + " monitors; they are started when it does");
     }
     parts_->log.d(L"%s: Exit", kThis);
     parts_->dataset_log.Tell();

@@ -1,5 +1,6 @@
 #include "core/monitor_entry.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "client/log/guarded_thread.h"
@@ -31,9 +32,20 @@ bool MonitorEntry::HasFailed() const {
   return failed_;
 }
 
-bool MonitorEntry::HasNoThread() const {
+bool MonitorEntry::LacksAtStart() const {
   const std::lock_guard lock(mutex_);
-  return refused_;
+  return lacks_at_start_;
+}
+
+void MonitorEntry::NoteShortage(Shortage shortage) {
+  const std::lock_guard lock(mutex_);
+  shortage_ = std::max(shortage_, shortage);
+  if (shortage == Shortage::kStart) lacks_at_start_ = true;
+}
+
+Shortage MonitorEntry::TakeShortage() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(shortage_, Shortage::kNone);
 }
 
 std::optional<platform::WallTime> MonitorEntry::started_at() const {
@@ -48,7 +60,7 @@ bool MonitorEntry::Start(const wchar_t* caller) {
   started_ = TVK::CallLogged(log_, {caller, row_.name}, [&] {
     thread_ = StartGuardedThread(runtime_, log_, "tvk-monitor", [this] { RunMonitor(); });
   });
-  refused_ = !started_;
+  lacks_at_start_ = !started_;
   if (started_) started_at_ = runtime_.clock().Now();
   return started_;
 }

@@ -10,6 +10,7 @@
 
 #include "client/log/log.h"
 #include "core/dataset_table.h"
+#include "framework/shortage.h"
 #include "platform/runtime.h"
 
 namespace TVK {
@@ -28,8 +29,8 @@ class MonitorEntry {
   const DatasetRow& row() const { return row_; }
   bool IsListed() const;
   bool IsStarted() const;
-  /// Whether the system gave it no thread when it was last to start.
-  bool HasNoThread() const;
+  /// Whether the system gave it no thread, or did not give it what it starts with, when it was last to start.
+  bool LacksAtStart() const;
   /// Whether its main routine ended with an exception: it collects nothing any more.
   bool HasFailed() const;
   /// When its thread was started; nothing before.
@@ -38,6 +39,10 @@ class MonitorEntry {
   /// Starts the monitor's thread: its Initialize, then its StartMonitor. False when the system gives no thread (logged
   /// with `caller`), or the monitor is on its way out. A monitor that was started stays as it is.
   bool Start(const wchar_t* caller);
+  /// Notes what the system refused the monitor. Of two the one that takes more to mend holds.
+  void NoteShortage(Shortage shortage);
+  /// What was noted since the last call.
+  Shortage TakeShortage();
   /// Joins the thread when its main routine has returned, which takes no time; false when there is nothing to join.
   bool JoinIfReturned();
 
@@ -70,7 +75,8 @@ class MonitorEntry {
   State state_ = State::kListed;
   int calls_ = 0;  ///< That are running.
   bool started_ = false;
-  bool refused_ = false;  ///< A thread, by the system.
+  bool lacks_at_start_ = false;
+  Shortage shortage_ = Shortage::kNone;
   std::optional<platform::WallTime> started_at_;
   bool returned_ = false;  ///< The main routine has.
   bool failed_ = false;    ///< With an exception.

@@ -4,6 +4,7 @@
 
 #include "client/log/guarded_thread.h"
 #include "client/text/string.h"
+#include "core/second_tries.h"
 
 namespace TVK {
 
@@ -102,12 +103,14 @@ void Notifications::NotificationProcessorThread() {
   platform::Waitable* const region_change = parts_.services.region_change_event;
   platform::Waitable* const objects[] = {wake_ups.stop.get(), wake_ups.tvk_policy.get(),
                                          wake_ups.device_context_change.get(), wake_ups.telemetry_scope.get(),
-                                         region_change};
-  const std::span watched(objects, region_change == nullptr ? 4 : 5);
+                                         wake_ups.shortage.get(), region_change};
+  const std::span watched(objects, region_change == nullptr ? 5 : 6);
+  const platform::Clock& clock = parts_.services.runtime.clock();
+  SecondTries second_tries;
   bool running = true;
   while (running) {
     try {
-      const platform::WaitCode signalled = parts_.services.runtime.WaitAny(watched, platform::kForever);
+      const platform::WaitCode signalled = parts_.services.runtime.WaitAny(watched, second_tries.Pause(clock.Steady()));
       parts_.log.d(L"%s Triggered(initflag=%d, signalled=%lu)", kThis, parts_.initialized.load(), signalled);
       switch (signalled) {
         case 0:
@@ -119,9 +122,16 @@ void Notifications::NotificationProcessorThread() {
           break;
         case 1:
         case 3:
-        case 4:
+        case 5:
           running = parts_.initialized;
           if (running) RunHandler(signalled);
+          break;
+        case 4:
+          second_tries.Want(clock.Steady());
+          break;
+        case platform::kWaitTimeout:
+          second_tries.Begin(clock.Steady());
+          TryAgain();
           break;
         default:
           parts_.log.e(L"%s: the wait failed", kThis);
@@ -141,6 +151,16 @@ bool Notifications::EndsWithin(platform::Event& stop, std::chrono::seconds pause
   CallLogged(parts_.log, L"EventManager::NotificationProcessorThread",
              [&] { ends = parts_.services.runtime.Wait(stop, pause) == 0; });
   return ends;
+}
+
+void Notifications::TryAgain() {
+  const std::lock_guard one_at_a_time(handler_mutex_);
+  if (parts_.policy.Read() == nullptr) {
+    parts_.notifier.TellShortage();
+    return;
+  }
+  reconciler_.TryAgain();
+  dataset_log_.Tell();
 }
 
 void Notifications::RunHandler(platform::WaitCode index) {

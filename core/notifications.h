@@ -41,6 +41,7 @@ class Notifications {
   void OnTvkPolicyNotification(TVKNotificationData& data);
   void NotificationProcessorThread();
   void RunHandler(platform::WaitCode index);
+  void TryAgain();
   bool EndsWithin(platform::Event& stop, std::chrono::seconds pause) const;
 
   const ManagerParts parts_;

@@ -105,14 +105,86 @@ TEST_F(NotificationsTest, ACallThatRunsIsWaitedForAndNoneComesAfterTheStop) {
   EXPECT_EQ(script_.Count(L"control 13,0,0,0 MemoryEvent"), 0u);
 }
 
-TEST_F(NotificationsTest, AMonitorForWhichThereWasNoThreadIsStartedWithTheNextNews) {
+TEST_F(NotificationsTest, AMonitorForWhichThereWasNoThreadIsStartedWhenThereIsOne) {
   Start(PolicyOf(L"full", {L"MemoryEvent"}));
-  for (const bool refused : {true, false}) {
-    world_.runtime.RefuseThreads(refused);
+  for (const bool by_news : {true, false}) {
+    world_.runtime.RefuseThreads(true);
     Change(PolicyOf(L"full", {L"MemoryEvent", L"CPUEvent"}));
-    EXPECT_EQ(script_.running, refused ? 4 : 5);
-    EXPECT_EQ(WhyOf(L"CPUEvent"), refused ? "not started" : "runs");
+    EXPECT_EQ(script_.running, 4);
+    EXPECT_EQ(WhyOf(L"CPUEvent"), "not started");
+    world_.runtime.AdvanceBy(999ms);
+    world_.runtime.RefuseThreads(false);
+    if (by_news) Change(PolicyOf(L"full", {L"MemoryEvent", L"CPUEvent"}));
+    EXPECT_EQ(script_.running, by_news ? 5 : 4);
+    world_.runtime.AdvanceBy(1ms);
+    EXPECT_EQ(script_.running, 5);
+    EXPECT_EQ(WhyOf(L"CPUEvent"), "runs");
+    Change(PolicyOf(L"full", {L"MemoryEvent"}));
+    world_.runtime.AdvanceBy(10s);
   }
+  const auto tries = [&] {
+    return world_.logs.Count(L"EventManager RunAndAddToList " + IdOf(L"CPUEvent") + L" failed!");
+  };
+  const std::size_t before = tries();
+  world_.runtime.RefuseThreads(true);
+  Change(PolicyOf(L"full", {L"MemoryEvent", L"CPUEvent"}));
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(tries(), before + 1 + 9 + 10) << "the pauses grow from a second to five minutes";
+  Change(PolicyOf(L"full", {L"MemoryEvent"}));
+  world_.runtime.RefuseThreads(false);
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(script_.running, 4) << "it may not run any more";
+  EXPECT_EQ(tries(), before + 1 + 9 + 10);
+
+  life_.emplace(world_, table_);
+  life_->manager.Initialize(&life_->device_ids);
+  world_.runtime.RefuseThreads(true);
+  life_->manager.InitAndStartEventMonitors();
+  world_.runtime.AdvanceBy(10s);
+  EXPECT_EQ(script_.running, 0);
+  world_.runtime.RefuseThreads(false);
+  world_.runtime.AdvanceBy(16s);
+  EXPECT_EQ(script_.running, 4) << "those of the start, too";
+}
+
+TEST_F(NotificationsTest, AMonitorThatLacksSomethingIsHelpedAsFarAsItNeeds) {
+  script_.failure = {L"CPUEvent", MonitorScript::Place::kMake};
+  script_.shortage = {L"MemoryEvent", TVK::Shortage::kSettings};
+  Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent"}));
+  EXPECT_EQ(WhyOf(L"CPUEvent"), "not started");
+  EXPECT_EQ(WhyOf(L"MemoryEvent"), "runs");
+  world_.runtime.AdvanceBy(1s);
+  EXPECT_EQ(script_.Count(L"settings MemoryEvent"), 1u);
+  EXPECT_EQ(script_.Count(L"start(test) MemoryEvent"), 1u) << "what else it does goes on";
+  EXPECT_EQ(WhyOf(L"CPUEvent"), "not started");
+  script_.failure = {};
+  world_.runtime.AdvanceBy(2s);
+  EXPECT_EQ(WhyOf(L"CPUEvent"), "runs");
+  EXPECT_EQ(script_.Count(L"settings MemoryEvent"), 1u);
+
+  script_.shortage = {L"CPUEvent", TVK::Shortage::kStart};
+  Start(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent", L"BatteryEvent"}));
+  script_.TakeNotes();
+  EXPECT_EQ(WhyOf(L"CPUEvent"), "not started");
+  world_.runtime.AdvanceBy(1s);
+  EXPECT_THAT(script_.TakeNotes(), ElementsAre(L"stop CPUEvent", L"uninitialize, may write CPUEvent",
+                                               L"start(test) CPUEvent"));
+  EXPECT_EQ(WhyOf(L"CPUEvent"), "not started") << "it lacks it still";
+  script_.shortage = {};
+  const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);
+  script_.gate = {L"CPUEvent", MonitorScript::Place::kStop, gate.get()};
+  world_.runtime.AdvanceBy(10s);
+  EXPECT_EQ(script_.Count(L"start(test) CPUEvent"), 0u) << "its stop takes its time";
+  Change(PolicyOf(L"full", {L"CPUEvent", L"MemoryEvent"}));
+  EXPECT_EQ(script_.Count(L"stop BatteryEvent"), 1u) << "and holds up nothing";
+  script_.gate = {};
+  gate->Set();
+  world_.runtime.AdvanceBy(10s);
+  EXPECT_EQ(script_.Count(L"start(test) CPUEvent"), 1u);
+  EXPECT_EQ(WhyOf(L"CPUEvent"), "runs");
+  script_.TakeNotes();
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_TRUE(script_.TakeNotes().empty()) << "nothing lacks";
 }
 
 TEST_F(NotificationsTest, OnlyMonitorsThatMayRunHearOfANewDeviceContext) {

@@ -20,11 +20,16 @@ void Notifier::MakePolicyWakeUps() {
   const std::lock_guard lock(mutex_);
   wake_ups_.telemetry_scope = runtime_.MakeSemaphore(0, 1);
   wake_ups_.tvk_policy = runtime_.MakeEvent(EventReset::kAuto);
+  wake_ups_.shortage = runtime_.MakeEvent(EventReset::kAuto);
 }
 
 void Notifier::MakeDeviceContextWakeUp() {
   const std::lock_guard lock(mutex_);
   wake_ups_.device_context_change = runtime_.MakeEvent(EventReset::kAuto);
+}
+
+void Notifier::TellShortage() const {
+  if (const auto shortage = wake_ups().shortage; shortage != nullptr) shortage->Set();
 }
 
 void Notifier::DropStopEvent() {
@@ -37,6 +42,7 @@ void Notifier::DropWakeUps() {
   wake_ups_.tvk_policy = nullptr;
   wake_ups_.device_context_change = nullptr;
   wake_ups_.telemetry_scope = nullptr;
+  wake_ups_.shortage = nullptr;
 }
 
 void Notifier::CreateGlobalEvents() {

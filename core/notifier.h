@@ -29,6 +29,7 @@ class Notifier {
     std::shared_ptr<platform::Event> tvk_policy;
     std::shared_ptr<platform::Event> device_context_change;
     std::shared_ptr<platform::Semaphore> telemetry_scope;  ///< At most one, so that changes are handled together.
+    std::shared_ptr<platform::Event> shortage;             ///< The system refused something.
   };
   WakeUps wake_ups() const;
 
@@ -36,6 +37,8 @@ class Notifier {
   void MakeStopEvent();
   void MakePolicyWakeUps();
   void MakeDeviceContextWakeUp();
+  /// Wakes the notification thread, which tries again later; nothing where there is none. Any thread.
+  void TellShortage() const;
   void DropStopEvent();
   void DropWakeUps();  ///< All but the stop event.
 

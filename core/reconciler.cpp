@@ -36,6 +36,7 @@ bool Reconciler::AddMonitor(const Dataset& dataset, MonitorList::Entry& entry) {
 void Reconciler::NoteMissing(const Dataset& dataset) {
   CallLogged(parts_.log, {L"Reconciler::NoteMissing", dataset.row.name},
              [&] { parts_.monitors.NoteMissing(dataset.row.id); });
+  parts_.notifier.TellShortage();
 }
 
 void Reconciler::NoteWithdrawals() {
@@ -161,15 +162,11 @@ void Reconciler::StopDisabledDatasets() {
   parts_.log.d(L"%s Enter: ", kThis);
   const auto stop_event = parts_.notifier.wake_ups().stop;
   for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
-    const DatasetRow& row = entry->row();
-    if (parts_.policy.Decide(row, DecisionMoment::kRunning).runs()) continue;
-    entry->MarkLeaving();
-    stoppers_.Run(
-        row.name, [this, id = std::wstring(row.id)] { stop_(id); },
-        [this] {
-          const auto scope_changed = parts_.notifier.wake_ups().telemetry_scope;
-          if (scope_changed != nullptr) scope_changed->Release(1);
-        });
+    if (parts_.policy.Decide(entry->row(), DecisionMoment::kRunning).runs()) continue;
+    StopOnStopper(entry, [this] {
+      const auto scope_changed = parts_.notifier.wake_ups().telemetry_scope;
+      if (scope_changed != nullptr) scope_changed->Release(1);
+    });
   }
   stoppers_.Wait(stop_event.get());
   // A monitor that was still starting, or never could, has not noted it or has overwritten that.
@@ -177,6 +174,40 @@ void Reconciler::StopDisabledDatasets() {
   parts_.policy.WaitForExcludedWrites(kThis, stop_event.get());
   parts_.display.StopIfExcluded();
   parts_.log.d(L"%s Exit: ", kThis);
+}
+
+void Reconciler::StopOnStopper(const MonitorList::Entry& entry, const std::function<void()>& ended_late) {
+  entry->MarkLeaving();
+  stoppers_.Run(
+      entry->row().name, [this, id = std::wstring(entry->row().id)] { stop_(id); }, ended_late);
+}
+
+void Reconciler::TryAgain() {
+  constexpr wchar_t kThis[] = L"EventManager::TryAgain";
+  const auto stop_event = parts_.notifier.wake_ups().stop;
+  for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
+    if (!parts_.initialized) return;
+    if (!entry->IsStarted()) {
+      if (!entry->Start(kThis)) parts_.notifier.TellShortage();
+      continue;
+    }
+    const Shortage shortage = entry->TakeShortage();
+    if (shortage == Shortage::kSettings) {
+      entry->Call(kThis, [](EventMonitorBase& monitor) { monitor.ReadAndUpdateDatasetSettings(); });
+    } else if (shortage == Shortage::kStart) {
+      parts_.monitors.NoteMissing(entry->row().id);
+      StopOnStopper(entry, [this] { parts_.notifier.TellShortage(); });
+    }
+  }
+  stoppers_.Wait(stop_event.get());
+  for (const Dataset& dataset : parts_.services.datasets.datasets()) {
+    const DatasetRow& row = dataset.row;
+    if (!parts_.initialized) return;
+    if (parts_.monitors.IsMissing(row.id) && !IsThere(row) &&
+        parts_.policy.Decide(row, DecisionMoment::kStart).runs()) {
+      run_(std::wstring(row.id));
+    }
+  }
 }
 
 void Reconciler::StartMissingDatasets(const NormalisedPolicy& policy) {
@@ -188,10 +219,12 @@ void Reconciler::StartMissingDatasets(const NormalisedPolicy& policy) {
         !parts_.policy.Decide(dataset->row, DecisionMoment::kStart).runs()) {
       continue;
     }
-    const bool runs = dataset->row.rule == DatasetRule::kUserProcess ? parts_.display.Runs()
-                                                                     : parts_.monitors.Find(dataset->row.id) != nullptr;
-    if (!runs) run_(std::wstring(dataset->row.id));
+    if (!IsThere(dataset->row)) run_(std::wstring(dataset->row.id));
   }
+}
+
+bool Reconciler::IsThere(const DatasetRow& row) const {
+  return row.rule == DatasetRule::kUserProcess ? parts_.display.Runs() : parts_.monitors.Find(row.id) != nullptr;
 }
 
 void Reconciler::RereadSettings() {

@@ -69,6 +69,9 @@ class Reconciler {
   void StartMissingDatasets(const NormalisedPolicy& policy);
   /// Has every listed monitor read its settings.
   void RereadSettings();
+  /// Tries again what the system refused: monitors that have no thread, that lack what they start with, or a report,
+  /// and those that could not be made. What is refused once more is told again.
+  void TryAgain();
   /// Joins the threads of the monitors whose main routine has returned, and leaves the others.
   void WaitForEventMonitorThreads();
 
@@ -77,10 +80,14 @@ class Reconciler {
 
  private:
   bool AddMonitor(const Dataset& dataset, MonitorList::Entry& entry);
+  /// Whether there is a monitor of the dataset, also one on its way out, or the user agent of it.
+  bool IsThere(const DatasetRow& row) const;
   /// Returns 0, or the store's error.
   int MarkWithdrawn(const std::wstring& dataset_id);
-  /// See MonitorList; throws nothing.
+  /// See MonitorList; it is tried again. Throws nothing.
   void NoteMissing(const Dataset& dataset);
+  /// Stops the monitor on a stopper; what `ended_late` does, see MonitorStoppers::Run.
+  void StopOnStopper(const MonitorList::Entry& entry, const std::function<void()>& ended_late);
 
   const ManagerParts parts_;
   const ById run_;

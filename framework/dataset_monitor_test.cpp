@@ -57,6 +57,7 @@ class DriveMonitor final : public ScheduledMonitor {
   using DatasetMonitor::WriteItemOfUse;
   using EventMonitorBase::SetDevicePathChanged;
   using ScheduledMonitor::StartThread;
+  using ScheduledMonitor::WatchSeconds;
 
   std::optional<Drives> drives = Drives{{L"A", {{L"Model", L"1"}}}, {L"B", {{L"Model", L"2"}}}};
   std::optional<bool> found_other;
@@ -161,6 +162,36 @@ TEST_F(DatasetMonitorTest, ADeviceThatAKillLeftWithoutItsInitialisationGetsItAtT
     Start(drives);
     EXPECT_EQ(inits(), due) << "by this client, for this path";
   }
+}
+
+TEST_F(DatasetMonitorTest, WhatTheSystemRefusedIsTold) {
+  std::vector<Shortage> told;
+  MonitorServices services = life_->services();
+  services.on_shortage = [&](std::wstring_view dataset_id, Shortage shortage) {
+    EXPECT_EQ(dataset_id, kRow.id);
+    told.push_back(shortage);
+  };
+  auto own = std::make_unique<DriveMonitor>(services);
+  DriveMonitor& monitor = *own;
+  monitor.while_described = [&] { world_.runtime.RefuseThreads(true); };
+  const RunningMonitor running(world_.runtime, std::move(own));
+  world_.runtime.AdvanceBy(61s);
+  EXPECT_EQ(told, std::vector{Shortage::kSettings}) << "the report";
+  EXPECT_FALSE(monitor.NextReport());
+  monitor.ReadAndUpdateDatasetSettings();
+  EXPECT_EQ(told, (std::vector{Shortage::kSettings, Shortage::kSettings}));
+  world_.runtime.RefuseThreads(false);
+  monitor.ReadAndUpdateDatasetSettings();
+  world_.runtime.Settle();
+  EXPECT_TRUE(monitor.NextReport());
+  monitor.ReadAndUpdateDatasetSettings();
+  EXPECT_EQ(told.size(), 2u);
+
+  world_.runtime.RefuseThreads(true);
+  monitor.StartThread("tvk-drive", [] {});
+  monitor.WatchSeconds("drives", [] { return nullptr; });
+  EXPECT_EQ(told, (std::vector{Shortage::kSettings, Shortage::kSettings, Shortage::kStart, Shortage::kStart}));
+  world_.runtime.RefuseThreads(false);
 }
 
 TEST_F(DatasetMonitorTest, MistakesOfAMonitorEndInAMessage) {

@@ -48,16 +48,18 @@ void IntervalReport::PauseLocked() {
   paused_.push_back(std::move(timer_));
 }
 
-void IntervalReport::Start(std::uint64_t first_delay_seconds) {
+bool IntervalReport::Start(std::uint64_t first_delay_seconds) {
   const std::lock_guard lock(mutex_);
-  if (stopped_) return;
+  if (stopped_) return true;
   PauseLocked();
   try {
     timer_ = std::make_unique<Timer>(
         runtime_, interval_ / 1000, name_, [this](const std::wstring&) { report_(); }, first_delay_seconds);
   } catch (const std::system_error& failure) {
     log_.e(L"%s: cannot be started: %s", name_, String::UTF8ToUTF16(failure.what()));
+    return false;
   }
+  return true;
 }
 
 void IntervalReport::RequestStop() {

@@ -45,9 +45,9 @@ class IntervalReport {
   /// Ends the reports without waiting for one that is being made.
   void Pause();
   /// Begins the reports with the interval, the first after a delay; both count the time that the machine sleeps (see
-  /// PeriodicThread). Nothing after RequestStop. When the system gives no thread or event the error is logged, and the
-  /// next SetInterval asks for another start.
-  void Start(std::uint64_t first_delay_seconds);
+  /// PeriodicThread). Nothing after RequestStop. False when the system gives no thread or event: the error is logged,
+  /// and the next SetInterval asks for another start.
+  bool Start(std::uint64_t first_delay_seconds);
   /// Pause, for good.
   void RequestStop();
   /// RequestStop, and waits for every report that is being made.

@@ -11,6 +11,7 @@
 #include "framework/consent.h"
 #include "framework/manager_identity.h"
 #include "framework/second_tick.h"
+#include "framework/shortage.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
 
@@ -30,6 +31,7 @@ struct MonitorServices {
   ManagerIdentity& manager;
   SecondTick& second_tick;
   Consent& consent;
+  ShortageListener on_shortage = {};  ///< May be empty: nothing is tried again.
 };
 
 }  // namespace TVK

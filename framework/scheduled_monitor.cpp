@@ -43,8 +43,14 @@ bool ScheduledMonitor::MakeStopEvent(const wchar_t* caller, MonitorLine failure,
     stop_event_ = std::move(made.event);
     if (stop_event_ != nullptr) stop_event_->Reset();  // an event of this name may be left from the run before
   }
-  if (stop_event_ == nullptr) log_.e(L"%s", failure.With({caller}, error));
-  return stop_event_ != nullptr;
+  if (stop_event_ != nullptr) return true;
+  log_.e(L"%s", failure.With({caller}, error));
+  TellShortage(Shortage::kStart);
+  return false;
+}
+
+void ScheduledMonitor::TellShortage(Shortage shortage) const {
+  if (services().on_shortage) services().on_shortage(identity().row.id, shortage);
 }
 
 bool ScheduledMonitor::Pause(std::chrono::milliseconds time) const {
@@ -61,6 +67,10 @@ bool ScheduledMonitor::WaitForContextsOf(const DatasetRow& other, std::uint32_t 
   return !WaitForDatasetContextLog(handles, timeout_ms, std::wstring(other.name));
 }
 
+void ScheduledMonitor::WatchSeconds(const std::string& name, const SecondTick::Look& look) {
+  if (!services().second_tick.Watch(name, *stop_event(), look)) TellShortage(Shortage::kStart);
+}
+
 void ScheduledMonitor::StartThread(const std::string& name, std::function<void()> body, MonitorLine failure) {
   const std::lock_guard lock(mutex_);
   if (stopping_) return;
@@ -73,6 +83,7 @@ void ScheduledMonitor::StartThread(const std::string& name, std::function<void()
     } else {
       log_.e(L"%s", failure.With({}));
     }
+    TellShortage(Shortage::kStart);
   }
 }
 
@@ -98,6 +109,7 @@ void ScheduledMonitor::FollowSettings() {
 }
 
 void ScheduledMonitor::ReadAndUpdateDatasetSettings() {
+  if (fixed_interval_ms_ != 0) ReportEvery(fixed_interval_ms_);
   if (!follows_settings_) return;
   const auto one_at_a_time = report_.LockForChange();
   if (!UpdateDatasetSettingsFromConfigPolicy(std::wstring(identity().row.id))) {
@@ -110,16 +122,16 @@ void ScheduledMonitor::ReadAndUpdateDatasetSettings() {
     log_.e(L"%s", rule_.invalid_interval.With({rule_.caller}, interval));
     return;
   }
-  StartReports(interval);
+  if (!StartReports(interval)) TellShortage(Shortage::kSettings);
 }
 
 void ScheduledMonitor::ReportEvery(std::uint32_t interval_ms) {
+  fixed_interval_ms_ = interval_ms;
   const auto one_at_a_time = report_.LockForChange();
-  report_.SetInterval(interval_ms);
-  StartReports(interval_ms);
+  if (report_.SetInterval(interval_ms) && !StartReports(interval_ms)) TellShortage(Shortage::kSettings);
 }
 
-void ScheduledMonitor::StartReports(std::uint32_t interval_ms) {
+bool ScheduledMonitor::StartReports(std::uint32_t interval_ms) {
   const std::wstring dataset_id(identity().row.id);
   const std::wstring& item_id = identity().items.at(rule_.item);
   std::int64_t last = 0;
@@ -130,7 +142,7 @@ void ScheduledMonitor::StartReports(std::uint32_t interval_ms) {
   std::uint64_t delay = 0;
   isItemEventElapsed(last, static_cast<int>(interval_ms / 1000), delay);
   log_.d(L"%s: delay = %lld seconds", rule_.caller, delay);
-  report_.Start(delay);
+  return report_.Start(delay);
 }
 
 void ScheduledMonitor::LogMistakes(const std::vector<SettingReading>& readings) const {

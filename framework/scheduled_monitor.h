@@ -31,7 +31,7 @@ struct ReportRule {
 /// A monitor with a stop event, threads and at most one report in an interval. StartMonitor, which the monitor writes,
 /// makes the stop event (or Initialize does), starts what goes on and follows the settings; a stop may come at any
 /// moment of it, or before. After StopMonitor, which must come before the end of the object when StartMonitor was
-/// called, nothing runs.
+/// called, nothing runs. What the system refuses here the manager is told of, which tries again (see Shortage).
 class ScheduledMonitor : public DatasetMonitor {
  public:
   /// Throws std::invalid_argument when the dataset does not have the item of `report`.
@@ -41,7 +41,8 @@ class ScheduledMonitor : public DatasetMonitor {
   void StopMonitor() override;
   /// Reads the settings anew. When the interval is another one, the reports start anew: the first comes after what is
   /// left of the interval since the last item event. An interval that cannot be used ends them, with an error line.
-  /// Nothing before FollowSettings: StartMonitor reads them when it gets there.
+  /// Nothing before FollowSettings: StartMonitor reads them when it gets there. Reports that ReportEvery could not
+  /// begin are begun.
   void ReadAndUpdateDatasetSettings() override;
   std::optional<platform::ElapsedTime> NextReport() const override { return report_.Due(); }
 
@@ -57,6 +58,8 @@ class ScheduledMonitor : public DatasetMonitor {
   /// Waits for the dataset contexts of another dataset. False when the stop came first, or after `timeout_ms`. After
   /// MakeStopEvent.
   bool WaitForContextsOf(const DatasetRow& other, std::uint32_t timeout_ms);
+  /// Looks once a second (see SecondTick) until the stop. After MakeStopEvent; on a thread of the monitor's own.
+  void WatchSeconds(const std::string& name, const SecondTick::Look& look);
   /// Runs `body` on a thread that StopMonitor joins (see StartGuardedThread); not when the monitor is stopping. When
   /// the system gives none, an error is logged: `failure`, or a line of the frame's.
   void StartThread(const std::string& name, std::function<void()> body, MonitorLine failure = {});
@@ -64,16 +67,20 @@ class ScheduledMonitor : public DatasetMonitor {
   void FollowSettings();
   /// Begins the reports in an interval that no setting governs.
   void ReportEvery(std::uint32_t interval_ms);
+  /// Tells the manager what the system refused. Any thread.
+  void TellShortage(Shortage shortage) const;
   /// For UpdateThrottleParameters: logs each setting that cannot be used, with what holds in its place.
   void LogMistakes(const std::vector<SettingReading>& readings) const;
   /// For UpdateThrottleParameters: LogMistakes, takes the interval over, and says whether it is another one.
   bool TakeInterval(std::uint32_t interval_ms, const std::vector<SettingReading>& readings);
 
  private:
-  void StartReports(std::uint32_t interval_ms);
+  /// False when the system refused it.
+  bool StartReports(std::uint32_t interval_ms);
 
   const ReportRule rule_;
   std::atomic<bool> follows_settings_ = false;
+  std::atomic<std::uint32_t> fixed_interval_ms_ = 0;  ///< Of ReportEvery; 0 before it.
   std::atomic<bool> stopping_ = false;  ///< Changed with mutex_ held.
   mutable std::mutex mutex_;            ///< Guards threads_ and stop_event_, which stays once it is made.
   std::unique_ptr<platform::Event> stop_event_;

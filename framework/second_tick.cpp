@@ -26,7 +26,7 @@ SecondTick::SecondTick(platform::Runtime& runtime) : runtime_(runtime) {
   utility::InitLog(log_, ServiceLog(L"SecondTick.log"), 4);
 }
 
-void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const Look& look) {
+bool SecondTick::Watch(const std::string& name, platform::Waitable& stop, const Look& look) {
   try {
     const std::shared_ptr<Watcher> watcher(
         new Watcher{.look = look, .name = name, .found = runtime_.MakeEvent(platform::EventReset::kAuto)});
@@ -41,8 +41,10 @@ void SecondTick::Watch(const std::string& name, platform::Waitable& stop, const 
       do_work();
     Leave(watcher);
     if (watcher->busy) do_work();
+    return true;
   } catch (const std::exception& failure) {
     log_.e(L"%s: cannot be watched: %s", String::UTF8ToUTF16(name), String::UTF8ToUTF16(failure.what()));
+    return false;
   }
 }
 

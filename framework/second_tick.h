@@ -36,10 +36,10 @@ class SecondTick {
   /// meanwhile are left out. Work that was found before the stop is done before the return. The first look is at once
   /// for the first watcher, and with the next tick for every other.
   ///
-  /// `name` stands in the log line of an exception that leaves a look or a work; the watching goes on after it. When
-  /// the system gives no thread or event the error is logged and the call returns at once. Any thread of the runtime
-  /// but that of a look.
-  void Watch(const std::string& name, platform::Waitable& stop, const Look& look);
+  /// `name` stands in the log line of an exception that leaves a look or a work; the watching goes on after it. False
+  /// when the system gives no thread or event: the error is logged and the call returns at once. Any thread of the
+  /// runtime but that of a look.
+  bool Watch(const std::string& name, platform::Waitable& stop, const Look& look);
 
  private:
   struct Watcher;

@@ -22,6 +22,7 @@ struct PowerStatus {
   std::optional<std::uint32_t> percent = {};  ///< Of all batteries together, 0..100; absent without a battery.
   std::optional<ChargeLevel> level = {};      ///< Absent also between low and high.
   bool charging = false;                      ///< A battery is being charged.
+  std::optional<bool> has_battery = {};
 };
 
 /// What a system can be asked to tell while it changes.

@@ -5,6 +5,6 @@
 #include <vector>
 
 /// Defined by each program that links tvk::program_entry, which calls it from the system's own main. `arguments` are
-/// without the program's name. The result is the exit code. An exception that leaves it is printed on standard error
-/// and gives exit code 3.
+/// without the program's name. The result is the exit code. An exception that leaves it is printed on standard error,
+/// behind the program's name, and gives exit code 3.
 int ProgramMain(std::vector<std::string> arguments);

@@ -26,6 +26,7 @@ class ScriptedMonitor final : public EventMonitorBase {
   }
   void StartMonitor(std::wstring argument) override {
     Act(L"start(" + argument + L")", Place::kStart);
+    if (script_.shortage.first == row_.name) services().on_shortage(row_.id, script_.shortage.second);
     ++script_.running;
     services().runtime.Wait(*stop_, platform::kForever);
     --script_.running;

@@ -45,6 +45,7 @@ class MonitorScript {
   // Set these while the world stands still.
   std::pair<std::wstring, Place> failure;  ///< The dataset whose monitor fails, and where.
   Gate gate;
+  std::pair<std::wstring, TVK::Shortage> shortage;  ///< What the dataset's monitor tells as it starts.
 
  private:
   mutable std::mutex mutex_;  ///< Guards what follows.

@@ -23,7 +23,6 @@
 
 namespace {
 
-constexpr char kNoManager[] = "the event manager does not run";
 constexpr std::uint32_t kNeverStarted = 1077;  // ERROR_SERVICE_NEVER_STARTED
 
 /// The component, open for as long as the object lives.
@@ -188,10 +187,7 @@ int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOpt
   if (component.exit_code() != kExitOk) return component.exit_code();
   if (options.console) output.Show(TVK::RecordTableHeader());
   EventManager* const manager = StartManager(nullptr);
-  if (manager == nullptr) {
-    complain(kNoManager);
-    return kExitFailed;
-  }
+  if (manager == nullptr) return kExitFailed;
   platform::NotifyServiceManager("READY=1");
   runtime.Wait(stop, options.run_for.value_or(platform::kForever));
   platform::NotifyServiceManager("STOPPING=1");
@@ -239,10 +235,7 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
     TellAdministrator(component.message());
     if (component.exit_code() != kExitOk) return component.exit_code();
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
-    if (manager == nullptr) {
-      TellAdministrator(kNoManager);
-      return static_cast<int>(kExitFailed);
-    }
+    if (manager == nullptr) return static_cast<int>(kExitFailed);
     let_run(manager);
     session.ReportRunning();
     TVK::Component::OnUserLogon();  // whoever logged on before that was told to nobody

@@ -1,7 +1,6 @@
 #include "client/store/sqlite_database.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <system_error>
 #include <vector>
 
@@ -129,9 +128,7 @@ std::string Database::Message(int code) const {
   int system_error = 0;
   if (code == SQLITE_CANTOPEN && last) system_error = sqlite3_system_errno(handle_);
   if (code == SQLITE_IOERR) system_error = FileError();
-  // Of the file that its connections share it keeps no error, but says what could not be done.
-  const bool no_room = last && sqlite3_extended_errcode(handle_) == SQLITE_IOERR_SHMSIZE;
-  if (system_error == 0 && no_room) system_error = ENOSPC;
+  if (code == SQLITE_IOERR && system_error == 0 && last) system_error = WriteError();
   if (system_error != 0) message += ": " + std::system_category().message(system_error);
   return message;
 }
@@ -145,6 +142,17 @@ int Database::FileError() const {
         file->pMethods->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK && error != 0) {
       return error;
     }
+  }
+  return 0;
+}
+
+// A journal that could not be begun is closed by now, and of the file that the connections share no error is kept. What
+// the system said last may be of another call: it counts where only a write says so.
+int Database::WriteError() const {
+  const int said = sqlite3_system_errno(handle_);
+  const std::error_condition meant = std::system_category().default_error_condition(said);
+  for (const std::errc refusal : {std::errc::file_too_large, std::errc::no_space_on_device}) {
+    if (meant == refusal) return said;
   }
   return 0;
 }

@@ -62,6 +62,7 @@ class Database {
 
  private:
   int FileError() const;
+  int WriteError() const;
 
   sqlite3* handle_ = nullptr;
 };

@@ -51,8 +51,10 @@ std::optional<std::int64_t> NumberOf(const std::wstring& text) {
 /// The system's flags of all batteries, as Windows' SYSTEM_POWER_STATUS writes them.
 int FlagOf(const platform::PowerStatus& status) {
   constexpr int kNoBattery = 128;
+  constexpr int kUnknown = 255;
   constexpr int kChargingFlag = 8;
-  if (!status.percent && !status.level) return kNoBattery;
+  if (!status.has_battery) return kUnknown;
+  if (!*status.has_battery) return kNoBattery;
   const int charging = status.charging ? kChargingFlag : 0;
   if (!status.level) return charging;
   switch (*status.level) {
@@ -151,7 +153,8 @@ void BatteryEventMonitor::StopMonitor() {
 }
 
 void BatteryEventMonitor::MakeTimers() {
-  const std::lock_guard lock(mutex_);
+  bool refused = false;
+  std::unique_lock lock(mutex_);
   if (ended_) return;
   for (std::size_t i = 0; i < kTimers; ++i) {
     try {
@@ -163,8 +166,11 @@ void BatteryEventMonitor::MakeTimers() {
       });
     } catch (const std::system_error& refusal) {
       log_.e(L"BatteryEventMonitor StartMonitor CreateThreadpoolTimer %d return error: %d", i, refusal.code().value());
+      refused = true;
     }
   }
+  lock.unlock();
+  if (refused) TellShortage(TVK::Shortage::kStart);
 }
 
 void BatteryEventMonitor::RegisterNotifications() {

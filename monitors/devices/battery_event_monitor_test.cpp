@@ -328,6 +328,7 @@ TEST_F(BatteryEventMonitorTest, AutomaticLimitsAreTheSystems) {
     ChargeState state;
     const wchar_t* item;
     const wchar_t* flag;
+    std::optional<bool> has_battery = true;
   };
   for (const Case& one : {Case{ChargeLevel::kHigh, true, ChargeState::kCharging, L"BatteryNearFull", L"=9,"},
                           Case{ChargeLevel::kHigh, false, ChargeState::kCharging, L"BatteryNearFull", L"=1,"},
@@ -336,9 +337,12 @@ TEST_F(BatteryEventMonitorTest, AutomaticLimitsAreTheSystems) {
                           Case{ChargeLevel::kLow, false, ChargeState::kDischarging, L"BatteryNearEmpty", L"=2,"},
                           Case{ChargeLevel::kCritical, false, ChargeState::kDischarging, L"BatteryNearEmpty", L"=4,"},
                           Case{ChargeLevel::kLow, true, ChargeState::kDischarging, nullptr, L"=10,"},
+                          Case{std::nullopt, false, ChargeState::kDischarging, nullptr, L"=128,", false},
+                          Case{std::nullopt, false, ChargeState::kDischarging, nullptr, L"=255,", std::nullopt},
                           Case{ChargeLevel::kLow, false, ChargeState::kCharging, nullptr, L"=2,"}}) {
     world_.machine.power().Set(
-        {.source = PowerSource::kBattery, .percent = 50, .level = one.level, .charging = one.charging});
+        {.source = PowerSource::kBattery, .percent = 50, .level = one.level, .charging = one.charging,
+         .has_battery = one.has_battery});
     world_.machine.batteries().Change([&](auto& batteries) { batteries[0].state = one.state; });
     Start();
     EXPECT_EQ(Items(), one.item == nullptr ? Texts() : Texts{one.item}) << one.flag;

@@ -37,6 +37,7 @@ LogMonitor::LogMonitor(const MonitorServices& monitor_services, const MonitorIde
     : ScheduledMonitor(monitor_services, identity, std::move(report)) {}
 
 void LogMonitor::ReadAndUpdateDatasetSettings() {
+  ScheduledMonitor::ReadAndUpdateDatasetSettings();
   if (follows_) UpdateDatasetSettingsFromConfigPolicy(std::wstring(identity().row.id));
 }
 
@@ -45,6 +46,7 @@ void LogMonitor::FollowLogs(const std::string& thread) {
     query_changed_ = services().runtime.MakeEvent(platform::EventReset::kAuto);
   } catch (const std::system_error& refusal) {
     log_.e(L"%s: the event logs are not followed: error %d", Operation(L"FollowLogs"), refusal.code().value());
+    TellShortage(Shortage::kStart);
     return;
   }
   follows_ = true;

@@ -1,14 +1,21 @@
 #include "monitors/storage/drive_arrivals.h"
 
+#include <system_error>
 #include <utility>
 
 #include "platform/system_event.h"
 
 namespace TVK {
 
-void DriveArrivals::Follow(platform::Runtime& runtime, std::function<void()> look) {
+bool DriveArrivals::Follow(platform::Runtime& runtime, const Log& log, std::function<void()> look) {
   const std::lock_guard lock(mutex_);
-  if (!ended_) timer_ = std::make_unique<OneShotTimer>(runtime, "tvk-drives", std::move(look));
+  if (ended_) return true;
+  try {
+    timer_ = std::make_unique<OneShotTimer>(runtime, "tvk-drives", std::move(look));
+  } catch (const std::system_error& refusal) {
+    log.e(L"drives that come and go are not followed: error %d", refusal.code().value());
+  }
+  return timer_ != nullptr;
 }
 
 void DriveArrivals::OnSystemEvent(const platform::SystemEvent& event) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 
+#include "client/log/log.h"
 #include "framework/one_shot_timer.h"
 #include "platform/runtime.h"
 
@@ -21,9 +22,9 @@ class DriveArrivals {
   /// before the system mounts what is on it.
   static constexpr std::chrono::seconds kSettling{3};
 
-  /// From now on `look` is called on a thread of its own. `runtime` must outlive the object. Throws std::system_error
-  /// when the system gives no event.
-  void Follow(platform::Runtime& runtime, std::function<void()> look);
+  /// From now on `look` is called on a thread of its own. `runtime` must outlive the object. False when the system gives
+  /// no event; `log` is told.
+  bool Follow(platform::Runtime& runtime, const Log& log, std::function<void()> look);
   /// Nothing before Follow and after End, and for events that are none of drives. Never waits.
   void OnSystemEvent(const platform::SystemEvent& event);
   /// Waits for a call that runs; no other one comes. Not from `look`.

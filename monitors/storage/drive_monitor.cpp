@@ -47,7 +47,9 @@ std::optional<std::vector<DescribedDevice>> DriveMonitor::Describe() {
 
 void DriveMonitor::DescribeDrives() {
   // Before the drives are looked at, so that none comes unseen in between.
-  arrivals_.Follow(services().runtime, [this] { LogDatasetContext(false); });
+  if (!arrivals_.Follow(services().runtime, log_, [this] { LogDatasetContext(false); })) {
+    TellShortage(TVK::Shortage::kStart);
+  }
   LogDatasetContext(false);
 }
 

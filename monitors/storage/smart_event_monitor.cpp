@@ -64,7 +64,7 @@ void SmartEventMonitor::Begin() {
   getLastItemEventTimeStampWithFallback(dataset_id, ITEM_EVENT_CONTEXT.at(kPerDay), last_day_);
   StartThread("tvk-smart", [this] {
     CheckThresholds();
-    services().second_tick.Watch("SmartEventMonitor", *stop_event(), [this] { return LookAtDay(); });
+    WatchSeconds("SmartEventMonitor", [this] { return LookAtDay(); });
   });
 }
 

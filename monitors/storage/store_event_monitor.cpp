@@ -71,7 +71,9 @@ StoreEventMonitor::StoreEventMonitor(const TVK::MonitorServices& monitor_service
 void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (!MakeStopEvent(L"", L"StoreEventMonitor StartMonitor CreateEvent() return error %d!")) return;
   // Before the drives are looked at, so that none comes unseen in between.
-  arrivals_.Follow(services().runtime, [this] { LogDatasetContext(false); });
+  if (!arrivals_.Follow(services().runtime, log_, [this] { LogDatasetContext(false); })) {
+    TellShortage(TVK::Shortage::kStart);
+  }
   LogDatasetContext(true);
   InitialiseDevice();
   LookAtVolumes(false);

@@ -43,7 +43,7 @@ void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
   if (facts_asked_for_ && !cpu_info_loaded_) return;
   InitialiseDevice();
   StartThread("tvk-cpu", [this] {
-    services().second_tick.Watch("CpuCheckEntry", *stop_event(), [this] { return CpuCheckEntry(); });
+    WatchSeconds("CpuCheckEntry", [this] { return CpuCheckEntry(); });
   });
   FollowSettings();
 }

@@ -192,6 +192,6 @@ void MemoryEventMonitor::MemoryStatusReportThread() {
   bool failing = false;
   const auto status = Admits() ? ReadStatus(failing) : std::nullopt;
   if (status) last_reported_load_ = status->load_percent;
-  services().second_tick.Watch("MemoryStatusReportThread", *stop_event(), [&] { return LookAtLoad(failing); });
+  WatchSeconds("MemoryStatusReportThread", [&] { return LookAtLoad(failing); });
   log_.d(L"MemoryEventMonitor MemoryStatusReportThread: stop event is found, MemoryStatusReportThread exit");
 }

@@ -263,10 +263,12 @@ PowerStatus SumUpPower(const std::vector<PowerSupply>& supplies) {
   const auto charges = [](const PowerSupply& one) {
     return one.kind == Kind::kBattery && one.facts.state == ChargeState::kCharging;
   };
+  const auto is_battery = [](const PowerSupply& one) { return one.kind == Kind::kBattery; };
   return {.source = SourceOf(supplies),
           .percent = percent,
           .level = LevelOf(percent),
-          .charging = std::ranges::any_of(supplies, charges)};
+          .charging = std::ranges::any_of(supplies, charges),
+          .has_battery = std::ranges::any_of(supplies, is_battery)};
 }
 
 }  // namespace platform

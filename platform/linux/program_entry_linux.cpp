@@ -3,8 +3,19 @@
 #include <malloc.h>
 
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <new>
+
+namespace {
+
+int Fail(const char* program, const char* reason) {
+  const char* const name = std::strrchr(program, '/');
+  static_cast<void>(std::fprintf(stderr, "%s: %s\n", name == nullptr ? program : name + 1, reason));
+  return 3;
+}
+
+}  // namespace
 
 int main(int count, char** values) {
   // Each thread would get a heap of its own, up to eight a processor, and our many threads allocate little and seldom.
@@ -12,10 +23,8 @@ int main(int count, char** values) {
   try {
     return ProgramMain(std::vector<std::string>(values + 1, values + count));
   } catch (const std::bad_alloc&) {
-    static_cast<void>(std::fputs("there is not enough memory\n", stderr));
-    return 3;
+    return Fail(values[0], "there is not enough memory");
   } catch (const std::exception& failure) {
-    static_cast<void>(std::fprintf(stderr, "%s\n", failure.what()));
-    return 3;
+    return Fail(values[0], failure.what());
   }
 }

@@ -40,9 +40,9 @@ PowerStatus PowerStatusOf(const SYSTEM_POWER_STATUS& present) {
   if (present.ACLineStatus == AC_LINE_ONLINE) status.source = PowerSource::kAc;
   if (present.ACLineStatus == AC_LINE_OFFLINE) status.source = PowerSource::kBattery;
   // "Unknown" has all bits, "no battery" among them.
-  if ((present.BatteryFlag & BATTERY_FLAG_NO_BATTERY) != 0) {
-    if (present.BatteryFlag != BATTERY_FLAG_UNKNOWN) return status;
-  } else {
+  if (present.BatteryFlag != BATTERY_FLAG_UNKNOWN) {
+    status.has_battery = (present.BatteryFlag & BATTERY_FLAG_NO_BATTERY) == 0;
+    if (!*status.has_battery) return status;
     status.charging = (present.BatteryFlag & BATTERY_FLAG_CHARGING) != 0;
     // Two levels at once are none.
     switch (present.BatteryFlag & (BATTERY_FLAG_HIGH | BATTERY_FLAG_LOW | BATTERY_FLAG_CRITICAL)) {

@@ -17,20 +17,24 @@ TEST(PowerWindows, StatusIsWhatTheFlagsSay) {
     PowerStatus status;
   };
   for (const Row& row :
-       {Row{1, 1, 100, {PowerSource::kAc, 100, kHigh, false}}, Row{1, 9, 99, {PowerSource::kAc, 99, kHigh, true}},
-        Row{1, 8, 50, {PowerSource::kAc, 50, {}, true}}, Row{0, 0, 50, {PowerSource::kBattery, 50, {}, false}},
-        Row{0, 2, 20, {PowerSource::kBattery, 20, kLow, false}},
-        Row{0, 4, 3, {PowerSource::kBattery, 3, kCritical, false}},
-        Row{1, 12, 3, {PowerSource::kAc, 3, kCritical, true}}, Row{0, 6, 3, {PowerSource::kBattery, 3, {}, false}},
-        Row{1, 128, 255, {PowerSource::kAc, {}, {}, false}}, Row{1, 136, 0, {PowerSource::kAc, {}, {}, false}},
-        Row{255, 255, 255, {{}, {}, {}, false}}, Row{255, 255, 40, {{}, 40, {}, false}}}) {
+       {Row{1, 1, 100, {PowerSource::kAc, 100, kHigh, false, true}},
+        Row{1, 9, 99, {PowerSource::kAc, 99, kHigh, true, true}}, Row{1, 8, 50, {PowerSource::kAc, 50, {}, true, true}},
+        Row{0, 0, 50, {PowerSource::kBattery, 50, {}, false, true}},
+        Row{0, 2, 20, {PowerSource::kBattery, 20, kLow, false, true}},
+        Row{0, 4, 3, {PowerSource::kBattery, 3, kCritical, false, true}},
+        Row{1, 12, 3, {PowerSource::kAc, 3, kCritical, true, true}},
+        Row{0, 6, 3, {PowerSource::kBattery, 3, {}, false, true}},
+        Row{1, 128, 255, {PowerSource::kAc, {}, {}, false, false}},
+        Row{1, 136, 0, {PowerSource::kAc, {}, {}, false, false}}, Row{255, 255, 255, {{}, {}, {}, false, {}}},
+        Row{255, 255, 40, {{}, 40, {}, false, {}}}}) {
     SYSTEM_POWER_STATUS present{};
     present.ACLineStatus = row.line;
     present.BatteryFlag = row.flags;
     present.BatteryLifePercent = row.percent;
     const PowerStatus status = PowerStatusOf(present);
-    EXPECT_EQ(std::tie(status.source, status.percent, status.level, status.charging),
-              std::tie(row.status.source, row.status.percent, row.status.level, row.status.charging))
+    EXPECT_EQ(std::tie(status.source, status.percent, status.level, status.charging, status.has_battery),
+              std::tie(row.status.source, row.status.percent, row.status.level, row.status.charging,
+                       row.status.has_battery))
         << int{row.line} << " " << int{row.flags};
   }
 }
