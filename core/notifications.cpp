@@ -101,9 +101,12 @@ void Notifications::NotificationProcessorThread() {
   parts_.log.d(L"%s Entry", kThis);
   const Notifier::WakeUps wake_ups = parts_.notifier.wake_ups();
   platform::Waitable* const region_change = parts_.services.region_change_event;
-  platform::Waitable* const objects[] = {wake_ups.stop.get(), wake_ups.tvk_policy.get(),
-                                         wake_ups.device_context_change.get(), wake_ups.telemetry_scope.get(),
-                                         wake_ups.shortage.get(), region_change};
+  platform::Waitable* const objects[] = {wake_ups.stop.get(),
+                                         wake_ups.tvk_policy.get(),
+                                         wake_ups.device_context_change.get(),
+                                         wake_ups.telemetry_scope.get(),
+                                         wake_ups.shortage.get(),
+                                         region_change};
   const std::span watched(objects, region_change == nullptr ? 5 : 6);
   const platform::Clock& clock = parts_.services.runtime.clock();
   SecondTries second_tries;

@@ -167,8 +167,8 @@ TEST_F(NotificationsTest, AMonitorThatLacksSomethingIsHelpedAsFarAsItNeeds) {
   script_.TakeNotes();
   EXPECT_EQ(WhyOf(L"CPUEvent"), "not started");
   world_.runtime.AdvanceBy(1s);
-  EXPECT_THAT(script_.TakeNotes(), ElementsAre(L"stop CPUEvent", L"uninitialize, may write CPUEvent",
-                                               L"start(test) CPUEvent"));
+  EXPECT_THAT(script_.TakeNotes(),
+              ElementsAre(L"stop CPUEvent", L"uninitialize, may write CPUEvent", L"start(test) CPUEvent"));
   EXPECT_EQ(WhyOf(L"CPUEvent"), "not started") << "it lacks it still";
   script_.shortage = {};
   const auto gate = world_.runtime.MakeEvent(platform::EventReset::kManual);

@@ -81,8 +81,8 @@ class ScheduledMonitor : public DatasetMonitor {
   const ReportRule rule_;
   std::atomic<bool> follows_settings_ = false;
   std::atomic<std::uint32_t> fixed_interval_ms_ = 0;  ///< Of ReportEvery; 0 before it.
-  std::atomic<bool> stopping_ = false;  ///< Changed with mutex_ held.
-  mutable std::mutex mutex_;            ///< Guards threads_ and stop_event_, which stays once it is made.
+  std::atomic<bool> stopping_ = false;                ///< Changed with mutex_ held.
+  mutable std::mutex mutex_;                          ///< Guards threads_ and stop_event_, which stays once it is made.
   std::unique_ptr<platform::Event> stop_event_;
   std::list<std::thread> threads_;
   IntervalReport report_;

@@ -340,9 +340,11 @@ TEST_F(BatteryEventMonitorTest, AutomaticLimitsAreTheSystems) {
                           Case{std::nullopt, false, ChargeState::kDischarging, nullptr, L"=128,", false},
                           Case{std::nullopt, false, ChargeState::kDischarging, nullptr, L"=255,", std::nullopt},
                           Case{ChargeLevel::kLow, false, ChargeState::kCharging, nullptr, L"=2,"}}) {
-    world_.machine.power().Set(
-        {.source = PowerSource::kBattery, .percent = 50, .level = one.level, .charging = one.charging,
-         .has_battery = one.has_battery});
+    world_.machine.power().Set({.source = PowerSource::kBattery,
+                                .percent = 50,
+                                .level = one.level,
+                                .charging = one.charging,
+                                .has_battery = one.has_battery});
     world_.machine.batteries().Change([&](auto& batteries) { batteries[0].state = one.state; });
     Start();
     EXPECT_EQ(Items(), one.item == nullptr ? Texts() : Texts{one.item}) << one.flag;

@@ -22,8 +22,8 @@ class DriveArrivals {
   /// before the system mounts what is on it.
   static constexpr std::chrono::seconds kSettling{3};
 
-  /// From now on `look` is called on a thread of its own. `runtime` must outlive the object. False when the system gives
-  /// no event; `log` is told.
+  /// From now on `look` is called on a thread of its own. `runtime` must outlive the object. False when the system
+  /// gives no event; `log` is told.
   bool Follow(platform::Runtime& runtime, const Log& log, std::function<void()> look);
   /// Nothing before Follow and after End, and for events that are none of drives. Never waits.
   void OnSystemEvent(const platform::SystemEvent& event);

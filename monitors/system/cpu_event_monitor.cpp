@@ -42,9 +42,7 @@ void CpuEventMonitor::StartMonitor(std::wstring /*name*/) {
   LogDatasetContext(true);
   if (facts_asked_for_ && !cpu_info_loaded_) return;
   InitialiseDevice();
-  StartThread("tvk-cpu", [this] {
-    WatchSeconds("CpuCheckEntry", [this] { return CpuCheckEntry(); });
-  });
+  StartThread("tvk-cpu", [this] { WatchSeconds("CpuCheckEntry", [this] { return CpuCheckEntry(); }); });
   FollowSettings();
 }
 

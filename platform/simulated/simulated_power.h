@@ -19,8 +19,9 @@ namespace platform {
 /// A laptop that runs from mains, its battery full.
 class SimulatedPower final : public Power, public Scripted<PowerStatus> {
  public:
-  SimulatedPower() : Scripted(PowerStatus{
-          .source = PowerSource::kAc, .percent = 100, .level = ChargeLevel::kHigh, .has_battery = true}) {}
+  SimulatedPower()
+      : Scripted(PowerStatus{
+            .source = PowerSource::kAc, .percent = 100, .level = ChargeLevel::kHigh, .has_battery = true}) {}
 
   PowerStatus ReadStatus() override { return Get(); }
 

@@ -32,9 +32,9 @@ TEST(PowerWindows, StatusIsWhatTheFlagsSay) {
     present.BatteryFlag = row.flags;
     present.BatteryLifePercent = row.percent;
     const PowerStatus status = PowerStatusOf(present);
-    EXPECT_EQ(std::tie(status.source, status.percent, status.level, status.charging, status.has_battery),
-              std::tie(row.status.source, row.status.percent, row.status.level, row.status.charging,
-                       row.status.has_battery))
+    EXPECT_EQ(
+        std::tie(status.source, status.percent, status.level, status.charging, status.has_battery),
+        std::tie(row.status.source, row.status.percent, row.status.level, row.status.charging, row.status.has_battery))
         << int{row.line} << " " << int{row.flags};
   }
 }
