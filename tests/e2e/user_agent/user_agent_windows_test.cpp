@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <optional>
 #include <set>
@@ -68,10 +69,11 @@ ULONG Handles(DWORD process) {
     return 0;
   }
   for (std::size_t at = 0;;) {
-    const auto* const entry = reinterpret_cast<const SYSTEM_PROCESS_INFORMATION*>(list.data() + at);
-    if (reinterpret_cast<std::uintptr_t>(entry->UniqueProcessId) == process) return entry->HandleCount;
-    if (entry->NextEntryOffset == 0) return 0;
-    at += entry->NextEntryOffset;
+    SYSTEM_PROCESS_INFORMATION entry;
+    std::memcpy(&entry, list.data() + at, sizeof entry);  // Wine aligns them for nobody
+    if (reinterpret_cast<std::uintptr_t>(entry.UniqueProcessId) == process) return entry.HandleCount;
+    if (entry.NextEntryOffset == 0) return 0;
+    at += entry.NextEntryOffset;
   }
 }
 
