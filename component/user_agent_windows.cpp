@@ -40,7 +40,12 @@ class Agent {
                      [this] { return std::make_unique<DisplayUserAgent>(*runtime_, *desktop_, recorder_, writer_); },
                  .pen_monitor = [this] { return &pen_monitor_; },
                  .version = TvkInfo({}).GetVersion(),
-                 .data_folder = data_folder}) {}
+                 .data_folder = data_folder,
+                 .tidy =
+                     [this] {
+                       policy_channel_.CloseUnused();
+                       record_channel_.CloseUnused();
+                     }}) {}
 
   void Run() {
     window_.Create();

@@ -136,6 +136,7 @@ void EventWindow::WaitParentProcessExitThread(EventWindow* pEventWindow) {
   if (runtime.Wait(*stop, std::chrono::milliseconds(0)) == 0) return;
   runtime.Wait(*stop, kWatchDelay);
   while (runtime.Wait(*stop, kWatchPeriod) != 0) {
+    if (pEventWindow->parts_.tidy) pEventWindow->parts_.tidy();
     // One that was started again since tells this agent itself to end.
     if (pEventWindow->parts_.desktop.ServiceRuns(TVK::kServiceProgram, kStopEvent)) continue;
     stop->Set();

@@ -45,6 +45,7 @@ class EventWindow {
     std::function<PenEventMonitor*()> pen_monitor;                    ///< The process's own.
     std::wstring version;                                             ///< Of the client.
     std::filesystem::path data_folder;                                ///< Of the version file.
+    std::function<void()> tidy = {};  ///< Called each time the service is looked for; must not wait. May be empty.
   };
 
   explicit EventWindow(Parts parts);

@@ -130,7 +130,8 @@ class EventWindowTest : public testing::Test {
            .make_display = [&] { return std::make_unique<DisplayUserAgent>(runtime_, desktop_, recorder_, writer); },
            .pen_monitor = [&] { return &pen; },
            .version = L"1.0",
-           .data_folder = L"data"});
+           .data_folder = L"data",
+           .tidy = [this] { ++tidied_; }});
       window.Create();
     });
     runtime_.AdvanceBy(100ms);
@@ -165,6 +166,7 @@ class EventWindowTest : public testing::Test {
   RecordingRecorder recorder_;
   std::unique_ptr<platform::Event> stop_, telemetry_, tvk_, path_;
   bool has_agent_ = true;
+  std::atomic<int> tidied_ = 0;
   std::thread agent_;
 };
 
@@ -195,7 +197,9 @@ TEST_F(EventWindowTest, EveryEndingEndsEveryThreadAndTakesEveryWishBack) {
     EXPECT_EQ(desktop_.digitizer_notices, 1);
     // A service that was started again ends the agent of the former one itself.
     desktop_.Change([](auto& session) { session.programs = {{2, kServiceProgram}}; });
+    tidied_ = 0;
     runtime_.AdvanceBy(1h);
+    EXPECT_NEAR(tidied_, 1800, 1) << "with each look";
     ASSERT_TRUE(desktop_.has_window());
     end();
     runtime_.AdvanceBy(2s);

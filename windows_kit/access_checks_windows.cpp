@@ -65,6 +65,34 @@ Finding PipeServedByOne() {
   return Judge(second.listener == nullptr, second.listener ? "a second one serves the name" : second.problem);
 }
 
+Finding PipeNameOfADeadService() {
+  const TempFolder place;
+  const auto runtime = platform::MakeRealRuntime({});
+  const auto stop = runtime->MakeEvent(platform::EventReset::kManual);
+  platform::LocalListening dead = platform::ListenLocally(*runtime, place.path(), *stop);
+  if (dead.listener == nullptr) return CannotTell(dead.problem);
+  const std::wstring name = platform::windows::PipeName(place.path());
+  const auto connect = [&name] {
+    return UniqueFile(CreateFileW(name.c_str(), platform::windows::kPipeClientRights, 0, nullptr, OPEN_EXISTING,
+                                  SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+  };
+  const UniqueFile kept = connect();
+  if (!kept) return CannotTell(LastErrorText("connecting to it"));
+  // Closed and not disconnected, as a process's that is killed.
+  dead.listener->Accept().reset();
+  dead.listener = nullptr;
+  const UniqueFile client = connect();
+  const DWORD unserved = client ? ERROR_SUCCESS : GetLastError();
+  UniqueFile first(CreateNamedPipeW(name.c_str(), platform::windows::PipeOpenMode(true), platform::windows::kPipeMode,
+                                    PIPE_UNLIMITED_INSTANCES, 512, 512, 0, nullptr));
+  const DWORD refused = first ? ERROR_SUCCESS : GetLastError();
+  first.Reset();
+  const platform::LocalListening next = platform::ListenLocally(*runtime, place.path(), *stop);
+  return Judge(next.listener != nullptr && refused == ERROR_ACCESS_DENIED && unserved == ERROR_FILE_NOT_FOUND,
+               "as the first instance: " + ErrorText(refused) + "; a client: " + ErrorText(unserved) +
+                   "; the next service: " + (next.listener ? "listens" : next.problem));
+}
+
 Finding PipeClientsCannotServe() {
   const Listening service;
   if (!service.ok()) return CannotTell(service.problem());
@@ -111,6 +139,8 @@ Finding PipeTellsWhoCalls() {
 constexpr Check kChecks[] = {
     {"service-events", "Another account cannot open an event that is the service's own.", EventsOfTheService},
     {"pipe-first-instance", "While the service listens nobody else can serve its pipe's name.", PipeServedByOne},
+    {"pipe-kept-by-client", "A client that keeps a dead service's pipe keeps the next one from nothing.",
+     PipeNameOfADeadService},
     {"pipe-instances", "Who may connect to the service's pipe cannot make an instance of it.", PipeClientsCannotServe},
     {"pipe-identification", "A pipe's server learns who calls once a message was read, and cannot act for the caller.",
      PipeTellsWhoCalls},

@@ -39,10 +39,9 @@ ChannelAnswer ChannelClient::Ask(const ChannelRequest& request, std::chrono::sec
   const std::string text = ToJson(request);
   if (text.size() > kLongestRequest) return Failure("the request is too long", Delivery::kUnsent);
   const std::lock_guard lock(mutex_);
-  const platform::SteadyTime now = runtime_.clock().Steady();
-  if (now - last_use_ > kKeptFor || now - begin_ > kLongestConversation) stream_ = nullptr;
+  CloseStale();
   constexpr std::chrono::milliseconds kPause(100);
-  const platform::SteadyTime deadline = now + patience;
+  const platform::SteadyTime deadline = runtime_.clock().Steady() + patience;
   ChannelAnswer answer = Converse(text, deadline);
   while (answer.result == kChannelFull && runtime_.clock().Steady() + kPause < deadline) {
     if (runtime_.Wait(stop_ == nullptr ? *never_ : *stop_, kPause) == 0) return Failure(Reason(ChannelWait::kStopped));
@@ -54,6 +53,15 @@ ChannelAnswer ChannelClient::Ask(const ChannelRequest& request, std::chrono::sec
   }
   last_use_ = runtime_.clock().Steady();
   return answer;
+}
+
+void ChannelClient::CloseStale() {
+  const platform::SteadyTime now = runtime_.clock().Steady();
+  if (now - last_use_ > kKeptFor || now - begin_ > kLongestConversation) stream_ = nullptr;
+}
+
+void ChannelClient::CloseUnused() {
+  if (const std::unique_lock lock(mutex_, std::try_to_lock); lock) CloseStale();
 }
 
 ChannelAnswer ChannelClient::Converse(const std::string& request, platform::SteadyTime deadline) {

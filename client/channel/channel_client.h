@@ -38,7 +38,14 @@ class ChannelClient {
   /// conversation it is asked again.
   ChannelAnswer Ask(const ChannelRequest& request, std::chrono::seconds patience = kPatience);
 
+  /// Closes a connection that was not used lately; the next request makes another one. A process that asks rarely calls
+  /// it now and then: on Windows the end of a service that is gone keeps that one's pipe in memory. Does not wait:
+  /// while a request is asked nothing is done.
+  void CloseUnused();
+
  private:
+  /// With mutex_ held.
+  void CloseStale();
   /// kChannelFull where the service closed the connection before a conversation began: nothing was carried out.
   ChannelAnswer Converse(const std::string& request, platform::SteadyTime deadline);
 

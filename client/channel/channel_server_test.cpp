@@ -242,6 +242,29 @@ TEST_F(ChannelServerTest, WhoGoesBeforeTheAnswerIsNoticed) {
   noticed.get_future().wait();
 }
 
+TEST_F(ChannelServerTest, AClientThatAsksNothingMoreLetsGoOfItsConnection) {
+  const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
+  const platform::LocalListening listening = platform::ListenLocally(*runtime_, place_, *stop);
+  ASSERT_NE(listening.listener, nullptr) << listening.problem;
+  ChannelClient client(*runtime_, place_);
+  std::jthread asking([&] { EXPECT_EQ(client.Ask({}).result, 0); });
+  MessageStream stream(listening.listener->Accept(), kLongestRequest);
+  std::string message;
+  ASSERT_EQ(stream.Receive(message, Soon()), ChannelWait::kDone);
+  ASSERT_EQ(stream.Receive(message, Soon()), ChannelWait::kDone);
+  client.CloseUnused();  // while it is asked: it neither waits nor takes the connection away
+  ASSERT_EQ(stream.Send(GreetingToJson(), Soon()), ChannelWait::kDone);
+  ASSERT_EQ(stream.Send(ToJson(ChannelAnswer()), Soon()), ChannelWait::kDone);
+  asking.join();
+  const platform::SteadyTime deadline = Soon();
+  ChannelWait wait = ChannelWait::kTimeout;
+  while (wait == ChannelWait::kTimeout && runtime_->clock().Steady() < deadline) {
+    client.CloseUnused();
+    wait = stream.Receive(message, runtime_->clock().Steady() + std::chrono::milliseconds(100));
+  }
+  EXPECT_EQ(wait, ChannelWait::kClosed);
+}
+
 TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
   Start({.patience = std::chrono::minutes(5)});
   const auto quiet = Connect();

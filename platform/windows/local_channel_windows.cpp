@@ -39,6 +39,18 @@ std::wstring PipeName(const std::filesystem::path& place) {
   return name;
 }
 
+DWORD TakePipeName(PipeSystem& system, UniqueFile& pipe) {
+  const DWORD refused = system.MakeInstance(true, pipe);
+  if (refused != ERROR_ACCESS_DENIED) return refused;
+  UniqueFile client;
+  if (system.Connect(client) != ERROR_FILE_NOT_FOUND) return refused;
+  UniqueFile added;
+  if (const DWORD error = system.MakeInstance(false, added); error != ERROR_SUCCESS) return error;
+  if (!IsTrustedAccount(system.OwnerOf(added.get()))) return refused;
+  pipe = std::move(added);
+  return ERROR_SUCCESS;
+}
+
 namespace {
 
 constexpr DWORD kPipeBuffer = 16 << 10;  // each way; what is longer waits for its reader
@@ -124,10 +136,11 @@ class PipeConnection final : public LocalConnection {
   /// `end`: the stop event after which no client may keep the pipe; null for the client's own end.
   PipeConnection(Runtime& runtime, Waitable* stop, UniqueFile pipe, Waitable* end = nullptr)
       : runtime_(runtime), end_(end), pipe_(std::move(pipe)), calls_(runtime, stop, pipe_.get()) {}
-  /// A client that keeps its end would keep the pipe's name from the next service. Else what was answered last may
-  /// still be on its way to the client.
+  /// A client that keeps its end would keep the pipe's name and memory. Of one that was waited for in vain nothing is
+  /// on its way; else what was answered last may be, and would be lost.
   ~PipeConnection() override {
-    if (end_ != nullptr && runtime_.Wait(*end_, milliseconds(0)) == 0) DisconnectNamedPipe(pipe_.get());
+    if (end_ == nullptr) return;
+    if (was_quiet_ || runtime_.Wait(*end_, milliseconds(0)) == 0) DisconnectNamedPipe(pipe_.get());
   }
 
   ChannelWait Receive(std::span<char> buffer, SteadyTime deadline, std::size_t& received) override {
@@ -136,6 +149,7 @@ class PipeConnection final : public LocalConnection {
       return ReadFile(pipe_.get(), buffer.data(), static_cast<DWORD>(buffer.size()), nullptr, call) != FALSE;
     });
     received = bytes;
+    was_quiet_ = result == ChannelWait::kTimeout;
     return result == ChannelWait::kDone && bytes == 0 ? ChannelWait::kClosed : result;
   }
 
@@ -173,19 +187,42 @@ class PipeConnection final : public LocalConnection {
   Waitable* const end_;
   const UniqueFile pipe_;
   PipeCalls calls_;
+  bool was_quiet_ = false;  ///< What was waited for last did not come.
+};
+
+/// The client's end of a connection: 0, or the system's error.
+DWORD ConnectPipe(const std::wstring& name, UniqueFile& pipe) {
+  pipe.Reset(CreateFileW(name.c_str(), kPipeClientRights, 0, nullptr, OPEN_EXISTING, kPipeClientFlags, nullptr));
+  return pipe ? DWORD{ERROR_SUCCESS} : GetLastError();
+}
+
+class LocalPipeSystem final : public PipeSystem {
+ public:
+  LocalPipeSystem(std::wstring name, SecurityAttributes security)
+      : name_(std::move(name)), security_(std::move(security)) {}
+
+  DWORD MakeInstance(bool first, UniqueFile& pipe) override {
+    pipe.Reset(CreateNamedPipeW(name_.c_str(), PipeOpenMode(first), kPipeMode, PIPE_UNLIMITED_INSTANCES, kPipeBuffer,
+                                kPipeBuffer, 0, security_.get()));
+    return pipe ? DWORD{ERROR_SUCCESS} : GetLastError();
+  }
+  DWORD Connect(UniqueFile& pipe) override { return ConnectPipe(name_, pipe); }
+  std::string OwnerOf(HANDLE pipe) override { return OwnerSid(pipe); }
+
+ private:
+  const std::wstring name_;
+  SecurityAttributes security_;
 };
 
 class PipeListener final : public LocalListener {
  public:
   PipeListener(Runtime& runtime, Waitable& stop, std::wstring name, SecurityAttributes security)
-      : runtime_(runtime), stop_(stop), name_(std::move(name)), security_(std::move(security)) {}
+      : runtime_(runtime), stop_(stop), system_(std::move(name), std::move(security)) {}
 
   ~PipeListener() override { DisconnectNamedPipe(next_.get()); }
 
-  bool Open() {
-    next_ = MakeInstance(true);
-    return static_cast<bool>(next_);
-  }
+  /// 0, or the system's error.
+  DWORD Open() { return TakePipeName(system_, next_); }
 
   std::unique_ptr<LocalConnection> Accept() override {
     constexpr milliseconds kPause(1000);
@@ -194,7 +231,7 @@ class PipeListener final : public LocalListener {
       if (connected == ChannelWait::kStopped) return nullptr;
       if (connected == ChannelWait::kDone) {
         // Before this one is handed out: a name without an instance is free for anybody to take.
-        if (UniqueFile following = MakeInstance(false)) {
+        if (UniqueFile following; system_.MakeInstance(false, following) == ERROR_SUCCESS) {
           UniqueFile pipe = std::exchange(next_, std::move(following));
           return std::make_unique<PipeConnection>(runtime_, &stop_, std::move(pipe), &stop_);
         }
@@ -207,11 +244,6 @@ class PipeListener final : public LocalListener {
   }
 
  private:
-  UniqueFile MakeInstance(bool first) {
-    return UniqueFile(CreateNamedPipeW(name_.c_str(), PipeOpenMode(first), kPipeMode, PIPE_UNLIMITED_INSTANCES,
-                                       kPipeBuffer, kPipeBuffer, 0, security_.get()));
-  }
-
   ChannelWait WaitForClient() {
     DWORD ignored = 0;
     bool came_first = false;
@@ -227,8 +259,7 @@ class PipeListener final : public LocalListener {
 
   Runtime& runtime_;
   Waitable& stop_;
-  const std::wstring name_;
-  SecurityAttributes security_;
+  LocalPipeSystem system_;
   DWORD connect_error_ = 0;
   UniqueFile next_;  ///< The instance that waits for a client; there is always one.
 };
@@ -241,7 +272,9 @@ LocalListening ListenLocally(Runtime& runtime, const std::filesystem::path& plac
   windows::SecurityAttributes security(windows::PipeAccessList(windows::ProcessUserSid()));
   if (!security.ok()) return {nullptr, windows::LastErrorText(windows::Utf8FromWide(name))};
   auto listener = std::make_unique<windows::PipeListener>(runtime, stop, name, std::move(security));
-  if (!listener->Open()) return {nullptr, windows::LastErrorText(windows::Utf8FromWide(name))};
+  if (const DWORD error = listener->Open(); error != ERROR_SUCCESS) {
+    return {nullptr, windows::Utf8FromWide(name) + ": " + windows::ErrorText(error)};
+  }
   return {std::move(listener), {}};
 }
 
@@ -250,15 +283,13 @@ LocalConnecting ConnectLocally(Runtime& runtime, const std::filesystem::path& pl
   constexpr milliseconds kTurn(100);  // of waiting for a free instance, which no event tells
   const std::wstring name = windows::PipeName(place);
   windows::UniqueFile pipe;
-  for (;;) {
-    pipe.Reset(CreateFileW(name.c_str(), windows::kPipeClientRights, 0, nullptr, OPEN_EXISTING,
-                           windows::kPipeClientFlags, nullptr));
-    if (pipe || GetLastError() != ERROR_PIPE_BUSY) break;
+  DWORD error = ERROR_SUCCESS;
+  while ((error = windows::ConnectPipe(name, pipe)) == ERROR_PIPE_BUSY) {
     const milliseconds left = std::chrono::ceil<milliseconds>(deadline - runtime.clock().Steady());
     if (left.count() <= 0 || (stop != nullptr && runtime.Wait(*stop, milliseconds(0)) == 0)) break;
     WaitNamedPipeW(name.c_str(), static_cast<DWORD>(std::min(left, kTurn).count()));
   }
-  if (!pipe) return {nullptr, windows::LastErrorText(windows::Utf8FromWide(name))};
+  if (!pipe) return {nullptr, windows::Utf8FromWide(name) + ": " + windows::ErrorText(error)};
   if (!windows::IsTrustedAccount(windows::OwnerSid(pipe.get()))) {
     return {nullptr, windows::Utf8FromWide(name) + ": another account than the service's listens here"};
   }

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string>
 
+#include "platform/windows/owner.h"
+
 namespace platform::windows {
 
 /// What a client may do with its end: read, write and wait, by single bits. The generic right to write holds the right
@@ -26,6 +28,34 @@ inline constexpr DWORD kPipeMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WA
 
 /// How a client opens its end: whoever serves may learn who it is, and cannot act for it.
 inline constexpr DWORD kPipeClientFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+
+/// What the system does with the name of a pipe; a test plays Windows, since Wine obeys neither the flag of the first
+/// instance nor an access list.
+class PipeSystem {
+ public:
+  PipeSystem() = default;
+  PipeSystem(const PipeSystem&) = delete;
+  PipeSystem& operator=(const PipeSystem&) = delete;
+  virtual ~PipeSystem() = default;
+
+  /// Makes an instance, see PipeOpenMode: 0, or the system's error and no `pipe`.
+  virtual DWORD MakeInstance(bool first, UniqueFile& pipe) = 0;
+  /// Connects to the name as a client does; the same.
+  virtual DWORD Connect(UniqueFile& pipe) = 0;
+  /// The security identifier of a pipe's owner; empty when the system does not say.
+  virtual std::string OwnerOf(HANDLE pipe) = 0;
+};
+
+/// Makes the instance with which the name begins to be served: 0 and `pipe`, or the system's error, ERROR_ACCESS_DENIED
+/// where somebody else has the name.
+///
+/// A pipe is there as long as a server or a client holds it: a client of a service that was killed keeps the name, and
+/// any user can be that client. Where no server is left, which connecting shows, an instance is added to what is there.
+/// It is kept only if a trusted account owns the pipe: nobody can name another owner, so that account made the pipe,
+/// with an access list on which no client can add instances. Who takes a name that becomes free in between owns it,
+/// too. Two trusted processes that do this at once would both serve the name; of our services the second one has no
+/// store.
+DWORD TakePipeName(PipeSystem& system, UniqueFile& pipe);
 
 /// "\\.\pipe\TVKClientService" for the empty place; for any other one that and a part of the hash of its path.
 std::wstring PipeName(const std::filesystem::path& place);
