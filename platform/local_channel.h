@@ -57,6 +57,11 @@ class LocalConnection {
   /// when the system does not say; such a caller has no rights.
   virtual std::optional<LocalCaller> Identify() = 0;
 
+  /// The session in which the other end of a connection that was accepted says it is, for who must be fair to callers
+  /// before Identify names them: the number gives no right, since it may be forged. Nothing on Linux, where callers are
+  /// named at once, and when the system does not say.
+  virtual std::optional<std::uint32_t> ClaimedSession() = 0;
+
   /// Whether the other end is known to have closed the connection, so that nobody waits for an answer any more. Waits
   /// for nothing and takes nothing that came before.
   virtual bool HasHungUp() = 0;

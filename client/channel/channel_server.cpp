@@ -12,12 +12,13 @@ using platform::ChannelWait;
 using platform::LocalCaller;
 
 ChannelServer::ChannelServer(platform::Runtime& runtime, const Log& log, Refusals& refusals, Answerer answerer,
-                             ChannelLimits limits)
+                             ChannelLimits limits, Listening listening)
     : runtime_(runtime),
       log_(log),
       refusals_(refusals),
       answerer_(std::move(answerer)),
       limits_(limits),
+      listening_(std::move(listening)),
       stop_(runtime.MakeEvent(platform::EventReset::kManual)),
       ended_(runtime.MakeEvent(platform::EventReset::kAuto)),
       places_(limits.places) {}
@@ -46,7 +47,7 @@ std::string ChannelServer::Start(const std::filesystem::path& place, OwnSession 
 std::string ChannelServer::Open() {
   std::string problem = "there is no memory";
   CallLogged(log_, L"ChannelServer::Open", [&] {
-    platform::LocalListening listening = platform::ListenLocally(runtime_, place_, *stop_);
+    platform::LocalListening listening = listening_(runtime_, place_, *stop_);
     listener_ = std::move(listening.listener);
     problem = std::move(listening.problem);
   });
@@ -117,7 +118,7 @@ ChannelServer::Place ChannelServer::Enter(MessageStream& stream, const LocalCall
     Refuse(stream, Refusal::kNotAllowed, caller, "this account is not logged on");
     return nullptr;
   }
-  Place place = places_.Take(caller);
+  Place place = caller != nullptr ? places_.Take(*caller) : places_.TakeForStranger(stream.ClaimedSession());
   if (place == nullptr) Refuse(stream, Refusal::kNoRoom, caller, "too many connections");
   return place;
 }

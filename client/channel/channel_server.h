@@ -41,9 +41,13 @@ class ChannelServer {
   using Answerer =
       std::function<Answer(const platform::LocalCaller& caller, std::string_view request, const IsAwaited& is_awaited)>;
 
+  /// What listens; see platform::ListenLocally.
+  using Listening = std::function<platform::LocalListening(
+      platform::Runtime& runtime, const std::filesystem::path& place, platform::Waitable& stop)>;
+
   /// Everything must outlive the object. `refusals` also counts what is refused here.
   ChannelServer(platform::Runtime& runtime, const Log& log, Refusals& refusals, Answerer answerer,
-                ChannelLimits limits = {});
+                ChannelLimits limits = {}, Listening listening = platform::ListenLocally);
   /// Ends every conversation, and waits for the answers that are being made.
   ~ChannelServer();
   ChannelServer(const ChannelServer&) = delete;
@@ -90,6 +94,7 @@ class ChannelServer {
   Refusals& refusals_;
   const Answerer answerer_;
   const ChannelLimits limits_;
+  const Listening listening_;
   const std::unique_ptr<platform::Event> stop_;   ///< Manual-reset.
   const std::unique_ptr<platform::Event> ended_;  ///< Auto-reset; a conversation ended.
   CallerPlaces places_;

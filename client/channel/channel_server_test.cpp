@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <barrier>
+#include <deque>
 #include <future>
 #include <vector>
 
@@ -18,7 +19,7 @@ namespace {
 using platform::ChannelWait;
 
 TEST(CallerPlaces, OneUserLeavesRoomForOthersAndUsersForAdministrators) {
-  CallerPlaces places({.all = 6, .of_users = 4, .of_user = 2});
+  CallerPlaces places({.all = 6, .of_users = 4, .of_user = 2, .of_strangers = 4});
   const platform::LocalCaller callers[] = {{platform::CallerKind::kInteractiveUser, "a"},
                                            {platform::CallerKind::kInteractiveUser, "b"},
                                            {platform::CallerKind::kInteractiveUser, "c"},
@@ -28,16 +29,146 @@ TEST(CallerPlaces, OneUserLeavesRoomForOthersAndUsersForAdministrators) {
   const std::pair<int, bool> turns[] = {{0, true},  {0, true},  {0, false}, {1, true},  {1, true},
                                         {2, false}, {-1, true}, {3, true},  {3, false}, {-1, false}};
   for (const auto& [caller, room] : turns) {
-    auto place = places.Take(caller < 0 ? nullptr : &callers[caller]);
+    auto place = caller < 0 ? places.TakeForStranger(std::nullopt) : places.Take(callers[caller]);
     EXPECT_EQ(place != nullptr, room) << held.size();
     if (place != nullptr) held.push_back(std::move(place));
   }
   held.erase(held.begin());
-  EXPECT_EQ(places.Take(&callers[2]) != nullptr, true) << "given back at once, too";
-  EXPECT_NE(places.Take(&callers[0]), nullptr);
+  EXPECT_EQ(places.Take(callers[2]) != nullptr, true) << "given back at once, too";
+  EXPECT_NE(places.Take(callers[0]), nullptr);
+}
+
+TEST(CallerPlaces, ASessionOfStrangersLeavesHalfOfThePlacesToOthers) {
+  CallerPlaces places({.all = 9, .of_strangers = 8});
+  std::vector<std::shared_ptr<void>> held;
+  const auto fill = [&](std::optional<std::uint32_t> session) {
+    std::size_t count = 0;
+    while (auto place = places.TakeForStranger(session)) {
+      held.push_back(std::move(place));
+      ++count;
+    }
+    return count;
+  };
+  for (const auto& [session, count] :
+       {std::pair<std::optional<std::uint32_t>, std::size_t>(1, 4), {2, 2}, {std::nullopt, 1}, {0, 1}, {3, 0}}) {
+    EXPECT_EQ(fill(session), count) << session.value_or(99);
+  }
+  const platform::LocalCaller administrator{platform::CallerKind::kAdministrator, "a"};
+  EXPECT_NE(places.Take(administrator), nullptr);
   held.clear();
-  held = {places.Take(nullptr), places.Take(nullptr), places.Take(nullptr)};
-  EXPECT_TRUE(held[1] != nullptr && held[2] == nullptr) << "those not known yet count as one user";
+  EXPECT_EQ(fill(3), 4u) << "given back";
+}
+
+/// Callers as Windows has them: the system says who one is when something was received, and before that its session.
+class PlayedPipe {
+ public:
+  explicit PlayedPipe(platform::Runtime& runtime) : runtime_(runtime) {}
+
+  /// Somebody connects, and says `bytes` if there are any. The future has the first bytes that come back.
+  std::future<std::string> Connect(std::uint32_t session, std::string bytes) {
+    auto caller = std::make_unique<Caller>(*this, session, std::move(bytes));
+    std::future<std::string> heard = caller->heard.get_future();
+    {
+      const std::lock_guard lock(mutex_);
+      waiting_.push_back(std::move(caller));
+    }
+    news_->Set();
+    return heard;
+  }
+
+  platform::LocalListening Listen(platform::Waitable& stop) {
+    stop_ = &stop;
+    return {std::make_unique<Listener>(*this), {}};
+  }
+
+ private:
+  class Caller final : public platform::LocalConnection {
+   public:
+    Caller(PlayedPipe& pipe, std::uint32_t session, std::string bytes)
+        : pipe_(pipe), session_(session), bytes_(std::move(bytes)) {}
+
+    ChannelWait Receive(std::span<char> buffer, platform::SteadyTime deadline, std::size_t& received) override {
+      received = bytes_.copy(buffer.data(), buffer.size());
+      bytes_.erase(0, received);
+      if (received > 0) {
+        was_received_ = true;
+        return ChannelWait::kDone;
+      }
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - pipe_.runtime_.clock().Steady());
+      return pipe_.runtime_.Wait(*pipe_.stop_, left) == 0 ? ChannelWait::kStopped : ChannelWait::kTimeout;
+    }
+    ChannelWait Send(std::string_view bytes, platform::SteadyTime /*deadline*/) override {
+      if (!std::exchange(has_heard_, true)) heard.set_value(std::string(bytes));
+      return ChannelWait::kDone;
+    }
+    std::optional<platform::LocalCaller> Identify() override {
+      if (!was_received_) return std::nullopt;
+      return platform::LocalCaller{platform::CallerKind::kInteractiveUser, "user " + std::to_string(session_)};
+    }
+    std::optional<std::uint32_t> ClaimedSession() override { return session_; }
+    bool HasHungUp() override { return false; }
+
+    std::promise<std::string> heard;
+
+   private:
+    PlayedPipe& pipe_;
+    const std::uint32_t session_;
+    std::string bytes_;
+    bool was_received_ = false;
+    bool has_heard_ = false;
+  };
+  class Listener final : public platform::LocalListener {
+   public:
+    explicit Listener(PlayedPipe& pipe) : pipe_(pipe) {}
+    std::unique_ptr<platform::LocalConnection> Accept() override {
+      for (;;) {
+        {
+          const std::lock_guard lock(pipe_.mutex_);
+          if (!pipe_.waiting_.empty()) {
+            auto first = std::move(pipe_.waiting_.front());
+            pipe_.waiting_.pop_front();
+            return first;
+          }
+        }
+        platform::Waitable* const objects[] = {pipe_.stop_, pipe_.news_.get()};
+        if (pipe_.runtime_.WaitAny(objects, platform::kForever) == 0) return nullptr;
+      }
+    }
+
+   private:
+    PlayedPipe& pipe_;
+  };
+
+  platform::Runtime& runtime_;
+  const std::unique_ptr<platform::Event> news_ = runtime_.MakeEvent(platform::EventReset::kAuto);
+  platform::Waitable* stop_ = nullptr;
+  std::mutex mutex_;  ///< Guards the next.
+  std::deque<std::unique_ptr<Caller>> waiting_;
+};
+
+TEST(ChannelServerStrangers, OnesOfOneSessionKeepNoOtherSessionOut) {
+  const std::unique_ptr<platform::Runtime> runtime = platform::MakeRealRuntime({});
+  const Log log;
+  Refusals refusals(log);
+  PlayedPipe pipe(*runtime);
+  ChannelServer server(
+      *runtime, log, refusals,
+      [](const platform::LocalCaller&, std::string_view, const auto&) { return ChannelServer::Answer{}; },
+      {.stranger_patience = std::chrono::minutes(5)},
+      [&pipe](platform::Runtime&, const std::filesystem::path&, platform::Waitable& stop) {
+        return pipe.Listen(stop);
+      });
+  ASSERT_EQ(server.Start({}), "");
+  constexpr std::size_t kSilent = 20;
+  std::vector<std::future<std::string>> silent;
+  for (std::size_t i = 0; i < kSilent; ++i)
+    silent.push_back(pipe.Connect(1, ""));
+  // They are let in in turn: behind them there is a place for whoever is of another session, and one speaks at once.
+  auto other = pipe.Connect(2, FrameOf(GreetingToJson()));
+  ASSERT_EQ(other.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(other.get(), FrameOf(GreetingToJson()));
+  EXPECT_EQ(refusals.counts()[static_cast<std::size_t>(Refusal::kNoRoom)],
+            kSilent - CallerPlaces::Limits().of_strangers / 2);
 }
 
 class ChannelServerTest : public testing::Test {

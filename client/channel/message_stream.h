@@ -30,6 +30,7 @@ class MessageStream {
   /// Whether a message has begun to come and is not whole.
   bool HoldsPart() const { return reader_.HoldsPart(); }
   std::optional<platform::LocalCaller> Identify() { return connection_->Identify(); }
+  std::optional<std::uint32_t> ClaimedSession() { return connection_->ClaimedSession(); }
   bool HasHungUp() { return connection_->HasHungUp(); }
 
  private:

@@ -114,6 +114,8 @@ class SocketConnection final : public LocalConnection {
     return caller;
   }
 
+  std::optional<std::uint32_t> ClaimedSession() override { return std::nullopt; }
+
   bool HasHungUp() override {
     // POLLHUP and POLLERR are told unasked. Who only closed its sending side still waits for the answer.
     pollfd state{.fd = fd_.get(), .events = 0, .revents = 0};

@@ -178,6 +178,12 @@ class PipeConnection final : public LocalConnection {
     return caller;
   }
 
+  std::optional<std::uint32_t> ClaimedSession() override {
+    ULONG session = 0;
+    if (!GetNamedPipeClientSessionId(pipe_.get(), &session)) return std::nullopt;
+    return session;
+  }
+
   bool HasHungUp() override {
     return !PeekNamedPipe(pipe_.get(), nullptr, 0, nullptr, nullptr, nullptr) && GetLastError() == ERROR_BROKEN_PIPE;
   }
