@@ -44,7 +44,9 @@ ChannelAnswer ChannelClient::Ask(const ChannelRequest& request, std::chrono::sec
   const platform::SteadyTime deadline = runtime_.clock().Steady() + patience;
   ChannelAnswer answer = Converse(text, deadline);
   while (answer.result == kChannelFull && runtime_.clock().Steady() + kPause < deadline) {
-    if (runtime_.Wait(stop_ == nullptr ? *never_ : *stop_, kPause) == 0) return Failure(Reason(ChannelWait::kStopped));
+    if (runtime_.Wait(stop_ == nullptr ? *never_ : *stop_, kPause) == 0) {
+      return Failure(Reason(ChannelWait::kStopped), Delivery::kUnsent);
+    }
     answer = Converse(text, deadline);
   }
   if (answer.result == kChannelFull) {
@@ -77,13 +79,14 @@ ChannelAnswer ChannelClient::Converse(const std::string& request, platform::Stea
   std::unique_ptr<MessageStream> stream = std::move(stream_);
   // A service that has no room closes at once, which a Send may hear first; what it said before can be read still.
   ChannelWait wait = fresh ? stream->Send(GreetingToJson(), deadline) : ChannelWait::kDone;
+  // Once the request is on its way it may be carried out, however the connection ends.
+  const Delivery unheard = wait == ChannelWait::kDone ? Delivery::kUnanswered : Delivery::kUnsent;
   if (wait == ChannelWait::kDone) wait = stream->Send(request, deadline);
-  if (wait == ChannelWait::kTimeout || wait == ChannelWait::kStopped) return Failure(Reason(wait));
+  if (wait == ChannelWait::kTimeout || wait == ChannelWait::kStopped) return Failure(Reason(wait), unheard);
   std::string text;
   if (fresh) {
     wait = stream->Receive(text, deadline);
-    if (wait == ChannelWait::kClosed) return {kChannelFull, Reason(wait), {}, Delivery::kUnanswered};
-    if (wait != ChannelWait::kDone) return Failure(Reason(wait));
+    if (wait != ChannelWait::kDone) return Failure(Reason(wait), unheard);
     if (!GreetingFromJson(text)) {
       const std::optional<ChannelAnswer> refusal = AnswerFromJson(text);
       if (!refusal) return Failure("something else than the service answers");

@@ -46,7 +46,7 @@ class ChannelClient {
  private:
   /// With mutex_ held.
   void CloseStale();
-  /// kChannelFull where the service closed the connection before a conversation began: nothing was carried out.
+  /// kChannelFull where the service said that it has no room: nothing was carried out.
   ChannelAnswer Converse(const std::string& request, platform::SteadyTime deadline);
 
   platform::Runtime& runtime_;

@@ -396,6 +396,50 @@ TEST_F(ChannelServerTest, AClientThatAsksNothingMoreLetsGoOfItsConnection) {
   EXPECT_EQ(wait, ChannelWait::kClosed);
 }
 
+TEST_F(ChannelServerTest, OnlyARefusalThatWasReadIsAskedAgain) {
+  const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
+  const platform::LocalListening listening = platform::ListenLocally(*runtime_, place_, *stop);
+  ASSERT_NE(listening.listener, nullptr) << listening.problem;
+  using Delivery = ChannelAnswer::Delivery;
+  const std::vector<std::string> good = {GreetingToJson(), ToJson(ChannelAnswer())};
+  const struct {
+    const char* what;
+    std::vector<std::string> says;  ///< In the first conversation; others are answered.
+    int result;
+    Delivery delivery;
+    int conversations;
+  } rows[] = {
+      {"answered", good, 0, Delivery::kAnswered, 1},
+      {"no room", {ToJson(ChannelAnswer{kChannelFull, "too many", {}})}, 0, Delivery::kAnswered, 2},
+      {"closed without a word", {}, SessionRecorder::kChannelFailed, Delivery::kUnanswered, 1},
+      {"closed before the answer", {GreetingToJson()}, SessionRecorder::kChannelFailed, Delivery::kUnanswered, 1}};
+  for (const auto& [what, says, result, delivery, conversations] : rows) {
+    SCOPED_TRACE(what);
+    ChannelAnswer answer;
+    std::promise<void> ended;
+    std::thread asking([&] {
+      answer = ChannelClient(*runtime_, place_).Ask({});
+      ended.set_value();
+      Connect();  // wakes who waits for a conversation that does not come
+    });
+    int seen = 0;
+    const std::future<void> end = ended.get_future();
+    for (;;) {
+      MessageStream stream(listening.listener->Accept(), kLongestRequest);
+      if (end.wait_for(std::chrono::seconds(0)) == std::future_status::ready) break;
+      std::string message;
+      EXPECT_EQ(stream.Receive(message, Soon()), ChannelWait::kDone);
+      EXPECT_EQ(stream.Receive(message, Soon()), ChannelWait::kDone);
+      for (const std::string& said : seen++ == 0 ? says : good)
+        EXPECT_EQ(stream.Send(said, Soon()), ChannelWait::kDone);
+    }
+    asking.join();
+    EXPECT_EQ(answer.result, result);
+    EXPECT_EQ(answer.delivery, delivery);
+    EXPECT_EQ(seen, conversations);
+  }
+}
+
 TEST_F(ChannelServerTest, TheEndWaitsForNobody) {
   Start({.patience = std::chrono::minutes(5)});
   const auto quiet = Connect();
