@@ -43,6 +43,10 @@ class RecordingRecorder final : public SessionRecorder {
   std::atomic<int> refusals = 0;
   std::atomic<int> refusal = kChannelFailed;
 
+  /// What each call waits for, as for a service that is slow; null: nothing.
+  std::atomic<platform::Event*> held_up = nullptr;
+  platform::Runtime* runtime = nullptr;
+
   /// The lines since the last call.
   std::vector<std::wstring> Take() {
     const std::lock_guard lock(mutex_);
@@ -58,6 +62,7 @@ class RecordingRecorder final : public SessionRecorder {
     return text;
   }
   int Note(const std::wstring& line) {
+    if (platform::Event* const hold = held_up; hold != nullptr) runtime->Wait(*hold, platform::kForever);
     if (refusals > 0 && refusals-- > 0) return refusal;
     const std::lock_guard lock(mutex_);
     lines_.push_back(line);
@@ -97,6 +102,7 @@ std::vector<std::uint8_t> BrightnessSetting(std::uint8_t percent) {
 class EventWindowTest : public testing::Test {
  protected:
   EventWindowTest() {
+    recorder_.runtime = &runtime_;
     stop_ = Make(EventWindow::kStopEvent, platform::EventReset::kManual);
     telemetry_ = Make(kTelemetryPolicyChangeEvent, platform::EventReset::kAuto);
     tvk_ = Make(kTvkPolicyChangeEvent, platform::EventReset::kAuto);
@@ -459,6 +465,29 @@ TEST_F(EventWindowTest, ChangesOfTheDisplayAreRecordedOnce) {
   EXPECT_THAT(Sent(platform::kMessageDisplayChange, 32, 720 << 16 | 1280),
               ElementsAre(L"display described: BitsPerPixel=32,Height=720,Primary=true,RefreshRate=75,Width=1280",
                           L"display ResolutionChange BitsPerPixel=32,Height=720,RefreshRate=75,Width=1280"));
+}
+
+TEST_F(EventWindowTest, ResolutionsThatChangeWhileTheServiceIsSlowEndWithTheLastOne) {
+  Start();
+  recorder_.Take();
+  const auto go_on = runtime_.MakeEvent(platform::EventReset::kManual);
+  const auto change = [this](std::uint32_t width, std::uint32_t height) {
+    desktop_.Change([&](auto& session) { session.displays.front().mode = {width, height, 32, 60}; });
+    desktop_.Send(platform::kMessageDisplayChange, 32, static_cast<std::intptr_t>(height << 16 | width));
+    runtime_.Settle();
+  };
+  recorder_.held_up = go_on.get();
+  change(1920, 1080);  // as it is; the service takes its time
+  change(1280, 720);
+  change(1920, 1080);
+  EXPECT_THAT(recorder_.Take(), IsEmpty());
+  recorder_.held_up = nullptr;
+  go_on->Set();
+  runtime_.Settle();
+  std::vector<std::wstring> changes = recorder_.Take();
+  std::erase_if(changes, [](const std::wstring& line) { return line.find(L"ResolutionChange") == line.npos; });
+  EXPECT_THAT(changes, ElementsAre(L"display ResolutionChange BitsPerPixel=32,Height=720,Width=1280",
+                                   L"display ResolutionChange BitsPerPixel=32,Height=1080,RefreshRate=60,Width=1920"));
 }
 
 TEST_F(EventWindowTest, TouchesAreCountedBySessionsAndWrittenByTheHour) {

@@ -62,14 +62,17 @@ class DisplayUserAgent::Displays {
     return result != 0 || primary_key_.empty() ? result : recorder_.WriteItem(kDatasetId, item, data, primary_key_);
   }
 
+  /// What is told is compared with what was told: by now the display may be where a later change took it.
   int ChangeResolution(platform::DisplayMode told) {
-    const platform::DisplayMode before = mode_;
+    const platform::DisplayMode before = recorded_.value_or(mode_);
     if (const int result = Describe(false); result != 0) return result;
     if (told.width == before.width && told.height == before.height && told.bits_per_pixel == before.bits_per_pixel) {
       return 0;  // displays came, went or were arranged anew
     }
     if (told.width == mode_.width && told.height == mode_.height) told.refresh_rate = mode_.refresh_rate;
-    return Write(TVK::kResolutionItem, TVK::DisplayModeItemData(told));
+    const int result = Write(TVK::kResolutionItem, TVK::DisplayModeItemData(told));
+    if (result == 0) recorded_ = told;
+    return result;
   }
 
  private:
@@ -77,6 +80,7 @@ class DisplayUserAgent::Displays {
   TVK::SessionRecorder& recorder_;
   std::wstring primary_key_;  ///< Empty: there is no display.
   platform::DisplayMode mode_;
+  std::optional<platform::DisplayMode> recorded_;  ///< The change that was told and recorded last.
 };
 
 DisplayUserAgent::DisplayUserAgent(platform::Runtime& runtime, platform::Desktop& desktop,
