@@ -17,8 +17,9 @@ namespace TVK {
 /// "Global\TvkUserAgentStopEvent". There is one, in the session of the user; see platform::UserSessions. One that waits
 /// for users is, until it is stopped,
 /// - started again when it ended by itself, or could not be started, somewhat later;
-/// - looked for a session for at each logon and each switch of the console, and for a while after: who logs on may not
-///   be ready yet. One that runs in another session ends, and is started anew there;
+/// - looked for a session for at each logon, each switch of the console and when a remote user leaves, and for a while
+///   after: who logs on may not be ready yet. One that runs in another session ends, and is started anew there; where
+///   nobody is elsewhere it stays;
 /// - not started in a session whose user logged off, which takes its processes along before or after it is told.
 /// What a service before this one left behind is told to end first. While another service that runs has user agents
 /// none is started: both would go by the same event.
@@ -63,8 +64,8 @@ class UserProcess final : public UserProcessAgent {
 
   /// A user logged on: what waits for one starts, or moves there.
   void OnUserLogon();
-  /// The same for a logon and for a session that came to the console or is in use again from elsewhere; a session whose
-  /// user logged off is none for us.
+  /// The same for a logon and for a session that came to the console or that a remote user took or left; a session
+  /// whose user logged off is none for us.
   void OnSessionChange(const platform::SessionChange& change);
   /// Whether it runs in the session of this number.
   bool RunsIn(std::uint32_t session);

@@ -269,6 +269,23 @@ TEST_F(UserProcessRules, ItMovesToTheSessionThatTheConsoleIsSwitchedTo) {
   EXPECT_EQ(played_.starts, 4);
 }
 
+TEST_F(UserProcessRules, WhenARemoteUserLeavesItGoesToAnotherWhoIsThereAndElseStays) {
+  constexpr std::uint32_t kOther = 4;
+  played_.session = std::nullopt;
+  Change(SessionChangeKind::kRemoteDisconnect);
+  runtime_.AdvanceBy(hours(1));
+  EXPECT_FALSE(Told()) << "nobody else is there";
+  played_.session = kSession;
+  Change(SessionChangeKind::kRemoteConnect);
+  EXPECT_EQ(played_.starts, 1);
+  played_.session = kOther;
+  Change(SessionChangeKind::kRemoteDisconnect);
+  EXPECT_TRUE(Told());
+  EndProcess();
+  EXPECT_EQ(played_.starts, 2);
+  EXPECT_TRUE(process_.RunsIn(kOther));
+}
+
 TEST_F(UserProcessRules, AStartThatFailedIsTriedAgainAndLoggedOnce) {
   EndProcess();
   played_.refuses = true;

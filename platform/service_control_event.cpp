@@ -21,6 +21,7 @@ constexpr unsigned long kPowerSettingChange = 0x8013;  // PBT_POWERSETTINGCHANGE
 constexpr unsigned long kConsoleConnect = 1;     // WTS_CONSOLE_CONNECT
 constexpr unsigned long kConsoleDisconnect = 2;  // WTS_CONSOLE_DISCONNECT
 constexpr unsigned long kRemoteConnect = 3;      // WTS_REMOTE_CONNECT
+constexpr unsigned long kRemoteDisconnect = 4;   // WTS_REMOTE_DISCONNECT
 constexpr unsigned long kSessionLogon = 5;       // WTS_SESSION_LOGON
 constexpr unsigned long kSessionLogoff = 6;      // WTS_SESSION_LOGOFF
 
@@ -102,6 +103,8 @@ std::optional<SessionChange> DecodeSessionChange(unsigned long event_type, unsig
       return SessionChange{SessionChangeKind::kRemoteConnect, number};
     case kConsoleDisconnect:
       return SessionChange{SessionChangeKind::kConsoleDisconnect, number};
+    case kRemoteDisconnect:
+      return SessionChange{SessionChangeKind::kRemoteDisconnect, number};
     case kSessionLogon:
       return SessionChange{SessionChangeKind::kLogon, number};
     case kSessionLogoff:

@@ -60,7 +60,8 @@ TEST(ServiceControlEventTest, EachControlMeansItsEventOrNone) {
            Row{14, 1, of_session, session(SessionChangeKind::kConsoleConnect)},
            Row{14, 3, of_session, session(SessionChangeKind::kRemoteConnect)},
            Row{14, 2, of_session, session(SessionChangeKind::kConsoleDisconnect)},
-           Row{14, 4, of_session, {}},
+           Row{14, 4, of_session, session(SessionChangeKind::kRemoteDisconnect)},
+           Row{14, 7, of_session, {}},  // locked
            Row{14, 5, of_session, session(SessionChangeKind::kLogon)},
            Row{14, 6, of_session, session(SessionChangeKind::kLogoff)},
            Row{14, 5, {8, 0, 0, 0, 4, 3, 2}, {}},

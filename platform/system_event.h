@@ -29,6 +29,7 @@ enum class SessionChangeKind {
   kConsoleConnect,     ///< The session is at the console now.
   kRemoteConnect,      ///< A user is back at the session from elsewhere.
   kConsoleDisconnect,  ///< It no longer is, for another one or for none.
+  kRemoteDisconnect,   ///< The user who was at it from elsewhere left, and did not log off.
 };
 
 struct SessionChange {

@@ -59,7 +59,10 @@ class RegistryWatcher final : public SettingWatcher {
   }
 
   void OnSessionChange(const SessionChange& change) override {
-    if (change.kind == SessionChangeKind::kConsoleDisconnect) return;  // another one is connected, or nobody is there
+    // Another session is connected, or nobody is there: then who was there last is followed on.
+    if (change.kind == SessionChangeKind::kConsoleDisconnect || change.kind == SessionChangeKind::kRemoteDisconnect) {
+      return;
+    }
     std::vector<Setting> followed;
     {
       const std::lock_guard lock(mutex_);
