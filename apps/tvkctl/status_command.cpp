@@ -47,12 +47,12 @@ class Screen {
     const Json::Value& process = status_["process"];
     rows_.push_back({L"processor time", std::to_wstring(process["processor_ms"].asInt64()) + L" ms"});
     rows_.push_back({L"memory", std::to_wstring(process["memory_bytes"].asUInt64() / 1024) + L" KiB"});
-    AddRefusedCallers();
+    AddRefused();
     Flush();
     out_ << '\n';
-    rows_ = {{L"DATASET", L"STATE", L"LAST RECORD", L"NEXT DUE", L"WHY"}};
+    rows_ = {{L"DATASET", L"STATE", L"SINCE", L"LAST RECORD", L"NEXT DUE", L"WHY"}};
     for (const Json::Value& dataset : status_["datasets"]) {
-      rows_.push_back({Text(dataset, "name"), DatasetState(dataset), Ago(dataset, "last_record"),
+      rows_.push_back({Text(dataset, "name"), DatasetState(dataset), Since(dataset), Ago(dataset, "last_record"),
                        Ago(dataset, "next_due"), DatasetWhy(dataset)});
     }
     Flush();
@@ -71,6 +71,13 @@ class Screen {
   }
   std::wstring Ago(const Json::Value& object, const char* key) const {
     return object.isMember(key) ? FromNow(Seconds(object, key) - now_) : std::wstring();
+  }
+
+  /// For how long: with "ago" the rows of what runs would not fit a terminal of 80 columns.
+  std::wstring Since(const Json::Value& dataset) const {
+    const std::wstring ago = Ago(dataset, "since");
+    constexpr std::wstring_view kAgo = L" ago";
+    return ago.ends_with(kAgo) ? ago.substr(0, ago.size() - kAgo.size()) : ago;
   }
 
   void AddFiles() {
@@ -95,7 +102,9 @@ class Screen {
     }
   }
 
-  void AddRefusedCallers() {
+  void AddRefused() {
+    if (const std::uint64_t count = status_["store"]["refused"].asUInt64(); count > 0)
+      rows_.push_back({L"records refused", std::to_wstring(count)});
     const Json::Value& refused = status_["channel_refused"];
     for (const std::string& kind : refused.getMemberNames()) {
       const std::uint64_t count = refused[kind].asUInt64();
