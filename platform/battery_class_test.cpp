@@ -196,17 +196,17 @@ TEST(BatteryClassTest, EachFactIsToldOrAbsentByItself) {
 }
 
 TEST(BatteryClassTest, OnlyWhatPowersTheMachineCounts) {
-  for (const auto& [key, answer] :
-       std::map<Key, DriverAnswer>{{kTag, {kFileNotFound}},                                         // an empty slot
-                                   {kTag, {0, Words({0})}},                                         // the same
-                                   {kTag, {0, {1, 0}}},                                             // no answer
-                                   {At(BatteryLevel::kInformation), {0, Information(0, 1, 1, 1)}},  // a mouse's
-                                   {At(BatteryLevel::kInformation), {0, Information(0xA0000000, 1, 1, 1)}},  // a UPS
-                                   {At(BatteryLevel::kInformation), {0, Bytes(35, 0xFF)}},
-                                   {At(BatteryLevel::kInformation), {kInvalidFunction}}}) {
+  for (const auto& [key, answer] : std::vector<std::pair<Key, DriverAnswer>>{
+           {kTag, {kFileNotFound}},                                                  // an empty slot
+           {kTag, {0, Words({0})}},                                                  // the same
+           {kTag, {0, {1, 0}}},                                                      // no answer
+           {At(BatteryLevel::kInformation), {0, Information(0, 1, 1, 1)}},           // a mouse's
+           {At(BatteryLevel::kInformation), {0, Information(0xA0000000, 1, 1, 1)}},  // a UPS
+           {At(BatteryLevel::kInformation), {0, Bytes(35, 0xFF)}},
+           {At(BatteryLevel::kInformation), {kInvalidFunction}}}) {
     Driver driver;
     driver.answers[key] = answer;
-    EXPECT_EQ(driver.Read(), std::nullopt);
+    EXPECT_EQ(driver.Read(), std::nullopt) << testing::PrintToString(answer.bytes);
   }
 }
 

@@ -270,68 +270,85 @@ TEST(BatteriesLinuxTest, WhatANoticeDoesNotTellIsInTheFiles) {
 
 TEST(BatteryPollTest, ABatteryIsInUseWhileItIsChargedOrDischarged) {
   using enum ChargeState;
-  using States = std::vector<std::optional<ChargeState>>;
   struct Row {
     PowerSource source;
-    States states;
-    std::optional<bool> in_use;
+    std::vector<std::optional<ChargeState>> states;
+    std::vector<std::optional<bool>> in_use;
+    bool has_adapter = true;
   };
-  for (const Row& row : {Row{PowerSource::kAc, {}, false}, Row{PowerSource::kBattery, {}, false},
-                         Row{PowerSource::kAc, {kIdle, {}}, false}, Row{PowerSource::kAc, {kIdle, kCharging}, true},
-                         Row{PowerSource::kAc, {kDischarging, kIdle}, true}, Row{PowerSource::kAc, {{}, {}}, {}},
-                         Row{PowerSource::kBattery, {kIdle}, true}, Row{PowerSource::kBattery, {{}}, true}}) {
-    std::vector<BatteryFacts> batteries;
+  for (const Row& row :
+       {Row{PowerSource::kAc, {}, {}}, Row{PowerSource::kAc, {kIdle, {}}, {false, {}}},
+        Row{PowerSource::kAc, {kIdle, kCharging}, {false, true}}, Row{PowerSource::kAc, {kDischarging}, {true}},
+        Row{PowerSource::kBattery, {kIdle}, {true}}, Row{PowerSource::kBattery, {kIdle, {}}, {true, true}},
+        Row{PowerSource::kBattery, {kIdle, kDischarging}, {false, true}}, Row{PowerSource::kAc, {kIdle}, {true}, false},
+        Row{PowerSource::kAc, {kIdle, kCharging}, {true, true}, false}}) {
+    PowerReading reading{.status = {.source = row.source}, .has_adapter = row.has_adapter};
     for (const auto& state : row.states)
-      batteries.push_back({.slot = "BAT", .state = state});
-    EXPECT_EQ(BatteryPoll::LookOf({.source = row.source}, batteries).in_use, row.in_use)
-        << testing::PrintToString(row.states);
+      reading.batteries.push_back({.slot = "BAT" + std::to_string(reading.batteries.size()), .state = state});
+    std::vector<std::optional<bool>> in_use;
+    for (const auto& [slot, seen] : BatteryPoll::LookOf(reading).batteries)
+      in_use.push_back(seen.in_use);
+    EXPECT_EQ(in_use, row.in_use) << testing::PrintToString(row.states);
   }
 }
 
 TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
   using enum BatteryPoll::Cause;
-  using Look = BatteryPoll::Look;
+  using Seen = BatteryPoll::Seen;
   constexpr auto kBattery = PowerSource::kBattery;
+  constexpr auto kAc = PowerSource::kAc;
   struct Step {
     BatteryPoll::Cause cause;
-    Look look;
+    PowerSource source;
+    std::vector<Seen> seen;  ///< "BAT0", "BAT1".
     bool polls;
+    std::set<std::string> noticed = {"BAT0"};
   };
   struct Row {
     const char* what;
     std::vector<Step> steps;
   };
   for (const Row& row : {
-           Row{"full", {{kOther, {PowerSource::kAc, 100, false}, false}}},
-           Row{"no percentage", {{kOther, {kBattery, {}, true}, false}}},
-           Row{"no state", {{kOther, {kBattery, 50, {}}, false}}},
-           Row{"taken out", {{kOther, {kBattery, 50, true}, true}, {kNotice, {kBattery, {}, false}, false}}},
+           Row{"full", {{kOther, kAc, {{100, false}}, false}}},
+           Row{"no percentage", {{kOther, kBattery, {{{}, true}}, false}}},
+           Row{"no state", {{kOther, kBattery, {{50, {}}}, false}}},
+           Row{"taken out", {{kOther, kBattery, {{50, true}}, true}, {kNotice, kBattery, {}, false}}},
            Row{"silent for a moment",
-               {{kOther, {kBattery, 50, true}, true},
-                {kNotice, {kBattery, 49, true}, false},
-                {kNotice, {kBattery, {}, {}}, false},
-                {kNotice, {kBattery, 46, true}, true},
-                {kPoll, {kBattery, {}, {}}, true}}},
+               {{kOther, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{49, true}}, false},
+                {kNotice, kBattery, {{{}, {}}}, false},
+                {kNotice, kBattery, {{46, true}}, true},
+                {kPoll, kBattery, {{{}, {}}}, true}}},
            Row{"a driver that tells",
-               {{kOther, {kBattery, 50, true}, true},
-                {kPoll, {kBattery, 50, true}, true},
-                {kNotice, {kBattery, 50, true}, true},
-                {kNotice, {kBattery, 49, true}, false},
-                {kOther, {kBattery, 40, true}, false},
-                {kNotice, {kBattery, 39, true}, false}}},
-           Row{"while it charges, too",
-               {{kOther, {PowerSource::kAc, 50, true}, true}, {kNotice, {PowerSource::kAc, 51, true}, false}}},
+               {{kOther, kBattery, {{50, true}}, true},
+                {kPoll, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{49, true}}, false},
+                {kOther, kBattery, {{40, true}}, false},
+                {kNotice, kBattery, {{39, true}}, false}}},
+           Row{"while it charges, too", {{kOther, kAc, {{50, true}}, true}, {kNotice, kAc, {{51, true}}, false}}},
            Row{"the notice was of the source",
-               {{kOther, {PowerSource::kAc, 50, true}, true}, {kNotice, {kBattery, 49, true}, true}}},
+               {{kOther, kAc, {{50, true}}, true}, {kNotice, kBattery, {{49, true}}, true}}},
+           Row{"the notice was of the charger",
+               {{kOther, kAc, {{50, true}}, true},
+                {kNotice, kAc, {{51, true}}, true, {"AC"}},
+                {kNotice, kBattery, {{51, true}}, true, {"AC"}}}},
+           Row{"one of two is silent",
+               {{kOther, kBattery, {{50, true}, {90, false}}, true},
+                {kNotice, kBattery, {{49, true}, {90, false}}, false},
+                {kNotice, kBattery, {{48, true}, {90, true}}, true},
+                {kNotice, kBattery, {{47, true}, {89, true}}, true},
+                {kNotice, kBattery, {{47, false}, {88, true}}, true},
+                {kNotice, kBattery, {{47, false}, {87, true}}, false, {"BAT1"}}}},
            Row{"a driver that tells seldom",
-               {{kOther, {kBattery, 50, true}, true},
-                {kNotice, {kBattery, 49, true}, false},
-                {kNotice, {kBattery, 45, true}, true}}},
+               {{kOther, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{49, true}}, false},
+                {kNotice, kBattery, {{45, true}}, true}}},
            Row{"one that stops",
-               {{kOther, {kBattery, 50, true}, true},
-                {kNotice, {kBattery, 49, true}, false},
-                {kNotice, {kBattery, 49, false}, false},
-                {kPoll, {kBattery, 48, true}, true}}},
+               {{kOther, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{49, true}}, false},
+                {kNotice, kBattery, {{49, false}}, false},
+                {kPoll, kBattery, {{48, true}}, true}}},
        }) {
     SCOPED_TRACE(row.what);
     BatteryPoll poll(1min);
@@ -339,7 +356,10 @@ TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
     SteadyTime now{};
     for (const Step& step : row.steps) {
       now += 7s;
-      poll.NoteLook(now, step.cause, step.look);
+      BatteryPoll::Look look{.source = step.source};
+      for (const Seen& seen : step.seen)
+        look.batteries["BAT" + std::to_string(look.batteries.size())] = seen;
+      poll.NoteLook(now, step.cause, look, step.noticed);
       EXPECT_EQ(poll.due(), step.polls ? std::optional(now + 1min) : std::nullopt) << &step - row.steps.data();
     }
   }

@@ -1,39 +1,50 @@
 #include "platform/linux/battery_poll.h"
 
+#include <algorithm>
+
 namespace platform {
 
-BatteryPoll::Look BatteryPoll::LookOf(const PowerStatus& status, const std::vector<BatteryFacts>& batteries) {
-  Look look{.source = status.source, .percent = status.percent};
-  if (batteries.empty()) {
-    look.in_use = false;
-  } else if (status.source == PowerSource::kBattery) {
-    look.in_use = true;
+BatteryPoll::Look BatteryPoll::LookOf(const PowerReading& reading) {
+  Look look{.source = reading.status.source};
+  bool shown = false;
+  for (const BatteryFacts& battery : reading.batteries) {
+    Seen& seen = look.batteries[battery.slot];
+    seen.percent = battery.percent;
+    if (battery.state) seen.in_use = *battery.state != ChargeState::kIdle;
+    shown = shown || seen.in_use == true;
   }
-  for (const BatteryFacts& battery : batteries) {
-    if (battery.state) look.in_use = look.in_use.value_or(false) || *battery.state != ChargeState::kIdle;
+  if (!reading.has_adapter || (look.source == PowerSource::kBattery && !shown)) {
+    for (auto& [slot, seen] : look.batteries)
+      seen.in_use = true;
   }
   return look;
 }
 
-void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look) {
+void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look, const std::set<std::string>& noticed) {
   looked_ = when;
-  const bool told = look.in_use && (look.percent || !*look.in_use);
-  if (!told) return;
-  const bool comparable = last_ && last_->percent && look.percent && cause != Cause::kOther;
-  if (comparable && *look.percent != *last_->percent) {
-    const bool next = *look.percent + 1 == *last_->percent || *look.percent == *last_->percent + 1;
-    // With a change of the source comes a notice whatever the battery's driver does.
-    if (cause == Cause::kPoll) {
-      tells_ = false;
-    } else if (look.source == last_->source) {
-      tells_ = next;
+  std::erase_if(followed_, [&](const auto& one) { return !look.batteries.contains(one.first); });
+  for (const auto& [slot, seen] : look.batteries) {
+    const bool told = seen.in_use && (seen.percent || !*seen.in_use);
+    if (!told) continue;
+    Followed& battery = followed_[slot];
+    const std::optional<std::uint32_t> before = battery.seen.percent;
+    if (before && seen.percent && *seen.percent != *before) {
+      const bool next = *seen.percent + 1 == *before || *seen.percent == *before + 1;
+      // With a change of the source comes a notice whatever the battery's driver does.
+      if (cause == Cause::kPoll) {
+        battery.tells = false;
+      } else if (cause == Cause::kNotice && noticed.contains(slot) && look.source == battery.source) {
+        battery.tells = next;
+      }
     }
+    battery.source = look.source;
+    battery.seen = seen;
   }
-  last_ = look;
 }
 
 std::optional<SteadyTime> BatteryPoll::due() const {
-  const bool useful = last_ && *last_->in_use && !tells_;
+  const bool useful = std::ranges::any_of(
+      followed_, [](const auto& one) { return one.second.seen.in_use == true && !one.second.tells; });
   return useful ? std::optional(looked_ + interval_) : std::nullopt;
 }
 

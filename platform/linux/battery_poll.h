@@ -3,17 +3,18 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
-#include <vector>
+#include <set>
+#include <string>
 
-#include "platform/batteries.h"
 #include "platform/clock.h"
-#include "platform/power.h"
+#include "platform/linux/power_supplies.h"
 
 namespace platform {
 
 /// Some drivers send a notice of each percent that a battery gains or loses, others send none: there somebody has to
-/// look, and while nobody knows it yet, too. One thread at a time.
+/// look, and while nobody knows it yet, too. A machine may have batteries of both. One thread at a time.
 class BatteryPoll {
  public:
   enum class Cause {
@@ -22,33 +23,46 @@ class BatteryPoll {
     kOther,   ///< The start, or a resume.
   };
 
+  /// What was seen of a battery.
+  struct Seen {
+    std::optional<std::uint32_t> percent = {};
+    std::optional<bool> in_use = {};  ///< It is being charged or discharged; absent: it does not tell.
+
+    bool operator==(const Seen&) const = default;
+  };
   /// What was seen.
   struct Look {
     std::optional<PowerSource> source = {};
-    std::optional<std::uint32_t> percent = {};  ///< Of all batteries together.
-    std::optional<bool> in_use = {};  ///< One is being charged or discharged; absent: there are some, none tells.
+    std::map<std::string, Seen> batteries = {};  ///< By slot.
   };
 
-  /// Without batteries none is in use. On a machine that runs on battery one is, whatever it says: what it says may be
-  /// a second old (the kernel's ACPI driver), and "Full" still.
-  static Look LookOf(const PowerStatus& status, const std::vector<BatteryFacts>& batteries);
+  /// On a machine that runs on battery one is in use: where none says so all count, since what they say may be a second
+  /// old (the kernel's ACPI driver), and "Full" still. Where no adapter could tell that the plug was pulled all count
+  /// at any time.
+  static Look LookOf(const PowerReading& reading);
 
   /// `interval`: above zero.
   explicit BatteryPoll(milliseconds interval) : interval_(interval) {}
 
-  /// That the drivers tell is taken from a notice that brought the very next percentage from the same source; that they
-  /// do not, from a change that a poll found or a notice that came too late for it. What was seen last counts; a look
-  /// at batteries that tell nothing just now saw nothing.
-  void NoteLook(SteadyTime when, Cause cause, const Look& look);
+  /// That a battery's driver tells is taken from a notice of that battery which brought the very next percentage from
+  /// the same source; that it does not, from a change that a poll found or a notice that came too late for it. What was
+  /// seen last counts; a look at a battery that tells nothing just now saw nothing. `noticed`: of which supplies the
+  /// notices were.
+  void NoteLook(SteadyTime when, Cause cause, const Look& look, const std::set<std::string>& noticed = {});
 
   /// When to look; absent: only when something happens. Never sooner than the interval after the last look.
   std::optional<SteadyTime> due() const;
 
  private:
+  struct Followed {
+    std::optional<PowerSource> source = {};  ///< When it was seen.
+    Seen seen = {};
+    bool tells = false;  ///< Its driver is known to.
+  };
+
   milliseconds interval_;
-  std::optional<Look> last_;
-  SteadyTime looked_;   ///< When that was.
-  bool tells_ = false;  ///< The drivers are known to tell.
+  std::map<std::string, Followed> followed_;  ///< By slot; what was ever seen of those that are there.
+  SteadyTime looked_;                         ///< Last.
 };
 
 }  // namespace platform

@@ -67,10 +67,17 @@ class LinuxKernelNotices final : public KernelNotices {
 
   DeviceNews TakeDevices() override {
     DeviceNews news;
-    while (const auto device = UdevPointer<udev_device>(::udev_monitor_receive_device(monitor_.get()))) {
+    for (;;) {
+      errno = 0;
+      const UdevPointer<udev_device> device(::udev_monitor_receive_device(monitor_.get()));
+      if (device == nullptr && errno != ENOBUFS) return news;
+      if (device == nullptr) {
+        news.lost = true;  // told once (netlink(7)); behind it come those that it kept
+        continue;
+      }
       const auto text = [](const char* told) { return std::string_view(told != nullptr ? told : ""); };
       if (text(::udev_device_get_subsystem(device.get())) != kBlock) {
-        news.power = true;
+        news.supplies.emplace(text(::udev_device_get_sysname(device.get())));
         continue;
       }
       const auto change =
@@ -80,7 +87,6 @@ class LinuxKernelNotices final : public KernelNotices {
                          .media_change = text(::udev_device_get_property_value(device.get(), "DISK_MEDIA_CHANGE"))});
       if (change) news.drives.push_back(*change);
     }
-    return news;
   }
 
   int clock_fd() const override { return clock_.get(); }

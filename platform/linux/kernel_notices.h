@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,9 @@
 namespace platform {
 
 struct DeviceNews {
-  bool power = false;                    ///< About a power supply.
+  std::set<std::string> supplies = {};   ///< The names of the power supplies that it is about.
   std::vector<DriveChange> drives = {};  ///< In their order.
+  bool lost = false;                     ///< There was more than the kernel keeps: some may be missing.
 };
 
 /// Descriptors that become readable when there is news, and what to do then. One thread at a time.

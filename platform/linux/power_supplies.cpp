@@ -1,5 +1,6 @@
 #include "platform/linux/power_supplies.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace platform {
@@ -26,7 +27,10 @@ std::vector<PowerSupply> ReadSupplies(const Sysroot& root) {
 
 PowerReading ReadPower(const Sysroot& root) {
   std::vector<PowerSupply> supplies = ReadSupplies(root);
-  PowerReading reading{.status = SumUpPower(supplies)};
+  PowerReading reading{.status = SumUpPower(supplies),
+                       .has_adapter = std::ranges::any_of(supplies, [](const PowerSupply& supply) {
+                         return supply.kind == PowerSupply::Kind::kAdapter;
+                       })};
   for (PowerSupply& supply : supplies) {
     if (supply.kind != PowerSupply::Kind::kBattery) continue;
     if (reading.status.source) supply.facts.on_ac = *reading.status.source == PowerSource::kAc;

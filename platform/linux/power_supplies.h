@@ -11,6 +11,7 @@ namespace platform {
 /// What one reading of all supplies tells.
 struct PowerReading {
   PowerStatus status = {};
+  bool has_adapter = false;  ///< There is one, plugged or not.
   /// By name; with their slot, which is that name, their path and on_ac.
   std::vector<BatteryFacts> batteries = {};
 };

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <system_error>
 
@@ -67,6 +68,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
       if (woken < 0) continue;  // only for a signal
       if (waited[0].revents != 0) return;
       std::optional<Cause> look;
+      std::set<std::string> noticed;
       const bool wished = waited[5].revents != 0 && wishes_->Take();
       // After a sleep the power is read, too: what changed in it may be told by nobody.
       if (failed || waited[1].revents != 0 || wished) {
@@ -82,12 +84,16 @@ class LinuxSystemEventSource final : public SystemEventSource {
         }
         if (waited[2].revents != 0) {
           const DeviceNews news = notices_->TakeDevices();
-          if (news.power && !look) look = Cause::kNotice;
+          if (news.lost) look = Cause::kOther;
+          if (!news.supplies.empty() && !look) look = Cause::kNotice;
+          noticed = news.supplies;
           for (const DriveChange change : news.drives)
             callback_(change);
+          // Whoever hears of one looks which there are.
+          if (news.lost) callback_(DriveChange::kAttached);
         }
         if (waited[3].revents != 0 || waited[4].revents != 0) TellSessions();
-        if (look) TellPower(*look);
+        if (look) TellPower(*look, noticed);
         failed = false;
       } catch (...) {
         // Without memory nothing can be read. The power is read again, so that nothing is missed and nobody to be told.
@@ -103,21 +109,21 @@ class LinuxSystemEventSource final : public SystemEventSource {
         std::max<std::int64_t>(std::chrono::ceil<milliseconds>(*due - runtime_.clock().Steady()).count(), 0));
   }
 
-  PowerState Look(Cause cause) {
+  PowerState Look(Cause cause, const std::set<std::string>& noticed = {}) {
     const PowerReading reading = ReadPower(root_);
     PowerState state{.source = reading.status.source, .percent = reading.status.percent};
     for (const BatteryFacts& battery : reading.batteries)
       state.batteries.push_back(battery.slot + '\n' + battery.name + '\n' + battery.serial_number);
-    poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(reading.status, reading.batteries));
+    poll_.NoteLook(runtime_.clock().Steady(), cause, BatteryPoll::LookOf(reading), noticed);
     return state;
   }
 
-  void TellPower(Cause cause) {
+  void TellPower(Cause cause, const std::set<std::string>& noticed) {
     if (!wishes_->any()) {
       known_.reset();
       return;
     }
-    PowerState present = Look(cause);
+    PowerState present = Look(cause, noticed);
     if (known_) {
       if (present.source && present.source != known_->source) callback_(*present.source);
       if (present.percent && (present.percent != known_->percent || present.batteries != known_->batteries)) {

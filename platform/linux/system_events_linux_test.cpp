@@ -84,7 +84,7 @@ class ScriptedNotices final : public KernelNotices {
 
  private:
   std::mutex mutex_;  ///< Guards what follows.
-  DeviceNews news_ = {.power = true};
+  DeviceNews news_ = {.supplies = {"AC", "BAT0"}};
 };
 
 class SystemEventsLinuxTest : public testing::Test {
@@ -173,9 +173,14 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   EXPECT_EQ(Until(BatteryPercent{5}), (Events{SleepChange::kSuspend, SleepChange::kResume, BatteryPercent{5}}))
       << "another battery, as full as the one before";
   Supply("BAT1", "Battery\n", "POWER_SUPPLY_STATUS=Full");
-  notices.SetNews({.power = true});
+  notices.SetNews({.supplies = {"AC"}});
   ScriptedNotices::Give(notices.devices);
   EXPECT_EQ(Until(BatteryPercent{5}), Events{BatteryPercent{5}}) << "one more, which tells nothing";
+  Battery(4, "POWER_SUPPLY_SERIAL_NUMBER=2");
+  notices.SetNews({.lost = true});
+  ScriptedNotices::Give(notices.devices);
+  EXPECT_EQ(Until(BatteryPercent{4}), (Events{DriveChange::kAttached, BatteryPercent{4}}))
+      << "notices that the kernel dropped may have been of anything";
   source = nullptr;
 }
 
@@ -262,7 +267,8 @@ TEST(KernelNoticesTest, NothingIsReadableWhileNothingHappensAndNoSleepIsMadeUp) 
   EXPECT_GE(notices->device_fd(), 0);
   EXPECT_GE(notices->clock_fd(), 0);
   EXPECT_FALSE(notices->TakeClock());
-  EXPECT_FALSE(notices->TakeDevices().power);
+  const DeviceNews news = notices->TakeDevices();
+  EXPECT_TRUE(news.supplies.empty() && !news.lost);
 }
 
 }  // namespace
