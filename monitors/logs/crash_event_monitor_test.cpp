@@ -108,6 +108,36 @@ TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
        kHardwareError,
        {{L"Code", L"machine check"}}},
       {"System", "kernel", 0, {{"MESSAGE", "pcieport 0000:00:1c.0: enabled"}}, nullptr, {}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "[Hardware Error]: Machine check events logged"}},
+       kHardwareError,
+       {{L"Code", L"machine check"}}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "EDAC MC12: 3 UE memory read error"}},
+       kHardwareError,
+       {{L"Code", L"memory"}}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "pcieport 0000:00:1c.5: AER: PCIe Bus Error: severity=Corrected"}},
+       kHardwareError,
+       {{L"Code", L"PCIe"}}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "general protection fault, maybe for address 0x0: 0000 [#12]"}},
+       kSystemCrash,
+       {{L"Code", L"oops"}}},
+      {"System",
+       "kernel",
+       0,
+       {{"MESSAGE", "Internal error: Oops: 96000006 [#1] SMP"}},
+       kSystemCrash,
+       {{L"Code", L"oops"}}},
       {"System", "systemd-pstore", 0, {{"DUMP", "Panic#1 Part2"}}, nullptr, {}},
       {"System", "systemd-pstore", 0, {{"DUMP", "Oops#1 Part1"}}, nullptr, {}},
       {"System", "systemd-pstore", 0, {{"DUMP", "Panic#1 Part1"}}, kSystemCrash, {{L"Code", L"panic"}}},
@@ -134,6 +164,21 @@ TEST_F(CrashTest, EachKindSaysWhatCrashedAndNotWhere) {
     expected[L"Source"] = String::UTF8ToUTF16(row.provider);
     expected[L"Count"] = L"1";
     EXPECT_EQ(data, expected);
+  }
+}
+
+TEST_F(CrashTest, LinesOfTheKernelThatOnlyLookLikeACrashAreNone) {
+  Start();
+  for (const char* const line :
+       {"EDAC MC: Ver: 3.0.0", "EDAC MC: ECC not enabled", "EDAC MC0: Giving out device to module skx_edac",
+        "EDAC MC0: 1 CE", "usb 1-1: Product: Keyboard [#3]", "usb 1-1: Product: Oops: 0002 [#1] SMP",
+        "a: 0000 [#1] b[12]: segfault at 0 ip 0", "Oops: 0000 [#1][12]: segfault at 0 ip 0", "Oops: zzzz [#1] SMP",
+        "Oops: 002 [#1] SMP", "Oops: 0002 [#] SMP", "traps: Oops: 0000 [#1] general protection fault ip:0",
+        "EDAC MC0: 1 CE [12]: segfault at 0", "cp[12]: PCIe Bus Error: severity",
+        "pcieport x: PCIe Bus Error: ", "a [Hardware Error]: Machine check events logged"}) {
+    Log("System", "kernel", 0, {{"MESSAGE", line}});
+    world_.runtime.AdvanceBy(CrashEventMonitor::kSameWithin + 1s);
+    EXPECT_TRUE(life_->Items().empty()) << line;
   }
 }
 

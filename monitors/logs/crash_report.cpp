@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <vector>
 
 #include "client/text/string.h"
@@ -55,30 +56,83 @@ CrashReport Report(const wchar_t* item, std::initializer_list<std::pair<const wc
 
 constexpr char kMemoryCode[] = "memory";
 
-/// What the kernel's line is the sign of: its beginning, the item, the code. One crash has several lines; these are
-/// those that stand once in each (Linux: kernel/panic.c, arch/x86/kernel/dumpstack.c, kernel/watchdog.c).
+/// Takes the digits that `rest` begins with away; how many they were.
+std::size_t TakeDigits(std::string_view& rest, std::string_view digits = "0123456789") {
+  const std::size_t count = std::min(rest.find_first_not_of(digits), rest.size());
+  rest.remove_prefix(count);
+  return count;
+}
+
+bool Take(std::string_view& rest, std::string_view text) {
+  if (!rest.starts_with(text)) return false;
+  rest.remove_prefix(text.size());
+  return true;
+}
+
+/// "Oops: 0002 [#1] SMP", with the name of the fault first, so that no line is one in which a device or a program bears
+/// such a name: the kernel cuts a program's after 15 characters, which leaves none for the blank (TASK_COMM_LEN).
+bool IsOops(std::string_view line) {
+  constexpr std::string_view kFaults[] = {"Oops",
+                                          "Internal error: ",
+                                          "general protection fault",
+                                          "invalid opcode",
+                                          "divide error",
+                                          "stack segment",
+                                          "double fault",
+                                          "segment not present",
+                                          "kernel stack overflow",
+                                          "stack guard page",
+                                          "int3",
+                                          "alignment check",
+                                          "invalid TSS",
+                                          "bounds"};
+  if (std::ranges::none_of(kFaults, [&](std::string_view fault) { return line.starts_with(fault); })) return false;
+  const std::size_t count = line.find(" [#");
+  const std::size_t code = line.substr(0, count).rfind(": ");
+  if (count == line.npos || code == line.npos) return false;
+  std::string_view rest = line.substr(code + 2);
+  if (TakeDigits(rest, "0123456789abcdef") < 4 || !Take(rest, " [#") || TakeDigits(rest) == 0) return false;
+  return rest == "]" || rest.starts_with("] ");
+}
+
+/// "EDAC MC0: 1 CE memory read error on ...": a controller counted errors. Others tell how it is set up, at each boot.
+bool IsMemoryError(std::string_view line) {
+  return Take(line, "EDAC MC") && TakeDigits(line) > 0 && Take(line, ": ") && TakeDigits(line) > 0 &&
+         (Take(line, " CE ") || Take(line, " UE ")) && !line.starts_with('[');  // as behind a program of that name
+}
+
+/// "pcieport 0000:00:1c.0: AER: PCIe Bus Error: severity=...": of a port's lines those of its error reporting.
+bool IsPcieError(std::string_view line) {
+  if (!Take(line, "pcieport ") || TakeDigits(line, "0123456789abcdef:.") == 0) return false;
+  Take(line, " ");
+  Take(line, "AER: ");
+  return line.starts_with("PCIe Bus Error: ");
+}
+
+bool IsMachineCheck(std::string_view line) {
+  Take(line, "mce: ");
+  return line.starts_with("[Hardware Error]: Machine check events logged");
+}
+
+/// What the kernel's line is the sign of. One crash has several lines; these are those that stand once in each (Linux:
+/// kernel/panic.c, arch/x86/kernel/dumpstack.c, kernel/watchdog.c, drivers/edac/edac_mc.c, drivers/pci/pcie/aer.c).
 struct KernelSign {
-  std::string_view text;
-  bool begins;  ///< The line begins with it; else it stands anywhere in it.
+  bool (*is)(std::string_view line);
   const wchar_t* item;
   const char* code;
 };
 constexpr std::array<KernelSign, 6> kKernelSigns = {{
-    {"Kernel panic - not syncing", true, kSystemCrash, "panic"},
-    {" [#", false, kSystemCrash, "oops"},
-    {"watchdog: BUG: soft lockup", true, kSystemCrash, "soft lockup"},
-    {"[Hardware Error]: Machine check events logged", false, kHardwareError, "machine check"},
-    {"EDAC MC", true, kHardwareError, kMemoryCode},
-    {"pcieport ", true, kHardwareError, "PCIe"},
+    {[](std::string_view line) { return line.starts_with("Kernel panic - not syncing"); }, kSystemCrash, "panic"},
+    {IsOops, kSystemCrash, "oops"},
+    {[](std::string_view line) { return line.starts_with("watchdog: BUG: soft lockup"); }, kSystemCrash, "soft lockup"},
+    {IsMachineCheck, kHardwareError, "machine check"},
+    {IsMemoryError, kHardwareError, kMemoryCode},
+    {IsPcieError, kHardwareError, "PCIe"},
 }};
 
 std::optional<CrashReport> ReadKernelLine(const std::string& line) {
   for (const KernelSign& sign : kKernelSigns) {
-    const std::size_t at = line.find(sign.text);
-    if (at == line.npos || (sign.begins && at != 0)) continue;
-    // Of PCIe ports only what their error reporting says.
-    if (sign.text == "pcieport " && line.find("PCIe Bus Error") == line.npos) continue;
-    return Report(sign.item, {{L"Code", sign.code}});
+    if (sign.is(line)) return Report(sign.item, {{L"Code", sign.code}});
   }
   return std::nullopt;
 }

@@ -190,6 +190,27 @@ TEST_F(WindowsLogsTest, WhatIsBeyondTheMinutesNumberIsCounted) {
   life_.reset();
 }
 
+TEST_F(WindowsLogsTest, AMinuteThatCountsRecordsNoMoreWhenItsNumberIsRaised) {
+  Settings({{L"EventsPerMinute", L"2"}});
+  Start();
+  const auto log = [&](std::uint32_t first, std::uint32_t last) {
+    for (std::uint32_t id = first; id <= last; ++id)
+      Log(id);
+    world_.runtime.Settle();
+  };
+  log(1, 5);
+  Settings({{L"EventsPerMinute", L"100"}});
+  (*monitor_)->ReadAndUpdateDatasetSettings();
+  log(6, 7);
+  world_.runtime.AdvanceBy(61s);
+  EXPECT_EQ(Only(kSkipped)[L"Count"], L"5");
+  EXPECT_EQ(Recorded(), L"1 2");
+  Kill();
+  Start();
+  log(8, 9);
+  EXPECT_EQ(Recorded(), L"8 9") << "each once";
+}
+
 TEST_F(WindowsLogsTest, ALogThatWasEmptiedOrOverwrittenIsTold) {
   Start();
   Log(1);
