@@ -416,10 +416,12 @@ TEST_F(ChannelServerTest, OnlyARefusalThatWasReadIsAskedAgain) {
     SCOPED_TRACE(what);
     ChannelAnswer answer;
     std::atomic<bool> ended = false;
+    // Wakes who waits for a conversation that does not come; one that has gone by then Windows shows nobody.
+    std::unique_ptr<platform::LocalConnection> waker;
     std::thread asking([&] {
       answer = ChannelClient(*runtime_, place_).Ask({});
       ended = true;
-      Connect();  // wakes who waits for a conversation that does not come
+      waker = Connect();
     });
     int seen = 0;
     for (;;) {
