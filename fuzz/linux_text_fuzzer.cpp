@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(mounts[i].point.starts_with('/'));
     IsReachable(mounts, i);
   }
-  const BlockDevice device = BlockDeviceOfLink(text);
+  const BlockDevice device = BlockDeviceOfLink(text, text.size() % 2 == 0);
   Require(device.name.find('/') == device.name.npos && device.drive.find('/') == device.drive.npos);
   Require(FileSystemIdOfUdev(text).size() <= size);
   SumOfErrors(text);

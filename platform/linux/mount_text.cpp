@@ -104,12 +104,17 @@ bool IsSystemPoint(std::string_view point) {
   return std::ranges::find(kPoints, point) != kPoints.end() || IsPrefix("/boot", point);
 }
 
-BlockDevice BlockDeviceOfLink(std::string_view link) {
-  constexpr std::string_view kFolder = "/block/";
-  const auto folder = link.rfind(kFolder);
-  if (folder == link.npos) return {};
-  const std::string_view path = link.substr(folder + kFolder.size());
-  return {std::string(path.substr(path.rfind('/') + 1)), std::string(path.substr(0, path.find('/')))};
+BlockDevice BlockDeviceOfLink(std::string_view link, bool is_partition) {
+  // Only the last folders are the same everywhere: those above are "block" of most drives, the controller or the
+  // subsystem of NVMe ones.
+  const auto take_last = [&] {
+    const std::string_view last = link.substr(link.rfind('/') + 1);
+    link.remove_suffix(std::min(link.size(), last.size() + 1));
+    return std::string(last == "." || last == ".." ? std::string_view() : last);
+  };
+  const std::string name = take_last();
+  const std::string drive = is_partition ? take_last() : name;
+  return name.empty() || drive.empty() ? BlockDevice() : BlockDevice{name, drive};
 }
 
 bool MayHoldVolume(std::string_view drive) {

@@ -36,8 +36,9 @@ struct BlockDevice {
   std::string drive;  ///< That it is a partition of, "sda"; itself when it is none.
 };
 
-/// From what the link /sys/dev/block/8:1 or /sys/class/block/sda1 says; both names empty when it names no device.
-BlockDevice BlockDeviceOfLink(std::string_view link);
+/// From what the link /sys/dev/block/8:1 or /sys/class/block/sda1 says, and whether the device has a file "partition",
+/// which then lies in its drive's folder. Both names empty when the link names no device.
+BlockDevice BlockDeviceOfLink(std::string_view link, bool is_partition);
 
 /// Whether file systems on this drive are volumes of this machine: not in memory, in a file or on another machine, not
 /// of an optical drive.

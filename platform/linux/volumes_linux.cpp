@@ -44,7 +44,7 @@ class LinuxVolumes final : public Volumes {
       const auto device = Resolve(name);
       if (!device || !MayHoldVolume(device->drive)) continue;
       const auto [place, is_new] = known.try_emplace(name, volumes.size());
-      if (is_new) volumes.push_back(Read(mounts[i], name));
+      if (is_new) volumes.push_back(ReadVolume(mounts[i], name));
       Volume& volume = volumes[place->second];
       if (IsSystemPoint(mounts[i].point)) volume.role = VolumeRole::kSystem;
       if (measures_ && !volume.space && IsReachable(mounts, i)) volume.space = Measure(mounts[i]);
@@ -63,7 +63,7 @@ class LinuxVolumes final : public Volumes {
   // Empty when it is on no block device. A file system of several devices names one of them as its source.
   std::string DeviceName(const Mount& mount) const {
     if (!mount.device.starts_with("0:")) {
-      return BlockDeviceOfLink(root_.LinkTarget(fs::path("/sys/dev/block") / mount.device)).name;
+      return BlockDeviceOfLink(root_.LinkTarget(fs::path("/sys/dev/block") / mount.device), false).name;
     }
     if (mount.type != "btrfs") return {};
     const std::string link = root_.LinkTarget(mount.source);  // of /dev/mapper to ../dm-0
@@ -72,11 +72,16 @@ class LinuxVolumes final : public Volumes {
 
   std::optional<BlockDevice> Resolve(const std::string& name) const {
     if (name.empty()) return std::nullopt;
-    BlockDevice device = BlockDeviceOfLink(root_.LinkTarget(Folder(name)));
+    BlockDevice device = ReadDevice(name);
     return device.name == name ? std::optional(std::move(device)) : std::nullopt;
   }
 
-  Volume Read(const Mount& mount, const std::string& name) const {
+  BlockDevice ReadDevice(const std::string& name) const {
+    const bool is_partition = !root_.ReadLine(Folder(name) / "partition").empty();
+    return BlockDeviceOfLink(root_.LinkTarget(Folder(name)), is_partition);
+  }
+
+  Volume ReadVolume(const Mount& mount, const std::string& name) const {
     const Way way = FollowDown(name, 0);
     return {.id = Id(name),
             .role = way.removable ? VolumeRole::kRemovable : VolumeRole::kData,
@@ -98,7 +103,7 @@ class LinuxVolumes final : public Volumes {
   Way FollowDown(const std::string& name, int depth) const {
     constexpr int kDeepest = 8;  // the system stacks a few; a recorded tree may go in circles
     const std::string link = root_.LinkTarget(Folder(name));
-    const std::string drive = BlockDeviceOfLink(link).drive;
+    const std::string drive = ReadDevice(name).drive;
     const fs::path folder = Folder(drive);
     Way way;
     way.removable = BusOfBlockDevice(drive, link) == DriveBus::kUsb || root_.ReadLine(folder / "removable") == "1" ||

@@ -62,13 +62,17 @@ TEST(MountText, TellsWhatHoldsVolumesOfTheSystem) {
                                       {"/home", false}}) {
     EXPECT_EQ(IsSystemPoint(point), system) << point;
   }
-  for (const auto& [link, name, drive] :
-       {std::tuple("../../devices/pci0000:00/ata1/host0/block/sda/sda1", "sda1", "sda"),
-        {"../../block/devices/virtual/block/dm-0", "dm-0", "dm-0"},
-        {"../../devices/virtual/mem/null", "", ""}}) {
-    const BlockDevice device = BlockDeviceOfLink(link);
-    EXPECT_EQ(device.name, name);
-    EXPECT_EQ(device.drive, drive);
+  for (const auto& [link, is_partition, name, drive] :
+       {std::tuple("../../devices/pci0000:00/ata1/host0/block/sda/sda1", true, "sda1", "sda"),
+        {"../../block/devices/virtual/block/dm-0", false, "dm-0", "dm-0"},
+        {"../../devices/pci0000:00/nvme/nvme0/nvme0n1/nvme0n1p2", true, "nvme0n1p2", "nvme0n1"},
+        {"../../devices/pci0000:00/nvme/nvme0/nvme0n1", false, "nvme0n1", "nvme0n1"},
+        {"nvme0n1p1", true, "", ""},
+        {"..", false, "", ""},
+        {"", false, "", ""}}) {
+    const BlockDevice device = BlockDeviceOfLink(link, is_partition);
+    EXPECT_EQ(device.name, name) << link;
+    EXPECT_EQ(device.drive, drive) << link;
   }
   for (const auto& [drive, may] : {std::pair("sda", true),
                                    {"dm-0", true},
@@ -101,8 +105,12 @@ TEST(LinuxVolumesTest, ListsEachVolumeOfARecordedSystemOnce) {
                            "8 1 0:42 /@more /more rw - btrfs /dev/sdb rw\n"
                            "9 1 8:33 / /media/stick rw - exfat /dev/sdc1 ro\n"
                            "10 1 179:1 / /media/card rw - vfat /dev/mmcblk0p1 rw\n"
-                           "11 1 9:99 / /gone rw - ext4 /dev/gone rw\n"},
+                           "11 1 9:99 / /gone rw - ext4 /dev/gone rw\n"
+                           "12 1 259:0 / /fast rw - ext4 /dev/nvme0n1 rw\n"
+                           "13 1 259:2 / /boot rw - ext4 /dev/nvme1n1p1 rw\n"},
                           {"/run/udev/data/b254:1", "S:mapper/root\nE:ID_FS_UUID=UUID-ROOT\nE:ID_FS_UUID_ENC=x\n"},
+                          {"/run/udev/data/b259:2", "E:ID_FS_UUID=UUID-BOOT\n"},
+                          {"/sys/fs/ext4/nvme1n1p1/errors_count", "3\n"},
                           {"/run/udev/data/b8:16", "E:ID_FS_UUID=UUID-DATA\n"},
                           {"/sys/fs/ext4/dm-1/errors_count", "12\n"},
                           {"/sys/fs/btrfs/UUID-OTHER/devices/sdz/x", ""},
@@ -124,13 +132,17 @@ TEST(LinuxVolumesTest, ListsEachVolumeOfARecordedSystemOnce) {
   device("254:0", "virtual/block/dm-0", {{"dm/uuid", "CRYPT-LUKS2-1"}, {"slaves/sda2/x", ""}});
   device("254:1", "virtual/block/dm-1", {{"dm/uuid", "LVM-1"}, {"slaves/dm-0/x", ""}});
   device("8:0", "pci0/ata1/host0/block/sda", {{"removable", "0"}});
-  device("8:1", "pci0/ata1/host0/block/sda/sda1");
-  device("8:2", "pci0/ata1/host0/block/sda/sda2");
+  device("8:1", "pci0/ata1/host0/block/sda/sda1", {{"partition", "1"}});
+  device("8:2", "pci0/ata1/host0/block/sda/sda2", {{"partition", "1"}});
   device("8:16", "pci0/ata2/host1/block/sdb", {{"removable", "0"}, {"slaves/dm-9/x", ""}});
   device("8:32", "pci0/usb1/1-1/host2/block/sdc", {{"removable", "0"}});
-  device("8:33", "pci0/usb1/1-1/host2/block/sdc/sdc1");
+  device("8:33", "pci0/usb1/1-1/host2/block/sdc/sdc1", {{"partition", "1"}});
   device("179:0", "pci0/mmc_host/mmc0/block/mmcblk0", {{"removable", "0"}, {"device/type", "SD"}});
-  device("179:1", "pci0/mmc_host/mmc0/block/mmcblk0/mmcblk0p1");
+  device("179:1", "pci0/mmc_host/mmc0/block/mmcblk0/mmcblk0p1", {{"partition", "1"}});
+  device("259:0", "pci0/nvme/nvme0/nvme0n1", {{"slaves/dm-9/x", ""}});
+  // One that several paths lead to.
+  device("259:1", "virtual/nvme-subsystem/nvme-subsys1/nvme1n1", {{"removable", "0"}});
+  device("259:2", "virtual/nvme-subsystem/nvme-subsys1/nvme1n1/nvme1n1p1", {{"partition", "1"}});
   device("7:0", "virtual/block/loop0");
   device("254:9", "virtual/block/dm-9", {{"dm/uuid", "mpath-1"}, {"slaves/dm-9/x", "in circles"}});
 
@@ -142,6 +154,8 @@ TEST(LinuxVolumesTest, ListsEachVolumeOfARecordedSystemOnce) {
       {.id = "UUID-DATA", .role = VolumeRole::kData, .file_system = "btrfs", .encrypted = false, .errors = 7},
       {.id = "sdc1", .role = VolumeRole::kRemovable, .file_system = "exfat", .read_only = true, .encrypted = false},
       {.id = "mmcblk0p1", .role = VolumeRole::kRemovable, .file_system = "vfat", .encrypted = false},
+      {.id = "nvme0n1", .role = VolumeRole::kData, .file_system = "ext4", .encrypted = false},
+      {.id = "UUID-BOOT", .role = VolumeRole::kSystem, .file_system = "ext4", .encrypted = false, .errors = 3},
   };
   EXPECT_EQ(machine->volumes().List(), expected);
 }

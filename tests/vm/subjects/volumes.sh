@@ -3,7 +3,8 @@
 source ./checks.sh
 
 mkfs.ext4 -q -L secretlabel "$ssd"
-mkdir -p /srv/data
+mkfs.ext4 -q "$nvme"
+mkdir -p /srv/data /srv/fast
 in_force() { records StorageEvent | jq -s -c --arg kind "$1" 'map(select(.item_data.Kind == $kind)) | last | .item_data'; }
 item() { records StorageEvent | jq -s -c --arg item "$1" 'map(select(.item_name == $item)) | last | .item_data // empty'; }
 has_item() { [[ -n $(item "$1") ]]; }
@@ -18,6 +19,12 @@ volume_described() { [[ $(in_force volume | jq -r .FileSystem) == ext4 ]]; }
 check "the volume is described" within 90 volume_described
 same "what it is" "[\"data\",\"ext4\",\"$(bytes size)\",\"false\"]" \
   "$(in_force volume | jq -c '[.VolumeRole, .FileSystem, .Size, .Encrypted]')"
+check "a volume on the NVMe drive is mounted" mount -t ext4 "$nvme" /srv/fast
+check "the unit starts once more" systemctl restart tvk-client-service
+sizes() { records StorageEvent | jq -r 'select(.item_data.Kind == "volume") | .item_data.Size' | sort -u; }
+fast_described() { sizes | grep -qx "$(df -B1 --output=size /srv/fast | tail -n 1 | tr -d ' ')"; }
+check "it is described, too" within 90 fast_described
+check "it is unmounted" umount /srv/fast
 none "it is not low on space" "$(item FreeSpaceLow)"
 none "it has no errors" "$(item FileSystemError)"
 check "the unit stops" systemctl stop tvk-client-service
