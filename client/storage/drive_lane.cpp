@@ -76,6 +76,13 @@ void DriveLane::set_identity(DriveIdentity identity) {
   identity_ = std::move(identity);
 }
 
+bool DriveLane::TakeSenselessIdentity() {
+  constexpr int kEnough = 3;
+  const std::lock_guard lock(mutex_);
+  if (senseless_identities_ < kEnough) ++senseless_identities_;
+  return senseless_identities_ == kEnough;
+}
+
 void DriveLane::Note(const std::wstring& what, Silence silence, std::uint32_t error) {
   if (silence == Silence::kStopped) return;
   {

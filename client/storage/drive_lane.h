@@ -49,6 +49,7 @@ struct DriveIdentity {
   std::optional<bool> rotating;
   bool is_ata = false;  ///< It speaks ATA, whatever bus is on the way.
   bool smart_supported = false;
+  bool assumed = false;  ///< The drive's own answers made no sense, so all of it is the system's. It is asked again.
 };
 
 /// Any thread.
@@ -79,6 +80,9 @@ class DriveLane {
   /// What the drive said of itself since it was attached; nothing yet at first.
   std::optional<DriveIdentity> identity() const;
   void set_identity(DriveIdentity identity);
+  /// Counts an answer to who the drive is that makes no sense; true from the third on, when one that is busy or was
+  /// disturbed would have said it.
+  bool TakeSenselessIdentity();
 
   /// Logs why `what` was not told, once until that changes; kNone says that it was.
   void Note(const std::wstring& what, Silence silence, std::uint32_t error);
@@ -95,6 +99,7 @@ class DriveLane {
   mutable std::mutex mutex_;  ///< Guards what follows; held for a look.
   std::optional<platform::SteadyTime> rests_until_;
   std::optional<DriveIdentity> identity_;
+  int senseless_identities_ = 0;  ///< At most as many as count.
   std::map<std::wstring, Silence> noted_;
   bool self_test_taken_ = false;
 };

@@ -93,6 +93,11 @@ Reading<DriveIdentity> ReadIdentity(Drive& drive, const platform::DriveListing& 
   return {identity};
 }
 
+/// Whether what the system knows may be the bridge's, in which the disk is exchanged without the system's notice.
+bool IsBridged(DriveBus bus) {
+  return bus == DriveBus::kUsb || bus == DriveBus::kScsi;
+}
+
 std::wstring BusText(DriveBus bus) {
   switch (bus) {
     case DriveBus::kNvme:
@@ -143,20 +148,28 @@ Asked<Content> HardDisk::Ask(const std::wstring& what, std::function<Reading<Con
 }
 
 std::function<void(platform::Waitable* stop)> HardDisk::AskIdentity() const {
-  if (lane_->identity()) return nullptr;
+  const std::optional<DriveIdentity> known = lane_->identity();
+  if (known && !known->assumed && !(known->is_ata && IsBridged(listing_.bus))) return nullptr;
   if (listing_.bus == DriveBus::kCard || listing_.bus == DriveBus::kOther) {
     lane_->set_identity(OfListing(listing_));  // they speak neither
     return nullptr;
   }
   auto asked =
       Ask<DriveIdentity>(kIdentity, [listing = listing_](Drive& drive) { return ReadIdentity(drive, listing); });
-  return [lane = lane_, listing = listing_, asked = std::move(asked)](platform::Waitable* stop) {
+  return [lane = lane_, listing = listing_, is_known = known.has_value(),
+          asked = std::move(asked)](platform::Waitable* stop) {
     const auto told = asked(stop);
     if (told.content) {
       lane->set_identity(*told.content);
-    } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kDamaged ||
-               told.silence == Silence::kNoRight || told.silence == Silence::kRefused) {
+    } else if (is_known) {
+      return;  // until it says something else
+    } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kNoRight) {
       lane->set_identity(OfListing(listing));  // it will not tell any more than that
+    } else if ((told.silence == Silence::kDamaged || told.silence == Silence::kRefused) &&
+               lane->TakeSenselessIdentity()) {
+      DriveIdentity identity = OfListing(listing);
+      identity.assumed = true;
+      lane->set_identity(std::move(identity));
     }
   };
 }

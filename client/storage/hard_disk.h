@@ -29,8 +29,9 @@ enum class DriveKind {
 template <typename Content>
 using Asked = std::function<Reading<Content>(platform::Waitable* stop)>;
 
-/// One attached drive. Copies are of the same drive. What it told of itself when it was found stays; what is read is
-/// asked for anew each time. A reading waits for its turn and for the drive, never beyond the limits of DriveLane, and
+/// One attached drive. Copies are of the same drive. What it told of itself when it was found stays, but for one behind a
+/// bridge, which each look at the drives asks again, since another disk may be in it; what is read is asked for anew
+/// each time. A reading waits for its turn and for the drive, never beyond the limits of DriveLane, and
 /// not beyond the signal of `stop` (null: none). Why a drive does not tell is logged once until that changes. A drive
 /// that is asleep is not asked. Any thread; not beyond the collector that gave it.
 class HardDisk {
@@ -73,7 +74,7 @@ class HardDisk {
  private:
   friend class HardDiskInfoCollector;
 
-  /// Asks the drive what it is unless that is known; what is to be called to wait for the answer, or nothing.
+  /// Asks the drive what it is unless that is known for good; what is to be called to wait for the answer, or nothing.
   std::function<void(platform::Waitable* stop)> AskIdentity() const;
   DriveIdentity identity() const;
   /// `what` is asked for, in the words of the log; empty: what comes of it is not logged.

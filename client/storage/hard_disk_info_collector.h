@@ -32,8 +32,8 @@ class HardDiskInfoCollector {
   /// told last.
   std::vector<HardDiskBasicInfo> GetAllPhysicalDrivePaths(platform::Waitable* stop = nullptr);
 
-  /// The drive, which is asked what it is unless it was asked before. One that does not answer is what the system knows
-  /// of it.
+  /// The drive, which is asked what it is unless that is known for good. One that does not answer is what the system
+  /// knows of it.
   HardDisk GetDriveInstance(const HardDiskBasicInfo& drive, platform::Waitable* stop = nullptr);
 
   /// All that are attached, asked side by side, so that those that do not answer hold each other up no more than one

@@ -101,12 +101,6 @@ TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
                true,
                true},
            Row{"USB that does not", {.listing = listing(DriveBus::kUsb, {})}, DriveKind::kOther, L"USB", false, false},
-           Row{"USB that answers zeros",
-               {.listing = listing(DriveBus::kUsb, {}), .pages = {{DrivePage::kAtaIdentify, Sector(511)}}},
-               DriveKind::kOther,
-               L"USB",
-               false,
-               false},
            Row{"card", {.listing = listing(DriveBus::kCard, false)}, DriveKind::kOther, L"Card", false, false},
            Row{"SCSI that speaks ATA",
                {.listing = listing(DriveBus::kScsi, {}), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
@@ -148,6 +142,24 @@ TEST_F(HardDiskTest, IsFoundOnceAndAskedWhoItIsOnce) {
   door_.Set({drive("/dev/sda", "1")});
   Drives();
   EXPECT_EQ(asked, 6) << "it was attached anew";
+}
+
+TEST_F(HardDiskTest, AnOddAnswerToWhoItIsIsNotTheLastWord) {
+  for (const DriveAnswer& odd : {DriveAnswer{.bytes = Sector(511)}, DriveAnswer{DriveResult::kRefused, 0x5104}}) {
+    SCOPED_TRACE(static_cast<int>(odd.result));
+    collector_.emplace(runtime_, door_);
+    DriveAnswer answer = odd;
+    door_.Set({{.listing = {.path = "/dev/sda", .bus = DriveBus::kUsb, .model = "Bridge", .serial_number = "1"},
+                .read = [&](DrivePage) { return answer; }}});
+    EXPECT_FALSE(Drives().at(0).identified());
+    EXPECT_FALSE(Drives().at(0).identified());
+    EXPECT_TRUE(Drives().at(0).identified()) << "three times is what it has to say";
+    EXPECT_EQ(Drives().at(0).getSerialNumber(), L"1");
+    EXPECT_EQ(Drives().at(0).kind(), DriveKind::kOther);
+    answer = {.bytes = AtaIdentify({.model = "Disk", .serial = "OWN"})};
+    EXPECT_EQ(Drives().at(0).getSerialNumber(), L"OWN");
+    EXPECT_EQ(Drives().at(0).kind(), DriveKind::kAta);
+  }
 }
 
 TEST_F(HardDiskTest, AListThatFailsLeavesTheDrivesOfTheOneBefore) {

@@ -196,12 +196,33 @@ TEST_F(DriveMonitorsTest, DrivesComeAndGo) {
   EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), std::vector{KeyOf(kOtherSerial)});
 }
 
+TEST_F(DriveMonitorsTest, ADiskThatIsExchangedBehindItsBridgeIsAnotherOne) {
+  const auto bridge_with = [](const char* serial) {
+    SimulatedDrive drive = Ata("/dev/sdc", serial, 7200, AtaValues({{5, 100, 100, 0}}));
+    drive.listing.bus = DriveBus::kUsb;
+    drive.listing.serial_number = "S3CRET-BRIDGE";
+    return drive;
+  };
+  world_.machine.drives().Set({bridge_with(kHddSerial)});
+  Start<SmartEventMonitor>();
+  world_.runtime.AdvanceBy(24h + 1min);
+  world_.machine.drives().Set({bridge_with(kOtherSerial)});
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), (std::vector{KeyOf(kHddSerial), KeyOf(kOtherSerial)}));
+  // One that does not answer any more is still who it was.
+  world_.machine.drives().Change([](auto& drives) { drives[0].pages.erase(DrivePage::kAtaIdentify); });
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay").size(), 3u);
+  EXPECT_EQ(life_->DatasetContexts().size(), 2u);
+}
+
 TEST_F(DriveMonitorsTest, NothingIsAskedWithoutConsent) {
   int asked = 0;
   SimulatedDrive nvme = Nvme();
   nvme.read = [&](DrivePage page) -> DriveAnswer {
     ++asked;
-    return {.bytes = page == DrivePage::kNvmeHealth ? NvmeHealthPage() : Sector()};
+    return page == DrivePage::kNvmeHealth ? DriveAnswer{.bytes = NvmeHealthPage()}
+                                          : DriveAnswer{DriveResult::kNotSupported};
   };
   SetDrive(0, nvme);
   Start<PCIeNVMeSmartEventMonitor>(false, true);
