@@ -45,12 +45,14 @@ std::optional<std::vector<DescribedDevice>> DriveMonitor::Describe() {
   return devices;
 }
 
-void DriveMonitor::DescribeDrives() {
+bool DriveMonitor::DescribeDrives() {
   // Before the drives are looked at, so that none comes unseen in between.
   if (!arrivals_.Follow(services().runtime, log_, [this] { LogDatasetContext(false); })) {
-    TellShortage(TVK::Shortage::kStart);
+    TellShortage(Shortage::kStart);
+    return false;
   }
   LogDatasetContext(false);
+  return !stopping();
 }
 
 void DriveMonitor::StopMonitor() {

@@ -41,8 +41,9 @@ class DriveMonitor : public ScheduledMonitor {
   std::vector<KeyedDrive> FindDrives();
   /// The same for a round of records: drives that came without a word of the system are described first.
   std::vector<KeyedDrive> FindDescribedDrives();
-  /// The first dataset contexts, and from now on those of the drives as they come and go.
-  void DescribeDrives();
+  /// The first dataset contexts, and from now on those of the drives as they come and go. False when the monitor is to
+  /// go no further: it is stopping, or is started anew since the drives could not be followed.
+  bool DescribeDrives();
 
  private:
   DriveArrivals arrivals_;

@@ -8,6 +8,12 @@ namespace TVK {
 namespace {
 
 constexpr const DatasetRow& kStorageRow = DatasetRowNamed(L"StorageEvent");
+/// State of the dataset: the drives that a round has not come to yet.
+constexpr wchar_t kUntested[] = L"UntestedDrives";
+
+std::wstring KeyInList(const std::wstring& key) {
+  return key + L' ';
+}
 
 }  // namespace
 
@@ -33,14 +39,16 @@ void SelfTestMonitor::StartMonitor(std::wstring /*name*/) {
     log_.e(L"%s: Service Stop/smart event datasetcontext not logged.", caller);
     return;
   }
-  DescribeDrives();
+  if (!DescribeDrives()) return;
   FollowSettings();
+  if (IsRestOwed()) StartThread("tvk-self-test", [this] { RunRound(Round::kRest); });
 }
 
 bool SelfTestMonitor::UpdateThrottleParameters(std::map<std::wstring, std::wstring>& settings) {
   const std::wstring caller = Operation(L"UpdateThrottleParameters");
   const SelfTestSettings fresh = traits_.read_settings(settings);
   if (fresh.raised) log_.d(L"%s Set RunSelfTestInterval to minimum: 1h", caller);
+  interval_ms_ = fresh.interval_ms;
   const bool changed = TakeInterval(fresh.interval_ms, fresh.readings);
   log_.d(L"%s: _run_self_test_interval = %llu, bRunSelfTestIntervalChanged = %d", caller,
          std::uint64_t{fresh.interval_ms}, changed);
@@ -69,15 +77,41 @@ void SelfTestMonitor::LogDescribed(const std::wstring& model, const std::wstring
   log_.d(L"%s", traits_.described.With({model, hashed_serial_number}));
 }
 
-void SelfTestMonitor::LogItemEvent() {
+std::wstring SelfTestMonitor::ReadUntested() const {
+  std::wstring untested;
+  services().store.GetState(std::wstring(identity().row.id), kUntested, untested);
+  return untested;
+}
+
+bool SelfTestMonitor::IsRestOwed() {
+  if (interval_ms_ < kLeastSelfTestIntervalMs || ReadUntested().empty()) return false;
+  const std::wstring dataset(identity().row.id);
+  std::int64_t last = 0;
+  getLastItemEventTimeStampWithFallback(dataset, identity().items.at(kResult), last);
+  std::uint64_t delay = 0;
+  isItemEventElapsed(last, static_cast<int>(interval_ms_ / 1000), delay);
+  return delay != 0;
+}
+
+void SelfTestMonitor::RunRound(Round round) {
   const std::wstring caller = Operation(L"LogItemEvent");
   if (in_round_.exchange(true)) return;
-  struct Round {
-    ~Round() { going = false; }
+  struct Going {
+    ~Going() { going = false; }
     std::atomic<bool>& going;
-  } const round{in_round_};
+  } const going{in_round_};
   LogDatasetContext(false);  // the drives' contexts in the other datasets may be newer ones by now
-  for (const auto& [key, drive] : FindDrives()) {
+  std::vector<KeyedDrive> drives = FindDrives();
+  std::wstring untested = round == Round::kRest ? ReadUntested() : std::wstring();
+  const std::wstring dataset(identity().row.id);
+  if (round == Round::kRest) {
+    std::erase_if(drives, [&](const KeyedDrive& one) { return untested.find(KeyInList(one.key)) == untested.npos; });
+  } else if (!drives.empty()) {
+    for (const KeyedDrive& one : drives)
+      untested += KeyInList(one.key);
+    services().store.KeepState(dataset, {kUntested, untested});
+  }
+  for (const auto& [key, drive] : drives) {
     if (stopping() || !Admits()) return;
     if (!HasContext(key)) {
       log_.e(L"%s: SerialNumber can NOT be found in SmartDatasetContextIdMap!", caller);
@@ -87,9 +121,15 @@ void SelfTestMonitor::LogItemEvent() {
         StorageCollector::RunShortSelfTest(services().runtime, services().machine.power(), drive, *stop_event());
     if (outcome.result.empty()) {
       log_.i(L"%s: there is no result of a self-test of %s: %s", caller, drive.getProductName(), outcome.reason);
-      continue;
+      if (stopping()) return;
     }
-    WriteItem(kResult, {{L"TestType", L"short"}, {L"TestResult", outcome.result}}, key);
+    untested.erase(untested.find(KeyInList(key)), KeyInList(key).size());
+    const DatasetState left{kUntested, untested};
+    if (outcome.result.empty()) {
+      services().store.KeepState(dataset, left);
+    } else {
+      WriteItem(kResult, {{L"TestType", L"short"}, {L"TestResult", outcome.result}}, key, left);
+    }
   }
 }
 

@@ -27,8 +27,9 @@ class SelfTestMonitor : public DriveMonitor {
   void StartMonitor(std::wstring name) override;
 
   /// A round: tests every drive that has a context, and writes what each test came to. Nothing while a round goes on,
-  /// as when the interval changed in the middle of one.
-  void LogItemEvent();
+  /// as when the interval changed in the middle of one. Of a round that a stop or a kill ended the rest comes with the
+  /// next start.
+  void LogItemEvent() { RunRound(Round::kWhole); }
 
  protected:
   static constexpr wchar_t kResult[] = L"ReadSelfTestResult";
@@ -43,10 +44,17 @@ class SelfTestMonitor : public DriveMonitor {
   bool TakesDeviceInit(const std::wstring& /*device_key*/) override { return false; }
 
  private:
+  enum class Round { kWhole, kRest };
+  void RunRound(Round round);
+  /// Whether a round was ended in its middle, and the next one is not due anyway.
+  bool IsRestOwed();
+  /// The keys of the drives that a round has not come to, each with a blank behind it; empty when there is none.
+  std::wstring ReadUntested() const;
   /// Of the drive's last context in another dataset; empty when it has none.
   std::wstring ContextIn(const DatasetRow& row, const std::wstring& key) const;
 
   const SelfTestMonitorTraits& traits_;
+  std::atomic<std::uint32_t> interval_ms_ = 0;  ///< Of the settings.
   std::atomic<bool> in_round_ = false;
 };
 

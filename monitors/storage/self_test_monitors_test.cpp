@@ -184,6 +184,41 @@ TEST_F(SelfTestMonitorsTest, AStopAbortsATest) {
   EXPECT_TRUE(Results().empty());
 }
 
+TEST_F(SelfTestMonitorsTest, TheRestOfARoundThatAStopEndedComesWithTheNextStart) {
+  SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
+  SimulatedDrive second = world_.machine.drives().Get().at(1);
+  second.listing.path = "/dev/sdc";
+  second.listing.serial_number = kOtherSerial;
+  second.read = [read = second.read](DrivePage page) {
+    return page == DrivePage::kAtaIdentify
+               ? DriveAnswer{.bytes = AtaIdentify({.model = "Ata", .serial = kOtherSerial, .rotation_rate = 1})}
+               : read(page);
+  };
+  SetDrive(2, second);
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(tested_.takes + 30s);
+  EXPECT_EQ(Results().size(), 1u);
+  EXPECT_TRUE(started_) << "the second test runs";
+  const std::vector<std::wstring> both = {KeyOf(kSsdSerial), KeyOf(kOtherSerial)};
+  std::vector<std::wstring> drives = DrivesOf(L"ReadSelfTestResult");
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(1h);
+  for (const std::wstring& drive : DrivesOf(L"ReadSelfTestResult"))
+    drives.push_back(drive);
+  EXPECT_EQ(drives, both);
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_TRUE(Results().empty()) << "the round is through";
+
+  // One that is due anyway is whole.
+  world_.runtime.AdvanceBy(24h - 1h);
+  monitor_->Stop();
+  world_.runtime.AdvanceBy(48h);
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(DrivesOf(L"ReadSelfTestResult"), both);
+}
+
 TEST_F(SelfTestMonitorsTest, NoTestOnALowBattery) {
   using platform::ChargeLevel;
   using platform::PowerSource;

@@ -22,7 +22,7 @@ void SmartMonitor::StartMonitor(std::wstring /*name*/) {
   const bool found = WaitForContextsOf(DatasetRowNamed(L"StorageEvent"), kStoreContextLimitMs);
   traits_.log_start(log_, caller, stopping(), found);
   if (stopping()) return;
-  DescribeDrives();
+  if (!DescribeDrives()) return;
   InitialiseDevice();
   if (!stopping()) Begin();
 }

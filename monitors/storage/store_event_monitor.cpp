@@ -73,8 +73,9 @@ void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
   // Before the drives are looked at, so that none comes unseen in between.
   if (!arrivals_.Follow(services().runtime, log_, [this] { LogDatasetContext(false); })) {
     TellShortage(TVK::Shortage::kStart);
+    return;
   }
-  LogDatasetContext(true);
+  LogDatasetContext(false);
   InitialiseDevice();
   LookAtVolumes(false);
   FollowSettings();

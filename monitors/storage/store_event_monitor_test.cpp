@@ -128,6 +128,10 @@ TEST_F(StoreEventMonitorTest, DescribesDrivesAndVolumesWithoutTheirIds) {
   EXPECT_EQ(items[1].item_data(), (ItemData{{L"ReadOnly", L"false"}}));
   EXPECT_EQ(items[1].dataset_context_id(), contexts[4].dataset_context_id());
   EXPECT_EQ(life_->DatasetContexts().size(), 5u) << "nothing changed";
+  Start();
+  EXPECT_TRUE(life_->DatasetContexts().empty()) << "nor over a restart";
+  (*monitor_)->RestartMonitor();
+  EXPECT_EQ(life_->DatasetContexts().size(), 5u) << "the scope is another one";
 }
 
 TEST_F(StoreEventMonitorTest, AMachineWithoutDrivesAndVolumesIsDescribedToo) {

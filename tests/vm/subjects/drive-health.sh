@@ -26,7 +26,7 @@ ata_names='{"1": "RawReadErrorRate", "3": "SpinupTime", "4": "StartStopCount", "
 newest() { items "$@" | tail -n 1 | jq -c -S .; }
 
 tests_of() { smartctl -j -l selftest "$1" | jq '.ata_smart_self_test_log.standard.count'; }
-described() { tvkctl records --format json --kind dataset | jq -r '"\(.dataset_name) \(.item_data.Model)"' | sort | grep SMART; }
+described() { tvkctl records --format json --kind dataset | jq -r '"\(.dataset_name) \(.item_data.Model)"' | sort | grep -E 'SMART|SelfTest|StorageEvent'; }
 
 dd if="$nvme" of=/dev/null bs=1M count=8 iflag=direct status=none
 dd if=/dev/zero of="$nvme" bs=1M count=4 oflag=direct status=none
