@@ -27,7 +27,7 @@ std::wstring SerialHash(const platform::DriveListing& drive) {
 
 Json::Value ToJson(const platform::DriveListing& drive) {
   Json::Value value;
-  value["path"] = drive.path;
+  value["path"] = TVK::HarmlessText(drive.path);
   value["bus"] = std::string(platform::BusName(drive.bus));
   value["bytes"] = Json::UInt64(drive.bytes);
   value["rotating"] = drive.rotating ? Json::Value(*drive.rotating) : Json::Value();

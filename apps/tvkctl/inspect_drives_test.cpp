@@ -93,10 +93,11 @@ TEST_F(InspectDrivesTest, ShowsTheDrives) {
   machine_.drives().Change([](auto& drives) {
     drives.resize(2);
     drives[0].listing.model = "Disk";
+    drives[0].listing.path = "/dev/sd\x1b";
   });
   ASSERT_EQ(Run(true), 0);
   EXPECT_EQ(out_.str(),
-            R"({"drives":[{"bus":"ATA","bytes":1024,"firmware":"","model":"Disk","path":"/dev/sda",)"
+            R"({"drives":[{"bus":"ATA","bytes":1024,"firmware":"","model":"Disk","path":"/dev/sd?",)"
             R"("removable":false,"rotating":true,)"
             R"("serialHash":"37EC6B05E67C7F9F84B188B50E4983BBEF734A14C3DFF118308D427E529FC0E8"},)"
             R"({"bus":"USB","bytes":0,"firmware":"","model":"Stick?[2J","path":"/dev/sdb","removable":true,)"
