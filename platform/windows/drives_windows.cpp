@@ -1,7 +1,10 @@
 #include "platform/drives.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +13,7 @@
 #include <vector>
 
 #include "platform/drive_descriptor.h"
+#include "platform/hanging_asks.h"
 #include "platform/storage_query.h"
 #include "platform/windows/doors_windows.h"
 #include "platform/windows/drive_windows.h"
@@ -99,13 +103,20 @@ std::optional<DriveListing> Read(HANDLE drive, std::string path) {
 class WindowsDrives final : public Drives {
  public:
   std::vector<DriveListing> List() override {
+    std::vector<std::string> paths;
+    for (const std::wstring& name : DriveNames())
+      paths.push_back(Utf8FromWide(L"\\\\.\\" + name));
+    const std::lock_guard lock(mutex_);
+    std::map<std::string, DriveListing> known;
     std::vector<DriveListing> drives;
-    for (const std::wstring& name : DriveNames()) {
-      const std::wstring path = L"\\\\.\\" + name;
-      const UniqueFile drive = OpenDrive(path, 0);
-      if (!drive) continue;  // it may have gone since
-      if (auto listing = Read(drive.get(), Utf8FromWide(path))) drives.push_back(std::move(*listing));
+    for (auto& [path, listing, hangs] : asks_.AskEach<DriveListing>(paths, ListOne)) {
+      // One that hangs is what it was, or a path alone.
+      if (hangs) listing = known_.contains(path) ? known_.at(path) : DriveListing{.path = path};
+      if (!listing) continue;
+      known.emplace(path, *listing);
+      drives.push_back(std::move(*listing));
     }
+    known_ = std::move(known);
     return drives;
   }
 
@@ -122,6 +133,20 @@ class WindowsDrives final : public Drives {
     if (!same) return {nullptr, DriveResult::kGone, ERROR_FILE_NOT_FOUND};
     return {MakeDrive(drive, std::move(file))};
   }
+
+ private:
+  /// A driver answers at once, from what it knows.
+  static constexpr std::chrono::seconds kLimit{5};
+
+  // Nothing of one that has gone since.
+  static std::optional<DriveListing> ListOne(const std::string& path) {
+    const UniqueFile drive = OpenDrive(WideFromUtf8(path), 0);
+    return drive ? Read(drive.get(), path) : std::nullopt;
+  }
+
+  std::mutex mutex_;  ///< Guards what follows; held while the drives are listed.
+  HangingAsks asks_{kLimit};
+  std::map<std::string, DriveListing> known_;  ///< Those of the last list, by their paths.
 };
 
 }  // namespace
