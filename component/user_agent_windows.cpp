@@ -49,7 +49,7 @@ class Agent {
 
   void Run() {
     window_.Create();
-    farewell_.Arm(kFarewell);
+    if (!farewell_.Arm(kFarewell)) farewell_over_->Set();
   }
 
  private:

@@ -28,22 +28,31 @@ OneShotTimer::~OneShotTimer() {
   if (thread_.joinable()) runtime_.Join(thread_);
 }
 
-void OneShotTimer::Arm(std::chrono::milliseconds delay) {
+bool OneShotTimer::Arm(std::chrono::milliseconds delay) {
   const std::lock_guard lock(mutex_);
-  if (closing_) return;
+  if (closing_) return true;
   due_ = platform::DeadlineAfter(runtime_.clock().Steady(), delay);
   if (running_) {
     moved_->Set();
-    return;
+    return true;
   }
+  return BeginLocked();
+}
+
+bool OneShotTimer::Retry() {
+  const std::lock_guard lock(mutex_);
+  return closing_ || running_ || !due_ || BeginLocked();
+}
+
+bool OneShotTimer::BeginLocked() {
   if (thread_.joinable()) runtime_.Join(thread_);  // It is past everything that takes the lock.
   try {
     thread_ = StartGuardedThread(runtime_, log_, name_, [this] { Run(); });
     running_ = true;
   } catch (const std::system_error& failure) {
-    due_.reset();
     log_.e(L"%s: cannot be armed: %s", String::UTF8ToUTF16(name_), String::UTF8ToUTF16(failure.what()));
   }
+  return running_;
 }
 
 void OneShotTimer::Run() {

@@ -30,11 +30,14 @@ class OneShotTimer {
 
   /// The callback is due `delay` from now (negative counts as zero); an arming that is pending moves there. While the
   /// callback runs, on its own thread too, it makes it due again; it then runs when it has ended and the delay is over.
-  /// When the system gives no thread the error is logged and the timer stays unarmed. Any thread; never waits for the
-  /// callback.
-  void Arm(std::chrono::milliseconds delay);
+  /// False when the system gives no thread, which is logged: the arming then waits for the next one or Retry. Any
+  /// thread; never waits for the callback.
+  bool Arm(std::chrono::milliseconds delay);
+  /// Begins an arming that was refused a thread; nothing when there is none. As Arm.
+  bool Retry();
 
  private:
+  bool BeginLocked();  // with mutex_ held
   void Run();
 
   platform::Runtime& runtime_;

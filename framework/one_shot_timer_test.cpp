@@ -99,16 +99,21 @@ TEST_F(OneShotTimerTest, DestructionWaitsForTheCallbackAndTakesEveryArmingBack) 
   EXPECT_EQ(runtime_.clock().Steady(), before) << "it waits for no arming";
 }
 
-TEST_F(OneShotTimerTest, WithoutAThreadItStaysUnarmedAndSaysSo) {
+TEST_F(OneShotTimerTest, WithoutAThreadItWaitsForOne) {
+  EXPECT_TRUE(timer_->Retry()) << "nothing is armed";
   runtime_.RefuseThreads(true);
-  timer_->Arm(1s);
-  EXPECT_EQ(logs_.Count(L"test: cannot be armed: "), 1u);
+  EXPECT_FALSE(timer_->Arm(1s));
+  EXPECT_FALSE(timer_->Retry());
+  EXPECT_EQ(logs_.Count(L"test: cannot be armed: "), 2u);
   runtime_.RefuseThreads(false);
   runtime_.AdvanceBy(2s);
   EXPECT_EQ(calls_, Times());
-  timer_->Arm(1s);
+  EXPECT_TRUE(timer_->Retry());
   runtime_.AdvanceBy(1s);
-  EXPECT_EQ(calls_, Times{3s});
+  EXPECT_EQ(calls_, Times{2s}) << "it was due before";
+  EXPECT_TRUE(timer_->Retry());
+  runtime_.AdvanceBy(1s);
+  EXPECT_EQ(calls_, Times{2s}) << "once";
 }
 
 }  // namespace

@@ -52,7 +52,8 @@ std::vector<bool> HangingAsks::Run(const std::vector<std::string>& names, std::f
   std::vector<bool> hangs(names.size());
   std::vector<std::size_t> todo;
   for (std::size_t i = names.size(); i-- > 0;) {
-    hangs[i] = std::ranges::find(left_behind_, names[i], [](const auto& one) { return one.first; }) != left_behind_.end();
+    hangs[i] =
+        std::ranges::find(left_behind_, names[i], [](const auto& one) { return one.first; }) != left_behind_.end();
     if (!hangs[i]) todo.push_back(i);
   }
   while (!todo.empty()) {

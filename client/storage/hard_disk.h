@@ -29,8 +29,8 @@ enum class DriveKind {
 template <typename Content>
 using Asked = std::function<Reading<Content>(platform::Waitable* stop)>;
 
-/// One attached drive. Copies are of the same drive. What it told of itself when it was found stays, but for one behind a
-/// bridge, which each look at the drives asks again, since another disk may be in it; what is read is asked for anew
+/// One attached drive. Copies are of the same drive. What it told of itself when it was found stays, but for one behind
+/// a bridge, which each look at the drives asks again, since another disk may be in it; what is read is asked for anew
 /// each time. A reading waits for its turn and for the drive, never beyond the limits of DriveLane, and
 /// not beyond the signal of `stop` (null: none). Why a drive does not tell is logged once until that changes. A drive
 /// that is asleep is not asked. Any thread; not beyond the collector that gave it.

@@ -212,7 +212,15 @@ void BatteryEventMonitor::OnPowerSource(platform::PowerSource source) {
 
 void BatteryEventMonitor::Arm(Timer timer, std::chrono::seconds delay) {
   const std::lock_guard lock(mutex_);
-  if (timers_[timer] != nullptr) timers_[timer]->Arm(delay);
+  if (timers_[timer] != nullptr && !timers_[timer]->Arm(delay)) TellShortage(TVK::Shortage::kSettings);
+}
+
+void BatteryEventMonitor::ReadAndUpdateDatasetSettings() {
+  ScheduledMonitor::ReadAndUpdateDatasetSettings();
+  const std::lock_guard lock(mutex_);
+  for (const auto& timer : timers_) {
+    if (timer != nullptr && !timer->Retry()) TellShortage(TVK::Shortage::kSettings);
+  }
 }
 
 std::optional<BatteryEventMonitor::Timer> BatteryEventMonitor::IndexOf(const TVK::OneShotTimer* timer) {

@@ -48,6 +48,7 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   void StartMonitor(std::wstring name) override;
   void StopMonitor() override;
   void OnSystemEvent(const platform::SystemEvent& event) override;
+  void ReadAndUpdateDatasetSettings() override;
 
   /// The report of one interval; on the timer's thread.
   void ReadBatteryUsagePerInterval();

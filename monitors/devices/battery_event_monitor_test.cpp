@@ -201,10 +201,17 @@ TEST_F(BatteryEventMonitorTest, APlugIsToldAtOnceAndRecordedWhenItHasSettled) {
   Tell(PowerSource::kBattery);
   world_.runtime.AdvanceBy(40s);
   EXPECT_EQ(Items().size(), 5u) << "each of the two has a timer of its own";
+  world_.runtime.RefuseThreads(true);
   Tell(PowerSource::kAc);
+  world_.runtime.AdvanceBy(1min);
+  world_.runtime.RefuseThreads(false);
+  (*monitor_)->ReadAndUpdateDatasetSettings();
+  world_.runtime.AdvanceBy(1s);
+  EXPECT_EQ(Items().size(), 6u) << "as the manager asks for what the system refused";
+  Tell(PowerSource::kBattery);
   monitor_->Stop();
   world_.runtime.AdvanceBy(1min);
-  EXPECT_EQ(Items().size(), 5u) << "a stop takes back what is armed";
+  EXPECT_EQ(Items().size(), 6u) << "a stop takes back what is armed";
   monitor_.reset();
 }
 

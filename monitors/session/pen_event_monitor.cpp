@@ -72,7 +72,7 @@ void PenEventMonitor::OnInput(void* /*window*/, std::uintptr_t /*wparam*/, std::
   Use& use = *kind == platform::DigitizerKind::kPen ? pen_ : touch_;
   const auto last = std::exchange(use.last, now);
   if (last && now - *last < kPause) return;
-  if (pen_.sessions + touch_.sessions == 0) interval_.Arm(kInterval);
+  pen_.sessions + touch_.sessions == 0 ? interval_.Arm(kInterval) : interval_.Retry();
   ++use.sessions;
 }
 

@@ -18,10 +18,15 @@ bool DriveArrivals::Follow(platform::Runtime& runtime, const Log& log, std::func
   return timer_ != nullptr;
 }
 
-void DriveArrivals::OnSystemEvent(const platform::SystemEvent& event) {
-  if (!std::holds_alternative<platform::DriveChange>(event)) return;
+bool DriveArrivals::OnSystemEvent(const platform::SystemEvent& event) {
+  if (!std::holds_alternative<platform::DriveChange>(event)) return true;
   const std::lock_guard lock(mutex_);
-  if (timer_ != nullptr) timer_->Arm(kSettling);
+  return timer_ == nullptr || timer_->Arm(kSettling);
+}
+
+bool DriveArrivals::Retry() {
+  const std::lock_guard lock(mutex_);
+  return timer_ == nullptr || timer_->Retry();
 }
 
 void DriveArrivals::End() {

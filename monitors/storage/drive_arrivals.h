@@ -25,8 +25,11 @@ class DriveArrivals {
   /// From now on `look` is called on a thread of its own. `runtime` must outlive the object. False when the system
   /// gives no event; `log` is told.
   bool Follow(platform::Runtime& runtime, const Log& log, std::function<void()> look);
-  /// Nothing before Follow and after End, and for events that are none of drives. Never waits.
-  void OnSystemEvent(const platform::SystemEvent& event);
+  /// Nothing before Follow and after End, and for events that are none of drives. Never waits. False when the system
+  /// gives no thread: the look waits for the next event or Retry.
+  bool OnSystemEvent(const platform::SystemEvent& event);
+  /// Asks again for what OnSystemEvent was refused, if anything; as that.
+  bool Retry();
   /// Waits for a call that runs; no other one comes. Not from `look`.
   void End();
 

@@ -55,6 +55,15 @@ bool DriveMonitor::DescribeDrives() {
   return !stopping();
 }
 
+void DriveMonitor::OnSystemEvent(const platform::SystemEvent& event) {
+  if (!arrivals_.OnSystemEvent(event)) TellShortage(Shortage::kSettings);
+}
+
+void DriveMonitor::ReadAndUpdateDatasetSettings() {
+  ScheduledMonitor::ReadAndUpdateDatasetSettings();
+  if (!arrivals_.Retry()) TellShortage(Shortage::kSettings);
+}
+
 void DriveMonitor::StopMonitor() {
   ScheduledMonitor::StopMonitor();  // first: its event ends a look at drives that do not answer
   arrivals_.End();

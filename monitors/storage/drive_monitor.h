@@ -18,7 +18,8 @@ class DriveMonitor : public ScheduledMonitor {
  public:
   void StopMonitor() override;
   /// The drives are looked for anew when one came or went.
-  void OnSystemEvent(const platform::SystemEvent& event) override { arrivals_.OnSystemEvent(event); }
+  void OnSystemEvent(const platform::SystemEvent& event) override;
+  void ReadAndUpdateDatasetSettings() override;
 
  protected:
   DriveMonitor(const MonitorServices& services, const MonitorIdentity& identity, std::optional<ReportRule> report);

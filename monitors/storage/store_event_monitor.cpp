@@ -81,6 +81,15 @@ void StoreEventMonitor::StartMonitor(std::wstring /*name*/) {
   FollowSettings();
 }
 
+void StoreEventMonitor::OnSystemEvent(const platform::SystemEvent& event) {
+  if (!arrivals_.OnSystemEvent(event)) TellShortage(TVK::Shortage::kSettings);
+}
+
+void StoreEventMonitor::ReadAndUpdateDatasetSettings() {
+  ScheduledMonitor::ReadAndUpdateDatasetSettings();
+  if (!arrivals_.Retry()) TellShortage(TVK::Shortage::kSettings);
+}
+
 void StoreEventMonitor::StopMonitor() {
   ScheduledMonitor::StopMonitor();  // first: its event ends a look at drives that do not answer
   arrivals_.End();

@@ -42,7 +42,8 @@ class StoreEventMonitor final : public TVK::ScheduledMonitor {
   void StartMonitor(std::wstring name) override;
   void StopMonitor() override;
   void RestartMonitor() override { LogDatasetContext(true); }
-  void OnSystemEvent(const platform::SystemEvent& event) override { arrivals_.OnSystemEvent(event); }
+  void OnSystemEvent(const platform::SystemEvent& event) override;
+  void ReadAndUpdateDatasetSettings() override;
 
   /// The report of one interval; on the timer's thread.
   void ReadVolumePerInterval() { LookAtVolumes(true); }

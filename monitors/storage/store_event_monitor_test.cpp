@@ -265,11 +265,17 @@ TEST_F(StoreEventMonitorTest, ADriveThatComesIsDescribedOnceItHasSettled) {
   world_.runtime.AdvanceBy(1h);
   EXPECT_EQ(life_->Items(L"ReadVolumePerInterval").size(), 2u);
 
+  world_.runtime.RefuseThreads(true);
+  tell(platform::DriveChange::kAttached, {Drive("Late", DriveBus::kUsb, "SECRET-LATE")});
+  world_.runtime.RefuseThreads(false);
+  (*monitor_)->ReadAndUpdateDatasetSettings();
+  world_.runtime.AdvanceBy(3s);
+  EXPECT_EQ(Described(L"Model").back(), L"Late") << "as the manager asks for what the system refused";
   tell(platform::DriveChange::kAttached, {Drive("Third", DriveBus::kUsb, "SECRET-3")});
   (*monitor_)->StopMonitor();
   tell(platform::DriveChange::kAttached, {Drive("Fourth", DriveBus::kUsb, "SECRET-4")});
   world_.runtime.AdvanceBy(10s);
-  EXPECT_EQ(life_->DatasetContexts().size(), 4u);
+  EXPECT_EQ(life_->DatasetContexts().size(), 5u);
 }
 
 TEST_F(StoreEventMonitorTest, ADriveThatSleepsIsNamedOnceItTellsItsOwnNumber) {
