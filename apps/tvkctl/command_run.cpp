@@ -103,14 +103,14 @@ int Run::Status() const {
 }
 
 int Run::Doctor() const {
-  const auto machine = OpenMachine();
+  const std::shared_ptr<platform::Machine> machine = OpenMachine();
   if (machine == nullptr) return kExitWrongConfiguration;
   return RunDoctor({.place = ChannelPlace(),
                     .data_folder = DataFolder(),
                     .policy_file = ServicePolicyFile(),
                     .dataset = texts_.dataset,
                     .json = texts_.json},
-                   TVK::MakeComponentDatasets(), *machine, *runtime_, out_, errors_);
+                   TVK::MakeComponentDatasets(), machine, *runtime_, out_, errors_);
 }
 
 int Run::Event() const {

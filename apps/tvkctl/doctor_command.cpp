@@ -40,7 +40,7 @@ std::string StartCommand() {
 
 }  // namespace
 
-int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, platform::Machine& machine,
+int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, const std::shared_ptr<platform::Machine>& machine,
               platform::Runtime& runtime, std::ostream& out, std::ostream& errors) {
   const TVK::Dataset* const dataset = FindDataset(table, options.dataset);
   if (dataset == nullptr && !options.dataset.empty()) {
@@ -51,7 +51,7 @@ int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, plat
   Symptoms symptoms{.start_command = StartCommand(),
                     .policy_file = options.policy_file,
                     .data_folder = options.data_folder,
-                    .try_source = [&](std::wstring_view name) { return TrySource(name, machine); }};
+                    .try_source = [&](std::wstring_view name) { return TrySource(name, machine, runtime); }};
   symptoms.status = AskStatus(options.place, runtime, symptoms.no_answer, &symptoms.refused);
   std::error_code unknown;
   const std::filesystem::space_info space = std::filesystem::space(options.data_folder, unknown);

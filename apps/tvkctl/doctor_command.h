@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <iosfwd>
+#include <memory>
 #include <string>
 
 #include "core/dataset_table.h"
@@ -21,7 +22,7 @@ struct DoctorOptions {
 
 /// 0: nothing is wrong; 1: there is no dataset of that name; 3: the service does not answer; 4: something else is
 /// wrong.
-int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, platform::Machine& machine,
+int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, const std::shared_ptr<platform::Machine>& machine,
               platform::Runtime& runtime, std::ostream& out, std::ostream& errors);
 
 }  // namespace tvkctl

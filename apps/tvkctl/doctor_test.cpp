@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <json/reader.h>
 
+#include <memory>
 #include <sstream>
+#include <thread>
 
 #include "apps/tvkctl/time_text.h"
 #include "platform/drives.h"
@@ -111,16 +113,31 @@ TEST(Doctor, EndsWithTheFirstThingThatIsWrong) {
 }
 
 TEST(Doctor, TriesTheSourceOfTheDataset) {
-  platform::SimulatedMachine machine;
-  EXPECT_EQ(TrySource(L"CPUEvent", machine).state, SourceState::kTells);
-  EXPECT_NE(TrySource(L"TVKEvent", machine).text.find("tvkctl event"), std::string::npos);
-  EXPECT_NE(TrySource(L"DisplayEvent", machine).text.find("user agent"), std::string::npos);
-  machine.batteries().Change([](auto& batteries) { batteries.clear(); });
-  EXPECT_EQ(TrySource(L"BatteryEvent", machine).state, SourceState::kNothing);
-  machine.drives().Set({{.listing = {.path = "/dev/sda", .bus = platform::DriveBus::kAta, .rotating = false},
-                         .opening = platform::DriveResult::kNoRight}});
-  EXPECT_EQ(TrySource(L"SATA_SSD_SMARTEvent", machine).state, SourceState::kNoRight);
-  EXPECT_EQ(TrySource(L"PCIe_NVMe_SMARTEvent", machine).state, SourceState::kNothing);
+  platform::VirtualRuntime runtime;
+  const auto machine = std::make_shared<platform::SimulatedMachine>();
+  const auto attempt = [&](const wchar_t* dataset) {
+    SourceReport report;
+    std::thread thread = runtime.StartThread("test", [&] { report = TrySource(dataset, machine, runtime); });
+    runtime.Join(thread);
+    return report;
+  };
+  EXPECT_EQ(attempt(L"CPUEvent").state, SourceState::kTells);
+  EXPECT_NE(attempt(L"TVKEvent").text.find("tvkctl event"), std::string::npos);
+  EXPECT_NE(attempt(L"DisplayEvent").text.find("user agent"), std::string::npos);
+  machine->batteries().Change([](auto& batteries) { batteries.clear(); });
+  EXPECT_EQ(attempt(L"BatteryEvent").state, SourceState::kNothing);
+  machine->drives().Set({{.listing = {.path = "/dev/sda", .bus = platform::DriveBus::kAta, .rotating = false},
+                          .opening = platform::DriveResult::kNoRight}});
+  EXPECT_EQ(attempt(L"SATA_SSD_SMARTEvent").state, SourceState::kNoRight);
+  EXPECT_EQ(attempt(L"PCIe_NVMe_SMARTEvent").state, SourceState::kNothing);
+  // A driver that hangs.
+  const auto comes_back = runtime.MakeEvent(platform::EventReset::kManual);
+  machine->batteries().on_question = [&] { runtime.Wait(*comes_back, platform::kForever); };
+  const SourceReport silent = attempt(L"BatteryEvent");
+  EXPECT_EQ(silent.state, SourceState::kFails);
+  EXPECT_EQ(silent.text, "the machine did not answer within 10 seconds");
+  comes_back->Set();
+  runtime.Settle();
 }
 
 TEST(TimeText, IsShort) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <system_error>
 
+#include "client/log/limited_calls.h"
 #include "platform/batteries.h"
 #include "platform/drives.h"
 #include "platform/event_log.h"
@@ -103,7 +104,8 @@ SourceReport AtaDrives(Machine& machine) {
 
 }  // namespace
 
-SourceReport TrySource(std::wstring_view dataset, Machine& machine) {
+SourceReport TrySource(std::wstring_view dataset, const std::shared_ptr<Machine>& machine,
+                       platform::Runtime& runtime) {
   using Try = SourceReport (*)(Machine&);
   static const std::map<std::wstring_view, Try> tries = {
       {L"StorageEvent", Volumes},
@@ -128,7 +130,15 @@ SourceReport TrySource(std::wstring_view dataset, Machine& machine) {
   }
   const auto found = tries.find(dataset);
   if (found == tries.end()) return {SourceState::kUnknown, "observed by the user agent, in the user's session"};
-  return found->second(machine);
+  const auto report = std::make_shared<SourceReport>();
+  TVK::LimitedCalls calls(runtime, {}, "tvk-source");
+  const auto outcome =
+      calls.Begin([machine, report, ask = found->second] { *report = ask(*machine); }, kSourceLimit).Await(nullptr);
+  if (outcome == TVK::LimitedCalls::Outcome::kDone) return *report;
+  if (outcome == TVK::LimitedCalls::Outcome::kTimedOut) {
+    return {SourceState::kFails, "the machine did not answer within " + std::to_string(kSourceLimit.count()) + " seconds"};
+  }
+  return {SourceState::kFails, "the machine could not be asked"};
 }
 
 }  // namespace tvkctl

@@ -125,7 +125,7 @@ TEST(InspectBatteryTest, UpowerReadsTheSameOfEveryRecord) {
       EXPECT_EQ(power["percentage"].asInt(), static_cast<int>(std::stod(all.at("percentage"))));
     }
   }
-  EXPECT_EQ(batteries, 6);
+  EXPECT_EQ(batteries, 9);
 }
 
 TEST(InspectBatteryTest, RecordedMachinesAreRead) {
@@ -155,6 +155,16 @@ TEST(InspectBatteryTest, RecordedMachinesAreRead) {
       {"desktop", "", R"({"source": "AC", "percentage": null, "level": null, "charging": false})"},
       {"old-kernel", std::string(discharging).replace(discharging.find("BAT0"), 4, "BAT1"),
        R"({"source": "battery", "percentage": 63, "level": null, "charging": false})"},
+      {"both-units", discharging, R"({"source": "battery", "percentage": 63, "level": null, "charging": false})"},
+      {"negative-current", R"({"Id": "BAT0", "DeviceName": "PACK 2S2P", "Manufacturer": "Zeta Power",
+        "Chemistry": "Li-ion", "DesignChargeCapacity": "46200", "BatteryChargeRemaining": "75",
+        "RemainingCapacity": "32340", "FullChargeCapacity": "43120", "ChargeStatus": "0", "AC/DC mode": "DC",
+        "RemainingTime": "10080"})",
+       R"({"source": "battery", "percentage": 75, "level": "high", "charging": false})"},
+      {"full", R"({"Id": "BAT0", "DeviceName": "CELL-57A", "Manufacturer": "Acme", "Chemistry": "Li-poly",
+        "DesignChargeCapacity": "50500", "BatteryChargeRemaining": "100", "RemainingCapacity": "47310",
+        "FullChargeCapacity": "47310", "CycleCount": "213", "AC/DC mode": "AC"})",
+       R"({"source": "AC", "percentage": 100, "level": "high", "charging": false})"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.record);
@@ -165,7 +175,8 @@ TEST(InspectBatteryTest, RecordedMachinesAreRead) {
     for (Json::Value& battery : found["batteries"]) {
       // Hashed: nothing of what the record has.
       Json::Value serial_number;
-      EXPECT_EQ(battery.removeMember("SerialNumber", &serial_number), row.record != std::string("charge"));
+      const bool has_none = row.record == std::string("charge") || row.record == std::string("negative-current");
+      EXPECT_NE(battery.removeMember("SerialNumber", &serial_number), has_none);
       EXPECT_EQ(serial_number.asString().find("CELL"), std::string::npos);
     }
     EXPECT_EQ(found, expected);

@@ -94,11 +94,14 @@ plug off
 unplugged=$SECONDS
 check "the console shows the plug that is pulled" within 60 grep -q DisconnectFromAC /run/console.txt
 check "not before 40 seconds" test $((SECONDS - unplugged)) -ge 40
+# Their drivers go while it runs: no error, no record of what is not there.
+before=$(grep -c BatteryEvent /run/console.txt)
+check "the batteries go" modprobe -r test_power sbs-battery
 kill $console
 wait $console
 report $? "the console ends"
+same "nothing was made up of batteries that went" "$before" "$(grep -c BatteryEvent /run/console.txt)"
+none "and no error was logged" "$(grep -rhF "[error]" --include=BatteryEventMonitor.log /run/console)"
 none "and has shown no serial number" "$(grep -F BatteryEvent /run/console.txt | numbers)"
 none "nor kept one" "$(grep -rlawF cafe /run/console)"
-# For the others in this machine it is one without batteries again.
-check "the batteries go" modprobe -r test_power sbs-battery
 finish
