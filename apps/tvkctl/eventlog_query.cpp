@@ -4,6 +4,7 @@
 #include <iterator>
 #include <optional>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "apps/exit_code.h"
@@ -51,6 +52,21 @@ std::wstring IdsInWords(const std::vector<EventIdItem>& ids, bool suppressed) {
   return Enumerate(texts);
 }
 
+/// Whether every id that the list asks for is left out by it, too.
+bool SelectsNoId(const std::vector<EventIdItem>& ids) {
+  constexpr std::size_t kIds = 65536;  // of 16 bits, see ReadSelection
+  std::vector<bool> selected(kIds, std::ranges::all_of(ids, &EventIdItem::suppressed));
+  for (const bool suppressed : {false, true}) {
+    for (const EventIdItem& item : ids) {
+      if (item.suppressed != suppressed) continue;
+      const unsigned long last = std::stoul(std::wstring(item.last.empty() ? item.first : item.last));
+      for (unsigned long id = std::stoul(std::wstring(item.first)); id <= last; ++id)
+        selected[id] = !suppressed;
+    }
+  }
+  return std::ranges::find(selected, true) == selected.end();
+}
+
 std::wstring Explain(const TVK::EventLogSelection& selection, const std::wstring& window) {
   const std::wstring selected = IdsInWords(selection.ids, false);
   const std::wstring suppressed = IdsInWords(selection.ids, true);
@@ -83,6 +99,7 @@ int RunEventLogQuery(const EventLogOptions& options, std::ostream& out, std::ost
   if (!TVK::WindowsLogsHelper::ReadSelection(channels, ids, levels, selection, line)) {
     return refuse(String::UTF16ToUTF8(line));
   }
+  if (SelectsNoId(selection.ids)) return refuse("every event id that the list asks for is left out by it, too");
   if (options.explain) {
     const bool plain = window.back() >= L'0' && window.back() <= L'9';
     line = Explain(selection, plain ? window + L" ms" : window);

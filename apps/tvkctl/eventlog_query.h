@@ -8,9 +8,9 @@ namespace tvkctl {
 
 /// As on the command line, UTF-8; see TVK::WindowsLogsHelper::generateQuery.
 struct EventLogOptions {
-  std::string channels;
-  std::string ids;
-  std::string levels;
+  std::string channels = {};
+  std::string ids = {};
+  std::string levels = {};
   std::string window;    ///< Milliseconds, or a number with a unit, "24h".
   bool explain = false;  ///< Words instead of the query.
 };

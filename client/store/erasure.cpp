@@ -88,7 +88,7 @@ int DeleteRecords(Database& database, const Erasure& erasure, std::uint64_t& cou
     code = statement.Prepare(database,
                              "DELETE FROM state WHERE dataset_id <> '' AND (?1 = '' OR dataset_id = ?1)"
                              // The reading places of dataset_state.h.
-                             " AND key NOT IN ('bookmark', 'interruption') AND key NOT GLOB 'memory *'"
+                             " AND key NOT IN ('bookmark', 'begin', 'interruption') AND key NOT GLOB 'memory *'"
                              " AND dataset_id NOT IN (SELECT s.dataset_id FROM record r CROSS JOIN series s"
                              " ON s.id = r.series WHERE r.sequence > ?2)");
     if (code != SQLITE_OK) return code;

@@ -4,6 +4,7 @@
 
 #include "client/store/failing_disk.h"
 #include "client/text/string.h"
+#include "monitors/logs/reading_begin.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_system.h"
@@ -282,6 +283,59 @@ TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
   Start();
   monitor_.reset();
   EXPECT_TRUE(life_->Items(kApplicationHang).empty());
+}
+
+TEST_F(CrashTest, WhatWasLoggedWithoutConsentIsNeverTold) {
+  const auto hang = [&](const char* channel, const char* program) {
+    Log(channel, "Application Hang", 1002, {{"", program}, {"", "1"}});
+    world_.runtime.AdvanceBy(CrashEventMonitor::kSameWithin + 1s);
+  };
+  const auto told = [&] {
+    std::wstring all;
+    for (const ItemEvent& item : life_->Items(kApplicationHang))
+      all += item.item_data().at(L"Program") + L" ";
+    return all;
+  };
+  const auto withdraw = [&] {
+    life_->consent.given = false;
+    life_->store.KeepState(CrashEventMonitor::dataset_id, {kBookmarkState, kWithdrawnPlace});
+  };
+  Start();
+  hang("Application", "a");
+  withdraw();
+  hang("Application", "b");
+  monitor_.reset();
+  Log("System", "Microsoft-Windows-WHEA-Logger", 18, {{"ErrorSource", "3"}});
+  world_.runtime.AdvanceBy(1min);
+  Start();
+  hang("Application", "c");
+  EXPECT_EQ(told(), L"c ");
+  // The place knows one channel now.
+  Start();
+  EXPECT_TRUE(life_->Items(kHardwareError).empty()) << "nor after another start";
+  hang("Application", "d");
+  withdraw();
+  hang("Application", "e");
+  life_->consent.given = true;
+  hang("Application", "f");
+  world_.runtime.AdvanceBy(1h);
+  hang("Application", "g");
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(told(), L"d g ") << "given again before the monitor was stopped";
+  withdraw();
+  hang("Application", "h");
+  life_->consent.given = true;
+  monitor_.reset();
+  Start();
+  EXPECT_EQ(told(), L"") << "the same, and the stop comes";
+  hang("Application", "i");
+  monitor_.reset();
+  life_->store.KeepState(CrashEventMonitor::dataset_id, {kBeginState, SinceText(INT64_MAX)});
+  for (const char* const program : {"j", "k"}) {
+    Start();
+    hang("Application", program);
+    EXPECT_EQ(told(), String::UTF8ToUTF16(program) + L' ') << "the clock was set back since";
+  }
 }
 
 TEST_F(CrashTest, WhatTheStoreDidNotTakeIsReadAgain) {

@@ -185,6 +185,7 @@ void EventViewerLogDBEventMonitor::ReadLogDBPerDay() {
     }
     more = batch.more;
   }
+  std::vector<NewItem> items;
   for (const char* const channel : kChannels) {
     if (stopping()) return;
     const platform::EventLogStatus status = log.ReadStatus(channel);
@@ -196,6 +197,10 @@ void EventViewerLogDBEventMonitor::ReadLogDBPerDay() {
     ItemData data = {{L"Channel", String::UTF8ToUTF16(channel)}};
     AddStatus(status, services().runtime.clock(), data);
     if (reads && !partly_read.contains(channel)) AddCounts(counts[channel], data);
-    WriteItem(kPerDay, std::move(data));
+    items.push_back({.data = std::move(data)});
+  }
+  // All or none: the next report, also that of another start, comes a day behind the first of them.
+  std::chrono::milliseconds retry = TVK::kFirstLogRetry;
+  for (; WriteItems(kPerDay, items) > 0 && Pause(retry); retry = std::min(2 * retry, TVK::kLastLogRetry)) {
   }
 }

@@ -66,6 +66,7 @@ void LogMonitor::Run() {
     if (!CallLogged(log_, Operation(L"Run"), [&] { outcome = Read(retry); })) outcome = AwaitRetry(retry);
     retry = outcome == Outcome::kFailed ? std::min(2 * retry, kLastLogRetry) : kFirstLogRetry;
   }
+  if (KeptPlace() == kWithdrawnPlace) return;  // the next start begins behind it
   if (Flush() || !Admits()) KeepPlace();
 }
 
@@ -87,50 +88,58 @@ LogMonitor::Outcome LogMonitor::AwaitRetry(std::chrono::milliseconds retry) {
 }
 
 LogMonitor::Outcome LogMonitor::Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry) {
-  bool failed = false;
+  const platform::Clock& clock = services().runtime.clock();
+  std::optional<platform::SteadyTime> ends;  // so that another one tries what this one gave up
   for (;;) {
-    if (failed) return AwaitRetry(retry);  // behind what failed nothing is read
     platform::Waitable* const awaited[] = {stop_event(), query_changed_.get(), &reader.news()};
-    const auto woken = services().runtime.WaitAny(awaited, Patience());
+    std::chrono::milliseconds patience = Patience();
+    if (ends) patience = std::min(patience, std::chrono::ceil<std::chrono::milliseconds>(*ends - clock.Steady()));
+    const auto woken = services().runtime.WaitAny(awaited, std::max(patience, 0ms));
     if (woken == 0 || woken == 1) {
       PassUnwanted(reader);
       return woken == 0 ? Outcome::kStopped : Outcome::kQueryChanged;
     }
-    failed = (Patience() <= 0ms && !Flush()) || (woken == 2 && !Take(reader));
+    if (Patience() <= 0ms && !Flush()) return AwaitRetry(retry);
+    if (woken == 2) {
+      const Taken taken = Take(reader);
+      if (taken == Taken::kNot) return AwaitRetry(retry);  // behind what failed nothing is read
+      if (taken == Taken::kNotOfAChannel && !ends) ends = clock.Steady() + retry;
+    }
+    if (ends && clock.Steady() >= *ends) return Outcome::kFailed;
   }
 }
 
-bool LogMonitor::Take(platform::EventLogReader& reader) {
-  if (!Admits()) return false;  // the stop is on its way
-  if (!WriteTaken()) return false;
+LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
+  if (!Admits()) return Taken::kNot;  // the stop is on its way
+  if (BeginsAnew() || !HoldBegin() || !WriteTaken()) return Taken::kNot;
   const bool passes = !passed_at_ || services().runtime.clock().Elapsed() - *passed_at_ >= kQuiet;
   if (passes) reader.PassUnwanted();
   const platform::EventLogBatch batch = reader.Take(kBatch);
-  bool done = true;
+  Taken taken = Taken::kAll;
   for (const platform::EventLogNotice& notice : batch.notices) {
-    const bool told = Tell(notice);
+    if (Tell(notice)) continue;
     // Behind the events that follow it nobody would find the interruption again.
-    if (!told && notice.trouble != platform::EventLogTrouble::kFailed) return false;
-    done = told && done;
+    if (notice.trouble != platform::EventLogTrouble::kFailed) return Taken::kNot;
+    taken = Taken::kNotOfAChannel;
   }
   for (const platform::EventLogEvent& event : batch.events) {
-    if (stopping()) return false;  // what is left is of the next start
+    if (stopping()) return Taken::kNot;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
     if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)}))
-      return false;
+      return Taken::kNot;
     MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }
   if (!batch.bookmark.empty()) MoveTo(batch.bookmark);
   if (passes && !batch.more) passed_at_ = services().runtime.clock().Elapsed();
-  if (!WriteTaken()) return false;
+  if (!WriteTaken()) return Taken::kNot;
   if (services().runtime.clock().Elapsed() - kept_at_ > kQuiet && Patience() == platform::kForever) KeepPlace();
-  return done;
+  return taken;
 }
 
 void LogMonitor::PassUnwanted(platform::EventLogReader& reader) {
-  if (!Admits()) return;  // nobody asks for the place
+  if (!Admits() || KeptPlace() == kWithdrawnPlace) return;  // nobody asks for the place
   reader.PassUnwanted();
   const platform::EventLogBatch batch = reader.Take(1);
   const bool none = batch.events.empty() && batch.notices.empty() && !batch.more;
@@ -214,15 +223,48 @@ bool LogMonitor::RestorePlace() {
   // Once: a further try begins no later.
   if (!begin_) begin_ = BeginBehind(kept);
   if (begin_) {
-    // Also where nothing was kept: without a place, a start without consent has nothing to mark.
+    // Also where nothing was kept: without a place, a start without consent has nothing to mark. Kept beside the place,
+    // too: the first of an event knows one channel, and the others are then read from their oldest on.
     const std::wstring since = SinceText(*begin_);
+    if (!KeepBegin()) return false;
     if (kept != since && services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, since}) != 0) {
       return false;
     }
+    place_.clear();
   } else {
+    if (!ReadBegin(begin_)) return false;
     place_ = String::UTF16ToUTF8(kept);
   }
   restored_ = true;
+  return true;
+}
+
+bool LogMonitor::ReadBegin(std::optional<std::int64_t>& begin) const {
+  std::wstring kept;
+  if (!Succeeds(ReadKeptState(services().store, std::wstring(identity().row.id), kBeginState, kept))) return false;
+  begin = ReadSince(kept);
+  return true;
+}
+
+bool LogMonitor::KeepBegin() const {
+  std::optional<std::int64_t> kept;
+  if (!ReadBegin(kept)) return false;
+  return kept == begin_ ||
+         services().store.KeepState(std::wstring(identity().row.id), {kBeginState, SinceText(*begin_)}) == 0;
+}
+
+bool LogMonitor::HoldBegin() {
+  const std::int64_t now = FirstSecondOfConsent(services().runtime.clock());
+  if (!begin_ || *begin_ <= now) return true;
+  begin_ = now;
+  return KeepBegin();
+}
+
+bool LogMonitor::BeginsAnew() {
+  if (KeptPlace() != kWithdrawnPlace) return false;
+  restored_ = false;
+  begin_.reset();
+  RestorePlace();  // at once, so that no more is left out than was logged until now
   return true;
 }
 

@@ -70,9 +70,15 @@ class LogMonitor : public ScheduledMonitor {
   Outcome Read(std::chrono::milliseconds retry);
   /// For what failed to be tried again, or for ever.
   Outcome AwaitRetry(std::chrono::milliseconds retry);
+  /// Until the reader failed, or for `retry` behind the failure of a channel: the others are read meanwhile.
   Outcome Follow(platform::EventLogReader& reader, std::chrono::milliseconds retry);
-  /// Takes what there is. False: something failed, and is to be tried again by another reader.
-  bool Take(platform::EventLogReader& reader);
+  enum class Taken {
+    kAll,
+    kNotOfAChannel,  ///< The reader gave one up, which is to be tried again by another reader.
+    kNot,            ///< Something failed, behind which nothing is to be read.
+  };
+  /// Takes what there is.
+  Taken Take(platform::EventLogReader& reader);
   /// Goes behind what the query does not want when the reader is left, unless something waits to be taken.
   void PassUnwanted(platform::EventLogReader& reader);
   /// False: it could not be written, and is to be told again.
@@ -82,8 +88,18 @@ class LogMonitor : public ScheduledMonitor {
   std::optional<std::wstring> KeptPlace();
   /// The second since 1970 from which on is read; nothing for a place of the log's own.
   std::optional<std::int64_t> BeginBehind(const std::wstring& kept) const;
+  /// Of the time before the place became one of the log's own, which may know only some of the channels; nothing when
+  /// none is kept. False when the store cannot be read.
+  bool ReadBegin(std::optional<std::int64_t>& begin) const;
+  bool KeepBegin() const;
+  /// What lies in the future, since the clock was set back, is now: else nothing would be told until then. False when
+  /// the store cannot be written.
+  bool HoldBegin();
   /// False when the store cannot be read or written.
   bool RestorePlace();
+  /// Whether the consent was withdrawn since reading began, also where it is there again: the store then has the mark of
+  /// it, which no place is to replace. Reading then begins anew.
+  bool BeginsAnew();
   void MoveTo(const std::string& place);
   void KeepPlace();
 
