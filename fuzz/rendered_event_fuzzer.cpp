@@ -65,6 +65,9 @@ void CheckJournalEntry(std::string_view text) {
     text.remove_prefix(std::min(fields.back().size() + 1, text.size()));
   }
   const platform::LoggedEvent event = platform::EventOfJournal(fields, platform::WallTime());
+  platform::JournalFieldFilter filter;
+  std::erase_if(fields, [&](std::string_view field) { return !filter.Takes(field); });
+  Check(fields.size() <= 20 && platform::EventOfJournal(fields, platform::WallTime()).provider == event.provider);
   Check(event.level >= 1 && event.level <= 5 && event.id <= 65535 && !event.provider.empty());
   Check(event.channel == "Application" || event.channel == "Security" || event.channel == "Setup" ||
         event.channel == "System");

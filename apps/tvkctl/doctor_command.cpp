@@ -40,8 +40,9 @@ std::string StartCommand() {
 
 }  // namespace
 
-int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, const std::shared_ptr<platform::Machine>& machine,
-              platform::Runtime& runtime, std::ostream& out, std::ostream& errors) {
+int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table,
+              const std::shared_ptr<platform::Machine>& machine, platform::Runtime& runtime, std::ostream& out,
+              std::ostream& errors) {
   const TVK::Dataset* const dataset = FindDataset(table, options.dataset);
   if (dataset == nullptr && !options.dataset.empty()) {
     errors << "tvkctl: no dataset is named \"" << TVK::HarmlessText(options.dataset) << "\"; names: " << Names(table)

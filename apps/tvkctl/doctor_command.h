@@ -22,7 +22,8 @@ struct DoctorOptions {
 
 /// 0: nothing is wrong; 1: there is no dataset of that name; 3: the service does not answer; 4: something else is
 /// wrong.
-int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table, const std::shared_ptr<platform::Machine>& machine,
-              platform::Runtime& runtime, std::ostream& out, std::ostream& errors);
+int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table,
+              const std::shared_ptr<platform::Machine>& machine, platform::Runtime& runtime, std::ostream& out,
+              std::ostream& errors);
 
 }  // namespace tvkctl

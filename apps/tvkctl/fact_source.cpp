@@ -104,8 +104,7 @@ SourceReport AtaDrives(Machine& machine) {
 
 }  // namespace
 
-SourceReport TrySource(std::wstring_view dataset, const std::shared_ptr<Machine>& machine,
-                       platform::Runtime& runtime) {
+SourceReport TrySource(std::wstring_view dataset, const std::shared_ptr<Machine>& machine, platform::Runtime& runtime) {
   using Try = SourceReport (*)(Machine&);
   static const std::map<std::wstring_view, Try> tries = {
       {L"StorageEvent", Volumes},
@@ -136,7 +135,8 @@ SourceReport TrySource(std::wstring_view dataset, const std::shared_ptr<Machine>
       calls.Begin([machine, report, ask = found->second] { *report = ask(*machine); }, kSourceLimit).Await(nullptr);
   if (outcome == TVK::LimitedCalls::Outcome::kDone) return *report;
   if (outcome == TVK::LimitedCalls::Outcome::kTimedOut) {
-    return {SourceState::kFails, "the machine did not answer within " + std::to_string(kSourceLimit.count()) + " seconds"};
+    return {SourceState::kFails,
+            "the machine did not answer within " + std::to_string(kSourceLimit.count()) + " seconds"};
   }
   return {SourceState::kFails, "the machine could not be asked"};
 }

@@ -97,8 +97,8 @@ class LogMonitor : public ScheduledMonitor {
   bool HoldBegin();
   /// False when the store cannot be read or written.
   bool RestorePlace();
-  /// Whether the consent was withdrawn since reading began, also where it is there again: the store then has the mark of
-  /// it, which no place is to replace. Reading then begins anew.
+  /// Whether the consent was withdrawn since reading began, also where it is there again: the store then has the mark
+  /// of it, which no place is to replace. Reading then begins anew.
   bool BeginsAnew();
   void MoveTo(const std::string& place);
   void KeepPlace();

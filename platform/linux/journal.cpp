@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
 
+#include "platform/linux/journal_entry.h"
 #include "platform/linux/unique_fd.h"
 
 namespace platform {
@@ -88,9 +90,13 @@ const std::vector<std::string_view>& Journal::Fields() {
   std::vector<std::size_t> ends;
   const void* data = nullptr;
   std::size_t length = 0;
+  constexpr std::size_t kLongest = 64u << 10;  // the library keeps to its threshold where it decompresses alone
+  JournalFieldFilter wanted;
   library_->restart_data(journal_.get());
   while (library_->enumerate_available_data(journal_.get(), &data, &length) > 0) {
-    text_.append(static_cast<const char*>(data), length);
+    const std::string_view field(static_cast<const char*>(data), std::min(length, kLongest));
+    if (!wanted.Takes(field)) continue;
+    text_.append(field);
     ends.push_back(text_.size());
   }
   std::size_t begin = 0;

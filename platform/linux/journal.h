@@ -37,7 +37,8 @@ class Journal {
   bool IsAt(const std::string& bookmark);
   std::string Bookmark();
   WallTime Time();
-  /// "NAME=value" each, until the next call of this object. Of a value more than 64 KiB are cut off.
+  /// Those that JournalFieldFilter takes, "NAME=value" each, until the next call of this object. What is beyond 64 KiB
+  /// of one is cut off.
   const std::vector<std::string_view>& Fields();
 
   /// A descriptor that is readable when Refresh should be called; below 0 where the system gives none.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <utility>
 
 #include "platform/text_scan.h"
 
@@ -109,21 +110,31 @@ std::uint32_t IdOf(std::string_view message_id) {
 
 }  // namespace
 
+bool JournalFieldFilter::Takes(std::string_view field) {
+  const std::string_view name = field.substr(0, field.find('='));
+  const auto* const place = std::ranges::find(kPlaces, name, &Place::name);
+  const auto* const data = std::ranges::find(kDataNames, name);
+  if (name.size() == field.size() || (place == kPlaces.end() && data == kDataNames.end())) return false;
+  const auto index = place != kPlaces.end() ? place - kPlaces.begin()
+                                            : static_cast<std::ptrdiff_t>(kPlaces.size()) + (data - kDataNames.begin());
+  const std::uint32_t bit = std::uint32_t{1} << index;
+  return (std::exchange(taken_, taken_ | bit) & bit) == 0;
+}
+
 LoggedEvent EventOfJournal(std::span<const std::string_view> fields, WallTime time) {
   Fields known;
   LoggedEvent event;
   std::array<std::optional<std::string_view>, kDataNames.size()> data;
+  JournalFieldFilter wanted;
   for (const std::string_view field : fields) {
+    if (!wanted.Takes(field)) continue;
     const std::size_t name_end = field.find('=');
-    if (name_end == field.npos) continue;
     const std::string_view name = field.substr(0, name_end);
     const std::string_view value = field.substr(name_end + 1);
     const auto* const place = std::ranges::find(kPlaces, name, &Place::name);
-    if (place != kPlaces.end() && (known.*(place->value)).empty()) known.*(place->value) = value;
+    if (place != kPlaces.end()) known.*(place->value) = value;
     const auto* const kept = std::ranges::find(kDataNames, name);
-    if (kept == kDataNames.end()) continue;
-    auto& text = data[static_cast<std::size_t>(kept - kDataNames.begin())];
-    if (!text) text = value;
+    if (kept != kDataNames.end()) data[static_cast<std::size_t>(kept - kDataNames.begin())] = value;
   }
   // In an order of ours: the journal's own is not defined.
   for (std::size_t i = 0; i < data.size(); ++i) {

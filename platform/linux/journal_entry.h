@@ -1,12 +1,24 @@
 // Entries of the systemd journal as events. A pure function; any thread.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string_view>
 
 #include "platform/logged_event.h"
 
 namespace platform {
+
+/// Tells which fields of one entry EventOfJournal looks at, so that nobody keeps the others: whoever may log chooses
+/// how many there are, and an entry has room for hundreds of megabytes.
+class JournalFieldFilter {
+ public:
+  /// The first of each name that is known.
+  bool Takes(std::string_view field);
+
+ private:
+  std::uint32_t taken_ = 0;  ///< A bit for each name.
+};
 
 /// The event that an entry of these fields is, each as "NAME=value" in the journal's own words
 /// (systemd.journal-fields(7)); of a name that comes twice the first counts, of fields that it does not know none.

@@ -82,6 +82,24 @@ TEST(JournalEntryTest, HasAChannelALevelAnIdAndASource) {
 
 constexpr uid_t kNobody = 65534;
 
+TEST(JournalEntryTest, OfAnEntryTheFirstOfEachKnownFieldIsKept) {
+  JournalFieldFilter filter;
+  for (const auto& [field, takes] : {std::pair("MESSAGE=a", true),
+                                     {"MESSAGE=b", false},
+                                     {"PRIORITY=", true},
+                                     {"PRIORITY=3", false},
+                                     {"SYSLOG_IDENTIFIER=x", true},
+                                     {"SYSLOG_IDENTIFIER=x", false},
+                                     {"COREDUMP_PACKAGE_VERSION=1", true},
+                                     {"COREDUMP_CMDLINE=secret", false},
+                                     {"FILE=x", true},
+                                     {"MESSAGE_ID", false},
+                                     {"MESSAGE_ID=1", true},
+                                     {"", false}}) {
+    EXPECT_EQ(filter.Takes(field), takes) << field;
+  }
+}
+
 class JournalTest : public testing::Test {
  protected:
   std::filesystem::path File(const char* name) const { return root_.path() / "var/log/journal" / name; }
