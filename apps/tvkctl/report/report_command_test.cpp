@@ -163,6 +163,33 @@ TEST_F(ReportTest, WhatIsDeletedForItsAgeIsNoGap) {
                "nothing recorded    89 days from 2026-01-31 20:00"});
 }
 
+TEST_F(ReportTest, ARemovalForAgeIsNoDeletionOfTheTimeBehindIt) {
+  OpenStore();
+  const auto a_day = [&] {
+    for (int i = 0; i < 48; ++i) {
+      Item(L"CPUEvent", L"ReadUsagePerInterval");
+      world_.AdvanceBy(minutes(30));
+    }
+  };
+  a_day();
+  Item(L"MemoryEvent", L"Memory change");  // stays, with holes in the numbers ahead of it and behind
+  a_day();
+  world_.AdvanceBy(hours(24 * 120));
+  a_day();
+  world_.AdvanceBy(hours(24 * 2));
+  a_day();
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({"is kept             97 records, 2026-01-02 00:00 to", "2 days from 2026-05-03 23:30: asleep, or nothing"});
+  EXPECT_NE(out_.str().find("86 days from "), std::string::npos) << out_.str();
+  EXPECT_EQ(out_.str().find("deleted"), std::string::npos) << out_.str();
+  // What is deleted of the days that are kept is told as before.
+  std::uint64_t count = 0;
+  ASSERT_EQ(store_->Erase({.dataset_id = "CPUEvent", .before_seconds = world_.clock().NowSeconds() - 24 * 3600}, count),
+            0);
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({": older records are deleted\n"});
+}
+
 TEST_F(ReportTest, ATimeOfWhichRecordsAreDeletedIsNoGap) {
   OpenStore();
   const auto usual = [&] {
