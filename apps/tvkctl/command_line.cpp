@@ -107,8 +107,10 @@ void AddErase(CLI::App& app, Texts& texts, Work& work) {
       ->type_name("DIR");
   erase->add_flag("--dry-run", texts.dry_run, "Only say what would be deleted");
   erase->add_flag("--yes", texts.yes, "Delete it; without this nothing is deleted");
-  // Only looking is quick, and with --stop it is waited for the service first.
-  erase->callback([&] { work = {&Run::Erase, texts.yes ? "the erasure is under way" : nullptr}; });
+  erase->callback([&] {
+    const bool only_looks = texts.dry_run || !texts.yes;
+    work = {&Run::Erase, only_looks ? "what would be deleted is counted" : "the erasure is under way"};
+  });
 }
 
 void AddServicePolicy(CLI::App& command, Texts& texts, const std::string& what) {
