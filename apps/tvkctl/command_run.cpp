@@ -127,6 +127,7 @@ int Run::PolicyCheck() const {
   }
   if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
   options.json = texts_.json;
+  options.width = platform::TerminalWidth().value_or(options.width);
   if (!ReadDevices(options.devices)) return kExitWrongConfiguration;
   return RunPolicyCheck(options, TVK::MakeComponentDatasets(), out_, errors_);
 }
