@@ -17,7 +17,7 @@
 #include "apps/tvkctl/offered_values.h"
 #include "client/identity/tvk_info.h"
 #include "client/text/string.h"
-#include "framework/dataset_row.h"
+#include "component/component_datasets.h"
 
 namespace tvkctl {
 namespace {
@@ -51,8 +51,8 @@ struct Work {
 
 std::vector<std::string> DatasetNames() {
   std::vector<std::string> names;
-  for (const TVK::DatasetRow& row : TVK::kDatasetRows)
-    names.push_back(TVK::String::UTF16ToUTF8(row.name));
+  for (const TVK::Dataset& dataset : TVK::ComponentDatasets().datasets())
+    names.push_back(TVK::String::UTF16ToUTF8(dataset.row.name));
   return names;
 }
 
