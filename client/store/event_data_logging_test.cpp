@@ -241,20 +241,25 @@ TEST_F(EventDataLoggingTest, WhatWentForItsAgeIsToldFromWhatWentForOtherReasons)
     write(store, 10);
     EXPECT_EQ(store.Erase({.before_seconds = clock().NowSeconds() + 1}, count), 0);
     EXPECT_EQ(count, 10u);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I1", L"rare")), 0);
     write(store, 10);
     EXPECT_EQ(noted(), Noted(0, 0)) << "an erasure, and nothing too old";
     world_.AdvanceBy(std::chrono::hours(2));
     write(store, 2);
     before = clock().NowSeconds() - limited.limits.max_age_seconds;
-    EXPECT_EQ(noted(), Noted(20, before));
+    EXPECT_EQ(noted(), Noted(21, before));
+    world_.AdvanceBy(std::chrono::minutes(10));
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I1", L"rare")), 0);
+    before += 600;
+    EXPECT_EQ(noted(), Noted(21, before)) << "an older one that stayed as the last of its kind";
   }
-  ExecuteOutside("UPDATE record SET written = 0 WHERE sequence = 21");
+  ExecuteOutside("UPDATE record SET written = 0 WHERE sequence = 22");
   const platform::VirtualRuntime earlier;
   EventDataLogging store(limited, earlier.clock());
   write(store, 1);
-  EXPECT_EQ(noted(), Noted(21, before)) << "a clock that was set back";
+  EXPECT_EQ(noted(), Noted(22, before)) << "a clock that was set back";
   EXPECT_EQ(store.Erase({.dataset_id = String::UTF16ToUTF8(kCpu)}, count), 0);
-  EXPECT_EQ(noted(), Noted(21, before));
+  EXPECT_EQ(noted(), Noted(22, before));
   EXPECT_EQ(store.Erase({}, count), 0);
   EXPECT_EQ(noted(), Noted(0, 0)) << "nothing is left that it could be about";
 }
