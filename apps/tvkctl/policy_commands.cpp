@@ -35,6 +35,7 @@ std::string Shown(const std::filesystem::path& file) {
 
 std::string ProblemLine(const TVK::PolicyProblem& problem, std::size_t width = kUnbroken) {
   TVK::FlowingText line(width);
+  line.SetIndent(9);  // where the message begins
   line.NewLine(2);
   line.AddColumn(problem.fatal ? "fatal" : "error", 5);
   line.AddWord(problem.path.empty() ? problem.message : problem.path + ": " + problem.message);
