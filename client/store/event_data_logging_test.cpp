@@ -264,6 +264,29 @@ TEST_F(EventDataLoggingTest, WhatWentForItsAgeIsToldFromWhatWentForOtherReasons)
   EXPECT_EQ(noted(), Noted(0, 0)) << "nothing is left that it could be about";
 }
 
+TEST_F(EventDataLoggingTest, ARemovalThatCannotBeNotedRemovesNothingAndHoldsUpNoWriter) {
+  StoreOptions limited = options();
+  limited.limits.max_age_seconds = 3600;
+  const auto write = [](EventDataLogging& store, int count) {
+    for (; count > 0; --count)
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"x")), 0);
+  };
+  {
+    EventDataLogging store(limited, clock());
+    write(store, 5);
+  }
+  ExecuteOutside(
+      "CREATE TRIGGER refuse BEFORE INSERT ON state WHEN NEW.key = 'aged'"
+      " BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  world_.AdvanceBy(std::chrono::hours(2));
+  EventDataLogging store(limited, clock());
+  write(store, 3);
+  EXPECT_EQ(Stored().size(), 8u);
+  ExecuteOutside("DROP TRIGGER refuse");
+  write(store, 1 + 256);  // the look that failed is taken up with one at the size
+  EXPECT_EQ(Stored().size(), 260u);
+}
+
 TEST_F(EventDataLoggingTest, OldItemsGoWhateverDateStandsAheadOfThem) {
   constexpr std::int64_t kDay = 24 * 3600;
   constexpr int kAhead = 600;  // more than go in one step
