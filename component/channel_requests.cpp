@@ -1,14 +1,13 @@
 #include "component/channel_requests.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "client/policy/policy_text.h"
 #include "client/policy/report_readers.h"
 #include "client/text/string.h"
+#include "component/component_datasets.h"
 #include "component/service_report.h"
 #include "framework/dataset_monitor.h"
-#include "framework/dataset_row.h"
 
 namespace TVK {
 namespace {
@@ -154,9 +153,7 @@ ChannelAnswer ChannelRequests::CarryOut(const ChannelRequest& request, bool priv
     case ChannelWish::kErase: {
       Erasure erasure{.before_seconds = request.before_seconds};
       if (!request.all && !request.dataset_id.empty()) {
-        if (std::ranges::find(kDatasetRows, request.dataset_id, &DatasetRow::id) == kDatasetRows.end()) {
-          return Refused("there is no such dataset");
-        }
+        if (ComponentDatasets().FindById(request.dataset_id) == nullptr) return Refused("there is no such dataset");
         erasure.dataset_id = String::UTF16ToUTF8(request.dataset_id);
       }
       const ErasureReceipt receipt = eraser_.Erase(erasure);

@@ -106,4 +106,9 @@ DatasetTable MakeComponentDatasets() {
   return DatasetTable(std::move(datasets));
 }
 
+const DatasetTable& ComponentDatasets() {
+  static const DatasetTable table = MakeComponentDatasets();
+  return table;
+}
+
 }  // namespace TVK

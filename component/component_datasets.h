@@ -5,7 +5,10 @@
 
 namespace TVK {
 
-/// Every row of the table of datasets, with the factory of its monitor.
+/// Every dataset of this component, those that stand in no other table too, with the factory of its monitor.
 DatasetTable MakeComponentDatasets();
+
+/// The same, made once, for who asks what datasets there are. Any thread.
+const DatasetTable& ComponentDatasets();
 
 }  // namespace TVK

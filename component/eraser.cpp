@@ -12,7 +12,7 @@
 #include "client/log/service_logs.h"
 #include "client/policy/strict_json.h"
 #include "client/text/string.h"
-#include "framework/dataset_row.h"
+#include "component/component_datasets.h"
 #include "platform/append_file.h"
 #include "platform/files.h"
 
@@ -83,7 +83,8 @@ std::wstring NewestOf(std::wstring name) {
 bool IsErasableLog(const std::string& file, const std::optional<std::string>& dataset_id) {
   const std::wstring name = NewestOf(String::UTF8ToUTF16(file));
   if (!dataset_id && name != kReceipts && std::ranges::count(kServiceLogs, name) > 0) return true;
-  return std::ranges::any_of(kDatasetRows, [&](const DatasetRow& row) {
+  return std::ranges::any_of(ComponentDatasets().datasets(), [&](const Dataset& dataset) {
+    const DatasetRow& row = dataset.row;
     const bool meant = !row.log.empty() && (!dataset_id || String::UTF16ToUTF8(row.id) == *dataset_id);
     return meant && name == std::wstring(row.log) + L".log";
   });

@@ -300,6 +300,11 @@ TEST_F(ChannelRights, FollowFromWhoAsks) {
   EXPECT_EQ(Refused(Refusal::kTooMany), 1u);
   EXPECT_EQ(Ask(CallerKind::kOther, ChannelWish::kEvent), SessionRecorder::kChannelFailed);
   EXPECT_EQ(Ask(CallerKind::kAdministrator, ChannelWish::kErase), 0);
+  for (const Dataset& dataset : ComponentDatasets().datasets()) {
+    const ChannelRequest of_it{.wish = ChannelWish::kErase, .dataset_id = std::wstring(dataset.row.id)};
+    const auto answer = AnswerFromJson(Answer({.kind = CallerKind::kAdministrator}, ToJson(of_it)).text);
+    EXPECT_EQ(answer->result, 0) << answer->reason;
+  }
   const ChannelRequest nowhere{.wish = ChannelWish::kErase, .dataset_id = L"ID"};
   const auto refused = AnswerFromJson(Answer({.kind = CallerKind::kAdministrator}, ToJson(nowhere)).text);
   EXPECT_EQ(refused->reason, "there is no such dataset");

@@ -17,7 +17,7 @@
 #include "apps/tvkctl/offered_values.h"
 #include "client/identity/tvk_info.h"
 #include "client/text/string.h"
-#include "framework/dataset_row.h"
+#include "component/component_datasets.h"
 
 namespace tvkctl {
 namespace {
@@ -51,8 +51,8 @@ struct Work {
 
 std::vector<std::string> DatasetNames() {
   std::vector<std::string> names;
-  for (const TVK::DatasetRow& row : TVK::kDatasetRows)
-    names.push_back(TVK::String::UTF16ToUTF8(row.name));
+  for (const TVK::Dataset& dataset : TVK::ComponentDatasets().datasets())
+    names.push_back(TVK::String::UTF16ToUTF8(dataset.row.name));
   return names;
 }
 
@@ -107,8 +107,10 @@ void AddErase(CLI::App& app, Texts& texts, Work& work) {
       ->type_name("DIR");
   erase->add_flag("--dry-run", texts.dry_run, "Only say what would be deleted");
   erase->add_flag("--yes", texts.yes, "Delete it; without this nothing is deleted");
-  // Only looking is quick, and with --stop it is waited for the service first.
-  erase->callback([&] { work = {&Run::Erase, texts.yes ? "the erasure is under way" : nullptr}; });
+  erase->callback([&] {
+    const bool only_looks = texts.dry_run || !texts.yes;
+    work = {&Run::Erase, only_looks ? "what would be deleted is counted" : "the erasure is under way"};
+  });
 }
 
 void AddServicePolicy(CLI::App& command, Texts& texts, const std::string& what) {

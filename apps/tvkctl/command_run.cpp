@@ -47,8 +47,8 @@ int Run::Records() const {
   options.reverse = texts_.reverse;
   options.utc = texts_.utc;
   options.terminal_width = platform::TerminalWidth();
-  for (const TVK::DatasetRow& row : TVK::kDatasetRows)
-    options.datasets.push_back(TVK::String::UTF16ToUTF8(row.name));
+  for (const TVK::Dataset& dataset : TVK::ComponentDatasets().datasets())
+    options.datasets.push_back(TVK::String::UTF16ToUTF8(dataset.row.name));
   if (!options.follow) return RunRecords(options, *runtime_, out_, errors_, nullptr);
   const auto stop = runtime_->MakeEvent(platform::EventReset::kManual);
   const auto interrupts = platform::InterruptWatcher::Start({.stop = [&] { stop->Set(); }, .reload = {}});
@@ -63,7 +63,7 @@ int Run::Report() const {
         .place = ChannelPlace(), .data_folder = DataFolder(), .policy_file = ServicePolicyFile(), .traits = [&] {
           return LocalTraits();
         }};
-    return AskStanding(sources, TVK::MakeComponentDatasets(), *runtime_);
+    return AskStanding(sources, TVK::ComponentDatasets(), *runtime_);
   };
   options.ask_service = [&](std::optional<std::int64_t> since, TVK::Report& report, Standing& standing,
                             std::string& problem) {
@@ -110,7 +110,7 @@ int Run::Doctor() const {
                     .policy_file = ServicePolicyFile(),
                     .dataset = texts_.dataset,
                     .json = texts_.json},
-                   TVK::MakeComponentDatasets(), machine, *runtime_, out_, errors_);
+                   TVK::ComponentDatasets(), machine, *runtime_, out_, errors_);
 }
 
 int Run::Event() const {
@@ -127,8 +127,9 @@ int Run::PolicyCheck() const {
   }
   if (!texts_.scope.empty()) options.scope = TVK::String::UTF8ToUTF16(texts_.scope);
   options.json = texts_.json;
+  options.width = platform::TerminalWidth().value_or(options.width);
   if (!ReadDevices(options.devices)) return kExitWrongConfiguration;
-  return RunPolicyCheck(options, TVK::MakeComponentDatasets(), out_, errors_);
+  return RunPolicyCheck(options, TVK::ComponentDatasets(), out_, errors_);
 }
 
 int Run::InspectFacts() const {
@@ -163,7 +164,7 @@ int Run::PolicyApply() const {
   options.file = platform::PathFromUtf8(texts_.policy_file);
   options.target = ServicePolicyFile();
   options.device = TVK::MachineServices(*machine, *runtime_).machine_information.traits();
-  return RunPolicyApply(options, TVK::MakeComponentDatasets(), out_, errors_);
+  return RunPolicyApply(options, TVK::ComponentDatasets(), out_, errors_);
 }
 
 int Run::Inspect(Inspection inspection) const {

@@ -18,7 +18,7 @@
 #include "client/text/moment.h"
 #include "client/text/record_time.h"
 #include "client/text/string.h"
-#include "framework/dataset_row.h"
+#include "component/component_datasets.h"
 #include "platform/files.h"
 
 namespace tvkctl {
@@ -62,16 +62,17 @@ class EraseRun {
     }
     if (!options_.dataset.empty()) {
       const std::wstring name = String::UTF8ToUTF16(options_.dataset);
-      const auto row = std::ranges::find_if(
-          TVK::kDatasetRows, [&](const TVK::DatasetRow& each) { return String::CaseInsesitiveEqual(each.name, name); });
-      if (row == TVK::kDatasetRows.end()) {
+      const std::vector<TVK::Dataset>& known = TVK::ComponentDatasets().datasets();
+      const auto meant = std::ranges::find_if(
+          known, [&](const TVK::Dataset& each) { return String::CaseInsesitiveEqual(each.row.name, name); });
+      if (meant == known.end()) {
         errors_ << "tvkctl: no dataset " << TVK::HarmlessText(options_.dataset) << "; names:";
-        for (const TVK::DatasetRow& each : TVK::kDatasetRows)
-          errors_ << ' ' << String::UTF16ToUTF8(each.name);
+        for (const TVK::Dataset& each : known)
+          errors_ << ' ' << String::UTF16ToUTF8(each.row.name);
         errors_ << '\n';
         return false;
       }
-      erasure_.dataset_id = String::UTF16ToUTF8(row->id);
+      erasure_.dataset_id = String::UTF16ToUTF8(meant->row.id);
     }
     if (options_.before.empty()) return true;
     erasure_.before_seconds = TVK::ParseMoment(options_.before, runtime_.clock());

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "client/store/sqlite_database.h"
+#include "client/text/string.h"
 #include "component/component_datasets.h"
 #include "platform/files.h"
 #include "platform/local.h"
@@ -105,6 +106,21 @@ TEST_F(EraseCommandTest, OfADatasetTakesItsLogAndWhatWasSetAside) {
   EXPECT_NE(Said().find("deleted for good: 1 records, 2 files"), std::string::npos) << Said();
   EXPECT_TRUE(std::filesystem::exists(data_ / "policy.last-good.json"));
   EXPECT_EQ(FilesWith("SECRET of the log"), 2);
+}
+
+TEST_F(EraseCommandTest, EachDatasetOfOursIsKnownByNameWithItsLog) {
+  options_.dry_run = true;
+  for (const TVK::Dataset& dataset : TVK::ComponentDatasets().datasets()) {
+    const std::string name = TVK::String::UTF16ToUTF8(dataset.row.name);
+    SCOPED_TRACE(name);
+    options_.dataset = name;
+    EXPECT_EQ(Run(), 0) << Said();
+    if (dataset.row.log.empty()) continue;
+    const std::string log = TVK::String::UTF16ToUTF8(dataset.row.log) + ".log";
+    Write(options_.places.log_folder / log, "of the dataset");
+    EXPECT_EQ(Run(), 0) << Said();
+    EXPECT_NE(Said().find(log), std::string::npos) << Said();
+  }
 }
 
 TEST_F(EraseCommandTest, OnlyItsOwnFilesAreTaken) {

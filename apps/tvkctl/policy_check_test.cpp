@@ -153,6 +153,43 @@ class PolicyCommandsTest : public testing::Test {
   std::ostringstream err_;
 };
 
+TEST_F(PolicyCommandsTest, TheReportFitsATerminalAndIsUnbrokenElsewhere) {
+  const PolicyContent content{
+      .text = Policy(
+          R"({"id":"AAAA-1","name":"CPUEvent","settings":{"CPUPeakThreshold":"a long text that is no number"}})"),
+      .remarks = {}};
+  PolicyCheckOptions options{.policy = {"in force", [&] { return content; }}};
+  const auto lines = [&](std::size_t width) {
+    options.width = width;
+    out_.str("");
+    RunPolicyCheck(options, Known(), out_, err_);
+    std::vector<std::string> all;
+    std::istringstream text(out_.str());
+    for (std::string line; std::getline(text, line);)
+      all.push_back(line);
+    return all;
+  };
+  const auto words = [](const std::vector<std::string>& all) {
+    std::string text;
+    for (const std::string& line : all) {
+      std::istringstream stream(line);
+      for (std::string word; stream >> word;)
+        text += word + ' ';
+    }
+    return text;
+  };
+  const std::vector<std::string> unbroken = lines(kUnbroken);
+  EXPECT_NE(std::ranges::find(unbroken, "runs            CPUEvent                  AAAA-1"), unbroken.end())
+      << out_.str();
+  EXPECT_TRUE(std::ranges::any_of(unbroken, [](const std::string& line) { return line.size() > 80; })) << out_.str();
+  for (const std::size_t width : {60u, 80u, 200u}) {
+    const std::vector<std::string> fit = lines(width);
+    EXPECT_EQ(words(fit), words(unbroken)) << "nothing is lost at " << width;
+    for (const std::string& line : fit)
+      EXPECT_LE(line.size(), width) << line;
+  }
+}
+
 TEST_F(PolicyCommandsTest, ThePolicyInForceIsCheckedAsItsServiceHasIt) {
   const std::string elsewhere = R"({"id":"AAAA-1","name":"CPUEvent","applicability":{"models":["Other"]}})";
   PolicyContent content{.text = Policy(elsewhere), .scope = L"basic", .remarks = {"a remark"}, .running = {L"AAAA-1"}};

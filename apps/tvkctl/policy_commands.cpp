@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iomanip>
 #include <istream>
 #include <ostream>
 #include <system_error>
@@ -12,6 +11,7 @@
 #include "apps/tvkctl/output.h"
 #include "apps/tvkctl/policy_difference.h"
 #include "client/policy/policy_apply.h"
+#include "client/records/flowing_text.h"
 #include "client/text/string.h"
 #include "core/dataset_decision.h"
 #include "platform/files.h"
@@ -33,39 +33,56 @@ std::string Shown(const std::filesystem::path& file) {
   return WellFormed(platform::PathToUtf8(file));
 }
 
-void WriteProblem(const TVK::PolicyProblem& problem, std::ostream& out) {
-  out << (problem.fatal ? "  fatal  " : "  error  ");
-  if (!problem.path.empty()) out << problem.path << ": ";
-  out << problem.message << '\n';
+std::string ProblemLine(const TVK::PolicyProblem& problem, std::size_t width = kUnbroken) {
+  TVK::FlowingText line(width);
+  line.SetIndent(9);  // where the message begins
+  line.NewLine(2);
+  line.AddColumn(problem.fatal ? "fatal" : "error", 5);
+  line.AddWord(problem.path.empty() ? problem.message : problem.path + ": " + problem.message);
+  return line.Finish();
 }
 
-void WriteSetting(const TVK::SettingReading& setting, std::ostream& out) {
-  out << "                " << std::left << std::setw(25) << String::UTF16ToUTF8(setting.key) << ' ' << std::setw(10)
-      << String::UTF16ToUTF8(setting.value_in_force) << ' ' << (setting.from_policy ? "policy" : "default");
-  if (!setting.reason.empty()) out << ": " << String::UTF16ToUTF8(setting.reason);
-  if (!setting.meaning.empty()) out << " (" << String::UTF16ToUTF8(setting.meaning) << ')';
-  out << '\n';
+constexpr std::size_t kSettingIndent = 16;
+
+std::string SettingLine(const TVK::SettingReading& setting, std::size_t width) {
+  TVK::FlowingText line(width);
+  line.SetIndent(kSettingIndent + 2);
+  line.NewLine(kSettingIndent);
+  line.AddColumn(String::UTF16ToUTF8(setting.key), 24);
+  line.AddColumn(String::UTF16ToUTF8(setting.value_in_force), 9);
+  const std::string origin = setting.from_policy ? "policy" : "default";
+  line.AddWord(setting.reason.empty() ? origin : origin + ':');
+  if (!setting.reason.empty()) line.AddWord(String::UTF16ToUTF8(setting.reason));
+  if (!setting.meaning.empty()) line.AddWord('(' + String::UTF16ToUTF8(setting.meaning) + ')');
+  return line.Finish();
+}
+
+std::string DatasetLine(const DatasetCheck& dataset, std::size_t width) {
+  TVK::FlowingText line(width);
+  line.SetIndent(kSettingIndent);
+  line.AddColumn(dataset.why, kSettingIndent - 2);
+  line.AddColumn(String::UTF16ToUTF8(dataset.name), 24);
+  line.AddColumn(String::UTF16ToUTF8(dataset.id), 0);
+  if (dataset.path.empty()) line.AddColumn("(always runs, not listed)", 0);
+  if (dataset.runs() && !dataset.collects) line.AddColumn("(collects nothing yet)", 0);
+  if (!dataset.detail.empty()) line.AddColumn('(' + String::UTF16ToUTF8(dataset.detail) + ')', 0);
+  return line.Finish();
 }
 
 std::string Heading(const std::string& file, const CheckedDevice& device) {
   return device.name.empty() ? file : file + " for " + device.name;
 }
 
-void WriteText(const std::string& heading, const PolicyReport& report, std::ostream& out) {
+void WriteText(const std::string& heading, const PolicyReport& report, std::size_t width, std::ostream& out) {
   out << heading;
   if (!report.scope.empty()) out << ": scope " << String::UTF16ToUTF8(report.scope);
   out << '\n';
   for (const std::string& remark : report.remarks)
     out << TVK::HarmlessText(remark) << '\n';
   for (const DatasetCheck& dataset : report.datasets) {
-    out << std::left << std::setw(15) << dataset.why << ' ' << std::setw(25) << String::UTF16ToUTF8(dataset.name) << ' '
-        << String::UTF16ToUTF8(dataset.id);
-    if (dataset.path.empty()) out << "  (always runs, not listed)";
-    if (dataset.runs() && !dataset.collects) out << "  (collects nothing yet)";
-    if (!dataset.detail.empty()) out << "  (" << TVK::HarmlessText(String::UTF16ToUTF8(dataset.detail)) << ')';
-    out << '\n';
+    out << DatasetLine(dataset, width);
     for (const TVK::SettingReading& setting : dataset.settings)
-      WriteSetting(setting, out);
+      out << SettingLine(setting, width);
   }
   if (report.valid()) {
     out << "no problems\n";
@@ -73,7 +90,7 @@ void WriteText(const std::string& heading, const PolicyReport& report, std::ostr
   }
   out << report.problem_count << (report.problem_count == 1 ? " problem\n" : " problems\n");
   for (const TVK::PolicyProblem& problem : report.problems)
-    WriteProblem(problem, out);
+    out << ProblemLine(problem, width);
 }
 
 Json::Value ToJson(const TVK::SettingReading& setting) {
@@ -125,11 +142,15 @@ constexpr std::array<std::pair<const char*, std::vector<std::wstring> PolicyDiff
     {"changes", &PolicyDifference::changes},
 }};
 
-void WriteText(const std::string& heading, const PolicyDifference& difference, std::ostream& out) {
+void WriteText(const std::string& heading, const PolicyDifference& difference, std::size_t width, std::ostream& out) {
   out << heading << (difference.empty() ? ": nothing changes\n" : "\n");
   for (const auto& [kind, names] : kDifferences) {
-    for (const std::wstring& name : difference.*names)
-      out << std::left << std::setw(8) << kind << ' ' << TVK::HarmlessText(String::UTF16ToUTF8(name)) << '\n';
+    for (const std::wstring& name : difference.*names) {
+      TVK::FlowingText line(width);
+      line.AddColumn(kind, 7);
+      line.AddWord(String::UTF16ToUTF8(name));
+      out << line.Finish();
+    }
   }
 }
 
@@ -149,7 +170,7 @@ void WriteFound(const PolicyCheckOptions& options, const std::vector<Found>& fou
   const std::string file = Shown(options.policy.name);
   if (!options.json) {
     for (std::size_t i = 0; i < found.size(); ++i)
-      WriteText(Heading(file, options.devices[i]), found[i], out);
+      WriteText(Heading(file, options.devices[i]), found[i], options.width, out);
     return;
   }
   Json::Value value;
@@ -213,7 +234,7 @@ int WriteDifferences(const PolicyCheckOptions& options, const std::vector<Policy
     for (const TVK::PolicyProblem& problem : report->problems) {
       if (!problem.fatal) continue;
       err << "tvkctl: " << Shown(document->name) << ": ";
-      WriteProblem(problem, err);
+      err << ProblemLine(problem);
       return kExitWrongConfiguration;
     }
   }
@@ -279,7 +300,7 @@ int RunPolicyApply(const PolicyApplyOptions& options, const TVK::DatasetTable& t
   const PolicyReport report = CheckPolicy(*content.text, std::nullopt, table, EligibilityFilter(options.device));
   if (!report.valid()) err << Shown(options.file) << '\n';
   for (const TVK::PolicyProblem& each : report.problems)
-    WriteProblem(each, err);
+    err << ProblemLine(each);
   const TVK::PolicyApplied result = TVK::ApplyTelemetryPolicy(*content.text, options.target);
   if (result.applied) {
     out << Shown(options.target) << " holds the policy now\n";

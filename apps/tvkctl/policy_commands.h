@@ -1,9 +1,11 @@
 // The policy commands of tvkctl: each does its work, writes for a person or a program, and returns the exit code.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
+#include <limits>
 #include <optional>
 #include <set>
 #include <string>
@@ -11,6 +13,9 @@
 
 #include "apps/tvkctl/policy_check.h"
 #include "platform/runtime.h"
+
+/// The width of lines that are not broken.
+inline constexpr std::size_t kUnbroken = std::numeric_limits<std::size_t>::max();
 
 /// A machine for which a policy is looked at.
 struct CheckedDevice {
@@ -39,6 +44,7 @@ struct PolicyCheckOptions {
   std::optional<std::wstring> scope = {};     ///< Takes the place of the policy's.
   bool json = false;                          ///< One JSON object in one line instead of the report for people.
   std::vector<CheckedDevice> devices = {{}};  ///< At least one.
+  std::size_t width = kUnbroken;              ///< Cells of a line of the report for people.
 };
 
 /// What a file says.

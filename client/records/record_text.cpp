@@ -24,6 +24,8 @@ constexpr std::size_t kDataColumn = kTimeWidth + kDatasetWidth + kItemWidth + 6;
 // A table that is not as wide has its data in lines of their own, below the other columns.
 constexpr std::size_t kNarrowest = 100;
 constexpr std::size_t kNarrowIndent = 4;
+// In one of 60 the longest common items still stand beside the others' column of datasets.
+constexpr std::size_t kNarrowDatasetWidth = 14;
 constexpr std::size_t kListIndent = 2;
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
@@ -123,6 +125,10 @@ std::string CsvField(std::string_view text) {
   return quoted + '"';
 }
 
+std::size_t DatasetWidth(std::size_t width) {
+  return width < kDataColumn ? kNarrowDatasetWidth : kDatasetWidth;
+}
+
 }  // namespace
 
 std::string_view RecordKindName(RecordKind kind) {
@@ -141,7 +147,7 @@ std::string RecordTableHeader(const RecordTableStyle& style) {
   FlowingText text(style.width);
   constexpr const char* kTime[] = {"TIME", "TIME (local time)", "TIME (UTC)"};
   text.AddColumn(kTime[static_cast<std::size_t>(style.times.zone)], kTimeWidth);
-  text.AddColumn("DATASET", kDatasetWidth);
+  text.AddColumn("DATASET", DatasetWidth(style.width));
   text.AddColumn("ITEM", kItemWidth);
   if (style.width < kNarrowest) text.NewLine(kNarrowIndent);
   text.AddWord("DATA");
@@ -153,7 +159,7 @@ std::string RecordTableLine(RecordKind kind, std::string_view json, const Record
   if (!summary) return HarmlessText(json) + '\n';
   FlowingText text(style.width);
   text.AddColumn(TableTime(summary->time, style.times), kTimeWidth);
-  text.AddColumn(summary->dataset, kDatasetWidth);
+  text.AddColumn(summary->dataset, DatasetWidth(style.width));
   text.AddColumn(summary->item, kItemWidth);
   const std::size_t indent = style.width < kNarrowest ? kNarrowIndent : kDataColumn;
   text.SetIndent(indent);

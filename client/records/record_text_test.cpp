@@ -53,8 +53,7 @@ TEST(RecordText, FitsTheWidthInCells) {
                                      {L"list", LR"([{"size":"8 GB","slot":1},"\u202E",[2]])"},
                                      {L"none", L"[]"}});
   EXPECT_EQ(RecordTableLine(RecordKind::kItem, json, {.times = {}, .width = 60}),
-            "2026-01-31 09:05:00  CPUEvent\n"
-            "    ReadUsagePerInterval\n"
+            "2026-01-31 09:05:00  CPUEvent        ReadUsagePerInterval\n"
             "    a=" +
                 wide + wide + wide + wide + wide + wide + wide +
                 "\n"

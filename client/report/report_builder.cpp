@@ -26,13 +26,13 @@ bool IsRegular(std::string_view dataset, std::string_view item) {
 
 class Builder {
  public:
-  Builder(Report& report, std::int64_t since, std::map<std::int64_t, std::string> names)
-      : report_(report), since_(since), names_(std::move(names)), measures_(report.axis) {}
+  Builder(Report& report, std::int64_t since, const RemovedForAge& aged, std::map<std::int64_t, std::string> names)
+      : report_(report), since_(since), aged_(aged), names_(std::move(names)), measures_(report.axis) {}
 
   void Take(const StoredRecord& record) {
     Series& series = SeriesOf(record);
     // The store numbers its records without a hole, and uses no number twice.
-    deleted_ = deleted_ || (last_sequence_ > 0 && record.sequence > last_sequence_ + 1);
+    deleted_ = deleted_ || (last_sequence_ > 0 && record.sequence > std::max(last_sequence_, AgedBefore()) + 1);
     last_sequence_ = record.sequence;
     const bool counts = record.written_seconds >= since_;
     bool started = false;
@@ -103,6 +103,13 @@ class Builder {
     return descriptions_.Add(record.series, *context, record.written_seconds, since_);
   }
 
+  // Up to which number a record that is not there tells nothing of the time behind the newest one: it went for its age,
+  // and was written before that time.
+  std::int64_t AgedBefore() const {
+    const std::int64_t begin = std::max(report_.newest_seconds, report_.axis.begin);
+    return aged_.before_seconds <= begin ? aged_.last_sequence : 0;
+  }
+
   void TakeDevice(const StoredRecord& record) {
     std::optional<DeviceContext> context = DeviceContextFromJson(record.json);
     if (!context) return;
@@ -154,6 +161,7 @@ class Builder {
 
   Report& report_;
   const std::int64_t since_;
+  const RemovedForAge aged_;
   const std::map<std::int64_t, std::string> names_;
   std::map<std::int64_t, Series> series_;
   std::map<std::size_t, bool> gaps_told_;  ///< By dataset of the report.
@@ -194,7 +202,7 @@ bool BuildReport(const RecordReader& reader, const ReportQuery& query, const pla
   // In this order: what is written meanwhile is no deletion.
   const std::int64_t last_written = reader.LastWrittenSequence();
   const std::int64_t newest = reader.NewestSequence();
-  Builder builder(report, since, reader.DatasetNames());
+  Builder builder(report, since, reader.LastRemovedForAge(), reader.DatasetNames());
   // Contexts from before the time that is asked for describe what was recorded in it.
   std::int64_t first = 0;
   bool ended = false;

@@ -86,7 +86,9 @@ int DeleteRecords(Database& database, const Erasure& erasure, std::uint64_t& cou
   if (code == SQLITE_OK && !erasure.before_seconds) {
     Statement statement;
     code = statement.Prepare(database,
-                             "DELETE FROM state WHERE dataset_id <> '' AND (?1 = '' OR dataset_id = ?1)"
+                             // Of the store's own states only the counters are needed with nothing left.
+                             "DELETE FROM state WHERE (?1 = '' OR dataset_id = ?1)"
+                             " AND (dataset_id <> '' OR key NOT IN ('sequence', 'number'))"
                              // The reading places of dataset_state.h.
                              " AND key NOT IN ('bookmark', 'begin', 'interruption') AND key NOT GLOB 'memory *'"
                              " AND dataset_id NOT IN (SELECT s.dataset_id FROM record r CROSS JOIN series s"

@@ -6,8 +6,10 @@
 #include <set>
 #include <thread>
 
+#include "client/store/erasure.h"
 #include "client/store/sqlite_database.h"
 #include "client/store/store_test_records.h"
+#include "client/text/string.h"
 
 namespace TVK {
 namespace {
@@ -215,6 +217,74 @@ TEST_F(EventDataLoggingTest, OldItemsGoAndWhatSchedulesNeedStays) {
   EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"last")), 0);
   EXPECT_EQ(store.ReadItemEvents(kCpu, 0, 1000, events), 0);
   EXPECT_EQ(events.size(), 1u) << "a store that stays open is looked through, too";
+}
+
+TEST_F(EventDataLoggingTest, WhatWentForItsAgeIsToldFromWhatWentForOtherReasons) {
+  using Noted = std::pair<std::int64_t, std::int64_t>;
+  const auto noted = [&] {
+    std::string problem;
+    const auto reader = RecordReader::Open(file(), problem);
+    if (reader == nullptr) ADD_FAILURE() << problem;
+    const RemovedForAge removed = reader == nullptr ? RemovedForAge() : reader->LastRemovedForAge();
+    return Noted(removed.last_sequence, removed.before_seconds);
+  };
+  const auto write = [](EventDataLogging& store, int count) {
+    for (; count > 0; --count)
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"x")), 0);
+  };
+  StoreOptions limited = options();
+  limited.limits.max_age_seconds = 3600;
+  std::uint64_t count = 0;
+  std::int64_t before = 0;
+  {
+    EventDataLogging store(limited, clock());
+    write(store, 10);
+    EXPECT_EQ(store.Erase({.before_seconds = clock().NowSeconds() + 1}, count), 0);
+    EXPECT_EQ(count, 10u);
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I1", L"rare")), 0);
+    write(store, 10);
+    EXPECT_EQ(noted(), Noted(0, 0)) << "an erasure, and nothing too old";
+    world_.AdvanceBy(std::chrono::hours(2));
+    write(store, 2);
+    before = clock().NowSeconds() - limited.limits.max_age_seconds;
+    EXPECT_EQ(noted(), Noted(21, before));
+    world_.AdvanceBy(std::chrono::minutes(10));
+    EXPECT_EQ(store.LogItemEvent(MakeItem(kMemory, L"I1", L"rare")), 0);
+    before += 600;
+    EXPECT_EQ(noted(), Noted(21, before)) << "an older one that stayed as the last of its kind";
+  }
+  ExecuteOutside("UPDATE record SET written = 0 WHERE sequence = 22");
+  const platform::VirtualRuntime earlier;
+  EventDataLogging store(limited, earlier.clock());
+  write(store, 1);
+  EXPECT_EQ(noted(), Noted(22, before)) << "a clock that was set back";
+  EXPECT_EQ(store.Erase({.dataset_id = String::UTF16ToUTF8(kCpu)}, count), 0);
+  EXPECT_EQ(noted(), Noted(22, before));
+  EXPECT_EQ(store.Erase({}, count), 0);
+  EXPECT_EQ(noted(), Noted(0, 0)) << "nothing is left that it could be about";
+}
+
+TEST_F(EventDataLoggingTest, ARemovalThatCannotBeNotedRemovesNothingAndHoldsUpNoWriter) {
+  StoreOptions limited = options();
+  limited.limits.max_age_seconds = 3600;
+  const auto write = [](EventDataLogging& store, int count) {
+    for (; count > 0; --count)
+      EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"x")), 0);
+  };
+  {
+    EventDataLogging store(limited, clock());
+    write(store, 5);
+  }
+  ExecuteOutside(
+      "CREATE TRIGGER refuse BEFORE INSERT ON state WHEN NEW.key = 'aged'"
+      " BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  world_.AdvanceBy(std::chrono::hours(2));
+  EventDataLogging store(limited, clock());
+  write(store, 3);
+  EXPECT_EQ(Stored().size(), 8u);
+  ExecuteOutside("DROP TRIGGER refuse");
+  write(store, 1 + 256);  // the look that failed is taken up with one at the size
+  EXPECT_EQ(Stored().size(), 260u);
 }
 
 TEST_F(EventDataLoggingTest, OldItemsGoWhateverDateStandsAheadOfThem) {

@@ -251,6 +251,12 @@ std::int64_t RecordReader::LastWrittenSequence() const {
   return ReadLastSequence(impl_->database, last) == SQLITE_OK ? last : 0;
 }
 
+RemovedForAge RecordReader::LastRemovedForAge() const {
+  RemovedForAge removed;
+  static_cast<void>(ReadRemovedForAge(impl_->database, removed));
+  return removed;
+}
+
 std::map<std::int64_t, std::string> RecordReader::DatasetNames() const {
   std::string ignored;
   return impl_->LoadKinds() == SQLITE_OK ? impl_->ReadNames(ignored) : Impl::Names();

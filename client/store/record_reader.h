@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "client/store/event_data_logging.h"
+#include "client/store/removed_for_age.h"
 
 namespace TVK {
 
@@ -76,6 +77,9 @@ class RecordReader {
 
   /// The largest sequence number that any record had, those that were deleted, too; 0 where it cannot be read.
   std::int64_t LastWrittenSequence() const;
+
+  /// How far records were removed for their age; nothing of it where it cannot be read.
+  RemovedForAge LastRemovedForAge() const;
 
   /// The names of the datasets of which there are records, by series; device contexts have none.
   std::map<std::int64_t, std::string> DatasetNames() const;

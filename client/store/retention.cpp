@@ -1,10 +1,12 @@
 #include "client/store/retention.h"
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <string_view>
 
 #include "client/records/record_kind.h"
+#include "client/store/removed_for_age.h"
 
 namespace TVK {
 namespace {
@@ -42,7 +44,7 @@ int Retention::Prepare() {
       due +
       " AND s.kind = 0 AND r.number < (SELECT max(number) FROM record WHERE series = r.series)"
       " ORDER BY r.sequence LIMIT " +
-      std::to_string(kLargestStep) + ")";
+      std::to_string(kLargestStep) + ") RETURNING sequence";
   const std::string count_contexts =
       "SELECT count(*) FROM series s CROSS JOIN record r ON r.series = s.id"
       " WHERE s.kind <> 0 AND r.number < (SELECT max(number) FROM record WHERE series = s.id) AND " +
@@ -56,7 +58,7 @@ int Retention::Prepare() {
       " AND r.sequence NOT IN (SELECT value FROM json_each(?4))"
       " AND r.sequence NOT IN ("
       "  SELECT dataset_context FROM record WHERE dataset_context IS NOT NULL"
-      "  UNION ALL SELECT device_context FROM record WHERE device_context IS NOT NULL))";
+      "  UNION ALL SELECT device_context FROM record WHERE device_context IS NOT NULL)) RETURNING sequence";
   struct {
     Statement& statement;
     std::string_view sql;
@@ -94,11 +96,19 @@ int Retention::RemoveOld(std::int64_t now_seconds, const KnownContexts& in_use) 
   ages_checked_ = now_seconds;
   ages_failed_ = true;
   const Dates old{now_seconds - limits_.max_age_seconds, now_seconds + kSecondsPerDay};
-  std::int64_t removed = 0;
-  int code = RemoveItems(old, removed);
-  const bool maybe_more = removed == kLargestStep;
-  if (code == SQLITE_OK && !maybe_more) code = RemoveContexts(old, 1, in_use);
-  if (code != SQLITE_OK) return code;
+  Removed removed;
+  int code = database_.Execute("BEGIN IMMEDIATE");
+  if (code == SQLITE_OK) code = RemoveItems(old, removed);
+  const bool maybe_more = removed.count == kLargestStep;
+  if (code == SQLITE_OK && !maybe_more) code = RemoveContexts(old, 1, in_use, removed);
+  if (code == SQLITE_OK && removed.count > 0) {
+    code = NoteRemovedForAge(database_, {.last_sequence = removed.last_sequence, .before_seconds = old.before});
+  }
+  if (code == SQLITE_OK) code = database_.Execute("COMMIT");
+  if (code != SQLITE_OK) {
+    database_.Rollback();
+    return code;
+  }
   ages_failed_ = false;
   if (maybe_more) ages_checked_ = kFar;  // go on after the next commit
   return SQLITE_OK;
@@ -106,19 +116,20 @@ int Retention::RemoveOld(std::int64_t now_seconds, const KnownContexts& in_use) 
 
 int Retention::Shrink(const KnownContexts& in_use) {
   constexpr Dates kAll{kFar, kFar};
+  Removed removed;
   // What nothing refers to goes ahead of item events.
-  int code = RemoveContexts(kAll, 2 * contexts_left_ + kSpareContexts, in_use);
+  int code = RemoveContexts(kAll, 2 * contexts_left_ + kSpareContexts, in_use, removed);
   bool too_large = false;
   if (code == SQLITE_OK) code = IsTooLarge(too_large);
   if (code != SQLITE_OK || !too_large) return code;
-  std::int64_t removed = 0;
+  removed = {};
   code = RemoveItems(kAll, removed);
   if (code != SQLITE_OK) return code;
-  if (removed == kLargestStep) {
+  if (removed.count == kLargestStep) {
     until_check_ = 0;
     return SQLITE_OK;
   }
-  code = RemoveContexts(kAll, 1, in_use);
+  code = RemoveContexts(kAll, 1, in_use, removed);
   if (code == SQLITE_OK) code = IsTooLarge(too_large);
   stays_too_large_ = stays_too_large_ || (code == SQLITE_OK && too_large);
   return code;
@@ -133,13 +144,22 @@ int Retention::IsTooLarge(bool& too_large) {
   return SQLITE_OK;
 }
 
-int Retention::RemoveItems(const Dates& dates, std::int64_t& removed) {
-  const int code = Run(remove_items_).Bind(1, dates.before).Bind(2, dates.after).Finish();
-  if (code == SQLITE_OK) removed = sqlite3_changes(database_.handle());
-  return code;
+int Retention::Remove(Run& run, Removed& removed) {
+  int code = run.Step();
+  for (; code == SQLITE_ROW; code = run.Step()) {
+    ++removed.count;
+    removed.last_sequence = std::max(removed.last_sequence, run.Number(0));
+  }
+  return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
-int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use) {
+int Retention::RemoveItems(const Dates& dates, Removed& removed) {
+  Run run(remove_items_);
+  return Remove(run.Bind(1, dates.before).Bind(2, dates.after), removed);
+}
+
+int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use,
+                              Removed& removed) {
   std::int64_t contexts = 0;
   int code = CountContexts(dates, contexts);
   if (code != SQLITE_OK || contexts < at_least) return code;
@@ -149,12 +169,9 @@ int Retention::RemoveContexts(const Dates& dates, std::int64_t at_least, const K
   sequences += sequences.empty() ? "[]" : "]";
   // Dataset contexts first, since they may be the last that refer to a device context.
   for (const RecordKind kind : {RecordKind::kDataset, RecordKind::kDevice}) {
-    code = Run(remove_contexts_)
-               .Bind(1, dates.before)
-               .Bind(2, dates.after)
-               .Bind(3, static_cast<std::int64_t>(kind))
-               .Bind(4, sequences)
-               .Finish();
+    Run run(remove_contexts_);
+    run.Bind(1, dates.before).Bind(2, dates.after).Bind(3, static_cast<std::int64_t>(kind)).Bind(4, sequences);
+    code = Remove(run, removed);
     if (code != SQLITE_OK) return code;
   }
   const bool all = dates.before == kFar;

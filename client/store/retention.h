@@ -36,12 +36,21 @@ class Retention {
     std::int64_t after;
   };
 
+  /// What statements removed.
+  struct Removed {
+    std::int64_t count = 0;
+    std::int64_t last_sequence = 0;  ///< The largest; 0 also where only contexts went that stood for lost ones.
+  };
+
   int RemoveOld(std::int64_t now_seconds, const KnownContexts& in_use);
   int Shrink(const KnownContexts& in_use);
   int IsTooLarge(bool& too_large);
-  int RemoveItems(const Dates& dates, std::int64_t& removed);
+  /// Runs a statement that removes and whose rows are the sequence numbers of what it removed; adds them to `removed`,
+  /// as the next two do.
+  static int Remove(Run& run, Removed& removed);
+  int RemoveItems(const Dates& dates, Removed& removed);
   /// Does nothing when fewer than `at_least` contexts come into question.
-  int RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use);
+  int RemoveContexts(const Dates& dates, std::int64_t at_least, const KnownContexts& in_use, Removed& removed);
   int CountContexts(const Dates& dates, std::int64_t& contexts);
 
   Database& database_;

@@ -94,7 +94,7 @@ TEST_F(ReportTest, AnswersTheOwnersQuestionsInFewLines) {
                "for how long        90 days and 64 MiB at most", "the machine         Contoso, Debian?\n",
                "nothing recorded    9 hours from 2026-01-01 00:00: asleep, or nothing was due\n",
                "CPUEvent            2 records, the last one 3 minutes ago\n", "MemoryEvent         1 record, the",
-               "to stop it          \"telemetryScope\": \"none\" in policy.json",
+               "facts of the PC     1 record, the", "to stop it          \"telemetryScope\": \"none\" in policy.json",
                "to delete it        tvkctl erase --all --yes"});
   EXPECT_EQ(errors_.str(), "");
 
@@ -116,6 +116,50 @@ TEST_F(ReportTest, AnswersTheOwnersQuestionsInFewLines) {
   EXPECT_EQ(Run("1h"), 0);
   ExpectLines({"since then          0 records\n"});
   EXPECT_EQ(Run("elevenses"), 1);
+}
+
+TEST_F(ReportTest, NumbersOfDatasetsStandBelowEachOtherWhereThereIsRoom) {
+  OpenStore();
+  Item(L"PCIe_NVMe_SelfTestResult", L"X");
+  Item(L"CPUEvent", L"ReadUsagePerInterval");
+  struct {
+    std::size_t width;
+    std::vector<std::string> lines;
+  } const rows[] = {
+      {200,
+       {"PCIe_NVMe_SelfTestResult  1 record,", "CPUEvent                  1 record,", "to look at it       tvkctl"}},
+      {80, {"PCIe_NVMe_SelfTestResult  1 record,", "CPUEvent                  1 record,"}},
+      {60, {"PCIe_NVMe_SelfTestResult\n                      1 record,"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.width);
+    EXPECT_EQ(Run({}, {}, row.width), 0);
+    ExpectLines(row.lines);
+  }
+  Item(L"ANameThatIsLongerThanThatOfAnyDatasetOfOurs", L"X");
+  EXPECT_EQ(Run(), 0);
+  ExpectLines(rows[0].lines);
+}
+
+TEST_F(ReportTest, WithoutAServiceItClaimsNoPolicyThatNobodyKnows) {
+  OpenStore();
+  Item(L"CPUEvent", L"X");
+  struct {
+    Standing standing;
+    const char* said;
+  } const rows[] = {
+      {{.answered = true, .up = true}, "is recorded         nothing: there is no policy\n"},
+      {{.up = false, .policy_file = "policy.json"},
+       "is recorded         nothing: no service runs; a policy is not known (--policy)\n"},
+      {{.up = std::nullopt, .policy_file = "policy.json"},
+       "is recorded         not known: this account may ask neither service nor policy\n"},
+      {{.up = false, .problem = "$: no object"}, "is recorded         not known: $: no object\n"},
+  };
+  for (const auto& row : rows) {
+    standing_ = row.standing;
+    EXPECT_EQ(Run(), 0);
+    ExpectLines({row.said});
+  }
 }
 
 TEST_F(ReportTest, NamesGapsByWhatEndsThem) {
@@ -161,6 +205,34 @@ TEST_F(ReportTest, WhatIsDeletedForItsAgeIsNoGap) {
   EXPECT_EQ(Run(), 0);
   ExpectLines({"is kept             41 records, 2026-01-01 00:00 to 2026-05-01 19:30",
                "nothing recorded    89 days from 2026-01-31 20:00"});
+}
+
+TEST_F(ReportTest, ARemovalForAgeIsNoDeletionOfTheTimeBehindIt) {
+  OpenStore();
+  const auto a_day = [&] {
+    for (int i = 0; i < 48; ++i) {
+      Item(L"CPUEvent", L"ReadUsagePerInterval");
+      world_.AdvanceBy(minutes(30));
+    }
+  };
+  a_day();
+  Item(L"MemoryEvent", L"Memory change");  // stays, with holes in the numbers ahead of it and behind
+  a_day();
+  world_.AdvanceBy(hours(24 * 120));
+  a_day();
+  world_.AdvanceBy(hours(24 * 2));
+  a_day();
+  EXPECT_EQ(Run(), 0);
+  ExpectLines(
+      {"is kept             97 records, 2026-01-02 00:00 to", "2 days from 2026-05-03 23:30: asleep, or nothing"});
+  EXPECT_NE(out_.str().find("86 days from "), std::string::npos) << out_.str();
+  EXPECT_EQ(out_.str().find("deleted"), std::string::npos) << out_.str();
+  // What is deleted of the days that are kept is told as before.
+  std::uint64_t count = 0;
+  ASSERT_EQ(store_->Erase({.dataset_id = "CPUEvent", .before_seconds = world_.clock().NowSeconds() - 24 * 3600}, count),
+            0);
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({": older records are deleted\n"});
 }
 
 TEST_F(ReportTest, ATimeOfWhichRecordsAreDeletedIsNoGap) {

@@ -39,7 +39,7 @@ std::string ReportSentences::Number(std::uint64_t count, const char* what) {
 }
 
 std::string ReportSentences::NameOf(const std::string& dataset) {
-  return dataset.empty() ? "the machine" : dataset;
+  return dataset.empty() ? "facts of the PC" : dataset;
 }
 
 std::string ReportSentences::Time(std::int64_t seconds) const {
@@ -69,7 +69,10 @@ std::string ReportSentences::Recorded() const {
   if (standing_.scope.empty()) {
     // The service's word is what is in force; of a file that cannot be read nobody knows what the service makes.
     if (!standing_.problem.empty()) return (standing_.answered ? "nothing: " : "not known: ") + standing_.problem;
-    return standing_.up ? "nothing: there is no policy" : "not known: this account may ask neither service nor policy";
+    if (!standing_.up) return "not known: this account may ask neither service nor policy";
+    if (standing_.answered) return "nothing: there is no policy";
+    // A service may have been started with a policy of its own.
+    return "nothing: no service runs; a policy is not known (--policy)";
   }
   const auto runs = std::ranges::count_if(standing_.datasets, [](const DatasetStanding& dataset) {
     return dataset.state == "runs" || dataset.state == "to run";

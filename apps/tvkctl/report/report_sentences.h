@@ -38,7 +38,7 @@ class ReportSentences {
 
   /// "2026-01-31 22:00", in the zone of this machine.
   std::string Time(std::int64_t seconds) const;
-  /// "the machine" for what has no dataset.
+  /// "facts of the PC" for what has no dataset.
   static std::string NameOf(const std::string& dataset);
   /// "1 record", "2 records".
   static std::string Number(std::uint64_t count, const char* what);
