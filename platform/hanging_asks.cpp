@@ -12,9 +12,9 @@ namespace platform {
 struct HangingAsks::Worker {
   std::mutex mutex;  ///< Guards what follows.
   std::condition_variable changed;
-  std::vector<std::size_t> todo;  ///< Indices, the next one last.
-  std::size_t done = 0;           ///< How many it is through with.
-  bool ended = false;             ///< Set last.
+  std::vector<std::size_t> pending;  ///< Indices, the next one last.
+  std::size_t done = 0;              ///< How many it is through with.
+  bool ended = false;                ///< Set last.
   std::exception_ptr failure;
 };
 
@@ -23,9 +23,9 @@ namespace {
 template <typename Worker>
 void Work(const std::shared_ptr<Worker>& worker, const std::function<void(std::size_t)>& work) {
   std::unique_lock lock(worker->mutex);
-  while (!worker->todo.empty() && worker->failure == nullptr) {
-    const std::size_t index = worker->todo.back();
-    worker->todo.pop_back();
+  while (!worker->pending.empty() && worker->failure == nullptr) {
+    const std::size_t index = worker->pending.back();
+    worker->pending.pop_back();
     lock.unlock();
     std::exception_ptr failure;
     try {
@@ -50,29 +50,29 @@ std::vector<bool> HangingAsks::Run(const std::vector<std::string>& names, std::f
     return one.second->ended;
   });
   std::vector<bool> hangs(names.size());
-  std::vector<std::size_t> todo;
+  std::vector<std::size_t> pending;
   for (std::size_t i = names.size(); i-- > 0;) {
     hangs[i] =
         std::ranges::find(left_behind_, names[i], [](const auto& one) { return one.first; }) != left_behind_.end();
-    if (!hangs[i]) todo.push_back(i);
+    if (!hangs[i]) pending.push_back(i);
   }
-  while (!todo.empty()) {
+  while (!pending.empty()) {
     const auto worker = std::make_shared<Worker>();
-    worker->todo = todo;
+    worker->pending = pending;
     std::thread([worker, work] { Work(worker, work); }).detach();
     std::unique_lock lock(worker->mutex);
     for (std::size_t seen = 0; !worker->ended; seen = worker->done) {
       const bool moved = worker->changed.wait_for(lock, limit_, [&] { return worker->ended || worker->done != seen; });
       if (moved) continue;
       // It is at the last one that it took; the others are another thread's now.
-      const std::size_t at = todo[todo.size() - 1 - worker->done];
-      worker->todo.clear();
+      const std::size_t at = pending[pending.size() - 1 - worker->done];
+      worker->pending.clear();
       hangs[at] = true;
       left_behind_.emplace_back(names[at], worker);
       break;
     }
     if (worker->failure != nullptr) std::rethrow_exception(worker->failure);
-    todo.resize(todo.size() - std::min(todo.size(), worker->done + 1));
+    pending.resize(pending.size() - std::min(pending.size(), worker->done + 1));
   }
   return hangs;
 }

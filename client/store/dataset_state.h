@@ -6,10 +6,9 @@
 namespace TVK {
 
 /// Keys of states that say how far a source was read which keeps what was recorded of it: an event log, what of it was
-/// told to be lost, since when the consent is there, the system's counters of memory errors (followed by the
-/// controller's name). An erasure leaves them, else what it deleted would be read, and recorded, again.
+/// told to be lost, the system's counters of memory errors (followed by the controller's name). An erasure leaves them,
+/// else what it deleted would be read, and recorded, again.
 inline constexpr wchar_t kBookmarkState[] = L"bookmark";
-inline constexpr wchar_t kBeginState[] = L"begin";  ///< Nothing of before it is told: a text of SinceText.
 inline constexpr wchar_t kInterruptionState[] = L"interruption";
 inline constexpr wchar_t kMemoryErrorsState[] = L"memory ";
 

@@ -90,7 +90,7 @@ int DeleteRecords(Database& database, const Erasure& erasure, std::uint64_t& cou
                              "DELETE FROM state WHERE (?1 = '' OR dataset_id = ?1)"
                              " AND (dataset_id <> '' OR key NOT IN ('sequence', 'number'))"
                              // The reading places of dataset_state.h.
-                             " AND key NOT IN ('bookmark', 'begin', 'interruption') AND key NOT GLOB 'memory *'"
+                             " AND key NOT IN ('bookmark', 'interruption') AND key NOT GLOB 'memory *'"
                              " AND dataset_id NOT IN (SELECT s.dataset_id FROM record r CROSS JOIN series s"
                              " ON s.id = r.series WHERE r.sequence > ?2)");
     if (code != SQLITE_OK) return code;

@@ -53,7 +53,7 @@ class ErasureTest : public StoreTest {
     return count;
   }
 
-  const std::vector<std::wstring> kPlaces = {kBookmarkState, kBeginState, kInterruptionState,
+  const std::vector<std::wstring> kPlaces = {kBookmarkState, kInterruptionState,
                                              std::wstring(kMemoryErrorsState) + L"mc0"};
 };
 

@@ -66,7 +66,8 @@ void LogMonitor::Run() {
     if (!CallLogged(log_, Operation(L"Run"), [&] { outcome = Read(retry); })) outcome = AwaitRetry(retry);
     retry = outcome == Outcome::kFailed ? std::min(2 * retry, kLastLogRetry) : kFirstLogRetry;
   }
-  if (KeptPlace() == kWithdrawnPlace) return;  // the next start begins behind it
+  const std::optional<std::wstring> kept = KeptPlace();
+  if (!kept || *kept == kWithdrawnPlace) return;  // the next start begins behind it, or where this one did
   if (Flush() || !Admits()) KeepPlace();
 }
 
@@ -110,8 +111,11 @@ LogMonitor::Outcome LogMonitor::Follow(platform::EventLogReader& reader, std::ch
 }
 
 LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
-  if (!Admits()) return Taken::kNot;  // the stop is on its way
-  if (BeginsAnew() || !HoldBegin() || !WriteTaken()) return Taken::kNot;
+  if (!Admits()) {
+    KeepPlace();  // as withdrawn; the stop is on its way, but the consent may be there again before it comes
+    return Taken::kNot;
+  }
+  if (BeginsAnew() || !WriteTaken()) return Taken::kNot;
   const bool passes = !passed_at_ || services().runtime.clock().Elapsed() - *passed_at_ >= kQuiet;
   if (passes) reader.PassUnwanted();
   const platform::EventLogBatch batch = reader.Take(kBatch);
@@ -119,7 +123,7 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
   for (const platform::EventLogNotice& notice : batch.notices) {
     if (Tell(notice)) continue;
     // Behind the events that follow it nobody would find the interruption again.
-    if (notice.trouble != platform::EventLogTrouble::kFailed) return Taken::kNot;
+    if (notice.trouble != platform::EventLogTrouble::kFailed || notice.channel.empty()) return Taken::kNot;
     taken = Taken::kNotOfAChannel;
   }
   for (const platform::EventLogEvent& event : batch.events) {
@@ -139,7 +143,7 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
 }
 
 void LogMonitor::PassUnwanted(platform::EventLogReader& reader) {
-  if (!Admits() || KeptPlace() == kWithdrawnPlace) return;  // nobody asks for the place
+  if (!Admits() || KeptPlace().value_or(kWithdrawnPlace) == kWithdrawnPlace) return;  // nobody asks for the place
   reader.PassUnwanted();
   const platform::EventLogBatch batch = reader.Take(1);
   const bool none = batch.events.empty() && batch.notices.empty() && !batch.more;
@@ -223,45 +227,23 @@ bool LogMonitor::RestorePlace() {
   // Once: a further try begins no later.
   if (!begin_) begin_ = BeginBehind(kept);
   if (begin_) {
-    // Also where nothing was kept: without a place, a start without consent has nothing to mark. Kept beside the place,
-    // too: the first of an event knows one channel, and the others are then read from their oldest on.
+    // Also where nothing was kept: without a place, a start without consent has nothing to mark.
     const std::wstring since = SinceText(*begin_);
-    if (!KeepBegin()) return false;
     if (kept != since && services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, since}) != 0) {
       return false;
     }
     place_.clear();
   } else {
-    if (!ReadBegin(begin_)) return false;
     place_ = String::UTF16ToUTF8(kept);
   }
   restored_ = true;
   return true;
 }
 
-bool LogMonitor::ReadBegin(std::optional<std::int64_t>& begin) const {
-  std::wstring kept;
-  if (!Succeeds(ReadKeptState(services().store, std::wstring(identity().row.id), kBeginState, kept))) return false;
-  begin = ReadSince(kept);
-  return true;
-}
-
-bool LogMonitor::KeepBegin() const {
-  std::optional<std::int64_t> kept;
-  if (!ReadBegin(kept)) return false;
-  return kept == begin_ ||
-         services().store.KeepState(std::wstring(identity().row.id), {kBeginState, SinceText(*begin_)}) == 0;
-}
-
-bool LogMonitor::HoldBegin() {
-  const std::int64_t now = FirstSecondOfConsent(services().runtime.clock());
-  if (!begin_ || *begin_ <= now) return true;
-  begin_ = now;
-  return KeepBegin();
-}
-
 bool LogMonitor::BeginsAnew() {
-  if (KeptPlace() != kWithdrawnPlace) return false;
+  const std::optional<std::wstring> kept = KeptPlace();
+  if (!kept) return true;
+  if (*kept != kWithdrawnPlace) return false;
   restored_ = false;
   begin_.reset();
   RestorePlace();  // at once, so that no more is left out than was logged until now

@@ -88,13 +88,6 @@ class LogMonitor : public ScheduledMonitor {
   std::optional<std::wstring> KeptPlace();
   /// The second since 1970 from which on is read; nothing for a place of the log's own.
   std::optional<std::int64_t> BeginBehind(const std::wstring& kept) const;
-  /// Of the time before the place became one of the log's own, which may know only some of the channels; nothing when
-  /// none is kept. False when the store cannot be read.
-  bool ReadBegin(std::optional<std::int64_t>& begin) const;
-  bool KeepBegin() const;
-  /// What lies in the future, since the clock was set back, is now: else nothing would be told until then. False when
-  /// the store cannot be written.
-  bool HoldBegin();
   /// False when the store cannot be read or written.
   bool RestorePlace();
   /// Whether the consent was withdrawn since reading began, also where it is there again: the store then has the mark

@@ -86,6 +86,9 @@ std::wstring SelfTestMonitor::ReadUntested() const {
 bool SelfTestMonitor::IsRestOwed() {
   if (interval_ms_ < kLeastSelfTestIntervalMs || ReadUntested().empty()) return false;
   const std::wstring dataset(identity().row.id);
+  ItemEvent result;
+  // Without any the whole round is due.
+  if (services().store.GetLastItemEventWithItemId(dataset, identity().items.at(kResult), result) != 0) return false;
   std::int64_t last = 0;
   getLastItemEventTimeStampWithFallback(dataset, identity().items.at(kResult), last);
   std::uint64_t delay = 0;
@@ -123,13 +126,15 @@ void SelfTestMonitor::RunRound(Round round) {
       log_.i(L"%s: there is no result of a self-test of %s: %s", caller, drive.getProductName(), outcome.reason);
       if (stopping()) return;
     }
-    untested.erase(untested.find(KeyInList(key)), KeyInList(key).size());
-    const DatasetState left{kUntested, untested};
+    std::wstring left = untested;
+    left.erase(left.find(KeyInList(key)), KeyInList(key).size());
     if (outcome.result.empty()) {
-      services().store.KeepState(dataset, left);
-    } else {
-      WriteItem(kResult, {{L"TestType", L"short"}, {L"TestResult", outcome.result}}, key, left);
+      services().store.KeepState(dataset, {kUntested, left});
+    } else if (WriteItem(kResult, {{L"TestType", L"short"}, {L"TestResult", outcome.result}}, key, {kUntested, left}) >
+               0) {
+      continue;  // its result is still to be told
     }
+    untested = std::move(left);
   }
 }
 

@@ -184,7 +184,7 @@ TEST_P(ReportingMonitorTest, ReportsKeepTheirRhythmOverRestartsAndChanges) {
 const Case kReporting[] = {
     {CpuEventMonitor::kRow, Make<CpuEventMonitor>, L"ReadUsagePerInterval"},
     {MemoryEventMonitor::kRow, Make<MemoryEventMonitor>, L"MemoryUsagePerInterval"},
-    {StoreEventMonitor::kRow, Make<StoreEventMonitor>, L"ReadVolumePerInterval", 2},
+    {StoreEventMonitor::kRow, Make<StoreEventMonitor>, L"ReadVolumePerInterval", 2, false},
     {BatteryEventMonitor::kRow, Make<BatteryEventMonitor>, L"BatteryUsagePerInterval", 1, false}};
 const Case kOthers[] = {{SystemBiosEventMonitor::kRow, Make<SystemBiosEventMonitor>, nullptr, 1, false},
                         {CrashEventMonitor::kRow, Make<CrashEventMonitor>, nullptr, 1, false},
