@@ -71,15 +71,20 @@ std::optional<DriveIdentity> DriveLane::identity() const {
   return identity_;
 }
 
-void DriveLane::set_identity(DriveIdentity identity) {
+void DriveLane::set_identity(std::optional<DriveIdentity> identity) {
   const std::lock_guard lock(mutex_);
   identity_ = std::move(identity);
 }
 
 bool DriveLane::TakeSenselessIdentity() {
   constexpr int kEnough = 3;
+  constexpr std::chrono::minutes kApart{1};  // the datasets look at the drives some times as they start
   const std::lock_guard lock(mutex_);
-  if (senseless_identities_ < kEnough) ++senseless_identities_;
+  const platform::SteadyTime now = runtime_.clock().Steady();
+  if (senseless_identities_ < kEnough && (!senseless_at_ || now - *senseless_at_ >= kApart)) {
+    ++senseless_identities_;
+    senseless_at_ = now;
+  }
   return senseless_identities_ == kEnough;
 }
 

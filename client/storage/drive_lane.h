@@ -77,11 +77,11 @@ class DriveLane {
   /// Leaves the drive alone for kRest.
   void Rest();
 
-  /// What the drive said of itself since it was attached; nothing yet at first.
+  /// What the drive said of itself since it was attached; nothing yet at first, and when it is not known any more.
   std::optional<DriveIdentity> identity() const;
-  void set_identity(DriveIdentity identity);
-  /// Counts an answer to who the drive is that makes no sense; true from the third on, when one that is busy or was
-  /// disturbed would have said it.
+  void set_identity(std::optional<DriveIdentity> identity);
+  /// Counts an answer to who the drive is that makes no sense, one a minute; true from the third on, when one that is
+  /// busy or was disturbed would have said it.
   bool TakeSenselessIdentity();
 
   /// Logs why `what` was not told, once until that changes; kNone says that it was.
@@ -99,7 +99,8 @@ class DriveLane {
   mutable std::mutex mutex_;  ///< Guards what follows; held for a look.
   std::optional<platform::SteadyTime> rests_until_;
   std::optional<DriveIdentity> identity_;
-  int senseless_identities_ = 0;  ///< At most as many as count.
+  int senseless_identities_ = 0;                      ///< At most as many as count.
+  std::optional<platform::SteadyTime> senseless_at_;  ///< When the last one was counted.
   std::map<std::wstring, Silence> noted_;
   bool self_test_taken_ = false;
 };

@@ -156,13 +156,16 @@ std::function<void(platform::Waitable* stop)> HardDisk::AskIdentity() const {
   }
   auto asked =
       Ask<DriveIdentity>(kIdentity, [listing = listing_](Drive& drive) { return ReadIdentity(drive, listing); });
-  return [lane = lane_, listing = listing_, is_known = known.has_value(),
-          asked = std::move(asked)](platform::Waitable* stop) {
+  return [lane = lane_, listing = listing_, known, asked = std::move(asked)](platform::Waitable* stop) {
     const auto told = asked(stop);
     if (told.content) {
       lane->set_identity(*told.content);
-    } else if (is_known) {
-      return;  // until it says something else
+    } else if (known) {
+      // Behind a bridge it may be another disk by now, which answers other questions. What is not asked stays who it
+      // is.
+      const bool was_asked = told.silence == Silence::kNotSupported || told.silence == Silence::kRefused ||
+                             told.silence == Silence::kDamaged || told.silence == Silence::kFailed;
+      if (was_asked && !known->assumed) lane->set_identity(std::nullopt);
     } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kNoRight) {
       lane->set_identity(OfListing(listing));  // it will not tell any more than that
     } else if ((told.silence == Silence::kDamaged || told.silence == Silence::kRefused) &&

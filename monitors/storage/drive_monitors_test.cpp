@@ -209,10 +209,14 @@ TEST_F(DriveMonitorsTest, ADiskThatIsExchangedBehindItsBridgeIsAnotherOne) {
   world_.machine.drives().Set({bridge_with(kOtherSerial)});
   world_.runtime.AdvanceBy(24h);
   EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), (std::vector{KeyOf(kHddSerial), KeyOf(kOtherSerial)}));
-  // One that does not answer any more is still who it was.
-  world_.machine.drives().Change([](auto& drives) { drives[0].pages.erase(DrivePage::kAtaIdentify); });
+  // One that does not say who it is may be a third one.
+  const SimulatedDrive other = world_.machine.drives().Get()[0];
+  world_.machine.drives().Change([](auto& drives) { drives[0].pages[DrivePage::kAtaIdentify].pop_back(); });
   world_.runtime.AdvanceBy(24h);
-  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay").size(), 3u);
+  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay").size(), 2u);
+  world_.machine.drives().Set({other});
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(DrivesOf(L"ReadSMARTPerDay"), (std::vector{KeyOf(kHddSerial), KeyOf(kOtherSerial), KeyOf(kOtherSerial)}));
   EXPECT_EQ(life_->DatasetContexts().size(), 2u);
 }
 
