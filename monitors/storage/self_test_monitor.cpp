@@ -97,12 +97,21 @@ bool SelfTestMonitor::IsRestOwed() {
 }
 
 void SelfTestMonitor::RunRound(Round round) {
-  const std::wstring caller = Operation(L"LogItemEvent");
-  if (in_round_.exchange(true)) return;
+  if (in_round_.exchange(true)) {
+    if (round == Round::kWhole && resting_) whole_owed_ = true;
+    return;
+  }
   struct Going {
     ~Going() { going = false; }
     std::atomic<bool>& going;
   } const going{in_round_};
+  resting_ = round == Round::kRest;
+  TestDrives(round);
+  if (resting_.exchange(false) && whole_owed_.exchange(false)) TestDrives(Round::kWhole);
+}
+
+void SelfTestMonitor::TestDrives(Round round) {
+  const std::wstring caller = Operation(L"LogItemEvent");
   LogDatasetContext(false);  // the drives' contexts in the other datasets may be newer ones by now
   std::vector<KeyedDrive> drives = FindDrives();
   std::wstring untested = round == Round::kRest ? ReadUntested() : std::wstring();

@@ -46,6 +46,7 @@ class SelfTestMonitor : public DriveMonitor {
  private:
   enum class Round { kWhole, kRest };
   void RunRound(Round round);
+  void TestDrives(Round round);
   /// Whether a round was ended in its middle, and the next one is not due anyway.
   bool IsRestOwed();
   /// The keys of the drives that a round has not come to, each with a blank behind it; empty when there is none.
@@ -56,6 +57,9 @@ class SelfTestMonitor : public DriveMonitor {
   const SelfTestMonitorTraits& traits_;
   std::atomic<std::uint32_t> interval_ms_ = 0;  ///< Of the settings.
   std::atomic<bool> in_round_ = false;
+  std::atomic<bool> resting_ = false;  ///< The round is the rest of one.
+  std::atomic<bool> whole_owed_ =
+      false;  ///< A whole round fell due while the rest of one ran, which then goes on to it.
 };
 
 }  // namespace TVK
