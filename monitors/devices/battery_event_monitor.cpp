@@ -212,15 +212,23 @@ void BatteryEventMonitor::OnPowerSource(platform::PowerSource source) {
 
 void BatteryEventMonitor::Arm(Timer timer, std::chrono::seconds delay) {
   const std::lock_guard lock(mutex_);
-  if (timers_[timer] != nullptr && !timers_[timer]->Arm(delay)) TellShortage(TVK::Shortage::kSettings);
+  if (timers_[timer] == nullptr) return;
+  // First what was refused a thread before: a plug that was pulled and is in again must not be told the other way
+  // round.
+  RetryLocked();
+  if (!timers_[timer]->Arm(delay)) TellShortage(TVK::Shortage::kSettings);
+}
+
+void BatteryEventMonitor::RetryLocked() {
+  for (const auto& timer : timers_) {
+    if (timer != nullptr && !timer->Retry()) TellShortage(TVK::Shortage::kSettings);
+  }
 }
 
 void BatteryEventMonitor::ReadAndUpdateDatasetSettings() {
   ScheduledMonitor::ReadAndUpdateDatasetSettings();
   const std::lock_guard lock(mutex_);
-  for (const auto& timer : timers_) {
-    if (timer != nullptr && !timer->Retry()) TellShortage(TVK::Shortage::kSettings);
-  }
+  RetryLocked();
 }
 
 std::optional<BatteryEventMonitor::Timer> BatteryEventMonitor::IndexOf(const TVK::OneShotTimer* timer) {

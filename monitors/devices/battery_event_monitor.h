@@ -76,6 +76,8 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   void RegisterNotifications();
   void OnPowerSource(platform::PowerSource source);
   void Arm(Timer timer, std::chrono::seconds delay);
+  /// Begins what was armed and refused a thread. With mutex_ held.
+  void RetryLocked();
   std::optional<Timer> IndexOf(const TVK::OneShotTimer* timer);
 
   /// Nothing when they are not known, and when they are too many, with the line.

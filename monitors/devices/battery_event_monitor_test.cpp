@@ -208,10 +208,18 @@ TEST_F(BatteryEventMonitorTest, APlugIsToldAtOnceAndRecordedWhenItHasSettled) {
   (*monitor_)->ReadAndUpdateDatasetSettings();
   world_.runtime.AdvanceBy(1s);
   EXPECT_EQ(Items().size(), 6u) << "as the manager asks for what the system refused";
+  world_.runtime.RefuseThreads(true);
+  Tell(PowerSource::kBattery);
+  world_.runtime.AdvanceBy(1min);
+  world_.runtime.RefuseThreads(false);
+  Tell(PowerSource::kAc);
+  world_.runtime.AdvanceBy(1min);
+  ASSERT_EQ(Items().size(), 8u);
+  EXPECT_EQ(Items()[6] + L' ' + Items()[7], L"DisconnectFromAC ConnectToAC") << "in their order, before it asks";
   Tell(PowerSource::kBattery);
   monitor_->Stop();
   world_.runtime.AdvanceBy(1min);
-  EXPECT_EQ(Items().size(), 6u) << "a stop takes back what is armed";
+  EXPECT_EQ(Items().size(), 8u) << "a stop takes back what is armed";
   monitor_.reset();
 }
 
