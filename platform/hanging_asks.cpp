@@ -56,7 +56,8 @@ std::vector<bool> HangingAsks::Run(const std::vector<std::string>& names, std::f
         std::ranges::find(left_behind_, names[i], [](const auto& one) { return one.first; }) != left_behind_.end();
     if (!hangs[i]) pending.push_back(i);
   }
-  while (!pending.empty()) {
+  const std::size_t most = left_behind_.size() + kMostInARound;
+  while (!pending.empty() && left_behind_.size() < most) {
     const auto worker = std::make_shared<Worker>();
     worker->pending = pending;
     std::thread([worker, work] { Work(worker, work); }).detach();
@@ -74,6 +75,8 @@ std::vector<bool> HangingAsks::Run(const std::vector<std::string>& names, std::f
     if (worker->failure != nullptr) std::rethrow_exception(worker->failure);
     pending.resize(pending.size() - std::min(pending.size(), worker->done + 1));
   }
+  for (const std::size_t index : pending)
+    hangs[index] = true;
   return hangs;
 }
 

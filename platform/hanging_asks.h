@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,15 +17,18 @@ template <typename Answer>
 struct Asked {
   std::string name;
   std::optional<Answer> answer = {};
-  bool hangs = false;  ///< It has not come back, now or since an earlier round.
+  bool hangs = false;  ///< It has not come back, now or since an earlier round, or was not asked since others did not.
 };
 
 /// The threads that hang are left behind, with what they hold, and whom they ask is not asked again before that came
 /// back. One round at a time; the rounds' threads may outlive the object.
 class HangingAsks {
  public:
-  /// `limit`: how long one may take. A whole round takes no longer than that for each that hangs, and its time for the
-  /// others.
+  /// So many that hang end a round: those that it has not come to count as hanging, too, and are asked in the next one.
+  static constexpr std::size_t kMostInARound = 4;
+
+  /// `limit`: how long one may take. A whole round takes no longer than that for kMostInARound, and its time for those
+  /// that answer.
   explicit HangingAsks(std::chrono::milliseconds limit) : limit_(limit) {}
 
   /// Calls `ask` with each of `names`, on a thread that goes from one to the next, and gives the answers in their

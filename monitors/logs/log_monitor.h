@@ -90,8 +90,8 @@ class LogMonitor : public ScheduledMonitor {
   std::optional<std::int64_t> BeginBehind(const std::wstring& kept) const;
   /// False when the store cannot be read or written.
   bool RestorePlace();
-  /// Whether the consent was withdrawn since reading began, also where it is there again: the store then has the mark
-  /// of it, which no place is to replace. Reading then begins anew.
+  /// Whether nothing may be read on: the consent was withdrawn since reading began, also where it is there again (the
+  /// store then has the mark of it, which no place is to replace, and reading begins anew), or the store does not tell.
   bool BeginsAnew();
   void MoveTo(const std::string& place);
   void KeepPlace();
