@@ -172,12 +172,12 @@ SelfTestOutcome RunShortSelfTest(platform::Runtime& runtime, platform::Power& po
   const Tester* const tester = TesterOf(drive);
   if (tester == nullptr) return {{}, L"such a drive has no self-tests"};
   if (IsBatteryLow(power)) return {{}, L"the battery is low"};
-  if (!drive.lane().TakeSelfTest()) return {{}, L"another one is being run"};
+  if (!drive.lane().TakeSelfTest()) return {.reason = L"another one is being run", .busy = true};
   const std::unique_ptr<DriveLane, Returner> taken(&drive.lane());
   const auto before = tester->look(drive, &stop);
   if (!before.content) return {{}, Words(before.silence)};
   if (!before.content->supported) return {{}, L"the drive has no self-tests"};
-  if (before.content->running) return {{}, L"the drive runs one already"};
+  if (before.content->running) return {.reason = L"the drive runs one already", .busy = true};
   const auto started = drive.Do(tester->start, &stop);
   if (started.silence == Silence::kStopped) return Abort(drive, *tester);  // it may have been started all the same
   if (!started.content) return {{}, Words(started.silence)};

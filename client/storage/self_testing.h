@@ -13,8 +13,9 @@ struct SelfTestOutcome {
   /// The result in the words of the drive's standard, "Completed without error"; "Aborted, not completed in time" for
   /// a test that was aborted after twice its estimated time and some minutes. Empty: there was no test, or it was
   /// aborted since `stop` came.
-  std::wstring result;
-  std::wstring reason;  ///< Why there is no result.
+  std::wstring result = {};
+  std::wstring reason = {};  ///< Why there is no result.
+  bool busy = false;         ///< There was no test, since the drive runs another one, which will be through some day.
 };
 
 /// The words for what a short self-test came to; the code itself for one that the standard keeps for later.

@@ -1,5 +1,6 @@
 #include "monitors/storage/self_test_monitor.h"
 
+#include <chrono>
 #include <utility>
 
 #include "client/storage/self_testing.h"
@@ -106,25 +107,36 @@ void SelfTestMonitor::RunRound(Round round) {
     std::atomic<bool>& going;
   } const going{in_round_};
   resting_ = round == Round::kRest;
-  TestDrives(round);
-  if (resting_.exchange(false) && whole_owed_.exchange(false)) TestDrives(Round::kWhole);
+  TestRound(round);
+  if (resting_.exchange(false) && whole_owed_.exchange(false)) TestRound(Round::kWhole);
 }
 
-void SelfTestMonitor::TestDrives(Round round) {
-  const std::wstring caller = Operation(L"LogItemEvent");
+void SelfTestMonitor::TestRound(Round round) {
   LogDatasetContext(false);  // the drives' contexts in the other datasets may be newer ones by now
   std::vector<KeyedDrive> drives = FindDrives();
   std::wstring untested = round == Round::kRest ? ReadUntested() : std::wstring();
-  const std::wstring dataset(identity().row.id);
   if (round == Round::kRest) {
     std::erase_if(drives, [&](const KeyedDrive& one) { return untested.find(KeyInList(one.key)) == untested.npos; });
   } else if (!drives.empty()) {
     for (const KeyedDrive& one : drives)
       untested += KeyInList(one.key);
-    services().store.KeepState(dataset, {kUntested, untested});
+    services().store.KeepState(std::wstring(identity().row.id), {kUntested, untested});
   }
-  for (const auto& [key, drive] : drives) {
-    if (stopping() || !Admits()) return;
+  // A test that a drive runs is mostly that of a life that was killed.
+  constexpr std::chrono::minutes kBusy{10};
+  const std::vector<KeyedDrive> busy = TestDrives(drives, untested);
+  if (!busy.empty() && services().runtime.Wait(*stop_event(), kBusy) == platform::kWaitTimeout) {
+    TestDrives(busy, untested);
+  }
+}
+
+std::vector<SelfTestMonitor::KeyedDrive> SelfTestMonitor::TestDrives(const std::vector<KeyedDrive>& drives,
+                                                                     std::wstring& untested) {
+  const std::wstring caller = Operation(L"LogItemEvent");
+  std::vector<KeyedDrive> busy;
+  for (const KeyedDrive& one : drives) {
+    const auto& [key, drive] = one;
+    if (stopping() || !Admits()) return {};
     if (!HasContext(key)) {
       log_.e(L"%s: SerialNumber can NOT be found in SmartDatasetContextIdMap!", caller);
       continue;
@@ -133,18 +145,23 @@ void SelfTestMonitor::TestDrives(Round round) {
         StorageCollector::RunShortSelfTest(services().runtime, services().machine.power(), drive, *stop_event());
     if (outcome.result.empty()) {
       log_.i(L"%s: there is no result of a self-test of %s: %s", caller, drive.getProductName(), outcome.reason);
-      if (stopping()) return;
+      if (stopping()) return {};
+    }
+    if (outcome.busy) {
+      busy.push_back(one);
+      continue;
     }
     std::wstring left = untested;
     left.erase(left.find(KeyInList(key)), KeyInList(key).size());
     if (outcome.result.empty()) {
-      services().store.KeepState(dataset, {kUntested, left});
+      services().store.KeepState(std::wstring(identity().row.id), {kUntested, left});
     } else if (WriteItem(kResult, {{L"TestType", L"short"}, {L"TestResult", outcome.result}}, key, {kUntested, left}) >
                0) {
       continue;  // its result is still to be told
     }
     untested = std::move(left);
   }
+  return busy;
 }
 
 }  // namespace TVK

@@ -27,8 +27,9 @@ class SelfTestMonitor : public DriveMonitor {
   void StartMonitor(std::wstring name) override;
 
   /// A round: tests every drive that has a context, and writes what each test came to. Nothing while a round goes on,
-  /// as when the interval changed in the middle of one. Of a round that a stop or a kill ended the rest comes with the
-  /// next start.
+  /// as when the interval changed in the middle of one. A drive that runs a test already is come back to ten minutes
+  /// later, once. Of a round that a stop or a kill ended the rest comes with the next start, as does a drive that was
+  /// busy both times.
   void LogItemEvent() { RunRound(Round::kWhole); }
 
  protected:
@@ -46,7 +47,9 @@ class SelfTestMonitor : public DriveMonitor {
  private:
   enum class Round { kWhole, kRest };
   void RunRound(Round round);
-  void TestDrives(Round round);
+  void TestRound(Round round);
+  /// Takes from `untested` the drives that are through; returns those that were busy with another test.
+  std::vector<KeyedDrive> TestDrives(const std::vector<KeyedDrive>& drives, std::wstring& untested);
   /// Whether a round was ended in its middle, and the next one is not due anyway.
   bool IsRestOwed();
   /// The keys of the drives that a round has not come to, each with a blank behind it; empty when there is none.

@@ -219,6 +219,26 @@ TEST_F(SelfTestMonitorsTest, TheRestOfARoundThatAStopEndedComesWithTheNextStart)
   EXPECT_EQ(DrivesOf(L"ReadSelfTestResult"), both);
 }
 
+TEST_F(SelfTestMonitorsTest, ADriveThatRunsATestIsComeBackToOnceAndAtTheNextStart) {
+  SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
+  tested_.runs = true;  // as after a kill in the middle of one
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(9min);
+  tested_.runs = false;
+  world_.runtime.AdvanceBy(10min);
+  EXPECT_EQ(Results().size(), 1u);
+
+  tested_.runs = true;
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(Results().size(), 1u);
+  tested_.runs = false;
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(Results().size(), 1u) << "no third time";
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(10min);
+  EXPECT_EQ(Results().size(), 1u) << "of this life";
+}
+
 TEST_F(SelfTestMonitorsTest, NoTestOnALowBattery) {
   using platform::ChargeLevel;
   using platform::PowerSource;

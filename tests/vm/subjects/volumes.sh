@@ -1,5 +1,7 @@
 # What the storage dataset tells of a volume is what the file system tells: its size, that it is full, that it has
 # errors; also through the unit's sandbox, of a volume that is mounted while the service runs.
+# Needs no batteries; it shares the machine of the subject that does.
+# machine: --batteries
 source ./checks.sh
 
 mkfs.ext4 -q -L secretlabel "$ssd"
