@@ -121,7 +121,7 @@ class Reading {
     Bytes request(12);  // BATTERY_QUERY_INFORMATION: tag, level, at which rate (0: the present one)
     PutLittleEndian(request, 0, tag_);
     PutLittleEndian(request, 4, static_cast<std::uint32_t>(level));
-    return Ask(kBatteryQueryInformation, request, size, patient_ && level != BatteryLevel::kInformation);
+    return Ask(kBatteryQueryInformation, request, size, level != BatteryLevel::kInformation);
   }
   std::string Text(BatteryLevel level) { return Utf16Text(Level(level, kTextSize)); }
 
@@ -133,10 +133,12 @@ class Reading {
 
  private:
   Bytes Ask(std::uint32_t code, const Bytes& request, std::size_t size, bool optional) {
-    if (lost_) return {};
+    if (lost_ || slow_) return {};
     DriverAnswer answer = ask_(code, request, size);
-    stale_ = !optional && (answer.error == kFileNotFound || answer.error == kNoSuchDevice);
-    lost_ = stale_ || answer.error == kDeviceNotConnected || answer.error == kTimeout;
+    stale_ = !(optional && patient_) && (answer.error == kFileNotFound || answer.error == kNoSuchDevice);
+    // What can be done without is no reason to count the battery as gone.
+    slow_ = optional && answer.error == kTimeout;
+    lost_ = stale_ || answer.error == kDeviceNotConnected || (answer.error == kTimeout && !optional);
     return std::move(answer.bytes);
   }
 
@@ -144,6 +146,7 @@ class Reading {
   const bool patient_;
   std::uint32_t tag_ = 0;
   bool lost_ = false;
+  bool slow_ = false;  // Its driver did not answer in time: nothing more is asked.
   bool stale_ = false;
 };
 

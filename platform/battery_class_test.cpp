@@ -229,6 +229,14 @@ TEST(BatteryClassTest, OneThatChangesIsReadOnceMoreAsAWhole) {
   silent.answers[kStatus] = {kTimeout};
   EXPECT_EQ(silent.Read(), std::nullopt);
   EXPECT_EQ(silent.asked, 3) << "no more questions after one without an answer";
+
+  Driver slow;
+  slow.answers[At(BatteryLevel::kManufactureName)] = {kTimeout};
+  BatteryFacts told = Whole();
+  told.manufacturer = told.serial_number = {};
+  told.manufactured.reset();
+  EXPECT_EQ(slow.Read(), told) << "the battery is there";
+  EXPECT_EQ(slow.asked, 6);
 }
 
 TEST(BatteryClassTest, SlotsAreNamedByTheirPlace) {

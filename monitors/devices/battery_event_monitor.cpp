@@ -76,16 +76,6 @@ std::vector<TVK::DescribedDevice> DevicesOf(const std::list<BatteryInfo>& list) 
   return devices;
 }
 
-/// Whether each battery is where it was, as far as both lists tell it.
-bool AreSameBatteries(const std::vector<TVK::DescribedDevice>& before, const std::vector<TVK::DescribedDevice>& now) {
-  return std::ranges::equal(before, now, [](const TVK::DescribedDevice& one, const TVK::DescribedDevice& other) {
-    const auto number = one.facts.find(L"SerialNumber");
-    const auto other_number = other.facts.find(L"SerialNumber");
-    return one.key == other.key &&
-           (number == one.facts.end() || other_number == other.facts.end() || number->second == other_number->second);
-  });
-}
-
 }  // namespace
 
 /// Hands the reading of a look on to whatever describes the batteries meanwhile.
@@ -264,10 +254,10 @@ void BatteryEventMonitor::Record(Timer timer, const std::list<BatteryInfo>& list
     if (stopping()) return;
     if (timer == kAcConnected) {
       LogItemEvent(kConnect, battery);
-      SetLatch(bIsNeedReportNearFull, i, true);
+      SetLatch(battery, &Latches::bIsNeedReportNearFull, true);
     } else if (timer == kAcDisconnected) {
       LogItemEvent(kDisconnect, battery);
-      SetLatch(bIsNeedReportNearEmpty, i, true);
+      SetLatch(battery, &Latches::bIsNeedReportNearEmpty, true);
     } else {
       CheckCharge(i, battery, status);
     }
@@ -279,19 +269,21 @@ void BatteryEventMonitor::Record(Timer timer, const std::list<BatteryInfo>& list
 void BatteryEventMonitor::CheckCharge(std::size_t index, const BatteryInfo& battery,
                                       const platform::PowerStatus& status) {
   const auto charge = NumberOf(battery.batteryBatteryChargeRemaining());
-  if (battery.batteryChargeStatus() == kCharging && IsNearFull(charge, status) && IsDue(bIsNeedReportNearFull, index) &&
+  const Latches before = LatchesOf(battery);
+  if (battery.batteryChargeStatus() == kCharging && IsNearFull(charge, status) && before.bIsNeedReportNearFull &&
       LogItemEvent(kNearFull, battery) == 0) {
-    SetLatch(bIsNeedReportNearFull, index, false);
+    SetLatch(battery, &Latches::bIsNeedReportNearFull, false);
   }
   if (battery.batteryChargeStatus() == kDischarging && IsNearEmpty(charge, status) &&
-      IsDue(bIsNeedReportNearEmpty, index) && LogItemEvent(kNearEmpty, battery) == 0) {
-    SetLatch(bIsNeedReportNearEmpty, index, false);
+      before.bIsNeedReportNearEmpty && LogItemEvent(kNearEmpty, battery) == 0) {
+    SetLatch(battery, &Latches::bIsNeedReportNearEmpty, false);
   }
+  const Latches after = LatchesOf(battery);
   log_.d(
       L"BatteryEventMonitor DelayTimerCallback batteryChargeRemaining: %d%%, isAcOn: %s, bIsNeedReportNearFull[%d]: "
       L"%d, bIsNeedReportNearEmpty[%d]: %d",
       charge.value_or(-1), BoolText(status.source == platform::PowerSource::kAc), index,
-      IsDue(bIsNeedReportNearFull, index), index, IsDue(bIsNeedReportNearEmpty, index));
+      after.bIsNeedReportNearFull, index, after.bIsNeedReportNearEmpty);
 }
 
 bool BatteryEventMonitor::IsNearFull(std::optional<std::int64_t> charge, const platform::PowerStatus& status) {
@@ -307,14 +299,29 @@ bool BatteryEventMonitor::IsNearEmpty(std::optional<std::int64_t> charge, const 
          (status.level == platform::ChargeLevel::kLow || status.level == platform::ChargeLevel::kCritical);
 }
 
-bool BatteryEventMonitor::IsDue(const Latches& latches, std::size_t index) {
+BatteryEventMonitor::Latches BatteryEventMonitor::LatchesOf(const BatteryInfo& battery) {
   const std::lock_guard lock(mutex_);
-  return latches[index];
+  return latches_[battery.batteryId()];
 }
 
-void BatteryEventMonitor::SetLatch(Latches& latches, std::size_t index, bool value) {
+void BatteryEventMonitor::SetLatch(const BatteryInfo& battery, bool Latches::* latch, bool value) {
   const std::lock_guard lock(mutex_);
-  latches[index] = value;
+  latches_[battery.batteryId()].*latch = value;
+}
+
+void BatteryEventMonitor::SetAllLatches() {
+  for (auto& [id, latches] : latches_)
+    latches = {.serial_number = std::move(latches.serial_number)};
+}
+
+void BatteryEventMonitor::FollowExchanges(const std::vector<TVK::DescribedDevice>& devices) {
+  for (const TVK::DescribedDevice& device : devices) {
+    const auto number = device.facts.find(L"SerialNumber");
+    if (number == device.facts.end()) continue;
+    Latches& latches = latches_[device.key];
+    if (!latches.serial_number.empty() && latches.serial_number != number->second) latches = {};
+    latches.serial_number = number->second;
+  }
 }
 
 void BatteryEventMonitor::LogRemainingTime(std::size_t index, const BatteryInfo& battery) const {
@@ -366,15 +373,14 @@ void BatteryEventMonitor::Look(TVK::MonitorLine too_many,
 
 void BatteryEventMonitor::DescribeAnew(const std::list<BatteryInfo>& list) {
   const std::vector<TVK::DescribedDevice> devices = DevicesOf(list);
+  bool same = false;
   {
     const std::lock_guard lock(mutex_);
-    if (described_ == devices) return;
-    // The places in the list belong to others now.
-    if (!described_ || !AreSameBatteries(*described_, devices)) {
-      bIsNeedReportNearFull.fill(true);
-      bIsNeedReportNearEmpty.fill(true);
-    }
+    same = described_ == devices;
+    FollowExchanges(devices);
   }
+  // Another description may have been made while a battery was away, and its context be gone.
+  if (same && std::ranges::all_of(devices, [&](const auto& device) { return HasContext(device.key); })) return;
   LogDatasetContext(false);
   if (init_due_) InitialiseDevice();
   init_due_ = false;
@@ -448,10 +454,7 @@ bool BatteryEventMonitor::UpdateThrottleParameters(std::map<std::wstring, std::w
   {
     const std::lock_guard lock(mutex_);
     settings_ = fresh;
-    if (changed && fresh.read_usage_interval_ms >= TVK::IntervalReport::kLeastInterval) {
-      bIsNeedReportNearFull.fill(true);
-      bIsNeedReportNearEmpty.fill(true);
-    }
+    if (changed && fresh.read_usage_interval_ms >= TVK::IntervalReport::kLeastInterval) SetAllLatches();
   }
   log_.d(
       L"%s: ReadUsageInterval = %llu, batteryLowThreshold = %d, batteryFullThreshold = %d, bReadUsageIntervalChanged "

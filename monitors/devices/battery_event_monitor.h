@@ -67,7 +67,12 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
 
  private:
   enum Timer : std::size_t { kAcConnected, kAcDisconnected, kChargePercentage, kTimers };
-  using Latches = std::array<bool, BATTERY_MAX_NUMBER>;
+  /// What a battery may report once. A battery that is away keeps it.
+  struct Latches {
+    std::wstring serial_number;  ///< Hashed; empty as long as it was not told.
+    bool bIsNeedReportNearFull = true;
+    bool bIsNeedReportNearEmpty = true;
+  };
 
   class HandedReading;
 
@@ -88,13 +93,17 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   void DescribeAnew(const std::list<BatteryInfo>& list);
   /// What the timer is for, of each battery.
   void Record(Timer timer, const std::list<BatteryInfo>& list);
+  /// Another battery in a place has its reports before it. With mutex_ held.
+  void FollowExchanges(const std::vector<TVK::DescribedDevice>& devices);
   /// What one battery's charge asks for.
   void CheckCharge(std::size_t index, const BatteryInfo& battery, const platform::PowerStatus& status);
   void LogRemainingTime(std::size_t index, const BatteryInfo& battery) const;
   bool IsNearFull(std::optional<std::int64_t> charge, const platform::PowerStatus& status);
   bool IsNearEmpty(std::optional<std::int64_t> charge, const platform::PowerStatus& status);
-  bool IsDue(const Latches& latches, std::size_t index);
-  void SetLatch(Latches& latches, std::size_t index, bool value);
+  Latches LatchesOf(const BatteryInfo& battery);
+  void SetLatch(const BatteryInfo& battery, bool Latches::* latch, bool value);
+  /// With mutex_ held.
+  void SetAllLatches();
 
   std::mutex round_mutex_;  ///< Held while the batteries are looked at and recorded; taken before all others.
   bool init_due_ = true;    ///< They were not described yet, so none got its device-initialisation. Guarded by it.
@@ -108,8 +117,7 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   std::optional<platform::PowerSource> source_at_start_;
   bool source_told_ = false;
   TVK::BatterySettings settings_;
-  Latches bIsNeedReportNearFull = {true, true};
-  Latches bIsNeedReportNearEmpty = {true, true};
+  std::map<std::wstring, Latches> latches_;  ///< By the battery's id.
   std::optional<std::vector<TVK::DescribedDevice>> described_;  ///< The batteries that were described last.
   const std::list<BatteryInfo>* reading_ = nullptr;             ///< That of the look that goes on.
 };

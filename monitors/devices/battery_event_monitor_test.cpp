@@ -335,6 +335,23 @@ TEST_F(BatteryEventMonitorTest, ALimitIsToldAnewOfAnotherBatteryInTheSamePlace) 
   }
 }
 
+TEST_F(BatteryEventMonitorTest, ABatteryThatIsAwayTakesNothingFromItselfOrAnotherOne) {
+  const auto both = [] { return std::vector{Battery("BAT0"), Battery("BAT1", "SECRET-2")}; };
+  world_.machine.batteries().Set(both());
+  Start();
+  SetCharge(9, ChargeState::kDischarging);
+  EXPECT_EQ(Items(), Texts(2, L"BatteryNearEmpty"));
+  world_.machine.batteries().Set({Battery("BAT1", "SECRET-2")});
+  SetCharge(8, ChargeState::kDischarging);
+  // It is away as the machine is described anew, too.
+  (*monitor_)->OnDeviceContextChanges(false);
+  world_.machine.batteries().Set(both());
+  SetCharge(7, ChargeState::kDischarging);
+  EXPECT_EQ(Items(), Texts(2, L"BatteryNearEmpty")) << "the same two";
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(life_->Items(L"BatteryUsagePerInterval").size(), 2u);
+}
+
 TEST_F(BatteryEventMonitorTest, AutomaticLimitsAreTheSystems) {
   SetSettings({{L"ReadUsageInterval", L"1h"}, {L"BatteryLowThreshold", L"auto"}, {L"BatteryFullThreshold", L"auto"}});
   struct Case {

@@ -35,7 +35,6 @@ class LinuxSystemEventSource final : public SystemEventSource {
         stop_(::eventfd(0, EFD_CLOEXEC)),
         poll_(poll) {
     if (!stop_) throw std::system_error(errno, std::generic_category(), "eventfd");
-    if (wishes_->Take()) known_ = Look(Cause::kOther);
     sessions_ = notices_->TakeSessions();
     thread_ = runtime_.StartThread("system-events", [this] { Run(); });
   }
@@ -93,6 +92,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
           if (news.lost) callback_(DriveChange::kAttached);
         }
         if (waited[3].revents != 0 || waited[4].revents != 0) TellSessions();
+        wished_ = wished_ || wished;
         if (look) TellPower(*look, noticed);
         failed = false;
       } catch (...) {
@@ -124,8 +124,10 @@ class LinuxSystemEventSource final : public SystemEventSource {
       return;
     }
     PowerState present = Look(cause, noticed);
+    // Whoever has just begun to wish read the source before: a change between must not be taken for how it began.
+    if (present.source && (wished_ || (known_ && present.source != known_->source))) callback_(*present.source);
+    wished_ = false;
     if (known_) {
-      if (present.source && present.source != known_->source) callback_(*present.source);
       if (present.percent && (present.percent != known_->percent || present.batteries != known_->batteries)) {
         callback_(BatteryPercent{*present.percent});
       }
@@ -151,6 +153,7 @@ class LinuxSystemEventSource final : public SystemEventSource {
   // The thread's own once it runs.
   BatteryPoll poll_;
   std::optional<PowerState> known_;  ///< As it was told, or found as somebody began to wish; absent without a wish.
+  bool wished_ = false;              ///< Somebody began to wish, and was not told the source yet.
   UserSessions sessions_;
   std::thread thread_;
 };

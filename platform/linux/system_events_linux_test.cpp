@@ -136,10 +136,13 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
   auto own = std::make_unique<ScriptedNotices>();
   ScriptedNotices& notices = *own;
   auto source = Follow(std::move(own));
+  EXPECT_EQ(Until(PowerSource::kAc), Events{PowerSource::kAc}) << "how it is as somebody begins to wish";
 
   Mains(false);
   ScriptedNotices::Give(notices.devices);
   EXPECT_EQ(Until(PowerSource::kBattery), Events{PowerSource::kBattery}) << "the percentage is the same";
+  const auto another_wish = wishes_->Add();
+  EXPECT_EQ(Until(PowerSource::kBattery), Events{PowerSource::kBattery}) << "whoever wishes is told";
   Battery(79);
   ScriptedNotices::Give(notices.clock);
   EXPECT_EQ(Until(BatteryPercent{79}), Events{BatteryPercent{79}}) << "somebody set the clock: no sleep";
@@ -187,6 +190,7 @@ TEST_F(SystemEventsLinuxTest, NoticesTellWhatChangedAndNothingElse) {
 TEST_F(SystemEventsLinuxTest, ABatteryWhoseDriverIsSilentIsLookedAt) {
   Battery(80, "POWER_SUPPLY_STATUS=Discharging");
   const auto source = Follow(std::make_unique<ScriptedNotices>(), 1ms);
+  EXPECT_FALSE(Until(PowerSource::kBattery).empty()) << "to whoever wishes";
   for (const std::uint32_t percent : {79u, 78u}) {
     tree_.Write("/sys/class/power_supply/BAT0/uevent",
                 "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=" + std::to_string(percent));
@@ -212,6 +216,7 @@ TEST_F(SystemEventsLinuxTest, NobodyLooksWhileNobodyWantsToKnow) {
   log_on(43);
   log_on(44);
   wish_ = wishes_->Add();
+  EXPECT_FALSE(Until(PowerSource::kBattery).empty());
   log_on(45);
   log_on(46);
   tree_.Write("/sys/class/power_supply/BAT0/uevent", "POWER_SUPPLY_STATUS=Discharging\nPOWER_SUPPLY_CAPACITY=78");
