@@ -101,7 +101,12 @@ TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
                true,
                true},
            Row{"USB that does not", {.listing = listing(DriveBus::kUsb, {})}, DriveKind::kOther, L"USB", false, false},
-           Row{"card", {.listing = listing(DriveBus::kCard, false)}, DriveKind::kOther, L"Card", false, false},
+           Row{"card",
+               {.listing = listing(DriveBus::kCard, false), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
+               DriveKind::kOther,
+               L"Card",
+               false,
+               false},
            Row{"SCSI that speaks ATA",
                {.listing = listing(DriveBus::kScsi, {}), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
                DriveKind::kAta,
@@ -109,7 +114,12 @@ TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
                true,
                true},
            Row{"SCSI", {.listing = listing(DriveBus::kScsi, true)}, DriveKind::kOther, L"SCSI HDD", false, false},
-           Row{"virtual", {.listing = listing(DriveBus::kOther, {})}, DriveKind::kOther, L"Other", false, false},
+           Row{"virtual",
+               {.listing = listing(DriveBus::kOther, {}), .pages = {{DrivePage::kAtaIdentify, identify(1)}}},
+               DriveKind::kOther,
+               L"Other",
+               false,
+               false},
        }) {
     SCOPED_TRACE(row.what);
     collector_.emplace(runtime_, door_);
@@ -162,6 +172,16 @@ TEST_F(HardDiskTest, AnOddAnswerToWhoItIsIsNotTheLastWord) {
     answer = {.bytes = AtaIdentify({.model = "Disk", .serial = "OWN"})};
     EXPECT_EQ(Drives().at(0).getSerialNumber(), L"OWN");
     EXPECT_EQ(Drives().at(0).kind(), DriveKind::kAta);
+    for (const auto& [result, stays] : {std::pair(DriveResult::kNoRight, true),
+                                        {DriveResult::kGone, true},
+                                        {DriveResult::kRefused, false},
+                                        {DriveResult::kDone, true},  // and says who it is
+                                        {DriveResult::kNotSupported, false},
+                                        {DriveResult::kDone, true},
+                                        {DriveResult::kFailed, false}}) {
+      answer.result = result;
+      EXPECT_EQ(Drives().at(0).identified(), stays) << "behind its bridge it may be another one: " << int(result);
+    }
   }
 }
 

@@ -92,6 +92,18 @@ class SelfTestMonitorsTest : public DriveMonitorsTest {
                                         ? std::map<std::wstring, std::wstring>()
                                         : std::map<std::wstring, std::wstring>{{L"RunSelfTestInterval", interval}});
   }
+  /// One more drive like the first.
+  void AddSecondDrive() {
+    SimulatedDrive second = world_.machine.drives().Get().at(1);
+    second.listing.path = "/dev/sdc";
+    second.listing.serial_number = kOtherSerial;
+    second.read = [read = second.read](DrivePage page) {
+      return page == DrivePage::kAtaIdentify
+                 ? DriveAnswer{.bytes = AtaIdentify({.model = "Ata", .serial = kOtherSerial, .rotation_rate = 1})}
+                 : read(page);
+    };
+    SetDrive(2, second);
+  }
   std::vector<std::wstring> Results() const {
     std::vector<std::wstring> results;
     for (const ItemEvent& item : life_->Items(L"ReadSelfTestResult")) {
@@ -186,15 +198,7 @@ TEST_F(SelfTestMonitorsTest, AStopAbortsATest) {
 
 TEST_F(SelfTestMonitorsTest, TheRestOfARoundThatAStopEndedComesWithTheNextStart) {
   SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
-  SimulatedDrive second = world_.machine.drives().Get().at(1);
-  second.listing.path = "/dev/sdc";
-  second.listing.serial_number = kOtherSerial;
-  second.read = [read = second.read](DrivePage page) {
-    return page == DrivePage::kAtaIdentify
-               ? DriveAnswer{.bytes = AtaIdentify({.model = "Ata", .serial = kOtherSerial, .rotation_rate = 1})}
-               : read(page);
-  };
-  SetDrive(2, second);
+  AddSecondDrive();
   Start<SATASelfTestEventMonitor>();
   world_.runtime.AdvanceBy(tested_.takes + 30s);
   EXPECT_EQ(Results().size(), 1u);
@@ -217,6 +221,22 @@ TEST_F(SelfTestMonitorsTest, TheRestOfARoundThatAStopEndedComesWithTheNextStart)
   Start<SATASelfTestEventMonitor>();
   world_.runtime.AdvanceBy(1h);
   EXPECT_EQ(DrivesOf(L"ReadSelfTestResult"), both);
+}
+
+TEST_F(SelfTestMonitorsTest, AWholeRoundThatFallsDueInTheRestOfOneFollowsIt) {
+  SetInterval(L"SATA_SSD_SelfTestResult", L"1d");
+  AddSecondDrive();
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(tested_.takes + 30s);  // the second test runs
+  monitor_->Stop();
+  world_.runtime.AdvanceBy(24h - tested_.takes - 1min);  // from the first result on
+  tested_.actions.clear();
+  Start<SATASelfTestEventMonitor>();
+  world_.runtime.AdvanceBy(tested_.takes - 10s);
+  EXPECT_EQ(tested_.actions.size(), 1u) << "one after the other";
+  world_.runtime.AdvanceBy(9min);
+  EXPECT_EQ(DrivesOf(L"ReadSelfTestResult"),
+            (std::vector{KeyOf(kOtherSerial), KeyOf(kSsdSerial), KeyOf(kOtherSerial)}));
 }
 
 TEST_F(SelfTestMonitorsTest, ADriveThatRunsATestIsComeBackToOnceAndAtTheNextStart) {
