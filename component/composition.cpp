@@ -68,7 +68,7 @@ Composition::Opening Composition::Start() {
     // What is not there when the service starts is gone: without a policy nobody has consented.
     opening.policy = policy_files_->agent.LoadTelemetryPolicy(true);
     opening.tvk_policy = policy_files_->agent.LoadTvkPolicy(true);
-    policy_files_->agent.KeepLastGood();
+    if (!policy_files_->agent.KeepLastGood()) policy_files_->watch.Reread();
   }
   TelemetryPolicy policy;
   opening.policy_in_force = manager_services_.config.GetTelemetryPolicy(policy);

@@ -145,7 +145,7 @@ void PolicyWatch::Load() {
   Publish(tvk_, kTvkPolicyChanged, payload);
   tvk_before_.reset();
   // Last: a withdrawn consent does not wait for the disk.
-  agent_.KeepLastGood();
+  if (!agent_.KeepLastGood()) LookAgainAt(runtime_.clock().Steady() + kCopyRetry);
 }
 
 }  // namespace TVK

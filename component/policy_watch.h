@@ -39,6 +39,8 @@ class PolicyWatch {
   static constexpr std::chrono::milliseconds kLongest{500};
   /// How long after a reading that failed the files are read again. Waking time.
   static constexpr std::chrono::seconds kRetry{1};
+  /// The same after the copy of a good policy could not be written.
+  static constexpr std::chrono::minutes kCopyRetry{1};
   /// How long a file is missing until it is gone: an editor that removes the old one first takes less. Waking time.
   static constexpr std::chrono::seconds kReplacing{2};
 

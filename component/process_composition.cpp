@@ -112,6 +112,13 @@ std::unique_ptr<ProcessComposition> ProcessComposition::Open(const ComponentOpti
     const std::string open = platform::CloseFolder(folder, IsOurs);
     if (!open.empty()) Report(result, ComponentOutcome::kReady, open);
   }
+  if (const auto foreign = platform::FindForeignFile(places.data_folder, IsOurs); !foreign.empty()) {
+    Report(result, ComponentOutcome::kWrongConfiguration,
+           platform::PathToUtf8(foreign) +
+               " was made by another account, which could read or change what lies in it; "
+               "remove it, or make it the service's account's own");
+    return nullptr;
+  }
   const std::string writers = platform::WarnOfWriters(places.policy_file.parent_path());
   if (!writers.empty()) Report(result, ComponentOutcome::kReady, writers);
   const auto logs = std::make_shared<LastErrors>(MakeFileLogBackend(log_folder));

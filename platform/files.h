@@ -25,6 +25,12 @@ std::string MakePrivateFolder(const std::filesystem::path& folder);
 std::string CloseFolder(const std::filesystem::path& folder,
                         const std::function<bool(const std::string& name)>& is_ours);
 
+/// The first entry of `folder` that `is_ours` knows by its name and that another account made than the running one, the
+/// system's administrators and the folder's owner (a link counts as itself); empty: none. Whoever planted it while the
+/// folder was open could read what is written there, or give his own policy for ours.
+std::filesystem::path FindForeignFile(const std::filesystem::path& folder,
+                                      const std::function<bool(const std::string& name)>& is_ours);
+
 /// What a person should know when accounts that are not the service's or an administrator's may write in `folder`,
 /// where the files that command the service lie; empty: they may not, or the folder does not tell. Linux: everybody,
 /// a group is the administrator's choice.
@@ -35,8 +41,8 @@ std::string WarnOfWriters(const std::filesystem::path& folder);
 void CloseFile(const std::filesystem::path& file);
 
 /// The same, after making the file, empty, when nothing has its name. One that exists is not opened: a process that
-/// holds a lock of it would lose that by closing it again.
-void MakePrivateFile(const std::filesystem::path& file);
+/// holds a lock of it would lose that by closing it again. Returns an empty text, or why it could not be made.
+std::string MakePrivateFile(const std::filesystem::path& file);
 
 /// Why a file gave no content.
 enum class FileFault {

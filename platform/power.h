@@ -48,8 +48,8 @@ class Power {
 
   /// From now on the changes of `setting` are among the system's events. Null when the system refuses. `service`: the
   /// SERVICE_STATUS_HANDLE of the service whose control handler is to be told, which must outlive the answer; only
-  /// Windows looks at it, and refuses a null. The present power source is told at once, and on Windows the present value of each
-  /// setting, perhaps before this returns and more than once.
+  /// Windows looks at it, and refuses a null. The present power source is told at once, and on Windows the present
+  /// value of each setting, perhaps before this returns and more than once.
   virtual std::shared_ptr<CHPowerNotifyHandle> Register(PowerSetting setting, void* service) = 0;
 };
 

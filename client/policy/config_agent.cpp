@@ -37,9 +37,9 @@ TVK::PolicyLoad ConfigPolicyAgent::LoadTvkPolicy(bool absence_counts) {
   return tvk_policy_.Load(log_, L"ConfigPolicyAgent::LoadTvkPolicy", absence_counts);
 }
 
-void ConfigPolicyAgent::KeepLastGood() {
-  telemetry_policy_.KeepLastGood(log_);
-  tvk_policy_.KeepLastGood(log_);
+bool ConfigPolicyAgent::KeepLastGood() {
+  const bool telemetry_is_kept = telemetry_policy_.KeepLastGood(log_);
+  return tvk_policy_.KeepLastGood(log_) && telemetry_is_kept;
 }
 
 bool ConfigPolicyAgent::GetTelemetryPolicy(TelemetryPolicy& policy) {

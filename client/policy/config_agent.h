@@ -40,7 +40,7 @@ class ConfigPolicyAgent final : public IConfigAgent {
   TVK::PolicyLoad LoadTvkPolicy(bool absence_counts);
 
   /// Writes the copies; see PolicySource::KeepLastGood.
-  void KeepLastGood();
+  bool KeepLastGood();
 
   bool GetTelemetryPolicy(TelemetryPolicy& policy) override;
   bool GetTvkPolicy(TVK::TvkPolicy& policy) override;

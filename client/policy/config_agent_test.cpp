@@ -85,6 +85,17 @@ TEST_F(ConfigPolicyAgentTest, BrokenFileLeavesThePolicyInForceAlsoOverARestart) 
   EXPECT_EQ(Read(files_.last_good), kFull);
 }
 
+TEST_F(ConfigPolicyAgentTest, ACopyThatCannotBeRenewedIsNoConsentAnyMore) {
+  std::filesystem::create_directory(files_.last_good);  // in whose place no file can be put
+  Write(files_.telemetry_policy, kBasic);
+  ConfigPolicyAgent agent(files_);
+  agent.LoadTelemetryPolicy(true);
+  EXPECT_FALSE(agent.KeepLastGood());
+  EXPECT_FALSE(std::filesystem::exists(files_.last_good));
+  EXPECT_TRUE(agent.KeepLastGood());
+  EXPECT_EQ(Read(files_.last_good), kBasic);
+}
+
 TEST_F(ConfigPolicyAgentTest, WithoutAFileThereIsNoConsent) {
   Write(files_.telemetry_policy, kFull);
   ConfigPolicyAgent agent(files_);

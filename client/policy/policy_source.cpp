@@ -1,6 +1,8 @@
 #include "client/policy/policy_source.h"
 
+#include <filesystem>
 #include <functional>
+#include <system_error>
 #include <utility>
 
 #include "client/text/path_text.h"
@@ -118,17 +120,24 @@ bool PolicySource<Document>::Enforce(Policy policy) {
 }
 
 template <typename Document>
-void PolicySource<Document>::KeepLastGood(const Log& log) {
+bool PolicySource<Document>::KeepLastGood(const Log& log) {
   const std::lock_guard load_lock(load_mutex_);
-  if (options_.copy.empty() || !good_text_) return;
+  if (options_.copy.empty() || !good_text_) return true;
   if (platform::ReadWholeFile(options_.copy, kPolicySizeLimit) != good_text_) {
-    const std::string failure = platform::ReplaceFile(options_.copy, *good_text_, platform::FileAccess::kPrivate);
+    std::string failure = platform::ReplaceFile(options_.copy, *good_text_, platform::FileAccess::kPrivate);
     if (!failure.empty()) {
-      log.e(L"%s: %s", L"PolicySource::KeepLastGood", String::UTF8ToUTF16(failure));
-      return;
+      // A full disk takes no new copy, but lets the old one go.
+      std::error_code removal;
+      std::filesystem::remove(options_.copy, removal);
+      if (removal) failure += "; an older copy stays: " + removal.message();
+      if (failure != copy_failure_) log.e(L"%s: %s", L"PolicySource::KeepLastGood", String::UTF8ToUTF16(failure));
+      copy_failure_ = std::move(failure);
+      return false;
     }
   }
+  copy_failure_.clear();
   good_text_.reset();
+  return true;
 }
 
 template <typename Document>

@@ -79,8 +79,10 @@ class PolicySource {
   PolicyLoad Load(const Log& log, const wchar_t* operation, bool absence_counts);
 
   /// Writes the copy of the last document that was accepted, when it is not there yet, and has it flushed to the disk.
-  /// That may take long: whoever follows the policy is told before. A failure is logged; the next call tries again.
-  void KeepLastGood(const Log& log);
+  /// That may take long: whoever follows the policy is told before. False when it could not be written: an older copy
+  /// is removed then, since it may hold a consent that was withdrawn; the failure is logged once, and the next call
+  /// tries again.
+  bool KeepLastGood(const Log& log);
 
   /// True when there is a policy; else false and `policy` stays untouched.
   bool Get(Policy& policy) const;
@@ -105,11 +107,12 @@ class PolicySource {
   void Remember(const PolicyLoad& load);
 
   const Options options_;
-  std::mutex load_mutex_;  ///< Held for a whole load or copy; taken before mutex_. Guards the next three.
-  std::optional<std::string> good_text_;    ///< Accepted, and not known to be in the copy.
-  std::optional<PolicyFileState> state_;    ///< Of the last load that did not miss the file.
-  std::size_t fingerprint_ = 0;             ///< Of what that load found.
-  mutable std::mutex mutex_;                ///< Guards what follows.
+  std::mutex load_mutex_;                 ///< Held for a whole load or copy; taken before mutex_. Guards the next four.
+  std::optional<std::string> good_text_;  ///< Accepted, and not known to be in the copy.
+  std::string copy_failure_;              ///< Why it is not; empty: it was not tried.
+  std::optional<PolicyFileState> state_;  ///< Of the last load that did not miss the file.
+  std::size_t fingerprint_ = 0;           ///< Of what that load found.
+  mutable std::mutex mutex_;              ///< Guards what follows.
   std::shared_ptr<const Policy> in_force_;  ///< Null until one was accepted.
   PolicyStanding standing_;
 };

@@ -144,14 +144,13 @@ class EventDataLogging::Impl {
     }
     if (again.empty()) return;
     if (damaged) {
-      connections_.Suspect();
+      connections_.Suspect(SQLITE_CORRUPT);
       RestoreConnections();
     }
     WriteRecords(again);
     // A connection that fails again may be what is wrong.
-    if (std::ranges::any_of(again, [](const QueuedRecord* record) { return MayPass(record->result); })) {
-      connections_.Suspect();
-    }
+    const auto failed = std::ranges::find_if(again, [](const QueuedRecord* record) { return MayPass(record->result); });
+    if (failed != again.end()) connections_.Suspect((*failed)->result);
   }
 
   // The contexts that wait go ahead, since the records may name them.
@@ -215,7 +214,7 @@ class EventDataLogging::Impl {
     if (const int code = retention.AfterCommit(written, clock_.NowSeconds(), contexts_); code != SQLITE_OK) {
       log_.e(L"%s: old records could not be removed, error %d (%s)", L"EventDataLogging::Retention", code,
              StoreErrorText(code));
-      if (IsCorruption(code)) connections_.Suspect();
+      if (IsCorruption(code)) connections_.Suspect(code);
     }
     if (knew || !retention.stays_too_large()) return;
     log_.e(L"%s: the store stays larger than its limit of %d bytes: what is left in it may not go",

@@ -29,12 +29,11 @@ class FailingDisk {
   FailingDisk(const FailingDisk&) = delete;
   FailingDisk& operator=(const FailingDisk&) = delete;
 
-  /// The n-th write or flush from now fails with `code`, and all later ones when `for_good`; reads instead of writes
+  /// The n-th write or flush from now fails with `code`, and all later ones when `for_good`; reads or flushes alone
   /// when the code is one of theirs. 0: none.
   void FailAt(int n, int code, bool for_good) {
     left_ = n;
     code_ = code;
-    reads_fail_ = code == SQLITE_IOERR_READ || code == SQLITE_IOERR_CORRUPTFS;
     for_good_ = for_good;
     failed_ = false;
   }
@@ -44,8 +43,14 @@ class FailingDisk {
   void set_read_only(bool read_only) { read_only_ = read_only; }
 
  private:
-  static bool Fails(bool is_read) {
-    if (is_read != reads_fail_) return false;
+  enum class Call { kRead, kWrite, kFlush };
+  static bool IsMeant(Call call) {
+    if (code_ == SQLITE_IOERR_READ || code_ == SQLITE_IOERR_CORRUPTFS) return call == Call::kRead;
+    if (code_ == SQLITE_IOERR_FSYNC) return call == Call::kFlush;
+    return call != Call::kRead;
+  }
+  static bool Fails(Call call) {
+    if (!IsMeant(call)) return false;
     if (for_good_ && failed_) return true;
     if (left_ == 0 || --left_ != 0) return false;
     failed_ = true;
@@ -70,14 +75,14 @@ class FailingDisk {
     return code;
   }
   static int Read(sqlite3_file* file, void* data, int size, sqlite3_int64 offset) {
-    return Fails(true) ? code_ : read_below_(file, data, size, offset);
+    return Fails(Call::kRead) ? code_ : read_below_(file, data, size, offset);
   }
   static int Write(sqlite3_file* file, const void* data, int size, sqlite3_int64 offset) {
-    return Fails(false) ? code_ : write_below_(file, data, size, offset);
+    return Fails(Call::kWrite) ? code_ : write_below_(file, data, size, offset);
   }
   static int Sync(sqlite3_file* /*file*/, int /*flags*/) {
     // No power is lost here: what the layer below was given it has, so the real flush would only take time.
-    return Fails(false) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
+    return Fails(Call::kFlush) ? SQLITE_IOERR_FSYNC : SQLITE_OK;
   }
 
   sqlite3_vfs vfs_;
@@ -88,7 +93,6 @@ class FailingDisk {
   static inline int left_ = 0;
   static inline int code_ = 0;
   static inline bool for_good_ = false;
-  static inline bool reads_fail_ = false;
   static inline bool failed_ = false;
   static inline bool read_only_ = false;
 };

@@ -13,7 +13,6 @@ constexpr int kTries = 3;
 
 }  // namespace
 
-// Leaves no connection open when the state is not kReady.
 StoreFileOpening StoreConnections::OpenOnce() {
   auto writing = std::make_unique<WritingSide>(options_.limits);
   auto reading = std::make_unique<ReadingSide>();
@@ -81,6 +80,20 @@ void StoreConnections::Close() {
   reading_.reset();
 }
 
+// What a flush kept back lies in the log of writes with its end mark. As long as a connection is open nobody takes it
+// for written, and the next commit overwrites it; who opens the store after all were closed reads the log from its
+// begin.
+bool StoreConnections::Renew() {
+  const StoreFileOpening opening = OpenWithPatience();
+  LogOnce(opening);
+  if (opening.state == StoreFileState::kReady) {
+    failure_suspected_ = false;
+    return true;
+  }
+  if (opening.state == StoreFileState::kDamaged) Close();
+  return false;
+}
+
 bool StoreConnections::Restore() {
   if (writing_ && writing_->database.FileHasMoved()) {
     log_.e(L"%s: %s was removed or replaced; the place is opened anew", L"EventDataLogging::Mend",
@@ -88,12 +101,15 @@ bool StoreConnections::Restore() {
     // A file that was moved away keeps its records, and another one in its place does not get them.
     static_cast<void>(writing_->database.Execute("PRAGMA wal_checkpoint(TRUNCATE)"));
     Close();
-  } else if (writing_ && suspected_) {
+  } else if (writing_ && damage_suspected_) {
     log_.e(L"%s: %s could not be read as it should; it is opened anew and looked through", L"EventDataLogging::Mend",
            WidePath(options_.file));
     Close();
+  } else if (writing_ && failure_suspected_ && Renew()) {
+    return true;
   }
-  suspected_ = false;
+  damage_suspected_ = false;
+  failure_suspected_ = false;
   if (writing_) return false;
   const std::string remark = Open();
   if (writing_ == nullptr) return false;

@@ -42,8 +42,8 @@ class StoreConnections {
   /// be opened the last time. True when it was opened, perhaps another one.
   bool Restore();
 
-  /// Tells that something was read that looks like damage. The next Restore finds out.
-  void Suspect() { suspected_ = true; }
+  /// Tells that something failed as it does where `code` is damage, or what passes. The next Restore finds out.
+  void Suspect(int code) { (IsCorruption(code) ? damage_suspected_ : failure_suspected_) = true; }
 
   bool is_open() const { return open_; }
   /// Null while it is closed.
@@ -57,7 +57,7 @@ class StoreConnections {
     if (!reading_) return kStoreClosed;
     int code = question(reading_->queries);
     if (IsCorruption(code) || MayPass(code)) code = question(reading_->queries);
-    if (IsCorruption(code) || MayPass(code)) Suspect();
+    if (IsCorruption(code) || MayPass(code)) Suspect(code);
     return code;
   }
 
@@ -67,9 +67,12 @@ class StoreConnections {
     StoreQueries queries{database};
   };
 
+  /// What is open already stays until the new connections are ready, and where they do not become so.
   StoreFileOpening OpenOnce();
   StoreFileOpening OpenWithPatience();
   void Close();
+  /// New connections in the place of those that failed; false where there are none.
+  bool Renew();
   std::string SetFileAside(std::string damage);
   void LogOnce(const StoreFileOpening& opening);
 
@@ -77,7 +80,8 @@ class StoreConnections {
   const platform::Clock& clock_;
   const Log& log_;
   std::atomic<bool> open_ = false;
-  std::atomic<bool> suspected_ = false;
+  std::atomic<bool> damage_suspected_ = false;
+  std::atomic<bool> failure_suspected_ = false;
   WriterLock lock_;  ///< Ahead of the database, so that it is given back after that was closed.
   std::unique_ptr<WritingSide> writing_;
   std::string last_log_problem_;  ///< Why the last opening failed; a line for each commit would say no more.

@@ -91,6 +91,24 @@ TEST_F(StoreFaultTest, AFullDiskLosesOnlyWhatComesWhileItIsFull) {
   EXPECT_TRUE(log_.Has(L"records are written again, lost before: 1"));
 }
 
+TEST_F(StoreFaultTest, WhatCouldNotBeFlushedIsNotThereLater) {
+  FailingDisk disk;
+  EventDataLogging store(options(), clock());
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"before")), 0);
+  // The log has them, with their end marks: whoever read it from its begin would find them.
+  disk.FailAt(1, SQLITE_IOERR_FSYNC, true);
+  for (const wchar_t* const refused : {L"1", L"2", L"3", L"4"})
+    EXPECT_NE(store.LogItemEvent(MakeItem(kCpu, L"I1", refused)), 0);
+  disk.FailAt(0, 0, false);
+  EXPECT_EQ(store.LogItemEvent(MakeItem(kCpu, L"I1", L"after")), 0);
+  std::vector<ItemEvent> events;
+  ASSERT_EQ(store.ReadItemEvents(kCpu, 0, 1000, events), 0);
+  std::wstring values;
+  for (const ItemEvent& event : events)
+    values += ValueOf(event) + L' ';
+  EXPECT_EQ(values, L"before after ");
+}
+
 TEST_F(StoreFaultTest, AFileThatCannotBeWrittenIsNoOpenStore) {
   { const EventDataLogging store(options(), clock()); }
   // Somebody reads, so that the files are there which a connection could not make.

@@ -215,7 +215,9 @@ StoreFileOpening OpenStoreForWriting(const std::filesystem::path& file, std::chr
   }
   if (StoreFileOpening judged = JudgeUntouched(file); IsNotForUs(judged)) return judged;
   // What SQLite makes beside it has its permissions, where it is made anew.
-  platform::MakePrivateFile(file);
+  if (std::string problem = platform::MakePrivateFile(file); !problem.empty()) {
+    return {StoreFileState::kUnavailable, std::move(problem), SQLITE_CANTOPEN};
+  }
   for (const char* const suffix : {"-wal", "-shm"}) {
     std::filesystem::path beside = file;
     platform::CloseFile(beside += suffix);

@@ -12,7 +12,7 @@ std::string WriterLock::Take(const std::filesystem::path& store_file) {
   const std::u8string path = lock_file.u8string();
   const std::string text(path.begin(), path.end());
   // Who may read it could keep the lock from being taken.
-  platform::MakePrivateFile(lock_file);
+  if (std::string problem = platform::MakePrivateFile(lock_file); !problem.empty()) return problem;
 
   sqlite3_vfs* const layer = sqlite3_vfs_find(nullptr);
   name_.reset(sqlite3_create_filename(text.c_str(), "", "", 0, nullptr));

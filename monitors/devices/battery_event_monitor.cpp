@@ -274,16 +274,16 @@ void BatteryEventMonitor::CheckCharge(std::size_t index, const BatteryInfo& batt
       LogItemEvent(kNearFull, battery) == 0) {
     SetLatch(battery, &Latches::bIsNeedReportNearFull, false);
   }
-  if (battery.batteryChargeStatus() == kDischarging && IsNearEmpty(charge, status) &&
-      before.bIsNeedReportNearEmpty && LogItemEvent(kNearEmpty, battery) == 0) {
+  if (battery.batteryChargeStatus() == kDischarging && IsNearEmpty(charge, status) && before.bIsNeedReportNearEmpty &&
+      LogItemEvent(kNearEmpty, battery) == 0) {
     SetLatch(battery, &Latches::bIsNeedReportNearEmpty, false);
   }
   const Latches after = LatchesOf(battery);
   log_.d(
       L"BatteryEventMonitor DelayTimerCallback batteryChargeRemaining: %d%%, isAcOn: %s, bIsNeedReportNearFull[%d]: "
       L"%d, bIsNeedReportNearEmpty[%d]: %d",
-      charge.value_or(-1), BoolText(status.source == platform::PowerSource::kAc), index,
-      after.bIsNeedReportNearFull, index, after.bIsNeedReportNearEmpty);
+      charge.value_or(-1), BoolText(status.source == platform::PowerSource::kAc), index, after.bIsNeedReportNearFull,
+      index, after.bIsNeedReportNearEmpty);
 }
 
 bool BatteryEventMonitor::IsNearFull(std::optional<std::int64_t> charge, const platform::PowerStatus& status) {
@@ -304,7 +304,7 @@ BatteryEventMonitor::Latches BatteryEventMonitor::LatchesOf(const BatteryInfo& b
   return latches_[battery.batteryId()];
 }
 
-void BatteryEventMonitor::SetLatch(const BatteryInfo& battery, bool Latches::* latch, bool value) {
+void BatteryEventMonitor::SetLatch(const BatteryInfo& battery, bool Latches::*latch, bool value) {
   const std::lock_guard lock(mutex_);
   latches_[battery.batteryId()].*latch = value;
 }

@@ -101,7 +101,7 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   bool IsNearFull(std::optional<std::int64_t> charge, const platform::PowerStatus& status);
   bool IsNearEmpty(std::optional<std::int64_t> charge, const platform::PowerStatus& status);
   Latches LatchesOf(const BatteryInfo& battery);
-  void SetLatch(const BatteryInfo& battery, bool Latches::* latch, bool value);
+  void SetLatch(const BatteryInfo& battery, bool Latches::*latch, bool value);
   /// With mutex_ held.
   void SetAllLatches();
 
@@ -117,7 +117,7 @@ class BatteryEventMonitor final : public TVK::ScheduledMonitor {
   std::optional<platform::PowerSource> source_at_start_;
   bool source_told_ = false;
   TVK::BatterySettings settings_;
-  std::map<std::wstring, Latches> latches_;  ///< By the battery's id.
+  std::map<std::wstring, Latches> latches_;                     ///< By the battery's id.
   std::optional<std::vector<TVK::DescribedDevice>> described_;  ///< The batteries that were described last.
   const std::list<BatteryInfo>* reading_ = nullptr;             ///< That of the look that goes on.
 };

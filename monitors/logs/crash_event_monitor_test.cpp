@@ -251,7 +251,7 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   const auto keep = [&] { return life_->store.KeepState(CrashEventMonitor::dataset_id, {L"another", L"1"}); };
   std::wstring kept;
   keep();  // so that what was read before is read again
-  disk.FailAt(1, SQLITE_IOERR_READ, true);
+  disk.FailAt(1, SQLITE_IOERR_CORRUPTFS, true);
   life_->store.GetState(CrashEventMonitor::dataset_id, L"another", kept);
   keep();
   EXPECT_FALSE(life_->store.is_open());

@@ -159,6 +159,20 @@ std::string CloseFolder(const std::filesystem::path& folder,
   return open.str() + "it stays so, since it is not the service's alone; the files of the service in it are closed";
 }
 
+std::filesystem::path FindForeignFile(const std::filesystem::path& folder,
+                                      const std::function<bool(const std::string& name)>& is_ours) {
+  struct stat status = {};
+  if (::stat(folder.c_str(), &status) != 0) return {};
+  const uid_t owner = status.st_uid;
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    if (!is_ours(entry->path().filename().string()) || ::lstat(entry->path().c_str(), &status) != 0) continue;
+    if (status.st_uid != ::geteuid() && status.st_uid != 0 && status.st_uid != owner) return entry->path();
+  }
+  return {};
+}
+
 std::string WarnOfWriters(const std::filesystem::path& folder) {
   struct stat status = {};
   if (::stat(folder.c_str(), &status) != 0 || (status.st_mode & S_IWOTH) == 0) return {};
@@ -171,11 +185,12 @@ void CloseFile(const std::filesystem::path& file) {
   if ((status.st_mode & 07777) != kPrivateFile) static_cast<void>(::chmod(file.c_str(), kPrivateFile));
 }
 
-void MakePrivateFile(const std::filesystem::path& file) {
+std::string MakePrivateFile(const std::filesystem::path& file) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
-  // Whoever opens it next says what is wrong where it cannot be made.
   const UniqueFd made(::open(file.c_str(), kFlags, kPrivateFile));
+  const int error = made ? 0 : errno;
   CloseFile(file);
+  return error == 0 || error == EEXIST ? std::string() : Describe("cannot make", file, error);
 }
 
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content, FileAccess access) {

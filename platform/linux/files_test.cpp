@@ -76,6 +76,30 @@ TEST(Files, AFolderThatIsTooOpenIsClosedWhereItIsOursAlone) {
   EXPECT_EQ(ModeOf(folder), 0755u);
 }
 
+TEST(Files, WhatAnotherAccountPlantedIsFound) {
+  const TempFolder temp;
+  const auto is_ours = [](const std::string& name) { return name != "theirs"; };
+  std::ofstream(temp.path() / "ours") << "x";
+  std::ofstream(temp.path() / "theirs") << "x";
+  fs::create_symlink("nowhere", temp.path() / "link");
+  EXPECT_EQ(FindForeignFile(temp.path(), is_ours), fs::path());
+  EXPECT_EQ(FindForeignFile(temp.path() / "none", is_ours), fs::path());
+  if (::geteuid() != 0) return;  // only the administrator can give files away
+  const auto give = [&](const char* name, uid_t account) {
+    ASSERT_EQ(::lchown((temp.path() / name).c_str(), account, account), 0);
+  };
+  give("theirs", 65534);
+  EXPECT_EQ(FindForeignFile(temp.path(), is_ours), fs::path());
+  for (const char* const name : {"ours", "link"}) {
+    give(name, 65534);
+    EXPECT_EQ(FindForeignFile(temp.path(), is_ours), temp.path() / name);
+    give("", 65534);
+    EXPECT_EQ(FindForeignFile(temp.path(), is_ours), fs::path()) << "the folder's owner may do so anyway";
+    give("", 0);
+    give(name, 0);
+  }
+}
+
 TEST(Files, ReadsUpToALimit) {
   const TempFolder temp;
   const fs::path file = temp.path() / "f";

@@ -79,6 +79,7 @@ TEST(AccessList, AFolderThatIsTooOpenIsClosedWhereItIsOursAlone) {
     EXPECT_TRUE(remark.ends_with(alone ? "it is closed now" : "it stays so, since it is not the service's alone"))
         << remark;
     EXPECT_EQ(CloseFolder(folder, is_ours).empty(), alone);
+    EXPECT_EQ(FindForeignFile(folder, [](const std::string&) { return true; }), std::filesystem::path());
     std::filesystem::remove_all(folder);
   }
   EXPECT_FALSE(ReadAccessList(folder));

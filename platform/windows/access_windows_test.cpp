@@ -118,8 +118,8 @@ TEST(PrivateFolder, NoFolderOnTheWayFromTheCommonOneMayBeAnotherAccounts) {
                                         {L"data", L""}}) {
     EXPECT_EQ(FindForeignFolder(folder, L"C:\\Common", owner_of), std::filesystem::path(foreign)) << folder;
   }
-  EXPECT_EQ(OwnerOfFolder(std::filesystem::temp_directory_path()), own);
-  EXPECT_EQ(OwnerOfFolder(L"C:\\no such folder"), "");
+  EXPECT_EQ(OwnerOfEntry(std::filesystem::temp_directory_path()), own);
+  EXPECT_EQ(OwnerOfEntry(L"C:\\no such folder"), "");
 }
 
 TEST(PrivateFolder, IsForTheSystemTheAdministratorsAndTheOwnAccountAlone) {

@@ -125,7 +125,7 @@ std::string MakePrivateFolder(const std::filesystem::path& folder) {
   if (!folder.has_filename() && folder.has_relative_path()) return MakePrivateFolder(folder.parent_path());  // "data\\"
   std::error_code error;
   const std::filesystem::path foreign =
-      windows::FindForeignFolder(folder, windows::CommonFolder(), &windows::OwnerOfFolder);
+      windows::FindForeignFolder(folder, windows::CommonFolder(), &windows::OwnerOfEntry);
   if (!foreign.empty()) return PathToUtf8(foreign) + " belongs to an account that could change what lies in it";
   if (std::filesystem::is_directory(folder, error)) {
     // The right to add a file is asked for, and not used.
@@ -192,6 +192,19 @@ std::string CloseFolder(const std::filesystem::path& folder,
   return open + (windows::MakePrivate(folder) ? "it is closed now" : "it stays so, since the system does not close it");
 }
 
+std::filesystem::path FindForeignFile(const std::filesystem::path& folder,
+                                      const std::function<bool(const std::string& name)>& is_ours) {
+  const std::string owner = windows::OwnerOfEntry(folder);
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(folder, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    if (!is_ours(PathToUtf8(entry->path().filename()))) continue;
+    const std::string of_entry = windows::OwnerOfEntry(entry->path());
+    if (!of_entry.empty() && of_entry != owner && !windows::IsTrustedAccount(of_entry)) return entry->path();
+  }
+  return {};
+}
+
 std::string WarnOfWriters(const std::filesystem::path& folder) {
   const std::optional<windows::AccessList> list = windows::ReadAccessList(folder);
   if (!list || windows::OnlyTrustedMayWrite(*list)) return {};
@@ -200,7 +213,9 @@ std::string WarnOfWriters(const std::filesystem::path& folder) {
 
 void CloseFile(const std::filesystem::path& /*file*/) {}
 
-void MakePrivateFile(const std::filesystem::path& /*file*/) {}
+std::string MakePrivateFile(const std::filesystem::path& /*file*/) {
+  return {};
+}
 
 std::string ReplaceFile(const std::filesystem::path& file, std::string_view content, FileAccess /*access*/) {
   const std::filesystem::path temporary = TemporaryName(file);

@@ -32,8 +32,8 @@ std::filesystem::path FindForeignFolder(const std::filesystem::path& folder, con
   return foreign == way.end() ? std::filesystem::path() : *foreign;
 }
 
-std::string OwnerOfFolder(const std::filesystem::path& folder) {
-  const UniqueFile opened(CreateFileW(folder.c_str(), READ_CONTROL,
+std::string OwnerOfEntry(const std::filesystem::path& entry) {
+  const UniqueFile opened(CreateFileW(entry.c_str(), READ_CONTROL,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                       FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
   if (!opened) {

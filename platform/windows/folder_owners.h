@@ -15,7 +15,7 @@ namespace platform::windows {
 std::filesystem::path FindForeignFolder(const std::filesystem::path& folder, const std::filesystem::path& common,
                                         const std::function<std::string(const std::filesystem::path&)>& owner_of);
 
-/// The owner of a folder, or of the link in its place, as `owner_of` above. "?" where the system does not tell.
-std::string OwnerOfFolder(const std::filesystem::path& folder);
+/// The owner of a folder or file, or of the link in its place, as `owner_of` above. "?" where the system does not tell.
+std::string OwnerOfEntry(const std::filesystem::path& entry);
 
 }  // namespace platform::windows

@@ -102,6 +102,20 @@ TEST(Service, FollowsThePolicyAndEndsInTimeWhenNobodyTakesItsOutput) {
   EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
 }
 
+TEST(Service, WhatAnotherAccountPlantedIsNotTakenForItsOwn) {
+  if (::geteuid() != 0) return;  // only the administrator can give files away
+  const ServiceFolder folder;
+  folder.WritePolicy("{");
+  std::filesystem::create_directories(folder.data());
+  const std::filesystem::path copy = folder.data() / "policy.last-good.json";
+  std::ofstream(copy) << CpuPolicy("full");
+  ASSERT_EQ(::chown(copy.c_str(), 65534, 65534), 0);
+  ConsoleService service(folder);
+  EXPECT_EQ(service.WaitForEnd(kPatience), 2);
+  EXPECT_EQ(CountLines(service.Lines(), "policy.last-good.json was made by another account"), 1u);
+  EXPECT_FALSE(std::filesystem::exists(folder.data() / "records.db"));
+}
+
 TEST(Service, ItsFilesArePrivateWhateverItFinds) {
   namespace fs = std::filesystem;
   const ServiceFolder folder;
