@@ -70,7 +70,7 @@ class Looks {
   Finding Owner() {
     const std::filesystem::path made = folder_ / "made";
     if (const std::string problem = platform::MakePrivateFolder(made); !problem.empty()) return CannotTell(problem);
-    const std::string owner = platform::windows::OwnerOfFolder(made);
+    const std::string owner = platform::windows::OwnerOfEntry(made);
     return Judge(owner == "S-1-5-18" || owner == "S-1-5-32-544", "owner " + owner);
   }
 
