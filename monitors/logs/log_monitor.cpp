@@ -73,6 +73,8 @@ void LogMonitor::Run() {
 
 LogMonitor::Outcome LogMonitor::Read(std::chrono::milliseconds retry) {
   if (!restored_ && !RestorePlace()) return AwaitRetry(retry);
+  unread_ = false;
+  if (begins_) passed_at_.reset();
   const platform::EventLogReaderOpening opening = services().machine.event_log().OpenReader(
       services().runtime, {.query = Query(), .value_paths = EventLogPaths(), .bookmark = place_});
   if (opening.reader != nullptr) return Follow(*opening.reader, retry);
@@ -121,6 +123,8 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
   const platform::EventLogBatch batch = reader.Take(kBatch);
   Taken taken = Taken::kAll;
   for (const platform::EventLogNotice& notice : batch.notices) {
+    unread_ = unread_ || notice.trouble == platform::EventLogTrouble::kFailed ||
+              notice.trouble == platform::EventLogTrouble::kAccessRefused;
     if (Tell(notice)) continue;
     // Behind the events that follow it nobody would find the interruption again.
     if (notice.trouble != platform::EventLogTrouble::kFailed || notice.channel.empty()) return Taken::kNot;
@@ -130,7 +134,7 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
     if (stopping()) return Taken::kNot;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
-    if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, String::UTF8ToUTF16(event.bookmark)}))
+    if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)}))
       return Taken::kNot;
     MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
@@ -138,7 +142,11 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
   if (!batch.bookmark.empty()) MoveTo(batch.bookmark);
   if (passes && !batch.more) passed_at_ = services().runtime.clock().Elapsed();
   if (!WriteTaken()) return Taken::kNot;
-  if (services().runtime.clock().Elapsed() - kept_at_ > kQuiet && Patience() == platform::kForever) KeepPlace();
+  const bool begun = begins_ && passed_at_ && !unread_;
+  if ((begun || services().runtime.clock().Elapsed() - kept_at_ > kQuiet) && Patience() == platform::kForever) {
+    begins_ = begins_ && !begun;
+    KeepPlace();
+  }
   return taken;
 }
 
@@ -217,6 +225,11 @@ std::optional<std::int64_t> LogMonitor::BeginBehind(const std::wstring& kept) co
   return ReadSince(kept);
 }
 
+std::wstring LogMonitor::KeptText(const std::string& place) const {
+  const std::wstring text = String::UTF8ToUTF16(place);
+  return begins_ ? SinceText(*begin_, text) : text;
+}
+
 bool LogMonitor::RestorePlace() {
   const std::optional<std::wstring> place = KeptPlace();
   if (!place) return false;
@@ -228,11 +241,14 @@ bool LogMonitor::RestorePlace() {
   if (!begin_) begin_ = BeginBehind(kept);
   if (begin_) {
     // Also where nothing was kept: without a place, a start without consent has nothing to mark.
-    const std::wstring since = SinceText(*begin_);
+    std::wstring begun;
+    ReadSince(kept, &begun);
+    const std::wstring since = SinceText(*begin_, begun);
     if (kept != since && services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, since}) != 0) {
       return false;
     }
-    place_.clear();
+    place_ = String::UTF16ToUTF8(begun);
+    begins_ = true;
   } else {
     place_ = String::UTF16ToUTF8(kept);
   }
@@ -259,7 +275,7 @@ void LogMonitor::KeepPlace() {
   const bool admitted = Admits();
   if (admitted && place_.empty()) return;
   services().store.KeepState(std::wstring(identity().row.id),
-                             {kPlaceKey, admitted ? String::UTF8ToUTF16(place_) : std::wstring(kWithdrawnPlace)});
+                             {kPlaceKey, admitted ? KeptText(place_) : std::wstring(kWithdrawnPlace)});
   kept_at_ = services().runtime.clock().Elapsed();
 }
 

@@ -94,6 +94,8 @@ class LogMonitor : public ScheduledMonitor {
   /// store then has the mark of it, which no place is to replace, and reading begins anew), or the store does not tell.
   bool BeginsAnew();
   void MoveTo(const std::string& place);
+  /// What the store keeps of `place`: the begin with it, as long as it may not name every channel.
+  std::wstring KeptText(const std::string& place) const;
   void KeepPlace();
 
   std::unique_ptr<platform::Event> query_changed_;  ///< Auto-reset; made before follows_ is set.
@@ -105,6 +107,10 @@ class LogMonitor : public ScheduledMonitor {
   platform::ElapsedTime kept_at_{};  ///< When the store was last given a place.
   std::optional<platform::ElapsedTime> passed_at_;  ///< When a reader last passed what the query does not want.
   std::optional<std::int64_t> begin_;               ///< Seconds since 1970: what was logged before is not read.
+  /// Not every channel was read to its end since begin_. Windows' place names those alone of which something was read,
+  /// and the others would be read from their oldest event on.
+  bool begins_ = false;
+  bool unread_ = false;  ///< The reader gave a channel up.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
   std::map<std::wstring, Interruption> interrupted_;                  ///< As each was met last.
   bool store_failed_ = false;                                         ///< It was logged.

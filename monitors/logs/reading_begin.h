@@ -17,11 +17,12 @@ namespace TVK {
 inline constexpr std::chrono::milliseconds kFirstLogRetry = std::chrono::minutes(1);
 inline constexpr std::chrono::milliseconds kLastLogRetry = std::chrono::hours(1);
 
-/// "since 1767225600": nothing of before that second, since 1970, is told.
-std::wstring SinceText(std::int64_t seconds);
+/// "since 1767225600": nothing of before that second, since 1970, is told; with a place behind a blank what lies before
+/// that place was read, too.
+std::wstring SinceText(std::int64_t seconds, std::wstring_view place = {});
 
-/// The second of a SinceText; nothing for any other text.
-std::optional<std::int64_t> ReadSince(std::wstring_view kept);
+/// The second of a SinceText, and its place; nothing for any other text, and `place` stays untouched.
+std::optional<std::int64_t> ReadSince(std::wstring_view kept, std::wstring* place = nullptr);
 
 /// The first second, since 1970, of which a dataset that starts now after a withdrawn consent tells: the one that runs
 /// began without consent.

@@ -407,6 +407,36 @@ TEST_F(WindowsLogsTest, WhatHappenedWithoutConsentIsNeverRecorded) {
   EXPECT_EQ(Recorded(), L"4");
 }
 
+TEST_F(WindowsLogsTest, WhatHappenedWithoutConsentIsNotReadLaterInALogThatWasNotReadBefore) {
+  world_.machine.event_log().MoveWithWanted();
+  Start();
+  life_->consent.given = false;
+  Log(1, "System");
+  world_.runtime.Settle();
+  monitor_.reset();
+  world_.machine.event_log().Fail("System", platform::EventLogTrouble::kFailed);
+  world_.runtime.AdvanceBy(1min);
+  Start();
+  world_.runtime.AdvanceBy(2s);
+  Log(2);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"2") << "of the one log, before anything was read of the other";
+  Kill();
+  Start();
+  Log(3);
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"3");
+  Kill();
+  world_.machine.event_log().Fail("System", std::nullopt);
+  Log(4, "System");
+  Start();
+  EXPECT_EQ(Recorded(), L"4");
+  // From then on the places are enough, and the clock may be set back.
+  std::wstring kept;
+  ASSERT_EQ(life_->store.GetState(WindowsLogsEventMonitor::dataset_id, kBookmarkState, kept), 0);
+  EXPECT_EQ(kept, L"Application=2;System=2");
+}
+
 TEST_F(WindowsLogsTest, ChangedSettingsHoldFromTheNextEventOn) {
   Start();
   Settings({{L"Channels", L"0010"}, {L"EventIds", L"1-5, -3"}, {L"LogLevels", L"00000100"}});
