@@ -58,14 +58,21 @@ bool CrashEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const std::st
   if (!report) return true;
   if (IsCounted(*report, event)) return LookAtMemory();
   const auto time = event.fields.find(L"TimeCreated");
-  if (counted_ && counted_->report.item == report->item && counted_->report.data == report->data) {
+  // Read at once may be what was logged in a week.
+  const bool near = counted_ && (!event.time_created || !counted_->time_created ||
+                                 std::chrono::seconds(*event.time_created - *counted_->time_created) <= kSameWithin);
+  if (near && counted_->report.item == report->item && counted_->report.data == report->data) {
     ++counted_->count;
     counted_->behind = behind;
     return true;
   }
   if (!Flush()) return false;
-  counted_ = {std::move(*report), 1, services().runtime.clock().Steady(),
-              time == event.fields.end() ? std::wstring() : time->second, behind};
+  counted_ = {std::move(*report),
+              1,
+              services().runtime.clock().Steady(),
+              time == event.fields.end() ? std::wstring() : time->second,
+              event.time_created,
+              behind};
   return true;
 }
 

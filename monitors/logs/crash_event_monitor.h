@@ -10,9 +10,9 @@
 #include "monitors/logs/crash_report.h"
 #include "monitors/logs/log_monitor.h"
 
-/// See EventMonitorBase for who calls what. A crash is an item; several of one kind, one after the other within
-/// kSameWithin of the first, are one item with their count. Memory errors of the running boot are told as the memory
-/// controllers count them, where they do: at the start, once a day, and when the log tells of one.
+/// See EventMonitorBase for who calls what. A crash is an item; several of one kind, one after the other and logged
+/// within kSameWithin of the first, are one item with their count. Memory errors of the running boot are told as the
+/// memory controllers count them, where they do: at the start, once a day, and when the log tells of one.
 class CrashEventMonitor final : public TVK::LogMonitor {
  public:
   static constexpr const TVK::DatasetRow& kRow = TVK::DatasetRowNamed(L"CrashEvent");
@@ -44,7 +44,8 @@ class CrashEventMonitor final : public TVK::LogMonitor {
     TVK::CrashReport report;
     std::uint64_t count = 0;
     platform::SteadyTime begin{};
-    std::wstring time = {};  ///< Of the first, as records have it.
+    std::wstring time = {};                         ///< Of the first, as records have it.
+    std::optional<std::int64_t> time_created = {};  ///< The same, in seconds since 1970.
     TVK::DatasetState behind = {};
   };
 

@@ -379,6 +379,14 @@ TEST_F(CrashTest, ALoopOfCrashesIsCounted) {
   EXPECT_EQ(life_->Items(kApplicationHang)[0].item_data().at(L"Count"), L"5");
   monitor_.reset();
   EXPECT_EQ(life_->Items(kApplicationHang).size(), 2u) << "a stop loses none";
+  for (const auto pause : std::initializer_list<std::chrono::seconds>{1h, 10s, 1s}) {
+    world_.runtime.AdvanceBy(pause);
+    crash("c.exe");
+  }
+  Start();
+  world_.runtime.AdvanceBy(CrashEventMonitor::kSameWithin);
+  ASSERT_EQ(life_->Items(kApplicationHang).size(), 2u) << "read at once, and not logged at once";
+  EXPECT_EQ(life_->Items(kApplicationHang)[0].item_data().at(L"Count"), L"2");
   Start();
   const std::uint64_t wake_ups = world_.runtime.WakeUps();
   world_.runtime.AdvanceBy(48h);
