@@ -81,6 +81,16 @@ TEST_F(EventManagerTest, AWithdrawnConsentIsNotedWhateverItsMonitorDoes) {
 
   Change(PolicyOf(L"full"));
   keep();
+  gate->Reset();
+  script_.gate = {L"CrashEvent", Place::kStop, gate.get()};
+  Change(PolicyOf(L"basic"));
+  Change(PolicyOf(L"full"));
+  gate->Set();
+  world_.runtime.Settle();
+  EXPECT_EQ(place(), kWithdrawnPlace) << "also where the consent was there again by then";
+
+  Change(PolicyOf(L"full"));
+  keep();
   disk.FailAt(1, SQLITE_FULL, true);
   Change(PolicyOf(L"basic"));
   EXPECT_EQ(place(), L"here");

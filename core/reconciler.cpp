@@ -42,11 +42,13 @@ void Reconciler::NoteMissing(const Dataset& dataset) {
 void Reconciler::NoteWithdrawals() {
   for (const Dataset& dataset : parts_.services.datasets.datasets()) {
     const DatasetRow& row = dataset.row;
-    if (parts_.policy.Decide(row, DecisionMoment::kRunning).runs() && !unmarked_.contains(row.id)) continue;
+    const bool owed = stopped_.contains(row.id) || unmarked_.contains(row.id);
+    if (parts_.policy.Decide(row, DecisionMoment::kRunning).runs() && !owed) continue;
     // One that is still being stopped may replace the mark; its stopper asks for another reconciliation.
     if (parts_.monitors.Find(row.id) != nullptr) continue;
     const int result = MarkWithdrawn(std::wstring(row.id));
     if (result == 0) {
+      stopped_.erase(row.id);
       unmarked_.erase(row.id);
     } else if (unmarked_.insert(row.id).second) {
       parts_.log.e(L"%s: the withdrawn consent to %s cannot be noted, error %d; it is tried again",
@@ -163,6 +165,8 @@ void Reconciler::StopDisabledDatasets() {
   const auto stop_event = parts_.notifier.wake_ups().stop;
   for (const MonitorList::Entry& entry : parts_.monitors.Listed()) {
     if (parts_.policy.Decide(entry->row(), DecisionMoment::kRunning).runs()) continue;
+    // The consent may be there again before it has stopped.
+    CallLogged(parts_.log, kThis, [&] { stopped_.insert(entry->row().id); });
     StopOnStopper(entry, [this] {
       const auto scope_changed = parts_.notifier.wake_ups().telemetry_scope;
       if (scope_changed != nullptr) scope_changed->Release(1);

@@ -93,6 +93,7 @@ class Reconciler {
   const ById run_;
   const ById stop_;
   MonitorStoppers stoppers_;
+  std::set<std::wstring_view> stopped_;   ///< By id; for want of consent, and not marked since.
   std::set<std::wstring_view> unmarked_;  ///< By id; withdrawn, and the store did not take the mark.
 };
 
