@@ -194,6 +194,31 @@ TEST_F(ReportTest, NamesGapsByWhatEndsThem) {
   ExpectLines({"Never for an hour", "<th scope=\"row\">CPUEvent</th><td>4 hours from", " until now</td>"});
 }
 
+TEST_F(ReportTest, AStartLongAfterAGapDoesNotNameIt) {
+  OpenStore();
+  for (const auto& [late, said] : {std::pair(minutes(2), "the PC or the service was off"),
+                                   std::pair(minutes(3), "asleep, or nothing was due")}) {
+    Context(L"CPUEvent", L"before" + std::to_wstring(late.count()), {{L"cpu_name", L"P"}});
+    world_.AdvanceBy(hours(2 + late.count()));
+    Item(L"MemoryEvent", L"Memory change");
+    world_.AdvanceBy(late);
+    Context(L"CPUEvent", L"behind" + std::to_wstring(late.count()), {{L"cpu_name", L"P"}});
+    EXPECT_EQ(Run(), 0);
+    ExpectLines({"nothing recorded    " + std::to_string(2 + late.count()) + " hours from ", said});
+  }
+}
+
+TEST_F(ReportTest, ADatasetOfTwoRegularItemsIsSilentWhenBothAre) {
+  OpenStore();
+  for (int i = 0; i < 20; ++i) {
+    world_.AdvanceBy(minutes(30));
+    if (i < 4) Item(L"CPUEvent", L"FirstPerInterval");
+    Item(L"CPUEvent", L"SecondPerInterval");
+  }
+  EXPECT_EQ(Run(), 0);
+  ExpectLines({"CPUEvent            24 records, the last one 0 seconds ago\n"});
+}
+
 TEST_F(ReportTest, WhatIsDeletedForItsAgeIsNoGap) {
   OpenStore();
   Item(L"CPUEvent", L"LastOfItsSeries");
