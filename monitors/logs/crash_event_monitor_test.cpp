@@ -4,6 +4,7 @@
 
 #include "client/store/failing_disk.h"
 #include "client/text/string.h"
+#include "monitors/logs/reading_begin.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_system.h"
@@ -269,7 +270,7 @@ TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
   world_.machine.event_log().RefuseReaders();
   Start();
   monitor_.reset();
-  world_.machine.event_log().RefuseReaders(false);
+  world_.machine.event_log().RefuseReaders(platform::EventLogFailure::kNone);
   ASSERT_EQ(get(), 0) << "what a start without consent marks";
   EXPECT_EQ(kept, L"since 0");
   Log("Application", "Application Hang", 1002, {{"", "a"}, {"", "1"}});
@@ -282,6 +283,24 @@ TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
   Start();
   monitor_.reset();
   EXPECT_TRUE(life_->Items(kApplicationHang).empty());
+}
+
+TEST_F(CrashTest, ALogThatComesLaterIsReadThen) {
+  using enum platform::EventLogFailure;
+  const auto said = [&] { return world_.logs.Count(L"this system has not the event log"); };
+  world_.machine.event_log().RefuseReaders(kChannelNotFound);
+  Start();
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(said(), 1u) << "once";
+  Log("Application", "Application Hang", 1002, {{"", "a"}, {"", "1"}});
+  world_.machine.event_log().RefuseReaders(kNone);
+  world_.runtime.AdvanceBy(kLastLogRetry + CrashEventMonitor::kSameWithin + 1s);
+  EXPECT_EQ(life_->Items(kApplicationHang).size(), 1u);
+  world_.machine.event_log().RefuseReaders(kNotSupported);
+  Start();
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups) << "one that cannot come is not waited for";
 }
 
 TEST_F(CrashTest, WhatWasLoggedWithoutConsentIsNeverTold) {
