@@ -413,6 +413,37 @@ TEST_F(CrashTest, ALoopOfCrashesIsCounted) {
   EXPECT_EQ(world_.runtime.WakeUps(), wake_ups) << "nothing wakes without an event";
 }
 
+TEST_F(CrashTest, WhatIsReadLateIsCountedByWhenItHappened) {
+  struct Row {
+    std::vector<std::chrono::seconds> times;  ///< Of one program's hangs while no service ran.
+    const wchar_t* counts;
+  };
+  auto day = world_.runtime.clock().Now();
+  for (const Row& row : {
+           Row{{0s, 6s, 10s, 11s}, L"3 1 "},
+           Row{{0s, 9s, 18s, 3600s}, L"2 1 1 "},
+           Row{{0s, -10s, -11s}, L"2 1 "},  // the clock was set back
+           Row{{0s, -3600s, -3600s}, L"1 2 "},
+       }) {
+    SCOPED_TRACE(row.counts);
+    day += 24h;
+    for (const std::chrono::seconds time : row.times) {
+      world_.machine.event_log().Append({.channel = "Application",
+                                         .provider = "Application Hang",
+                                         .id = 1002,
+                                         .level = 2,
+                                         .time = day + time,
+                                         .data = {{"", "a.exe"}, {"", "1"}}});
+    }
+    Start();
+    monitor_.reset();
+    std::wstring counts;
+    for (const ItemEvent& item : life_->Items(kApplicationHang))
+      counts += item.item_data().at(L"Count") + L" ";
+    EXPECT_EQ(counts, row.counts);
+  }
+}
+
 TEST_F(CrashTest, ALogThatWasEmptiedOrOverwrittenIsToldOnceAndInItsPlace) {
   const auto crash = [&](const char* program) {
     Log("Application", "Application Hang", 1002, {{"", program}, {"", "1"}});
