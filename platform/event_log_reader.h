@@ -86,7 +86,8 @@ class EventLogReader {
 
 struct EventLogReaderOpening {
   std::unique_ptr<EventLogReader> reader = nullptr;  ///< Null on failure.
-  /// kInvalidQuery; kNotSupported where there is no log to read at all, now or later; kQuery for another reason.
+  /// kInvalidQuery; kNotSupported where there is no log to read at all, now or later; kChannelNotFound where there is
+  /// none yet; kQuery for another reason.
   EventLogFailure failure = EventLogFailure::kNone;
   std::uint32_t error = 0;  ///< The system's error number.
 };

@@ -52,6 +52,12 @@ std::wstring IdsInWords(const std::vector<EventIdItem>& ids, bool suppressed) {
   return Enumerate(texts);
 }
 
+/// The query of Information asks for level 0, too.
+std::wstring LevelInWords(int level) {
+  constexpr int kInformation = 4;
+  return TVK::WindowsLogsHelper::getLevelName(level) + (level == kInformation ? L" (with level 0)" : L"");
+}
+
 /// Whether every id that the list asks for is left out by it, too.
 bool SelectsNoId(const std::vector<EventIdItem>& ids) {
   constexpr std::size_t kIds = 65536;  // of 16 bits, see ReadSelection
@@ -71,7 +77,7 @@ std::wstring Explain(const TVK::EventLogSelection& selection, const std::wstring
   const std::wstring selected = IdsInWords(selection.ids, false);
   const std::wstring suppressed = IdsInWords(selection.ids, true);
   Texts levels;
-  std::ranges::transform(selection.levels, std::back_inserter(levels), TVK::WindowsLogsHelper::getLevelName);
+  std::ranges::transform(selection.levels, std::back_inserter(levels), LevelInWords);
   std::wstring words = L"events of " + Enumerate(selection.channels);
   words += selected.empty() ? L", of every id" : L", of the ids " + selected;
   if (!suppressed.empty()) words += L" but not " + suppressed;

@@ -58,9 +58,11 @@ bool CrashEventMonitor::TakeEvent(const TVK::RenderedEvent& event, const std::st
   if (!report) return true;
   if (IsCounted(*report, event)) return LookAtMemory();
   const auto time = event.fields.find(L"TimeCreated");
-  // Read at once may be what was logged in a week.
-  const bool near = counted_ && (!event.time_created || !counted_->time_created ||
-                                 std::chrono::seconds(*event.time_created - *counted_->time_created) <= kSameWithin);
+  // Read at once may be what was logged in a week, by a clock that was set back meanwhile.
+  const bool near =
+      counted_ &&
+      (!event.time_created || !counted_->time_created ||
+       std::chrono::abs(std::chrono::seconds(*event.time_created - *counted_->time_created)) <= kSameWithin);
   if (near && counted_->report.item == report->item && counted_->report.data == report->data) {
     ++counted_->count;
     counted_->behind = behind;

@@ -4,6 +4,7 @@
 
 #include "client/store/failing_disk.h"
 #include "client/text/string.h"
+#include "monitors/logs/reading_begin.h"
 #include "platform/simulated/simulated_event_log.h"
 #include "platform/simulated/simulated_memory.h"
 #include "platform/simulated/simulated_system.h"
@@ -269,7 +270,7 @@ TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
   world_.machine.event_log().RefuseReaders();
   Start();
   monitor_.reset();
-  world_.machine.event_log().RefuseReaders(false);
+  world_.machine.event_log().RefuseReaders(platform::EventLogFailure::kNone);
   ASSERT_EQ(get(), 0) << "what a start without consent marks";
   EXPECT_EQ(kept, L"since 0");
   Log("Application", "Application Hang", 1002, {{"", "a"}, {"", "1"}});
@@ -282,6 +283,24 @@ TEST_F(CrashTest, OneThatHasReadNothingKeepsThatItBegan) {
   Start();
   monitor_.reset();
   EXPECT_TRUE(life_->Items(kApplicationHang).empty());
+}
+
+TEST_F(CrashTest, ALogThatComesLaterIsReadThen) {
+  using enum platform::EventLogFailure;
+  const auto said = [&] { return world_.logs.Count(L"this system has not the event log"); };
+  world_.machine.event_log().RefuseReaders(kChannelNotFound);
+  Start();
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(said(), 1u) << "once";
+  Log("Application", "Application Hang", 1002, {{"", "a"}, {"", "1"}});
+  world_.machine.event_log().RefuseReaders(kNone);
+  world_.runtime.AdvanceBy(kLastLogRetry + CrashEventMonitor::kSameWithin + 1s);
+  EXPECT_EQ(life_->Items(kApplicationHang).size(), 1u);
+  world_.machine.event_log().RefuseReaders(kNotSupported);
+  Start();
+  const std::uint64_t wake_ups = world_.runtime.WakeUps();
+  world_.runtime.AdvanceBy(24h);
+  EXPECT_EQ(world_.runtime.WakeUps(), wake_ups) << "one that cannot come is not waited for";
 }
 
 TEST_F(CrashTest, WhatWasLoggedWithoutConsentIsNeverTold) {
@@ -392,6 +411,37 @@ TEST_F(CrashTest, ALoopOfCrashesIsCounted) {
   world_.runtime.AdvanceBy(48h);
   EXPECT_TRUE(life_->Items(kApplicationHang).empty()) << "and none is read twice";
   EXPECT_EQ(world_.runtime.WakeUps(), wake_ups) << "nothing wakes without an event";
+}
+
+TEST_F(CrashTest, WhatIsReadLateIsCountedByWhenItHappened) {
+  struct Row {
+    std::vector<std::chrono::seconds> times;  ///< Of one program's hangs while no service ran.
+    const wchar_t* counts;
+  };
+  auto day = world_.runtime.clock().Now();
+  for (const Row& row : {
+           Row{{0s, 6s, 10s, 11s}, L"3 1 "},
+           Row{{0s, 9s, 18s, 3600s}, L"2 1 1 "},
+           Row{{0s, -10s, -11s}, L"2 1 "},  // the clock was set back
+           Row{{0s, -3600s, -3600s}, L"1 2 "},
+       }) {
+    SCOPED_TRACE(row.counts);
+    day += 24h;
+    for (const std::chrono::seconds time : row.times) {
+      world_.machine.event_log().Append({.channel = "Application",
+                                         .provider = "Application Hang",
+                                         .id = 1002,
+                                         .level = 2,
+                                         .time = day + time,
+                                         .data = {{"", "a.exe"}, {"", "1"}}});
+    }
+    Start();
+    monitor_.reset();
+    std::wstring counts;
+    for (const ItemEvent& item : life_->Items(kApplicationHang))
+      counts += item.item_data().at(L"Count") + L" ";
+    EXPECT_EQ(counts, row.counts);
+  }
 }
 
 TEST_F(CrashTest, ALogThatWasEmptiedOrOverwrittenIsToldOnceAndInItsPlace) {

@@ -79,8 +79,10 @@ LogMonitor::Outcome LogMonitor::Read(std::chrono::milliseconds retry) {
       services().runtime, {.query = Query(), .value_paths = EventLogPaths(), .bookmark = place_});
   if (opening.reader != nullptr) return Follow(*opening.reader, retry);
   const bool none = opening.failure == platform::EventLogFailure::kNotSupported;
-  LogOnce({.trouble = none ? platform::EventLogTrouble::kChannelNotFound : platform::EventLogTrouble::kFailed,
-           .error = opening.error});
+  const bool not_yet = opening.failure == platform::EventLogFailure::kChannelNotFound;
+  LogOnce(
+      {.trouble = none || not_yet ? platform::EventLogTrouble::kChannelNotFound : platform::EventLogTrouble::kFailed,
+       .error = opening.error});
   return AwaitRetry(none ? platform::kForever : retry);
 }
 
@@ -134,8 +136,7 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
     if (stopping()) return Taken::kNot;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
     const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
-    if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)}))
-      return Taken::kNot;
+    if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)})) return Taken::kNot;
     MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }

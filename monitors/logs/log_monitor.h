@@ -110,7 +110,7 @@ class LogMonitor : public ScheduledMonitor {
   /// Not every channel was read to its end since begin_. Windows' place names those alone of which something was read,
   /// and the others would be read from their oldest event on.
   bool begins_ = false;
-  bool unread_ = false;  ///< The reader gave a channel up.
+  bool unread_ = false;                                               ///< The reader gave a channel up.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.
   std::map<std::wstring, Interruption> interrupted_;                  ///< As each was met last.
   bool store_failed_ = false;                                         ///< It was logged.

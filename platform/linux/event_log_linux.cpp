@@ -28,7 +28,8 @@ class LinuxEventLog final : public EventLog {
     if (auto journal = Journal::Open(root_, error)) {
       opening.reader = ReadJournal(std::move(*journal), root_, std::move(*filter), settings, clock_);
     } else {
-      opening.failure = FailureOf(error);
+      // The folder comes with the first start of journald, or with an administrator's setting.
+      opening.failure = error == ENOENT ? EventLogFailure::kChannelNotFound : EventLogFailure::kQuery;
       opening.error = static_cast<std::uint32_t>(error);
     }
     return opening;

@@ -147,7 +147,8 @@ EventLogReading SimulatedEventLog::Query(const EventLogQuery& query) {
 }
 
 EventLogReaderOpening SimulatedEventLog::OpenReader(Runtime& runtime, const EventLogReaderSettings& settings) {
-  if (refuses_readers_) return {.failure = EventLogFailure::kQuery};
+  const EventLogFailure refusal = refusal_;
+  if (refusal != EventLogFailure::kNone) return {.failure = refusal};
   auto filter = EventLogFilter::Parse(settings.query);
   if (!filter) return {.failure = EventLogFailure::kInvalidQuery};
   return {.reader = std::make_unique<Reader>(*this, runtime, settings, std::move(*filter))};

@@ -38,8 +38,8 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
   /// What readers that are opened from now on find in the place of the channel: kChannelNotFound, kAccessRefused or
   /// kFailed; nothing: the channel again.
   void Fail(const std::string& channel, std::optional<EventLogTrouble> trouble);
-  /// Readers cannot be opened from now on; the rest answers.
-  void RefuseReaders(bool refuses = true) { refuses_readers_ = refuses; }
+  /// Readers cannot be opened from now on, unless `why` is kNone; the rest answers.
+  void RefuseReaders(EventLogFailure why = EventLogFailure::kQuery) { refusal_ = why; }
   /// From now on as on Windows: what the query does not want wakes nobody, and moves a bookmark where that was asked
   /// for (EventLogReader::PassUnwanted) alone.
   void MoveWithWanted() { moves_with_wanted_ = true; }
@@ -56,7 +56,7 @@ class SimulatedEventLog final : public EventLog, public Scripted<SimulatedEventL
 
   std::atomic<bool> throws_next_ = false;
   std::atomic<bool> moves_with_wanted_ = false;
-  std::atomic<bool> refuses_readers_ = false;
+  std::atomic<EventLogFailure> refusal_ = EventLogFailure::kNone;
   std::mutex channels_mutex_;                ///< Guards the two below.
   std::map<std::string, Channel> channels_;  ///< By name; the keys never change.
   std::set<Reader*> readers_;
