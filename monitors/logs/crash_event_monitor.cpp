@@ -106,7 +106,13 @@ bool CrashEventMonitor::LookAtMemory() {
 }
 
 bool CrashEventMonitor::TellMemory(bool tell) {
-  if (tell && !Admits()) return true;
+  if (tell) {
+    std::wstring place;
+    const int result = TVK::ReadKeptState(services().store, dataset_id, TVK::kBookmarkState, place);
+    if (result != 0 && result != TVK::kStoreNotFound) return false;
+    // Behind a withdrawal the reading, which begins anew, passes what was counted until then.
+    if (!Admits() || place == TVK::kWithdrawnPlace) return true;
+  }
   const std::wstring boot = TVK::String::UTF8ToUTF16(services().machine.system().ReadBootId());
   return std::ranges::all_of(services().machine.memory().ReadErrors(), [&](const platform::MemoryErrors& counted) {
     return TellMemoryErrors(counted, boot, tell);

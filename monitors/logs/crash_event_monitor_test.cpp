@@ -236,6 +236,13 @@ TEST_F(CrashTest, MemoryErrorsAreThoseThatTheControllersCount) {
   count(10, 0);
   Start();
   EXPECT_EQ(told(), L"mc0:1+0=1 ");
+  life_->store.KeepState(CrashEventMonitor::dataset_id, {kBookmarkState, kWithdrawnPlace});
+  count(11, 0);
+  world_.runtime.AdvanceBy(25h);
+  EXPECT_EQ(told(), L"mc0:1+0=1 ") << "nor before the reading knows of a withdrawal";
+  line();
+  world_.runtime.AdvanceBy(2min);
+  EXPECT_EQ(told(), L"mc0:1+0=1 ");
   life_->consent.given = false;
   monitor_.reset();
   count(12, 0);

@@ -160,6 +160,7 @@ TEST_F(SelfTestMonitorsTest, EachTestIsFollowedToItsEnd) {
     const wchar_t* said;
   };
   for (const Row& row : {Row{"fails", {.result = 7}, {L"Completed, read element failed"}, 1, L""},
+                         Row{"says what nobody knows", {.result = 9}, {L"Unknown result 9"}, 1, L""},
                          Row{"ends at once", {.takes = 0s}, {L"Completed without error"}, 1, L""},
                          Row{"is dropped on the way",
                              {.takes = 0s, .logs = false},
