@@ -304,10 +304,10 @@ TEST_F(BatteryEventMonitorTest, ALimitThatIsKeptIsToldOnceUntilThePlugChanges) {
   SetCharge(5, ChargeState::kDischarging);
   EXPECT_EQ(life_->Items(L"BatteryNearEmpty").size(), 4u);
   // So does another interval, and a start, which looks without being told.
-  SetSettings({{L"ReadUsageInterval", L"2h"}});
+  SetSettings({{L"ReadUsageInterval", L"1m"}});
   SetCharge(4, ChargeState::kDischarging);
   EXPECT_EQ(life_->Items(L"BatteryNearEmpty").size(), 6u);
-  SetSettings({{L"ReadUsageInterval", L"2h"}, {L"BatteryLowThreshold", L"11"}});
+  SetSettings({{L"ReadUsageInterval", L"1m"}, {L"BatteryLowThreshold", L"11"}});
   SetCharge(3, ChargeState::kDischarging);
   EXPECT_EQ(life_->Items(L"BatteryNearEmpty").size(), 6u) << "the same interval";
   Start();
