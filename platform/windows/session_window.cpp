@@ -107,6 +107,9 @@ std::optional<int> RunHiddenWindow(const std::wstring& name, const WindowProcedu
   description.lpszClassName = name.c_str();
   RegisterClassExW(&description);  // without it there is no window either
   procedure_of_thread = &procedure;
+  // To a window that knows of no scaling WM_DISPLAYCHANGE tells scaled pixels, while the displays' modes are of true
+  // ones: where the screen is scaled a change to what it is already would be seen.
+  SetThreadDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE);
   // Top-level: one for messages alone would hear of no display and of no medium.
   const HWND window = CreateWindowExW(0, name.c_str(), name.c_str(), WS_OVERLAPPEDWINDOW, CW_USEDEFAULT, 0,
                                       CW_USEDEFAULT, 0, nullptr, nullptr, module, nullptr);

@@ -174,6 +174,9 @@ TEST_F(UserAgentTest, MessagesOfOtherProcessesHaveTheirResults) {
   ConsoleService service(folder_);
   ASSERT_TRUE(WaitForWindow(service));
   EXPECT_FALSE(IsWindowVisible(AgentWindow()));
+  EXPECT_EQ(GetAwarenessFromDpiAwarenessContext(GetWindowDpiAwarenessContext(AgentWindow())),
+            DPI_AWARENESS_PER_MONITOR_AWARE)
+      << "resolutions are told in true pixels";
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC, 0), 0u);
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_POWERSETTINGCHANGE, 0), 0u);
   EXPECT_EQ(Send(WM_POWERBROADCAST, PBT_POWERSETTINGCHANGE, 16), 0u) << "a place that nobody can read";
