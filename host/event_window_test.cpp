@@ -403,6 +403,10 @@ TEST_F(EventWindowTest, AServiceThatIsNotReadyIsToldOfTheDisplaysLaterAndOfNoIte
   EXPECT_THAT(Told(StateSetting(2)), IsEmpty());
   runtime_.AdvanceBy(1h);
   EXPECT_THAT(recorder_.Take(), IsEmpty()) << "it may have been taken";
+  recorder_.refusals = 1;
+  EXPECT_THAT(Sent(platform::kMessageDisplayChange, 32, 720 << 16 | 1280),
+              ElementsAre(testing::StartsWith(L"display described: ")))
+      << "of which later items tell";
   recorder_.refusals = 1'000'000;
   path_->Set();
   runtime_.AdvanceBy(5s);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "client/text/string.h"
+#include "framework/dataset_monitor.h"
 #include "monitors/session/display_facts.h"
 
 using TVK::String;
@@ -155,12 +156,24 @@ void DisplayUserAgent::ResolutionChange(std::uint32_t bits_per_pixel, std::intpt
   const platform::DisplayMode mode{.width = static_cast<std::uint32_t>(size & 0xFFFF),
                                    .height = static_cast<std::uint32_t>(size >> 16 & 0xFFFF),
                                    .bits_per_pixel = bits_per_pixel};
-  writer_.Post(kDatasetId, [displays = displays_, mode] { return displays->ChangeResolution(mode); });
+  writer_.Post(kDatasetId, [&writer = writer_, displays = displays_, mode] {
+    const int result = displays->ChangeResolution(mode);
+    // The item belongs to its moment; how the displays are from now on is to be known.
+    if (result == TVK::SessionRecorder::kChannelFailed || result == TVK::DatasetMonitor::kWithheld) {
+      PostDescription(writer, displays, false);
+    }
+    return result;
+  });
 }
 
 void DisplayUserAgent::LogDatasetContext(bool new_context_needed) {
-  writer_.Post(
-      kDatasetId, [displays = displays_, new_context_needed] { return displays->Describe(new_context_needed); }, true);
+  PostDescription(writer_, displays_, new_context_needed);
+}
+
+void DisplayUserAgent::PostDescription(TVK::SessionWriter& writer, const std::shared_ptr<Displays>& displays,
+                                       bool new_context_needed) {
+  writer.Post(
+      kDatasetId, [displays, new_context_needed] { return displays->Describe(new_context_needed); }, true);
 }
 
 void DisplayUserAgent::LogDevInitEvent() {

@@ -63,6 +63,9 @@ class DisplayUserAgent final : public DisplayEventCallBack {
   void OnState(platform::DisplayState state);
   void OnBrightness(std::uint32_t percent);
   void WriteBrightness();
+  /// The agent may end before the writer comes to it.
+  static void PostDescription(TVK::SessionWriter& writer, const std::shared_ptr<Displays>& displays,
+                              bool new_context_needed);
 
   platform::Desktop& desktop_;
   TVK::SessionWriter& writer_;
