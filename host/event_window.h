@@ -108,6 +108,8 @@ class EventWindow {
   bool IsDisplayEnabled() const;
   bool SwitchDisplay(bool enabled);
   void SwitchPen(bool enabled);
+  /// The policy does not apply, or does again: all goes on observing, and nothing is counted meanwhile.
+  void RestPen(bool rests);
 
   const Parts parts_;
   const TVK::DatasetTable datasets_;  ///< Those of the session.

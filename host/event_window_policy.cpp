@@ -167,6 +167,7 @@ bool EventWindow::OnTelemetryPolicyChange(EventWindow* pEventWindow) {
     const PolicyInForce in_force = pEventWindow->Interpret(policy);
     if (!in_force.device.IsApplicable(policy.applicability)) {
       log.d(L"TelemetryPolicy not Applicable");
+      pEventWindow->RestPen(true);
       return false;
     }
     try {
@@ -183,7 +184,12 @@ bool EventWindow::OnTelemetryPolicyChange(EventWindow* pEventWindow) {
     return false;
   }
   pEventWindow->SwitchPen(pen);
+  pEventWindow->RestPen(false);
   return true;
+}
+
+void EventWindow::RestPen(bool rests) {
+  if (PenEventMonitor* const pen = pen_monitor_) pen->Rest(rests);
 }
 
 bool EventWindow::SwitchDisplay(bool enabled) {

@@ -515,6 +515,18 @@ TEST_F(EventWindowTest, TouchesAreCountedBySessionsAndWrittenByTheHour) {
   EXPECT_THAT(recorder_.Take(), ElementsAre(L"pen PenUsePerInterval PenSessions=1,TouchSessions=2"));
   runtime_.AdvanceBy(24h);
   EXPECT_THAT(recorder_.Take(), IsEmpty());
+  // Of the time in which the policy does not apply nothing is told, also once it applies again.
+  TelemetryPolicy elsewhere = Policy(L"full", false, true);
+  elsewhere.applicability.models = {L"Y2"};
+  for (const TelemetryPolicy& policy : {elsewhere, Policy(L"full", false, true)}) {
+    touch(platform::DigitizerKind::kPen);
+    config_.SetPolicy(policy);
+    telemetry_->Set();
+    runtime_.AdvanceBy(1min);
+  }
+  touch(platform::DigitizerKind::kTouch);
+  runtime_.AdvanceBy(1h);
+  EXPECT_THAT(recorder_.Take(), ElementsAre(L"pen PenUsePerInterval PenSessions=0,TouchSessions=1"));
   touch(platform::DigitizerKind::kPen);
   recorder_.Take();
   End();

@@ -64,11 +64,18 @@ void PenEventMonitor::Unregister() {
   WriteUse();
 }
 
+void PenEventMonitor::Rest(bool rests) {
+  const std::lock_guard lock(mutex_);
+  rests_ = rests;
+  if (rests) pen_ = touch_ = {};
+}
+
 void PenEventMonitor::OnInput(void* /*window*/, std::uintptr_t /*wparam*/, std::intptr_t lparam) {
   const auto kind = desktop_.ReadInputKind(lparam);
   if (!kind) return;
   const platform::SteadyTime now = runtime_.clock().Steady();
   const std::lock_guard lock(mutex_);
+  if (rests_) return;
   Use& use = *kind == platform::DigitizerKind::kPen ? pen_ : touch_;
   const auto last = std::exchange(use.last, now);
   if (last && now - *last < kPause) return;

@@ -34,6 +34,9 @@ class PenEventMonitor {
   void Register(void* window);
   /// Takes that back; what was counted is written.
   void Unregister();
+  /// While it rests nothing is counted, and what was counted is dropped: of a time in which the policy does not apply
+  /// nothing is told later.
+  void Rest(bool rests);
   /// The arguments of a WM_INPUT.
   void OnInput(void* window, std::uintptr_t wparam, std::intptr_t lparam);
 
@@ -54,5 +57,6 @@ class PenEventMonitor {
   std::unique_ptr<platform::WindowNotices> notices_;
   Use pen_;
   Use touch_;
+  bool rests_ = false;
   TVK::OneShotTimer interval_;  ///< Armed while something is counted. Ends first: it calls back.
 };

@@ -196,8 +196,8 @@ TEST_F(ReportTest, NamesGapsByWhatEndsThem) {
 
 TEST_F(ReportTest, AStartLongAfterAGapDoesNotNameIt) {
   OpenStore();
-  for (const auto& [late, said] : {std::pair(minutes(2), "the PC or the service was off"),
-                                   std::pair(minutes(3), "asleep, or nothing was due")}) {
+  for (const auto& [late, said] :
+       {std::pair(minutes(2), "the PC or the service was off"), std::pair(minutes(3), "asleep, or nothing was due")}) {
     Context(L"CPUEvent", L"before" + std::to_wstring(late.count()), {{L"cpu_name", L"P"}});
     world_.AdvanceBy(hours(2 + late.count()));
     Item(L"MemoryEvent", L"Memory change");
