@@ -36,8 +36,14 @@ void DatasetLog::Tell() {
     const std::lock_guard lock(mutex_);  // also around the look: what was seen last is told last
     const PolicyView::Policy policy = parts_.policy.in_force();
     std::vector<std::wstring> lines{L"scope " + parts_.policy.DecidingScope()};
-    for (const DatasetStatus& status : StatusOfDatasets(parts_, sessions_))
+    for (const DatasetStatus& status : StatusOfDatasets(parts_, sessions_)) {
       lines.push_back(LineOf(status));
+      if (status.runs) {
+        since_.try_emplace(status.dataset->row.id, parts_.services.runtime.clock().Now());
+      } else {
+        since_.erase(status.dataset->row.id);
+      }
+    }
     constexpr std::size_t kMostFindings = 100;
     for (std::size_t i = 0; i < std::min(policy->findings.size(), kMostFindings); ++i)
       lines.push_back(String::UTF8ToUTF16(policy->findings[i].path) + L": " + policy->findings[i].message);
@@ -51,6 +57,13 @@ void DatasetLog::Tell() {
 void DatasetLog::Forget() {
   const std::lock_guard lock(mutex_);
   told_.clear();
+  since_.clear();
+}
+
+std::optional<platform::WallTime> DatasetLog::Since(std::wstring_view dataset_id) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = since_.find(dataset_id);
+  return found == since_.end() ? std::nullopt : std::optional(found->second);
 }
 
 }  // namespace TVK

@@ -1,8 +1,11 @@
 // What runs and why not, said when it changes.
 #pragma once
 
+#include <map>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "client/log/log.h"
@@ -22,13 +25,17 @@ class DatasetLog {
   void Tell();
   /// A new start: everything is told again.
   void Forget();
+  /// When the dataset was first seen to run, of those that run now; nothing of the others. For those that no monitor
+  /// knows a beginning of.
+  std::optional<platform::WallTime> Since(std::wstring_view dataset_id) const;
 
  private:
   const ManagerParts parts_;
   const SessionDatasets& sessions_;
   Log log_;
-  std::mutex mutex_;  ///< Guards told_; held while it is found out what there is to tell.
+  mutable std::mutex mutex_;  ///< Guards what follows; held while it is found out what there is to tell.
   std::vector<std::wstring> told_;
+  std::map<std::wstring_view, platform::WallTime> since_;  ///< Of what runs, by dataset id.
 };
 
 }  // namespace TVK

@@ -128,8 +128,10 @@ void DeviceContextRecord::Log(bool log_it, DeviceContext& context) {
   }
   DeviceContext stored;
   bool needed = true;
-  bool first = true;
-  const bool known = services_.store.GetLastDeviceContext(stored) == 0;
+  const int read = services_.store.GetLastDeviceContext(stored);
+  const bool known = read == 0;
+  // A store that cannot be read may hold one: what it holds tells each monitor whether it has begun.
+  bool first = read == kStoreNotFound;
   if (known) {
     needed = CheckDeviceContextData(fresh, stored);
     first = stored.tvk_info().tvk_id() != fresh.tvk_info().tvk_id();

@@ -115,6 +115,11 @@ EventManager::Parts::Parts(EventManager& manager, const TVK::ManagerServices& gi
 
 TVK::ManagerStatus EventManager::Parts::Status() {
   TVK::ManagerStatus status{initialized, policy.scope(), TVK::StatusOfDatasets(View(), session_datasets)};
+  for (TVK::DatasetStatus& one : status.datasets) {
+    const TVK::DatasetRule rule = one.dataset->row.rule;
+    const bool is_own = rule == TVK::DatasetRule::kApplication || rule == TVK::DatasetRule::kDeviceContext;
+    if (one.runs && is_own) one.since = dataset_log.Since(one.dataset->row.id);
+  }
   TVK::AskNextReports(monitors, status.datasets);
   return status;
 }

@@ -1,5 +1,6 @@
 #include "tvk/event_manager.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "client/store/failing_disk.h"
@@ -11,6 +12,7 @@
 namespace TVK {
 namespace {
 
+using namespace std::chrono_literals;  // NOLINT(google-build-using-namespace): literals only
 using Place = MonitorScript::Place;
 using testing::ElementsAre;
 
@@ -215,6 +217,31 @@ TEST_F(EventManagerTest, StopMayComeAtAnyTimeAndAnyNumberOfTimes) {
   life_->manager.Stop();
   EXPECT_EQ(script_.alive, 1);
   EXPECT_EQ(Threads(), 1u);
+}
+
+TEST_F(EventManagerTest, KnowsSinceWhenItsOwnDatasetsRun) {
+  const auto since = [this](std::wstring_view dataset) {
+    const auto all = life_->manager.access().Status().datasets;
+    return std::ranges::find(all, dataset, [](const DatasetStatus& one) { return one.dataset->row.name; })->since;
+  };
+  const auto start = world_.runtime.clock().Now();
+  Start(PolicyOf(L"full", {L"CPUEvent"}));
+  world_.runtime.AdvanceBy(1h);
+  EXPECT_EQ(since(L"TVKEvent"), std::nullopt);
+  Change(PolicyOf(L"full", {L"TVKEvent"}));
+  const auto admitted = world_.runtime.clock().Now();
+  world_.runtime.AdvanceBy(1h);
+  Change(PolicyOf(L"full", {L"TVKEvent", L"CPUEvent"}));
+  EXPECT_EQ(since(L"TVKEvent"), admitted);
+  EXPECT_LT(since(L"DeviceContext"), start + 1min);
+  Change(PolicyOf(L"none", {L"TVKEvent"}));
+  EXPECT_EQ(since(L"TVKEvent"), std::nullopt);
+  life_->manager.Stop();
+  EXPECT_EQ(since(L"DeviceContext"), std::nullopt);
+  world_.runtime.AdvanceBy(1h);
+  life_->Start();
+  world_.runtime.Settle();
+  EXPECT_GE(since(L"DeviceContext"), start + 3h) << "of this life";
 }
 
 TEST_F(EventManagerTest, SaysWhatRunsAndWhyNotWhenItChanges) {

@@ -2,6 +2,7 @@
 #include <functional>
 
 #include "client/records/record_fields.h"
+#include "client/store/sqlite_database.h"
 #include "core/manager_test.h"
 #include "platform/local.h"
 #include "platform/simulated/simulated_firmware.h"
@@ -327,6 +328,18 @@ TEST_F(NotificationsTest, TheDeviceContextOutlivesARestart) {
   EXPECT_EQ(life_->composition.store().LogItemEvent(event), 0) << "what names it brings it";
   EXPECT_FALSE(life_->manager.get_FirstInvocation());
   EXPECT_THAT(life_->records.DeviceContexts(), SizeIs(1));
+}
+
+TEST_F(NotificationsTest, ADeviceContextThatCannotBeReadIsNoFirstStart) {
+  Start(PolicyOf(L"full", {L"CPUEvent"}));
+  life_.reset();
+  Database store;
+  ASSERT_EQ(store.Open(world_.folder.path() / kStoreFileName, SQLITE_OPEN_READWRITE), 0);
+  ASSERT_EQ(store.Execute("UPDATE record SET json = 'unreadable'"), 0);
+  life_.emplace(world_, table_);
+  life_->manager.Initialize(&life_->device_ids);
+  EXPECT_FALSE(life_->manager.get_FirstInvocation()) << "each dataset would tell a DeviceInit again";
+  EXPECT_FALSE(life_->manager.get_device_context_id().empty());
 }
 
 TEST_F(NotificationsTest, UntilSomebodyIsLoggedOnTheRegionIsThatOfTheLastContext) {

@@ -98,6 +98,12 @@ bool IsBridged(DriveBus bus) {
   return bus == DriveBus::kUsb || bus == DriveBus::kScsi;
 }
 
+/// Every NVMe drive knows the question, so that one which is said not to is asked again: Windows answers so, too, where
+/// a command failed in passing, and lists another serial number than the drive's own.
+bool MakesNoSense(Silence silence) {
+  return silence == Silence::kDamaged || silence == Silence::kRefused || silence == Silence::kNotSupported;
+}
+
 std::wstring BusText(DriveBus bus) {
   switch (bus) {
     case DriveBus::kNvme:
@@ -166,10 +172,10 @@ std::function<void(platform::Waitable* stop)> HardDisk::AskIdentity() const {
       const bool was_asked = told.silence == Silence::kNotSupported || told.silence == Silence::kRefused ||
                              told.silence == Silence::kDamaged || told.silence == Silence::kFailed;
       if (was_asked && !known->assumed) lane->set_identity(std::nullopt);
-    } else if (told.silence == Silence::kNotSupported || told.silence == Silence::kNoRight) {
+    } else if (told.silence == Silence::kNoRight ||
+               (told.silence == Silence::kNotSupported && listing.bus != DriveBus::kNvme)) {
       lane->set_identity(OfListing(listing));  // it will not tell any more than that
-    } else if ((told.silence == Silence::kDamaged || told.silence == Silence::kRefused) &&
-               lane->TakeSenselessIdentity()) {
+    } else if (MakesNoSense(told.silence) && lane->TakeSenselessIdentity()) {
       DriveIdentity identity = OfListing(listing);
       identity.assumed = true;
       lane->set_identity(std::move(identity));

@@ -25,6 +25,13 @@ using platform::DrivePage;
 using platform::DriveResult;
 using platform::SimulatedDrive;
 
+Sector NvmeController() {
+  Sector controller(4096, ' ');
+  std::ranges::copy(std::string_view("OWN SERIAL"), controller.begin() + 4);
+  std::ranges::copy(std::string_view("Own model"), controller.begin() + 24);
+  return controller;
+}
+
 class HardDiskTest : public testing::Test {
  protected:
   /// On a thread of the world, where it may wait.
@@ -45,9 +52,7 @@ class HardDiskTest : public testing::Test {
 };
 
 TEST_F(HardDiskTest, IsWhatItSaysItselfElseWhatTheSystemSays) {
-  Sector controller(4096, ' ');
-  std::ranges::copy(std::string_view("OWN SERIAL"), controller.begin() + 4);
-  std::ranges::copy(std::string_view("Own model"), controller.begin() + 24);
+  const Sector controller = NvmeController();
   const auto identify = [](std::uint16_t rate) {
     return AtaIdentify({.model = "Own model", .serial = "OWN SERIAL", .rotation_rate = rate});
   };
@@ -183,6 +188,20 @@ TEST_F(HardDiskTest, AnOddAnswerToWhoItIsIsNotTheLastWord) {
       EXPECT_EQ(Drives().at(0).identified(), stays) << "behind its bridge it may be another one: " << int(result);
     }
   }
+}
+
+TEST_F(HardDiskTest, AnNvmeDriveKnowsWhoItIs) {
+  DriveAnswer answer{DriveResult::kNotSupported, 1117};
+  door_.Set({{.listing = {.path = "/dev/nvme0", .bus = DriveBus::kNvme, .model = "Disk", .serial_number = "0025_38"},
+              .read = [&](DrivePage) { return answer; }}});
+  EXPECT_FALSE(Drives().at(0).identified()) << "no context with the number of the list";
+  for (int minute = 0; minute < 2; ++minute) {
+    runtime_.AdvanceBy(1min);
+    Drives();
+  }
+  EXPECT_EQ(Drives().at(0).getSerialNumber(), L"0025_38") << "a system that cannot ask";
+  answer = {.bytes = NvmeController()};
+  EXPECT_EQ(Drives().at(0).getSerialNumber(), L"OWN SERIAL");
 }
 
 TEST_F(HardDiskTest, AListThatFailsLeavesTheDrivesOfTheOneBefore) {

@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cstdint>
+#include <iomanip>
+#include <sstream>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/text/string.h"
@@ -40,6 +45,23 @@ class Source {
 /// A path's last part, on any system.
 std::string FileName(const std::string& path) {
   return path.substr(path.find_last_of("/\\") + 1);
+}
+
+/// The executable's file name. The kernel's link to one that was replaced while it ran ends so (proc_pid_exe(5)).
+std::string ProgramName(std::string path) {
+  constexpr std::string_view kReplaced = " (deleted)";
+  if (path.ends_with(kReplaced)) path.resize(path.size() - kReplaced.size());
+  return FileName(path);
+}
+
+/// A stop code as the other report of the same crash has it, "159" as "0x0000009f"; 0, without one, as it is.
+std::string StopCode(std::string decimal) {
+  std::uint32_t code = 0;
+  const char* const end = decimal.data() + decimal.size();
+  if (std::from_chars(decimal.data(), end, code).ptr != end || code == 0) return decimal;
+  std::ostringstream text;
+  text << "0x" << std::hex << std::setw(8) << std::setfill('0') << code;
+  return std::move(text).str();
 }
 
 std::string FirstWord(const std::string& text) {
@@ -198,13 +220,13 @@ std::optional<CrashReport> ReadCrashReport(const RenderedEvent& event, std::stri
   } else if (provider == kErrorReporting) {
     report = Report(kSystemCrash, {{L"Code", FirstWord(source.At(0))}});  // "0x0000009f (0x3, ...)"
   } else if (provider == kKernelPower) {
-    report = Report(kSystemCrash, {{L"Code", source.Named("BugcheckCode")}});
+    report = Report(kSystemCrash, {{L"Code", StopCode(source.Named("BugcheckCode"))}});
   } else if (provider == kHardwareErrors) {
     report = Report(kHardwareError, {{L"Code", field(L"EventID")},
                                      {L"ErrorSource", source.Named("ErrorSource")},
                                      {L"ErrorType", source.Named("ErrorType")}});
   } else if (provider == kCoredump) {
-    report = Report(kApplicationCrash, {{L"Program", FileName(source.Named("COREDUMP_EXE"))},
+    report = Report(kApplicationCrash, {{L"Program", ProgramName(source.Named("COREDUMP_EXE"))},
                                         {L"ProgramVersion", source.Named("COREDUMP_PACKAGE_VERSION")},
                                         {L"Code", source.Named("COREDUMP_SIGNAL_NAME")}});
   } else if (provider == kKernel) {

@@ -137,7 +137,7 @@ TEST_F(DriveMonitorsTest, OfAnNvmeDriveTheSystemsErrorIsTold) {
         {DriveAnswer{DriveResult::kNotSupported}, L"PCIeNVMeSmartInfo::ReadSMARTInfo: Failed retCode: 1168"}}) {
     SimulatedDrive nvme = Nvme();
     nvme.read = [answer = answer](DrivePage page) {
-      return page == DrivePage::kNvmeHealth ? answer : DriveAnswer{DriveResult::kNotSupported};
+      return page == DrivePage::kNvmeHealth ? answer : DriveAnswer{.bytes = testing_support::Sector(4096)};
     };
     SetDrive(0, nvme);
     Start<PCIeNVMeSmartEventMonitor>();
@@ -225,8 +225,7 @@ TEST_F(DriveMonitorsTest, NothingIsAskedWithoutConsent) {
   SimulatedDrive nvme = Nvme();
   nvme.read = [&](DrivePage page) -> DriveAnswer {
     ++asked;
-    return page == DrivePage::kNvmeHealth ? DriveAnswer{.bytes = NvmeHealthPage()}
-                                          : DriveAnswer{DriveResult::kNotSupported};
+    return {.bytes = page == DrivePage::kNvmeHealth ? NvmeHealthPage() : testing_support::Sector(4096)};
   };
   SetDrive(0, nvme);
   Start<PCIeNVMeSmartEventMonitor>(false, true);

@@ -29,7 +29,8 @@ inline platform::SimulatedDrive Nvme() {
                       .bus = platform::DriveBus::kNvme,
                       .model = "Nvme",
                       .serial_number = kNvmeSerial},
-          .pages = {{platform::DrivePage::kNvmeHealth, testing_support::NvmeHealthPage()}}};
+          .pages = {{platform::DrivePage::kNvmeController, testing_support::Sector(4096)},
+                    {platform::DrivePage::kNvmeHealth, testing_support::NvmeHealthPage()}}};
 }
 
 inline platform::SimulatedDrive Ata(const char* path, const char* serial, std::uint16_t rate,

@@ -97,18 +97,34 @@ bool SelfTestMonitor::IsRestOwed() {
   return delay != 0;
 }
 
-void SelfTestMonitor::RunRound(Round round) {
-  if (in_round_.exchange(true)) {
-    if (round == Round::kWhole && resting_) whole_owed_ = true;
-    return;
+bool SelfTestMonitor::BeginRound(Round round) {
+  const std::lock_guard lock(round_mutex_);
+  if (round_) {
+    whole_owed_ = whole_owed_ || (round == Round::kWhole && round_ == Round::kRest);
+    return false;
   }
-  struct Going {
-    ~Going() { going = false; }
-    std::atomic<bool>& going;
-  } const going{in_round_};
-  resting_ = round == Round::kRest;
-  TestRound(round);
-  if (resting_.exchange(false) && whole_owed_.exchange(false)) TestRound(Round::kWhole);
+  round_ = round;
+  return true;
+}
+
+bool SelfTestMonitor::GoesOnToWhole() {
+  const std::lock_guard lock(round_mutex_);
+  round_.reset();
+  if (std::exchange(whole_owed_, false)) round_ = Round::kWhole;
+  return round_.has_value();
+}
+
+void SelfTestMonitor::RunRound(Round round) {
+  if (!BeginRound(round)) return;
+  try {
+    TestRound(round);
+    while (GoesOnToWhole())
+      TestRound(Round::kWhole);
+  } catch (...) {
+    const std::lock_guard lock(round_mutex_);
+    round_.reset();
+    throw;
+  }
 }
 
 void SelfTestMonitor::TestRound(Round round) {

@@ -1,6 +1,12 @@
 // What the two datasets of drives' self-tests do alike.
 #pragma once
 
+#include <atomic>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "monitors/storage/drive_monitor.h"
 #include "monitors/storage/self_test_settings.h"
 
@@ -47,6 +53,10 @@ class SelfTestMonitor : public DriveMonitor {
  private:
   enum class Round { kWhole, kRest };
   void RunRound(Round round);
+  /// False while one goes on, which goes on to a whole one when that is asked for in the rest of one.
+  bool BeginRound(Round round);
+  /// Whether a whole round follows the one that is over; no round goes on any more when not.
+  bool GoesOnToWhole();
   void TestRound(Round round);
   /// Takes from `untested` the drives that are through; returns those that were busy with another test.
   std::vector<KeyedDrive> TestDrives(const std::vector<KeyedDrive>& drives, std::wstring& untested);
@@ -59,10 +69,9 @@ class SelfTestMonitor : public DriveMonitor {
 
   const SelfTestMonitorTraits& traits_;
   std::atomic<std::uint32_t> interval_ms_ = 0;  ///< Of the settings.
-  std::atomic<bool> in_round_ = false;
-  std::atomic<bool> resting_ = false;  ///< The round is the rest of one.
-  std::atomic<bool> whole_owed_ =
-      false;  ///< A whole round fell due while the rest of one ran, which then goes on to it.
+  std::mutex round_mutex_;                     ///< Guards what follows.
+  std::optional<Round> round_ = std::nullopt;  ///< That goes on.
+  bool whole_owed_ = false;                    ///< A whole round fell due while the rest of one ran.
 };
 
 }  // namespace TVK

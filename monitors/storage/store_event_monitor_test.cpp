@@ -59,7 +59,8 @@ class StoreEventMonitorTest : public testing::Test {
                         .firmware_version = "1.0",
                         .serial_number = serial_number,
                         .bytes = 4096,
-                        .rotating = false}};
+                        .rotating = false},
+            .pages = {{platform::DrivePage::kNvmeController, std::vector<std::uint8_t>(4096)}}};
   }
   /// The values of `key` in the contexts of this life, in their order.
   Texts Described(const std::wstring& key) const {
