@@ -69,9 +69,9 @@ class SelfTestMonitor : public DriveMonitor {
 
   const SelfTestMonitorTraits& traits_;
   std::atomic<std::uint32_t> interval_ms_ = 0;  ///< Of the settings.
-  std::mutex round_mutex_;                     ///< Guards what follows.
-  std::optional<Round> round_ = std::nullopt;  ///< That goes on.
-  bool whole_owed_ = false;                    ///< A whole round fell due while the rest of one ran.
+  std::mutex round_mutex_;                      ///< Guards what follows.
+  std::optional<Round> round_ = std::nullopt;   ///< That goes on.
+  bool whole_owed_ = false;                     ///< A whole round fell due while the rest of one ran.
 };
 
 }  // namespace TVK
