@@ -47,10 +47,11 @@ void Notifier::DropWakeUps() {
 
 void Notifier::CreateGlobalEvents() {
   constexpr std::array kNames = {kTelemetryPolicyChangeEvent, kTvkPolicyChangeEvent, kDevicePathChangeEvent};
+  // Where there is no user agent nobody of a session waits for them, and nobody but us is to signal them.
+  const auto access = has_user_agent_ ? platform::EventAccess::kSessionUsers : platform::EventAccess::kServiceOnly;
   const std::lock_guard lock(mutex_);
   for (std::size_t i = 0; i < kNames.size(); ++i) {
-    platform::NamedEventResult made =
-        MakeNamedEvent(runtime_, log_, kNames[i], EventReset::kAuto, platform::EventAccess::kSessionUsers);
+    platform::NamedEventResult made = MakeNamedEvent(runtime_, log_, kNames[i], EventReset::kAuto, access);
     if (made.event == nullptr) {
       log_.e(L"EventManager Initialize CreateEvent \"%s\" return error %d!", kNames[i], made.error);
       return;

@@ -11,14 +11,15 @@ using TVK::String;
 
 namespace {
 
-constexpr int kOpenTries = 10;
-constexpr std::chrono::milliseconds kOpenRetry(500);
+// Of what is opened, and of a change of the policy that cannot be taken in.
+constexpr int kTries = 10;
+constexpr std::chrono::milliseconds kRetry(500);
 
 }  // namespace
 
 std::unique_ptr<platform::Event> EventWindow::OpenPolicyEvent(const wchar_t* name) {
-  for (int i = 0; i < kOpenTries && policy_thread_running_; ++i) {
-    if (i != 0) Pause(kOpenRetry);
+  for (int i = 0; i < kTries && policy_thread_running_; ++i) {
+    if (i != 0) Pause(kRetry);
     platform::NamedEventResult opened = parts_.desktop.OpenSessionEvent(name, platform::EventRights::kWait);
     if (opened.event != nullptr) return std::move(opened.event);
   }
@@ -59,8 +60,10 @@ void EventWindow::FollowPolicyEvents(platform::Event& tvk_policy, platform::Even
                                      platform::Event& telemetry_policy) {
   constexpr wchar_t kThis[] = L"EventWindow::ConfigPolicyMonitorThread";
   const std::array<platform::Waitable*, 4> objects = {_hStopEvent.get(), &tvk_policy, &device_path, &telemetry_policy};
+  int tries_left = 0;  // of the last change
   while (policy_thread_running_) {
-    const platform::WaitCode code = parts_.runtime.WaitAny(objects, platform::kForever);
+    const platform::WaitCode code =
+        parts_.runtime.WaitAny(objects, tries_left > 0 ? kRetry : platform::kForever);
     try {
       switch (code) {
         case 0:
@@ -75,11 +78,14 @@ void EventWindow::FollowPolicyEvents(platform::Event& tvk_policy, platform::Even
           OnDevicePathChange(this);
           break;
         case 3:
-          OnTelemetryPolicyChange(this);
+          tries_left = kTries;
+          [[fallthrough]];
+        case platform::kWaitTimeout:
+          tries_left = OnTelemetryPolicyChange(this) ? 0 : tries_left - 1;
           break;
         default:
           log_.d(L"EventWindow ConfigPolicyMonitorThread WaitForMultipleObjects() return fail! error: 0x%x", code);
-          Pause(kOpenRetry);  // a wait that fails at once must not keep a processor busy
+          Pause(kRetry);  // a wait that fails at once must not keep a processor busy
       }
     } catch (const std::exception& failure) {
       log_.e(L"%s: Exception:, %s", kThis, String::UTF8ToUTF16(failure.what()));

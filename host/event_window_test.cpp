@@ -341,6 +341,11 @@ TEST_F(EventWindowTest, ThePolicySwitchesWhoHears) {
   telemetry_->Set();
   runtime_.Settle();
   EXPECT_EQ(desktop_.display_notices, 1) << "what cannot be read changes nothing";
+  config_.SetPolicy(Policy(L"none"));
+  runtime_.AdvanceBy(500ms);
+  EXPECT_EQ(desktop_.display_notices, 0) << "and is read again";
+  Change(Policy(L"full"));
+  config_.SetPolicy(std::nullopt);
   recorder_.Take();
   path_->Set();
   runtime_.Settle();

@@ -84,7 +84,8 @@ class Screen {
     std::wstring policy = Text(status_, "policy");
     const std::wstring state = Text(status_, "policy_state");
     if (state == L"none") {
-      policy += L" (not in force: there is no policy)";
+      // Of one that does not answer it is not known what it was started with.
+      policy += status_.isMember("problem") ? L" (there is none)" : L" (not in force: there is no policy)";
     } else if (!state.empty() && state != L"file") {
       policy += L" (not in force: the " + state + L" is)";
     }

@@ -63,6 +63,7 @@ Findings& Findings::operator+=(const Findings& other) {
   dangling += other.dangling;
   set_aside += other.set_aside;
   unreadable += other.unreadable;
+  unshown += other.unshown;
   no_init += other.no_init;
   return *this;
 }
@@ -168,6 +169,7 @@ Findings Target::Look() const {
       lines.erase(found);
     }
   }
+  findings.unshown = lines.size();
   return findings;
 }
 

@@ -33,6 +33,7 @@ struct Findings {
   std::size_t dangling = 0;    ///< Records with the id of a context that the store lacks.
   std::size_t set_aside = 0;   ///< Stores that were renamed.
   std::size_t unreadable = 0;  ///< Stores that cannot be read.
+  std::size_t unshown = 0;     ///< Records of the store that no console had shown: rightly, where one was killed.
   std::size_t no_init = 0;     ///< Datasets without a DeviceInit under the device path in force.
 
   Findings& operator+=(const Findings& other);

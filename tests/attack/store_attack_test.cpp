@@ -148,22 +148,23 @@ TEST(StoreAttack, EveryCallFailsOnce) {
   Report("the n-th call fails", rounds, findings);
 }
 
-TEST(StoreAttack, FullDiskThatIsFreeAgain) {
+// `fault`: every such call fails for a while.
+void FailForAWhile(const char* fault, const std::string& name) {
   Findings findings;
   const std::uint64_t rounds = Asked("TVK_ATTACK_FULL_DISKS", 5);
   for (std::uint64_t round = 0; round < rounds; ++round) {
     Target target;
-    const std::filesystem::path full = SwitchOf(target);
-    const Environment shim(ShimFor(target, "write:ENOSPC:0"));
+    const std::filesystem::path failing = SwitchOf(target);
+    const Environment shim(ShimFor(target, fault));
     ChildProcess service(ProgramBeside("TVKClientService"), target.Life(60000));
     ASSERT_TRUE(service.WaitForLine("DeviceInit", kPatience));
     const auto changes = [&] { return target.folder().CountInLog("EventManager.log", "OnDeviceContextChanges Exit"); };
-    std::ofstream(full).put('x');
+    std::ofstream(failing).put('x');
     std::size_t before = changes();
     target.SetRegion("AT");
     ASSERT_TRUE(service.WaitFor([&] { return changes() > before; }, kPatience));
-    std::filesystem::remove(full);
-    // The datasets start anew: their records refer to what was written while the disk was full.
+    std::filesystem::remove(failing);
+    // The datasets start anew: their records refer to what could not be written meanwhile.
     const std::string policy = platform::ReadWholeFile(target.folder().policy(), 1u << 20).value();
     target.folder().WritePolicy(CpuPolicy("none"));
     ASSERT_TRUE(
@@ -176,7 +177,17 @@ TEST(StoreAttack, FullDiskThatIsFreeAgain) {
     target.NoteShown(service.Lines());
     findings += target.Look();
   }
-  Report("the disk is full and free again", rounds, findings);
+  Report(name, rounds, findings);
+  std::cout << "attack  " << name << ": refused records in the store: " << findings.unshown << " (0)" << std::endl;
+  EXPECT_EQ(findings.unshown, 0u);
+}
+
+TEST(StoreAttack, FullDiskThatIsFreeAgain) {
+  FailForAWhile("write:ENOSPC:0", "the disk is full and free again");
+}
+
+TEST(StoreAttack, FlushesThatFailForAWhile) {
+  FailForAWhile("sync:EIO:0", "no flush succeeds for a while");
 }
 
 // A damaged store may be set aside or used; the service must go on either way, and the store be readable after it.
