@@ -19,8 +19,8 @@ using TVK::String;
 using Rows = std::vector<std::vector<std::wstring>>;
 using Listings = std::vector<platform::DriveListing>;
 
-/// Of what the system lists. As the records have it, but where the drive itself tells another one: NVMe on Windows, disks
-/// behind bridges.
+/// Of what the system lists. As the records have it, but where the drive itself tells another one: NVMe on Windows,
+/// disks behind bridges.
 std::wstring SerialHash(const platform::DriveListing& drive) {
   if (drive.serial_number.empty()) return {};
   return TVK::HashUtility::HashSerialNumber(String::UTF8ToUTF16(drive.serial_number));
