@@ -129,7 +129,8 @@ std::optional<std::uint64_t> EventViewerLogDBEventMonitor::Window() {
     std::wstring kept;
     const int result = TVK::ReadKeptState(services().store, dataset_id, TVK::kBookmarkState, kept);
     if (result != 0 && result != TVK::kStoreNotFound) return std::nullopt;
-    begin_ = TVK::ReadSince(kept).value_or(kept == TVK::kWithdrawnPlace ? started_ : 0);
+    const auto begin = TVK::ReadBegin(kept);
+    begin_ = begin ? begin->seconds : kept == TVK::kWithdrawnPlace ? started_ : 0;
     // Also where nothing was kept: a start without consent marks those that there are.
     const std::wstring since = TVK::SinceText(*begin_);
     if (kept != since) services().store.KeepState(dataset_id, {TVK::kBookmarkState, since});

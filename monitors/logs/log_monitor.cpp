@@ -6,7 +6,6 @@
 #include "client/log/guarded_thread.h"
 #include "client/store/kept_state.h"
 #include "client/text/string.h"
-#include "monitors/logs/reading_begin.h"
 #include "monitors/logs/told_interruptions.h"
 
 namespace TVK {
@@ -135,8 +134,7 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
   for (const platform::EventLogEvent& event : batch.events) {
     if (stopping()) return Taken::kNot;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
-    const bool too_old = begin_ && rendered.time_created && *rendered.time_created < *begin_;
-    if (!too_old && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)})) return Taken::kNot;
+    if (!IsTooOld(rendered) && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)})) return Taken::kNot;
     MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }
@@ -220,15 +218,21 @@ std::optional<std::wstring> LogMonitor::KeptPlace() {
   return std::nullopt;
 }
 
-std::optional<std::int64_t> LogMonitor::BeginBehind(const std::wstring& kept) const {
-  if (kept == kWithdrawnPlace) return FirstSecondOfConsent(services().runtime.clock());
-  if (kept.empty()) return 0;
-  return ReadSince(kept);
+std::optional<ReadingBegin> LogMonitor::BeginBehind(const std::wstring& kept) const {
+  if (kept == kWithdrawnPlace) return ReadingBegin{.seconds = FirstSecondOfConsent(services().runtime.clock())};
+  if (kept.empty()) return ReadingBegin{};
+  return ReadBegin(kept);
+}
+
+bool LogMonitor::IsTooOld(const RenderedEvent& event) const {
+  if (!begin_ || !event.time_created || *event.time_created >= *begin_) return false;
+  return begins_ || *begin_ <= services().runtime.clock().NowSeconds();
 }
 
 std::wstring LogMonitor::KeptText(const std::string& place) const {
   const std::wstring text = String::UTF8ToUTF16(place);
-  return begins_ ? SinceText(*begin_, text) : text;
+  if (begins_) return SinceText(*begin_, text);
+  return begin_.value_or(0) == 0 ? text : BegunText(*begin_, text);
 }
 
 bool LogMonitor::RestorePlace() {
@@ -238,20 +242,17 @@ bool LogMonitor::RestorePlace() {
   // Ahead of what takes the mark of a withdrawal away.
   if (!BeginReading(kept == kWithdrawnPlace)) return false;
   kept_at_ = services().runtime.clock().Elapsed();
+  const std::optional<ReadingBegin> begin = BeginBehind(kept);
   // Once: a further try begins no later.
-  if (!begin_) begin_ = BeginBehind(kept);
-  if (begin_) {
+  if (begin && !begin_) begin_ = begin->seconds;
+  place_ = String::UTF16ToUTF8(begin ? begin->place : kept);
+  begins_ = begin && !begin->begun;
+  if (begins_) {
     // Also where nothing was kept: without a place, a start without consent has nothing to mark.
-    std::wstring begun;
-    ReadSince(kept, &begun);
-    const std::wstring since = SinceText(*begin_, begun);
+    const std::wstring since = KeptText(place_);
     if (kept != since && services().store.KeepState(std::wstring(identity().row.id), {kPlaceKey, since}) != 0) {
       return false;
     }
-    place_ = String::UTF16ToUTF8(begun);
-    begins_ = true;
-  } else {
-    place_ = String::UTF16ToUTF8(kept);
   }
   restored_ = true;
   return true;

@@ -13,6 +13,7 @@
 
 #include "framework/scheduled_monitor.h"
 #include "monitors/logs/event_log_rendering.h"
+#include "monitors/logs/reading_begin.h"
 #include "platform/event_log_reader.h"
 
 namespace TVK {
@@ -86,15 +87,17 @@ class LogMonitor : public ScheduledMonitor {
   void LogOnce(const platform::EventLogNotice& notice);
   /// Empty: none is kept. Nothing when the store cannot be read.
   std::optional<std::wstring> KeptPlace();
-  /// The second since 1970 from which on is read; nothing for a place of the log's own.
-  std::optional<std::int64_t> BeginBehind(const std::wstring& kept) const;
+  /// From where on is read; nothing for a place of the log's own.
+  std::optional<ReadingBegin> BeginBehind(const std::wstring& kept) const;
+  /// Whether the event may be one of before the consent.
+  bool IsTooOld(const RenderedEvent& event) const;
   /// False when the store cannot be read or written.
   bool RestorePlace();
   /// Whether nothing may be read on: the consent was withdrawn since reading began, also where it is there again (the
   /// store then has the mark of it, which no place is to replace, and reading begins anew), or the store does not tell.
   bool BeginsAnew();
   void MoveTo(const std::string& place);
-  /// What the store keeps of `place`: the begin with it, as long as it may not name every channel.
+  /// What the store keeps of `place`: the begin with it, where there is one.
   std::wstring KeptText(const std::string& place) const;
   void KeepPlace();
 
@@ -108,7 +111,7 @@ class LogMonitor : public ScheduledMonitor {
   std::optional<platform::ElapsedTime> passed_at_;  ///< When a reader last passed what the query does not want.
   std::optional<std::int64_t> begin_;               ///< Seconds since 1970: what was logged before is not read.
   /// Not every channel was read to its end since begin_. Windows' place names those alone of which something was read,
-  /// and the others would be read from their oldest event on.
+  /// and the others would be read from their oldest event on; later so is one that a newer policy adds.
   bool begins_ = false;
   bool unread_ = false;                                               ///< The reader gave a channel up.
   std::set<std::pair<platform::EventLogTrouble, std::string>> told_;  ///< By channel.

@@ -21,8 +21,18 @@ inline constexpr std::chrono::milliseconds kLastLogRetry = std::chrono::hours(1)
 /// that place was read, too.
 std::wstring SinceText(std::int64_t seconds, std::wstring_view place = {});
 
-/// The second of a SinceText, and its place; nothing for any other text, and `place` stays untouched.
-std::optional<std::int64_t> ReadSince(std::wstring_view kept, std::wstring* place = nullptr);
+/// "begun 1767225600 PLACE": the same once every channel was read to its end behind that second. A clock that is before
+/// it by now was set back, and nothing goes by it.
+std::wstring BegunText(std::int64_t seconds, std::wstring_view place);
+
+/// What either text holds.
+struct ReadingBegin {
+  std::int64_t seconds = 0;
+  std::wstring place = {};
+  bool begun = false;
+};
+/// Nothing for any other text.
+std::optional<ReadingBegin> ReadBegin(std::wstring_view kept);
 
 /// The first second, since 1970, of which a dataset that starts now after a withdrawn consent tells: the one that runs
 /// began without consent.

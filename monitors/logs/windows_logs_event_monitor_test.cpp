@@ -431,10 +431,37 @@ TEST_F(WindowsLogsTest, WhatHappenedWithoutConsentIsNotReadLaterInALogThatWasNot
   Log(4, "System");
   Start();
   EXPECT_EQ(Recorded(), L"4");
-  // From then on the places are enough, and the clock may be set back.
   std::wstring kept;
   ASSERT_EQ(life_->store.GetState(WindowsLogsEventMonitor::dataset_id, kBookmarkState, kept), 0);
-  EXPECT_EQ(kept, L"Application=2;System=2");
+  EXPECT_TRUE(kept.starts_with(L"begun ") && kept.ends_with(L" Application=2;System=2"));
+  life_->store.KeepState(WindowsLogsEventMonitor::dataset_id,
+                         {kBookmarkState, L"begun 4102444800 Application=2;System=2"});
+  Kill();
+  Log(5);
+  Start();
+  EXPECT_EQ(Recorded(), L"5") << "from then on the clock may be set back";
+}
+
+TEST_F(WindowsLogsTest, ALogThatALaterPolicyAddsTellsNothingOfATimeWithoutConsent) {
+  world_.machine.event_log().MoveWithWanted();
+  Start();
+  life_->consent.given = false;
+  Log(1);
+  Log(2, "Security");
+  world_.runtime.Settle();
+  monitor_.reset();
+  world_.runtime.AdvanceBy(1min);
+  Start();
+  world_.runtime.AdvanceBy(2s);
+  Log(3);
+  Log(4, "Security");
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"3");
+  for (int life = 0; life < 2; ++life) {
+    Start();
+    Settings({{L"Channels", life == 0 ? L"0001" : L"0010"}});
+    EXPECT_EQ(Recorded(), life == 0 ? L"" : L"4");
+  }
 }
 
 TEST_F(WindowsLogsTest, ChangedSettingsHoldFromTheNextEventOn) {
