@@ -62,8 +62,7 @@ void EventWindow::FollowPolicyEvents(platform::Event& tvk_policy, platform::Even
   const std::array<platform::Waitable*, 4> objects = {_hStopEvent.get(), &tvk_policy, &device_path, &telemetry_policy};
   int tries_left = 0;  // of the last change
   while (policy_thread_running_) {
-    const platform::WaitCode code =
-        parts_.runtime.WaitAny(objects, tries_left > 0 ? kRetry : platform::kForever);
+    const platform::WaitCode code = parts_.runtime.WaitAny(objects, tries_left > 0 ? kRetry : platform::kForever);
     try {
       switch (code) {
         case 0:
