@@ -149,6 +149,23 @@ Finding Displays() {
   return Judge(std::cmp_greater_equal(displays.size(), monitors), seen);
 }
 
+Finding DisplayScaling() {
+  constexpr UINT kUnscaled = 96;
+  DEVMODEW mode{};
+  mode.dmSize = sizeof mode;
+  if (!EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode)) return CannotTell("there is no display");
+  const DPI_AWARENESS_CONTEXT before = SetThreadDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE);
+  const int width = GetSystemMetrics(SM_CXSCREEN);
+  const int height = GetSystemMetrics(SM_CYSCREEN);
+  const UINT scale = GetDpiForSystem();
+  SetThreadDpiAwarenessContext(before);
+  const auto size = [](auto x, auto y) { return std::to_string(x) + " x " + std::to_string(y); };
+  const std::string seen = "the mode is " + size(mode.dmPelsWidth, mode.dmPelsHeight) + ", the window's thread sees " +
+                           size(width, height) + " at " + std::to_string(scale) + " dots per inch";
+  if (scale == kUnscaled) return CannotTell(seen);
+  return Judge(std::cmp_equal(width, mode.dmPelsWidth) && std::cmp_equal(height, mode.dmPelsHeight), seen);
+}
+
 constexpr Check kChecks[] = {
     {"processor-utility", "\"% Processor Utility\" exists and its \"_Total\" has a value.", ProcessorUtility},
     {"processor-groups", "All processors of all groups are counted.", ProcessorGroups},
@@ -160,6 +177,7 @@ constexpr Check kChecks[] = {
      SystemVolume},
     {"batteries", "The batteries hold what the system says they hold.", Batteries},
     {"displays", "Every display of the desktop is listed, with what it says of itself.", Displays},
+    {"display-scaling", "A window of ours is told the pixels that a scaled display has.", DisplayScaling},
 };
 
 }  // namespace
