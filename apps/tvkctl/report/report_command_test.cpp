@@ -300,6 +300,10 @@ TEST_F(ReportTest, ATimeOfWhichRecordsAreDeletedIsNoGap) {
   world_.AdvanceBy(hours(2));
   EXPECT_EQ(Run("150m"), 0);
   ExpectLines({"nothing recorded    2 hours from 2026-01-01 12:00 until now"});
+  world_.AdvanceBy(hours(2));
+  Item(L"MemoryEvent", L"Memory change");
+  EXPECT_EQ(Run("2h"), 0);
+  ExpectLines({"nothing recorded    2 hours from 2026-01-01 14:00: asleep, or nothing was due\n"});
 }
 
 TEST_F(ReportTest, MakesAPageOfWhichNoTextOfARecordIsAPart) {
