@@ -43,7 +43,11 @@ class EraseRun {
 
   int Go() {
     if (!ReadOptions()) return kExitWrongCommandLine;
-    if (const int code = Plan(); code != kExitOk || options_.dry_run) return code;
+    if (const int code = Plan(); code != kExitOk) return code;
+    if (options_.stop) {
+      if (const int code = PlanStop(); code != kExitOk) return code;
+    }
+    if (options_.dry_run) return kExitOk;
     if (!options_.yes) {
       errors_ << "tvkctl: nothing was deleted; add --yes to delete it for good\n";
       return kExitWrongCommandLine;
@@ -173,6 +177,38 @@ class EraseRun {
     return std::filesystem::equivalent(one, other, failure) || one.lexically_normal() == other.lexically_normal();
   }
 
+  // Says how the policy of the service gets the scope "none".
+  int PlanStop() {
+    const Status status = AskStatus();
+    if (status.value) {
+      const Json::Value& policy = (*status.value)["policy"];
+      if (policy.isString() && !IsSameFile(platform::PathFromUtf8(policy.asString()), options_.policy_file)) {
+        // Whoever answers names a file that this account would overwrite: a person has to have named it, too.
+        return NothingDeleted("the policy of the service is " + policy.asString() + "; add --policy with that file");
+      }
+    }
+    scope_none_ = PlanScopeNone(options_.policy_file);
+    const std::string file = Shown(options_.policy_file);
+    if (scope_none_.absent && !status.value) {
+      return NothingDeleted("there is no policy " + file +
+                                " to stop anything by: leave out --stop, or name the policy of the service with --policy",
+                            kExitWrongConfiguration);
+    }
+    if (!scope_none_.problem.empty()) {
+      return NothingDeleted("the scope \"none\" cannot be put in force: " + scope_none_.problem,
+                            kExitWrongConfiguration);
+    }
+    if (scope_none_.absent) {
+      out_ << "nothing is to be stopped: there is no policy " << file << '\n';
+    } else if (scope_none_.replaced) {
+      out_ << "to be replaced by a policy of the scope \"none\", since it is broken: " << file << "; it is kept as "
+           << Shown(ReplacedPolicy(options_.policy_file)) << '\n';
+    } else {
+      out_ << "to get the scope \"none\": " << file << '\n';
+    }
+    return kExitOk;
+  }
+
   // Withdraws consent, and waits until a service that runs has followed: it would write on until then. That nobody
   // writes is known from the mark of who does alone, which keeps a service from beginning meanwhile, too.
   int Stop() {
@@ -182,12 +218,8 @@ class EraseRun {
       std::string problem = first.answer.reason;
       if (first.answer.delivery == Delivery::kUnsent) problem = nobody_writes.Take(store_file_);
       if (!problem.empty()) return NothingDeleted("no service says that it follows the scope \"none\": " + problem);
-    } else if (const Json::Value& policy = (*first.value)["policy"];
-               policy.isString() && !IsSameFile(platform::PathFromUtf8(policy.asString()), options_.policy_file)) {
-      // Whoever answers names a file that this account would overwrite: a person has to have named it, too.
-      return NothingDeleted("the policy of the service is " + policy.asString() + "; add --policy with that file");
     }
-    if (const std::string problem = SetScopeNone(options_.policy_file); !problem.empty()) {
+    if (const std::string problem = PutScopeNone(options_.policy_file, scope_none_); !problem.empty()) {
       return NothingDeleted("the scope \"none\" cannot be put in force: " + problem, kExitWrongConfiguration);
     }
     const auto never = runtime_.MakeEvent(platform::EventReset::kManual);
@@ -202,7 +234,7 @@ class EraseRun {
       }
       runtime_.Wait(*never, kBetweenLooks);
     }
-    out_ << "the scope is \"none\": " << Shown(options_.policy_file) << '\n';
+    if (!scope_none_.absent) out_ << "the scope is \"none\": " << Shown(options_.policy_file) << '\n';
     return kExitOk;
   }
 
@@ -271,6 +303,7 @@ class EraseRun {
   std::ostream& errors_;
   TVK::ChannelClient client_;
   Erasure erasure_;
+  ScopeNonePlan scope_none_;  ///< With `stop`.
   const std::filesystem::path store_file_ = options_.places.data_folder / TVK::kStoreFileName;
 };
 

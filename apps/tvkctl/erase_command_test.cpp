@@ -95,6 +95,43 @@ TEST_F(EraseCommandTest, LeavesNothingOfWhatItIsToldToDelete) {
   EXPECT_EQ(FilesWith("erased for good"), 1) << "the receipt";
 }
 
+TEST_F(EraseCommandTest, TheScopeNoneCostsNothingElseOfThePolicy) {
+  const std::filesystem::path kept = options_.policy_file.string() + ".replaced";
+  const std::string nested = R"({"datasets":[{"id":"x","name":"telemetryScope","settings":{"telemetryScope":"full"}}],)";
+  struct Row {
+    const char* what;
+    std::string policy;
+    std::string becomes;
+    int code = 0;
+  };
+  const Row rows[] = {
+      {"the value alone", R"({"telemetryScope":"full","datasets":[]})", R"({"telemetryScope":"none","datasets":[]})"},
+      {"another key of the name", nested + R"("telemetryScope": "full"})", nested + R"("telemetryScope": "none"})"},
+      {"an escaped key", R"({"telemetry\u0053cope":"full","datasets":[]})",
+       R"({"telemetry\u0053cope":"none","datasets":[]})"},
+      {"broken", R"({"telemetryScope":"full","datasets":[],})", R"({"telemetryScope": "none", "datasets": []})"},
+      {"nothing", " \n", R"({"telemetryScope": "none", "datasets": []})"},
+      {"none", {}, {}, 2},
+  };
+  options_.all = options_.stop = true;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::filesystem::remove(kept);
+    std::filesystem::remove(options_.policy_file);
+    if (!row.policy.empty()) Write(options_.policy_file, row.policy);
+    for (const bool yes : {false, true}) {
+      options_.yes = yes;
+      options_.dry_run = !yes;
+      EXPECT_EQ(Run(), row.code) << Said();
+      EXPECT_EQ(Said().find("the scope is \"none\"") != std::string::npos, yes && row.code == 0) << Said();
+      EXPECT_EQ(platform::ReadWholeFile(options_.policy_file, 1000).value_or(""), yes ? row.becomes : row.policy);
+    }
+    const bool broken = row.what == std::string_view("broken");
+    EXPECT_EQ(platform::ReadWholeFile(kept, 1000), broken ? std::optional(row.policy) : std::nullopt);
+    EXPECT_EQ(Said().find(".replaced") != std::string::npos, broken) << Said();
+  }
+}
+
 TEST_F(EraseCommandTest, OfADatasetTakesItsLogAndWhatWasSetAside) {
   options_.dataset = "cpuevent";
   options_.before = "1d";
