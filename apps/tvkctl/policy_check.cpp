@@ -94,6 +94,7 @@ PolicyReport CheckPolicy(std::string_view json, const std::optional<std::wstring
   if (const std::optional<TelemetryPolicy> document = TVK::ReadTelemetryPolicy(json, problems)) {
     TVK::NormalisedPolicy policy = TVK::Normalise(*document, table);
     policy.scope = report.scope = scope.value_or(policy.scope);
+    report.settings = document->settings;
     Checker(*document, policy, device, report, problems).Run(table);
   }
   report.problem_count = problems.count();

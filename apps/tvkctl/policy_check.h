@@ -2,6 +2,7 @@
 // mistake with its place in the document.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,7 @@ struct PolicyReport {
   std::vector<TVK::PolicyProblem> problems;  ///< At most 100, and one that counts the rest.
   std::size_t problem_count = 0;             ///< Of all.
   std::vector<DatasetCheck> datasets;        ///< In the order of the policy, then those that run unlisted.
+  std::map<std::wstring, std::wstring> settings;  ///< The policy's own, as they stand.
   std::vector<std::string> remarks;          ///< What its service says of it; CheckPolicy makes none.
 
   /// No mistake of any kind.

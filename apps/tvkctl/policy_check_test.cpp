@@ -317,7 +317,13 @@ TEST_F(PolicyCommandsTest, ComparesWithAnotherPolicyForEachMachine) {
   EXPECT_EQ(run(Policy(late), R"({"telemetryScope":"none","datasets":[]})"), 5);
   EXPECT_NE(out_.str().find("changes  scope none -> full"), std::string::npos);
   EXPECT_EQ(run(Policy(R"({"id":"X","name":"N"})"), Policy("")), 2) << "a mistake goes first";
-  EXPECT_EQ(err_.str(), "");
+  EXPECT_NE(err_.str().find("tvkctl: new:   error  datasets[0].id: "), std::string::npos) << err_.str();
+  EXPECT_EQ(run(R"({"telemetryScope":"full","settings":{"ReportReaders":"users"},"datasets":[]})",
+                R"({"telemetryScope":"full","settings":{"Gone":"1"},"datasets":[]})"),
+            0);
+  EXPECT_NE(out_.str().find("changes  the policy: Gone 1 -> none\nchanges  the policy: ReportReaders none -> users\n"),
+            std::string::npos)
+      << out_.str();
   EXPECT_EQ(run(Policy(""), "{"), 2);
   EXPECT_NE(err_.str().find("tvkctl: standard input: "), std::string::npos);
 }

@@ -142,6 +142,14 @@ constexpr std::array<std::pair<const char*, std::vector<std::wstring> PolicyDiff
     {"changes", &PolicyDifference::changes},
 }};
 
+// Which machine is compared for: what a filter keeps out of this one may begin on another.
+std::string Heading(const std::string& file, const CheckedDevice& device, const PolicyDifference& /*found*/) {
+  return Heading(file, device) + (device.name.empty() ? " for this machine (--facts names others)" : "");
+}
+std::string Heading(const std::string& file, const CheckedDevice& device, const PolicyReport& /*found*/) {
+  return Heading(file, device);
+}
+
 void WriteText(const std::string& heading, const PolicyDifference& difference, std::size_t width, std::ostream& out) {
   out << heading << (difference.empty() ? ": nothing changes\n" : "\n");
   for (const auto& [kind, names] : kDifferences) {
@@ -170,7 +178,7 @@ void WriteFound(const PolicyCheckOptions& options, const std::vector<Found>& fou
   const std::string file = Shown(options.policy.name);
   if (!options.json) {
     for (std::size_t i = 0; i < found.size(); ++i)
-      WriteText(Heading(file, options.devices[i]), found[i], options.width, out);
+      WriteText(Heading(file, options.devices[i], found[i]), found[i], options.width, out);
     return;
   }
   Json::Value value;
@@ -231,12 +239,12 @@ int WriteDifferences(const PolicyCheckOptions& options, const std::vector<Policy
   const std::vector<PolicyReport> before = CheckAll(as_it_is, *options.against, table);
   for (const auto& [document, report] :
        {std::pair(&options.policy, &reports.front()), {&*options.against, &before.front()}}) {
+    bool fatal = false;
     for (const TVK::PolicyProblem& problem : report->problems) {
-      if (!problem.fatal) continue;
-      err << "tvkctl: " << Shown(document->name) << ": ";
-      err << ProblemLine(problem);
-      return kExitWrongConfiguration;
+      err << "tvkctl: " << Shown(document->name) << ": " << ProblemLine(problem);
+      fatal = fatal || problem.fatal;
     }
+    if (fatal) return kExitWrongConfiguration;
   }
   std::vector<PolicyDifference> differences;
   for (std::size_t i = 0; i < reports.size(); ++i)

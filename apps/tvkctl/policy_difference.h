@@ -9,7 +9,8 @@
 struct PolicyDifference {
   std::vector<std::wstring> starts;   ///< Names of datasets that did not run.
   std::vector<std::wstring> stops;    ///< Of those that run no longer.
-  std::vector<std::wstring> changes;  ///< "CPUEvent: ReadUsageInterval 1m -> 5m", for those that go on; and the scope.
+  std::vector<std::wstring> changes;  ///< "CPUEvent: ReadUsageInterval 1m -> 5m", for those that go on; the scope, and
+                                      ///< "the policy: ReportReaders none -> users".
 
   bool empty() const { return starts.empty() && stops.empty() && changes.empty(); }
 };
