@@ -5,9 +5,11 @@
 #include <system_error>
 
 #include "apps/exit_code.h"
+#include "apps/tvkctl/command_text.h"
 #include "apps/tvkctl/doctor.h"
 #include "apps/tvkctl/status_command.h"
 #include "client/text/string.h"
+#include "platform/files.h"
 #include "platform/service_control.h"
 
 namespace tvkctl {
@@ -29,7 +31,10 @@ std::string Names(const TVK::DatasetTable& table) {
   return names;
 }
 
-std::string StartCommand() {
+std::string StartCommand(const DoctorOptions& options) {
+  // Of another folder than the default one the service is not the one that this system starts.
+  const platform::DefaultPlaces places = platform::GetDefaultPlaces();
+  if (options.data_folder != places.data_folder) return ConsoleCommand(options.policy_file, options.data_folder);
   const platform::ServiceReport report = platform::ReadServiceReport();
   if (report.problem == platform::kNoServiceManager) return "systemctl start tvk-client-service";
   if (report.problem.empty() && report.state == platform::ServiceState::kNotInstalled) {
@@ -49,7 +54,7 @@ int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table,
            << '\n';
     return kExitWrongCommandLine;
   }
-  Symptoms symptoms{.start_command = StartCommand(),
+  Symptoms symptoms{.start_command = StartCommand(options),
                     .policy_file = options.policy_file,
                     .data_folder = options.data_folder,
                     .try_source = [&](std::wstring_view name) { return TrySource(name, machine, runtime); }};

@@ -190,9 +190,10 @@ class EraseRun {
     scope_none_ = PlanScopeNone(options_.policy_file);
     const std::string file = Shown(options_.policy_file);
     if (scope_none_.absent && !status.value) {
-      return NothingDeleted("there is no policy " + file +
-                                " to stop anything by: leave out --stop, or name the policy of the service with --policy",
-                            kExitWrongConfiguration);
+      return NothingDeleted(
+          "there is no policy " + file +
+              " to stop anything by: leave out --stop, or name the policy of the service with --policy",
+          kExitWrongConfiguration);
     }
     if (!scope_none_.problem.empty()) {
       return NothingDeleted("the scope \"none\" cannot be put in force: " + scope_none_.problem,

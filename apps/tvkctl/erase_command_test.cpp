@@ -97,7 +97,8 @@ TEST_F(EraseCommandTest, LeavesNothingOfWhatItIsToldToDelete) {
 
 TEST_F(EraseCommandTest, TheScopeNoneCostsNothingElseOfThePolicy) {
   const std::filesystem::path kept = options_.policy_file.string() + ".replaced";
-  const std::string nested = R"({"datasets":[{"id":"x","name":"telemetryScope","settings":{"telemetryScope":"full"}}],)";
+  const std::string nested =
+      R"({"datasets":[{"id":"x","name":"telemetryScope","settings":{"telemetryScope":"full"}}],)";
   struct Row {
     const char* what;
     std::string policy;

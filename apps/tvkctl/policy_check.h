@@ -27,11 +27,11 @@ struct DatasetCheck {
 
 struct PolicyReport {
   std::wstring scope;  ///< The scope that was checked; empty when the document has none that can be used.
-  std::vector<TVK::PolicyProblem> problems;  ///< At most 100, and one that counts the rest.
-  std::size_t problem_count = 0;             ///< Of all.
-  std::vector<DatasetCheck> datasets;        ///< In the order of the policy, then those that run unlisted.
+  std::vector<TVK::PolicyProblem> problems;       ///< At most 100, and one that counts the rest.
+  std::size_t problem_count = 0;                  ///< Of all.
+  std::vector<DatasetCheck> datasets;             ///< In the order of the policy, then those that run unlisted.
   std::map<std::wstring, std::wstring> settings;  ///< The policy's own, as they stand.
-  std::vector<std::string> remarks;          ///< What its service says of it; CheckPolicy makes none.
+  std::vector<std::string> remarks;               ///< What its service says of it; CheckPolicy makes none.
 
   /// No mistake of any kind.
   bool valid() const { return problems.empty(); }

@@ -16,8 +16,8 @@ struct ScopeNonePlan {
   std::optional<std::string> replaced = {};
 };
 
-/// Looks, and changes nothing. What is no policy is to be left alone, and has a problem: a name that was mistyped is not
-/// to cost a file.
+/// Looks, and changes nothing. What is no policy is to be left alone, and has a problem: a name that was mistyped is
+/// not to cost a file.
 ScopeNonePlan PlanScopeNone(const std::filesystem::path& file);
 
 /// Where what a plan replaces is kept.

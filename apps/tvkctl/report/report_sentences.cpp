@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "apps/tvkctl/command_text.h"
 #include "client/store/event_data_logging.h"
 #include "client/text/record_time.h"
 #include "client/text/string.h"
@@ -96,10 +97,15 @@ std::string ReportSentences::Machine() const {
 }
 
 std::vector<Sentence> ReportSentences::Remedies() const {
-  return {{"to look at it", "tvkctl records; as a page: tvkctl report --html FILE"},
-          {"to stop it", "\"telemetryScope\": \"none\" in " + standing_.policy_file +
-                             "; a little is listed still, until the service is disabled"},
-          {"to delete it", "tvkctl erase --all --yes; with --stop the scope is \"none\" first"}};
+  const std::string command = CommandFor(data_folder_);
+  const bool is_known = standing_.answered || !standing_.scope.empty() || !standing_.problem.empty();
+  const std::string policy = is_known ? standing_.policy_file : "the policy file of the service";
+  return {{"to look at it", command + " records; as a page: report --html FILE instead"},
+          {"to stop it",
+           "\"telemetryScope\": \"none\" in " + policy + "; a little is listed still, until the service is disabled"},
+          {"to delete it", command + " erase --all --yes; with --stop" +
+                               (is_known ? PolicyOption(standing_.policy_file) : " --policy FILE") +
+                               " the scope is \"none\" first"}};
 }
 
 std::string ReportSentences::GapText(const TVK::Gap& gap) const {
