@@ -101,6 +101,7 @@ LocalListening ListenLocally(Runtime& runtime, const std::filesystem::path& plac
 struct LocalConnecting {
   std::unique_ptr<LocalConnection> connection;  ///< Null: not connected.
   std::string problem;                          ///< Why; empty otherwise.
+  bool denied = false;                          ///< The system does not let this account reach whoever listens.
 };
 
 /// Connects to who listens at `place`. A listener that neither the system's, an administrator's nor this account is (on

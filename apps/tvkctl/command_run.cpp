@@ -97,9 +97,12 @@ int Run::Erase() const {
 }
 
 int Run::Status() const {
-  return RunStatus(
-      {.place = ChannelPlace(), .data_folder = DataFolder(), .policy_file = ServicePolicyFile(), .json = texts_.json},
-      *runtime_, out_, errors_);
+  return RunStatus({.place = ChannelPlace(),
+                    .data_folder = DataFolder(),
+                    .policy_file = ServicePolicyFile(),
+                    .json = texts_.json,
+                    .width = platform::TerminalWidth().value_or(kAnyWidth)},
+                   *runtime_, out_, errors_);
 }
 
 int Run::Doctor() const {
@@ -109,7 +112,8 @@ int Run::Doctor() const {
                     .data_folder = DataFolder(),
                     .policy_file = ServicePolicyFile(),
                     .dataset = texts_.dataset,
-                    .json = texts_.json},
+                    .json = texts_.json,
+                    .width = platform::TerminalWidth().value_or(kAnyWidth)},
                    TVK::ComponentDatasets(), machine, *runtime_, out_, errors_);
 }
 

@@ -268,7 +268,7 @@ std::vector<Examination> Examine(const Symptoms& symptoms, const TVK::Dataset* d
   return Examiner(symptoms, dataset, clock).Run();
 }
 
-int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostream& out) {
+int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostream& out, std::size_t width) {
   const Examination& last = chain.back();
   const bool wrong = last.finding == Finding::kWrong;
   // Of what is wrong, which is the last; else of what could not be told.
@@ -291,7 +291,7 @@ int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostrea
       rows.push_back({String::UTF8ToUTF16(each.step), String::UTF8ToUTF16(FindingName(each.finding)),
                       String::UTF8ToUTF16(each.text)});
     }
-    WriteColumns(rows, out);
+    WriteColumns(rows, out, width);
     const char* const end = wrong ? "mend it: " : mend.empty() ? "nothing is wrong" : "nothing is known to be wrong; ";
     out << '\n' << end << TVK::HarmlessText(mend) << '\n';
   }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "apps/tvkctl/fact_source.h"
+#include "apps/tvkctl/output.h"
 #include "core/dataset_table.h"
 #include "platform/clock.h"
 
@@ -43,7 +44,7 @@ struct Examination {
 std::vector<Examination> Examine(const Symptoms& symptoms, const TVK::Dataset* dataset, const platform::Clock& clock);
 
 /// Writes what was found, for a person or as one JSON object. 0: nothing is wrong; 4: something is; 3: the service does
-/// not answer.
-int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostream& out);
+/// not answer. `width`: cells of a line.
+int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostream& out, std::size_t width = kAnyWidth);
 
 }  // namespace tvkctl

@@ -62,7 +62,7 @@ int RunDoctor(const DoctorOptions& options, const TVK::DatasetTable& table,
   std::error_code unknown;
   const std::filesystem::space_info space = std::filesystem::space(options.data_folder, unknown);
   if (!unknown) symptoms.free_bytes = space.available;
-  return WriteDiagnosis(Examine(symptoms, dataset, runtime.clock()), options.json, out);
+  return WriteDiagnosis(Examine(symptoms, dataset, runtime.clock()), options.json, out, options.width);
 }
 
 }  // namespace tvkctl

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "apps/tvkctl/output.h"
 #include "core/dataset_table.h"
 #include "platform/machine.h"
 #include "platform/runtime.h"
@@ -18,6 +19,7 @@ struct DoctorOptions {
   std::filesystem::path policy_file;  ///< Of a service that does not tell.
   std::string dataset;                ///< Its name, UTF-8, ASCII case aside. Empty: all that run.
   bool json = false;
+  std::size_t width = kAnyWidth;  ///< Cells of a line.
 };
 
 /// 0: nothing is wrong; 1: there is no dataset of that name; 3: the service does not answer; 4: something else is

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <ostream>
 
+#include "client/records/flowing_text.h"
+#include "client/text/cells.h"
 #include "client/text/string.h"
 
 namespace tvkctl {
@@ -14,9 +16,13 @@ namespace {
 constexpr std::size_t kWidestColumn = 64;
 constexpr std::size_t kGap = 2;
 
+std::string Harmless(const std::wstring& text) {
+  return TVK::HarmlessText(TVK::String::UTF16ToUTF8(text), '.');
+}
+
 }  // namespace
 
-void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostream& out) {
+void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostream& out, std::size_t width) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));
@@ -32,7 +38,15 @@ void WriteColumns(const std::vector<std::vector<std::wstring>>& rows, std::ostre
       column_start += widths[i] + kGap;
     }
     line.erase(line.find_last_not_of(L' ') + 1);
-    out << TVK::HarmlessText(TVK::String::UTF16ToUTF8(line), '.') << '\n';
+    const std::string shown = Harmless(line);
+    if (TVK::CellsOf(shown) <= width) {
+      out << shown << '\n';
+      continue;
+    }
+    TVK::FlowingText flowing(width);
+    for (std::size_t i = 0; i < row.size(); ++i)
+      flowing.AddColumn(Harmless(row[i]), widths[i]);
+    out << flowing.Finish();
   }
 }
 

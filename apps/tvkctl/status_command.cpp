@@ -33,8 +33,8 @@ std::wstring Time(const Json::Value& object, const char* key) {
 /// Writes a status for people.
 class Screen {
  public:
-  Screen(const Json::Value& status, const platform::Clock& clock, std::ostream& out)
-      : status_(status), clock_(clock), out_(out), now_(Seconds(status, "now")) {}
+  Screen(const Json::Value& status, const platform::Clock& clock, std::ostream& out, std::size_t width)
+      : status_(status), clock_(clock), out_(out), width_(width), now_(Seconds(status, "now")) {}
 
   void Write() {
     for (const Json::Value& concern : status_["attention"])
@@ -115,13 +115,14 @@ class Screen {
   }
 
   void Flush() {
-    WriteColumns(rows_, out_);
+    WriteColumns(rows_, out_, width_);
     rows_.clear();
   }
 
   const Json::Value& status_;
   const platform::Clock& clock_;
   std::ostream& out_;
+  const std::size_t width_;
   const std::int64_t now_;
   std::vector<std::vector<std::wstring>> rows_;
 };
@@ -134,7 +135,7 @@ void WriteFiles(const StatusOptions& options, const platform::Clock& clock, cons
   files["now"] = TVK::String::UTF16ToUTF8(TVK::System::GetTime(clock));
   files["problem"] = TVK::HarmlessText(reason);
   if (options.json) return WriteJsonLine(files, out);
-  Screen(files, clock, out).WriteFiles();
+  Screen(files, clock, out, options.width).WriteFiles();
 }
 
 }  // namespace
@@ -162,7 +163,8 @@ std::optional<Json::Value> AskStatus(const std::filesystem::path& place, platfor
                                      std::string& problem, bool* refused) {
   const TVK::ChannelAnswer answer = TVK::ChannelClient(runtime, place).Ask({.wish = TVK::ChannelWish::kStatus});
   problem = TVK::HarmlessText(answer.reason);
-  if (refused != nullptr) *refused = answer.result != 0 && answer.delivery == TVK::ChannelAnswer::Delivery::kAnswered;
+  const bool answered = answer.delivery == TVK::ChannelAnswer::Delivery::kAnswered;
+  if (refused != nullptr) *refused = answer.result != 0 && (answered || answer.denied);
   if (answer.result != 0) return std::nullopt;
   Json::Value status;
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
@@ -182,7 +184,7 @@ int RunStatus(const StatusOptions& options, platform::Runtime& runtime, std::ost
     WriteFiles(options, runtime.clock(), problem, out);
     return kExitFailed;
   }
-  options.json ? WriteJsonLine(*status, out) : Screen(*status, runtime.clock(), out).Write();
+  options.json ? WriteJsonLine(*status, out) : Screen(*status, runtime.clock(), out, options.width).Write();
   if (!status->get("up", false).asBool()) {
     errors << "tvkctl: the service is there, but it does not run\n";
     return kExitFailed;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/tvkctl/output.h"
 #include "platform/runtime.h"
 
 namespace tvkctl {
@@ -17,6 +18,7 @@ struct StatusOptions {
   std::filesystem::path data_folder;  ///< Of the store and of the copy of the last good policy.
   std::filesystem::path policy_file;
   bool json = false;
+  std::size_t width = kAnyWidth;  ///< Cells of a line.
 };
 
 /// Asks the service and writes its answer to `out`; where it does not answer, why and what the files alone tell.

@@ -13,7 +13,7 @@
 namespace tvkctl {
 namespace {
 
-std::string ScreenOf(const std::string& status) {
+std::string ScreenOf(const std::string& status, std::size_t width = kAnyWidth) {
   const TempFolder folder;
   const std::filesystem::path place = folder.path() / "run";
   const auto runtime = platform::MakeRealRuntime({});
@@ -25,7 +25,7 @@ std::string ScreenOf(const std::string& status) {
   EXPECT_EQ(server.Start(place), "");
   std::ostringstream out;
   std::ostringstream errors;
-  EXPECT_EQ(RunStatus({.place = place, .data_folder = folder.path(), .policy_file = {}}, *runtime, out, errors), 0)
+  EXPECT_EQ(RunStatus({.place = place, .data_folder = folder.path(), .policy_file = {}, .width = width}, *runtime, out, errors), 0)
       << errors.str();
   return out.str();
 }
@@ -57,6 +57,14 @@ TEST(StatusScreen, SaysSinceWhenDatasetsRun) {
   EXPECT_EQ(table[1].substr(at, 5), "3 d  ");
   EXPECT_EQ(table[2].substr(at), "59 min");
   EXPECT_EQ(table[3].find("59"), std::string::npos);
+}
+
+TEST(StatusScreen, FitsANarrowTerminal) {
+  std::istringstream lines(ScreenOf(Status(0), 60));
+  std::string last;
+  for (std::string line; std::getline(lines, line); last = line)
+    EXPECT_LE(line.size(), 60u) << line;
+  EXPECT_TRUE(last.ends_with("disabled")) << last;
 }
 
 TEST(StatusScreen, SaysHowManyRecordsWereRefusedWhereAnyWere) {

@@ -70,8 +70,13 @@ ChannelAnswer ChannelClient::Converse(const std::string& request, platform::Stea
   const bool fresh = stream_ == nullptr;
   if (fresh) {
     platform::LocalConnecting connecting = platform::ConnectLocally(runtime_, place_, stop_, deadline);
-    if (connecting.connection == nullptr)
-      return Failure("the service is not there: " + connecting.problem, Delivery::kUnsent);
+    if (connecting.connection == nullptr) {
+      const char* const what =
+          connecting.denied ? "this account does not reach the service: " : "the service is not there: ";
+      ChannelAnswer failure = Failure(what + connecting.problem, Delivery::kUnsent);
+      failure.denied = connecting.denied;
+      return failure;
+    }
     stream_ = std::make_unique<MessageStream>(std::move(connecting.connection), kLongestAnswer);
     begin_ = runtime_.clock().Steady();
   }

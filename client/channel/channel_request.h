@@ -63,6 +63,7 @@ struct ChannelAnswer {
     kUnsent,      ///< It was not carried out: no conversation began.
   };
   Delivery delivery = Delivery::kAnswered;
+  bool denied = false;  ///< Of a client, with kUnsent: the system does not let this account reach the service.
 
   bool operator==(const ChannelAnswer&) const = default;
 };

@@ -147,7 +147,8 @@ std::string CloseFolder(const std::filesystem::path& folder,
                         const std::function<bool(const std::string& name)>& is_ours) {
   struct stat status = {};
   if (::stat(folder.c_str(), &status) != 0 || (status.st_mode & 07777 & ~kPrivateFolder) == 0) return {};
-  bool alone = status.st_uid == ::geteuid();
+  // One with the sticky bit, like /tmp, is there for everybody, even while nobody keeps anything in it.
+  bool alone = status.st_uid == ::geteuid() && (status.st_mode & S_ISVTX) == 0;
   std::error_code failure;
   for (std::filesystem::directory_iterator entry(folder, failure), end; alone && !failure && entry != end;
        entry.increment(failure))

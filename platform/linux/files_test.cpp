@@ -60,7 +60,7 @@ TEST(Files, AFolderThatIsTooOpenIsClosedWhereItIsOursAlone) {
     unsigned mode;
     bool closed_by_us;
   };
-  for (const Row& row : {Row{0750, false}, Row{0700, false}, Row{0755, true}, Row{0770, true}, Row{01777, true}}) {
+  for (const Row& row : {Row{0750, false}, Row{0700, false}, Row{0755, true}, Row{0770, true}, Row{01777, false}}) {
     ASSERT_EQ(::chmod(folder.c_str(), row.mode), 0);
     const std::string remark = CloseFolder(folder, is_ours);
     EXPECT_EQ(remark.ends_with("it is closed now"), row.closed_by_us) << remark;

@@ -243,9 +243,11 @@ LocalConnecting ConnectLocally(Runtime& runtime, const std::filesystem::path& pl
   // Of a local socket it succeeds or fails at once: EAGAIN says that too many wait already.
   while (!fd || ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     const bool full = errno == EAGAIN;
+    const bool denied = errno == EACCES;
     std::string problem = SystemProblem(file);
     const bool busy = fd && full && runtime.clock().Steady() + kTurn < deadline;
-    if (!busy || runtime.Wait(stop == nullptr ? *never : *stop, kTurn) == 0) return {nullptr, std::move(problem)};
+    if (!busy || runtime.Wait(stop == nullptr ? *never : *stop, kTurn) == 0)
+      return {nullptr, std::move(problem), denied};
   }
   struct stat folder {};
   const std::optional<ucred> listener = PeerOf(fd.get());

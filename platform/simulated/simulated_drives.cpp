@@ -46,13 +46,15 @@ class OpenedDrive final : public Drive {
 }  // namespace
 
 SimulatedDrives::SimulatedDrives()
-    : Scripted(std::vector<SimulatedDrive>{{.listing = {.path = "/dev/nvme0n1",
-                                                        .bus = DriveBus::kNvme,
-                                                        .model = "Contoso NVMe 512GB",
-                                                        .firmware_version = "1.0",
-                                                        .serial_number = "CONTOSO0001",
-                                                        .bytes = 512'110'190'592,
-                                                        .rotating = false}}}) {}
+    : Scripted(
+          std::vector<SimulatedDrive>{{.listing = {.path = "/dev/nvme0n1",
+                                                   .bus = DriveBus::kNvme,
+                                                   .model = "Contoso NVMe 512GB",
+                                                   .firmware_version = "1.0",
+                                                   .serial_number = "CONTOSO0001",
+                                                   .bytes = 512'110'190'592,
+                                                   .rotating = false},
+                                       .pages = {{DrivePage::kNvmeController, std::vector<std::uint8_t>(4096)}}}}) {}
 
 std::vector<DriveListing> SimulatedDrives::List() {
   std::vector<DriveListing> listings;

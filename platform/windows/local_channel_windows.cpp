@@ -295,7 +295,8 @@ LocalConnecting ConnectLocally(Runtime& runtime, const std::filesystem::path& pl
     if (left.count() <= 0 || (stop != nullptr && runtime.Wait(*stop, milliseconds(0)) == 0)) break;
     WaitNamedPipeW(name.c_str(), static_cast<DWORD>(std::min(left, kTurn).count()));
   }
-  if (!pipe) return {nullptr, windows::Utf8FromWide(name) + ": " + windows::ErrorText(error)};
+  if (!pipe)
+    return {nullptr, windows::Utf8FromWide(name) + ": " + windows::ErrorText(error), error == ERROR_ACCESS_DENIED};
   if (!windows::IsTrustedAccount(windows::OwnerSid(pipe.get()))) {
     return {nullptr, windows::Utf8FromWide(name) + ": another account than the service's listens here"};
   }
