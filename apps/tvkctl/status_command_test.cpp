@@ -25,7 +25,9 @@ std::string ScreenOf(const std::string& status, std::size_t width = kAnyWidth) {
   EXPECT_EQ(server.Start(place), "");
   std::ostringstream out;
   std::ostringstream errors;
-  EXPECT_EQ(RunStatus({.place = place, .data_folder = folder.path(), .policy_file = {}, .width = width}, *runtime, out, errors), 0)
+  EXPECT_EQ(RunStatus({.place = place, .data_folder = folder.path(), .policy_file = {}, .width = width}, *runtime, out,
+                      errors),
+            0)
       << errors.str();
   return out.str();
 }

@@ -134,7 +134,8 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
   for (const platform::EventLogEvent& event : batch.events) {
     if (stopping()) return Taken::kNot;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
-    if (!IsTooOld(rendered) && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)})) return Taken::kNot;
+    if (!IsTooOld(rendered) && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)}))
+      return Taken::kNot;
     MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }
