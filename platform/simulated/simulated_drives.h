@@ -20,8 +20,8 @@ struct SimulatedDrive {
   DriveResult opening = DriveResult::kDone;          ///< What an attempt to open it gives.
 };
 
-/// One NVMe drive until then, whose identity says nothing beyond the list, and which tells nothing else. A drive that is opened answers as it is scripted at
-/// that moment; one that is not listed any more is gone.
+/// One NVMe drive until then, whose identity says nothing beyond the list, and which tells nothing else. A drive that
+/// is opened answers as it is scripted at that moment; one that is not listed any more is gone.
 class SimulatedDrives final : public Drives, public Scripted<std::vector<SimulatedDrive>> {
  public:
   SimulatedDrives();
