@@ -221,8 +221,9 @@ class Examiner {
     if (dataset_ == nullptr) return {kStep, Finding::kFine, store["bytes"].asString() + " bytes", {}};
     const Json::Value& asked = *Datasets().front();
     if (!asked.isMember("last_record")) return WithoutRecord(kStep, asked);
-    return {
-        kStep, Finding::kFine, "last record " + String::UTF16ToUTF8(FromNow(SecondsFromNow(asked, "last_record"))), {}};
+    std::string text = "last record " + String::UTF16ToUTF8(FromNow(SecondsFromNow(asked, "last_record")));
+    if (asked.isMember("last_error")) text += "; its last error: " + asked["last_error"].asString();
+    return {kStep, Finding::kFine, std::move(text), {}};
   }
 
   Examination WithoutRecord(std::string_view step, const Json::Value& asked) const {

@@ -47,6 +47,7 @@ class Checker {
     check.why = TVK::ReasonName(decision.reason);
     check.detail = TVK::Explain(decision, row, policy_.scope);
     check.collects = entry.dataset->collects;
+    check.by_user_agent = row.rule == TVK::DatasetRule::kUserProcess;
     ReadSettings(*entry.dataset, check);
     return check;
   }

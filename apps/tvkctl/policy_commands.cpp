@@ -65,6 +65,7 @@ std::string DatasetLine(const DatasetCheck& dataset, std::size_t width) {
   line.AddColumn(String::UTF16ToUTF8(dataset.id), 0);
   if (dataset.path.empty()) line.AddColumn("(always runs, not listed)", 0);
   if (dataset.runs() && !dataset.collects) line.AddColumn("(collects nothing yet)", 0);
+  if (dataset.runs() && dataset.by_user_agent) line.AddColumn("(while somebody is logged on; Windows)", 0);
   if (!dataset.detail.empty()) line.AddColumn('(' + String::UTF16ToUTF8(dataset.detail) + ')', 0);
   return line.Finish();
 }
@@ -111,6 +112,7 @@ Json::Value ToJson(const DatasetCheck& dataset) {
   value["why"] = std::string(dataset.why);
   value["detail"] = String::UTF16ToUTF8(dataset.detail);
   value["collects"] = dataset.collects;
+  value["by_user_agent"] = dataset.by_user_agent;
   value["settings"] = Json::arrayValue;
   for (const TVK::SettingReading& setting : dataset.settings)
     value["settings"].append(ToJson(setting));

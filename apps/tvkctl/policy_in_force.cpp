@@ -53,6 +53,8 @@ PolicyCheckOptions::Document PolicyInForce(std::filesystem::path place, platform
             if (answer.result != 0) {
               content.text.reset();  // the file's alone is not what is in force
               content.problem = answer.reason;
+              if (answer.delivery == TVK::ChannelAnswer::Delivery::kUnsent)
+                content.problem += "; FILE names one to check";
               return content;
             }
             return WithPolicyInForce(std::move(content), std::move(answer.body));

@@ -12,6 +12,7 @@
 #include "client/text/string.h"
 #include "platform/files.h"
 #include "platform/standard_error.h"
+#include "platform/this_program.h"
 
 namespace TVK {
 namespace {
@@ -47,13 +48,18 @@ class LogFile {
   spdlog::pattern_formatter formatter_;
 };
 
+// Ahead of what goes to standard error, which other programs may share.
+std::string ProgramMark() {
+  return platform::PathToUtf8(platform::ThisProgram().stem()) + ": ";
+}
+
 // Error lines that a full disk refuses go to standard error, which a service manager keeps elsewhere.
 std::shared_ptr<LogSink> OpenFile(const std::filesystem::path& folder, const std::string& file_name) {
   auto file = std::make_shared<LogFile>(folder / platform::PathFromUtf8(file_name));
   return std::make_shared<LossCountingSink>(
       [file](LogSeverity severity, const std::string& line) { file->Write(severity, line); },
       [file_name](const std::string& line) {
-        platform::WriteLineToStandardError({file_name, ": ", line});
+        platform::WriteLineToStandardError({ProgramMark(), file_name, ": ", line});
       });
 }
 
@@ -70,7 +76,7 @@ class FileLogBackend final : public LogBackend {
       sinks_[file_name] = sink;
       return sink;
     } catch (const std::runtime_error& failure) {
-      if (!complained_) platform::WriteLineToStandardError({"cannot write logs: ", failure.what()});
+      if (!complained_) platform::WriteLineToStandardError({ProgramMark(), "cannot write logs: ", failure.what()});
       complained_ = true;
       return nullptr;
     }
