@@ -20,7 +20,7 @@ struct DatasetCheck {
   std::string_view why;  ///< A name of an EntryMeaning or of a DecisionReason: "runs", "duplicate", "scope".
   std::wstring detail;   ///< For a filter or the scope: which condition, and which fact it met; else empty.
   bool collects = false;
-  bool by_user_agent = false;  ///< It runs only while the user agent does, in a session.
+  bool by_user_agent = false;                 ///< It runs only while the user agent does, in a session.
   std::vector<TVK::SettingReading> settings;  ///< In force for the dataset, whichever entry they stand in.
 
   bool runs() const { return why == "runs"; }
