@@ -25,8 +25,8 @@ struct DatasetStatus {
   EntryMeaning meaning = EntryMeaning::kCounts;
   /// See Explain and ExplainMismatch; of what runs the filter that will keep it from starting again.
   std::wstring detail = {};
-  std::optional<platform::WallTime> since =
-      {};  ///< When what collects it was started; of the manager's own when they ran first.
+  /// When what collects it was started; of the manager's own when they ran first.
+  std::optional<platform::WallTime> since = {};
   std::optional<platform::ElapsedTime> next_due = {};  ///< Of its report, where it makes one in an interval.
 
   /// "runs", or why it does not.

@@ -80,7 +80,8 @@ void EventWindow::FollowPolicyEvents(platform::Event& tvk_policy, platform::Even
           tries_left = kTries;
           [[fallthrough]];
         case platform::kWaitTimeout:
-          tries_left = OnTelemetryPolicyChange(this) ? 0 : tries_left - 1;
+          --tries_left;  // before what may throw
+          if (OnTelemetryPolicyChange(this)) tries_left = 0;
           break;
         default:
           log_.d(L"EventWindow ConfigPolicyMonitorThread WaitForMultipleObjects() return fail! error: 0x%x", code);

@@ -29,6 +29,9 @@ struct EventLogReaderSettings {
 struct EventLogEvent {
   EventLogRecord record;  ///< Values that the system could not render are absent, such XML is empty.
   std::string bookmark;   ///< The place behind it, for all channels. Opaque; one line of UTF-8.
+  /// The bookmark that the reader was given does not know its channel, of which the oldest event came first. Never on
+  /// Linux, whose bookmark knows all of them.
+  bool of_new_channel = false;
 };
 
 enum class EventLogTrouble {

@@ -134,8 +134,9 @@ LogMonitor::Taken LogMonitor::Take(platform::EventLogReader& reader) {
   for (const platform::EventLogEvent& event : batch.events) {
     if (stopping()) return Taken::kNot;  // what is left is of the next start
     const RenderedEvent rendered = RenderEvent(event.record, services().runtime.clock());
-    if (!IsTooOld(rendered) && !TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)}))
-      return Taken::kNot;
+    const bool taken_in = IsTooOld(rendered, event.of_new_channel) ||
+                          TakeEvent(rendered, event.record.xml, {kPlaceKey, KeptText(event.bookmark)});
+    if (!taken_in) return Taken::kNot;
     MoveTo(event.bookmark);
     kept_at_ = services().runtime.clock().Elapsed();
   }
@@ -225,9 +226,14 @@ std::optional<ReadingBegin> LogMonitor::BeginBehind(const std::wstring& kept) co
   return ReadBegin(kept);
 }
 
-bool LogMonitor::IsTooOld(const RenderedEvent& event) const {
+bool LogMonitor::IsTooOld(const RenderedEvent& event, bool of_new_channel) {
   if (!begin_ || !event.time_created || *event.time_created >= *begin_) return false;
-  return begins_ || *begin_ <= services().runtime.clock().NowSeconds();
+  // Elsewhere, and where it is before that second by now, the clock was set back.
+  if (!begins_ && of_new_channel && *begin_ <= services().runtime.clock().NowSeconds()) {
+    begins_ = true;
+    passed_at_.reset();
+  }
+  return begins_;
 }
 
 std::wstring LogMonitor::KeptText(const std::string& place) const {

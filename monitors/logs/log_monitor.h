@@ -89,8 +89,9 @@ class LogMonitor : public ScheduledMonitor {
   std::optional<std::wstring> KeptPlace();
   /// From where on is read; nothing for a place of the log's own.
   std::optional<ReadingBegin> BeginBehind(const std::wstring& kept) const;
-  /// Whether the event may be one of before the consent.
-  bool IsTooOld(const RenderedEvent& event) const;
+  /// Whether the event may be one of before the consent. One of a channel that was not read before has all of that
+  /// channel read to its end before the places are enough again.
+  bool IsTooOld(const RenderedEvent& event, bool of_new_channel);
   /// False when the store cannot be read or written.
   bool RestorePlace();
   /// Whether nothing may be read on: the consent was withdrawn since reading began, also where it is there again (the

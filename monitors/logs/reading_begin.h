@@ -21,8 +21,8 @@ inline constexpr std::chrono::milliseconds kLastLogRetry = std::chrono::hours(1)
 /// that place was read, too.
 std::wstring SinceText(std::int64_t seconds, std::wstring_view place = {});
 
-/// "begun 1767225600 PLACE": the same once every channel was read to its end behind that second. A clock that is before
-/// it by now was set back, and nothing goes by it.
+/// "begun 1767225600 PLACE": the same once every channel was read to its end behind that second, which counts for
+/// channels alone that the place does not know. A clock that is before it by now was set back, and nothing goes by it.
 std::wstring BegunText(std::int64_t seconds, std::wstring_view place);
 
 /// What either text holds.

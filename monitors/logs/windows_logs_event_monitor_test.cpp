@@ -24,12 +24,13 @@ class WindowsLogsTest : public testing::Test {
     world_.config.SetPolicy(
         MakePolicy(L"full", {{WindowsLogsEventMonitor::dataset_id, WindowsLogsEventMonitor::dataset_name}}));
   }
-  void Log(std::uint32_t id, const char* channel = "Application", std::uint32_t level = 2) {
+  void Log(std::uint32_t id, const char* channel = "Application", std::uint32_t level = 2,
+           std::chrono::milliseconds clock_is_off = {}) {
     world_.machine.event_log().Append({.channel = channel,
                                        .provider = "Contoso",
                                        .id = id,
                                        .level = level,
-                                       .time = world_.runtime.clock().Now(),
+                                       .time = world_.runtime.clock().Now() + clock_is_off,
                                        .process = 4711,
                                        .data = {{"Text", "s3cret"}}});
   }
@@ -462,6 +463,12 @@ TEST_F(WindowsLogsTest, ALogThatALaterPolicyAddsTellsNothingOfATimeWithoutConsen
     Settings({{L"Channels", life == 0 ? L"0001" : L"0010"}});
     EXPECT_EQ(Recorded(), life == 0 ? L"" : L"4");
   }
+  Settings({{L"Channels", L"0011"}});
+  Log(5, "Application", 2, -1h);
+  Log(6, "Security", 2, -1h);
+  Log(7, "Security");
+  world_.runtime.Settle();
+  EXPECT_EQ(Recorded(), L"4 5 6 7") << "of channels that were read a wrong clock hides nothing";
 }
 
 TEST_F(WindowsLogsTest, ChangedSettingsHoldFromTheNextEventOn) {

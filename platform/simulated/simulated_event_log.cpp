@@ -50,7 +50,7 @@ class SimulatedEventLog::Reader final : public EventLogReader {
         news_(runtime.MakeEvent(EventReset::kManual, true)) {
     const auto places = PlacesOf(settings_.bookmark);
     if (places) {
-      places_ = looked_at_ = *places;
+      places_ = looked_at_ = known_ = *places;
     } else {
       notices_.push_back({.trouble = EventLogTrouble::kGap});
     }
@@ -119,7 +119,7 @@ class SimulatedEventLog::Reader final : public EventLogReader {
       const LoggedEvent& event = channel.events[place++ - gone];
       if (!filter_.Takes(event, clock_.Now())) continue;
       places_[name] = place;
-      batch.events.push_back({RecordOf(event, settings_), BookmarkOf(places_)});
+      batch.events.push_back({RecordOf(event, settings_), BookmarkOf(places_), !known_.contains(name)});
     }
   }
 
@@ -132,6 +132,7 @@ class SimulatedEventLog::Reader final : public EventLogReader {
   std::vector<std::string> followed_;
   Places places_;     ///< Of the bookmark.
   Places looked_at_;  ///< At or beyond them.
+  Places known_;      ///< Of the bookmark that was given.
   bool passes_ = false;
 };
 

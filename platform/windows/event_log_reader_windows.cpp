@@ -99,7 +99,8 @@ class WindowsEventLogReader final : public EventLogReader {
       notices_.push_back({.trouble = EventLogTrouble::kGap});
     }
     for (const ChannelQuery& query : queries) {
-      Part& part = parts_.emplace_back(Part{.channel = query.channel, .query = WideFromUtf8(query.text)});
+      Part& part = parts_.emplace_back(Part{
+          .channel = query.channel, .query = WideFromUtf8(query.text), .is_new = !places_.contains(query.channel)});
       const DWORD error = Subscribe(part);
       if (IsUnsupported(error) && !part.subscription) return ERROR_CALL_NOT_IMPLEMENTED;
       if (error != 0) GiveUp(part, error);
@@ -129,6 +130,7 @@ class WindowsEventLogReader final : public EventLogReader {
   struct Part {
     std::string channel;
     std::wstring query;
+    bool is_new = false;  ///< The reader's bookmark does not know the channel.
     UniqueEventLogHandle bookmark = {};
     UniqueEventLogHandle subscription = {};  ///< None: nothing comes of it any more.
     DWORD batch = kLargestBatch;
@@ -273,6 +275,7 @@ class WindowsEventLogReader final : public EventLogReader {
       return false;
     }
     taken.bookmark = TextOf(places_);
+    taken.of_new_channel = part.is_new;
     batch.events.push_back(std::move(taken));
     return true;
   }

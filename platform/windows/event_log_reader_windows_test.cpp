@@ -109,6 +109,10 @@ TEST_F(EventLogReaderTest, EveryBookmarkGoesOnBehindItsEvent) {
   const std::vector<EventLogEvent> all = events_;
   for (std::size_t i = 0; i < all.size(); ++i) {
     Drain(*Open(all[i].bookmark).reader);
+    for (const EventLogEvent& event : events_) {
+      const std::string channel = std::get<std::string>(event.record.values.at(1));
+      EXPECT_EQ(event.of_new_channel, all[i].bookmark.find(channel) == std::string::npos) << channel;
+    }
     std::vector<EventLogEvent> together(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(i) + 1);
     together.insert(together.end(), events_.begin(), events_.end());
     EXPECT_EQ(keys(together), keys(all)) << "behind event " << i;
