@@ -303,6 +303,7 @@ TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
     std::vector<Seen> seen;  ///< "BAT0", "BAT1".
     bool polls;
     std::set<std::string> noticed = {"BAT0"};
+    bool looks_again = false;
   };
   struct Row {
     const char* what;
@@ -322,7 +323,7 @@ TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
            Row{"a driver that tells",
                {{kOther, kBattery, {{50, true}}, true},
                 {kPoll, kBattery, {{50, true}}, true},
-                {kNotice, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{50, true}}, true, {"BAT0"}, true},
                 {kNotice, kBattery, {{49, true}}, false},
                 {kOther, kBattery, {{40, true}}, false},
                 {kNotice, kBattery, {{39, true}}, false}}},
@@ -338,7 +339,7 @@ TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
                 {kNotice, kBattery, {{49, true}, {90, false}}, false},
                 {kNotice, kBattery, {{48, true}, {90, true}}, true},
                 {kNotice, kBattery, {{47, true}, {89, true}}, true},
-                {kNotice, kBattery, {{47, false}, {88, true}}, true},
+                {kNotice, kBattery, {{47, false}, {88, true}}, true, {"BAT0"}, true},
                 {kNotice, kBattery, {{47, false}, {87, true}}, false, {"BAT1"}}}},
            Row{"a driver that tells seldom",
                {{kOther, kBattery, {{50, true}}, true},
@@ -347,7 +348,15 @@ TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
            Row{"one that stops",
                {{kOther, kBattery, {{50, true}}, true},
                 {kNotice, kBattery, {{49, true}}, false},
-                {kNotice, kBattery, {{49, false}}, false},
+                {kNotice, kBattery, {{49, false}}, false, {"BAT0"}, true},
+                {kOther, kBattery, {{49, false}}, false},
+                {kPoll, kBattery, {{48, true}}, true}}},
+           Row{"read before the driver knew",
+               {{kOther, kBattery, {{50, true}}, true},
+                {kNotice, kBattery, {{50, true}}, true, {"BAT0"}, true},
+                {kPoll, kBattery, {{49, true}}, false},
+                {kNotice, kBattery, {{49, true}}, false, {"BAT0"}, true},
+                {kPoll, kBattery, {{49, true}}, false},
                 {kPoll, kBattery, {{48, true}}, true}}},
        }) {
     SCOPED_TRACE(row.what);
@@ -360,7 +369,10 @@ TEST(BatteryPollTest, LooksOnlyWhereNobodyElseTells) {
       for (const Seen& seen : step.seen)
         look.batteries["BAT" + std::to_string(look.batteries.size())] = seen;
       poll.NoteLook(now, step.cause, look, step.noticed);
-      EXPECT_EQ(poll.due(), step.polls ? std::optional(now + 1min) : std::nullopt) << &step - row.steps.data();
+      std::optional<SteadyTime> due;
+      if (step.polls) due = now + 1min;
+      if (step.looks_again) due = now + BatteryPoll::kReadingsKept;
+      EXPECT_EQ(poll.due(), due) << &step - row.steps.data();
     }
   }
 }

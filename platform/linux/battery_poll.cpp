@@ -28,14 +28,21 @@ void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look, const
     if (!told) continue;
     Followed& battery = followed_[slot];
     const std::optional<std::uint32_t> before = battery.seen.percent;
+    const bool noticed_now = cause == Cause::kNotice && noticed.contains(slot);
+    const bool by_notice = noticed_now || (cause == Cause::kPoll && battery.second_look);
     if (before && seen.percent && *seen.percent != *before) {
       const bool next = *seen.percent + 1 == *before || *seen.percent == *before + 1;
       // With a change of the source comes a notice whatever the battery's driver does.
-      if (cause == Cause::kPoll) {
-        battery.tells = false;
-      } else if (cause == Cause::kNotice && noticed.contains(slot) && look.source == battery.source) {
+      if (by_notice && look.source == battery.source) {
         battery.tells = next;
+      } else if (cause == Cause::kPoll) {
+        battery.tells = false;
       }
+      battery.second_look.reset();
+    } else if (noticed_now && before) {
+      battery.second_look = when + kReadingsKept;
+    } else if (battery.second_look && *battery.second_look <= when) {
+      battery.second_look.reset();
     }
     battery.source = look.source;
     battery.seen = seen;
@@ -43,9 +50,13 @@ void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look, const
 }
 
 std::optional<SteadyTime> BatteryPoll::due() const {
-  const bool useful = std::ranges::any_of(
-      followed_, [](const auto& one) { return one.second.seen.in_use == true && !one.second.tells; });
-  return useful ? std::optional(looked_ + interval_) : std::nullopt;
+  std::optional<SteadyTime> due;
+  const auto sooner = [&](SteadyTime time) { due = due ? std::min(*due, time) : time; };
+  for (const auto& [slot, battery] : followed_) {
+    if (battery.seen.in_use == true && !battery.tells) sooner(looked_ + interval_);
+    if (battery.second_look) sooner(*battery.second_look);
+  }
+  return due;
 }
 
 }  // namespace platform

@@ -17,6 +17,10 @@ namespace platform {
 /// look, and while nobody knows it yet, too. A machine may have batteries of both. One thread at a time.
 class BatteryPoll {
  public:
+  /// How long a driver may answer with what it read before, also behind its own notice: the kernel's ACPI driver a
+  /// second (cache_time in drivers/acpi/battery.c).
+  static constexpr milliseconds kReadingsKept{1100};
+
   enum class Cause {
     kNotice,  ///< The kernel's, of a power supply.
     kPoll,    ///< A look was due.
@@ -47,10 +51,12 @@ class BatteryPoll {
   /// That a battery's driver tells is taken from a notice of that battery which brought the very next percentage from
   /// the same source; that it does not, from a change that a poll found or a notice that came too late for it. What was
   /// seen last counts; a look at a battery that tells nothing just now saw nothing. `noticed`: of which supplies the
-  /// notices were.
+  /// notices were. A notice whose battery tells the same as before has it looked at once more when a reading that the
+  /// driver kept is too old for it; what that look finds counts as the notice's.
   void NoteLook(SteadyTime when, Cause cause, const Look& look, const std::set<std::string>& noticed = {});
 
-  /// When to look; absent: only when something happens. Never sooner than the interval after the last look.
+  /// When to look; absent: only when something happens. Apart from that second look never sooner than the interval
+  /// after the last one.
   std::optional<SteadyTime> due() const;
 
  private:
@@ -58,6 +64,7 @@ class BatteryPoll {
     std::optional<PowerSource> source = {};  ///< When it was seen.
     Seen seen = {};
     bool tells = false;  ///< Its driver is known to.
+    std::optional<SteadyTime> second_look = {};
   };
 
   milliseconds interval_;
