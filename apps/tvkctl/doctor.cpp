@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <ostream>
+#include <sstream>
+#include <utility>
 
 #include "apps/exit_code.h"
 #include "apps/tvkctl/output.h"
@@ -21,6 +23,15 @@ constexpr char kDeviceContext[] = "DeviceContext";
 constexpr std::uint64_t kLeastFreeBytes = 64ull << 20;
 /// A report may be made this much later than it is due: whoever makes it waits for a drive, or for the processor.
 constexpr std::int64_t kLateSeconds = 120;
+
+std::vector<std::string> LinesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);)
+    lines.push_back(line);
+  if (lines.empty()) lines.emplace_back();
+  return lines;
+}
 
 // One run along the chain.
 class Examiner {
@@ -164,7 +175,7 @@ class Examiner {
           report.state == SourceState::kFails || (report.state == SourceState::kNothing && dataset_ != nullptr);
       const std::string text = dataset_ == nullptr ? name + ": " + report.text : report.text;
       if (missed) return {kStep, Finding::kWrong, text, Mend(name, report)};
-      if (!told.empty()) told += "; ";
+      if (!told.empty()) told += '\n';
       told += text;
     }
     const bool unknown = sources_.size() == 1 && sources_.front().second.state == SourceState::kUnknown;
@@ -281,7 +292,10 @@ int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostrea
       Json::Value& entry = value["chain"].append(Json::objectValue);
       entry["step"] = std::string(each.step);
       entry["finding"] = FindingName(each.finding);
-      entry["text"] = TVK::HarmlessText(each.text);
+      for (const std::string& line : LinesOf(each.text)) {
+        const std::string text = TVK::HarmlessText(line);
+        entry["text"] = entry.isMember("text") ? entry["text"].asString() + "; " + text : text;
+      }
     }
     if (wrong) value["wrong"] = std::string(last.step);
     if (!mend.empty()) value["mend"] = TVK::HarmlessText(mend);
@@ -289,8 +303,10 @@ int WriteDiagnosis(const std::vector<Examination>& chain, bool json, std::ostrea
   } else {
     std::vector<std::vector<std::wstring>> rows;
     for (const Examination& each : chain) {
-      rows.push_back({String::UTF8ToUTF16(each.step), String::UTF8ToUTF16(FindingName(each.finding)),
-                      String::UTF8ToUTF16(each.text)});
+      std::wstring step = String::UTF8ToUTF16(each.step);
+      std::wstring finding = String::UTF8ToUTF16(FindingName(each.finding));
+      for (const std::string& line : LinesOf(each.text))
+        rows.push_back({std::exchange(step, {}), std::exchange(finding, {}), String::UTF8ToUTF16(line)});
     }
     WriteColumns(rows, out, width);
     const char* const end = wrong ? "mend it: " : mend.empty() ? "nothing is wrong" : "nothing is known to be wrong; ";

@@ -35,7 +35,7 @@ enum class Finding { kFine, kWrong, kUnknown };
 struct Examination {
   std::string_view step;
   Finding finding = Finding::kFine;
-  std::string text;  ///< What was found.
+  std::string text;  ///< What was found, a line each.
   std::string mend;  ///< Of kWrong: the command that mends it, or what else does. Of kUnknown: what tells more, if any.
 };
 

@@ -117,18 +117,33 @@ class RecordsRun {
   bool KnowsDataset() {
     if (!query_.dataset_name) return true;
     const std::set<std::string> names = Names();
-    const auto is_it = [&](const std::string& name) {
-      return TVK::String::CaseInsesitiveEqual(TVK::String::UTF8ToUTF16(name), *query_.dataset_name);
-    };
+    const auto is_it = [&](const std::string& name) { return IsSame(name, *query_.dataset_name); };
     if (std::ranges::any_of(names, is_it)) return true;
-    errors_ << "tvkctl: no dataset " << TVK::HarmlessText(options_.dataset) << "; names:";
-    char before = ' ';
-    for (const std::string& name : names) {
-      errors_ << before << (before == ',' ? " " : "") << TVK::HarmlessText(name);
-      before = ',';
-    }
-    errors_ << '\n';
+    errors_ << "tvkctl: no dataset " << TVK::HarmlessText(options_.dataset) << "; names:" << List(names) << '\n';
     return false;
+  }
+
+  static std::string List(const std::set<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+      list += (list.empty() ? " " : ", ") + TVK::HarmlessText(name);
+    return list;
+  }
+
+  // Of the dataset that is asked about, or of all.
+  std::set<std::string> ItemNames() const {
+    const std::map<std::int64_t, std::string> datasets = reader_->DatasetNames();
+    std::set<std::string> names;
+    for (const auto& [series, name] : reader_->ItemNames()) {
+      const auto dataset = datasets.find(series);
+      if (!query_.dataset_name || (dataset != datasets.end() && IsSame(dataset->second, *query_.dataset_name)))
+        names.insert(name);
+    }
+    return names;
+  }
+
+  static bool IsSame(const std::string& name, const std::wstring& asked) {
+    return TVK::String::CaseInsesitiveEqual(TVK::String::UTF8ToUTF16(name), asked);
   }
 
   void SayWhyNothing() {
@@ -151,6 +166,14 @@ class RecordsRun {
     const auto text = [this](std::int64_t seconds) {
       return TVK::String::UTF16ToUTF8(TVK::FormatRecordTime(seconds, runtime_.clock()));
     };
+    if (query_.item_name) {
+      const std::set<std::string> items = ItemNames();
+      if (std::ranges::none_of(items, [&](const std::string& name) { return IsSame(name, *query_.item_name); })) {
+        errors_ << "tvkctl: no record is of an item " << TVK::HarmlessText(options_.item)
+                << (items.empty() ? std::string() : "; items:" + List(items)) << '\n';
+        return;
+      }
+    }
     errors_ << "tvkctl: none of the store's records is asked for; they are from " << text(oldest) << " to "
             << text(newest) << '\n';
   }

@@ -203,6 +203,12 @@ TEST_F(RecordsCommandTest, SaysWhyItShowsNothing) {
   options_.dataset = "memoryevent";
   Output();
   EXPECT_TRUE(Complains("they are from 2026-01-01T00:00:00+0000 to 2026-01-01T00:10:00+0000")) << errors_.str();
+  options_.item = "third";
+  Output();
+  EXPECT_TRUE(Complains("no record is of an item third\n")) << errors_.str();
+  options_.dataset = "cpuevent";
+  Output();
+  EXPECT_TRUE(Complains("no record is of an item third; items: first, second\n")) << errors_.str();
   options_.until = "elevenses";
   Output(1);
   EXPECT_TRUE(Complains("\"elevenses\" is no time")) << errors_.str();

@@ -18,10 +18,11 @@ constexpr std::size_t kBytesAtATime = std::size_t{256} << 10;
 // The columns are in every version from 1 on.
 // By the table itself, which a damaged index does not spoil.
 constexpr char kSeries[] = "SELECT id, kind FROM series NOT INDEXED";
-// A series' dataset has one name: that of its newest record that can be read.
+// What a series tells of has one name: that of its newest record that can be read.
 constexpr char kSeriesName[] =
-    "SELECT json ->> 'dataset_name' FROM record WHERE series = ?1 AND json_valid(json)"
-    " ORDER BY number DESC LIMIT 1";
+    "SELECT json ->> ?2 FROM record WHERE series = ?1 AND json_valid(json) ORDER BY number DESC LIMIT 1";
+constexpr char kDatasetName[] = "dataset_name";
+constexpr char kItemName[] = "item_name";
 
 StoreAccess AccessOf(const StoreFileOpening& opening) {
   switch (opening.state) {
@@ -58,19 +59,24 @@ class RecordReader::Impl {
     return code == SQLITE_DONE ? SQLITE_OK : code;
   }
 
-  // By series. One that cannot be read is left out, and `problem` says why.
-  Names ReadNames(std::string& problem) {
+  // By series, of those that have such a name. One that cannot be read is left out, and `problem` says why.
+  Names ReadNames(const char* key, std::string& problem) {
     Names names;
     Statement statement;
     int code = statement.Prepare(database, kSeriesName);
     for (const auto& [series, kind] : kinds_) {
       if (kind == RecordKind::kDevice || (code != SQLITE_OK && code != SQLITE_DONE && code != SQLITE_ROW)) continue;
       Run run(statement);
-      const int step = run.Bind(1, series).Step();
-      if (step == SQLITE_ROW) names[series] = run.Text(0);
+      const int step = run.Bind(1, series).Bind(2, std::string_view(key)).Step();
+      if (step == SQLITE_ROW && !run.Text(0).empty()) names[series] = run.Text(0);
       if (step != SQLITE_ROW && step != SQLITE_DONE) problem = database.Message(step);
     }
     return names;
+  }
+
+  Names NamesBySeries(const char* key) {
+    std::string ignored;
+    return LoadKinds() == SQLITE_OK ? ReadNames(key, ignored) : Names();
   }
 
   // The records that a query asks for, in one of two orders: those up to `last`, or all from the newest one down, which
@@ -79,7 +85,7 @@ class RecordReader::Impl {
     std::string sql = "SELECT sequence, series, written, json FROM record WHERE sequence >= ?1";
     if (bounded) sql += " AND sequence <= ?2";
     if (query.kind || query.dataset_name) {
-      const Names names = query.dataset_name ? ReadNames(problem) : Names();
+      const Names names = query.dataset_name ? ReadNames(kDatasetName, problem) : Names();
       std::string list;
       for (const auto& [series, kind] : kinds_) {
         if (query.kind && *query.kind != kind) continue;
@@ -258,8 +264,11 @@ RemovedForAge RecordReader::LastRemovedForAge() const {
 }
 
 std::map<std::int64_t, std::string> RecordReader::DatasetNames() const {
-  std::string ignored;
-  return impl_->LoadKinds() == SQLITE_OK ? impl_->ReadNames(ignored) : Impl::Names();
+  return impl_->NamesBySeries(kDatasetName);
+}
+
+std::map<std::int64_t, std::string> RecordReader::ItemNames() const {
+  return impl_->NamesBySeries(kItemName);
 }
 
 std::int64_t RecordReader::ChangeCounter() const {

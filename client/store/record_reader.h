@@ -83,6 +83,8 @@ class RecordReader {
 
   /// The names of the datasets of which there are records, by series; device contexts have none.
   std::map<std::int64_t, std::string> DatasetNames() const;
+  /// The names of the items of which there are records, by series; contexts have none.
+  std::map<std::int64_t, std::string> ItemNames() const;
 
   /// A number that changes when another process writes to the store; cheap enough to be asked several times a second.
   std::int64_t ChangeCounter() const;
