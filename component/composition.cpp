@@ -6,9 +6,18 @@
 #include "platform/this_program.h"
 
 namespace TVK {
+namespace {
+
+// What tells of nothing but problems tells them to `remarks`.
+std::function<void(const std::string& line)> Problems(const RemarkObserver& remarks) {
+  if (!remarks) return {};
+  return [remarks](const std::string& line) { remarks(RemarkWeight::kProblem, line); };
+}
+
+}  // namespace
 
 Composition::PolicyFiles::PolicyFiles(platform::Runtime& runtime, TVKPublisherSubscriber& bus, const Places& places,
-                                      std::function<void(const std::string& line)> remarks)
+                                      RemarkObserver remarks)
     : agent({.telemetry_policy = places.policy_file,
              .tvk_policy = places.tvk_policy_file(),
              .last_good = places.data_folder / kLastGoodPolicyFileName,
@@ -16,10 +25,11 @@ Composition::PolicyFiles::PolicyFiles(platform::Runtime& runtime, TVKPublisherSu
       watch(runtime, agent, bus, {places.policy_file, places.tvk_policy_file()}, std::move(remarks)) {}
 
 Composition::Composition(platform::Runtime& runtime, platform::Machine& machine, const Places& places,
-                         const Parts& parts, std::function<void(const std::string& line)> remarks)
+                         const Parts& parts, RemarkObserver remarks)
     : runtime_(runtime),
       machine_(machine),
-      store_({.file = places.data_folder / kStoreFileName, .limits = {}, .remarks = remarks}, runtime.clock()),
+      store_({.file = places.data_folder / kStoreFileName, .limits = {}, .remarks = Problems(remarks)},
+             runtime.clock()),
       eraser_(runtime, &store_, {places.data_folder, places.log_folder}, Eraser::Rest::kTriedAgain),
       bus_(runtime),
       machine_services_(machine, runtime),
@@ -40,7 +50,7 @@ Composition::Composition(platform::Runtime& runtime, platform::Machine& machine,
               ? *parts.user_process
               : own_user_process_.emplace(runtime, platform::ThisProgram().parent_path(), places.channel),
           parts.region_change,
-          std::move(remarks)},
+          Problems(remarks)},
       status_({.runtime = runtime,
                .tvk_info = machine_services_.tvk_info,
                .store = store_,

@@ -55,7 +55,7 @@ class Composition {
   /// Opens the store, and ends an erasure that a kill interrupted. `remarks` is told what becomes of policy files that
   /// change, and what the manager lacks; may be empty. `runtime` and `machine` must outlive the object.
   Composition(platform::Runtime& runtime, platform::Machine& machine, const Places& places, const Parts& parts,
-              std::function<void(const std::string& line)> remarks = {});
+              RemarkObserver remarks = {});
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
@@ -82,8 +82,7 @@ class Composition {
 
  private:
   struct PolicyFiles {
-    PolicyFiles(platform::Runtime& runtime, TVKPublisherSubscriber& bus, const Places& places,
-                std::function<void(const std::string& line)> remarks);
+    PolicyFiles(platform::Runtime& runtime, TVKPublisherSubscriber& bus, const Places& places, RemarkObserver remarks);
     ConfigPolicyAgent agent;
     PolicyWatch watch;
   };

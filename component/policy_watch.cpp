@@ -41,18 +41,21 @@ std::string Standing(const PolicyLoad& load, std::string_view gone) {
 
 }  // namespace
 
-std::vector<std::string> PolicyRemarks(const std::filesystem::path& file, const PolicyLoad& load,
-                                       std::string_view gone) {
+std::vector<PolicyRemark> PolicyRemarks(const std::filesystem::path& file, const PolicyLoad& load,
+                                        std::string_view gone) {
   const std::string begin = platform::PathToUtf8(file) + ": ";
-  std::vector<std::string> lines;
+  std::vector<PolicyRemark> remarks;
   for (const PolicyProblem& problem : load.problems)
-    lines.push_back(begin + (problem.path.empty() ? "" : problem.path + ": ") + problem.message);
-  if (const std::string standing = Standing(load, gone); !standing.empty()) lines.push_back(begin + standing);
-  return lines;
+    remarks.push_back({.line = begin + (problem.path.empty() ? "" : problem.path + ": ") + problem.message});
+  if (const std::string standing = Standing(load, gone); !standing.empty()) {
+    const bool good = load.state == PolicyFileState::kGood;
+    remarks.push_back({good ? RemarkWeight::kNews : RemarkWeight::kProblem, begin + standing});
+  }
+  return remarks;
 }
 
 PolicyWatch::PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, TVKPublisherSubscriber& bus, Files files,
-                         std::function<void(const std::string& line)> remarks)
+                         RemarkObserver remarks)
     : runtime_(runtime),
       agent_(agent),
       bus_(bus),
@@ -99,12 +102,12 @@ void PolicyWatch::WaitForQuiet() {
   }
 }
 
-void PolicyWatch::Remark(const std::vector<std::string>& lines) const {
+void PolicyWatch::Tell(const std::vector<PolicyRemark>& remarks) const {
   if (!remarks_) return;
   // Whoever listens is not to keep the news from those that follow the policy.
   CallLogged(log_, L"PolicyWatch: a listener of remarks", [&] {
-    for (const std::string& line : lines)
-      remarks_(line);
+    for (const PolicyRemark& remark : remarks)
+      remarks_(remark.weight, remark.line);
   });
 }
 
@@ -120,7 +123,7 @@ void PolicyWatch::LoadOne(Followed& followed, const std::filesystem::path& file,
     LookAgainAt(*followed.missing_since + kReplacing);
   }
   if (loaded.state == PolicyFileState::kUnreadable) LookAgainAt(now + kRetry);
-  if (loaded.news) Remark(PolicyRemarks(file, loaded, gone));
+  if (loaded.news) Tell(PolicyRemarks(file, loaded, gone));
 }
 
 void PolicyWatch::Publish(Followed& followed, int event_state, const std::wstring& payload) {

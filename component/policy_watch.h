@@ -16,6 +16,7 @@
 #include "client/policy/config_agent.h"
 #include "platform/file_watcher.h"
 #include "platform/runtime.h"
+#include "tvk/component.h"
 
 namespace TVK {
 
@@ -23,10 +24,15 @@ namespace TVK {
 inline constexpr std::string_view kTelemetryPolicyGone = "there is no policy: nothing is collected until there is one";
 inline constexpr std::string_view kTvkPolicyGone = "there is no client policy: device path and subscription are empty";
 
+struct PolicyRemark {
+  RemarkWeight weight = RemarkWeight::kProblem;
+  std::string line;
+};
+
 /// What a person is told of a load: "FILE: path.in[0].document: message" for each problem, and "FILE: " with what is in
 /// force now, where anything is. Nothing of a file that is missing.
-std::vector<std::string> PolicyRemarks(const std::filesystem::path& file, const PolicyLoad& load,
-                                       std::string_view gone);
+std::vector<PolicyRemark> PolicyRemarks(const std::filesystem::path& file, const PolicyLoad& load,
+                                        std::string_view gone);
 
 /// Turns a change of the policy files into the notification on the bus that the rest of the client would send. One
 /// change of a file makes the system tell several times, and an editor makes several changes of one: the files are read
@@ -53,7 +59,7 @@ class PolicyWatch {
   /// Everything must outlive the object. `remarks`, which may be empty, is told what became of each change, as
   /// RemarkObserver says.
   PolicyWatch(platform::Runtime& runtime, ConfigPolicyAgent& agent, TVKPublisherSubscriber& bus, Files files,
-              std::function<void(const std::string& line)> remarks = {});
+              RemarkObserver remarks = {});
   /// Ends both threads.
   ~PolicyWatch();
   PolicyWatch(const PolicyWatch&) = delete;
@@ -80,14 +86,14 @@ class PolicyWatch {
   void LoadOne(Followed& followed, const std::filesystem::path& file, std::string_view gone,
                const std::function<PolicyLoad(bool absence_counts)>& load);
   void LookAgainAt(platform::SteadyTime time) { again_ = std::min(again_.value_or(time), time); }
-  void Remark(const std::vector<std::string>& lines) const;
+  void Tell(const std::vector<PolicyRemark>& remarks) const;
   void Publish(Followed& followed, int event_state, const std::wstring& payload);
 
   platform::Runtime& runtime_;
   ConfigPolicyAgent& agent_;
   TVKPublisherSubscriber& bus_;
   const Files files_;
-  const std::function<void(const std::string& line)> remarks_;
+  const RemarkObserver remarks_;
   Log log_;
   const std::unique_ptr<platform::Event> stop_;
   const std::unique_ptr<platform::Event> told_;

@@ -106,7 +106,7 @@ class PolicyWatchTest : public testing::Test {
   std::vector<std::string> remarks_;
   ConfigPolicyAgent agent_{{files_.telemetry_policy, files_.tvk_policy, {}, {}}};
   TVKPublisherSubscriber bus_{*runtime_};
-  PolicyWatch watch_{*runtime_, agent_, bus_, files_, [this](const std::string& line) {
+  PolicyWatch watch_{*runtime_, agent_, bus_, files_, [this](RemarkWeight, const std::string& line) {
                        const std::lock_guard lock(mutex_);
                        remarks_.push_back(line);
                      }};

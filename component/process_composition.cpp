@@ -25,8 +25,8 @@ void Report(TVK::ComponentResult& result, ComponentOutcome outcome, const std::s
 void ReportPolicy(TVK::ComponentResult& result, const std::filesystem::path& file, const TVK::PolicyLoad& load,
                   std::string_view gone) {
   if (load.state == TVK::PolicyFileState::kGood && load.problems.empty()) return;
-  for (const std::string& line : TVK::PolicyRemarks(file, load, gone))
-    Report(result, ComponentOutcome::kReady, line);
+  for (const TVK::PolicyRemark& remark : TVK::PolicyRemarks(file, load, gone))
+    Report(result, ComponentOutcome::kReady, remark.line);
 }
 
 void ReportStore(TVK::ComponentResult& result, const std::filesystem::path& folder,

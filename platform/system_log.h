@@ -2,17 +2,20 @@
 // of applications.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace platform {
 
-/// Enters `line` (UTF-8, without a line feed) as an error of the service. Does nothing where standard error leads to
+enum class SystemLogPriority { kError, kNotice };
+
+/// Enters `line` (UTF-8, without a line feed) as the service's. Does nothing where standard error leads to
 /// the system's log already, so that a line which is written there too stands in it once. Never waits on Linux, where a
 /// line that is not taken at once is lost. Any thread.
-void WriteToSystemLog(std::string_view line);
+void WriteToSystemLog(SystemLogPriority priority, std::string_view line);
 
-/// What a line on standard error begins with so that the system's log takes it for an error: empty unless standard
+/// What a line on standard error begins with so that the system's log takes it with the priority: empty unless standard
 /// error leads there, which the journal of systemd says. Any thread.
-std::string_view SystemLogErrorMark();
+std::string SystemLogMark(SystemLogPriority priority);
 
 }  // namespace platform

@@ -159,9 +159,15 @@ void ForEachLine(const std::string& text, const std::function<void(const std::st
     call(line);
 }
 
+platform::SystemLogPriority PriorityOf(TVK::RemarkWeight weight) {
+  return weight == TVK::RemarkWeight::kProblem ? platform::SystemLogPriority::kError
+                                               : platform::SystemLogPriority::kNotice;
+}
+
 // Tells whoever looks after the computer, each line on its own.
-void TellAdministrator(const std::string& text) {
-  ForEachLine(text, [](const std::string& line) { platform::WriteToSystemLog(line); });
+void TellAdministrator(TVK::RemarkWeight weight, const std::string& text) {
+  const platform::SystemLogPriority priority = PriorityOf(weight);
+  ForEachLine(text, [&](const std::string& line) { platform::WriteToSystemLog(priority, line); });
 }
 
 std::string ConsoleLine(const TVK::WrittenRecord& record) {
@@ -175,15 +181,15 @@ std::string ConsoleLine(const TVK::WrittenRecord& record) {
 int RunUntil(platform::Event& stop, platform::Runtime& runtime, const ServiceOptions& options, ConsoleOutput& output) {
   TVK::RecordObserver show;
   if (options.console) show = [&](const TVK::WrittenRecord& record) { output.Show(ConsoleLine(record)); };
-  const auto complain = [&](const std::string& text) {
+  const auto remark = [&](TVK::RemarkWeight weight, const std::string& text) {
     // The journal names the program by itself.
-    const std::string_view mark = platform::SystemLogErrorMark();
-    const std::string begin(mark.empty() ? "TVKClientService: " : mark);
+    const std::string mark = platform::SystemLogMark(PriorityOf(weight));
+    const std::string begin = mark.empty() ? "TVKClientService: " : mark;
     ForEachLine(text, [&](const std::string& line) { output.Complain(begin + line); });
-    if (!options.console) TellAdministrator(text);
+    if (!options.console) TellAdministrator(weight, text);
   };
-  OpenComponent component(options, show, complain);
-  if (!component.message().empty()) complain(component.message());
+  OpenComponent component(options, show, remark);
+  if (!component.message().empty()) remark(TVK::RemarkWeight::kProblem, component.message());
   if (component.exit_code() != kExitOk) return component.exit_code();
   if (options.console) output.Show(TVK::RecordTableHeader());
   EventManager* const manager = StartManager(nullptr);
@@ -232,7 +238,7 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   platform::ServiceProgram program;
   program.main = [&](platform::ServiceSession& session) {
     OpenComponent component(options, {}, TellAdministrator);
-    TellAdministrator(component.message());
+    TellAdministrator(TVK::RemarkWeight::kProblem, component.message());
     if (component.exit_code() != kExitOk) return component.exit_code();
     EventManager* const manager = StartManager(static_cast<SERVICE_STATUS_HANDLE>(session.status_handle()));
     if (manager == nullptr) return static_cast<int>(kExitFailed);
@@ -253,7 +259,7 @@ std::optional<int> RunUnderServiceManager(const ServiceOptions& options) {
   program.stop = [&] { stop->Set(); };
   const platform::ServiceRun run = platform::RunServiceProgram(program);
   if (!run.served) return std::nullopt;
-  TellAdministrator(run.problem);
+  TellAdministrator(TVK::RemarkWeight::kProblem, run.problem);
   return run.exit_code;
 }
 

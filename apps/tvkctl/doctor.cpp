@@ -125,8 +125,10 @@ class Examiner {
         return each["why"] == "failed" || each["why"] == "not started";
       });
       if (failed != all.end()) return Failed(kStep, *failed);
-      if (!datasets.empty())
-        return {kStep, Finding::kFine, scope + ", " + std::to_string(datasets.size()) + " run", {}};
+      if (!datasets.empty()) {
+        const auto runs = std::count_if(all.begin(), all.end(), [](const auto& each) { return each["why"] == "runs"; });
+        return {kStep, Finding::kFine, scope + ": " + std::to_string(runs) + " datasets run", {}};
+      }
       return {kStep, Finding::kWrong, scope + ": nothing that collects is to run", CheckCommand()};
     }
     if (datasets.empty()) {

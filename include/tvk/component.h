@@ -51,11 +51,16 @@ struct WrittenRecord {
 /// component. `record` is valid during the call alone. What it throws is logged, and ends that call alone.
 using RecordObserver = std::function<void(const WrittenRecord& record)>;
 
+enum class RemarkWeight {
+  kProblem,  ///< Something is wrong: an error, in the system's log.
+  kNews,     ///< What somebody changed is in force; a notice there.
+};
+
 /// Is told what became of a policy file that changed while the component runs: a line a problem, with the file and the
 /// path in the document, and a line that says what is in force now; what the system did not give to the manager; that
 /// a monitor ended with an error, or that a damaged store was set aside. UTF-8, without a line feed. Any thread; must
 /// not block for long, nor call the component. What it throws is logged.
-using RemarkObserver = std::function<void(const std::string& line)>;
+using RemarkObserver = std::function<void(RemarkWeight weight, const std::string& line)>;
 
 /// Which policy a piece of news is about.
 enum class PolicyNews {

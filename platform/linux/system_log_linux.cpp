@@ -14,8 +14,11 @@
 namespace platform {
 namespace {
 
-// LOG_DAEMON | LOG_ERR as a syslog message begins with it (RFC 3164, 4.1.1).
-constexpr int kDaemonError = 3 * 8 + 3;
+// Facility and severities as a syslog message begins with them (RFC 3164, 4.1.1).
+constexpr int kDaemon = 3 * 8;
+constexpr int SeverityOf(SystemLogPriority priority) {
+  return priority == SystemLogPriority::kError ? 3 : 5;
+}
 
 // The journal names the stream that it reads in the environment, as device and inode (systemd.exec(5)).
 bool JournalReadsStandardError() {
@@ -27,21 +30,22 @@ bool JournalReadsStandardError() {
 
 }  // namespace
 
-void WriteToSystemLog(std::string_view line) {
+void WriteToSystemLog(SystemLogPriority priority, std::string_view line) {
   if (JournalReadsStandardError()) return;
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strcpy(address.sun_path, "/dev/log");
   const UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  std::string message = "<" + std::to_string(kDaemonError) + ">TVKClientService[" + std::to_string(::getpid()) + "]: ";
+  std::string message =
+      "<" + std::to_string(kDaemon + SeverityOf(priority)) + ">TVKClientService[" + std::to_string(::getpid()) + "]: ";
   message += line;
   // A system without the log, or one that is too busy: the line stands on standard error as well.
   static_cast<void>(::sendto(socket.get(), message.data(), message.size(), MSG_NOSIGNAL,
                              reinterpret_cast<const sockaddr*>(&address), sizeof address));
 }
 
-std::string_view SystemLogErrorMark() {
-  return JournalReadsStandardError() ? "<3>" : "";
+std::string SystemLogMark(SystemLogPriority priority) {
+  return JournalReadsStandardError() ? "<" + std::to_string(SeverityOf(priority)) + ">" : "";
 }
 
 }  // namespace platform

@@ -77,6 +77,9 @@ TEST(Daemon, TellsTheSystemsLogOnceWhatIsWrongWithThePolicy) {
   EXPECT_TRUE(told().starts_with("<3>" + folder.policy().string() + ": line 1")) << told();
   const std::string lines = told();
   EXPECT_EQ(std::ranges::count(lines, '\n'), 2) << lines;
+  folder.WritePolicy(CpuPolicy("none"));
+  const std::string news = "<5>" + folder.policy().string() + ": is in force now\n";
+  EXPECT_TRUE(service.WaitFor([&] { return told() == lines + news; }, kPatience)) << told();
   service.Ask(ChildRequest::kTerminate);
   EXPECT_EQ(service.WaitForEnd(kStopLimit), 0);
 }
