@@ -23,13 +23,19 @@ BatteryPoll::Look BatteryPoll::LookOf(const PowerReading& reading) {
 void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look, const std::set<std::string>& noticed) {
   looked_ = when;
   std::erase_if(followed_, [&](const auto& one) { return !look.batteries.contains(one.first); });
+  std::set<std::string> awaited;
+  for (auto& [slot, battery] : followed_) {
+    if (battery.second_look) awaited.insert(slot);
+    // Over with this look, also where it tells nothing of the battery.
+    if (battery.second_look && *battery.second_look <= when) battery.second_look.reset();
+  }
   for (const auto& [slot, seen] : look.batteries) {
     const bool told = seen.in_use && (seen.percent || !*seen.in_use);
     if (!told) continue;
     Followed& battery = followed_[slot];
     const std::optional<std::uint32_t> before = battery.seen.percent;
     const bool noticed_now = cause == Cause::kNotice && noticed.contains(slot);
-    const bool by_notice = noticed_now || (cause == Cause::kPoll && battery.second_look);
+    const bool by_notice = noticed_now || (cause == Cause::kPoll && awaited.contains(slot));
     if (before && seen.percent && *seen.percent != *before) {
       const bool next = *seen.percent + 1 == *before || *seen.percent == *before + 1;
       // With a change of the source comes a notice whatever the battery's driver does.
@@ -41,8 +47,6 @@ void BatteryPoll::NoteLook(SteadyTime when, Cause cause, const Look& look, const
       battery.second_look.reset();
     } else if (noticed_now && before) {
       battery.second_look = when + kReadingsKept;
-    } else if (battery.second_look && *battery.second_look <= when) {
-      battery.second_look.reset();
     }
     battery.source = look.source;
     battery.seen = seen;
